@@ -1,0 +1,84 @@
+# How this project's targets are made, so that every one is made alike.
+
+set(QEL_HEADER_TREE "${CMAKE_BINARY_DIR}/include")
+
+# What every target of this project compiles with. Kept out of the exported interface.
+function(qel_compile_options target)
+    set_target_properties(${target} PROPERTIES
+        CXX_STANDARD 20 CXX_STANDARD_REQUIRED ON CXX_EXTENSIONS OFF
+        CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON
+        POSITION_INDEPENDENT_CODE ON)
+    target_compile_features(${target} PUBLIC cxx_std_20)
+    target_compile_definitions(${target} PRIVATE QT_NO_CAST_TO_ASCII QT_NO_KEYWORDS QT_NO_NARROWING_CONVERSIONS_IN_CONNECT)
+    if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
+        target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+            $<$<BOOL:${QEL_WARNINGS_AS_ERRORS}>:-Werror>)
+    endif()
+    if(QEL_SANITIZE)
+        target_compile_options(${target} PRIVATE -fsanitize=${QEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+        target_link_options(${target} PRIVATE -fsanitize=${QEL_SANITIZE})
+    endif()
+endfunction()
+
+# qel_add_library(GL FOLDER gl [AUTOMOC] HEADERS ... SOURCES ... PUBLIC ... PRIVATE ...)
+# makes libQelGL, alias Qel::GL, from this folder. Its headers are included as <Qel/gl/X.h>, in the tree
+# through a link below the build folder and after the installation from include/Qel/gl.
+function(qel_add_library name)
+    cmake_parse_arguments(ARG "AUTOMOC" "FOLDER" "HEADERS;SOURCES;PUBLIC;PRIVATE" ${ARGN})
+    set(target Qel${name})
+    add_library(${target} ${ARG_HEADERS} ${ARG_SOURCES})
+    add_library(Qel::${name} ALIAS ${target})
+    qel_compile_options(${target})
+
+    file(MAKE_DIRECTORY "${QEL_HEADER_TREE}/Qel")
+    file(CREATE_LINK "${CMAKE_CURRENT_SOURCE_DIR}" "${QEL_HEADER_TREE}/Qel/${ARG_FOLDER}" SYMBOLIC)
+    target_include_directories(${target} PUBLIC
+        "$<BUILD_INTERFACE:${QEL_HEADER_TREE}>" "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
+    string(TOUPPER ${name} upper)
+    target_compile_definitions(${target} PRIVATE QEL_${upper}_BUILD)
+    if(NOT BUILD_SHARED_LIBS)
+        target_compile_definitions(${target} PUBLIC QEL_STATIC)
+    endif()
+    target_link_libraries(${target} PUBLIC ${ARG_PUBLIC} PRIVATE ${ARG_PRIVATE})
+    set_target_properties(${target} PROPERTIES
+        EXPORT_NAME ${name} AUTOMOC ${ARG_AUTOMOC}
+        VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
+        INSTALL_RPATH "$ORIGIN")
+
+    install(TARGETS ${target} EXPORT QelTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    foreach(header IN LISTS ARG_HEADERS)
+        get_filename_component(folder "${header}" DIRECTORY)
+        if(NOT folder STREQUAL "support")
+            install(FILES "${header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/Qel/${ARG_FOLDER}/${folder}")
+        endif()
+    endforeach()
+endfunction()
+
+# The CMake package and the pkg-config files, for find_package(Qel) and pkg-config --cflags --libs QelGraph.
+function(qel_install_package)
+    include(CMakePackageConfigHelpers)
+    set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/Qel")
+    configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/QelConfig.cmake.in"
+        "${CMAKE_CURRENT_BINARY_DIR}/QelConfig.cmake" INSTALL_DESTINATION "${package_dir}")
+    write_basic_package_version_file("${CMAKE_CURRENT_BINARY_DIR}/QelConfigVersion.cmake"
+        COMPATIBILITY SameMinorVersion)
+    install(FILES "${CMAKE_CURRENT_BINARY_DIR}/QelConfig.cmake" "${CMAKE_CURRENT_BINARY_DIR}/QelConfigVersion.cmake"
+        DESTINATION "${package_dir}")
+    install(EXPORT QelTargets NAMESPACE Qel:: DESTINATION "${package_dir}")
+
+    set(requires_Core "Qt6Core Qt6Gui")
+    set(requires_GL "QelCore Qt6Core Qt6Gui epoxy")
+    set(requires_Model "QelGL")
+    set(requires_RenderPasses "QelModel")
+    set(requires_Graph "QelRenderPasses")
+    foreach(name Core GL Model RenderPasses Graph)
+        set(QEL_PC_NAME ${name})
+        set(QEL_PC_REQUIRES "${requires_${name}}")
+        configure_file("${PROJECT_SOURCE_DIR}/cmake/Qel.pc.in" "${CMAKE_CURRENT_BINARY_DIR}/Qel${name}.pc" @ONLY)
+        install(FILES "${CMAKE_CURRENT_BINARY_DIR}/Qel${name}.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+    endforeach()
+    install(FILES "${PROJECT_SOURCE_DIR}/LICENSE" DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+endfunction()
