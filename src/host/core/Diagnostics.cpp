@@ -1,0 +1,23 @@
+#include <Qel/core/Diagnostics.h>
+
+#include <QDebug>
+
+namespace Morvane::Qel {
+
+void logInformation(const char* file, int line, const QString& text)
+{
+    qDebug("[%s:%d] %s", file, line, qUtf8Printable(text));
+}
+
+void logCritical(const char* file, int line, const QString& text)
+{
+    qCritical("[%s:%d] %s", file, line, qUtf8Printable(text));
+}
+
+void logFailedCheck(const char* file, int line, const char* condition, const QString& explanation)
+{
+    logCritical(file, line,
+                QStringLiteral("[ !! ] Assertion '%1' failed: %2").arg(QString::fromUtf8(condition), explanation));
+}
+
+} // namespace Morvane::Qel

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <array>
+#include <vector>
+
+#include <QRect>
+
+namespace Morvane::Qel {
+
+class FramebufferObject;
+class ShaderProgram;
+class Texture;
+class VertexArrayObject;
+
+/// What is bound on a context, as stacks, so that a release restores what was bound before without asking GL.
+/// Releases that do not nest are tolerated: the binding in force stays until it is released itself.
+/// Not installed; the Bindable classes of this library keep it.
+class BindingRecord
+{
+public:
+    /// Units that texture bindings take, stack-wise, from 0 on. The units from firstManagedUnit on belong to
+    /// the textures of materials.
+    static constexpr int numUnits = 12;
+    static constexpr int firstManagedUnit = 12;
+    static constexpr int numManagedUnits = 4;
+
+    /// Reads program, vertex array, framebuffers and viewport from GL as the bottoms of the stacks, and
+    /// forgets everything else.
+    void readFromGL();
+
+    void bindTexture(Texture* texture);
+    void releaseTexture(Texture* texture);
+    /// Binds a texture to a managed unit, where it stays.
+    void bindManagedTexture(int slot, Texture* texture);
+
+    void bindProgram(ShaderProgram* program);
+    void releaseProgram(ShaderProgram* program);
+    /// The program in force; null when none is, or when the one that was bound last is not valid.
+    ShaderProgram* currentProgram() const;
+
+    void bindVertexArray(VertexArrayObject* vertexArray);
+    void releaseVertexArray(VertexArrayObject* vertexArray);
+    VertexArrayObject* currentVertexArray() const;
+
+    void bindFramebuffer(FramebufferObject* framebuffer);
+    void releaseFramebuffer(FramebufferObject* framebuffer);
+    bool isBound(const FramebufferObject* framebuffer) const;
+    /// Binds a framebuffer by name until the next change; for reading (GL_READ_FRAMEBUFFER) or drawing.
+    void bindFramebufferName(unsigned int target, unsigned int name);
+
+    void setViewport(const QRect& rectangle);
+    QRect viewport() const { return m_viewport; }
+
+    /// Removes a destroyed object from every stack.
+    void forget(const Texture* texture);
+    void forget(const ShaderProgram* program);
+    void forget(const VertexArrayObject* vertexArray);
+    void forget(const FramebufferObject* framebuffer);
+};
+
+} // namespace Morvane::Qel

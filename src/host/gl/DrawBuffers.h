@@ -1,0 +1,72 @@
+#pragma once
+
+#include <QObject>
+#include <QSharedPointer>
+
+#include <vector>
+
+#include <Qel/gl/Bindable.h>
+#include <Qel/gl/ResourceScope.h>
+
+namespace Morvane::Qel {
+
+class BufferObject;
+class VertexArrayObject;
+
+/// GL's record of an indexed indirect draw; the field order is GL's.
+struct DrawElementsIndirectCommand
+{
+    unsigned int count = 0;
+    unsigned int instanceCount = 0;
+    unsigned int firstIndex = 0;
+    unsigned int baseVertex = 0;
+    unsigned int baseInstance = 0;
+};
+
+/// A drawable batch: a vertex array, a primitive type and either a vertex count or an index buffer.
+class QEL_GL_EXPORT DrawBuffers : public QObject, public Bindable
+{
+    Q_OBJECT
+public:
+    explicit DrawBuffers(QObject* parent = nullptr);
+    ~DrawBuffers() override;
+
+    void setVAO(const QSharedPointer<VertexArrayObject>& vertexArray);
+    const QSharedPointer<VertexArrayObject>& VAO() const { return m_vertexArray; }
+    /// GL_TRIANGLES, the initial one, GL_LINES, GL_POINTS, ...
+    void setPrimitiveType(unsigned int type);
+    unsigned int primitiveType() const { return m_primitiveType; }
+    void setVertexCount(int count);
+    /// Draws `count` indices of a GL type from a buffer from now on.
+    void setIndexedDraw(const QSharedPointer<BufferObject>& buffer, int count, unsigned int type);
+    const QSharedPointer<BufferObject>& indexBO() const { return m_indexBuffer; }
+    /// Number of indices, or of vertices without an index buffer.
+    int count() const { return m_count; }
+
+    /// Commands that shaders look up to find a draw's first index and base vertex; draw does not issue them.
+    void setDrawElementsIndirectCommands(const DrawElementsIndirectCommand* commands, int count);
+    const std::vector<DrawElementsIndirectCommand>& drawElementsIndirectCommands() const { return m_commands; }
+    /// The commands as the std140 block "DrawElementsIndirectCommands", whose elements are 32 bytes apart and
+    /// hold the five values in GL's order; binding the buffer binds the block. A batch without commands has
+    /// one that says what draw issues. Made on the first call and kept until the commands change.
+    QSharedPointer<BufferObject> getDrawElementsIndirectCommandsUniformBufferObject();
+
+    /// Binds the vertex array.
+    void bind() override;
+    void release() override;
+    /// Issues the draw call with the current program, with the batch bound. Returns false and draws nothing
+    /// while no valid program is current or the batch has no vertex array.
+    bool draw();
+
+private:
+    ResourceScope::Membership m_membership;
+    QSharedPointer<VertexArrayObject> m_vertexArray;
+    QSharedPointer<BufferObject> m_indexBuffer;
+    unsigned int m_primitiveType;
+    unsigned int m_indexType = 0;
+    int m_count = 0;
+    std::vector<DrawElementsIndirectCommand> m_commands;
+    QSharedPointer<BufferObject> m_commandBlock;
+};
+
+} // namespace Morvane::Qel

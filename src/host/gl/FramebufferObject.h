@@ -1,0 +1,47 @@
+#pragma once
+
+#include <QObject>
+
+#include <array>
+
+#include <Qel/gl/Bindable.h>
+#include <Qel/gl/ResourceScope.h>
+
+namespace Morvane::Qel {
+
+class Texture;
+
+/// A framebuffer of texture attachments. While bound it is what draws and clears go to; release restores the
+/// framebuffer and the viewport that were in force before. It never deletes its textures.
+///
+/// A detached texture leaves the GL object at the next setDrawBuffers, so that a pass that attaches a pooled
+/// texture every frame and gets the same one again changes nothing in GL.
+class QEL_GL_EXPORT FramebufferObject : public QObject, public Bindable
+{
+    Q_OBJECT
+public:
+    explicit FramebufferObject(QObject* parent = nullptr);
+    ~FramebufferObject() override;
+
+    void bind() override;
+    void release() override;
+
+    /// Attaches a level of a texture at GL_COLOR_ATTACHMENT0 + k (k below 8), GL_DEPTH_ATTACHMENT,
+    /// GL_STENCIL_ATTACHMENT or GL_DEPTH_STENCIL_ATTACHMENT. A null texture detaches.
+    void attach(Texture* texture, unsigned int attachment, int level);
+    /// Attaches one layer of an array texture.
+    void attach3D(Texture* texture, unsigned int attachment, int layer, int level);
+    /// Removes an attachment and returns its texture, null where nothing was attached.
+    Texture* detach(unsigned int attachment);
+    /// The texture at an attachment, null where nothing is attached.
+    Texture* attachment(unsigned int attachment) const;
+    bool hasAttachment(unsigned int attachment) const;
+
+    /// Selects all attached colour attachments as draw buffers, in order, and sets the viewport to the size of
+    /// the attachments. With the framebuffer bound.
+    void setDrawBuffers();
+    /// The GL name.
+    unsigned int getFBO();
+};
+
+} // namespace Morvane::Qel

@@ -1,0 +1,136 @@
+#pragma once
+
+#include <QByteArray>
+#include <QColor>
+#include <QHash>
+#include <QMatrix4x4>
+#include <QObject>
+#include <QRect>
+#include <QSize>
+#include <QStringList>
+#include <QVariant>
+#include <QVector2D>
+#include <QVector3D>
+#include <QVector4D>
+#include <QVector>
+
+#include <vector>
+
+#include <Qel/gl/Bindable.h>
+#include <Qel/gl/ResourceScope.h>
+
+namespace Morvane::Qel {
+
+class GLSLMacroProcessor;
+
+/// The name of a uniform with what the program that it was last used with knows of it. Passes keep one for
+/// each uniform they set, so that a steady frame looks nothing up; it follows a program that is rebuilt or
+/// replaced by itself. `name` must outlive it: use a literal.
+class QEL_GL_EXPORT Uniform
+{
+public:
+    explicit constexpr Uniform(const char* name) : m_name(name) {}
+    const char* name() const { return m_name; }
+
+private:
+    friend class ShaderProgram;
+    const char* m_name;
+    quint64 m_buildSerial = 0;
+    int m_location = -1;
+    unsigned int m_type = 0;
+    int m_arraySize = 0;
+};
+
+/// A GLSL program. Stages are added as texts or files; the first bind composes, compiles and links them.
+///
+/// Every source runs through the macro processor: the one that was set, else a plain one that finds includes
+/// in ":/Media/Shaders". Attribute locations, the binding points of instance-data blocks and the units of
+/// managed textures are the same in every program.
+///
+/// A program that fails to build is reported once on the critical channel, with each of the driver's lines
+/// mapped back to file and line; bind then makes no program current and nothing is drawn with it.
+class QEL_GL_EXPORT ShaderProgram : public QObject, public Bindable
+{
+    Q_OBJECT
+public:
+    explicit ShaderProgram(QObject* parent = nullptr);
+    ~ShaderProgram() override;
+
+    void bind() override;
+    void release() override;
+
+    /// Adds a source to a stage (GL_VERTEX_SHADER, ...); several sources of a stage are compiled apart and
+    /// linked together. `name` appears in messages; when it is empty they name the stage.
+    void addShader(unsigned int stage, const QString& source, const QString& name);
+    /// The same from a file: a path, a resource path, or a name searched in the macro processor's include
+    /// paths and in ":/Media/Shaders". A file that cannot be read makes the build fail.
+    void addShaderFromFile(unsigned int stage, const QString& path);
+    /// Not owned; must live until the program is built, null stands for the plain processor. Takes effect on
+    /// sources added before and after alike until the program is built.
+    void setMacroProcessor(GLSLMacroProcessor* processor);
+    /// Binds fragment output i to draw buffer i. Names that the program does not write are ignored.
+    void setFragDataLocations(const QStringList& names);
+
+    /// Whether the program is built and usable; builds it when that was not tried yet.
+    bool isValid();
+    bool hasUniform(const QString& name) const;
+    /// -1 when the built program has no active uniform of this name.
+    int getUniformLocation(const QString& name) const;
+    /// Sets a uniform from a bool, int, float, double, colour (as vec4, 0 to 1), size, rectangle (as vec4: x,
+    /// y, width, height), vector or matrix, converted to the type that the shader declares. Unknown names and
+    /// values that do not convert are ignored. Binds the program for the call when it is not current.
+    void setUniform(const QString& name, const QVariant& value);
+    void setUniform(const QString& name, const QVector<float>& values);
+    /// \name The same without look-up and allocation
+    /// The program must be bound.
+    /// @{
+    void setUniform(Uniform& uniform, bool value);
+    void setUniform(Uniform& uniform, int value);
+    void setUniform(Uniform& uniform, float value);
+    void setUniform(Uniform& uniform, const QVector2D& value);
+    void setUniform(Uniform& uniform, const QVector3D& value);
+    void setUniform(Uniform& uniform, const QVector4D& value);
+    void setUniform(Uniform& uniform, const QColor& value);
+    void setUniform(Uniform& uniform, const QMatrix4x4& value);
+    void setUniform(Uniform& uniform, const QVector<float>& values);
+    /// By the type of the value, as the overload that takes a name does.
+    void setUniform(Uniform& uniform, const QVariant& value);
+    /// @}
+
+    /// What compiler and linker said, mapped to files and lines; empty when they said nothing.
+    QString log() const;
+    /// The GL name; 0 before the build and after a failed one.
+    unsigned int programID() const { return m_program; }
+    /// Bit i is set when the program reads the attribute of location i.
+    unsigned int attributeMask() const { return m_attributeMask; }
+    /// Index of an active uniform block, -1 when the program has none of this name.
+    int uniformBlockIndex(const char* name) const;
+
+private:
+    struct Source
+    {
+        unsigned int stage;
+        QString text;
+        QString name;
+    };
+    struct ActiveUniform
+    {
+        int location;
+        unsigned int type;
+        int arraySize;
+    };
+    void build();
+
+    ResourceScope::Membership m_membership;
+    std::vector<Source> m_sources;
+    QStringList m_fragDataLocations;
+    GLSLMacroProcessor* m_macroProcessor = nullptr;
+    bool m_built = false;
+    unsigned int m_program = 0;
+    quint64 m_buildSerial = 0;
+    unsigned int m_attributeMask = 0;
+    QHash<QByteArray, ActiveUniform> m_uniforms;
+    QString m_log;
+};
+
+} // namespace Morvane::Qel

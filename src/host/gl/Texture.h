@@ -1,0 +1,96 @@
+#pragma once
+
+#include <QObject>
+#include <QSize>
+
+#include <Qel/gl/Bindable.h>
+#include <Qel/gl/ResourceScope.h>
+
+namespace Morvane::Qel {
+
+/// A GL texture. Empty until an image is given; the GL name is made on first need and deleted with the
+/// object. Not thread-safe; the context in which it was made must be current for every operation, the
+/// destructor included.
+class QEL_GL_EXPORT Texture : public QObject, public Bindable
+{
+    Q_OBJECT
+public:
+    explicit Texture(QObject* parent = nullptr);
+    ~Texture() override;
+
+    /// GL target for binding: GL_TEXTURE_2D (the initial one), GL_TEXTURE_CUBE_MAP, GL_TEXTURE_2D_ARRAY,
+    /// GL_TEXTURE_BUFFER. Set it before the first bind.
+    void setTarget(unsigned int target);
+    unsigned int target() const { return m_target; }
+    /// The GL name.
+    unsigned int textureID();
+    /// The unit that the latest bind in force took, -1 while unbound. Sampler uniforms are set to it.
+    int unit() const { return m_unit; }
+    /// Marks a texture that consumers must not render into.
+    void setReadOnly();
+    bool isReadOnly() const { return m_readOnly; }
+
+    /// Makes the texture current on the context's next free unit.
+    void bind() override;
+    void release() override;
+
+    /// \name Images
+    /// @{
+
+    /// glTexImage2D of a level of a GL_TEXTURE_2D (or of a face, for cube maps), with the texture bound for
+    /// the call. Level 0 sets width, height and internal format. `pixels` may be null.
+    void setImage2D(int level, unsigned int internalFormat, int width, int height, unsigned int format,
+                    unsigned int type, const void* pixels);
+    void setFaceImage(unsigned int face, int level, unsigned int internalFormat, int width, int height,
+                      unsigned int format, unsigned int type, const void* pixels);
+    /// glTexImage3D of level 0, for GL_TEXTURE_2D_ARRAY.
+    void setImage3D(unsigned int internalFormat, int width, int height, int layers, unsigned int format,
+                    unsigned int type, const void* pixels);
+    void generateMipmap();
+    /// Size of level 0, as far as it was set through this object.
+    QSize size() const { return m_size; }
+    int layers() const { return m_layers; }
+    unsigned int internalFormat() const { return m_internalFormat; }
+    /// @}
+
+    /// \name Parameters
+    /// Kept as a record, so that setting what is already set costs no GL call and saving and restoring reads
+    /// nothing back. Set parameters through here rather than through glTexParameter.
+    /// @{
+
+    /// GL_TEXTURE_MIN_FILTER, GL_TEXTURE_MAG_FILTER, GL_TEXTURE_WRAP_S, _T, _R.
+    void setParameter(unsigned int name, int value);
+    int parameter(unsigned int name) const;
+    void setFilter(int minFilter, int magFilter);
+    /// All three directions.
+    void setWrap(int mode);
+    /// @}
+
+    /// A number that no other texture of this process ever had, unlike its GL name.
+    quint64 serial() const { return m_serial; }
+
+private:
+    friend class BindingRecord;
+    struct Parameters
+    {
+        int minFilter;
+        int magFilter;
+        int wrapS;
+        int wrapT;
+        int wrapR;
+    };
+    int* parameterSlot(unsigned int name);
+
+    ResourceScope::Membership m_membership;
+    quint64 m_serial;
+    unsigned int m_target;
+    unsigned int m_name = 0;
+    int m_unit = -1;
+    bool m_readOnly = false;
+    QSize m_size;
+    int m_layers = 1;
+    unsigned int m_internalFormat = 0;
+    Parameters m_parameters;
+};
+
+} // namespace Morvane::Qel
