@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QHash>
 #include <QRect>
 #include <QSharedPointer>
 #include <QString>
@@ -13,6 +14,7 @@ namespace Morvane::Qel {
 class BindingRecord;
 class BufferObject;
 class DrawBuffers;
+class InstanceDataPlan;
 class ResourceScope;
 class VertexArrayObject;
 
@@ -103,9 +105,12 @@ public:
     BindingRecord& bindings();
 
 private:
+    friend class InstanceDataPlan;
     friend class ResourceScope;
     struct Private;
     std::unique_ptr<Private> d;
+    /// The default data of the plans that were used on this context; a shared object like those above.
+    QHash<const InstanceDataPlan*, QSharedPointer<BufferObject>> m_defaultInstanceData;
 };
 
 /// Whether the current context exposes the named extension, such as "ARB_shader_image_load_store".
