@@ -137,13 +137,13 @@ InstanceDataRegistry* InstanceDataRegistry::Instance()
 InstanceDataRegistry::InstanceDataRegistry()
 {
     m_plans.emplace_back(new InstanceDataPlan(QStringLiteral("InstanceInfo"), instanceInfoPrototypes,
-                                              instanceInfoDefinitions, InstanceInfoBinding,
+                                              instanceInfoDefinitions, UniformBlocks::instanceInfo,
                                               toBytes(InstanceInfoBlock(QMatrix4x4())), 0));
     m_plans.emplace_back(new InstanceDataPlan(QStringLiteral("OBJMaterial"), objMaterialPrototypes,
-                                              objMaterialDefinitions, OBJMaterialBinding,
+                                              objMaterialDefinitions, UniformBlocks::objMaterial,
                                               toBytes(OBJMaterialBlock()), 2));
     m_plans.emplace_back(new InstanceDataPlan(QStringLiteral("VeskInstance"), veskInstancePrototypes,
-                                              veskInstanceDefinitions, VeskInstanceBinding,
+                                              veskInstanceDefinitions, UniformBlocks::veskInstance,
                                               toBytes(VeskInstanceBlock{toArray(QMatrix4x4())}), 0));
 }
 

@@ -718,7 +718,7 @@ void ShaderProgram::readInterface()
         bindBlock(plan->name().toUtf8().constData(), plan->bindingPoint());
         plan->provideDefault();
     }
-    bindBlock("DrawElementsIndirectCommands", DrawElementsIndirectCommandsBinding);
+    bindBlock("DrawElementsIndirectCommands", UniformBlocks::drawElementsIndirectCommands);
 
     for (int slot = 0; slot < BindingRecord::numManagedUnits; ++slot) {
         setUniform(QStringLiteral("u_ManagedTexture%1").arg(slot), BindingRecord::firstManagedUnit + slot);

@@ -1,14 +1,11 @@
 #pragma once
 
-namespace Morvane::Qel {
+/// The binding points of the uniform blocks that the library binds, the same in every program.
+namespace Morvane::Qel::UniformBlocks {
 
-/// The binding points of uniform blocks, the same in every program. Not installed.
-enum UniformBlockBinding : unsigned int
-{
-    InstanceInfoBinding = 0,
-    OBJMaterialBinding = 1,
-    VeskInstanceBinding = 2,
-    DrawElementsIndirectCommandsBinding = 3,
-};
+inline constexpr unsigned int instanceInfo = 0;
+inline constexpr unsigned int objMaterial = 1;
+inline constexpr unsigned int veskInstance = 2;
+inline constexpr unsigned int drawElementsIndirectCommands = 3;
 
-} // namespace Morvane::Qel
+} // namespace Morvane::Qel::UniformBlocks
