@@ -7,13 +7,13 @@
 #include <memory>
 
 #include <Qel/gl/Export.h>
+#include <Qel/gl/ResourceScope.h>
 
 namespace Morvane::Qel {
 
 class BindingRecord;
 class BufferObject;
 class DrawBuffers;
-class ResourceScope;
 class VertexArrayObject;
 
 /// What the GPU services know of one native GL context: its capabilities, what is bound and enabled, and the
@@ -67,7 +67,8 @@ public:
     void setViewport(int x, int y, int width, int height);
     QRect viewport() const;
     /// Sets the state in which a graph starts every pass: depth and colour mask on, tests, blending, culling
-    /// and scissor off, stencil mask full, clear colour 0, clear depth 1, default blend function and equation.
+    /// and scissor off, stencil mask full, clear colour 0, clear depth 1, default blend function and
+    /// equation.
     void applyBaseState();
     /// @}
 
@@ -102,8 +103,14 @@ public:
     /// What is bound; for the classes of this library that are Bindable.
     BindingRecord& bindings();
 
+protected:
+    /// Deletes the shared objects and ends being current; for destructors of contexts that own their native
+    /// one.
+    void releaseObjects();
+
 private:
-    friend class ResourceScope;
+    friend class ResourceScope::Activation;
+    void setResourceScope(ResourceScope* scope);
     struct Private;
     std::unique_ptr<Private> d;
 };

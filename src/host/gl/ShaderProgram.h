@@ -29,7 +29,10 @@ class GLSLMacroProcessor;
 class QEL_GL_EXPORT Uniform
 {
 public:
-    explicit constexpr Uniform(const char* name) : m_name(name) {}
+    explicit constexpr Uniform(const char* name)
+        : m_name(name)
+    {
+    }
     const char* name() const { return m_name; }
 
 private:
