@@ -5,6 +5,7 @@
 #include <QImage>
 #include <QImageReader>
 #include <QImageWriter>
+#include <QRegularExpression>
 #include <QSaveFile>
 
 #include <algorithm>
@@ -322,7 +323,11 @@ QStringList sortedChannels(const Imf::ChannelList& list)
 
 std::optional<Image> readExr(const QString& path, QString* error)
 {
-    const auto damaged = [&](const QString& cause) {
+    const auto damaged = [&](QString cause) {
+        // The path is named already.
+        static const QRegularExpression opening(
+            QStringLiteral("^Cannot \\w+ image file \"[^\"]*\"\\.\\s*|\\.$"));
+        cause.remove(opening);
         fail(error, path, QStringLiteral("cannot be read as an EXR picture: %1").arg(cause),
              QStringLiteral("name a file that is whole"));
         return std::nullopt;
