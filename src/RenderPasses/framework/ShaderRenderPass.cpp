@@ -36,27 +36,25 @@ void main()
 
 const PassDescription& ShaderRenderPass::description()
 {
+    const auto file = [](const QString& name, const QString& meaning) {
+        return OptionDescription{name, meaning, QString(), {}, true};
+    };
     static const PassDescription description{
         QStringLiteral("ShaderRenderPass"),
         QStringLiteral("Runs GLSL of the user's over the screen or over a geometry input, on ports that the "
                        "graph declares."),
         {},
         {},
-        {{QStringLiteral("inputs"),
-          QStringLiteral("the input ports: a list of full names, or an object of full names and values"),
-          QVariantList()},
-         {QStringLiteral("outputs"), QStringLiteral("the output ports: a list of full names"),
-          QVariantList()},
-         {QStringLiteral("vertexShader"),
-          QStringLiteral("file of the vertex stage; passes va_TexCoord on as vo_TexCoord when not given"),
-          QString()},
-         {QStringLiteral("fragmentShader"),
-          QStringLiteral("file of the fragment stage; copies u_Input when not given"), QString()},
-         {QStringLiteral("geometryShader"), QStringLiteral("file of the geometry stage"), QString()},
-         {QStringLiteral("tessellationControlShader"),
-          QStringLiteral("file of the tessellation control stage"), QString()},
-         {QStringLiteral("tessellationEvaluationShader"),
-          QStringLiteral("file of the tessellation evaluation stage"), QString()},
+        {{QStringLiteral("inputs"), QStringLiteral("full names of the input ports"), QStringList()},
+         {QStringLiteral("outputs"), QStringLiteral("full names of the output ports"), QStringList()},
+         file(QStringLiteral("vertexShader"),
+              QStringLiteral("the vertex stage; passes va_TexCoord on as vo_TexCoord when not given")),
+         file(QStringLiteral("fragmentShader"),
+              QStringLiteral("the fragment stage; copies u_Input when not given")),
+         file(QStringLiteral("geometryShader"), QStringLiteral("the geometry stage")),
+         file(QStringLiteral("tessellationControlShader"), QStringLiteral("the tessellation control stage")),
+         file(QStringLiteral("tessellationEvaluationShader"),
+              QStringLiteral("the tessellation evaluation stage")),
          {QStringLiteral("clear"), QStringLiteral("whether the targets are cleared before the draw"), true},
          {QStringLiteral("blend"),
           QStringLiteral("how the draw is blended: not at all; source * (1 - source alpha) + destination * "

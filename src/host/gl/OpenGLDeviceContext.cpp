@@ -99,6 +99,7 @@ void OpenGLDeviceContext::releaseObjects()
         d->triangle.reset();
         d->quad.reset();
         d->freeTransferBuffers->clear();
+        m_defaultInstanceData.clear();
         currentContext = nullptr;
     }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QHash>
 #include <QRect>
 #include <QSharedPointer>
 #include <QString>
@@ -14,6 +15,7 @@ namespace Morvane::Qel {
 class BindingRecord;
 class BufferObject;
 class DrawBuffers;
+class InstanceDataPlan;
 class VertexArrayObject;
 
 /// What the GPU services know of one native GL context: its capabilities, what is bound and enabled, and the
@@ -112,10 +114,13 @@ protected:
     void releaseObjects();
 
 private:
+    friend class InstanceDataPlan;
     friend class ResourceScope::Activation;
     void setResourceScope(ResourceScope* scope);
     struct Private;
     std::unique_ptr<Private> d;
+    /// The default data of the plans that were used on this context; a shared object like those above.
+    QHash<const InstanceDataPlan*, QSharedPointer<BufferObject>> m_defaultInstanceData;
 };
 
 /// Whether the current context exposes the named extension, such as "ARB_shader_image_load_store".
