@@ -57,7 +57,8 @@ Texture* makeTexture(const Pixels& pixels, unsigned int internalFormat)
 {
     auto* texture = new Texture;
     texture->setFilter(GL_NEAREST, GL_NEAREST);
-    texture->setImage2D(0, internalFormat, pixels.width, pixels.height, GL_RGBA, GL_FLOAT, pixels.values.data());
+    texture->setImage2D(0, internalFormat, pixels.width, pixels.height, GL_RGBA, GL_FLOAT,
+                        pixels.values.data());
     return texture;
 }
 
@@ -75,7 +76,8 @@ testing::AssertionResult equal(const Pixels& actual, const Pixels& expected, flo
         for (int x = 0; x < actual.width; ++x) {
             double difference = 0.0;
             for (int c = 0; c < 4; ++c) {
-                const double d = std::abs(static_cast<double>(actual.at(x, y)[c]) - static_cast<double>(expected.at(x, y)[c]));
+                const double d = std::abs(static_cast<double>(actual.at(x, y)[c]) -
+                                          static_cast<double>(expected.at(x, y)[c]));
                 difference = std::isnan(d) ? INFINITY : std::max(difference, d);
             }
             numDifferent += difference > static_cast<double>(tolerance) ? 1 : 0;
@@ -92,10 +94,10 @@ testing::AssertionResult equal(const Pixels& actual, const Pixels& expected, flo
     const auto print = [](const QVector4D& v) {
         return testing::PrintToString(std::array{v.x(), v.y(), v.z(), v.w()});
     };
-    return testing::AssertionFailure() << numDifferent << " pixels differ by more than " << tolerance
-                                       << "; the worst, (" << worstX << ", " << worstY << "), is "
-                                       << print(actual.at(worstX, worstY)) << ", not "
-                                       << print(expected.at(worstX, worstY));
+    return testing::AssertionFailure()
+           << numDifferent << " pixels differ by more than " << tolerance << "; the worst, (" << worstX
+           << ", " << worstY << "), is " << print(actual.at(worstX, worstY)) << ", not "
+           << print(expected.at(worstX, worstY));
 }
 
 } // namespace Morvane::Qel::Test

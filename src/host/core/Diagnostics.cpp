@@ -16,8 +16,9 @@ void logCritical(const char* file, int line, const QString& text)
 
 void logFailedCheck(const char* file, int line, const char* condition, const QString& explanation)
 {
-    logCritical(file, line,
-                QStringLiteral("[ !! ] Assertion '%1' failed: %2").arg(QString::fromUtf8(condition), explanation));
+    logCritical(
+        file, line,
+        QStringLiteral("[ !! ] Assertion '%1' failed: %2").arg(QString::fromUtf8(condition), explanation));
 }
 
 } // namespace Morvane::Qel

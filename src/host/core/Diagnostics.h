@@ -15,7 +15,8 @@ QEL_CORE_EXPORT void logCritical(const char* file, int line, const QString& text
 
 /// "[file:line] [ !! ] Assertion 'condition' failed: explanation" on the critical channel. Execution goes on;
 /// the caller takes its failure path.
-QEL_CORE_EXPORT void logFailedCheck(const char* file, int line, const char* condition, const QString& explanation);
+QEL_CORE_EXPORT void logFailedCheck(const char* file, int line, const char* condition,
+                                    const QString& explanation);
 
 } // namespace Morvane::Qel
 

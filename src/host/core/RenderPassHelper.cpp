@@ -10,7 +10,7 @@ template<class Port>
 const Port* portAt(const std::vector<Port>& ports, int index)
 {
     return index >= 0 && static_cast<size_t>(index) < ports.size() ? &ports[static_cast<size_t>(index)]
-                                                                    : nullptr;
+                                                                   : nullptr;
 }
 
 template<class Port>
@@ -20,7 +20,10 @@ Port* writablePortAt(std::vector<Port>& ports, int index, const char* kind)
         return &ports[static_cast<size_t>(index)];
     }
     logCritical(__FILE__, __LINE__,
-                QStringLiteral("no %1 %2; the pass has %3").arg(QLatin1StringView(kind)).arg(index).arg(ports.size()));
+                QStringLiteral("no %1 %2; the pass has %3")
+                    .arg(QLatin1StringView(kind))
+                    .arg(index)
+                    .arg(ports.size()));
     return nullptr;
 }
 

@@ -24,6 +24,7 @@ public:
     static constexpr int firstManagedUnit = 12;
     static constexpr int numManagedUnits = 4;
 
+    BindingRecord();
     /// Reads program, vertex array, framebuffers and viewport from GL as the bottoms of the stacks, and
     /// forgets everything else.
     void readFromGL();
@@ -45,6 +46,7 @@ public:
     void bindFramebuffer(FramebufferObject* framebuffer);
     void releaseFramebuffer(FramebufferObject* framebuffer);
     bool isBound(const FramebufferObject* framebuffer) const;
+    unsigned int drawFramebuffer() const;
     /// Binds a framebuffer by name until the next change; for reading (GL_READ_FRAMEBUFFER) or drawing.
     void bindFramebufferName(unsigned int target, unsigned int name);
 
@@ -52,10 +54,33 @@ public:
     QRect viewport() const { return m_viewport; }
 
     /// Removes a destroyed object from every stack.
-    void forget(const Texture* texture);
-    void forget(const ShaderProgram* program);
-    void forget(const VertexArrayObject* vertexArray);
-    void forget(const FramebufferObject* framebuffer);
+    void forget(Texture* texture);
+    void forget(ShaderProgram* program);
+    void forget(VertexArrayObject* vertexArray);
+    void forget(FramebufferObject* framebuffer);
+
+private:
+    struct FramebufferBinding
+    {
+        FramebufferObject* framebuffer;
+        unsigned int previousDraw;
+        unsigned int previousRead;
+        QRect previousViewport;
+    };
+    void setActiveUnit(int unit);
+    void applyFramebuffers(unsigned int draw, unsigned int read);
+
+    std::array<Texture*, numUnits> m_units{};
+    int m_topUnit = 0;
+    std::array<quint64, numManagedUnits> m_managedSerials{};
+    std::vector<ShaderProgram*> m_programs;
+    unsigned int m_baseProgram = 0;
+    std::vector<VertexArrayObject*> m_vertexArrays;
+    unsigned int m_baseVertexArray = 0;
+    std::vector<FramebufferBinding> m_framebuffers;
+    unsigned int m_drawFramebuffer = 0;
+    unsigned int m_readFramebuffer = 0;
+    QRect m_viewport;
 };
 
 } // namespace Morvane::Qel

@@ -45,7 +45,10 @@ public:
 
     /// Commands that shaders look up to find a draw's first index and base vertex; draw does not issue them.
     void setDrawElementsIndirectCommands(const DrawElementsIndirectCommand* commands, int count);
-    const std::vector<DrawElementsIndirectCommand>& drawElementsIndirectCommands() const { return m_commands; }
+    const std::vector<DrawElementsIndirectCommand>& drawElementsIndirectCommands() const
+    {
+        return m_commands;
+    }
     /// The commands as the std140 block "DrawElementsIndirectCommands", whose elements are 32 bytes apart and
     /// hold the five values in GL's order; binding the buffer binds the block. A batch without commands has
     /// one that says what draw issues. Made on the first call and kept until the commands change.

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QObject>
+#include <QPointer>
+#include <QSize>
 
 #include <array>
 
@@ -37,11 +39,40 @@ public:
     Texture* attachment(unsigned int attachment) const;
     bool hasAttachment(unsigned int attachment) const;
 
-    /// Selects all attached colour attachments as draw buffers, in order, and sets the viewport to the size of
-    /// the attachments. With the framebuffer bound.
+    /// Selects all attached colour attachments as draw buffers, in order, and sets the viewport to the size
+    /// of the attachments. With the framebuffer bound.
     void setDrawBuffers();
     /// The GL name.
     unsigned int getFBO();
+
+private:
+    struct Attachment
+    {
+        QPointer<Texture> texture;
+        int level = 0;
+        /// -1 for the whole level.
+        int layer = -1;
+        /// What the GL object holds: the serial of its texture, 0 for none.
+        quint64 appliedSerial = 0;
+        int appliedLevel = 0;
+        int appliedLayer = -1;
+    };
+    static constexpr size_t numColorAttachments = 8;
+    static constexpr size_t depthIndex = numColorAttachments;
+    static constexpr size_t stencilIndex = numColorAttachments + 1;
+
+    size_t indexOf(unsigned int attachment) const;
+    void attachLayer(Texture* texture, unsigned int attachment, int layer, int level);
+    void apply(size_t index);
+    void selectDrawBuffers();
+    void attachStandIn();
+    QSize size() const;
+
+    ResourceScope::Membership m_membership;
+    unsigned int m_name = 0;
+    unsigned int m_standIn = 0;
+    unsigned int m_drawBufferMask;
+    std::array<Attachment, numColorAttachments + 2> m_attachments;
 };
 
 } // namespace Morvane::Qel

@@ -14,7 +14,8 @@ namespace Morvane::Qel {
 class QEL_GL_EXPORT HeadlessContext : public OpenGLDeviceContext
 {
 public:
-    enum class Device {
+    enum class Device
+    {
         /// A GPU when there is one, else software.
         Auto,
         Gpu,

@@ -1,11 +1,10 @@
 #pragma once
 
-#include <QHash>
+#include <QByteArray>
 #include <QMatrix4x4>
 #include <QObject>
 #include <QSharedPointer>
 #include <QString>
-#include <QVector3D>
 
 #include <array>
 #include <memory>
@@ -29,25 +28,32 @@ public:
     QString name() const { return m_name; }
     /// GLSL that defines the accessor functions; added as a further source of the stage that calls them.
     QString glslc() const { return m_definitions; }
-    /// GLSL that declares them; what `#instancedata "name"` stands for.
+    /// GLSL that declares them, in one line; what `#instancedata "name"` stands for.
     QString glslh() const { return m_prototypes; }
     /// Checks that a linked program has the block with the size that the host writes; reports a failed check
     /// and returns false otherwise. A program that calls no accessor has no block and passes.
     bool assertShaderProgram(const ShaderProgram* program) const;
     unsigned int bindingPoint() const { return m_bindingPoint; }
     /// Size of the block in bytes.
-    qsizetype blockSize() const { return m_blockSize; }
+    qsizetype blockSize() const { return m_defaultBlock.size(); }
+    /// How many managed texture slots the plan's accessors name, from 0 on.
+    int numTextures() const { return m_numTextures; }
+    /// Binds the data that draws read while no collection is bound: identity matrices, a white material.
+    void bindDefault() const;
+    /// The same the first time on the current context; nothing later, so that what is bound stays.
+    void provideDefault() const;
 
 private:
     friend class InstanceDataRegistry;
     InstanceDataPlan(QString name, QString prototypes, QString definitions, unsigned int bindingPoint,
-                     qsizetype blockSize);
+                     QByteArray defaultBlock, int numTextures);
 
     QString m_name;
     QString m_prototypes;
     QString m_definitions;
     unsigned int m_bindingPoint;
-    qsizetype m_blockSize;
+    QByteArray m_defaultBlock;
+    int m_numTextures;
 };
 
 /// The plans by name:

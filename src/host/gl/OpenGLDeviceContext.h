@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QHash>
 #include <QRect>
 #include <QSharedPointer>
 #include <QString>
@@ -7,13 +8,14 @@
 #include <memory>
 
 #include <Qel/gl/Export.h>
+#include <Qel/gl/ResourceScope.h>
 
 namespace Morvane::Qel {
 
 class BindingRecord;
 class BufferObject;
 class DrawBuffers;
-class ResourceScope;
+class InstanceDataPlan;
 class VertexArrayObject;
 
 /// What the GPU services know of one native GL context: its capabilities, what is bound and enabled, and the
@@ -66,8 +68,12 @@ public:
     /// Rectangle in pixels, origin at the lower left, as glViewport takes it.
     void setViewport(int x, int y, int width, int height);
     QRect viewport() const;
+    /// Binds a framebuffer by its GL name, 0 for the default one, to GL_READ_FRAMEBUFFER, GL_DRAW_FRAMEBUFFER
+    /// or GL_FRAMEBUFFER, until something else is bound.
+    void bindFramebuffer(unsigned int target, unsigned int name);
     /// Sets the state in which a graph starts every pass: depth and colour mask on, tests, blending, culling
-    /// and scissor off, stencil mask full, clear colour 0, clear depth 1, default blend function and equation.
+    /// and scissor off, stencil mask full, clear colour 0, clear depth 1, default blend function and
+    /// equation.
     void applyBaseState();
     /// @}
 
@@ -102,10 +108,19 @@ public:
     /// What is bound; for the classes of this library that are Bindable.
     BindingRecord& bindings();
 
+protected:
+    /// Deletes the shared objects and ends being current; for destructors of contexts that own their native
+    /// one.
+    void releaseObjects();
+
 private:
-    friend class ResourceScope;
+    friend class InstanceDataPlan;
+    friend class ResourceScope::Activation;
+    void setResourceScope(ResourceScope* scope);
     struct Private;
     std::unique_ptr<Private> d;
+    /// The default data of the plans that were used on this context; a shared object like those above.
+    QHash<const InstanceDataPlan*, QSharedPointer<BufferObject>> m_defaultInstanceData;
 };
 
 /// Whether the current context exposes the named extension, such as "ARB_shader_image_load_store".

@@ -23,22 +23,31 @@ namespace Morvane::Qel {
 
 class GLSLMacroProcessor;
 
+/// What a linked program says of one of its uniforms; the location is -1 where it has none of that name.
+struct ActiveUniform
+{
+    int location = -1;
+    unsigned int type = 0;
+    int arraySize = 0;
+};
+
 /// The name of a uniform with what the program that it was last used with knows of it. Passes keep one for
 /// each uniform they set, so that a steady frame looks nothing up; it follows a program that is rebuilt or
 /// replaced by itself. `name` must outlive it: use a literal.
 class QEL_GL_EXPORT Uniform
 {
 public:
-    explicit constexpr Uniform(const char* name) : m_name(name) {}
+    explicit constexpr Uniform(const char* name)
+        : m_name(name)
+    {
+    }
     const char* name() const { return m_name; }
 
 private:
     friend class ShaderProgram;
     const char* m_name;
     quint64 m_buildSerial = 0;
-    int m_location = -1;
-    unsigned int m_type = 0;
-    int m_arraySize = 0;
+    ActiveUniform m_active;
 };
 
 /// A GLSL program. Stages are added as texts or files; the first bind composes, compiles and links them.
@@ -60,7 +69,8 @@ public:
     void release() override;
 
     /// Adds a source to a stage (GL_VERTEX_SHADER, ...); several sources of a stage are compiled apart and
-    /// linked together. `name` appears in messages; when it is empty they name the stage.
+    /// linked together. A program that is built takes no more sources. `name` appears in messages; when it is
+    /// empty they name the stage.
     void addShader(unsigned int stage, const QString& source, const QString& name);
     /// The same from a file: a path, a resource path, or a name searched in the macro processor's include
     /// paths and in ":/Media/Shaders". A file that cannot be read makes the build fail.
@@ -76,10 +86,13 @@ public:
     bool hasUniform(const QString& name) const;
     /// -1 when the built program has no active uniform of this name.
     int getUniformLocation(const QString& name) const;
-    /// Sets a uniform from a bool, int, float, double, colour (as vec4, 0 to 1), size, rectangle (as vec4: x,
-    /// y, width, height), vector or matrix, converted to the type that the shader declares. Unknown names and
-    /// values that do not convert are ignored. Binds the program for the call when it is not current.
+    /// Sets a uniform from a bool, number, colour (as vec4, 0 to 1), point, size, rectangle (as vec4: x, y,
+    /// width, height), vector, matrix or QVector<float>, converted to the type that the shader declares as
+    /// GLSL's constructors convert: surplus components are dropped, smaller matrices take the upper left
+    /// part. Unknown names and values with too few components are ignored. Binds the program for the call
+    /// when it is not current.
     void setUniform(const QString& name, const QVariant& value);
+    /// Sets as many elements of an array as there are values for and the shader declares.
     void setUniform(const QString& name, const QVector<float>& values);
     /// \name The same without look-up and allocation
     /// The program must be bound.
@@ -113,16 +126,18 @@ private:
     struct Source
     {
         unsigned int stage;
+        /// The GLSL, or the path of a file that holds it.
         QString text;
         QString name;
+        bool isFile;
     };
-    struct ActiveUniform
-    {
-        int location;
-        unsigned int type;
-        int arraySize;
-    };
+    class Builder;
     void build();
+    void readInterface();
+    QString description() const;
+    const ActiveUniform& resolve(Uniform& uniform) const;
+    template<class Value>
+    void setUniformByName(const QString& name, const Value& value);
 
     ResourceScope::Membership m_membership;
     std::vector<Source> m_sources;

@@ -60,7 +60,7 @@ public:
 
     /// GL_TEXTURE_MIN_FILTER, GL_TEXTURE_MAG_FILTER, GL_TEXTURE_WRAP_S, _T, _R.
     void setParameter(unsigned int name, int value);
-    int parameter(unsigned int name) const;
+    int parameter(unsigned int name);
     void setFilter(int minFilter, int magFilter);
     /// All three directions.
     void setWrap(int mode);

@@ -13,7 +13,8 @@ class OpenGLDeviceContext;
 class Texture;
 
 /// Formats of pooled textures.
-enum class TextureFormat : int {
+enum class TextureFormat : int
+{
     /// GL_RGBA8. Anti-aliasing needs its edge and weight targets in 8 bits.
     RGBA8 = 3,
     /// GL_RGBA32F with its whole mip chain allocated; for positions.

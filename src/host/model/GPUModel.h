@@ -17,7 +17,8 @@ class ShaderProgram;
 class TextureManager;
 
 /// The order of a front face's corners as seen on the screen.
-enum class WindingType : int {
+enum class WindingType : int
+{
     Clockwise = 0,
     CounterClockwise = 1,
 };

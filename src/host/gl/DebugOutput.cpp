@@ -1,0 +1,41 @@
+#include <Qel/gl/DebugOutput.h>
+
+#include <QDebug>
+
+#include <epoxy/gl.h>
+
+#include <Qel/gl/OpenGLDeviceContext.h>
+
+namespace Morvane::Qel {
+
+namespace {
+
+void GLAPIENTRY reportDebugMessage(GLenum source, GLenum type, GLuint /*id*/, GLenum severity,
+                                   GLsizei /*length*/, const GLchar* message, const void* /*user*/)
+{
+    // What the compiler says is reported by the program, with files and lines.
+    if (severity == GL_DEBUG_SEVERITY_NOTIFICATION || source == GL_DEBUG_SOURCE_SHADER_COMPILER) {
+        return;
+    }
+    if (type == GL_DEBUG_TYPE_ERROR || type == GL_DEBUG_TYPE_UNDEFINED_BEHAVIOR) {
+        qCritical("OpenGL: %s", message);
+    } else {
+        qDebug("OpenGL: %s", message);
+    }
+}
+
+} // namespace
+
+void enableDebugOutput(const OpenGLDeviceContext& context, bool synchronous)
+{
+    if (context.version() < 43 && !context.hasExtension("KHR_debug")) {
+        return;
+    }
+    glEnable(GL_DEBUG_OUTPUT);
+    if (synchronous) {
+        glEnable(GL_DEBUG_OUTPUT_SYNCHRONOUS);
+    }
+    glDebugMessageCallback(reportDebugMessage, nullptr);
+}
+
+} // namespace Morvane::Qel

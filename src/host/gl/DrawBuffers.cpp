@@ -1,0 +1,108 @@
+#include <Qel/gl/DrawBuffers.h>
+
+#include <epoxy/gl.h>
+
+#include <Qel/gl/BindingRecord.h>
+#include <Qel/gl/BufferObject.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/ShaderProgram.h>
+#include <Qel/gl/UniformBlocks.h>
+#include <Qel/gl/VertexArrayObject.h>
+
+namespace Morvane::Qel {
+
+DrawBuffers::DrawBuffers(QObject* parent)
+    : QObject(parent)
+    , m_membership(this)
+    , m_primitiveType(GL_TRIANGLES)
+{
+}
+
+DrawBuffers::~DrawBuffers() = default;
+
+void DrawBuffers::setVAO(const QSharedPointer<VertexArrayObject>& vertexArray)
+{
+    m_vertexArray = vertexArray;
+}
+
+void DrawBuffers::setPrimitiveType(unsigned int type)
+{
+    m_primitiveType = type;
+}
+
+void DrawBuffers::setVertexCount(int count)
+{
+    m_count = count;
+}
+
+void DrawBuffers::setIndexedDraw(const QSharedPointer<BufferObject>& buffer, int count, unsigned int type)
+{
+    m_indexBuffer = buffer;
+    m_count = count;
+    m_indexType = type;
+}
+
+void DrawBuffers::setDrawElementsIndirectCommands(const DrawElementsIndirectCommand* commands, int count)
+{
+    m_commands.assign(commands, commands + count);
+    m_commandBlock.reset();
+}
+
+QSharedPointer<BufferObject> DrawBuffers::getDrawElementsIndirectCommandsUniformBufferObject()
+{
+    if (!m_commandBlock) {
+        // std140 rounds the array's stride up to a multiple of a vec4.
+        struct alignas(32) Element
+        {
+            DrawElementsIndirectCommand command;
+        };
+        std::vector<Element> elements;
+        for (const DrawElementsIndirectCommand& command : m_commands) {
+            elements.push_back({command});
+        }
+        if (elements.empty()) {
+            elements.push_back({{static_cast<unsigned int>(m_count), 1, 0, 0, 0}});
+        }
+        const auto size = static_cast<qsizetype>(elements.size() * sizeof(Element));
+        m_commandBlock = QSharedPointer<BufferObject>::create(GL_UNIFORM_BUFFER);
+        m_commandBlock->uploadBytes(elements.data(), size, GL_STATIC_DRAW);
+        m_commandBlock->setIndexedTarget(GL_UNIFORM_BUFFER, UniformBlocks::drawElementsIndirectCommands, 0,
+                                         size);
+    }
+    return m_commandBlock;
+}
+
+void DrawBuffers::bind()
+{
+    if (m_vertexArray) {
+        m_vertexArray->bind();
+    }
+}
+
+void DrawBuffers::release()
+{
+    if (m_vertexArray) {
+        m_vertexArray->release();
+    }
+}
+
+bool DrawBuffers::draw()
+{
+    const ShaderProgram* program = OpenGLDeviceContext::current()->bindings().currentProgram();
+    if (!program || !m_vertexArray) {
+        return false;
+    }
+    // Passes match arrays to their program when they take the batch; one that was replaced since may read
+    // more.
+    m_vertexArray->enableShaderProgramArrays(program);
+    if (m_indexBuffer) {
+        // The binding is part of the vertex array, which batches may share: GL skips it when it is in force.
+        glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, m_indexBuffer->getBO());
+        glDrawElements(m_primitiveType, m_count, m_indexType, nullptr);
+    } else {
+        glDrawArrays(m_primitiveType, 0, m_count);
+    }
+    return true;
+}
+
+} // namespace Morvane::Qel

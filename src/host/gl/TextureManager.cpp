@@ -1,0 +1,230 @@
+#include <Qel/gl/TextureManager.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+
+#include <epoxy/gl.h>
+
+#include <Qel/core/Diagnostics.h>
+#include <Qel/gl/BindingRecord.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/ResourceScope.h>
+#include <Qel/gl/Texture.h>
+
+namespace Morvane::Qel {
+
+namespace {
+
+struct Entry
+{
+    std::unique_ptr<Texture> texture;
+    OpenGLDeviceContext* context;
+    TextureFormat format;
+    int width;
+    int height;
+    int references;
+    /// The frame of the latest loan.
+    quint64 lastFrame;
+};
+
+struct StandIn
+{
+    std::unique_ptr<Texture> white;
+    OpenGLDeviceContext* context;
+};
+
+/// Free textures that were not taken for this many frames are deleted: long enough for a pass that draws
+/// every few frames, short enough that an animated size does not fill the memory.
+constexpr quint64 framesToKeep = 8;
+
+void allocate(Texture& texture, TextureFormat format, int width, int height)
+{
+    switch (format) {
+    case TextureFormat::RGBA32FMipmapped: {
+        const int numLevels = std::bit_width(static_cast<unsigned int>(std::max(width, height)));
+        for (int level = 0; level < numLevels; ++level) {
+            texture.setImage2D(level, GL_RGBA32F, std::max(1, width >> level), std::max(1, height >> level),
+                               GL_RGBA, GL_FLOAT, nullptr);
+        }
+        return;
+    }
+    case TextureFormat::RGBA16F:
+        texture.setImage2D(0, GL_RGBA16F, width, height, GL_RGBA, GL_HALF_FLOAT, nullptr);
+        return;
+    case TextureFormat::Depth24Stencil8:
+        texture.setImage2D(0, GL_DEPTH24_STENCIL8, width, height, GL_DEPTH_STENCIL, GL_UNSIGNED_INT_24_8,
+                           nullptr);
+        return;
+    case TextureFormat::RGBA8:
+        break;
+    }
+    texture.setImage2D(0, GL_RGBA8, width, height, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+}
+
+} // namespace
+
+struct TextureManager::Private
+{
+    std::vector<Entry> entries;
+    std::vector<StandIn> standIns;
+    Texture* chosenStandIn = nullptr;
+    quint64 frame = 0;
+
+    Entry* find(const Texture* texture)
+    {
+        const auto found = std::find_if(entries.begin(), entries.end(),
+                                        [&](const Entry& entry) { return entry.texture.get() == texture; });
+        return found == entries.end() ? nullptr : &*found;
+    }
+    Texture* white(OpenGLDeviceContext* context);
+};
+
+Texture* TextureManager::Private::white(OpenGLDeviceContext* context)
+{
+    const auto found = std::find_if(standIns.begin(), standIns.end(),
+                                    [&](const StandIn& standIn) { return standIn.context == context; });
+    if (found != standIns.end()) {
+        return found->white.get();
+    }
+    const ResourceScope::Activation suspended(context, nullptr);
+    constexpr std::array<unsigned char, 4> opaqueWhite{255, 255, 255, 255};
+    auto texture = std::make_unique<Texture>();
+    texture->setFilter(GL_NEAREST, GL_NEAREST);
+    texture->setImage2D(0, GL_RGBA8, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, opaqueWhite.data());
+    standIns.push_back({std::move(texture), context});
+    return standIns.back().white.get();
+}
+
+TextureManager::TextureManager()
+    : d(std::make_unique<Private>())
+{
+}
+
+TextureManager::~TextureManager() = default;
+
+TextureManager* TextureManager::Instance()
+{
+    static TextureManager instance;
+    return &instance;
+}
+
+Texture* TextureManager::tempTexture(TextureFormat format, int width, int height, int count)
+{
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    if (std::max(width, height) > context->maxTextureSize()) {
+        logCritical(__FILE__, __LINE__,
+                    QStringLiteral("a texture of %1x%2 is over the driver's limit of %3; 1x1 is used")
+                        .arg(width)
+                        .arg(height)
+                        .arg(context->maxTextureSize()));
+        width = height = 1;
+    }
+    width = std::max(width, 1);
+    height = std::max(height, 1);
+
+    auto entry = std::find_if(d->entries.begin(), d->entries.end(), [&](const Entry& candidate) {
+        return candidate.references == 0 && candidate.format == format && candidate.width == width &&
+               candidate.height == height && candidate.context == context;
+    });
+    if (entry == d->entries.end()) {
+        const ResourceScope::Activation suspended(context, nullptr);
+        auto texture = std::make_unique<Texture>();
+        allocate(*texture, format, width, height);
+        d->entries.push_back({std::move(texture), context, format, width, height, 0, 0});
+        entry = std::prev(d->entries.end());
+    }
+    entry->references = count < 0 ? 1 : count;
+    entry->lastFrame = d->frame;
+    entry->texture->setFilter(GL_LINEAR, GL_LINEAR);
+    entry->texture->setWrap(GL_CLAMP_TO_EDGE);
+    return entry->texture.get();
+}
+
+void TextureManager::addTempTextureRef(Texture* texture, int references)
+{
+    if (Entry* entry = d->find(texture)) {
+        entry->references += references;
+    }
+}
+
+void TextureManager::releaseTempTextureRef(Texture* texture, int references)
+{
+    Entry* entry = d->find(texture);
+    if (!entry) {
+        return;
+    }
+    if (references > entry->references) {
+        logCritical(__FILE__, __LINE__,
+                    QStringLiteral("%1 references of a pooled texture are released, of which %2 are out")
+                        .arg(references)
+                        .arg(entry->references));
+        references = entry->references;
+    }
+    entry->references -= references;
+}
+
+void TextureManager::endFrame()
+{
+    ++d->frame;
+    std::erase_if(d->entries, [&](const Entry& entry) {
+        return entry.context == OpenGLDeviceContext::current() && entry.references == 0 &&
+               d->frame - entry.lastFrame > framesToKeep;
+    });
+}
+
+void TextureManager::releaseFreeTextures()
+{
+    std::erase_if(d->entries, [&](const Entry& entry) {
+        return entry.context == OpenGLDeviceContext::current() && entry.references == 0;
+    });
+}
+
+void TextureManager::releaseContext(OpenGLDeviceContext* context)
+{
+    std::erase_if(d->entries, [&](const Entry& entry) { return entry.context == context; });
+    std::erase_if(d->standIns, [&](const StandIn& standIn) { return standIn.context == context; });
+}
+
+std::vector<TextureManager::Loan> TextureManager::loans() const
+{
+    std::vector<Loan> loans;
+    for (const Entry& entry : d->entries) {
+        if (entry.references > 0 && entry.context == OpenGLDeviceContext::current()) {
+            loans.push_back({entry.texture.get(), entry.format, entry.references});
+        }
+    }
+    return loans;
+}
+
+int TextureManager::numReferences() const
+{
+    int references = 0;
+    for (const Entry& entry : d->entries) {
+        references += entry.context == OpenGLDeviceContext::current() ? entry.references : 0;
+    }
+    return references;
+}
+
+int TextureManager::numTextures() const
+{
+    return static_cast<int>(std::count_if(d->entries.begin(), d->entries.end(), [](const Entry& entry) {
+        return entry.context == OpenGLDeviceContext::current();
+    }));
+}
+
+void TextureManager::bindManagedTexture(int slot, Texture* texture)
+{
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    if (!texture) {
+        texture = d->chosenStandIn ? d->chosenStandIn : d->white(context);
+    }
+    context->bindings().bindManagedTexture(slot, texture);
+}
+
+void TextureManager::setManagedTextureStandIn(Texture* texture)
+{
+    d->chosenStandIn = texture;
+}
+
+} // namespace Morvane::Qel

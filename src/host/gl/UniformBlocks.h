@@ -1,0 +1,11 @@
+#pragma once
+
+/// The binding points of the uniform blocks that the library binds, the same in every program.
+namespace Morvane::Qel::UniformBlocks {
+
+inline constexpr unsigned int instanceInfo = 0;
+inline constexpr unsigned int objMaterial = 1;
+inline constexpr unsigned int veskInstance = 2;
+inline constexpr unsigned int drawElementsIndirectCommands = 3;
+
+} // namespace Morvane::Qel::UniformBlocks
