@@ -77,11 +77,4 @@ QEL_GRAPH_EXPORT std::optional<GraphPlan> planGraph(const GraphDescription& grap
                                                     const PassRegistry& registry, int maxTextureSize,
                                                     QStringList* faults);
 
-/// The frame values by the names that ports have: "Viewport", "ProjectionMatrix", ...
-QEL_GRAPH_EXPORT QStringList frameValueNames();
-
-/// The JSON value as a value of a port's type field ("float", "QColor", "QMatrix4x4", ...); invalid when it
-/// does not convert, with what would be right in `error`.
-QEL_GRAPH_EXPORT QVariant constantFromJson(const QJsonValue& value, const QString& type, QString* error);
-
 } // namespace Morvane::Qel

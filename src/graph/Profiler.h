@@ -2,6 +2,7 @@
 
 #include <QString>
 
+#include <array>
 #include <chrono>
 #include <vector>
 
@@ -36,25 +37,40 @@ public:
         double medianCpu = 0.0;
         double meanCpu = 0.0;
     };
-    /// One row for each section. Waits for queries that are under way.
+    /// One row for each section, over the latest 1000 frames. Waits for queries that are under way.
     std::vector<Row> rows();
     /// Rows as aligned text with a heading, for people.
     static QString table(const std::vector<Row>& rows);
 
 private:
-    static constexpr int numFramesInFlight = 4;
+    static constexpr size_t numFramesInFlight = 4;
+    /// The latest times of a section in milliseconds; allocates nothing after its construction.
+    class Samples
+    {
+    public:
+        Samples();
+        void add(double milliseconds);
+        int count() const { return static_cast<int>(m_values.size()); }
+        /// NaN without samples.
+        double median() const;
+        double mean() const;
+
+    private:
+        std::vector<double> m_values;
+        size_t m_next = 0;
+    };
     struct Section
     {
         QString name;
-        unsigned int queries[numFramesInFlight] = {};
-        bool pending[numFramesInFlight] = {};
-        std::vector<double> gpu;
-        std::vector<double> cpu;
+        std::array<unsigned int, numFramesInFlight> queries = {};
+        std::array<bool, numFramesInFlight> pending = {};
+        Samples gpu;
+        Samples cpu;
     };
-    void read(Section& section, int slot);
+    void readQuery(Section& section, size_t slot);
 
     bool m_hasTimer;
-    int m_slot = 0;
+    size_t m_slot = 0;
     std::vector<Section> m_sections;
     std::chrono::steady_clock::time_point m_begin;
 };
