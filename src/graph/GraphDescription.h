@@ -98,10 +98,10 @@ struct QEL_GRAPH_EXPORT GraphDescription
     void replaceModel(const QString& modelFile);
 
     /// Sets an input from a text "PASS.PORT=VALUE", replacing what the graph says. VALUE is read as JSON when
-    /// it is JSON, otherwise as a text: 0.5, true, #ff8000, [1,2,3], @blur.Frame. A text that is the path of a
-    /// file from the current folder stands for that file. False with one line in `error` when the assignment
-    /// has another form or names no pass of the graph; port and value are checked with the rest of the graph
-    /// by planGraph.
+    /// it is JSON, otherwise as a text: 0.5, true, #ff8000, [1,2,3], @blur.Frame. A text that is the path of
+    /// a file from the current folder stands for that file. False with one line in `error` when the
+    /// assignment has another form or names no pass of the graph; port and value are checked with the rest of
+    /// the graph by planGraph.
     bool set(const QString& assignment, QString* error);
 };
 

@@ -29,14 +29,18 @@ class Reader
 {
 public:
     Reader(const QString& file, const QByteArray& text, QStringList* faults)
-        : m_file(file), m_keys(text), m_faults(faults)
-    {}
+        : m_file(file)
+        , m_keys(text)
+        , m_faults(faults)
+    {
+    }
 
     GraphDescription read(const QJsonValue& document)
     {
         GraphDescription graph;
         graph.file = m_file;
-        const QJsonObject root = object(document, {}, {"viewport", "camera", "models", "lights", "passes", "output"});
+        const QJsonObject root =
+            object(document, {}, {"viewport", "camera", "models", "lights", "passes", "output"});
         if (root.contains(u"viewport")) {
             graph.viewport =
                 constant(root[u"viewport"], QStringLiteral("QSize"), QStringLiteral("viewport")).toSize();
@@ -55,8 +59,9 @@ public:
 private:
     void fault(const QString& path, const QString& what)
     {
-        m_faults->append(QStringLiteral("%1:%2: %3%4").arg(m_file, m_keys.place(path),
-                                                           path.isEmpty() ? path : path + QStringLiteral(": "), what));
+        m_faults->append(
+            QStringLiteral("%1:%2: %3%4")
+                .arg(m_file, m_keys.place(path), path.isEmpty() ? path : path + QStringLiteral(": "), what));
     }
 
     static QString memberPath(const QString& path, const QString& key)
@@ -101,8 +106,9 @@ private:
     /// A text member, empty when there is none.
     QString text(const QJsonObject& parent, const QString& path, const QString& key)
     {
-        return parent.contains(key) ? constant(parent[key], QStringLiteral("QString"), memberPath(path, key)).toString()
-                                    : QString();
+        return parent.contains(key)
+                   ? constant(parent[key], QStringLiteral("QString"), memberPath(path, key)).toString()
+                   : QString();
     }
 
     QString requiredText(const QJsonObject& parent, const QString& path, const QString& key)
@@ -120,7 +126,8 @@ private:
         CameraDescription camera;
         const auto readVector = [&](const QString& key, QVector3D* result, bool required) {
             if (members.contains(key)) {
-                *result = constant(members[key], QStringLiteral("QVector3D"), memberPath(path, key)).value<QVector3D>();
+                *result = constant(members[key], QStringLiteral("QVector3D"), memberPath(path, key))
+                              .value<QVector3D>();
             } else if (required) {
                 fault(path, QStringLiteral("needs an \"%1\"").arg(key));
             }
@@ -221,20 +228,26 @@ class Writer
 {
 public:
     Writer(const GraphDescription& graph, const QString& file, const PassRegistry& registry)
-        : m_graph(graph), m_registry(registry), m_folder(QFileInfo(file).absolutePath()),
-          m_moves(m_folder != QFileInfo(graph.resolvePath(QStringLiteral("."))).absoluteFilePath())
-    {}
+        : m_graph(graph)
+        , m_registry(registry)
+        , m_folder(QFileInfo(file).absolutePath())
+        , m_moves(m_folder != QFileInfo(graph.resolvePath(QStringLiteral("."))).absoluteFilePath())
+    {
+    }
 
     QString text() const
     {
         QStringList parts;
-        parts.append(QStringLiteral("\"viewport\": [%1, %2]").arg(m_graph.viewport.width()).arg(m_graph.viewport.height()));
+        parts.append(QStringLiteral("\"viewport\": [%1, %2]")
+                         .arg(m_graph.viewport.width())
+                         .arg(m_graph.viewport.height()));
         if (m_graph.camera) {
             const CameraDescription& camera = *m_graph.camera;
-            parts.append(QStringLiteral(
-                             R"("camera": {"eye": %1, "target": %2, "up": %3, "fovY": %4, "near": %5, "far": %6})")
-                             .arg(vectorText(camera.eye), vectorText(camera.target), vectorText(camera.up),
-                                  number(camera.fovY), number(camera.nearPlane), number(camera.farPlane)));
+            parts.append(
+                QStringLiteral(
+                    R"("camera": {"eye": %1, "target": %2, "up": %3, "fovY": %4, "near": %5, "far": %6})")
+                    .arg(vectorText(camera.eye), vectorText(camera.target), vectorText(camera.up),
+                         number(camera.fovY), number(camera.nearPlane), number(camera.farPlane)));
         }
         QStringList models;
         for (const ModelDescription& model : m_graph.models) {
@@ -255,7 +268,7 @@ public:
         for (const PassSetting& pass : m_graph.passes) {
             passes.append(QStringLiteral("\n    ") + passText(pass));
         }
-        parts.append(QStringLiteral("\"passes\": [%1]").arg(passes.join(u',')));
+        parts.append(QStringLiteral("\"passes\": [%1\n  ]").arg(passes.join(u',')));
         if (!m_graph.output.isEmpty()) {
             parts.append(member(QStringLiteral("output"), m_graph.output));
         }
@@ -270,11 +283,13 @@ private:
 
     QString passText(const PassSetting& pass) const
     {
-        QStringList members{member(QStringLiteral("name"), pass.name), member(QStringLiteral("type"), pass.type)};
+        QStringList members{member(QStringLiteral("name"), pass.name),
+                            member(QStringLiteral("type"), pass.type)};
         QStringList inputs;
         for (const InputSetting& input : pass.inputs) {
-            inputs.append(member(input.port, isPathInput(pass, input) ? QJsonValue(pathText(input.value.toString()))
-                                                                      : input.value));
+            inputs.append(member(input.port, isPathInput(pass, input)
+                                                 ? QJsonValue(pathText(input.value.toString()))
+                                                 : input.value));
         }
         if (!inputs.isEmpty()) {
             members.append(QStringLiteral("\"inputs\": {%1}").arg(inputs.join(QStringLiteral(", "))));
@@ -307,7 +322,8 @@ private:
         }
         const Ports ports = portsOf(*description, pass.options[u"inputs"].toVariant().toStringList(), {});
         const QList<int> found = findPorts(ports.inputs, input.port);
-        return found.size() == 1 && PortName::parse(ports.inputs[found[0]]).type == QLatin1StringView("QString");
+        return found.size() == 1 &&
+               PortName::parse(ports.inputs[found[0]]).type == QLatin1StringView("QString");
     }
 
     bool isPathOption(const PassSetting& pass, const QString& name) const
@@ -332,7 +348,8 @@ std::optional<GraphDescription> loadGraph(const QString& file, QStringList* faul
     QFile device(file);
     if (QFileInfo(file).isDir() || !device.open(QIODevice::ReadOnly)) {
         faults->append(QStringLiteral("%1: cannot be read: %2")
-                           .arg(file, QFileInfo(file).isDir() ? QStringLiteral("it is a folder") : device.errorString()));
+                           .arg(file, QFileInfo(file).isDir() ? QStringLiteral("it is a folder")
+                                                              : device.errorString()));
         return {};
     }
     const QByteArray text = device.readAll();
@@ -352,7 +369,8 @@ std::optional<GraphDescription> loadGraph(const QString& file, QStringList* faul
     return graph;
 }
 
-bool saveGraph(const GraphDescription& graph, const QString& file, const PassRegistry& registry, QString* error)
+bool saveGraph(const GraphDescription& graph, const QString& file, const PassRegistry& registry,
+               QString* error)
 {
     const QByteArray text = Writer(graph, file, registry).text().toUtf8();
     QSaveFile device(file);

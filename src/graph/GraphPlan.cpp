@@ -56,9 +56,14 @@ bool isFinite(const QVector3D& v)
 class Planner
 {
 public:
-    Planner(const GraphDescription& graph, const PassRegistry& registry, int maxTextureSize, QStringList* faults)
-        : m_graph(graph), m_registry(registry), m_maxTextureSize(maxTextureSize), m_faults(faults)
-    {}
+    Planner(const GraphDescription& graph, const PassRegistry& registry, int maxTextureSize,
+            QStringList* faults)
+        : m_graph(graph)
+        , m_registry(registry)
+        , m_maxTextureSize(maxTextureSize)
+        , m_faults(faults)
+    {
+    }
 
     std::optional<GraphPlan> run()
     {
@@ -127,7 +132,8 @@ private:
               "up", "must not be zero or lie along the line of sight");
         check(camera.fovY > 0.0F && camera.fovY < 180.0F, "fovY", "must be above 0 and below 180 degrees");
         check(camera.nearPlane > 0.0F, "near", "must be above 0");
-        check(camera.farPlane > camera.nearPlane && std::isfinite(camera.farPlane), "far", "must be above \"near\"");
+        check(camera.farPlane > camera.nearPlane && std::isfinite(camera.farPlane), "far",
+              "must be above \"near\"");
     }
 
     void checkModels()
@@ -136,7 +142,8 @@ private:
         for (const ModelDescription& model : m_graph.models) {
             const QString place = QLatin1StringView("models.") + model.name;
             if (!isName(model.name)) {
-                fault(place, QStringLiteral("\"%1\" is no name; use letters, digits, \"_\" and \"-\"").arg(model.name));
+                fault(place, QStringLiteral("\"%1\" is no name; use letters, digits, \"_\" and \"-\"")
+                                 .arg(model.name));
             } else if (findFrameValue(model.name) >= 0) {
                 fault(place, QStringLiteral("\"@%1\" is a frame value; use another name").arg(model.name));
             } else if (!names.insert(model.name).second) {
@@ -159,8 +166,9 @@ private:
             const LightDescription& light = m_graph.lights[i];
             const QString place = QStringLiteral("lights[%1]").arg(i);
             if (light.type != QLatin1StringView("directional")) {
-                fault(place + QStringLiteral(".type"),
-                      QStringLiteral("no type of light \"%1\"; there is only \"directional\"").arg(light.type));
+                fault(
+                    place + QStringLiteral(".type"),
+                    QStringLiteral("no type of light \"%1\"; there is only \"directional\"").arg(light.type));
             }
             if (light.direction.isNull() || !isFinite(light.direction)) {
                 fault(place + QStringLiteral(".direction"), QStringLiteral("must not be zero"));
@@ -180,7 +188,8 @@ private:
             pass(i).type = setting.type;
             if (!isName(setting.name)) {
                 fault(QStringLiteral("passes[%1]").arg(i),
-                      QStringLiteral("\"%1\" is no name; use letters, digits, \"_\" and \"-\"").arg(setting.name));
+                      QStringLiteral("\"%1\" is no name; use letters, digits, \"_\" and \"-\"")
+                          .arg(setting.name));
             } else if (m_passNames.contains(setting.name)) {
                 if (!m_repeatedNames.contains(setting.name)) {
                     m_repeatedNames.append(setting.name);
@@ -202,8 +211,9 @@ private:
                 checkHostPorts(setting.name, QStringLiteral("inputs"), pass(i).options);
                 checkHostPorts(setting.name, QStringLiteral("outputs"), pass(i).options);
             }
-            const Ports ports = portsOf(*state.description, pass(i).options[QStringLiteral("inputs")].toStringList(),
-                                        pass(i).options[QStringLiteral("outputs")].toStringList());
+            const Ports ports =
+                portsOf(*state.description, pass(i).options.value(QStringLiteral("inputs")).toStringList(),
+                        pass(i).options.value(QStringLiteral("outputs")).toStringList());
             state.inputs = ports.inputs;
             state.known = !state.description->hostDeclaresPorts || m_faults->size() == faultsBefore;
             pass(i).outputs = ports.outputs;
@@ -227,7 +237,8 @@ private:
         for (auto given = setting.options.begin(); given != setting.options.end(); ++given) {
             if (!names.contains(given.key())) {
                 fault(setting.name + u'.' + given.key(),
-                      QStringLiteral("%1 has no such option%2").arg(description.type, suggestion(given.key(), names)));
+                      QStringLiteral("%1 has no such option%2")
+                          .arg(description.type, suggestion(given.key(), names)));
             }
         }
     }
@@ -243,7 +254,8 @@ private:
             return;
         }
         if (!option.choices.isEmpty() && !option.choices.contains(value->toString())) {
-            fault(place, QStringLiteral("must be one of %1, not \"%2\"").arg(quoted(option.choices), value->toString()));
+            fault(place, QStringLiteral("must be one of %1, not \"%2\"")
+                             .arg(quoted(option.choices), value->toString()));
             return;
         }
         if (option.isFile) {
@@ -257,11 +269,13 @@ private:
     void checkHostPorts(const QString& passName, const QString& option, const PassOptions& options)
     {
         std::set<QString> seen;
-        for (const QString& port : options[option].toStringList()) {
+        for (const QString& port : options.value(option).toStringList()) {
             const PortName name = PortName::parse(port);
             const QString place = passName + u'.' + option;
             if (name.type.isEmpty() || name.name.isEmpty()) {
-                fault(place, QStringLiteral("\"%1\" is no port name; write Qel_TYPE_NAME such as \"Qel_float_%1\"").arg(port));
+                fault(place,
+                      QStringLiteral("\"%1\" is no port name; write Qel_TYPE_NAME such as \"Qel_float_%1\"")
+                          .arg(port));
             } else if (!portTypes().contains(name.type)) {
                 fault(place, QStringLiteral("\"%1\" has an unknown type \"%2\"%3")
                                  .arg(port, name.type, suggestion(name.type, portTypes())));
@@ -335,7 +349,8 @@ private:
         input->constant = *constant;
     }
 
-    void readConnection(const QString& place, const QString& reference, const QString& type, PlannedInput* input)
+    void readConnection(const QString& place, const QString& reference, const QString& type,
+                        PlannedInput* input)
     {
         const std::optional<OutputReference> source = findOutput(place, reference);
         if (!source) {
@@ -351,7 +366,8 @@ private:
         input->output = source->output;
     }
 
-    /// The output that "pass.Port" names; nothing with a fault, or without one where it is reported elsewhere.
+    /// The output that "pass.Port" names; nothing with a fault, or without one where it is reported
+    /// elsewhere.
     std::optional<OutputReference> findOutput(const QString& place, const QString& reference)
     {
         const qsizetype dot = reference.indexOf(u'.');
@@ -359,15 +375,17 @@ private:
         const QString portName = reference.sliced(dot + 1);
         const auto found = m_passNames.find(passName);
         if (found == m_passNames.end()) {
-            fault(place, QStringLiteral("no pass \"%1\"%2").arg(passName, suggestion(passName, m_passNamesInOrder)));
+            fault(place,
+                  QStringLiteral("no pass \"%1\"%2").arg(passName, suggestion(passName, m_passNamesInOrder)));
             return {};
         }
         const int source = found.value();
         if (!m_states[static_cast<size_t>(source)].known) {
             return {};
         }
-        const int output = findPort(pass(source).outputs, portName, place,
-                                    QStringLiteral("pass \"%1\" has no output \"%2\"").arg(passName, portName));
+        const int output =
+            findPort(pass(source).outputs, portName, place,
+                     QStringLiteral("pass \"%1\" has no output \"%2\"").arg(passName, portName));
         if (output < 0) {
             return {};
         }
@@ -376,8 +394,9 @@ private:
 
     void readNamedValue(const QString& place, const QString& name, const QString& type, PlannedInput* input)
     {
-        const auto model = std::find_if(m_graph.models.begin(), m_graph.models.end(),
-                                        [&](const ModelDescription& candidate) { return candidate.name == name; });
+        const auto model =
+            std::find_if(m_graph.models.begin(), m_graph.models.end(),
+                         [&](const ModelDescription& candidate) { return candidate.name == name; });
         if (model != m_graph.models.end()) {
             if (!fits(modelType, type)) {
                 fault(place, QStringLiteral("takes %1, but \"@%2\" is a model").arg(type, name));
@@ -399,8 +418,9 @@ private:
         }
         if (const auto found = m_passNames.find(name); found != m_passNames.end()) {
             const QStringList outputs = ownNames(pass(found.value()).outputs);
-            fault(place, outputs.isEmpty() ? QStringLiteral("pass \"%1\" has no outputs").arg(name)
-                                           : QStringLiteral("\"@%1\" is a pass; write \"@%1.%2\"").arg(name, outputs[0]));
+            fault(place, outputs.isEmpty()
+                             ? QStringLiteral("pass \"%1\" has no outputs").arg(name)
+                             : QStringLiteral("\"@%1\" is a pass; write \"@%1.%2\"").arg(name, outputs[0]));
             return;
         }
         QStringList names;
@@ -422,9 +442,10 @@ private:
                 input->source = InputSource::Model;
                 input->model = 0;
             } else if (m_graph.models.size() > 1) {
-                fault(passName + u'.' + port.name, QStringLiteral("the graph has %1 models; say which, such as \"@%2\"")
-                                                       .arg(m_graph.models.size())
-                                                       .arg(m_graph.models.front().name));
+                fault(passName + u'.' + port.name,
+                      QStringLiteral("the graph has %1 models; say which, such as \"@%2\"")
+                          .arg(m_graph.models.size())
+                          .arg(m_graph.models.front().name));
             }
             return;
         }
@@ -439,11 +460,13 @@ private:
     {
         const QString place = QStringLiteral("output");
         if (m_graph.output.isEmpty()) {
-            const bool hasSink = std::any_of(m_plan.passes.begin(), m_plan.passes.end(),
-                                             [](const PlannedPass& candidate) { return candidate.outputs.isEmpty(); });
+            const bool hasSink =
+                std::any_of(m_plan.passes.begin(), m_plan.passes.end(),
+                            [](const PlannedPass& candidate) { return candidate.outputs.isEmpty(); });
             if (!hasSink) {
-                fault(place, QStringLiteral("the graph has no output and no pass that draws to the screen; write "
-                                            "\"output\": \"@pass.Port\""));
+                fault(place,
+                      QStringLiteral("the graph has no output and no pass that draws to the screen; write "
+                                     "\"output\": \"@pass.Port\""));
             }
             return;
         }
@@ -467,7 +490,12 @@ private:
     /// Walks from each pass to its sources; a source that is already on the way closes a cycle.
     void findCycles()
     {
-        enum class Visit { Not, UnderWay, Done };
+        enum class Visit
+        {
+            Not,
+            UnderWay,
+            Done
+        };
         std::vector<Visit> visits(m_plan.passes.size(), Visit::Not);
         std::vector<int> path;
         const std::function<void(int)> visit = [&](int index) {
@@ -504,7 +532,8 @@ private:
         }
         // Two connections between the same passes close the same cycle.
         if (m_cycles.insert(names).second) {
-            fault(names.front(), QStringLiteral("waits for its own output: %1").arg(names.join(QStringLiteral(" -> "))));
+            fault(names.front(),
+                  QStringLiteral("waits for its own output: %1").arg(names.join(QStringLiteral(" -> "))));
         }
     }
 
@@ -528,7 +557,8 @@ private:
                 need(i);
             }
             for (const PlannedInput& input : pass(i).inputs) {
-                if (input.source == InputSource::Connection && !readers[static_cast<size_t>(input.pass)].contains(pass(i).name)) {
+                if (input.source == InputSource::Connection &&
+                    !readers[static_cast<size_t>(input.pass)].contains(pass(i).name)) {
                     readers[static_cast<size_t>(input.pass)].append(pass(i).name);
                 }
             }
@@ -550,9 +580,11 @@ private:
         std::vector<bool> done(m_plan.passes.size());
         const auto ready = [&](int index) {
             return !done[static_cast<size_t>(index)] && pass(index).leftOut.isEmpty() &&
-                   std::all_of(pass(index).inputs.begin(), pass(index).inputs.end(), [&](const PlannedInput& input) {
-                       return input.source != InputSource::Connection || done[static_cast<size_t>(input.pass)];
-                   });
+                   std::all_of(pass(index).inputs.begin(), pass(index).inputs.end(),
+                               [&](const PlannedInput& input) {
+                                   return input.source != InputSource::Connection ||
+                                          done[static_cast<size_t>(input.pass)];
+                               });
         };
         for (int i = 0; i < numPasses();) {
             if (ready(i)) {
@@ -579,8 +611,8 @@ private:
 
 } // namespace
 
-std::optional<GraphPlan> planGraph(const GraphDescription& graph, const PassRegistry& registry, int maxTextureSize,
-                                   QStringList* faults)
+std::optional<GraphPlan> planGraph(const GraphDescription& graph, const PassRegistry& registry,
+                                   int maxTextureSize, QStringList* faults)
 {
     return Planner(graph, registry, maxTextureSize, faults).run();
 }

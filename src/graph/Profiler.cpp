@@ -48,7 +48,8 @@ double Profiler::Samples::median() const
 double Profiler::Samples::mean() const
 {
     return m_values.empty() ? std::numeric_limits<double>::quiet_NaN()
-                            : std::accumulate(m_values.begin(), m_values.end(), 0.0) / static_cast<double>(m_values.size());
+                            : std::accumulate(m_values.begin(), m_values.end(), 0.0) /
+                                  static_cast<double>(m_values.size());
 }
 
 Profiler::Profiler(const std::vector<QString>& sections)
@@ -139,13 +140,14 @@ QString Profiler::table(const std::vector<Row>& rows)
     const auto cell = [](double milliseconds) {
         return std::isnan(milliseconds) ? QStringLiteral("-") : QString::number(milliseconds, 'f', 3);
     };
-    QString text = line(QStringLiteral("pass"),
-                        {QStringLiteral("GPU median ms"), QStringLiteral("GPU mean ms"),
-                         QStringLiteral("CPU median ms"), QStringLiteral("CPU mean ms"), QStringLiteral("frames")});
+    QString text =
+        line(QStringLiteral("pass"),
+             {QStringLiteral("GPU median ms"), QStringLiteral("GPU mean ms"), QStringLiteral("CPU median ms"),
+              QStringLiteral("CPU mean ms"), QStringLiteral("frames")});
     Row sum;
     for (const Row& row : rows) {
-        text += line(row.section, {cell(row.medianGpu), cell(row.meanGpu), cell(row.medianCpu), cell(row.meanCpu),
-                                   QString::number(row.numFrames)});
+        text += line(row.section, {cell(row.medianGpu), cell(row.meanGpu), cell(row.medianCpu),
+                                   cell(row.meanCpu), QString::number(row.numFrames)});
         sum.medianGpu += row.medianGpu;
         sum.meanGpu += row.meanGpu;
         sum.medianCpu += row.medianCpu;

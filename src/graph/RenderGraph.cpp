@@ -66,7 +66,8 @@ QVariantList lightsAsValue(const std::vector<LightDescription>& lights)
 {
     QVariantList list;
     for (const LightDescription& light : lights) {
-        list.append(QVariantMap{{QStringLiteral("type"), light.type}, {QStringLiteral("direction"), light.direction}});
+        list.append(QVariantMap{{QStringLiteral("type"), light.type},
+                                {QStringLiteral("direction"), light.direction}});
     }
     return list;
 }
@@ -95,9 +96,13 @@ struct RenderGraph::Private
     QString lastingFailure;
 
     Private(const GraphDescription& graph, GraphPlan checkedPlan, const Options& graphOptions)
-        : description(graph), plan(std::move(checkedPlan)), options(graphOptions),
-          context(OpenGLDeviceContext::current()), scope(context)
-    {}
+        : description(graph)
+        , plan(std::move(checkedPlan))
+        , options(graphOptions)
+        , context(OpenGLDeviceContext::current())
+        , scope(context)
+    {
+    }
     ~Private();
 
     bool makePasses(const PassRegistry& registry, QStringList* faults);
@@ -177,7 +182,8 @@ bool RenderGraph::Private::makePasses(const PassRegistry& registry, QStringList*
             matches = pass->outputName(i) == planned.outputs[i];
         }
         if (!matches) {
-            faults->append(prefix + QStringLiteral("%1 declares other ports than its description").arg(planned.type));
+            faults->append(prefix +
+                           QStringLiteral("%1 declares other ports than its description").arg(planned.type));
             continue;
         }
         nodes.push_back({index, std::move(pass), planned.name.toUtf8(), planned.name, {}, {}, {}});
@@ -398,7 +404,10 @@ void RenderGraph::Private::releaseKept()
     }
 }
 
-RenderGraph::RenderGraph(std::unique_ptr<Private> privateData) : d(std::move(privateData)) {}
+RenderGraph::RenderGraph(std::unique_ptr<Private> privateData)
+    : d(std::move(privateData))
+{
+}
 
 RenderGraph::~RenderGraph() = default;
 
@@ -510,7 +519,8 @@ QSize RenderGraph::viewport() const
     return d->description.viewport;
 }
 
-bool RenderGraph::setConstant(const QString& pass, const QString& port, const QJsonValue& value, QString* error)
+bool RenderGraph::setConstant(const QString& pass, const QString& port, const QJsonValue& value,
+                              QString* error)
 {
     const auto planned = std::find_if(d->plan.passes.begin(), d->plan.passes.end(),
                                       [&](const PlannedPass& candidate) { return candidate.name == pass; });
@@ -529,7 +539,8 @@ bool RenderGraph::setConstant(const QString& pass, const QString& port, const QJ
     }
     const QList<int> found = findPorts(ports, port);
     if (found.size() != 1) {
-        *error = prefix + portFault(ports, found, port, QStringLiteral("%1 has no such input").arg(planned->type));
+        *error =
+            prefix + portFault(ports, found, port, QStringLiteral("%1 has no such input").arg(planned->type));
         return false;
     }
     PlannedInput& input = planned->inputs[static_cast<size_t>(found[0])];
@@ -548,7 +559,8 @@ bool RenderGraph::setConstant(const QString& pass, const QString& port, const QJ
     const int index = static_cast<int>(planned - d->plan.passes.begin());
     for (Node& node : d->nodes) {
         if (node.planned == index) {
-            std::erase_if(node.frameValues, [&](const FrameValueLink& link) { return link.input == found[0]; });
+            std::erase_if(node.frameValues,
+                          [&](const FrameValueLink& link) { return link.input == found[0]; });
             node.pass->setInput(found[0], *constant);
         }
     }

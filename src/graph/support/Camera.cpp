@@ -45,7 +45,8 @@ CameraDescription fitCamera(const QPair<QVector3D, QVector3D>& bounds, const QSi
     float distance = 0.0F;
     float depth = 0.0F;
     for (int corner = 0; corner < 8; ++corner) {
-        const QVector3D offset((corner & 1) != 0 ? half.x() : -half.x(), (corner & 2) != 0 ? half.y() : -half.y(),
+        const QVector3D offset((corner & 1) != 0 ? half.x() : -half.x(),
+                               (corner & 2) != 0 ? half.y() : -half.y(),
                                (corner & 4) != 0 ? half.z() : -half.z());
         const float nearer = QVector3D::dotProduct(offset, towardsEye);
         const float x = std::abs(QVector3D::dotProduct(offset, right));
@@ -63,7 +64,8 @@ CameraDescription fitCamera(const QPair<QVector3D, QVector3D>& bounds, const QSi
 
 QString viewportFault(const QSize& size, int limit)
 {
-    if (size.width() >= 1 && size.height() >= 1 && (limit == 0 || std::max(size.width(), size.height()) <= limit)) {
+    if (size.width() >= 1 && size.height() >= 1 &&
+        (limit == 0 || std::max(size.width(), size.height()) <= limit)) {
         return {};
     }
     return QStringLiteral("%1x%2 is out of range; width and height must be 1 to %3")

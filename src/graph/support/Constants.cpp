@@ -46,7 +46,8 @@ std::optional<int> toInt(const QJsonValue& value)
 }
 
 template<class T, size_t Count>
-std::optional<std::array<T, Count>> toArray(const QJsonValue& value, std::optional<T> (*convert)(const QJsonValue&))
+std::optional<std::array<T, Count>> toArray(const QJsonValue& value,
+                                            std::optional<T> (*convert)(const QJsonValue&))
 {
     const QJsonArray elements = value.toArray();
     if (!value.isArray() || elements.size() != static_cast<qsizetype>(Count)) {
@@ -115,7 +116,8 @@ Constant toStringList(const QJsonValue& value)
 Constant toRect(const QJsonValue& value)
 {
     const auto a = toArray<int, 4>(value, toInt);
-    return a && (*a)[2] >= 0 && (*a)[3] >= 0 ? Constant(QRect((*a)[0], (*a)[1], (*a)[2], (*a)[3])) : std::nullopt;
+    return a && (*a)[2] >= 0 && (*a)[3] >= 0 ? Constant(QRect((*a)[0], (*a)[1], (*a)[2], (*a)[3]))
+                                             : std::nullopt;
 }
 
 struct Conversion
@@ -165,8 +167,8 @@ const std::array conversions{
                    return value.isString() ? Constant(value.toString()) : std::nullopt;
                }},
     Conversion{QLatin1StringView("QStringList"), "a list of texts", toStringList},
-    Conversion{QLatin1StringView("QColor"), "a colour such as \"#ff8000\", \"#ff800080\" or [255, 128, 0, 128]",
-               toColor},
+    Conversion{QLatin1StringView("QColor"),
+               "a colour such as \"#ff8000\", \"#ff800080\" or [255, 128, 0, 128]", toColor},
     Conversion{QLatin1StringView("QVector2D"), "two numbers [x, y]", toVector<QVector2D, 2>},
     Conversion{QLatin1StringView("QVector3D"), "three numbers [x, y, z]", toVector<QVector3D, 3>},
     Conversion{QLatin1StringView("QVector4D"), "four numbers [x, y, z, w]", toVector<QVector4D, 4>},
@@ -205,7 +207,8 @@ Constant constantFromJson(const QJsonValue& value, const QString& type, QString*
                 if (text.size() > longest) {
                     text = text.first(longest) + QStringLiteral("...");
                 }
-                *error = QStringLiteral("must be %1, not %2").arg(QLatin1StringView(conversion.expected), text);
+                *error =
+                    QStringLiteral("must be %1, not %2").arg(QLatin1StringView(conversion.expected), text);
             }
             return constant;
         }
@@ -216,7 +219,8 @@ Constant constantFromJson(const QJsonValue& value, const QString& type, QString*
     return {};
 }
 
-Constant portConstant(const GraphDescription& graph, const QString& port, const QJsonValue& value, QString* error)
+Constant portConstant(const GraphDescription& graph, const QString& port, const QJsonValue& value,
+                      QString* error)
 {
     const QString type = typeOf(port);
     Constant constant = constantFromJson(value, type, error);

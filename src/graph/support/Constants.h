@@ -15,8 +15,8 @@ struct GraphDescription;
 std::optional<QVariant> constantFromJson(const QJsonValue& value, const QString& type, QString* error);
 
 /// The same for a port of a graph: paths are made absolute and must name files.
-std::optional<QVariant> portConstant(const GraphDescription& graph, const QString& port, const QJsonValue& value,
-                                     QString* error);
+std::optional<QVariant> portConstant(const GraphDescription& graph, const QString& port,
+                                     const QJsonValue& value, QString* error);
 
 /// What is wrong with a path of a graph that must name a readable file; empty when nothing is.
 QString fileFault(const GraphDescription& graph, const QString& path);

@@ -8,7 +8,8 @@
 namespace Morvane::Qel {
 
 /// What a graph knows of the frame and hands to every input of that name and type that nobody connects.
-enum class FrameValue : int {
+enum class FrameValue : int
+{
     Viewport,
     ProjectionMatrix,
     CameraMatrix,

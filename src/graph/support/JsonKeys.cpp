@@ -5,7 +5,8 @@
 
 namespace Morvane::Qel {
 
-JsonKeys::JsonKeys(const QByteArray& text) : m_text(text)
+JsonKeys::JsonKeys(const QByteArray& text)
+    : m_text(text)
 {
     if (m_text.startsWith("\xEF\xBB\xBF")) {
         m_at = 3;
@@ -17,7 +18,9 @@ QString JsonKeys::placeOf(const QByteArray& text, qsizetype offset)
 {
     const QByteArray before = text.first(qBound(qsizetype(0), offset, text.size()));
     const qsizetype lineStart = before.lastIndexOf('\n') + 1;
-    return QStringLiteral("%1:%2").arg(before.count('\n') + 1).arg(QString::fromUtf8(before.sliced(lineStart)).size() + 1);
+    return QStringLiteral("%1:%2")
+        .arg(before.count('\n') + 1)
+        .arg(QString::fromUtf8(before.sliced(lineStart)).size() + 1);
 }
 
 char JsonKeys::skipSpace()

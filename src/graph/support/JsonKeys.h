@@ -9,9 +9,9 @@
 
 namespace Morvane::Qel {
 
-/// What Qt's JSON parser does not tell: where things stand, in which order the keys of an object were written,
-/// and which were written twice. Values are addressed by paths such as "passes[2].inputs.Frame"; the whole
-/// text has the empty path.
+/// What Qt's JSON parser does not tell: where things stand, in which order the keys of an object were
+/// written, and which were written twice. Values are addressed by paths such as "passes[2].inputs.Frame"; the
+/// whole text has the empty path.
 class JsonKeys
 {
 public:

@@ -4,7 +4,8 @@
 
 namespace Morvane::Qel {
 
-Ports portsOf(const PassDescription& description, const QStringList& hostInputs, const QStringList& hostOutputs)
+Ports portsOf(const PassDescription& description, const QStringList& hostInputs,
+              const QStringList& hostOutputs)
 {
     Ports ports;
     for (const InputDescription& input : description.inputs) {
@@ -34,11 +35,13 @@ QList<int> findPorts(const QStringList& ports, const QString& name)
     return found;
 }
 
-QString portFault(const QStringList& ports, const QList<int>& found, const QString& name, const QString& missing)
+QString portFault(const QStringList& ports, const QList<int>& found, const QString& name,
+                  const QString& missing)
 {
     if (found.isEmpty()) {
         // A full name deserves a full name as an answer.
-        return missing + suggestion(name, name.startsWith(QLatin1StringView("Qel_")) ? ports : ownNames(ports));
+        return missing +
+               suggestion(name, name.startsWith(QLatin1StringView("Qel_")) ? ports : ownNames(ports));
     }
     QStringList names;
     for (const int index : found) {

@@ -8,8 +8,8 @@ namespace Morvane::Qel {
 
 namespace {
 
-/// Number of insertions, removals, replacements and swaps of neighbours that turn one text into the other, case
-/// apart (optimal string alignment).
+/// Number of insertions, removals, replacements and swaps of neighbours that turn one text into the other,
+/// case apart (optimal string alignment).
 qsizetype editDistance(const QString& left, const QString& right)
 {
     const QString a = left.toLower();
