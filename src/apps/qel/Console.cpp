@@ -3,7 +3,9 @@
 #include <QRegularExpression>
 
 #include <cstdio>
+#include <utility>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace Morvane::Qel::App {
@@ -12,6 +14,7 @@ namespace {
 
 bool verboseMessages = false;
 bool progressShown = false;
+QString keptReport;
 
 void eraseProgress()
 {
@@ -25,6 +28,8 @@ void handleMessage(QtMsgType type, const QMessageLogContext& /*context*/, const 
 {
     if (verboseMessages) {
         printNote(text);
+    } else if (type == QtCriticalMsg && text.contains(u'\n')) {
+        keptReport = text;
     } else if (type != QtDebugMsg) {
         static const QRegularExpression location(QStringLiteral("^\\[[^\\]\\n]+:\\d+\\] "));
         printNote(QString(text).remove(location));
@@ -37,6 +42,16 @@ void installMessageHandler(bool verbose)
 {
     verboseMessages = verbose;
     qInstallMessageHandler(handleMessage);
+}
+
+QString takeReport()
+{
+    if (keptReport.isEmpty()) {
+        return {};
+    }
+    // The first line says what failed, the second one where and why.
+    const QString cause = std::exchange(keptReport, {}).section(u'\n', 1, 1);
+    return QStringLiteral("%1; --verbose shows the source").arg(cause);
 }
 
 void print(const QString& text)
@@ -53,6 +68,20 @@ void printNote(const QString& line)
 bool flushOutput()
 {
     return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+}
+
+QuietErrors::QuietErrors()
+    : m_errors(dup(STDERR_FILENO))
+{
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    dup2(nowhere, STDERR_FILENO);
+    close(nowhere);
+}
+
+QuietErrors::~QuietErrors()
+{
+    dup2(m_errors, STDERR_FILENO);
+    close(m_errors);
 }
 
 Progress::Progress(QString unit, int total)

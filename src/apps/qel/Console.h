@@ -8,8 +8,11 @@
 namespace Morvane::Qel::App {
 
 /// Sends Qt's messages to standard error, with the program's name in front. Without `verbose` the debug
-/// channel is silent and messages lose the source location with which passes start them.
+/// channel is silent, messages lose the source location with which passes start them, and reports of several
+/// lines, such as those of a shader program with excerpts of its source, are kept for takeReport.
 void installMessageHandler(bool verbose);
+/// What the last kept report says in a line, with a hint at the rest; empty when there is none.
+QString takeReport();
 
 /// Writes text to standard output as it is.
 void print(const QString& text);
@@ -17,6 +20,20 @@ void print(const QString& text);
 void printNote(const QString& line);
 /// Whether everything that was printed has reached standard output.
 bool flushOutput();
+
+/// While one lives, nothing reaches standard error: image libraries write there what they then also return as
+/// an error.
+class QuietErrors
+{
+public:
+    QuietErrors();
+    ~QuietErrors();
+    QuietErrors(const QuietErrors&) = delete;
+    QuietErrors& operator=(const QuietErrors&) = delete;
+
+private:
+    int m_errors;
+};
 
 /// A line such as "frame 12 of 500" that shows up on a terminal when work takes longer than a second, and is
 /// erased at the end.

@@ -2,6 +2,7 @@
 
 #include <Qel/graph/GraphFile.h>
 
+#include "Console.h"
 #include "Failure.h"
 
 namespace Morvane::Qel::App {
@@ -37,6 +38,28 @@ std::unique_ptr<HeadlessContext> makeContext(HeadlessContext::Device device)
         throw Failure{ExitCode::NoGL, {error}};
     }
     return context;
+}
+
+std::unique_ptr<RenderGraph> makeGraph(const GraphDescription& description,
+                                       const RenderGraph::Options& options)
+{
+    QStringList faults;
+    std::unique_ptr<RenderGraph> graph =
+        RenderGraph::create(description, PassRegistry::builtin(), options, &faults);
+    if (!graph) {
+        throw Failure{ExitCode::WrongUse, faults};
+    }
+    return graph;
+}
+
+void renderFrame(RenderGraph& graph)
+{
+    QString error;
+    if (!graph.renderFrame(&error)) {
+        const QString report = takeReport();
+        throw Failure{ExitCode::WrongUse,
+                      {report.isEmpty() ? error : QStringLiteral("%1: %2").arg(error, report)}};
+    }
 }
 
 void resizeScreen(HeadlessContext& context, const QSize& size)
