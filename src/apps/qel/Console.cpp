@@ -1,6 +1,7 @@
 #include "Console.h"
 
 #include <QRegularExpression>
+#include <QStringList>
 
 #include <cstdio>
 #include <utility>
@@ -14,7 +15,7 @@ namespace {
 
 bool verboseMessages = false;
 bool progressShown = false;
-QString keptReport;
+QStringList keptReports;
 
 void eraseProgress()
 {
@@ -26,13 +27,17 @@ void eraseProgress()
 
 void handleMessage(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text)
 {
+    static const QRegularExpression location(QStringLiteral("^\\[[^\\]\\n]+:\\d+\\] "));
+    const QString message = QString(text).remove(location);
+    const bool explainsFrame =
+        type == QtCriticalMsg && (message.startsWith(QLatin1StringView("OpenGL")) || message.contains(u'\n'));
+    if (explainsFrame) {
+        keptReports.append(message);
+    }
     if (verboseMessages) {
         printNote(text);
-    } else if (type == QtCriticalMsg && text.contains(u'\n')) {
-        keptReport = text;
-    } else if (type != QtDebugMsg) {
-        static const QRegularExpression location(QStringLiteral("^\\[[^\\]\\n]+:\\d+\\] "));
-        printNote(QString(text).remove(location));
+    } else if (type != QtDebugMsg && !explainsFrame) {
+        printNote(message);
     }
 }
 
@@ -46,12 +51,12 @@ void installMessageHandler(bool verbose)
 
 QString takeReport()
 {
-    if (keptReport.isEmpty()) {
-        return {};
+    const QStringList lines = std::exchange(keptReports, {}).value(0).split(u'\n');
+    if (lines.size() == 1) {
+        return lines[0];
     }
-    // The first line says what failed, the second one where and why.
-    const QString cause = std::exchange(keptReport, {}).section(u'\n', 1, 1);
-    return QStringLiteral("%1; --verbose shows the source").arg(cause);
+    // The first line says what failed, the second one where and why; the rest shows the source.
+    return verboseMessages ? lines[1] : QStringLiteral("%1; --verbose shows the source").arg(lines[1]);
 }
 
 void print(const QString& text)

@@ -8,10 +8,12 @@
 namespace Morvane::Qel::App {
 
 /// Sends Qt's messages to standard error, with the program's name in front. Without `verbose` the debug
-/// channel is silent, messages lose the source location with which passes start them, and reports of several
-/// lines, such as those of a shader program with excerpts of its source, are kept for takeReport.
+/// channel is silent, and messages lose the source location with which passes start them.
+///
+/// Errors of GL and reports on shader programs that do not build are kept for takeReport, and shown at once
+/// only with `verbose`: for a frame without a picture they are the cause that its one line names.
 void installMessageHandler(bool verbose);
-/// What the last kept report says in a line, with a hint at the rest; empty when there is none.
+/// The first of the kept errors in one line; empty when there is none. Forgets all of them.
 QString takeReport();
 
 /// Writes text to standard output as it is.

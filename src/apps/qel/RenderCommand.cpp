@@ -91,6 +91,7 @@ private:
 
 void write(const Image& image, const QString& path)
 {
+    checkReports();
     QString error;
     if (!writeImage(image, path, &error)) {
         fail(error);

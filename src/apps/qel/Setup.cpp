@@ -56,9 +56,22 @@ void renderFrame(RenderGraph& graph)
 {
     QString error;
     if (!graph.renderFrame(&error)) {
-        const QString report = takeReport();
+        const QString cause = takeReport();
         throw Failure{ExitCode::WrongUse,
-                      {report.isEmpty() ? error : QStringLiteral("%1: %2").arg(error, report)}};
+                      {cause.isEmpty() ? error : QStringLiteral("%1: %2").arg(error, cause)}};
+    }
+    checkReports();
+}
+
+void checkReports()
+{
+    const QString cause = takeReport();
+    if (!cause.isEmpty()) {
+        throw Failure{ExitCode::WrongUse,
+                      {QStringLiteral("the picture cannot be drawn: %1%2")
+                           .arg(cause, cause.contains(QLatin1StringView("OUT_OF_MEMORY"))
+                                           ? QStringLiteral("; ask for a smaller size")
+                                           : QString())}};
     }
 }
 

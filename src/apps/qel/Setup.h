@@ -22,6 +22,8 @@ std::unique_ptr<HeadlessContext> makeContext(HeadlessContext::Device device);
 std::unique_ptr<RenderGraph> makeGraph(const GraphDescription& description,
                                        const RenderGraph::Options& options);
 void renderFrame(RenderGraph& graph);
+/// Fails when GL has reported an error: what was drawn or read back is not to be trusted then.
+void checkReports();
 /// Gives framebuffer 0, where passes draw to the screen, the size of the picture.
 void resizeScreen(HeadlessContext& context, const QSize& size);
 
