@@ -37,7 +37,7 @@ class GLSLMacroProcessorTest : public testing::Test
 protected:
     QString write(const QString& name, const QByteArray& text)
     {
-        const QString path = m_folder.filePath(name);
+        QString path = m_folder.filePath(name);
         EXPECT_TRUE(QDir().mkpath(QFileInfo(path).path()));
         QFile file(path);
         EXPECT_TRUE(file.open(QIODevice::WriteOnly));
