@@ -69,6 +69,8 @@ function(qel_install_package)
         DESTINATION "${package_dir}")
     install(EXPORT QelTargets NAMESPACE Qel:: DESTINATION "${package_dir}")
 
+    # Relative, for the files to stay right under cmake --install --prefix.
+    file(RELATIVE_PATH QEL_PC_PREFIX "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
     set(requires_Core "Qt6Core Qt6Gui")
     set(requires_GL "QelCore Qt6Core Qt6Gui epoxy")
     set(requires_Model "QelGL")

@@ -41,6 +41,8 @@ struct OptionDescription
     QVariant defaultValue;
     /// The names that a text option accepts; empty where any text will do.
     QStringList choices = {};
+    /// Whether a text is the path of a file that must exist; graph files give it relative to themselves.
+    bool isFile = false;
 };
 
 /// The one declaration of a pass: its constructor declares the ports from it, and the program's listings,

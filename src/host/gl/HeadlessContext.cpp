@@ -3,7 +3,6 @@
 #include <QStringList>
 
 #include <array>
-#include <map>
 #include <vector>
 
 #include <EGL/egl.h>
@@ -18,14 +17,6 @@ namespace {
 bool hasToken(const char* list, const char* token)
 {
     return list && QByteArray(list).split(' ').contains(token);
-}
-
-/// How often each display was initialised: the process's contexts on one device share its display, which
-/// EGL ends for all of them at once.
-std::map<EGLDisplay, int>& displayUses()
-{
-    static std::map<EGLDisplay, int> uses;
-    return uses;
 }
 
 /// A way to get a display, in the order in which they are tried.
@@ -117,9 +108,8 @@ HeadlessContext::Egl::~Egl()
     if (context != EGL_NO_CONTEXT) {
         eglDestroyContext(display, context);
     }
-    if (--displayUses()[display] == 0) {
-        eglTerminate(display);
-    }
+    // The display stays initialised: the contexts of a process share it, and the driver's libraries do not
+    // survive being unloaded and loaded again without leaking.
 }
 
 QString HeadlessContext::Egl::open(const Candidate& candidate, const Options& options)
@@ -128,7 +118,6 @@ QString HeadlessContext::Egl::open(const Candidate& candidate, const Options& op
         return QStringLiteral("the display does not open");
     }
     display = candidate.display;
-    ++displayUses()[display];
     name = candidate.name;
 
     const std::array<EGLint, 15> configAttributes{EGL_SURFACE_TYPE,

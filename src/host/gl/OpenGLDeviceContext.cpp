@@ -205,6 +205,11 @@ QRect OpenGLDeviceContext::viewport() const
     return d->bindings.viewport();
 }
 
+void OpenGLDeviceContext::bindFramebuffer(unsigned int target, unsigned int name)
+{
+    d->bindings.bindFramebufferName(target, name);
+}
+
 void OpenGLDeviceContext::applyBaseState()
 {
     for (const GLenum capability : recordedCapabilities) {

@@ -68,6 +68,9 @@ public:
     /// Rectangle in pixels, origin at the lower left, as glViewport takes it.
     void setViewport(int x, int y, int width, int height);
     QRect viewport() const;
+    /// Binds a framebuffer by its GL name, 0 for the default one, to GL_READ_FRAMEBUFFER, GL_DRAW_FRAMEBUFFER
+    /// or GL_FRAMEBUFFER, until something else is bound.
+    void bindFramebuffer(unsigned int target, unsigned int name);
     /// Sets the state in which a graph starts every pass: depth and colour mask on, tests, blending, culling
     /// and scissor off, stencil mask full, clear colour 0, clear depth 1, default blend function and
     /// equation.

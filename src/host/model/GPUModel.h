@@ -60,6 +60,7 @@ public:
 private:
     struct Batch;
     struct Private;
+    bool hasBatch(int batch) const;
     std::unique_ptr<Private> d;
 };
 

@@ -1,0 +1,62 @@
+#include "support/Sides.h"
+
+#include <algorithm>
+#include <chrono>
+#include <vector>
+
+#include <epoxy/gl.h>
+
+namespace Morvane::Qel::Bench {
+
+namespace {
+
+double microseconds(Wait wait, const std::function<void()>& side)
+{
+    const auto start = std::chrono::steady_clock::now();
+    side();
+    if (wait == Wait::Pixels) {
+        glFinish();
+    }
+    const std::chrono::duration<double, std::micro> elapsed = std::chrono::steady_clock::now() - start;
+    // What was submitted must not run into the other side's time.
+    glFinish();
+    return elapsed.count();
+}
+
+double median(std::vector<double>& values)
+{
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+} // namespace
+
+void compareSides(benchmark::State& state, Wait wait, const std::function<void()>& library,
+                  const std::function<void()>& byHand)
+{
+    constexpr int warmUps = 3;
+    for (int i = 0; i < warmUps; ++i) {
+        microseconds(wait, library);
+        microseconds(wait, byHand);
+    }
+    std::vector<double> libraryTimes;
+    std::vector<double> byHandTimes;
+    for ([[maybe_unused]] auto iteration : state) {
+        // The side that comes first alternates too.
+        if (libraryTimes.size() % 2 == 0) {
+            libraryTimes.push_back(microseconds(wait, library));
+            byHandTimes.push_back(microseconds(wait, byHand));
+        } else {
+            byHandTimes.push_back(microseconds(wait, byHand));
+            libraryTimes.push_back(microseconds(wait, library));
+        }
+    }
+    const double libraryMedian = median(libraryTimes);
+    const double byHandMedian = median(byHandTimes);
+    state.counters["library_us"] = libraryMedian;
+    state.counters["by_hand_us"] = byHandMedian;
+    state.counters["ratio"] = libraryMedian / byHandMedian;
+}
+
+} // namespace Morvane::Qel::Bench

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <QSharedPointer>
+
+#include <memory>
+
+#include <Qel/RenderPasses/Export.h>
+#include <Qel/core/RenderPassHelper.h>
+#include <Qel/gl/ShaderProgram.h>
+
+namespace Morvane::Qel {
+
+class DrawBuffers;
+class FramebufferObject;
+
+/// Fills a texture of the viewport's size with a vertical gradient from the bottom colour at the lower edge
+/// to the top colour at the upper one, or with the top colour alone when there is no bottom colour.
+///
+/// Reads two colours (0 to 255 a channel, straight alpha); writes a texture of 32-bit floats that the pass
+/// owns and that stays the same object until the size changes. The solid fill is opaque whatever the top
+/// colour's alpha; the gradient interpolates alpha as it is.
+///
+/// Sets the error code 0xFFFFFFFF after a GL error in the solid fill or a failed draw, and never resets it.
+/// GL state: leaves tests, blending and culling disabled, the colour mask full and, after a solid fill, the
+/// clear colour at the fill colour.
+class QEL_RENDERPASSES_EXPORT GradientRenderPass : public RenderPassHelper
+{
+public:
+    enum InputPort
+    {
+        Viewport,
+        ColorTop,
+        ColorBottom
+    };
+    enum OutputPort
+    {
+        Frame
+    };
+
+    static const PassDescription& description();
+
+    GradientRenderPass();
+    ~GradientRenderPass() override;
+
+    void start(RenderCallbacks* callbacks) override;
+
+private:
+    void resize(int width, int height);
+    void buildProgram();
+    void fill(const QColor& color);
+    void drawGradient();
+
+    std::unique_ptr<FramebufferObject> m_framebuffer;
+    std::unique_ptr<ShaderProgram> m_program;
+    QSharedPointer<DrawBuffers> m_fullScreenBatch;
+    int m_width = 0;
+    int m_height = 0;
+    Uniform m_colorTop{"u_ColorTop"};
+    Uniform m_colorBottom{"u_ColorBottom"};
+};
+
+} // namespace Morvane::Qel

@@ -1,0 +1,103 @@
+#pragma once
+
+#include <QSharedPointer>
+
+#include <array>
+#include <memory>
+#include <vector>
+
+#include <Qel/RenderPasses/Export.h>
+#include <Qel/core/RenderPassHelper.h>
+#include <Qel/gl/ShaderProgram.h>
+
+namespace Morvane::Qel {
+
+class DrawBuffers;
+class FramebufferObject;
+class Texture;
+
+/// Runs GLSL of the user's over the full-screen batch or over a geometry input.
+///
+/// The host declares the ports, before the first start, and the pass derives everything from their names:
+/// - an input Qel_QelTexture*_X is bound to the sampler "u_X", with linear filters and clamped to its edge;
+///   transparent black stands in where it is unconnected;
+/// - an input Qel_QelDrawBuffers*_X is drawn in place of the full-screen batch;
+/// - an input of a plain type sets the uniform whose name is the full name of the port;
+/// - an output Qel_QelTexture*_X is a pooled texture (RGBA, 8 bits) that the fragment output "o_X" writes;
+///   its consumers own its references.
+/// The size is that of the input Qel_QRect_Viewport, else of the first connected texture, else 1 x 1.
+///
+/// GL state: leaves the depth test and blending disabled and the viewport as it was before.
+class QEL_RENDERPASSES_EXPORT ShaderRenderPass : public RenderPassHelper
+{
+public:
+    /// How the draw is blended into its target.
+    enum class BlendMode : int
+    {
+        /// No blending.
+        None = 0,
+        /// source * (1 - source alpha) + destination * source alpha. The weights are the reverse of the usual
+        /// over-operator on purpose: the alpha says how much of the destination stays.
+        KeepByAlpha = 1,
+        /// source + destination.
+        Add = 2,
+    };
+
+    static const PassDescription& description();
+
+    ShaderRenderPass();
+    ~ShaderRenderPass() override;
+
+    /// \name Stage sources
+    /// They take effect when the program is built, on the first start; later changes have none. Vertex and
+    /// fragment stage start as a copy of the sampler "u_Input"; an empty source leaves the other stages out.
+    /// @{
+    void setVertexShaderSource(const QString& source);
+    void setFragmentShaderSource(const QString& source);
+    void setGeometryShaderSource(const QString& source);
+    void setTessellationControlShaderSource(const QString& source);
+    void setTessellationEvaluationShaderSource(const QString& source);
+    /// @}
+
+    /// Whether start clears its targets, with the clear colour in force; it always does on a new size.
+    void setClear(bool clear);
+    void setBlend(BlendMode mode);
+
+    /// The pass's own 1 x 1 transparent texture, made on the first call.
+    Texture* transparentTexture();
+
+    void start(RenderCallbacks* callbacks) override;
+
+protected:
+    /// Sets the uniforms of the plain-valued inputs; called with the program bound.
+    virtual void setUniforms();
+
+private:
+    void classifyPorts();
+    void buildProgram();
+    void applyBlendMode();
+    void publishTargets();
+
+    std::unique_ptr<FramebufferObject> m_framebuffer;
+    std::unique_ptr<ShaderProgram> m_program;
+    QSharedPointer<DrawBuffers> m_fullScreenBatch;
+    std::unique_ptr<Texture> m_transparentTexture;
+    QString m_vertexSource;
+    QString m_fragmentSource;
+    QString m_geometrySource;
+    QString m_tessellationControlSource;
+    QString m_tessellationEvaluationSource;
+    int m_width = 0;
+    int m_height = 0;
+    bool m_clear = true;
+    BlendMode m_blendMode = BlendMode::None;
+    std::vector<int> m_textureInputs;
+    std::vector<int> m_textureOutputs;
+    std::vector<QByteArray> m_uniformNames;
+    /// The uniforms of those names.
+    std::vector<Uniform> m_uniforms;
+    int m_geometryInput = -1;
+    int m_viewportInput = -1;
+};
+
+} // namespace Morvane::Qel

@@ -1,0 +1,169 @@
+#include <Qel/RenderPasses/geometry/ForwardRenderPass.h>
+
+#include <QMatrix4x4>
+
+#include <epoxy/gl.h>
+
+#include "support/FullScreen.h"
+#include "support/Targets.h"
+#include <Qel/gl/FramebufferObject.h>
+#include <Qel/gl/GLErrors.h>
+#include <Qel/gl/Guards.h>
+#include <Qel/gl/InstanceData.h>
+#include <Qel/gl/Texture.h>
+#include <Qel/model/GPUModel.h>
+
+namespace Morvane::Qel {
+
+namespace {
+
+constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/ForwardRenderPass";
+
+// The normal is extended with w = 1, so that the last column of the normal matrix takes part. Deliberate.
+const QString vertexSource = QStringLiteral(R"(#version 150
+#instancedata "InstanceInfo"
+uniform mat4 u_CameraMatrix;
+uniform mat4 u_ProjectionMatrix;
+in vec3 va_Vertex;
+in vec3 va_Normal;
+in vec2 va_TexCoord;
+out vec3 vo_Normal;
+out vec2 vo_TexCoord;
+
+void main()
+{
+    mat4 modelView = u_CameraMatrix * getModelMatrix();
+    gl_Position = u_ProjectionMatrix * u_CameraMatrix * getModelMatrix() * vec4(va_Vertex, 1.0);
+    mat4 normalMatrix = transpose(inverse(modelView));
+    vo_Normal = (normalMatrix * vec4(va_Normal, 1.0)).xyz;
+    vo_TexCoord = va_TexCoord;
+}
+)");
+
+// The normal is used as it was interpolated, without normalising it again. Deliberate.
+const QString fragmentSource = QStringLiteral(R"(#version 150
+#instancedata "OBJMaterial"
+#include "TextureManager.glslh"
+in vec3 vo_Normal;
+in vec2 vo_TexCoord;
+out vec4 out_FragColor;
+out vec4 out_Id;
+
+vec3 directionalLight(vec3 Kd, vec3 Ks, float Ns, vec3 N, vec3 L)
+{
+    vec3 V = vec3(0.0, 0.0, 1.0);
+    vec3 H = normalize(L + V);
+    float NdotL = max(0.0, dot(N, L));
+    float NdotH = max(0.0, dot(N, H));
+    return NdotL * Kd + pow(NdotH, Ns) * Ks;
+}
+
+void main()
+{
+    vec3 Kd = getKd() * managedTexture(getMap_Kd(), vo_TexCoord).rgb;
+    vec3 Ks = getKs() * managedTexture(getMap_Ks(), vo_TexCoord).rgb;
+    vec3 L = normalize(vec3(100.0, 100.0, 100.0));
+    out_FragColor = vec4(directionalLight(Kd, Ks, getNs(), vo_Normal, L), getD());
+    out_Id = vec4(float(gl_PrimitiveID) + 1.0);
+}
+)");
+
+} // namespace
+
+const PassDescription& ForwardRenderPass::description()
+{
+    static const PassDescription description{
+        QStringLiteral("ForwardRenderPass"),
+        QStringLiteral("Draws a model in one pass, lit by a directional light at the camera."),
+        {{QStringLiteral("Qel_QRect_Viewport"),
+          QStringLiteral("size of the textures; the origin is ignored"),
+          QStringLiteral("no texture is made"),
+          {},
+          QStringLiteral("pixels")},
+         {QStringLiteral("Qel_QMatrix4x4_ProjectionMatrix"), QStringLiteral("eye space to clip space"),
+          QStringLiteral("identity")},
+         {QStringLiteral("Qel_QMatrix4x4_CameraMatrix"), QStringLiteral("world space to eye space"),
+          QStringLiteral("identity")},
+         {QStringLiteral("Qel_QelGPUModel*_Geometry"), QStringLiteral("the model; all its batches are drawn"),
+          QStringLiteral("the textures are cleared to 0")}},
+        {{QStringLiteral("Qel_QelTexture*_Frame"),
+          QStringLiteral("lit colours, alpha the material's dissolve; GL_RGBA, owned by the pass")},
+         {QStringLiteral("Qel_QelTexture*_Id"),
+          QStringLiteral("number of the primitive plus one in all components, 0 where there is none; GL_RGBA "
+                         "of the driver's default precision, owned by the pass")}}};
+    return description;
+}
+
+ForwardRenderPass::ForwardRenderPass()
+{
+    declarePorts(description());
+}
+
+ForwardRenderPass::~ForwardRenderPass() = default;
+
+void ForwardRenderPass::setShaderProgram(ShaderProgram* program)
+{
+    m_program = program;
+}
+
+void ForwardRenderPass::start(RenderCallbacks* /*callbacks*/)
+{
+    const QRect viewport = m_inputs[Viewport].value.toRect();
+    const auto projection = m_inputs[ProjectionMatrix].value.value<QMatrix4x4>();
+    const auto camera = m_inputs[CameraMatrix].value.value<QMatrix4x4>();
+    auto* model = getInputPointer<GPUModel>(Geometry);
+
+    if (!m_framebuffer) {
+        m_framebuffer = new FramebufferObject(nullptr);
+    }
+    if (viewport.width() != m_width || viewport.height() != m_height) {
+        resize(viewport.width(), viewport.height());
+    }
+    if (!m_program) {
+        buildProgram();
+    }
+
+    const AutoBinder framebufferBinder(m_framebuffer);
+    m_framebuffer->setDrawBuffers();
+    glClearColor(0.0F, 0.0F, 0.0F, 0.0F);
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    if (model) {
+        const AutoEnabler depthTest(GL_DEPTH_TEST);
+        const AutoBinder programBinder(m_program);
+        m_program->setUniform(m_projectionMatrix, projection);
+        m_program->setUniform(m_cameraMatrix, camera);
+        checkGLError(sourceFile, 227);
+        model->draw(m_program, 0, 0, WindingType::CounterClockwise);
+    }
+    m_outputs[Frame].value = textureVariant(m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
+    m_outputs[Id].value = textureVariant(m_framebuffer->attachment(GL_COLOR_ATTACHMENT1));
+}
+
+void ForwardRenderPass::resize(int width, int height)
+{
+    m_width = width;
+    m_height = height;
+    const AutoBinder framebufferBinder(m_framebuffer);
+    for (const unsigned int attachment : {GL_COLOR_ATTACHMENT0, GL_COLOR_ATTACHMENT1}) {
+        replaceAttachment(m_framebuffer, attachment, makeTarget(width, height, GL_RGBA, GL_BGRA, GL_FLOAT));
+    }
+    replaceAttachment(m_framebuffer, GL_DEPTH_ATTACHMENT,
+                      makeTarget(width, height, GL_DEPTH_COMPONENT32F, GL_DEPTH_COMPONENT, GL_FLOAT));
+}
+
+void ForwardRenderPass::buildProgram()
+{
+    const InstanceDataRegistry* registry = InstanceDataRegistry::Instance();
+    m_program = new ShaderProgram(nullptr);
+    m_program->setFragDataLocations({QStringLiteral("out_FragColor"), QStringLiteral("out_Id")});
+    m_program->addShader(GL_VERTEX_SHADER, vertexSource, {});
+    m_program->addShader(GL_VERTEX_SHADER, registry->getPlan(QStringLiteral("InstanceInfo"))->glslc(), {});
+    m_program->addShaderFromFile(GL_VERTEX_SHADER, QStringLiteral("QelUtilities.glslc"));
+    m_program->addShader(GL_FRAGMENT_SHADER, fragmentSource, {});
+    m_program->addShader(GL_FRAGMENT_SHADER, registry->getPlan(QStringLiteral("OBJMaterial"))->glslc(), {});
+    m_program->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("TextureManager.glslc"));
+    m_program->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("QelUtilities.glslc"));
+    Qel::buildProgram(m_program);
+}
+
+} // namespace Morvane::Qel

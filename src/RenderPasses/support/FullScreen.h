@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QSharedPointer>
+#include <QString>
+
+namespace Morvane::Qel {
+
+class DrawBuffers;
+class ShaderProgram;
+
+/// The vertex stage of the full-screen passes: va_Vertex, in clip space, becomes the position and va_TexCoord
+/// the varying vo_TexCoord.
+extern const QString fullScreenVertexSource;
+
+/// Builds a program that just got its sources, by binding it once; the host reports what is wrong with it.
+void buildProgram(ShaderProgram* program);
+
+/// Enables the arrays that a program reads on a batch's vertex array.
+void enableArrays(const QSharedPointer<DrawBuffers>& batch, const ShaderProgram* program);
+
+/// Draws a batch with its vertex array bound for the call; false when nothing was drawn.
+bool drawBatch(DrawBuffers* batch);
+
+} // namespace Morvane::Qel

@@ -1,0 +1,55 @@
+#include "support/Targets.h"
+
+#include <algorithm>
+#include <array>
+
+#include <epoxy/gl.h>
+
+#include <Qel/core/Diagnostics.h>
+#include <Qel/gl/FramebufferObject.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/Texture.h>
+
+namespace Morvane::Qel {
+
+Texture* makeTarget(int width, int height, unsigned int internalFormat, unsigned int format,
+                    unsigned int type)
+{
+    const int limit = OpenGLDeviceContext::current()->maxTextureSize();
+    if (std::max(width, height) > limit) {
+        logCritical(__FILE__, __LINE__,
+                    QStringLiteral("a target of %1x%2 is over the driver's limit of %3; 1x1 is used")
+                        .arg(width)
+                        .arg(height)
+                        .arg(limit));
+        width = height = 1;
+    }
+    auto* texture = new Texture;
+    texture->setTarget(GL_TEXTURE_2D);
+    texture->setFilter(GL_NEAREST, GL_NEAREST);
+    texture->setImage2D(0, internalFormat, std::max(width, 0), std::max(height, 0), format, type, nullptr);
+    return texture;
+}
+
+void replaceAttachment(FramebufferObject* framebuffer, unsigned int attachment, Texture* target)
+{
+    delete framebuffer->detach(attachment);
+    framebuffer->attach(target, attachment, 0);
+}
+
+Texture* makeTransparentTexture()
+{
+    constexpr std::array<unsigned char, 4> transparentBlack{};
+    auto* texture = new Texture;
+    texture->setTarget(GL_TEXTURE_2D);
+    texture->setFilter(GL_NEAREST, GL_NEAREST);
+    texture->setImage2D(0, GL_RGBA, 1, 1, GL_BGRA, GL_UNSIGNED_BYTE, transparentBlack.data());
+    return texture;
+}
+
+QVariant textureVariant(Texture* texture)
+{
+    return QVariant::fromValue<QObject*>(texture);
+}
+
+} // namespace Morvane::Qel

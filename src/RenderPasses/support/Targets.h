@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QVariant>
+
+namespace Morvane::Qel {
+
+class FramebufferObject;
+class Texture;
+
+/// A new GL_TEXTURE_2D with nearest filtering and level 0 allocated, contents undefined; the caller owns it.
+/// A negative size becomes 0, one over the driver's limit is logged and becomes 1 x 1.
+Texture* makeTarget(int width, int height, unsigned int internalFormat, unsigned int format,
+                    unsigned int type);
+
+/// Deletes what is attached at a point and attaches a new target in its place, which the framebuffer's owner
+/// owns.
+void replaceAttachment(FramebufferObject* framebuffer, unsigned int attachment, Texture* target);
+
+/// The fallback for a missing texture input: 1 x 1, GL_RGBA, transparent black, nearest filtering. The caller
+/// owns it.
+Texture* makeTransparentTexture();
+
+/// A texture as the passes publish it, a QObject*.
+QVariant textureVariant(Texture* texture);
+
+} // namespace Morvane::Qel

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "MeshBuilder.h"
+
+namespace Morvane::Qel {
+
+/// What stands and hangs in the hall: railings, the curtain in the cross arch, plants, spheres on plinths.
+void addFurnishings(MeshBuilder& mesh);
+
+} // namespace Morvane::Qel

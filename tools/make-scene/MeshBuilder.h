@@ -1,0 +1,55 @@
+#pragma once
+
+#include <QByteArray>
+#include <QHash>
+#include <QVector2D>
+#include <QVector3D>
+
+#include <initializer_list>
+
+namespace Morvane::Qel {
+
+/// A corner of a face: position in metres, unit normal, and texture coordinates in metres along the surface
+/// (the object's metresPerRepeat turns them into repeats of the texture).
+struct Vertex
+{
+    QVector3D position;
+    QVector3D normal;
+    QVector2D uv;
+};
+
+/// Gathers objects and writes them as OBJ text.
+///
+/// Positions, texture coordinates and normals that read the same in the file are written once, so equal
+/// shapes at different places share most of their numbers, and neighbouring shapes meet without a crack. The
+/// text depends on nothing but the order of the calls.
+class MeshBuilder
+{
+public:
+    explicit MeshBuilder(const QByteArray& materialLibrary);
+
+    /// Starts an object of one material; the faces that follow belong to it.
+    void beginObject(const QByteArray& name, const QByteArray& material, float metresPerRepeat = 1.0F);
+
+    /// A face whose corners run counter-clockwise as seen from its front. Corners that coincide become one: a
+    /// quad that touches a pole becomes a triangle, and one without area is left out.
+    void addQuad(const Vertex& a, const Vertex& b, const Vertex& c, const Vertex& d);
+
+    QByteArray obj() const { return m_text; }
+    int objectCount() const { return m_objectCount; }
+    int triangleCount() const { return m_triangleCount; }
+
+private:
+    using Indices = QHash<QByteArray, int>;
+    int indexOf(Indices& known, const char* keyword, std::initializer_list<float> values, int decimals);
+
+    QByteArray m_text;
+    Indices m_positions;
+    Indices m_uvs;
+    Indices m_normals;
+    float m_metresPerRepeat = 1.0F;
+    int m_objectCount = 0;
+    int m_triangleCount = 0;
+};
+
+} // namespace Morvane::Qel

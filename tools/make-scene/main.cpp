@@ -1,0 +1,70 @@
+// Makes the example scene: `qel-make-scene OUTDIR` writes arcade.obj, arcade.mtl, their textures, and sky/.
+// The same bytes every time; the committed files in examples/scenes are its output.
+
+#include "Furnishings.h"
+#include "Hall.h"
+#include "Materials.h"
+#include "MeshBuilder.h"
+#include "Sky.h"
+#include "Textures.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <cstdio>
+
+using namespace Morvane::Qel;
+
+namespace {
+
+bool report(bool written, const QString& path)
+{
+    if (!written) {
+        std::fprintf(stderr, "qel-make-scene: cannot write %s\n", qPrintable(path));
+    }
+    return written;
+}
+
+bool writeFile(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    return report(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush(), path);
+}
+
+bool writeImages(const QDir& folder, const std::vector<NamedImage>& images)
+{
+    for (const NamedImage& named : images) {
+        const QString path = folder.filePath(named.name);
+        constexpr int SmallestFile = 0; // as "quality": PNG loses nothing, it only packs harder
+        if (!report(named.image.save(path, "PNG", SmallestFile), path)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 2) {
+        std::fputs("usage: qel-make-scene OUTDIR\n", stderr);
+        return 2;
+    }
+    const QDir folder(QFile::decodeName(argv[1]));
+    if (!report(folder.mkpath(QStringLiteral("sky")), folder.filePath(QStringLiteral("sky")))) {
+        return 1;
+    }
+
+    MeshBuilder mesh("arcade.mtl");
+    addHall(mesh);
+    addFurnishings(mesh);
+    if (!writeFile(folder.filePath(QStringLiteral("arcade.obj")), mesh.obj()) ||
+        !writeFile(folder.filePath(QStringLiteral("arcade.mtl")), materialLibrary()) ||
+        !writeImages(folder, sceneTextures()) ||
+        !writeImages(QDir(folder.filePath(QStringLiteral("sky"))), skyImages())) {
+        return 1;
+    }
+    std::printf("%d objects, %d triangles\n", mesh.objectCount(), mesh.triangleCount());
+    return 0;
+}
