@@ -93,7 +93,8 @@ struct QEL_GRAPH_EXPORT GraphDescription
     /// A path of the graph made absolute; empty stays empty.
     QString resolvePath(const QString& path) const;
 
-    /// Replaces the file of the first model. A graph without models gets one named "model".
+    /// Replaces the file of the first model. A graph without models gets one named "model". The graph's camera
+    /// goes too, since it was chosen for the model that was there: the view fits the new one.
     /// `modelFile` is relative to the current folder.
     void replaceModel(const QString& modelFile);
 
