@@ -12,6 +12,7 @@
 #include <array>
 #include <cmath>
 #include <exception>
+#include <type_traits>
 
 #include <OpenEXR/ImfChannelList.h>
 #include <OpenEXR/ImfFrameBuffer.h>
@@ -86,7 +87,7 @@ struct PixelLayout
 {
     QStringList channels;
     unsigned int format;
-    /// GL_FLOAT, GL_UNSIGNED_INT or GL_INT.
+    /// GL_UNSIGNED_BYTE, GL_FLOAT, GL_UNSIGNED_INT or GL_INT.
     unsigned int type;
 };
 
@@ -102,7 +103,9 @@ PixelLayout layoutOf(unsigned int levelTarget)
     }
     const auto componentType = static_cast<unsigned int>(levelParameter(GL_TEXTURE_RED_TYPE));
     const bool integer = componentType == GL_UNSIGNED_INT || componentType == GL_INT;
-    const unsigned int type = integer ? componentType : GL_FLOAT;
+    // Bytes are divided here, because drivers differ in the last bit of theirs.
+    const bool bytes = componentType == GL_UNSIGNED_NORMALIZED && levelParameter(GL_TEXTURE_RED_SIZE) == 8;
+    const unsigned int type = integer ? componentType : bytes ? GLenum{GL_UNSIGNED_BYTE} : GLenum{GL_FLOAT};
     const QStringList rgba = {QStringLiteral("R"), QStringLiteral("G"), QStringLiteral("B"),
                               QStringLiteral("A")};
     if (levelParameter(GL_TEXTURE_ALPHA_SIZE) > 0) {
@@ -117,6 +120,16 @@ PixelLayout layoutOf(unsigned int levelTarget)
     return {rgba.first(1), integer ? GLenum{GL_RED_INTEGER} : GLenum{GL_RED}, type};
 }
 
+template<class Sample, class Pixel>
+Sample sampleFromPixel(Pixel value)
+{
+    if constexpr (std::is_same_v<Pixel, quint8>) {
+        return static_cast<Sample>(value) / 255.0F;
+    } else {
+        return static_cast<Sample>(value);
+    }
+}
+
 /// Cuts layer number `layer` out of pixels as GL delivers them, and turns it upside down.
 template<class Sample, class Pixel>
 std::vector<Sample> flippedLayer(const std::vector<Pixel>& pixels, size_t layer, size_t rowLength,
@@ -125,8 +138,7 @@ std::vector<Sample> flippedLayer(const std::vector<Pixel>& pixels, size_t layer,
     std::vector<Sample> samples(rowLength * height);
     for (size_t y = 0; y < height; ++y) {
         const Pixel* row = pixels.data() + (layer * height + height - 1 - y) * rowLength;
-        std::transform(row, row + rowLength, samples.data() + y * rowLength,
-                       [](Pixel value) { return static_cast<Sample>(value); });
+        std::transform(row, row + rowLength, samples.data() + y * rowLength, sampleFromPixel<Sample, Pixel>);
     }
     return samples;
 }
@@ -138,6 +150,7 @@ void readLevel(unsigned int levelTarget, const PixelLayout& layout, int width, i
     const size_t rowLength = static_cast<size_t>(width) * static_cast<size_t>(layout.channels.size());
     const auto numRows = static_cast<size_t>(height);
     std::vector<Pixel> pixels(rowLength * numRows * static_cast<size_t>(layers));
+    glPixelStorei(GL_PACK_ALIGNMENT, 1);
     glGetTexImage(levelTarget, 0, layout.format, layout.type, pixels.data());
     for (int layer = 0; layer < layers; ++layer) {
         images.push_back({width, height, layout.channels,
@@ -396,6 +409,9 @@ std::vector<Image> readTexture(Texture* texture)
         }
         const PixelLayout layout = layoutOf(levelTarget);
         switch (layout.type) {
+        case GL_UNSIGNED_BYTE:
+            readLevel<float, quint8>(levelTarget, layout, width, height, layers, images);
+            break;
         case GL_UNSIGNED_INT:
             readLevel<quint32, quint32>(levelTarget, layout, width, height, layers, images);
             break;
@@ -416,9 +432,9 @@ Image readDefaultFramebuffer(int width, int height)
                               QStringLiteral("A")};
     const auto rowLength = static_cast<size_t>(width) * 4;
     const auto numRows = static_cast<size_t>(height);
-    std::vector<float> pixels(rowLength * numRows);
+    std::vector<quint8> pixels(rowLength * numRows);
     glBindFramebuffer(GL_READ_FRAMEBUFFER, 0);
-    glReadPixels(0, 0, width, height, GL_RGBA, GL_FLOAT, pixels.data());
+    glReadPixels(0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE, pixels.data());
     return {width, height, rgba, flippedLayer<float>(pixels, 0, rowLength, numRows)};
 }
 

@@ -38,7 +38,7 @@ struct QEL_GRAPH_EXPORT Image
 /// be current.
 QEL_GRAPH_EXPORT std::vector<Image> readTexture(Texture* texture);
 
-/// The lower left corner of the default framebuffer, RGBA. The context must be current.
+/// The lower left corner of the default framebuffer, RGBA in 8 bits a channel. The context must be current.
 QEL_GRAPH_EXPORT Image readDefaultFramebuffer(int width, int height);
 
 /// Writes a PNG or EXR file by the ending of its name. The file appears whole or not at all: an older one of

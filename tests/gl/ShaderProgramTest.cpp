@@ -30,6 +30,10 @@ const QString passThroughVertex = QStringLiteral("#version 150\n"
                                                  "in vec3 va_Vertex;\n"
                                                  "void main() { gl_Position = vec4(va_Vertex, 1.0); }\n");
 
+const QString instancePointFragment =
+    QStringLiteral("#version 150\n#instancedata \"VeskInstance\"\nout vec4 o;\n"
+                   "void main() { o = getModelMatrix() * vec4(1, 2, 3, 4); }\n");
+
 class ShaderProgramTest : public GLTest
 {
 protected:
@@ -412,15 +416,13 @@ void main()
 TEST_F(ShaderProgramTest, InstancesStandAtTheOriginByDefault)
 {
     const auto* plan = InstanceDataRegistry::Instance()->getPlan(QStringLiteral("VeskInstance"));
-    const QString main = QStringLiteral("#version 150\n#instancedata \"VeskInstance\"\nout vec4 o;\n"
-                                        "void main() { o = getModelMatrix() * vec4(1, 2, 3, 4); }\n");
     const VeskInstanceBlock block{{2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 1}};
     const auto buffer = QSharedPointer<BufferObject>::create(GL_UNIFORM_BUFFER);
     buffer->uploadBytes(&block, sizeof(block), GL_STATIC_DRAW);
     // Bound before the context sees its first program.
     InstanceDataCollection collection(plan, buffer, 0);
     collection.bind(nullptr);
-    const auto program = makeProgram({main, plan->glslc()});
+    const auto program = makeProgram({instancePointFragment, plan->glslc()});
     EXPECT_EQ(draw(*program, 1, 1).at(0, 0), QVector4D(2, 4, 6, 4));
     collection.unbind(nullptr);
     EXPECT_EQ(draw(*program, 1, 1).at(0, 0), QVector4D(1, 2, 3, 4));
@@ -430,10 +432,7 @@ TEST_F(ShaderProgramTest, InstancesStandAtTheOriginByDefault)
 TEST_F(ShaderProgramTest, ProgramsFindIdentityWithoutCollections)
 {
     const auto* plan = InstanceDataRegistry::Instance()->getPlan(QStringLiteral("VeskInstance"));
-    const auto program =
-        makeProgram({QStringLiteral("#version 150\n#instancedata \"VeskInstance\"\nout vec4 o;\n"
-                                    "void main() { o = getModelMatrix() * vec4(1, 2, 3, 4); }\n"),
-                     plan->glslc()});
+    const auto program = makeProgram({instancePointFragment, plan->glslc()});
     EXPECT_EQ(draw(*program, 1, 1).at(0, 0), QVector4D(1, 2, 3, 4));
 }
 

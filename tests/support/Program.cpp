@@ -8,8 +8,8 @@ namespace Morvane::Qel::Test {
 
 bool ProgramResult::isOneError(const QString& part) const
 {
-    return errors.startsWith(QLatin1StringView("qel: ")) && errors.count(u'\n') == 1 && errors.endsWith(u'\n') &&
-           errors.contains(part);
+    return errors.startsWith(QLatin1StringView("qel: ")) && errors.count(u'\n') == 1 &&
+           errors.endsWith(u'\n') && errors.contains(part);
 }
 
 #ifdef QEL_PROGRAM

@@ -33,7 +33,10 @@ struct PixelDifference
 Image load(const QString& path)
 {
     QString error;
-    std::optional<Image> image = readImage(path, &error);
+    std::optional<Image> image = [&] {
+        const QuietErrors quiet;
+        return readImage(path, &error);
+    }();
     if (!image) {
         throw Failure{ExitCode::WrongUse, {error}};
     }

@@ -1,9 +1,12 @@
 #include "Console.h"
 
 #include <QRegularExpression>
+#include <QStringList>
 
 #include <cstdio>
+#include <utility>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace Morvane::Qel::App {
@@ -12,6 +15,7 @@ namespace {
 
 bool verboseMessages = false;
 bool progressShown = false;
+QStringList keptReports;
 
 void eraseProgress()
 {
@@ -23,11 +27,17 @@ void eraseProgress()
 
 void handleMessage(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text)
 {
+    static const QRegularExpression location(QStringLiteral("^\\[[^\\]\\n]+:\\d+\\] "));
+    const QString message = QString(text).remove(location);
+    const bool explainsFrame =
+        type == QtCriticalMsg && (message.startsWith(QLatin1StringView("OpenGL")) || message.contains(u'\n'));
+    if (explainsFrame) {
+        keptReports.append(message);
+    }
     if (verboseMessages) {
         printNote(text);
-    } else if (type != QtDebugMsg) {
-        static const QRegularExpression location(QStringLiteral("^\\[[^\\]\\n]+:\\d+\\] "));
-        printNote(QString(text).remove(location));
+    } else if (type != QtDebugMsg && !explainsFrame) {
+        printNote(message);
     }
 }
 
@@ -37,6 +47,16 @@ void installMessageHandler(bool verbose)
 {
     verboseMessages = verbose;
     qInstallMessageHandler(handleMessage);
+}
+
+QString takeReport()
+{
+    const QStringList lines = std::exchange(keptReports, {}).value(0).split(u'\n');
+    if (lines.size() == 1) {
+        return lines[0];
+    }
+    // The first line says what failed, the second one where and why; the rest shows the source.
+    return verboseMessages ? lines[1] : QStringLiteral("%1; --verbose shows the source").arg(lines[1]);
 }
 
 void print(const QString& text)
@@ -53,6 +73,20 @@ void printNote(const QString& line)
 bool flushOutput()
 {
     return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+}
+
+QuietErrors::QuietErrors()
+    : m_errors(dup(STDERR_FILENO))
+{
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    dup2(nowhere, STDERR_FILENO);
+    close(nowhere);
+}
+
+QuietErrors::~QuietErrors()
+{
+    dup2(m_errors, STDERR_FILENO);
+    close(m_errors);
 }
 
 Progress::Progress(QString unit, int total)

@@ -69,19 +69,11 @@ void printOrder(const GraphPlan& plan, const std::vector<RenderGraph::Output>& o
 
 void printWithFormats(const GraphDescription& description, HeadlessContext& context)
 {
-    QStringList faults;
     RenderGraph::Options options;
     options.keepOutputs = true;
-    const std::unique_ptr<RenderGraph> graph =
-        RenderGraph::create(description, PassRegistry::builtin(), options, &faults);
-    if (!graph) {
-        throw Failure{ExitCode::WrongUse, faults};
-    }
+    const std::unique_ptr<RenderGraph> graph = makeGraph(description, options);
     resizeScreen(context, graph->viewport());
-    QString error;
-    if (!graph->renderFrame(&error)) {
-        throw Failure{ExitCode::WrongUse, {error}};
-    }
+    renderFrame(*graph);
     printOrder(graph->plan(), graph->outputs());
 }
 

@@ -91,6 +91,7 @@ private:
 
 void write(const Image& image, const QString& path)
 {
+    checkReports();
     QString error;
     if (!writeImage(image, path, &error)) {
         fail(error);
@@ -202,20 +203,13 @@ ExitCode render(const QStringList& arguments)
     RenderGraph::Options graphOptions;
     graphOptions.profile = options.isSet(QStringLiteral("profile"));
     graphOptions.keepOutputs = hasDump;
-    QStringList faults;
-    const std::unique_ptr<RenderGraph> graph =
-        RenderGraph::create(description, PassRegistry::builtin(), graphOptions, &faults);
-    if (!graph) {
-        throw Failure{ExitCode::WrongUse, faults};
-    }
+    const std::unique_ptr<RenderGraph> graph = makeGraph(description, graphOptions);
     resizeScreen(*context, graph->viewport());
 
     {
         Progress progress(QStringLiteral("frame"), numFrames);
         for (int frame = 0; frame < numFrames; ++frame) {
-            if (!graph->renderFrame(&error)) {
-                fail(error);
-            }
+            renderFrame(*graph);
             if (hasOutput && (files.isNumbered() || frame == numFrames - 1)) {
                 write(pictureOf(*graph, description), files.name(frame));
             }

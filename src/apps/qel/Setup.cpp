@@ -2,6 +2,7 @@
 
 #include <Qel/graph/GraphFile.h>
 
+#include "Console.h"
 #include "Failure.h"
 
 namespace Morvane::Qel::App {
@@ -37,6 +38,41 @@ std::unique_ptr<HeadlessContext> makeContext(HeadlessContext::Device device)
         throw Failure{ExitCode::NoGL, {error}};
     }
     return context;
+}
+
+std::unique_ptr<RenderGraph> makeGraph(const GraphDescription& description,
+                                       const RenderGraph::Options& options)
+{
+    QStringList faults;
+    std::unique_ptr<RenderGraph> graph =
+        RenderGraph::create(description, PassRegistry::builtin(), options, &faults);
+    if (!graph) {
+        throw Failure{ExitCode::WrongUse, faults};
+    }
+    return graph;
+}
+
+void renderFrame(RenderGraph& graph)
+{
+    QString error;
+    if (!graph.renderFrame(&error)) {
+        const QString cause = takeReport();
+        throw Failure{ExitCode::WrongUse,
+                      {cause.isEmpty() ? error : QStringLiteral("%1: %2").arg(error, cause)}};
+    }
+    checkReports();
+}
+
+void checkReports()
+{
+    const QString cause = takeReport();
+    if (!cause.isEmpty()) {
+        throw Failure{ExitCode::WrongUse,
+                      {QStringLiteral("the picture cannot be drawn: %1%2")
+                           .arg(cause, cause.contains(QLatin1StringView("OUT_OF_MEMORY"))
+                                           ? QStringLiteral("; ask for a smaller size")
+                                           : QString())}};
+    }
 }
 
 void resizeScreen(HeadlessContext& context, const QSize& size)

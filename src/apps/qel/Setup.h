@@ -5,6 +5,7 @@
 #include <Qel/gl/HeadlessContext.h>
 #include <Qel/graph/GraphDescription.h>
 #include <Qel/graph/GraphPlan.h>
+#include <Qel/graph/RenderGraph.h>
 
 #include "Arguments.h"
 
@@ -17,6 +18,12 @@ HeadlessContext::Device device(const Arguments& options);
 /// A context on that device, made current.
 std::unique_ptr<HeadlessContext> makeContext(HeadlessContext::Device device);
 
+/// A graph of the built-in passes on the current context.
+std::unique_ptr<RenderGraph> makeGraph(const GraphDescription& description,
+                                       const RenderGraph::Options& options);
+void renderFrame(RenderGraph& graph);
+/// Fails when GL has reported an error: what was drawn or read back is not to be trusted then.
+void checkReports();
 /// Gives framebuffer 0, where passes draw to the screen, the size of the picture.
 void resizeScreen(HeadlessContext& context, const QSize& size);
 

@@ -1,8 +1,10 @@
 #include <QCoreApplication>
 #include <QImageReader>
+#include <QLoggingCategory>
 
 #include <algorithm>
 #include <array>
+#include <new>
 
 #include "Commands.h"
 #include "Console.h"
@@ -73,6 +75,8 @@ int main(int argc, char* argv[])
     using namespace Morvane::Qel::App;
     const QCoreApplication application(argc, argv);
     installMessageHandler(false);
+    // Remarks about pictures, without the name of the file.
+    QLoggingCategory::setFilterRules(QStringLiteral("qt.gui.imageio.*=false"));
     // Pictures may be as large as the driver's largest texture.
     QImageReader::setAllocationLimit(0);
     try {
@@ -87,5 +91,8 @@ int main(int argc, char* argv[])
             printNote(line);
         }
         return static_cast<int>(failure.exitCode);
+    } catch (const std::bad_alloc&) {
+        printNote(QStringLiteral("not enough memory; ask for a smaller size"));
+        return static_cast<int>(ExitCode::WrongUse);
     }
 }

@@ -24,6 +24,8 @@ namespace Morvane::Qel {
 
 namespace {
 
+std::atomic<quint64> failedBuilds = 0;
+
 QString stageName(unsigned int stage)
 {
     switch (stage) {
@@ -669,6 +671,7 @@ void ShaderProgram::build()
     m_log = builder.log();
     if (builder.hasFailed()) {
         glDeleteProgram(program);
+        ++failedBuilds;
         logCritical(__FILE__, __LINE__,
                     QStringLiteral("%1 cannot be built:\n%2").arg(description(), builder.report()));
         return;
@@ -749,6 +752,11 @@ int ShaderProgram::uniformBlockIndex(const char* name) const
 {
     const unsigned int index = m_program != 0 ? glGetUniformBlockIndex(m_program, name) : GL_INVALID_INDEX;
     return index != GL_INVALID_INDEX ? static_cast<int>(index) : -1;
+}
+
+quint64 ShaderProgram::numFailedBuilds()
+{
+    return failedBuilds;
 }
 
 QString ShaderProgram::log() const

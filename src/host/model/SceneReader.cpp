@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstring>
 #include <exception>
+#include <unordered_map>
 #include <utility>
 
 #include <assimp/DefaultIOSystem.h>
@@ -67,6 +68,17 @@ QVector3D toQt(const aiVector3D& v)
     return {v.x, v.y, v.z};
 }
 
+/// A vector's direction, however short it is; null for none.
+QVector3D direction(const QVector3D& v)
+{
+    const double length = std::hypot(double(v.x()), double(v.y()), double(v.z()));
+    if (length == 0.0 || !std::isfinite(length)) {
+        return {};
+    }
+    return {static_cast<float>(v.x() / length), static_cast<float>(v.y() / length),
+            static_cast<float>(v.z() / length)};
+}
+
 QString toQt(const aiString& text)
 {
     return QString::fromUtf8(text.C_Str());
@@ -104,6 +116,42 @@ QSet<QString> materialsWithDiffuseColour(const QStringList& libraries)
     }
     return names;
 }
+
+/// Fills a mesh with vertices, each once. Assimp has a step for this, but that one takes vertices within a
+/// fixed distance for one, which ruins models in a small unit.
+class VertexJoiner
+{
+public:
+    explicit VertexJoiner(MeshData& mesh)
+        : m_mesh(mesh)
+    {
+    }
+
+    /// The index of the vertex in the mesh.
+    unsigned int index(const QVector3D& position, const QVector3D& normal, const QVector2D& texCoord)
+    {
+        const Vertex vertex{position.x(), position.y(), position.z(), normal.x(),
+                            normal.y(),   normal.z(),   texCoord.x(), texCoord.y()};
+        const auto [entry, isNew] =
+            m_indices.try_emplace(vertex, static_cast<unsigned int>(m_mesh.positions.size()));
+        if (isNew) {
+            m_mesh.positions.push_back(position);
+            m_mesh.normals.push_back(normal);
+            m_mesh.texCoords.push_back(texCoord);
+        }
+        return entry->second;
+    }
+
+private:
+    using Vertex = std::array<float, 8>;
+    struct Hash
+    {
+        size_t operator()(const Vertex& vertex) const { return qHashRange(vertex.begin(), vertex.end()); }
+    };
+
+    MeshData& m_mesh;
+    std::unordered_map<Vertex, unsigned int, Hash> m_indices;
+};
 
 /// Takes one scene over from Assimp.
 class Conversion
@@ -157,8 +205,7 @@ private:
         MeshData mesh;
         mesh.name = toQt(source.mName);
         const aiVector3D* texCoords = diffuseTexCoords(source);
-        // Vertices are taken over when a triangle first uses them, which leaves out those of no use.
-        std::vector<int> vertices(source.mNumVertices, -1);
+        VertexJoiner vertices(mesh);
         for (unsigned int f = 0; f < source.mNumFaces; ++f) {
             const aiFace& face = source.mFaces[f];
             if (face.mNumIndices != 3) {
@@ -176,19 +223,13 @@ private:
             if (a == b || b == c || c == a) {
                 continue;
             }
-            for (unsigned int corner = 0; corner < 3; ++corner) {
-                const unsigned int i = face.mIndices[corner];
-                if (vertices[i] < 0) {
-                    vertices[i] = static_cast<int>(mesh.positions.size());
-                    mesh.positions.push_back(toQt(source.mVertices[i]));
-                    mesh.normals.push_back(source.HasNormals() && isFinite(source.mNormals[i])
-                                               ? toQt(source.mNormals[i]).normalized()
-                                               : QVector3D());
-                    mesh.texCoords.push_back(texCoords != nullptr && isFinite(texCoords[i])
-                                                 ? QVector2D(texCoords[i].x, texCoords[i].y)
-                                                 : QVector2D());
-                }
-                mesh.indices.push_back(static_cast<unsigned int>(vertices[i]));
+            for (const unsigned int* i = face.mIndices; i != face.mIndices + 3; ++i) {
+                const bool hasNormal = source.HasNormals() && isFinite(source.mNormals[*i]);
+                const bool hasTexCoord = texCoords != nullptr && isFinite(texCoords[*i]);
+                mesh.indices.push_back(
+                    vertices.index(toQt(source.mVertices[*i]),
+                                   hasNormal ? direction(toQt(source.mNormals[*i])) : QVector3D(),
+                                   hasTexCoord ? QVector2D(texCoords[*i].x, texCoords[*i].y) : QVector2D()));
             }
         }
         if (mesh.indices.empty()) {
@@ -237,7 +278,7 @@ private:
             if (!isBroken[i]) {
                 continue;
             }
-            mesh.normals[i].normalize();
+            mesh.normals[i] = direction(mesh.normals[i]);
             if (mesh.normals[i].isNull()) {
                 mesh.normals[i] = QVector3D(0.0F, 0.0F, 1.0F);
             }
@@ -441,7 +482,7 @@ ImportedScene readScene(const QString& path)
     importer.SetPropertyBool(AI_CONFIG_IMPORT_NO_SKELETON_MESHES, true);
     constexpr unsigned int steps = aiProcess_Triangulate | aiProcess_SortByPType |
                                    aiProcess_GenSmoothNormals | aiProcess_GenUVCoords |
-                                   aiProcess_TransformUVCoords | aiProcess_JoinIdenticalVertices;
+                                   aiProcess_TransformUVCoords;
     ImportedScene result;
     try {
         const aiScene* scene = importer.ReadFile(QFile::encodeName(path).constData(), steps);
