@@ -22,10 +22,12 @@ namespace {
 
 // u_ScreenGamma and the correction by it are deliberately not used: the mean stays linear.
 //
-// Two things the box filter does not leave to the driver. A quotient may be wrong in its last places, which
-// would move the borders between blocks by a texel: close to a whole number it is that number. And what
-// texelFetch returns outside the texture is undefined: there is nothing to add there. Each column is summed
-// up by itself, since a long sum of floats loses what a short one keeps.
+// What the box filter does not leave to the driver:
+// - A quotient may be wrong in its last places, which would move the borders between blocks by a texel: close
+//   to a whole number it is that number.
+// - What texelFetch returns outside the texture is undefined: nothing is added there.
+// - Mesa's software rasteriser leaves a shader's loops after 65535 turns in all: most texels are added in
+//   blocks of 64 a turn. The partial sums also keep what one long sum of floats would lose.
 const QString fragmentSource = QStringLiteral(R"(#version 150
 #include "QelUtilities.glslh"
 uniform sampler2D u_SamplerTexture;
@@ -34,6 +36,37 @@ uniform float u_ScreenGamma;
 in vec2 vo_TexCoord;
 out vec4 out_FragColor;
 
+vec4 fetch(ivec2 position)
+{
+    return texelFetch(u_SamplerTexture, position, 0);
+}
+
+vec4 sumOf8(ivec2 p)
+{
+    return fetch(p) + fetch(p + ivec2(0, 1)) + fetch(p + ivec2(0, 2)) + fetch(p + ivec2(0, 3))
+         + fetch(p + ivec2(0, 4)) + fetch(p + ivec2(0, 5)) + fetch(p + ivec2(0, 6)) + fetch(p + ivec2(0, 7));
+}
+
+vec4 sumOf8x8(ivec2 p)
+{
+    return sumOf8(p) + sumOf8(p + ivec2(1, 0)) + sumOf8(p + ivec2(2, 0)) + sumOf8(p + ivec2(3, 0))
+         + sumOf8(p + ivec2(4, 0)) + sumOf8(p + ivec2(5, 0)) + sumOf8(p + ivec2(6, 0)) + sumOf8(p + ivec2(7, 0));
+}
+
+// Of the texels from begin on and before end.
+vec4 sumOf(ivec2 begin, ivec2 end)
+{
+    vec4 sum = vec4(0.0);
+    for (int x = begin.x; x < end.x; ++x) {
+        vec4 column = vec4(0.0);
+        for (int y = begin.y; y < end.y; ++y) {
+            column += fetch(ivec2(x, y));
+        }
+        sum += column;
+    }
+    return sum;
+}
+
 void main()
 {
     ivec2 size = textureSize(u_SamplerTexture, 0);
@@ -41,15 +74,19 @@ void main()
     vec2 whole = round(stepSize);
     stepSize = mix(stepSize, whole, lessThan(abs(stepSize - whole), whole * 2e-6));
     ivec2 base = ivec2(vec2(ivec2(gl_FragCoord.xy)) * stepSize);
-    ivec2 end = min(ivec2(ceil(stepSize)), size - base);
+    ivec2 end = min(base + ivec2(ceil(stepSize)), size);
+    ivec2 blocksEnd = base + max(end - base, ivec2(0)) / 8 * 8;
+
     vec4 sum = vec4(0.0);
-    for (int x = 0; x < end.x; ++x) {
+    for (int x = base.x; x < blocksEnd.x; x += 8) {
         vec4 column = vec4(0.0);
-        for (int y = 0; y < end.y; ++y) {
-            column += texelFetch(u_SamplerTexture, base + ivec2(x, y), 0);
+        for (int y = base.y; y < blocksEnd.y; y += 8) {
+            column += sumOf8x8(ivec2(x, y));
         }
         sum += column;
     }
+    sum += sumOf(ivec2(base.x, blocksEnd.y), ivec2(blocksEnd.x, end.y));
+    sum += sumOf(ivec2(blocksEnd.x, base.y), end);
     out_FragColor = sum / (stepSize.x * stepSize.y);
 }
 )");
