@@ -1,0 +1,67 @@
+// Draws a model through a graph made in code, without a window, and writes the picture:
+//   qel-embedding MODEL OUTPUT.png
+
+#include <QJsonArray>
+
+#include <cstdio>
+
+#include <Qel/gl/HeadlessContext.h>
+#include <Qel/graph/GraphDescription.h>
+#include <Qel/graph/ImageIO.h>
+#include <Qel/graph/RenderGraph.h>
+
+using namespace Morvane::Qel;
+
+namespace {
+
+int fail(const QString& message)
+{
+    std::fprintf(stderr, "qel-embedding: %s\n", qPrintable(message));
+    return 1;
+}
+
+/// The model, drawn by the forward pass and copied by a user shader pass with the default shader.
+GraphDescription makeGraph(const QString& modelFile)
+{
+    GraphDescription graph;
+    graph.viewport = {640, 360};
+    graph.models = {{"scene", modelFile}};
+
+    PassSetting forward{"forward", "ForwardRenderPass", {{"Geometry", "@scene"}}, {}};
+    PassSetting copy{"copy", "ShaderRenderPass", {{"Input", "@forward.Frame"}}, {}};
+    copy.options["inputs"] = QJsonArray{"Qel_QRect_Viewport", "Qel_QelTexture*_Input"};
+    copy.options["outputs"] = QJsonArray{"Qel_QelTexture*_Output"};
+    graph.passes = {forward, copy};
+    graph.output = "@copy.Output";
+    return graph;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 3) {
+        return fail("usage: qel-embedding MODEL OUTPUT.png");
+    }
+
+    // An application with a window makes its own context current and tells an OpenGLDeviceContext instead.
+    QString error;
+    const auto context = HeadlessContext::create({}, &error);
+    if (!context) {
+        return fail(error);
+    }
+
+    QStringList faults;
+    const auto graph =
+        RenderGraph::create(makeGraph(QString::fromLocal8Bit(argv[1])), PassRegistry::builtin(), {}, &faults);
+    if (!graph) {
+        return fail(faults.join('\n'));
+    }
+    if (!graph->renderFrame(&error)) {
+        return fail(error);
+    }
+    if (!writeImage(readTexture(graph->picture()).front(), QString::fromLocal8Bit(argv[2]), &error)) {
+        return fail(error);
+    }
+    return 0;
+}
