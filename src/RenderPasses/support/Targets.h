@@ -20,7 +20,18 @@ void replaceAttachment(FramebufferObject* framebuffer, unsigned int attachment, 
 /// owns it.
 Texture* makeTransparentTexture();
 
+/// The fallback for a missing texture input from the pool: 1 x 1, transparent black. The caller holds one
+/// reference.
+Texture* takeTransparentTexture();
+
+/// Sets the filters that neighbouring texels are blended by, and clamps to the edge.
+void sampleLinearly(Texture* texture);
+
 /// A texture as the passes publish it, a QObject*.
 QVariant textureVariant(Texture* texture);
+
+/// The same, with the references of a pooled texture handed over: one more for each user of the output, and
+/// the pass's own dropped. A texture that the pool does not own is published as it is.
+QVariant publishPooled(Texture* texture, int users);
 
 } // namespace Morvane::Qel
