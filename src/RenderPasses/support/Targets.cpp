@@ -52,4 +52,18 @@ QVariant textureVariant(Texture* texture)
     return QVariant::fromValue<QObject*>(texture);
 }
 
+Texture* attachTempTarget(FramebufferObject* framebuffer, TextureFormat format, int width, int height)
+{
+    Texture* target = TextureManager::Instance()->tempTexture(format, width, height, -1);
+    framebuffer->attach(target, GL_COLOR_ATTACHMENT0, 0);
+    return target;
+}
+
+QVariant publishTempTexture(Texture* texture, int users)
+{
+    TextureManager::Instance()->addTempTextureRef(texture, users);
+    TextureManager::Instance()->releaseTempTextureRef(texture, 1);
+    return textureVariant(texture);
+}
+
 } // namespace Morvane::Qel

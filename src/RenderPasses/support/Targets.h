@@ -2,6 +2,8 @@
 
 #include <QVariant>
 
+#include <Qel/gl/TextureManager.h>
+
 namespace Morvane::Qel {
 
 class FramebufferObject;
@@ -22,5 +24,12 @@ Texture* makeTransparentTexture();
 
 /// A texture as the passes publish it, a QObject*.
 QVariant textureVariant(Texture* texture);
+
+/// Takes a pooled texture, with one reference, and attaches it at colour attachment 0.
+Texture* attachTempTarget(FramebufferObject* framebuffer, TextureFormat format, int width, int height);
+
+/// Hands a pooled texture to the users of an output: adds a reference for each, drops the pass's own and
+/// returns the output's value.
+QVariant publishTempTexture(Texture* texture, int users);
 
 } // namespace Morvane::Qel
