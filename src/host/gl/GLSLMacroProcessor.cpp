@@ -96,7 +96,7 @@ QString findIn(const QStringList& directories, const QString& name)
         return QFileInfo(name).isFile() ? name : QString();
     }
     for (const QString& directory : directories) {
-        const QString path = QDir::cleanPath(QDir(directory).filePath(name));
+        QString path = QDir::cleanPath(QDir(directory).filePath(name));
         if (QFileInfo(path).isFile()) {
             return path;
         }

@@ -24,6 +24,8 @@ namespace Morvane::Qel {
 
 namespace {
 
+std::atomic<quint64> failedBuilds = 0;
+
 QString stageName(unsigned int stage)
 {
     switch (stage) {
@@ -88,18 +90,45 @@ DriverMessage parseLogLine(const QString& logLine)
 QString excerpt(const GLSLMacroProcessor::Result& composed, int composedLine)
 {
     constexpr int reach = 2;
-    const QStringList lines = composed.source.split(u'\n');
+    QStringList lines = composed.source.split(u'\n');
+    if (lines.last().isEmpty()) {
+        lines.removeLast();
+    }
     const int file = composed.origin(composedLine).file;
-    QString text;
+    QStringList excerpted;
     for (int i = composedLine - reach; i <= composedLine + reach; ++i) {
         if (i >= 1 && i <= lines.size() && composed.origin(i).file == file) {
-            text += QStringLiteral("%1%2 | %3\n")
-                        .arg(i == composedLine ? u'>' : u' ')
-                        .arg(composed.origin(i).line, 5)
-                        .arg(lines[i - 1]);
+            excerpted.append(QStringLiteral("%1%2 | %3")
+                                 .arg(i == composedLine ? QChar(u'>') : QChar(u' '))
+                                 .arg(composed.origin(i).line, 5)
+                                 .arg(lines[i - 1]));
         }
     }
-    return text;
+    return excerpted.join(u'\n');
+}
+
+/// The attributes that a linked program reads from arrays, with their locations.
+std::vector<std::pair<QByteArray, int>> attributesOf(unsigned int program)
+{
+    int numAttributes = 0;
+    int nameSize = 0;
+    glGetProgramiv(program, GL_ACTIVE_ATTRIBUTES, &numAttributes);
+    glGetProgramiv(program, GL_ACTIVE_ATTRIBUTE_MAX_LENGTH, &nameSize);
+    std::vector<std::pair<QByteArray, int>> attributes;
+    for (int i = 0; i < numAttributes; ++i) {
+        QByteArray name(nameSize, '\0');
+        int length = 0;
+        int arraySize = 0;
+        unsigned int type = 0;
+        glGetActiveAttrib(program, static_cast<unsigned int>(i), nameSize, &length, &arraySize, &type,
+                          name.data());
+        name.truncate(length);
+        // Built-in inputs such as gl_VertexID are active as well.
+        if (const int location = glGetAttribLocation(program, name.constData()); location >= 0) {
+            attributes.emplace_back(name, location);
+        }
+    }
+    return attributes;
 }
 
 int toInt(double value)
@@ -428,6 +457,7 @@ public:
 
 private:
     void fail(const QString& message);
+    void addMessage(const QString& message);
     void addDriverLog(const QString& log, const GLSLMacroProcessor::Result& composed);
     bool placeAttributes();
 
@@ -506,8 +536,7 @@ void ShaderProgram::Builder::link(const QStringList& fragDataLocations)
         }
         const QString log = infoLog(m_program, glGetProgramiv, glGetProgramInfoLog);
         if (!log.isEmpty()) {
-            m_log.append(log);
-            m_report.append(log);
+            addMessage(log);
         }
         if (linked == 0) {
             m_failed = true;
@@ -521,25 +550,14 @@ void ShaderProgram::Builder::link(const QStringList& fragDataLocations)
 /// Gives every attribute the location that its name has in all programs. Returns whether one was elsewhere.
 bool ShaderProgram::Builder::placeAttributes()
 {
-    int numAttributes = 0;
-    glGetProgramiv(m_program, GL_ACTIVE_ATTRIBUTES, &numAttributes);
     bool isMisplaced = false;
-    for (int i = 0; i < numAttributes; ++i) {
-        std::array<char, 256> name{};
-        int size = 0;
-        unsigned int type = 0;
-        glGetActiveAttrib(m_program, static_cast<unsigned int>(i), name.size(), nullptr, &size, &type,
-                          name.data());
-        const int actual = glGetAttribLocation(m_program, name.data());
-        if (actual < 0) {
-            continue;
-        }
-        const int location = attributeLocation(QString::fromUtf8(name.data()));
+    for (const auto& [name, actual] : attributesOf(m_program)) {
+        const int location = attributeLocation(QString::fromUtf8(name));
         if (location < 0) {
             fail(QStringLiteral("attribute %1: every attribute location is taken by other names")
-                     .arg(QString::fromUtf8(name.data())));
+                     .arg(QString::fromUtf8(name)));
         } else if (location != actual) {
-            glBindAttribLocation(m_program, static_cast<unsigned int>(location), name.data());
+            glBindAttribLocation(m_program, static_cast<unsigned int>(location), name.constData());
             isMisplaced = true;
         }
     }
@@ -549,33 +567,34 @@ bool ShaderProgram::Builder::placeAttributes()
 void ShaderProgram::Builder::fail(const QString& message)
 {
     m_failed = true;
+    addMessage(message);
+}
+
+void ShaderProgram::Builder::addMessage(const QString& message)
+{
     m_log.append(message);
     m_report.append(message);
 }
 
 void ShaderProgram::Builder::addDriverLog(const QString& log, const GLSLMacroProcessor::Result& composed)
 {
-    int excerptedLine = 0;
+    std::vector<DriverMessage> messages;
     for (const QString& logLine : log.split(u'\n', Qt::SkipEmptyParts)) {
-        const DriverMessage message = parseLogLine(logLine);
-        if (message.composedLine == 0) {
-            const QString text = QStringLiteral("%1: %2").arg(composed.files[0], message.text);
-            m_log.append(text);
-            m_report.append(text);
+        messages.push_back(parseLogLine(logLine));
+    }
+    for (size_t i = 0; i < messages.size(); ++i) {
+        const auto& [composedLine, text] = messages[i];
+        if (composedLine == 0) {
+            addMessage(QStringLiteral("%1: %2").arg(composed.files[0], text));
             continue;
         }
-        const GLSLMacroProcessor::Result::Position origin = composed.origin(message.composedLine);
-        const QString text = QStringLiteral("%1:%2%3").arg(composed.files[origin.file],
-                                                           QString::number(origin.line), message.text);
-        m_log.append(text);
-        if (message.composedLine != excerptedLine && !m_report.isEmpty() && excerptedLine != 0) {
-            m_report.append(excerpt(composed, excerptedLine).chopped(1));
+        const GLSLMacroProcessor::Result::Position origin = composed.origin(composedLine);
+        addMessage(
+            QStringLiteral("%1:%2%3").arg(composed.files[origin.file], QString::number(origin.line), text));
+        // Messages about one line share an excerpt.
+        if (i + 1 == messages.size() || messages[i + 1].composedLine != composedLine) {
+            m_report.append(excerpt(composed, composedLine));
         }
-        m_report.append(text);
-        excerptedLine = message.composedLine;
-    }
-    if (excerptedLine != 0) {
-        m_report.append(excerpt(composed, excerptedLine).chopped(1));
     }
 }
 
@@ -652,6 +671,7 @@ void ShaderProgram::build()
     m_log = builder.log();
     if (builder.hasFailed()) {
         glDeleteProgram(program);
+        ++failedBuilds;
         logCritical(__FILE__, __LINE__,
                     QStringLiteral("%1 cannot be built:\n%2").arg(description(), builder.report()));
         return;
@@ -682,7 +702,7 @@ void ShaderProgram::readInterface()
     glGetProgramiv(m_program, GL_ACTIVE_UNIFORMS, &numUniforms);
     int nameSize = 0;
     glGetProgramiv(m_program, GL_ACTIVE_UNIFORM_MAX_LENGTH, &nameSize);
-    QByteArray buffer(nameSize + 1, '\0');
+    QByteArray buffer(nameSize, '\0');
     for (int i = 0; i < numUniforms; ++i) {
         ActiveUniform uniform{};
         int length = 0;
@@ -695,18 +715,8 @@ void ShaderProgram::readInterface()
         }
     }
 
-    int numAttributes = 0;
-    glGetProgramiv(m_program, GL_ACTIVE_ATTRIBUTES, &numAttributes);
-    for (int i = 0; i < numAttributes; ++i) {
-        std::array<char, 256> name{};
-        int size = 0;
-        unsigned int type = 0;
-        glGetActiveAttrib(m_program, static_cast<unsigned int>(i), name.size(), nullptr, &size, &type,
-                          name.data());
-        const int location = glGetAttribLocation(m_program, name.data());
-        if (location >= 0) {
-            m_attributeMask |= 1U << location;
-        }
+    for (const auto& [name, location] : attributesOf(m_program)) {
+        m_attributeMask |= 1U << location;
     }
 
     const auto bindBlock = [this](const char* name, unsigned int bindingPoint) {
@@ -744,6 +754,11 @@ int ShaderProgram::uniformBlockIndex(const char* name) const
     return index != GL_INVALID_INDEX ? static_cast<int>(index) : -1;
 }
 
+quint64 ShaderProgram::numFailedBuilds()
+{
+    return failedBuilds;
+}
+
 QString ShaderProgram::log() const
 {
     return m_log;
@@ -762,10 +777,11 @@ const ActiveUniform& ShaderProgram::resolve(Uniform& uniform) const
 template<class Value>
 void ShaderProgram::setUniformByName(const QString& name, const Value& value)
 {
-    if (!isValid()) {
+    build();
+    const QByteArray utf8 = name.toUtf8();
+    if (!m_uniforms.contains(utf8)) {
         return;
     }
-    const QByteArray utf8 = name.toUtf8();
     Uniform uniform(utf8.constData());
     const bool isCurrent = OpenGLDeviceContext::current()->bindings().currentProgram() == this;
     if (!isCurrent) {

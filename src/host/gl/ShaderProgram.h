@@ -110,6 +110,9 @@ public:
     void setUniform(Uniform& uniform, const QVariant& value);
     /// @}
 
+    /// How many programs of this process have failed to build so far.
+    static quint64 numFailedBuilds();
+
     /// What compiler and linker said, mapped to files and lines; empty when they said nothing.
     QString log() const;
     /// The GL name; 0 before the build and after a failed one.

@@ -54,8 +54,9 @@ public:
     void passEach(Container& values)
     {
         resize(values);
-        for (auto& value : values)
+        for (auto& value : values) {
             pass(value);
+        }
     }
 
     void pass(MeshData& mesh)
@@ -109,8 +110,9 @@ private:
     {
         auto size = values.size();
         pass(size);
-        if (m_mode == Mode::Read)
+        if (m_mode == Mode::Read) {
             values.resize(m_isComplete ? size : 0);
+        }
     }
 
     template<typename Container>
@@ -150,8 +152,9 @@ rlim_t timeLimit(const QString& path)
 void limitMemory()
 {
     QFile statistics(QStringLiteral("/proc/self/statm"));
-    if (!statistics.open(QIODevice::ReadOnly))
+    if (!statistics.open(QIODevice::ReadOnly)) {
         return;
+    }
     const auto pages = statistics.readAll().split(' ').first().toULongLong() +
                        static_cast<unsigned long long>(sysconf(_SC_PHYS_PAGES)) / 2;
     const rlimit memory{pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)), RLIM_INFINITY};
@@ -161,8 +164,9 @@ void limitMemory()
 /// Makes this process one that dies quietly, and in time.
 void confine(const QString& path)
 {
-    for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGXCPU})
+    for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGXCPU}) {
         std::signal(signal, SIG_DFL);
+    }
     const rlimit noCore{0, 0};
     setrlimit(RLIMIT_CORE, &noCore);
     const rlimit time{timeLimit(path), timeLimit(path) + 1};
@@ -179,11 +183,12 @@ QString reasonOfDeath(pid_t child, const QString& path)
 {
     int status = 0;
     pid_t ended = 0;
-    do
+    do {
         ended = ::waitpid(child, &status, 0);
-    while (ended < 0 && errno == EINTR);
-    if (ended == child && WIFSIGNALED(status) && WTERMSIG(status) == SIGXCPU)
+    } while (ended < 0 && errno == EINTR);
+    if (ended == child && WIFSIGNALED(status) && WTERMSIG(status) == SIGXCPU) {
         return QStringLiteral("reading it took over %1 seconds; the file is damaged").arg(timeLimit(path));
+    }
     return QStringLiteral("the file is damaged in a way that crashes its reader");
 }
 

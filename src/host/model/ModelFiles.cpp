@@ -29,8 +29,9 @@ QString descend(const QString& folder, const QStringList& parts)
         const auto entry = std::find_if(entries.begin(), entries.end(), [&part](const QString& name) {
             return name.compare(part, Qt::CaseInsensitive) == 0;
         });
-        if (entry == entries.end())
+        if (entry == entries.end()) {
             return {};
+        }
         path += u'/' + *entry;
     }
     return QFileInfo(path).isFile() ? path : QString();
@@ -42,13 +43,15 @@ QString findAround(const QString& folder, const QString& reference)
                                                                   "maps"};
     QStringList parts = reference.split(u'/', Qt::SkipEmptyParts);
     for (; !parts.isEmpty(); parts.removeFirst()) {
-        if (const QString found = descend(folder, parts); !found.isEmpty())
+        if (const QString found = descend(folder, parts); !found.isEmpty()) {
             return found;
+        }
         for (const QString& parent : {folder, folder + QStringLiteral("/..")}) {
             for (const char* textures : textureFolders) {
                 const QString found = descend(parent, QStringList(QString::fromLatin1(textures)) + parts);
-                if (!found.isEmpty())
+                if (!found.isEmpty()) {
                     return found;
+                }
             }
         }
     }
@@ -66,14 +69,17 @@ QString findReferencedFile(const QString& folder, const QString& reference)
 QString findReferencedImage(const QString& folder, const QString& reference)
 {
     QString path = withForwardSlashes(reference);
-    if (path.startsWith(QStringLiteral("file://")))
+    if (path.startsWith(QStringLiteral("file://"))) {
         path.remove(0, 7);
+    }
     const QString decoded = QUrl::fromPercentEncoding(path.toUtf8());
     for (const QString& spelling : {path, decoded}) {
-        if (const QString found = findReferencedFile(folder, spelling); !found.isEmpty())
+        if (const QString found = findReferencedFile(folder, spelling); !found.isEmpty()) {
             return found;
-        if (const QString found = findAround(folder, spelling); !found.isEmpty())
+        }
+        if (const QString found = findAround(folder, spelling); !found.isEmpty()) {
             return found;
+        }
     }
     return {};
 }

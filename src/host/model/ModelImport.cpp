@@ -29,8 +29,9 @@ public:
     /// The index of a material's image in the model, -1 when it has none.
     int index(const ImageReference& reference, bool isOpaque, const QString& material)
     {
-        if (reference.text.isEmpty())
+        if (reference.text.isEmpty()) {
             return -1;
+        }
         const QString file =
             reference.embedded < 0 ? findReferencedImage(m_folder, reference.text) : QString();
         const QString source = reference.embedded >= 0 ? QStringLiteral("*%1").arg(reference.embedded)
@@ -38,25 +39,28 @@ public:
                                                        : QFileInfo(file).canonicalFilePath();
         const auto key = std::make_pair(source, isOpaque);
         const auto known = m_indices.constFind(key);
-        if (known != m_indices.constEnd())
+        if (known != m_indices.constEnd()) {
             return *known;
+        }
 
         QString reason;
         QImage image;
-        if (reference.embedded >= 0)
+        if (reference.embedded >= 0) {
             image = decode(m_embedded[static_cast<size_t>(reference.embedded)], &reason);
-        else if (!file.isEmpty())
+        } else if (!file.isEmpty()) {
             image = decode(file, &reason);
-        else
+        } else {
             reason = QStringLiteral("not found");
+        }
         if (image.isNull()) {
             m_model.warnings << QStringLiteral("%1: texture %2 of material \"%3\" %4; white is used")
                                     .arg(m_path, reference.text, material, reason);
             image = QImage(1, 1, QImage::Format_RGBA8888);
             image.fill(Qt::white);
         }
-        if (isOpaque)
+        if (isOpaque) {
             image.convertTo(QImage::Format_RGBX8888);
+        }
         m_model.images.push_back(image.convertToFormat(QImage::Format_RGBA8888).mirrored(false, true));
         const int index = static_cast<int>(m_model.images.size()) - 1;
         m_indices.insert(key, index);
@@ -67,8 +71,9 @@ private:
     static QImage read(QImageReader& reader, QString* reason)
     {
         QImage image = reader.read();
-        if (image.isNull())
+        if (image.isNull()) {
             *reason = QStringLiteral("cannot be read (%1)").arg(reader.errorString());
+        }
         return image;
     }
 
@@ -87,10 +92,11 @@ private:
 
     static QImage decode(const EmbeddedImage& embedded, QString* reason)
     {
-        if (!embedded.size.isEmpty())
+        if (!embedded.size.isEmpty()) {
             return QImage(reinterpret_cast<const uchar*>(embedded.bytes.constData()), embedded.size.width(),
                           embedded.size.height(), QImage::Format_ARGB32)
                 .copy();
+        }
         QBuffer buffer;
         buffer.setData(embedded.bytes);
         QImageReader reader(&buffer);
@@ -108,14 +114,18 @@ private:
 QString obstacle(const QString& path)
 {
     const QFileInfo file(path);
-    if (!file.exists())
+    if (!file.exists()) {
         return QStringLiteral("no such file");
-    if (!file.isFile())
+    }
+    if (!file.isFile()) {
         return QStringLiteral("it is not a file");
-    if (!file.isReadable())
+    }
+    if (!file.isReadable()) {
         return QStringLiteral("no permission to read it");
-    if (file.size() == 0)
+    }
+    if (file.size() == 0) {
         return QStringLiteral("the file is empty");
+    }
     return {};
 }
 
@@ -125,11 +135,13 @@ std::optional<ModelData> importModel(const QString& path, QString* error)
 {
     ImportedScene scene;
     scene.error = obstacle(path);
-    if (scene.error.isEmpty())
+    if (scene.error.isEmpty()) {
         scene = readSceneIsolated(path);
+    }
     if (!scene.error.isEmpty()) {
-        if (error != nullptr)
+        if (error != nullptr) {
             *error = QStringLiteral("%1: cannot read model: %2").arg(path, scene.error);
+        }
         return std::nullopt;
     }
 

@@ -1,0 +1,243 @@
+#include "Commands.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <vector>
+
+#include <Qel/graph/ImageIO.h>
+
+#include "Arguments.h"
+#include "Console.h"
+
+namespace Morvane::Qel::App {
+
+namespace {
+
+constexpr size_t numWorstPixels = 5;
+
+struct ChannelDifference
+{
+    QString channel;
+    double largest = 0.0;
+    double sum = 0.0;
+};
+
+struct PixelDifference
+{
+    int x;
+    int y;
+    double difference;
+};
+
+Image load(const QString& path)
+{
+    QString error;
+    std::optional<Image> image = [&] {
+        const QuietErrors quiet;
+        return readImage(path, &error);
+    }();
+    if (!image) {
+        throw Failure{ExitCode::WrongUse, {error}};
+    }
+    return std::move(*image);
+}
+
+/// Two pictures of one size, as doubles, with their channels brought into line.
+class Pair
+{
+public:
+    /// Throws Failure for pictures that cannot be compared pixel by pixel.
+    Pair(const QString& pathA, const QString& pathB)
+        : a(load(pathA))
+        , b(load(pathB))
+    {
+        const auto cannot = [&](const QString& cause) {
+            return Failure{ExitCode::ComparisonFailed,
+                           {QStringLiteral("%1 (%2) and %3 (%4) differ in %5")
+                                .arg(pathA, a.summary(), pathB, b.summary(), cause)}};
+        };
+        if (a.width != b.width || a.height != b.height) {
+            throw cannot(QStringLiteral("size"));
+        }
+        if (a.numChannels() == 1 && b.numChannels() == 1) {
+            // Depth "Z" beside a grey picture's "R".
+            channels = a.channels;
+            m_indicesA = m_indicesB = {0};
+            return;
+        }
+        channels = a.numChannels() > b.numChannels() ? a.channels : b.channels;
+        for (const QString& channel : channels) {
+            m_indicesA.push_back(static_cast<int>(a.channels.indexOf(channel)));
+            m_indicesB.push_back(static_cast<int>(b.channels.indexOf(channel)));
+            if (channel != QLatin1StringView("A") && (m_indicesA.back() < 0 || m_indicesB.back() < 0)) {
+                throw cannot(QStringLiteral("channels"));
+            }
+        }
+    }
+
+    double sampleA(int x, int y, int channel) const { return sample(a, m_indicesA, x, y, channel); }
+    double sampleB(int x, int y, int channel) const { return sample(b, m_indicesB, x, y, channel); }
+
+    /// Infinite where either sample is not a number or not finite, also when both are the same.
+    double difference(int x, int y, int channel) const
+    {
+        const double d = std::abs(sampleA(x, y, channel) - sampleB(x, y, channel));
+        return std::isfinite(d) ? d : std::numeric_limits<double>::infinity();
+    }
+
+    const Image a;
+    const Image b;
+    QStringList channels;
+
+private:
+    /// A picture without alpha is opaque.
+    static double sample(const Image& image, const std::vector<int>& indices, int x, int y, int channel)
+    {
+        const int index = indices[static_cast<size_t>(channel)];
+        return index < 0 ? 1.0 : image.sample(x, y, index);
+    }
+
+    /// Where each channel is in the pictures, -1 where one lacks it.
+    std::vector<int> m_indicesA;
+    std::vector<int> m_indicesB;
+};
+
+/// The differences as a picture. Alpha's own difference would make a PNG see-through where the pictures
+/// agree, so there it is put into the colours.
+Image differencePicture(const Pair& pair, bool foldAlpha)
+{
+    QStringList channels = pair.channels;
+    const auto alpha = static_cast<int>(channels.indexOf(QStringLiteral("A")));
+    foldAlpha = foldAlpha && alpha >= 0 && channels.size() > 1;
+    if (foldAlpha) {
+        channels.removeAt(alpha);
+    }
+    Image picture{pair.a.width, pair.a.height, channels, {}};
+    auto& samples = std::get<std::vector<float>>(picture.samples);
+    for (int y = 0; y < pair.a.height; ++y) {
+        for (int x = 0; x < pair.a.width; ++x) {
+            for (int c = 0; c < pair.channels.size(); ++c) {
+                if (foldAlpha && c == alpha) {
+                    continue;
+                }
+                const double own = pair.difference(x, y, c);
+                samples.push_back(
+                    static_cast<float>(foldAlpha ? std::max(own, pair.difference(x, y, alpha)) : own));
+            }
+        }
+    }
+    return picture;
+}
+
+QString number(double value)
+{
+    return QString::number(value, 'g', 9);
+}
+
+} // namespace
+
+ExitCode compare(const QStringList& arguments)
+{
+    Arguments options(
+        QStringLiteral("compare"),
+        QStringLiteral(
+            "Compares two pictures, PNG or EXR. PNG values count as 0 to 1. Prints the largest and the mean\n"
+            "difference of each channel, alpha included, and the worst pixels; NaN and infinity are\n"
+            "always differences. Ends with 1 when the largest difference is above the tolerance."));
+    options.addPositional(QStringLiteral("A"), QStringLiteral("a picture"));
+    options.addPositional(QStringLiteral("B"), QStringLiteral("the picture to compare it with"));
+    options.addOption(QStringLiteral("tolerance"), QStringLiteral("X"),
+                      QStringLiteral("largest difference that is still accepted; 0 if not given"));
+    options.addOption(QStringLiteral("difference"), QStringLiteral("FILE"),
+                      QStringLiteral("writes the absolute differences as a picture"));
+    if (!options.parse(arguments)) {
+        return ExitCode::Done;
+    }
+    double tolerance = 0.0;
+    if (options.isSet(QStringLiteral("tolerance"))) {
+        bool isNumber = false;
+        tolerance = options.value(QStringLiteral("tolerance")).toDouble(&isNumber);
+        if (!isNumber || !(tolerance >= 0.0)) {
+            options.fail(QStringLiteral("--tolerance %1 is not a number of 0 or more")
+                             .arg(options.value(QStringLiteral("tolerance"))));
+        }
+    }
+
+    const Pair pair(options.positional(0), options.positional(1));
+    std::vector<ChannelDifference> differences;
+    for (const QString& channel : pair.channels) {
+        differences.push_back({channel});
+    }
+    std::vector<PixelDifference> worst;
+    double sumOfSquares = 0.0;
+    double largest = 0.0;
+    for (int y = 0; y < pair.a.height; ++y) {
+        for (int x = 0; x < pair.a.width; ++x) {
+            double ofPixel = 0.0;
+            for (int c = 0; c < pair.channels.size(); ++c) {
+                const double d = pair.difference(x, y, c);
+                ChannelDifference& channel = differences[static_cast<size_t>(c)];
+                channel.largest = std::max(channel.largest, d);
+                channel.sum += d;
+                sumOfSquares += d * d;
+                ofPixel = std::max(ofPixel, d);
+            }
+            largest = std::max(largest, ofPixel);
+            if (ofPixel > 0.0 && (worst.size() < numWorstPixels || ofPixel > worst.back().difference)) {
+                const auto place = std::upper_bound(
+                    worst.begin(), worst.end(), ofPixel,
+                    [](double value, const PixelDifference& other) { return value > other.difference; });
+                worst.insert(place, {x, y, ofPixel});
+                worst.resize(std::min(worst.size(), numWorstPixels));
+            }
+        }
+    }
+
+    const double numPixels = static_cast<double>(pair.a.width) * static_cast<double>(pair.a.height);
+    print(QStringLiteral("%1  %2  %3\n")
+              .arg(QStringLiteral("channel"), -8)
+              .arg(QStringLiteral("largest"), 14)
+              .arg(QStringLiteral("mean"), 14));
+    for (const ChannelDifference& channel : differences) {
+        print(QStringLiteral("%1  %2  %3\n")
+                  .arg(channel.channel, -8)
+                  .arg(number(channel.largest), 14)
+                  .arg(number(channel.sum / numPixels), 14));
+    }
+    if (!pair.a.isInteger() && !pair.b.isInteger()) {
+        const double meanSquare = sumOfSquares / (numPixels * static_cast<double>(pair.channels.size()));
+        print(
+            QStringLiteral("PSNR %1 dB, for values of 0 to 1\n").arg(number(-10.0 * std::log10(meanSquare))));
+    }
+    for (const PixelDifference& entry : worst) {
+        QStringList valuesA;
+        QStringList valuesB;
+        for (int c = 0; c < pair.channels.size(); ++c) {
+            valuesA << number(pair.sampleA(entry.x, entry.y, c));
+            valuesB << number(pair.sampleB(entry.x, entry.y, c));
+        }
+        print(QStringLiteral("pixel (%1, %2) from the top left: %3 | %4, difference %5\n")
+                  .arg(entry.x)
+                  .arg(entry.y)
+                  .arg(valuesA.join(u' '), valuesB.join(u' '), number(entry.difference)));
+    }
+    const bool accepted = largest <= tolerance;
+    print(largest == 0.0
+              ? QStringLiteral("the pictures are equal\n")
+              : QStringLiteral("the largest difference, %1, is %2 the tolerance of %3\n")
+                    .arg(number(largest), accepted ? QStringLiteral("within") : QStringLiteral("above"),
+                         number(tolerance)));
+
+    if (options.isSet(QStringLiteral("difference"))) {
+        const QString path = options.value(QStringLiteral("difference"));
+        QString error;
+        const bool png = path.endsWith(QLatin1StringView(".png"), Qt::CaseInsensitive);
+        if (!writeImage(differencePicture(pair, png), path, &error)) {
+            throw Failure{ExitCode::WrongUse, {error}};
+        }
+    }
+    return accepted ? ExitCode::Done : ExitCode::ComparisonFailed;
+}
+
+} // namespace Morvane::Qel::App

@@ -1,0 +1,117 @@
+#include "Console.h"
+
+#include <QRegularExpression>
+#include <QStringList>
+
+#include <cstdio>
+#include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace Morvane::Qel::App {
+
+namespace {
+
+bool verboseMessages = false;
+bool progressShown = false;
+QStringList keptReports;
+
+void eraseProgress()
+{
+    if (progressShown) {
+        std::fputs("\r\033[K", stderr);
+        progressShown = false;
+    }
+}
+
+void handleMessage(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text)
+{
+    static const QRegularExpression location(QStringLiteral("^\\[[^\\]\\n]+:\\d+\\] "));
+    const QString message = QString(text).remove(location);
+    const bool explainsFrame =
+        type == QtCriticalMsg && (message.startsWith(QLatin1StringView("OpenGL")) || message.contains(u'\n'));
+    if (explainsFrame) {
+        keptReports.append(message);
+    }
+    if (verboseMessages) {
+        printNote(text);
+    } else if (type != QtDebugMsg && !explainsFrame) {
+        printNote(message);
+    }
+}
+
+} // namespace
+
+void installMessageHandler(bool verbose)
+{
+    verboseMessages = verbose;
+    qInstallMessageHandler(handleMessage);
+}
+
+QString takeReport()
+{
+    const QStringList lines = std::exchange(keptReports, {}).value(0).split(u'\n');
+    if (lines.size() == 1) {
+        return lines[0];
+    }
+    // The first line says what failed, the second one where and why; the rest shows the source.
+    return verboseMessages ? lines[1] : QStringLiteral("%1; --verbose shows the source").arg(lines[1]);
+}
+
+void print(const QString& text)
+{
+    std::fputs(qUtf8Printable(text), stdout);
+}
+
+void printNote(const QString& line)
+{
+    eraseProgress();
+    std::fprintf(stderr, "qel: %s\n", qUtf8Printable(line));
+}
+
+bool flushOutput()
+{
+    return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+}
+
+QuietErrors::QuietErrors()
+    : m_errors(dup(STDERR_FILENO))
+{
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    dup2(nowhere, STDERR_FILENO);
+    close(nowhere);
+}
+
+QuietErrors::~QuietErrors()
+{
+    dup2(m_errors, STDERR_FILENO);
+    close(m_errors);
+}
+
+Progress::Progress(QString unit, int total)
+    : m_unit(std::move(unit))
+    , m_total(total)
+    , m_onTerminal(isatty(STDERR_FILENO) == 1)
+    , m_nextUpdate(Clock::now() + std::chrono::seconds(1))
+{
+}
+
+Progress::~Progress()
+{
+    eraseProgress();
+}
+
+void Progress::update(int done)
+{
+    const auto now = Clock::now();
+    if (!m_onTerminal || now < m_nextUpdate) {
+        return;
+    }
+    m_nextUpdate = now + std::chrono::milliseconds(200);
+    std::fprintf(stderr, "\r%s %d of %d\033[K", qUtf8Printable(m_unit), done, m_total);
+    std::fflush(stderr);
+    progressShown = true;
+}
+
+} // namespace Morvane::Qel::App

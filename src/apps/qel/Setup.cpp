@@ -1,0 +1,108 @@
+#include "Setup.h"
+
+#include <Qel/graph/GraphFile.h>
+
+#include "Console.h"
+#include "Failure.h"
+
+namespace Morvane::Qel::App {
+
+void addDeviceOption(Arguments& options)
+{
+    options.addOption(QStringLiteral("device"), QStringLiteral("auto|gpu|software"),
+                      QStringLiteral("what to render on; auto takes a GPU when there is one"));
+}
+
+HeadlessContext::Device device(const Arguments& options)
+{
+    const QString name = options.value(QStringLiteral("device"));
+    if (!options.isSet(QStringLiteral("device")) || name == QLatin1StringView("auto")) {
+        return HeadlessContext::Device::Auto;
+    }
+    if (name == QLatin1StringView("gpu")) {
+        return HeadlessContext::Device::Gpu;
+    }
+    if (name == QLatin1StringView("software")) {
+        return HeadlessContext::Device::Software;
+    }
+    options.fail(QStringLiteral("no device \"%1\"; there are auto, gpu and software").arg(name));
+}
+
+std::unique_ptr<HeadlessContext> makeContext(HeadlessContext::Device device)
+{
+    HeadlessContext::Options options;
+    options.device = device;
+    QString error;
+    std::unique_ptr<HeadlessContext> context = HeadlessContext::create(options, &error);
+    if (!context) {
+        throw Failure{ExitCode::NoGL, {error}};
+    }
+    return context;
+}
+
+std::unique_ptr<RenderGraph> makeGraph(const GraphDescription& description,
+                                       const RenderGraph::Options& options)
+{
+    QStringList faults;
+    std::unique_ptr<RenderGraph> graph =
+        RenderGraph::create(description, PassRegistry::builtin(), options, &faults);
+    if (!graph) {
+        throw Failure{ExitCode::WrongUse, faults};
+    }
+    return graph;
+}
+
+void renderFrame(RenderGraph& graph)
+{
+    QString error;
+    if (!graph.renderFrame(&error)) {
+        const QString cause = takeReport();
+        throw Failure{ExitCode::WrongUse,
+                      {cause.isEmpty() ? error : QStringLiteral("%1: %2").arg(error, cause)}};
+    }
+    checkReports();
+}
+
+void checkReports()
+{
+    const QString cause = takeReport();
+    if (!cause.isEmpty()) {
+        throw Failure{ExitCode::WrongUse,
+                      {QStringLiteral("the picture cannot be drawn: %1%2")
+                           .arg(cause, cause.contains(QLatin1StringView("OUT_OF_MEMORY"))
+                                           ? QStringLiteral("; ask for a smaller size")
+                                           : QString())}};
+    }
+}
+
+void resizeScreen(HeadlessContext& context, const QSize& size)
+{
+    if (!context.resize(size)) {
+        throw Failure{ExitCode::WrongUse,
+                      {QStringLiteral("the driver cannot make a screen of %1x%2; ask for a smaller size")
+                           .arg(size.width())
+                           .arg(size.height())}};
+    }
+}
+
+GraphDescription loadGraphFile(const QString& path)
+{
+    QStringList faults;
+    std::optional<GraphDescription> graph = loadGraph(path, &faults);
+    if (!graph) {
+        throw Failure{ExitCode::WrongUse, faults};
+    }
+    return std::move(*graph);
+}
+
+GraphPlan checkGraph(const GraphDescription& graph)
+{
+    QStringList faults;
+    std::optional<GraphPlan> plan = planGraph(graph, PassRegistry::builtin(), 0, &faults);
+    if (!plan) {
+        throw Failure{ExitCode::WrongUse, faults};
+    }
+    return std::move(*plan);
+}
+
+} // namespace Morvane::Qel::App

@@ -1,0 +1,620 @@
+#include <Qel/graph/GraphPlan.h>
+
+#include <QHash>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <set>
+
+#include "support/Camera.h"
+#include "support/Constants.h"
+#include "support/FrameValues.h"
+#include "support/Ports.h"
+#include "support/Suggestions.h"
+
+namespace Morvane::Qel {
+
+namespace {
+
+const QLatin1StringView textureType("QelTexture*");
+const QLatin1StringView modelType("QelGPUModel*");
+
+/// The types that ports declared by a graph may have.
+const QStringList& portTypes()
+{
+    static const QStringList types{
+        QStringLiteral("QelTexture*"), QStringLiteral("QelDrawBuffers*"), QStringLiteral("QelGPUModel*"),
+        QStringLiteral("float"),       QStringLiteral("double"),          QStringLiteral("int"),
+        QStringLiteral("bool"),        QStringLiteral("QString"),         QStringLiteral("QColor"),
+        QStringLiteral("QMatrix4x4"),  QStringLiteral("QVector2D"),       QStringLiteral("QVector3D"),
+        QStringLiteral("QVector4D"),   QStringLiteral("QRect"),           QStringLiteral("QSize"),
+        QStringLiteral("QVariant")};
+    return types;
+}
+
+bool fits(const QString& from, const QString& to)
+{
+    return to == QLatin1StringView("QVariant") || from == to;
+}
+
+/// Whether a text can name a pass or a model: it stands in references, messages and file names.
+bool isName(const QString& text)
+{
+    return !text.isEmpty() && std::all_of(text.begin(), text.end(), [](QChar c) {
+        return c.isLetterOrNumber() || c == u'_' || c == u'-';
+    });
+}
+
+bool isFinite(const QVector3D& v)
+{
+    return std::isfinite(v.x()) && std::isfinite(v.y()) && std::isfinite(v.z());
+}
+
+/// Resolves a description step by step and collects what is wrong with it. Whatever depends on something
+/// already reported is passed over, so that a fault is reported once, where it was made.
+class Planner
+{
+public:
+    Planner(const GraphDescription& graph, const PassRegistry& registry, int maxTextureSize,
+            QStringList* faults)
+        : m_graph(graph)
+        , m_registry(registry)
+        , m_maxTextureSize(maxTextureSize)
+        , m_faults(faults)
+    {
+    }
+
+    std::optional<GraphPlan> run()
+    {
+        const qsizetype faultsBefore = m_faults->size();
+        checkViewport();
+        checkCamera();
+        checkModels();
+        checkLights();
+        readPasses();
+        readInputs();
+        readOutput();
+        findCycles();
+        if (m_faults->size() > faultsBefore) {
+            return {};
+        }
+        leaveOutUnused();
+        putInOrder();
+        return m_plan;
+    }
+
+private:
+    struct PassState
+    {
+        const PassDescription* description = nullptr;
+        QStringList inputs;
+        /// Whether the ports are known; false where a fault hides them.
+        bool known = false;
+    };
+    struct OutputReference
+    {
+        int pass = -1;
+        int output = -1;
+    };
+
+    void fault(const QString& place, const QString& what)
+    {
+        m_faults->append(QStringLiteral("%1: %2: %3").arg(m_graph.displayName(), place, what));
+    }
+
+    PlannedPass& pass(int index) { return m_plan.passes[static_cast<size_t>(index)]; }
+    int numPasses() const { return static_cast<int>(m_plan.passes.size()); }
+
+    void checkViewport()
+    {
+        if (const QString what = viewportFault(m_graph.viewport, m_maxTextureSize); !what.isEmpty()) {
+            fault(QStringLiteral("viewport"), what);
+        }
+    }
+
+    void checkCamera()
+    {
+        if (!m_graph.camera) {
+            return;
+        }
+        const CameraDescription& camera = *m_graph.camera;
+        const auto check = [&](bool good, const char* member, const char* what) {
+            if (!good) {
+                fault(QLatin1StringView("camera.") + QLatin1StringView(member), QLatin1StringView(what));
+            }
+        };
+        check(isFinite(camera.eye) && isFinite(camera.target) && camera.eye != camera.target, "eye",
+              "must differ from the target");
+        const QVector3D ahead = (camera.target - camera.eye).normalized();
+        check(camera.eye == camera.target ||
+                  QVector3D::crossProduct(ahead, camera.up.normalized()).lengthSquared() > 1e-10F,
+              "up", "must not be zero or lie along the line of sight");
+        check(camera.fovY > 0.0F && camera.fovY < 180.0F, "fovY", "must be above 0 and below 180 degrees");
+        check(camera.nearPlane > 0.0F, "near", "must be above 0");
+        check(camera.farPlane > camera.nearPlane && std::isfinite(camera.farPlane), "far",
+              "must be above \"near\"");
+    }
+
+    void checkModels()
+    {
+        std::set<QString> names;
+        for (const ModelDescription& model : m_graph.models) {
+            const QString place = QLatin1StringView("models.") + model.name;
+            if (!isName(model.name)) {
+                fault(place, QStringLiteral("\"%1\" is no name; use letters, digits, \"_\" and \"-\"")
+                                 .arg(model.name));
+            } else if (findFrameValue(model.name) >= 0) {
+                fault(place, QStringLiteral("\"@%1\" is a frame value; use another name").arg(model.name));
+            } else if (!names.insert(model.name).second) {
+                fault(place, QStringLiteral("two models have this name"));
+            }
+            checkFile(place, model.file);
+        }
+    }
+
+    void checkFile(const QString& place, const QString& path)
+    {
+        if (const QString what = fileFault(m_graph, path); !what.isEmpty()) {
+            fault(place, what);
+        }
+    }
+
+    void checkLights()
+    {
+        for (size_t i = 0; i < m_graph.lights.size(); ++i) {
+            const LightDescription& light = m_graph.lights[i];
+            const QString place = QStringLiteral("lights[%1]").arg(i);
+            if (light.type != QLatin1StringView("directional")) {
+                fault(
+                    place + QStringLiteral(".type"),
+                    QStringLiteral("no type of light \"%1\"; there is only \"directional\"").arg(light.type));
+            }
+            if (light.direction.isNull() || !isFinite(light.direction)) {
+                fault(place + QStringLiteral(".direction"), QStringLiteral("must not be zero"));
+            }
+        }
+    }
+
+    /// Names, types, options and ports.
+    void readPasses()
+    {
+        m_states.resize(m_graph.passes.size());
+        m_plan.passes.resize(m_graph.passes.size());
+        for (int i = 0; i < numPasses(); ++i) {
+            const PassSetting& setting = m_graph.passes[static_cast<size_t>(i)];
+            PassState& state = m_states[static_cast<size_t>(i)];
+            pass(i).name = setting.name;
+            pass(i).type = setting.type;
+            if (!isName(setting.name)) {
+                fault(QStringLiteral("passes[%1]").arg(i),
+                      QStringLiteral("\"%1\" is no name; use letters, digits, \"_\" and \"-\"")
+                          .arg(setting.name));
+            } else if (m_passNames.contains(setting.name)) {
+                if (!m_repeatedNames.contains(setting.name)) {
+                    m_repeatedNames.append(setting.name);
+                    fault(setting.name, QStringLiteral("more than one pass has this name"));
+                }
+            } else {
+                m_passNames.insert(setting.name, i);
+                m_passNamesInOrder.append(setting.name);
+            }
+            state.description = m_registry.description(setting.type);
+            if (!state.description) {
+                fault(setting.name, QStringLiteral("no pass type \"%1\"%2")
+                                        .arg(setting.type, suggestion(setting.type, m_registry.types())));
+                continue;
+            }
+            const qsizetype faultsBefore = m_faults->size();
+            readOptions(setting, *state.description, &pass(i).options);
+            if (state.description->hostDeclaresPorts) {
+                checkHostPorts(setting.name, QStringLiteral("inputs"), pass(i).options);
+                checkHostPorts(setting.name, QStringLiteral("outputs"), pass(i).options);
+            }
+            const Ports ports =
+                portsOf(*state.description, pass(i).options.value(QStringLiteral("inputs")).toStringList(),
+                        pass(i).options.value(QStringLiteral("outputs")).toStringList());
+            state.inputs = ports.inputs;
+            state.known = !state.description->hostDeclaresPorts || m_faults->size() == faultsBefore;
+            pass(i).outputs = ports.outputs;
+            for (const QString& port : ports.inputs) {
+                pass(i).inputs.emplace_back().port = port;
+            }
+        }
+    }
+
+    void readOptions(const PassSetting& setting, const PassDescription& description, PassOptions* options)
+    {
+        QStringList names;
+        for (const OptionDescription& option : description.options) {
+            names.append(option.name);
+            options->insert(option.name, option.defaultValue);
+            const auto given = setting.options.find(option.name);
+            if (given != setting.options.end()) {
+                readOption(setting.name + u'.' + option.name, option, given.value(), options);
+            }
+        }
+        for (auto given = setting.options.begin(); given != setting.options.end(); ++given) {
+            if (!names.contains(given.key())) {
+                fault(setting.name + u'.' + given.key(),
+                      QStringLiteral("%1 has no such option%2")
+                          .arg(description.type, suggestion(given.key(), names)));
+            }
+        }
+    }
+
+    void readOption(const QString& place, const OptionDescription& option, const QJsonValue& given,
+                    PassOptions* options)
+    {
+        QString error;
+        const std::optional<QVariant> value =
+            constantFromJson(given, QString::fromLatin1(option.defaultValue.metaType().name()), &error);
+        if (!value || !value->isValid()) {
+            fault(place, value ? QStringLiteral("must not be null") : error);
+            return;
+        }
+        if (!option.choices.isEmpty() && !option.choices.contains(value->toString())) {
+            fault(place, QStringLiteral("must be one of %1, not \"%2\"")
+                             .arg(quoted(option.choices), value->toString()));
+            return;
+        }
+        if (option.isFile) {
+            checkFile(place, value->toString());
+            options->insert(option.name, m_graph.resolvePath(value->toString()));
+            return;
+        }
+        options->insert(option.name, *value);
+    }
+
+    void checkHostPorts(const QString& passName, const QString& option, const PassOptions& options)
+    {
+        std::set<QString> seen;
+        for (const QString& port : options.value(option).toStringList()) {
+            const PortName name = PortName::parse(port);
+            const QString place = passName + u'.' + option;
+            if (name.type.isEmpty() || name.name.isEmpty()) {
+                fault(place,
+                      QStringLiteral("\"%1\" is no port name; write Qel_TYPE_NAME such as \"Qel_float_%1\"")
+                          .arg(port));
+            } else if (!portTypes().contains(name.type)) {
+                fault(place, QStringLiteral("\"%1\" has an unknown type \"%2\"%3")
+                                 .arg(port, name.type, suggestion(name.type, portTypes())));
+            } else if (!seen.insert(port).second) {
+                fault(place, QStringLiteral("\"%1\" is listed twice").arg(port));
+            }
+        }
+    }
+
+    /// The one port of a list that a name means; -1 with a fault when there is not exactly one.
+    int findPort(const QStringList& ports, const QString& name, const QString& place, const QString& missing)
+    {
+        const QList<int> found = findPorts(ports, name);
+        if (found.size() == 1) {
+            return found[0];
+        }
+        fault(place, portFault(ports, found, name, missing));
+        return -1;
+    }
+
+    void readInputs()
+    {
+        for (int i = 0; i < numPasses(); ++i) {
+            const PassState& state = m_states[static_cast<size_t>(i)];
+            if (!state.known) {
+                continue;
+            }
+            QList<int> timesSet(state.inputs.size(), 0);
+            for (const InputSetting& setting : m_graph.passes[static_cast<size_t>(i)].inputs) {
+                const QString place = pass(i).name + u'.' + setting.port;
+                const int port = findPort(state.inputs, setting.port, place,
+                                          QStringLiteral("%1 has no such input").arg(pass(i).type));
+                if (port < 0) {
+                    continue;
+                }
+                if (++timesSet[port] > 1) {
+                    if (timesSet[port] == 2) {
+                        fault(place, QStringLiteral("set more than once"));
+                    }
+                    continue;
+                }
+                readInput(place, setting.value, &pass(i).inputs[static_cast<size_t>(port)]);
+            }
+            for (qsizetype port = 0; port < timesSet.size(); ++port) {
+                if (timesSet[port] == 0) {
+                    setFrameValue(pass(i).name, &pass(i).inputs[static_cast<size_t>(port)]);
+                }
+            }
+        }
+    }
+
+    void readInput(const QString& place, const QJsonValue& value, PlannedInput* input)
+    {
+        const QString type = typeOf(input->port);
+        if (value.isString() && value.toString().startsWith(u'@')) {
+            const QString reference = value.toString().sliced(1);
+            if (reference.contains(u'.')) {
+                readConnection(place, reference, type, input);
+            } else {
+                readNamedValue(place, reference, type, input);
+            }
+            return;
+        }
+        QString error;
+        const std::optional<QVariant> constant = portConstant(m_graph, input->port, value, &error);
+        if (!constant) {
+            fault(place, error);
+            return;
+        }
+        input->source = InputSource::Constant;
+        input->constant = *constant;
+    }
+
+    void readConnection(const QString& place, const QString& reference, const QString& type,
+                        PlannedInput* input)
+    {
+        const std::optional<OutputReference> source = findOutput(place, reference);
+        if (!source) {
+            return;
+        }
+        const QString from = typeOf(pass(source->pass).outputs[source->output]);
+        if (!fits(from, type)) {
+            fault(place, QStringLiteral("takes %1, but \"@%2\" is %3").arg(type, reference, from));
+            return;
+        }
+        input->source = InputSource::Connection;
+        input->pass = source->pass;
+        input->output = source->output;
+    }
+
+    /// The output that "pass.Port" names; nothing with a fault, or without one where it is reported
+    /// elsewhere.
+    std::optional<OutputReference> findOutput(const QString& place, const QString& reference)
+    {
+        const qsizetype dot = reference.indexOf(u'.');
+        const QString passName = reference.first(dot);
+        const QString portName = reference.sliced(dot + 1);
+        const auto found = m_passNames.find(passName);
+        if (found == m_passNames.end()) {
+            fault(place,
+                  QStringLiteral("no pass \"%1\"%2").arg(passName, suggestion(passName, m_passNamesInOrder)));
+            return {};
+        }
+        const int source = found.value();
+        if (!m_states[static_cast<size_t>(source)].known) {
+            return {};
+        }
+        const int output =
+            findPort(pass(source).outputs, portName, place,
+                     QStringLiteral("pass \"%1\" has no output \"%2\"").arg(passName, portName));
+        if (output < 0) {
+            return {};
+        }
+        return OutputReference{source, output};
+    }
+
+    void readNamedValue(const QString& place, const QString& name, const QString& type, PlannedInput* input)
+    {
+        const auto model =
+            std::find_if(m_graph.models.begin(), m_graph.models.end(),
+                         [&](const ModelDescription& candidate) { return candidate.name == name; });
+        if (model != m_graph.models.end()) {
+            if (!fits(modelType, type)) {
+                fault(place, QStringLiteral("takes %1, but \"@%2\" is a model").arg(type, name));
+                return;
+            }
+            input->source = InputSource::Model;
+            input->model = static_cast<int>(model - m_graph.models.begin());
+            return;
+        }
+        if (const int frameValue = findFrameValue(name); frameValue >= 0) {
+            const QString from = frameValueNames[static_cast<size_t>(frameValue)].type;
+            if (!fits(from, type)) {
+                fault(place, QStringLiteral("takes %1, but \"@%2\" is %3").arg(type, name, from));
+                return;
+            }
+            input->source = InputSource::FrameValue;
+            input->frameValue = name;
+            return;
+        }
+        if (const auto found = m_passNames.find(name); found != m_passNames.end()) {
+            const QStringList outputs = ownNames(pass(found.value()).outputs);
+            fault(place, outputs.isEmpty()
+                             ? QStringLiteral("pass \"%1\" has no outputs").arg(name)
+                             : QStringLiteral("\"@%1\" is a pass; write \"@%1.%2\"").arg(name, outputs[0]));
+            return;
+        }
+        QStringList names;
+        for (const ModelDescription& candidate : m_graph.models) {
+            names.append(candidate.name);
+        }
+        for (const FrameValueName& value : frameValueNames) {
+            names.append(value.name);
+        }
+        fault(place, QStringLiteral("no model or frame value \"%1\"%2").arg(name, suggestion(name, names)));
+    }
+
+    /// Gives an input that the graph leaves alone the frame value of its name.
+    void setFrameValue(const QString& passName, PlannedInput* input)
+    {
+        const PortName port = PortName::parse(input->port);
+        if (port.name == QLatin1StringView("Geometry") && port.type == modelType) {
+            if (m_graph.models.size() == 1) {
+                input->source = InputSource::Model;
+                input->model = 0;
+            } else if (m_graph.models.size() > 1) {
+                fault(passName + u'.' + port.name,
+                      QStringLiteral("the graph has %1 models; say which, such as \"@%2\"")
+                          .arg(m_graph.models.size())
+                          .arg(m_graph.models.front().name));
+            }
+            return;
+        }
+        const int frameValue = findFrameValue(port.name);
+        if (frameValue >= 0 && frameValueNames[static_cast<size_t>(frameValue)].type == port.type) {
+            input->source = InputSource::FrameValue;
+            input->frameValue = port.name;
+        }
+    }
+
+    void readOutput()
+    {
+        const QString place = QStringLiteral("output");
+        if (m_graph.output.isEmpty()) {
+            const bool hasSink =
+                std::any_of(m_plan.passes.begin(), m_plan.passes.end(),
+                            [](const PlannedPass& candidate) { return candidate.outputs.isEmpty(); });
+            if (!hasSink) {
+                fault(place,
+                      QStringLiteral("the graph has no output and no pass that draws to the screen; write "
+                                     "\"output\": \"@pass.Port\""));
+            }
+            return;
+        }
+        if (!m_graph.output.startsWith(u'@') || !m_graph.output.contains(u'.')) {
+            fault(place, QStringLiteral("must be \"@pass.Port\", not \"%1\"").arg(m_graph.output));
+            return;
+        }
+        const std::optional<OutputReference> source = findOutput(place, m_graph.output.sliced(1));
+        if (!source) {
+            return;
+        }
+        const QString type = typeOf(pass(source->pass).outputs[source->output]);
+        if (type != textureType) {
+            fault(place, QStringLiteral("must be a texture, but \"%1\" is %2").arg(m_graph.output, type));
+            return;
+        }
+        m_plan.outputPass = source->pass;
+        m_plan.outputPort = source->output;
+    }
+
+    /// Walks from each pass to its sources; a source that is already on the way closes a cycle.
+    void findCycles()
+    {
+        enum class Visit
+        {
+            Not,
+            UnderWay,
+            Done
+        };
+        std::vector<Visit> visits(m_plan.passes.size(), Visit::Not);
+        std::vector<int> path;
+        const std::function<void(int)> visit = [&](int index) {
+            visits[static_cast<size_t>(index)] = Visit::UnderWay;
+            path.push_back(index);
+            for (const PlannedInput& input : pass(index).inputs) {
+                if (input.source != InputSource::Connection) {
+                    continue;
+                }
+                const Visit state = visits[static_cast<size_t>(input.pass)];
+                if (state == Visit::Not) {
+                    visit(input.pass);
+                } else if (state == Visit::UnderWay) {
+                    reportCycle({std::find(path.begin(), path.end(), input.pass), path.end()});
+                }
+            }
+            path.pop_back();
+            visits[static_cast<size_t>(index)] = Visit::Done;
+        };
+        for (int i = 0; i < numPasses(); ++i) {
+            if (visits[static_cast<size_t>(i)] == Visit::Not) {
+                visit(i);
+            }
+        }
+    }
+
+    /// `members` each read from the next, the last from the first.
+    void reportCycle(std::vector<int> members)
+    {
+        std::rotate(members.begin(), std::min_element(members.begin(), members.end()), members.end());
+        QStringList names{pass(members.front()).name};
+        for (auto member = members.rbegin(); member != members.rend(); ++member) {
+            names.append(pass(*member).name);
+        }
+        // Two connections between the same passes close the same cycle.
+        if (m_cycles.insert(names).second) {
+            fault(names.front(),
+                  QStringLiteral("waits for its own output: %1").arg(names.join(QStringLiteral(" -> "))));
+        }
+    }
+
+    void leaveOutUnused()
+    {
+        std::vector<bool> needed(m_plan.passes.size());
+        const std::function<void(int)> need = [&](int index) {
+            if (needed[static_cast<size_t>(index)]) {
+                return;
+            }
+            needed[static_cast<size_t>(index)] = true;
+            for (const PlannedInput& input : pass(index).inputs) {
+                if (input.source == InputSource::Connection) {
+                    need(input.pass);
+                }
+            }
+        };
+        std::vector<QStringList> readers(m_plan.passes.size());
+        for (int i = 0; i < numPasses(); ++i) {
+            if (i == m_plan.outputPass || pass(i).outputs.isEmpty()) {
+                need(i);
+            }
+            for (const PlannedInput& input : pass(i).inputs) {
+                if (input.source == InputSource::Connection &&
+                    !readers[static_cast<size_t>(input.pass)].contains(pass(i).name)) {
+                    readers[static_cast<size_t>(input.pass)].append(pass(i).name);
+                }
+            }
+        }
+        for (int i = 0; i < numPasses(); ++i) {
+            if (!needed[static_cast<size_t>(i)]) {
+                const QStringList& names = readers[static_cast<size_t>(i)];
+                pass(i).leftOut = names.isEmpty()
+                                      ? QStringLiteral("nothing reads its outputs")
+                                      : QStringLiteral("only passes that are left out read its outputs: %1")
+                                            .arg(names.join(QStringLiteral(", ")));
+            }
+        }
+    }
+
+    /// Each time the first pass of the file whose sources have all run.
+    void putInOrder()
+    {
+        std::vector<bool> done(m_plan.passes.size());
+        const auto ready = [&](int index) {
+            return !done[static_cast<size_t>(index)] && pass(index).leftOut.isEmpty() &&
+                   std::all_of(pass(index).inputs.begin(), pass(index).inputs.end(),
+                               [&](const PlannedInput& input) {
+                                   return input.source != InputSource::Connection ||
+                                          done[static_cast<size_t>(input.pass)];
+                               });
+        };
+        for (int i = 0; i < numPasses();) {
+            if (ready(i)) {
+                done[static_cast<size_t>(i)] = true;
+                m_plan.order.push_back(i);
+                i = 0;
+            } else {
+                ++i;
+            }
+        }
+    }
+
+    const GraphDescription& m_graph;
+    const PassRegistry& m_registry;
+    int m_maxTextureSize;
+    QStringList* m_faults;
+    GraphPlan m_plan;
+    std::vector<PassState> m_states;
+    QHash<QString, int> m_passNames;
+    QStringList m_passNamesInOrder;
+    QStringList m_repeatedNames;
+    std::set<QStringList> m_cycles;
+};
+
+} // namespace
+
+std::optional<GraphPlan> planGraph(const GraphDescription& graph, const PassRegistry& registry,
+                                   int maxTextureSize, QStringList* faults)
+{
+    return Planner(graph, registry, maxTextureSize, faults).run();
+}
+
+} // namespace Morvane::Qel

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <QString>
+
+#include <array>
+#include <chrono>
+#include <vector>
+
+#include <Qel/graph/Export.h>
+
+namespace Morvane::Qel {
+
+/// GPU and CPU times of sections that repeat every frame. GPU times come from timer queries that are read
+/// some frames later, so that measuring never waits for the GPU; without GL_ARB_timer_query (core in 3.3)
+/// there are none. The context must be current for every operation.
+class QEL_GRAPH_EXPORT Profiler
+{
+public:
+    explicit Profiler(const std::vector<QString>& sections);
+    ~Profiler();
+    Profiler(const Profiler&) = delete;
+    Profiler& operator=(const Profiler&) = delete;
+
+    /// Starts and ends a section; sections do not nest.
+    void begin(int section);
+    void end(int section);
+    void endFrame();
+
+    struct Row
+    {
+        QString section;
+        /// How many frames were measured.
+        int numFrames = 0;
+        /// Milliseconds; the GPU's are NaN where the context has no timer queries.
+        double medianGpu = 0.0;
+        double meanGpu = 0.0;
+        double medianCpu = 0.0;
+        double meanCpu = 0.0;
+    };
+    /// One row for each section, over the latest 1000 frames. Waits for queries that are under way.
+    std::vector<Row> rows();
+    /// Rows as aligned text with a heading, for people.
+    static QString table(const std::vector<Row>& rows);
+
+private:
+    static constexpr size_t numFramesInFlight = 4;
+    /// The latest times of a section in milliseconds; allocates nothing after its construction.
+    class Samples
+    {
+    public:
+        Samples();
+        void add(double milliseconds);
+        int count() const { return static_cast<int>(m_values.size()); }
+        /// NaN without samples.
+        double median() const;
+        double mean() const;
+
+    private:
+        std::vector<double> m_values;
+        size_t m_next = 0;
+    };
+    struct Section
+    {
+        QString name;
+        std::array<unsigned int, numFramesInFlight> queries = {};
+        std::array<bool, numFramesInFlight> pending = {};
+        Samples gpu;
+        Samples cpu;
+    };
+    void readQuery(Section& section, size_t slot);
+
+    bool m_hasTimer;
+    size_t m_slot = 0;
+    std::vector<Section> m_sections;
+    std::chrono::steady_clock::time_point m_begin;
+};
+
+} // namespace Morvane::Qel

@@ -1,0 +1,296 @@
+#include <QColor>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QImage>
+#include <QTemporaryDir>
+
+#include <bit>
+#include <cmath>
+#include <csignal>
+#include <limits>
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <OpenEXR/ImfChannelList.h>
+#include <OpenEXR/ImfFrameBuffer.h>
+#include <OpenEXR/ImfHeader.h>
+#include <OpenEXR/ImfInputFile.h>
+#include <OpenEXR/ImfOutputFile.h>
+#include <half.h>
+
+#include <Qel/graph/ImageIO.h>
+
+namespace Morvane::Qel::Test {
+
+namespace {
+
+const QStringList rgba = {QStringLiteral("R"), QStringLiteral("G"), QStringLiteral("B"), QStringLiteral("A")};
+
+class ImageIO : public testing::Test
+{
+protected:
+    QString path(const QString& name) const { return m_folder.filePath(name); }
+
+    void write(const Image& image, const QString& name)
+    {
+        QString error;
+        ASSERT_TRUE(writeImage(image, path(name), &error)) << qPrintable(error);
+    }
+
+    Image read(const QString& name)
+    {
+        QString error;
+        const std::optional<Image> image = readImage(path(name), &error);
+        EXPECT_TRUE(image) << qPrintable(error);
+        return image.value_or(Image());
+    }
+
+    /// The message of a write that must fail.
+    QString writeError(const Image& image, const QString& filePath)
+    {
+        QString error;
+        EXPECT_FALSE(writeImage(image, filePath, &error));
+        EXPECT_FALSE(error.contains(u'\n')) << qPrintable(error);
+        EXPECT_TRUE(error.startsWith(filePath)) << qPrintable(error);
+        return error;
+    }
+
+    QStringList files() const
+    {
+        return QDir(m_folder.path()).entryList(QDir::Files | QDir::Hidden, QDir::Name);
+    }
+
+    QTemporaryDir m_folder;
+};
+
+const std::vector<float>& floats(const Image& image)
+{
+    return std::get<std::vector<float>>(image.samples);
+}
+
+std::vector<quint32> bits(const std::vector<float>& values)
+{
+    std::vector<quint32> result;
+    for (const float value : values) {
+        result.push_back(std::bit_cast<quint32>(value));
+    }
+    return result;
+}
+
+} // namespace
+
+TEST_F(ImageIO, ExrKeepsEveryBitOfFloatsAndIntegers)
+{
+    const float infinity = std::numeric_limits<float>::infinity();
+    const Image colour{3, 2, rgba, std::vector<float>{0.0F,     -0.0F,     1e-40F,        3.4e38F,     //
+                                                      infinity, -infinity, std::nanf(""), 1.0F / 3.0F, //
+                                                      -2.0F,    65504.0F,  1e6F,          0.1F,        //
+                                                      1.0F,     2.0F,      3.0F,          4.0F,        //
+                                                      5.0F,     6.0F,      7.0F,          8.0F,        //
+                                                      9.0F,     10.0F,     11.0F,         12.0F}};
+    write(colour, QStringLiteral("colour.exr"));
+    const Image readBack = read(QStringLiteral("colour.exr"));
+    EXPECT_EQ(readBack.summary(), QStringLiteral("3x2 RGBA"));
+    EXPECT_EQ(bits(floats(readBack)), bits(floats(colour)));
+
+    const Image depth{2, 1, {QStringLiteral("Z")}, std::vector<float>{0.25F, 1.0F}};
+    write(depth, QStringLiteral("depth.exr"));
+    EXPECT_EQ(read(QStringLiteral("depth.exr")).channels, depth.channels);
+    EXPECT_EQ(floats(read(QStringLiteral("depth.exr"))), floats(depth));
+
+    const Image ids{1, 2, rgba.first(2), std::vector<quint32>{0, 0xffffffffU, 0x01020304U, 16777217}};
+    write(ids, QStringLiteral("ids.exr"));
+    EXPECT_EQ(std::get<std::vector<quint32>>(read(QStringLiteral("ids.exr")).samples),
+              std::get<std::vector<quint32>>(ids.samples));
+    EXPECT_EQ(read(QStringLiteral("ids.exr")).sample(0, 1, 1), 16777217.0);
+}
+
+TEST_F(ImageIO, ExrFilesAreWhatOtherProgramsExpect)
+{
+    write({2, 2, rgba, std::vector<float>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}},
+          QStringLiteral("colour.exr"));
+    Imf::InputFile file(qPrintable(path(QStringLiteral("colour.exr"))));
+    std::vector<float> green(4);
+    Imf::FrameBuffer frameBuffer;
+    frameBuffer.insert(
+        "G", Imf::Slice(Imf::FLOAT, reinterpret_cast<char*>(green.data()), sizeof(float), 2 * sizeof(float)));
+    file.setFrameBuffer(frameBuffer);
+    file.readPixels(0, 1);
+    // Rows from top to bottom, as in memory.
+    EXPECT_EQ(green, (std::vector<float>{2, 6, 10, 14}));
+    EXPECT_EQ(file.header().channels().findChannel("A")->type, Imf::FLOAT);
+
+    write({1, 1, {QStringLiteral("R")}, std::vector<quint32>{7}}, QStringLiteral("id.exr"));
+    const Imf::InputFile ids(qPrintable(path(QStringLiteral("id.exr"))));
+    EXPECT_EQ(ids.header().channels().findChannel("R")->type, Imf::UINT);
+}
+
+TEST_F(ImageIO, ReadsHalfFloatsAndWindowsThatDoNotStartAtZero)
+{
+    const Imath::Box2i window({-1, 3}, {0, 3});
+    Imf::Header header(Imath::Box2i({0, 0}, {9, 9}), window);
+    header.channels().insert("G", Imf::Channel(Imf::HALF));
+    header.channels().insert("R", Imf::Channel(Imf::HALF));
+    header.channels().insert("id", Imf::Channel(Imf::UINT));
+    const std::vector<half> red = {half(0.5F), half(-3.0F)};
+    const std::vector<half> green = {half(8.0F), half(0.25F)};
+    const std::vector<quint32> id = {3, 70000};
+    Imf::FrameBuffer frameBuffer;
+    const auto insert = [&](const char* name, Imf::PixelType type, const void* values, size_t size) {
+        frameBuffer.insert(name, Imf::Slice::Make(type, values, window, size));
+    };
+    insert("R", Imf::HALF, red.data(), sizeof(half));
+    insert("G", Imf::HALF, green.data(), sizeof(half));
+    insert("id", Imf::UINT, id.data(), sizeof(quint32));
+    {
+        Imf::OutputFile file(qPrintable(path(QStringLiteral("half.exr"))), header);
+        file.setFrameBuffer(frameBuffer);
+        file.writePixels(1);
+    }
+    const Image image = read(QStringLiteral("half.exr"));
+    EXPECT_EQ(image.channels, (QStringList{QStringLiteral("R"), QStringLiteral("G"), QStringLiteral("id")}));
+    EXPECT_EQ(floats(image), (std::vector<float>{0.5F, 8.0F, 3.0F, -3.0F, 0.25F, 70000.0F}));
+}
+
+TEST_F(ImageIO, PngClampsRoundsAndKeepsAlphaStraight)
+{
+    const float nan = std::nanf("");
+    // 0.5 / 255 rounds up, and what lies just below it down.
+    const float half = 0.5F / 255.0F;
+    write({2, 2, rgba,
+           std::vector<float>{-1.0F, 2.0F, nan, 0.0F,                                              //
+                              half * 1.001F, half * 0.999F, 0.5F, 0.25F,                           //
+                              std::numeric_limits<float>::infinity(), 1.0F, 254.4F / 255.0F, 1.0F, //
+                              0.2F, 0.4F, 0.6F, 0.8F}},
+          QStringLiteral("p.png"));
+    const QImage image(path(QStringLiteral("p.png")));
+    EXPECT_EQ(image.pixelColor(0, 0), QColor(0, 255, 0, 0));
+    EXPECT_EQ(image.pixelColor(1, 0), QColor(1, 0, 128, 64));
+    EXPECT_EQ(image.pixelColor(0, 1), QColor(255, 255, 254, 255));
+    EXPECT_EQ(image.pixelColor(1, 1), QColor(51, 102, 153, 204));
+    // Colour under alpha 0 survives, and bytes come back as bytes / 255.
+    const Image readBack = read(QStringLiteral("p.png"));
+    EXPECT_EQ(readBack.summary(), QStringLiteral("2x2 RGBA"));
+    EXPECT_EQ(
+        std::vector<float>(floats(readBack).begin(), floats(readBack).begin() + 8),
+        (std::vector<float>{0.0F, 1.0F, 0.0F, 0.0F, 1.0F / 255.0F, 0.0F, 128.0F / 255.0F, 64.0F / 255.0F}));
+
+    write({1, 2, {QStringLiteral("Z")}, std::vector<float>{0.0F, 0.6F}}, QStringLiteral("grey.png"));
+    EXPECT_EQ(QImage(path(QStringLiteral("grey.png"))).pixelColor(0, 1), QColor(153, 153, 153));
+    EXPECT_EQ(read(QStringLiteral("grey.png")).summary(), QStringLiteral("1x2 R"));
+
+    write({1, 1, rgba.first(2), std::vector<float>{0.2F, 0.4F}}, QStringLiteral("rg.png"));
+    EXPECT_EQ(QImage(path(QStringLiteral("rg.png"))).pixelColor(0, 0), QColor(51, 102, 0));
+}
+
+TEST_F(ImageIO, ReadsPngsOfOtherKinds)
+{
+    QImage deep(1, 1, QImage::Format_RGBA64);
+    deep.setPixelColor(0, 0, QColor::fromRgba64(12345, 0, 65535, 30000));
+    ASSERT_TRUE(deep.save(path(QStringLiteral("deep.png"))));
+    EXPECT_EQ(floats(read(QStringLiteral("deep.png"))),
+              (std::vector<float>{12345.0F / 65535.0F, 0.0F, 1.0F, 30000.0F / 65535.0F}));
+
+    QImage palette(2, 1, QImage::Format_Indexed8);
+    palette.setColorTable({qRgb(10, 20, 30), qRgb(40, 50, 60)});
+    palette.setPixel(0, 0, 1);
+    palette.setPixel(1, 0, 0);
+    ASSERT_TRUE(palette.save(path(QStringLiteral("palette.png"))));
+    const Image image = read(QStringLiteral("palette.png"));
+    EXPECT_EQ(image.summary(), QStringLiteral("2x1 RGB"));
+    EXPECT_EQ(floats(image), (std::vector<float>{40.0F / 255.0F, 50.0F / 255.0F, 60.0F / 255.0F,
+                                                 10.0F / 255.0F, 20.0F / 255.0F, 30.0F / 255.0F}));
+}
+
+TEST_F(ImageIO, FailedWritesNameTheCauseAndLeaveNothingBehind)
+{
+    const Image image{1, 1, rgba, std::vector<float>{0, 0, 0, 0}};
+    for (const char* name : {"none/a.png", "none/a.exr"}) {
+        EXPECT_TRUE(
+            writeError(image, path(QString::fromUtf8(name))).contains(QStringLiteral("No such file")));
+    }
+    for (const char* name : {"a.jpg", "a", "a.png.bak"}) {
+        EXPECT_TRUE(
+            writeError(image, path(QString::fromUtf8(name))).contains(QStringLiteral(".png or an .exr")));
+    }
+    ASSERT_TRUE(QDir(m_folder.path()).mkdir(QStringLiteral("folder.exr")));
+    writeError(image, path(QStringLiteral("folder.exr")));
+    EXPECT_TRUE(writeError({1, 1, rgba.first(1), std::vector<quint32>{1}}, path(QStringLiteral("id.png")))
+                    .contains(QStringLiteral("integers")));
+    EXPECT_EQ(files(), QStringList());
+
+    QString error;
+    EXPECT_FALSE(checkImagePath(path(QStringLiteral("none/a.png")), &error));
+    EXPECT_TRUE(checkImagePath(path(QStringLiteral("a.EXR")), &error));
+    EXPECT_EQ(files(), QStringList());
+}
+
+TEST_F(ImageIO, FullDiskLeavesTheOldFile)
+{
+    const Image old{1, 1, rgba, std::vector<float>{1, 1, 1, 1}};
+    write(old, QStringLiteral("a.png"));
+    write(old, QStringLiteral("a.exr"));
+    // Noise, so that compression does not make it small.
+    Image large{256, 256, rgba, {}};
+    quint32 state = 1;
+    for (int i = 0; i < 256 * 256 * 4; ++i) {
+        state = state * 1664525U + 1013904223U;
+        std::get<std::vector<float>>(large.samples).push_back(static_cast<float>(state >> 8) / 16777216.0F);
+    }
+    // A limit on the size of files fails as a full disk does, once the signal that goes with it is ignored.
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+    const rlimit small{10000, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    const QString errors =
+        writeError(large, path(QStringLiteral("a.png"))) + writeError(large, path(QStringLiteral("a.exr")));
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    EXPECT_EQ(errors.count(QStringLiteral("see that the disk has room")), 2) << qPrintable(errors);
+    EXPECT_EQ(files(), (QStringList{QStringLiteral("a.exr"), QStringLiteral("a.png")}));
+    EXPECT_EQ(read(QStringLiteral("a.png")).summary(), old.summary());
+    EXPECT_EQ(floats(read(QStringLiteral("a.exr"))), floats(old));
+}
+
+TEST_F(ImageIO, DamagedFilesAreRefusedWithOneLine)
+{
+    Image image{40, 40, rgba, std::vector<float>(static_cast<size_t>(40 * 40 * 4), 0.3F)};
+    write(image, QStringLiteral("whole.exr"));
+    write(image, QStringLiteral("whole.png"));
+    for (const QString& ending : {QStringLiteral("exr"), QStringLiteral("png")}) {
+        QFile whole(path(QStringLiteral("whole.") + ending));
+        ASSERT_TRUE(whole.open(QIODevice::ReadOnly));
+        const QByteArray bytes = whole.readAll();
+        const QString name = path(QStringLiteral("damaged.") + ending);
+        const auto readDamaged = [&](const QByteArray& content) {
+            QFile file(name);
+            EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+            file.write(content);
+            file.close();
+            QString error;
+            const bool readable = readImage(name, &error).has_value();
+            EXPECT_NE(readable, error.startsWith(name)) << qPrintable(error);
+            EXPECT_FALSE(error.contains(u'\n')) << qPrintable(error);
+            return readable;
+        };
+        for (qsizetype length = 0; length < bytes.size() * 9 / 10; length += 13) {
+            EXPECT_FALSE(readDamaged(bytes.first(length)))
+                << qPrintable(ending) << " of " << length << " bytes";
+        }
+        // Some of these still are pictures; none may crash.
+        for (qsizetype place = 0; place < bytes.size(); place += 3) {
+            QByteArray content = bytes;
+            content[place] = static_cast<char>(content[place] ^ 0x55);
+            readDamaged(content);
+        }
+    }
+    QString error;
+    EXPECT_FALSE(readImage(path(QStringLiteral("missing.exr")), &error));
+    EXPECT_TRUE(error.contains(QStringLiteral("No such file"))) << qPrintable(error);
+    EXPECT_FALSE(readImage(m_folder.path(), &error));
+    EXPECT_TRUE(error.contains(QStringLiteral("folder"))) << qPrintable(error);
+}
+
+} // namespace Morvane::Qel::Test

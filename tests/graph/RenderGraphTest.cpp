@@ -1,0 +1,512 @@
+#include "support/GLTest.h"
+#include "support/Pixels.h"
+
+#include <QColor>
+#include <QDir>
+#include <QFile>
+#include <QMatrix4x4>
+#include <QTemporaryDir>
+
+#include <cmath>
+
+#include <epoxy/gl.h>
+
+#include <Qel/core/RenderPassHelper.h>
+#include <Qel/gl/Texture.h>
+#include <Qel/gl/TextureManager.h>
+#include <Qel/graph/GraphFile.h>
+#include <Qel/graph/RenderGraph.h>
+#include <Qel/model/GPUModel.h>
+
+namespace Morvane::Qel::Test {
+
+namespace {
+
+/// What the passes below were told, in order.
+QStringList calls;
+
+/// Keeps the reference protocol by the book: takes a pooled texture, publishes it for its users, and drops
+/// one reference of its input. Writes down every call, and misbehaves when its options say so.
+class ProtocolPass : public RenderPassHelper
+{
+public:
+    static const PassDescription& description()
+    {
+        static const PassDescription description{
+            QStringLiteral("ProtocolPass"),
+            {},
+            {{QStringLiteral("Qel_QelTexture*_Input"), {}, {}},
+             {QStringLiteral("Qel_QelTexture*_Other"), {}, {}},
+             {QStringLiteral("Qel_float_Amount"), {}, {}, 1.0F},
+             {QStringLiteral("Qel_QRect_Viewport"), {}, {}}},
+            {{QStringLiteral("Qel_QelTexture*_Output"), {}}},
+            {{QStringLiteral("label"), {}, QString()}, {QStringLiteral("fault"), {}, QString()}}};
+        return description;
+    }
+
+    explicit ProtocolPass(const PassOptions& options)
+        : m_label(options[QStringLiteral("label")].toString())
+        , m_fault(options[QStringLiteral("fault")].toString())
+    {
+        declarePorts(description());
+        note("made");
+    }
+    ~ProtocolPass() override { note("destroyed"); }
+
+    void setup(RenderCallbacks*) override { note("setup"); }
+    void beginFrame(RenderCallbacks*) override { note("beginFrame"); }
+    void endFrame(RenderCallbacks*) override { note("endFrame"); }
+    void teardown(RenderCallbacks*) override { note("teardown"); }
+    void start(RenderCallbacks*) override
+    {
+        const bool isClean =
+            !glIsEnabled(GL_DEPTH_TEST) && !glIsEnabled(GL_BLEND) && !glIsEnabled(GL_SCISSOR_TEST);
+        note(QStringLiteral("start %1 users, amount %2%3")
+                 .arg(m_outputs[0].users)
+                 .arg(m_inputs[2].value.toFloat())
+                 .arg(isClean ? QString() : QStringLiteral(", dirty state")));
+        TextureManager* pool = TextureManager::Instance();
+        if (m_fault == u"empty") {
+            m_outputs[0].value = {};
+        } else if (m_fault != u"stale") {
+            const QRect viewport = m_inputs[3].value.toRect();
+            Texture* texture = pool->tempTexture(TextureFormat::RGBA8, viewport.width(), viewport.height());
+            pool->addTempTextureRef(texture, m_outputs[0].users);
+            pool->releaseTempTextureRef(texture, 1);
+            m_outputs[0].value = QVariant::fromValue(texture);
+        }
+        pool->releaseTempTextureRef(getInputPointer<Texture>(0), 1);
+        pool->releaseTempTextureRef(getInputPointer<Texture>(1), 1);
+        if (m_fault == u"error" || m_fault == u"stale") {
+            setErrorCode(0xFFFFFFFFU);
+        } else if (m_fault == u"staleLater") {
+            m_fault = QStringLiteral("stale");
+        }
+        // Passes leave state behind on purpose.
+        glEnable(GL_DEPTH_TEST);
+        glEnable(GL_BLEND);
+        glEnable(GL_SCISSOR_TEST);
+    }
+
+private:
+    void note(const QString& what) const { calls.append(m_label + u' ' + what); }
+
+    QString m_label;
+    QString m_fault;
+};
+
+/// Publishes the frame values that it was given.
+class ProbePass : public RenderPassHelper
+{
+public:
+    static const PassDescription& description()
+    {
+        static const PassDescription description{
+            QStringLiteral("ProbePass"),
+            {},
+            {{QStringLiteral("Qel_QRect_Viewport"), {}, {}},
+             {QStringLiteral("Qel_QMatrix4x4_ProjectionMatrix"), {}, {}},
+             {QStringLiteral("Qel_QMatrix4x4_CameraMatrix"), {}, {}},
+             {QStringLiteral("Qel_float_NearPlane"), {}, {}},
+             {QStringLiteral("Qel_float_FarPlane"), {}, {}},
+             {QStringLiteral("Qel_QVector3D_SceneBoundsMin"), {}, {}},
+             {QStringLiteral("Qel_QVector3D_SceneBoundsMax"), {}, {}},
+             {QStringLiteral("Qel_QelGPUModel*_Geometry"), {}, {}},
+             {QStringLiteral("Qel_QList_QelShadowMapManagerLight*_Lights"), {}, {}}},
+            {}};
+        return description;
+    }
+
+    ProbePass() { declarePorts(description()); }
+    void start(RenderCallbacks*) override
+    {
+        values.clear();
+        for (const Input& input : m_inputs) {
+            values.append(input.value);
+        }
+    }
+    static inline QVariantList values;
+};
+
+PassRegistry testRegistry()
+{
+    PassRegistry registry = PassRegistry::builtin();
+    registry.add(ProtocolPass::description(), [](const PassOptions& options, QString*) {
+        return std::make_unique<ProtocolPass>(options);
+    });
+    registry.add<ProbePass>();
+    return registry;
+}
+
+class RenderGraphTest : public GLTest
+{
+protected:
+    QString write(const QString& name, const QByteArray& text) const
+    {
+        QFile file(m_folder.filePath(name));
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        EXPECT_EQ(file.write(text), text.size());
+        return file.fileName();
+    }
+
+    std::unique_ptr<RenderGraph> make(const QByteArray& text, const RenderGraph::Options& options = {})
+    {
+        calls.clear();
+        m_faults.clear();
+        const std::optional<GraphDescription> graph = loadGraph(write("graph.json", text), &m_faults);
+        std::unique_ptr<RenderGraph> made;
+        if (graph) {
+            made = RenderGraph::create(*graph, testRegistry(), options, &m_faults);
+        }
+        m_faults.replaceInStrings(m_folder.path() + u'/', QString());
+        return made;
+    }
+
+    std::unique_ptr<RenderGraph> makeGood(const QByteArray& text, const RenderGraph::Options& options = {})
+    {
+        std::unique_ptr<RenderGraph> graph = make(text, options);
+        EXPECT_TRUE(graph) << qPrintable(m_faults.join(u'\n'));
+        return graph;
+    }
+
+    static testing::AssertionResult renders(RenderGraph& graph)
+    {
+        QString error;
+        return graph.renderFrame(&error) ? testing::AssertionSuccess()
+                                         : testing::AssertionFailure() << qPrintable(error);
+    }
+
+    QString failureOf(RenderGraph& graph) const
+    {
+        QString error;
+        EXPECT_FALSE(graph.renderFrame(&error));
+        return error.remove(m_folder.path() + u'/');
+    }
+
+    QTemporaryDir m_folder;
+    QStringList m_faults;
+};
+
+/// Every GL object of a context by kind and name.
+QList<QPair<int, unsigned int>> liveObjects()
+{
+    QList<QPair<int, unsigned int>> objects;
+    GLboolean (*const kinds[])(GLuint) = {
+        [](GLuint name) { return glIsTexture(name); },     [](GLuint name) { return glIsFramebuffer(name); },
+        [](GLuint name) { return glIsProgram(name); },     [](GLuint name) { return glIsBuffer(name); },
+        [](GLuint name) { return glIsVertexArray(name); }, [](GLuint name) { return glIsQuery(name); }};
+    for (int kind = 0; kind < static_cast<int>(std::size(kinds)); ++kind) {
+        for (unsigned int name = 1; name < 1000; ++name) {
+            if (kinds[kind](name)) {
+                objects.append({kind, name});
+            }
+        }
+    }
+    return objects;
+}
+
+const QByteArray cubeObj =
+    "v -1 -2 -3\nv 1 -2 -3\nv -1 2 -3\nv 1 2 -3\nv -1 -2 3\nv 1 -2 3\nv -1 2 3\nv 1 2 3\n"
+    "f 1 3 4 2\nf 5 6 8 7\nf 1 2 6 5\nf 3 7 8 4\nf 1 5 7 3\nf 2 4 8 6\n";
+
+} // namespace
+
+TEST_F(RenderGraphTest, DrawsThroughTheLibrarysPasses)
+{
+    write("tone.glslh", "vec4 tone(vec4 c, float strength) { return vec4(1.0 - strength * c.rgb, c.a); }\n");
+    write("tone.frag",
+          "#version 150\n#include \"tone.glslh\"\nuniform sampler2D u_Input;\nuniform float "
+          "Qel_float_Strength;\n"
+          "in vec2 vo_TexCoord;\nout vec4 o_Output;\n"
+          "void main() { o_Output = tone(texture(u_Input, vo_TexCoord), Qel_float_Strength); }\n");
+    const auto graph = makeGood(R"({"viewport": [4, 8], "passes": [
+        {"name": "screen", "type": "TextureToScreenRenderPass", "inputs": {"Texture": "@tone.Output"}},
+        {"name": "sky", "type": "GradientRenderPass", "inputs": {"ColorTop": "#ff000080", "ColorBottom": null}},
+        {"name": "tone", "type": "ShaderRenderPass", "inputs": {"Input": "@sky.Frame", "Strength": 0.6},
+         "options": {"inputs": ["Qel_QelTexture*_Input", "Qel_float_Strength"], "outputs": ["Qel_QelTexture*_Output"],
+                     "fragmentShader": "tone.frag"}}],
+        "output": "@tone.Output"})");
+    ASSERT_TRUE(graph);
+    EXPECT_EQ(graph->picture(), nullptr);
+    // The solid fill of the gradient is opaque, whatever the colour's alpha.
+    const auto flat = [](float red) {
+        return Pixels::generate(4, 8, [=](int, int) { return QVector4D(red, 1.0F, 1.0F, 1.0F); });
+    };
+    // The driver multiplies by 1/255, which rounds otherwise than a division by 255.
+    constexpr float rounding = 1e-6F;
+    for (int frame = 0; frame < 3; ++frame) {
+        ASSERT_TRUE(renders(*graph));
+        EXPECT_TRUE(equal(readTexture(graph->picture()), flat(102.0F / 255.0F), rounding));
+        EXPECT_TRUE(equal(readScreen(4, 8), flat(102.0F / 255.0F), rounding));
+    }
+    QString error;
+    ASSERT_TRUE(graph->setConstant("tone", "Strength", 0.2, &error)) << qPrintable(error);
+    ASSERT_TRUE(renders(*graph));
+    EXPECT_TRUE(equal(readTexture(graph->picture()), flat(204.0F / 255.0F), rounding));
+    ASSERT_TRUE(graph->setViewport({2, 3}, &error)) << qPrintable(error);
+    ASSERT_TRUE(renders(*graph));
+    EXPECT_EQ(readTexture(graph->picture()).width, 2);
+    EXPECT_EQ(readTexture(graph->picture()).height, 3);
+}
+
+TEST_F(RenderGraphTest, KeepsTheContractOfPasses)
+{
+    auto graph = makeGood(R"({"passes": [
+        {"name": "b", "type": "ProtocolPass", "inputs": {"Input": "@a.Output", "Other": "@a.Output", "Amount": 2}, "options": {"label": "b"}},
+        {"name": "a", "type": "ProtocolPass", "options": {"label": "a"}},
+        {"name": "unused", "type": "ProtocolPass", "inputs": {"Input": "@a.Output"}, "options": {"label": "unused"}}],
+        "output": "@b.Output"})");
+    ASSERT_TRUE(graph);
+    EXPECT_EQ(calls, (QStringList{"a made", "b made"}));
+    calls.clear();
+    const QStringList frame{
+        "a beginFrame", "b beginFrame", "a start 2 users, amount 1", "b start 1 users, amount 2",
+        "a endFrame",   "b endFrame"};
+    ASSERT_TRUE(renders(*graph));
+    EXPECT_EQ(calls, (QStringList{"a setup", "b setup"} + frame));
+    EXPECT_EQ(TextureManager::Instance()->numReferences(), 1);
+    calls.clear();
+    ASSERT_TRUE(renders(*graph));
+    EXPECT_EQ(calls, frame);
+    graph->releaseOutputs();
+    EXPECT_EQ(graph->picture(), nullptr);
+    EXPECT_EQ(TextureManager::Instance()->numReferences(), 0);
+    EXPECT_EQ(TextureManager::Instance()->numTextures(), 2);
+    calls.clear();
+    graph.reset();
+    EXPECT_EQ(calls, (QStringList{"a teardown", "b teardown", "a destroyed", "b destroyed"}));
+}
+
+TEST_F(RenderGraphTest, KeptOutputsAreReadableUntilTheNextFrame)
+{
+    const auto graph = makeGood(R"({"passes": [
+        {"name": "a", "type": "ProtocolPass"},
+        {"name": "b", "type": "ProtocolPass", "inputs": {"Input": "@a.Output"}}],
+        "output": "@b.Output"})",
+                                {.profile = true, .keepOutputs = true});
+    ASSERT_TRUE(graph);
+    for (int frame = 0; frame < 6; ++frame) {
+        ASSERT_TRUE(renders(*graph));
+        const std::vector<RenderGraph::Output> outputs = graph->outputs();
+        ASSERT_EQ(outputs.size(), 2U);
+        EXPECT_EQ(outputs[0].pass, "a");
+        EXPECT_EQ(outputs[1].port, "Qel_QelTexture*_Output");
+        EXPECT_NE(outputs[0].value.value<Texture*>(), outputs[1].value.value<Texture*>());
+        EXPECT_EQ(outputs[1].value.value<Texture*>(), graph->picture());
+        EXPECT_EQ(TextureManager::Instance()->numReferences(), 2);
+    }
+    const std::vector<Profiler::Row> rows = graph->profile();
+    ASSERT_EQ(rows.size(), 2U);
+    EXPECT_EQ(rows[1].section, "b");
+    for (const Profiler::Row& row : rows) {
+        EXPECT_EQ(row.numFrames, 6);
+        EXPECT_GT(row.medianCpu, 0.0);
+        EXPECT_GE(row.medianGpu, 0.0);
+    }
+    EXPECT_EQ(Profiler::table(rows).count(u'\n'), 4);
+}
+
+TEST_F(RenderGraphTest, FailedFramesNameThePassAndLoseNothing)
+{
+    const QByteArray chain = R"({"passes": [
+        {"name": "a", "type": "ProtocolPass", "options": {%1}},
+        {"name": "b", "type": "ProtocolPass", "inputs": {"Input": "@a.Output"}, "options": {%2}},
+        {"name": "c", "type": "ProtocolPass", "inputs": {"Input": "@b.Output", "Other": "@a.Output"}}],
+        "output": "@c.Output"})";
+    const auto chainWith = [&](const char* a, const char* b) {
+        return QByteArray(chain).replace("%1", a).replace("%2", b);
+    };
+    const RenderGraph::Options keep{.keepOutputs = true};
+    for (const RenderGraph::Options& options : {RenderGraph::Options(), keep}) {
+        auto graph = makeGood(chainWith("", R"("fault": "error")"), options);
+        ASSERT_TRUE(graph);
+        for (int frame = 0; frame < 3; ++frame) {
+            EXPECT_EQ(failureOf(*graph), "graph.json: b: the pass reports error 0xffffffff");
+            EXPECT_EQ(graph->picture(), nullptr);
+            EXPECT_EQ(TextureManager::Instance()->numReferences(), 0);
+        }
+        // Publishes in the first frame, then fails with the texture of that frame still on its output.
+        graph = makeGood(chainWith("", R"("fault": "staleLater")"), options);
+        ASSERT_TRUE(graph);
+        ASSERT_TRUE(renders(*graph));
+        for (int frame = 0; frame < 20; ++frame) {
+            EXPECT_EQ(failureOf(*graph), "graph.json: b: the pass reports error 0xffffffff");
+            EXPECT_EQ(TextureManager::Instance()->numReferences(), 0);
+        }
+    }
+    // The fault is where the first empty output is.
+    auto graph = makeGood(chainWith(R"("fault": "empty")", R"("fault": "empty")"));
+    ASSERT_TRUE(graph);
+    ASSERT_TRUE(renders(*graph));
+    graph = makeGood(QByteArray(chainWith(R"("fault": "empty")", R"("fault": "empty")"))
+                         .replace("@c.Output\"}", "@b.Output\"}"));
+    ASSERT_TRUE(graph);
+    EXPECT_EQ(failureOf(*graph), "graph.json: a.Output: the pass made nothing, so there is no picture");
+}
+
+TEST_F(RenderGraphTest, ABrokenShaderStopsTheGraphWithFileAndLine)
+{
+    write("broken.frag", "#version 150\nout vec4 o_Output;\nvoid main()\n{\n    o_Output = nonsense;\n}\n");
+    const auto graph = makeGood(R"({"viewport": [4, 4], "passes": [
+        {"name": "before", "type": "ProtocolPass"},
+        {"name": "mine", "type": "ShaderRenderPass", "inputs": {"Input": "@before.Output"},
+         "options": {"inputs": ["Qel_QelTexture*_Input"], "outputs": ["Qel_QelTexture*_Output"], "fragmentShader": "broken.frag"}},
+        {"name": "after", "type": "ProtocolPass", "inputs": {"Input": "@mine.Output"}}],
+        "output": "@after.Output"})",
+                                {.keepOutputs = true});
+    ASSERT_TRUE(graph);
+    for (int frame = 0; frame < 2; ++frame) {
+        EXPECT_EQ(failureOf(*graph), "graph.json: mine: its shader program cannot be built");
+        EXPECT_EQ(graph->picture(), nullptr);
+        EXPECT_EQ(TextureManager::Instance()->numReferences(), 0);
+    }
+    expectMessage(QRegularExpression::escape(m_folder.filePath("broken.frag")) + ":5.*nonsense");
+}
+
+TEST_F(RenderGraphTest, FrameValuesReachTheInputsOfTheirNames)
+{
+    write("cube.obj", cubeObj);
+    const auto graph = makeGood(R"({"viewport": [200, 100], "models": {"scene": "cube.obj"},
+        "camera": {"eye": [0, 0, 10], "target": [0, 0, 0], "fovY": 90, "near": 2, "far": 20},
+        "lights": [{"type": "directional", "direction": [0, -1, 0]}],
+        "passes": [{"name": "probe", "type": "ProbePass"}]})");
+    ASSERT_TRUE(graph);
+    ASSERT_TRUE(renders(*graph));
+    const QVariantList& values = ProbePass::values;
+    EXPECT_EQ(values[0], QVariant(QRect(0, 0, 200, 100)));
+    // A point on the upper edge of a field of view of 90 degrees, and the near plane.
+    const QMatrix4x4 toClip = values[1].value<QMatrix4x4>() * values[2].value<QMatrix4x4>();
+    const QVector3D edge = toClip.map(QVector3D(0, 8, 2));
+    EXPECT_NEAR(edge.x(), 0.0F, 1e-6F);
+    EXPECT_NEAR(edge.y(), 1.0F, 1e-6F);
+    EXPECT_NEAR(toClip.map(QVector3D(8, 0, 2)).x(), 0.5F, 1e-6F);
+    EXPECT_NEAR(toClip.map(QVector3D(0, 0, 8)).z(), -1.0F, 1e-6F);
+    EXPECT_NEAR(toClip.map(QVector3D(0, 0, -10)).z(), 1.0F, 1e-6F);
+    EXPECT_EQ(values[3], QVariant(2.0F));
+    EXPECT_EQ(values[4], QVariant(20.0F));
+    EXPECT_EQ(values[5], QVariant(QVector3D(-1, -2, -3)));
+    EXPECT_EQ(values[6], QVariant(QVector3D(1, 2, 3)));
+    EXPECT_EQ(values[7].value<GPUModel*>(), graph->model("scene"));
+    EXPECT_NE(graph->model("scene"), nullptr);
+    EXPECT_EQ(graph->model("other"), nullptr);
+    ASSERT_EQ(values[8].toList().size(), 1);
+    EXPECT_EQ(values[8].toList()[0].toMap()["direction"].value<QVector3D>(), QVector3D(0, -1, 0));
+
+    QString error;
+    ASSERT_TRUE(graph->setViewport({50, 100}, &error));
+    graph->setCamera({{0, 0, 5}, {0, 0, 0}, {0, 1, 0}, 90.0F, 1.0F, 10.0F});
+    ASSERT_TRUE(graph->setConstant("probe", "FarPlane", 3, &error)) << qPrintable(error);
+    ASSERT_TRUE(renders(*graph));
+    EXPECT_EQ(values[0], QVariant(QRect(0, 0, 50, 100)));
+    EXPECT_NEAR((values[1].value<QMatrix4x4>() * values[2].value<QMatrix4x4>()).map(QVector3D(1, 0, 3)).x(),
+                1.0F, 1e-6F);
+    EXPECT_EQ(values[3], QVariant(1.0F));
+    EXPECT_EQ(values[4], QVariant(3.0F));
+}
+
+TEST_F(RenderGraphTest, WithoutACameraTheViewHoldsTheWholeModel)
+{
+    const QList<QPair<QByteArray, QSize>> cases{
+        {cubeObj, {64, 64}},
+        {cubeObj, {300, 20}},
+        {cubeObj, {20, 300}},
+        // Flat, tiny, far away, huge, a point.
+        {"v 0 0 0\nv 9 0 0\nv 9 0 9\nf 1 2 3\n", {64, 32}},
+        {"v 0 0 0\nv 0.01 0 0\nv 0 0.01 0\nf 1 2 3\n", {64, 32}},
+        {"v 100000 0 0\nv 100001 0 0\nv 100000 1 0\nf 1 2 3\n", {64, 32}},
+        {"v 0 0 0\nv 1e9 0 0\nv 0 1e9 1e9\nf 1 2 3\n", {64, 32}},
+    };
+    for (const auto& [obj, size] : cases) {
+        write("model.obj", obj);
+        const auto graph = makeGood(
+            R"({"models": {"scene": "model.obj"}, "passes": [{"name": "probe", "type": "ProbePass"}]})");
+        ASSERT_TRUE(graph);
+        QString error;
+        ASSERT_TRUE(graph->setViewport(size, &error));
+        ASSERT_TRUE(renders(*graph));
+        const QVariantList& values = ProbePass::values;
+        const QMatrix4x4 toClip = values[1].value<QMatrix4x4>() * values[2].value<QMatrix4x4>();
+        const auto low = values[5].value<QVector3D>();
+        const auto high = values[6].value<QVector3D>();
+        float reach = 0.0F;
+        for (int corner = 0; corner < 8; ++corner) {
+            const QVector3D point((corner & 1) != 0 ? high.x() : low.x(),
+                                  (corner & 2) != 0 ? high.y() : low.y(),
+                                  (corner & 4) != 0 ? high.z() : low.z());
+            const QVector4D clip = toClip * QVector4D(point, 1.0F);
+            ASSERT_GT(clip.w(), 0.0F) << obj.constData();
+            reach = std::max({reach, std::abs(clip.x() / clip.w()), std::abs(clip.y() / clip.w())});
+            EXPECT_LT(std::abs(clip.z() / clip.w()), 1.0F) << obj.constData();
+        }
+        EXPECT_LT(reach, 1.0F) << obj.constData();
+        EXPECT_GT(values[4].toFloat(), values[3].toFloat());
+        EXPECT_GT(values[3].toFloat(), 0.0F);
+        if (obj == cubeObj) {
+            EXPECT_GT(reach, 0.9F) << "the model is small in the picture";
+        }
+    }
+}
+
+TEST_F(RenderGraphTest, ChangesThatDoNotFitAreRefused)
+{
+    const auto graph = makeGood(R"({"passes": [
+        {"name": "a", "type": "ProtocolPass"},
+        {"name": "b", "type": "ProtocolPass", "inputs": {"Input": "@a.Output"}}], "output": "@b.Output"})");
+    ASSERT_TRUE(graph);
+    const auto refusal = [&](const QString& pass, const QString& port, const QJsonValue& value) {
+        QString error;
+        EXPECT_FALSE(graph->setConstant(pass, port, value, &error));
+        return error.remove(m_folder.path() + u'/');
+    };
+    EXPECT_EQ(refusal("aa", "Amount", 1), "graph.json: aa.Amount: no pass \"aa\"; did you mean \"a\"?");
+    EXPECT_EQ(refusal("a", "Amuont", 1),
+              "graph.json: a.Amuont: ProtocolPass has no such input; did you mean \"Amount\"?");
+    EXPECT_EQ(refusal("a", "Amount", "much"), "graph.json: a.Amount: must be a number, not \"much\"");
+    EXPECT_EQ(refusal("b", "Input", QJsonValue()), "graph.json: b.Input: is connected");
+    QString error;
+    EXPECT_FALSE(graph->setViewport({0, 4}, &error));
+    EXPECT_TRUE(error.contains("viewport: 0x4 is out of range")) << qPrintable(error);
+    EXPECT_FALSE(graph->setViewport({context().maxTextureSize() + 1, 4}, &error));
+    EXPECT_EQ(graph->viewport(), QSize(1280, 720));
+
+    write("broken.obj", "f 1 2 3\n");
+    EXPECT_FALSE(
+        make(R"({"models": {"scene": "broken.obj"}, "passes": [{"name": "p", "type": "ProbePass"}]})"));
+    ASSERT_EQ(m_faults.size(), 1);
+    EXPECT_TRUE(m_faults[0].startsWith("graph.json: models.scene: broken.obj: ")) << qPrintable(m_faults[0]);
+    EXPECT_EQ(calls, QStringList());
+}
+
+TEST_F(RenderGraphTest, DroppingAGraphLeavesNoObjectBehind)
+{
+    write("cube.obj", cubeObj);
+    const QByteArray text = R"({"viewport": [16, 16], "models": {"scene": "cube.obj"}, "passes": [
+        {"name": "sky", "type": "GradientRenderPass"},
+        {"name": "forward", "type": "ForwardRenderPass"},
+        {"name": "mix", "type": "ShaderRenderPass", "inputs": {"Input": "@forward.Frame", "Sky": "@sky.Frame"},
+         "options": {"inputs": ["Qel_QelTexture*_Input", "Qel_QelTexture*_Sky"], "outputs": ["Qel_QelTexture*_Output"]}},
+        {"name": "screen", "type": "TextureToScreenRenderPass", "inputs": {"Texture": "@mix.Output", "EnableSuperSampling": true}}],
+        "output": "@mix.Output"})";
+    QList<QPair<int, unsigned int>> after;
+    for (int round = 0; round < 3; ++round) {
+        auto graph = makeGood(text, {.profile = true});
+        ASSERT_TRUE(graph);
+        ASSERT_TRUE(renders(*graph));
+        // The cube stands before the sky, and the sky is seen around it.
+        const Pixels picture = readTexture(graph->picture());
+        EXPECT_GT(picture.at(8, 8).w(), 0.9F);
+        EXPECT_EQ(picture.at(0, 0), QVector4D(0, 0, 0, 0));
+        QString error;
+        ASSERT_TRUE(graph->setViewport({8, 8}, &error));
+        ASSERT_TRUE(renders(*graph));
+        graph.reset();
+        TextureManager::Instance()->releaseFreeTextures();
+        // What the context itself keeps, it makes in the first round.
+        if (round > 0) {
+            EXPECT_EQ(liveObjects(), after);
+        }
+        after = liveObjects();
+    }
+}
+
+} // namespace Morvane::Qel::Test
