@@ -80,8 +80,10 @@ std::unique_ptr<RenderPass> makeShaderPass(const PassOptions& options, QString* 
 
 std::unique_ptr<RenderPass> makeBlendPass(const PassOptions& options, QString* /*error*/)
 {
+    // The choices stand in the order of the modes' values.
+    const OptionDescription& mode = BlendRenderPass::description().options.front();
     return std::make_unique<BlendRenderPass>(
-        static_cast<BlendRenderPass::BlendMode>(options[QStringLiteral("mode")].toInt()));
+        static_cast<BlendRenderPass::BlendMode>(mode.choices.indexOf(options[mode.name].toString())));
 }
 
 } // namespace
