@@ -241,8 +241,9 @@ std::optional<Image> readPlain(const QString& path, QString* error)
             const std::array values = {line[x].red(), line[x].green(), line[x].blue(), line[x].alpha()};
             for (size_t c = 0; c < static_cast<size_t>(image.numChannels()); ++c) {
                 // A byte b was widened to 257 b.
+                const int byte = values[c] / 257;
                 samples.push_back(deep ? static_cast<float>(values[c]) / 65535.0F
-                                       : static_cast<float>(values[c] / 257) / 255.0F);
+                                       : static_cast<float>(byte) / 255.0F);
             }
         }
     }
