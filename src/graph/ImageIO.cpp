@@ -1,10 +1,10 @@
 #include <Qel/graph/ImageIO.h>
 
+#include <QBuffer>
 #include <QFile>
 #include <QFileInfo>
 #include <QImage>
 #include <QImageReader>
-#include <QImageWriter>
 #include <QRegularExpression>
 #include <QSaveFile>
 
@@ -204,13 +204,16 @@ bool writePng(const Image& image, QSaveFile& file, QString* error)
                     QStringLiteral("no memory for a picture of %1").arg(image.summary()),
                     QStringLiteral("write an .exr file or a smaller picture"));
     }
-    QImageWriter writer(&file, "png");
-    if (!writer.write(picture)) {
-        const bool deviceFailed = file.error() != QFileDevice::NoError;
+    // By way of memory, because the PNG library leaks and prints when its device fails.
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    if (!picture.save(&buffer, "png")) {
         return fail(error, file.fileName(),
-                    cannotBeWritten(deviceFailed ? file.errorString() : writer.errorString()), checkDisk);
+                    QStringLiteral("cannot be made into a PNG of %1").arg(image.summary()),
+                    QStringLiteral("write an .exr file or a smaller picture"));
     }
-    return true;
+    return file.write(bytes) == bytes.size() ||
+           fail(error, file.fileName(), cannotBeWritten(file.errorString()), checkDisk);
 }
 
 std::optional<Image> readPlain(const QString& path, QString* error)
