@@ -6,7 +6,11 @@
 #include <optional>
 #include <utility>
 
+#include <Qel/RenderPasses/compositing/BlendRenderPass.h>
+#include <Qel/RenderPasses/compositing/CubemapLoaderRenderPass.h>
 #include <Qel/RenderPasses/compositing/GradientRenderPass.h>
+#include <Qel/RenderPasses/compositing/SkyboxRenderPass.h>
+#include <Qel/RenderPasses/compositing/TextureLoaderRenderPass.h>
 #include <Qel/RenderPasses/compositing/TextureToScreenRenderPass.h>
 #include <Qel/RenderPasses/framework/ShaderRenderPass.h>
 #include <Qel/RenderPasses/geometry/ForwardRenderPass.h>
@@ -66,15 +70,27 @@ std::unique_ptr<RenderPass> makeShaderPass(const PassOptions& options, QString* 
     return pass;
 }
 
+std::unique_ptr<RenderPass> makeBlendPass(const PassOptions& options, QString* /*error*/)
+{
+    // The names are listed in the order of the operators' numbers.
+    const QStringList& names = BlendRenderPass::description().options.front().choices;
+    const qsizetype mode = names.indexOf(options[QStringLiteral("mode")].toString());
+    return std::make_unique<BlendRenderPass>(static_cast<BlendRenderPass::BlendMode>(mode));
+}
+
 } // namespace
 
 const PassRegistry& PassRegistry::builtin()
 {
     static const PassRegistry registry = [] {
         PassRegistry passes;
+        passes.add(BlendRenderPass::description(), makeBlendPass);
+        passes.add<CubemapLoaderRenderPass>();
         passes.add<ForwardRenderPass>();
         passes.add<GradientRenderPass>();
         passes.add(ShaderRenderPass::description(), makeShaderPass);
+        passes.add<SkyboxRenderPass>();
+        passes.add<TextureLoaderRenderPass>();
         passes.add<TextureToScreenRenderPass>();
         return passes;
     }();

@@ -2,6 +2,7 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSize>
 #include <QTemporaryDir>
 
 #include <cmath>

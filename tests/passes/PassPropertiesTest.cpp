@@ -12,6 +12,7 @@
 #include "support/GLTest.h"
 #include "support/Models.h"
 #include "support/Pixels.h"
+#include <Qel/core/MetaTypes.h>
 #include <Qel/gl/DrawBuffers.h>
 #include <Qel/gl/Guards.h>
 #include <Qel/gl/ResourceScope.h>
