@@ -23,8 +23,10 @@ using Mode = BlendRenderPass::BlendMode;
 
 constexpr int size = 64;
 
-/// The last bit of a half float below 1, which is what a result is rounded by.
+/// The last bit of a half float below 1, by which results are rounded, up or down as the driver likes; twice
+/// that for operators that exceed 1.
 constexpr float halfPrecision = 1.0F / 2048.0F;
+constexpr float above1 = 2.0F * halfPrecision;
 
 /// Random premultiplied colours on the grid of 8 bits, with alphas 0, 1 and between, equally often, and with
 /// channels at their ends, where operators change branches.
@@ -153,14 +155,12 @@ TEST_F(BlendRenderPassTest, AgreesWithARasterPainter)
     const Pixels opaque = randomPicture(3, true);
     EXPECT_TRUE(equal(blend(a, opaque, Mode::Overlay), paint(a, opaque, QPainter::CompositionMode_Overlay),
                       halfPrecision));
-    // The painter's sum stops at 1.
+    // The painter's sum stops at 1 in alpha.
     Pixels sum = blend(a, b, Mode::Add);
     for (QVector4D& value : sum.values) {
-        for (int c = 0; c < 4; ++c) {
-            value[c] = std::min(value[c], 1.0F);
-        }
+        value[3] = std::min(value[3], 1.0F);
     }
-    EXPECT_TRUE(equal(sum, paint(a, b, QPainter::CompositionMode_Plus), halfPrecision));
+    EXPECT_TRUE(equal(sum, paint(a, b, QPainter::CompositionMode_Plus), above1));
 }
 
 TEST_F(BlendRenderPassTest, OwnOperatorsFollowTheirFormulas)
@@ -170,14 +170,11 @@ TEST_F(BlendRenderPassTest, OwnOperatorsFollowTheirFormulas)
     const auto overlay = [](double cs, double cd, double stored) {
         return 2.0 * stored <= 1.0 ? 2.0 * cs * cd : 1.0 - 2.0 * (1.0 - cs) * (1.0 - cd);
     };
-    EXPECT_TRUE(equal(blend(a, b, Mode::Overlay), composite(a, b, overlay), halfPrecision));
+    EXPECT_TRUE(equal(blend(a, b, Mode::Overlay), composite(a, b, overlay), above1));
 
     EXPECT_TRUE(equal(blend(a, b, Mode::MultiplyKeepAlpha),
                       Pixels::generate(size, size, [&](int x, int y) { return a.at(x, y) * b.at(x, y); }),
                       halfPrecision));
-    const Pixels twice = Pixels::generate(size, size, [&](int x, int y) { return a.at(x, y) + b.at(x, y); });
-    EXPECT_TRUE(equal(blend(a, b, Mode::Add), twice, 2.0F * halfPrecision));
-
     // The inverted destination is that of the stored, premultiplied colours.
     const auto invertAndAdd = Pixels::generate(size, size, [&](int x, int y) {
         const QVector4D s = a.at(x, y);
@@ -206,7 +203,7 @@ TEST_F(BlendRenderPassTest, OwnOperatorsFollowTheirFormulas)
             }
         }
     }
-    EXPECT_TRUE(equal(blend(a, b, Mode::SoftLight), composite(a, b, softLight), 2.0F * halfPrecision));
+    EXPECT_TRUE(equal(blend(a, b, Mode::SoftLight), composite(a, b, softLight), above1));
 }
 
 TEST_F(BlendRenderPassTest, TheModeInputStaysInForceAndStrangeModesAreTransparent)

@@ -18,6 +18,9 @@
 namespace Morvane::Qel::Test {
 namespace {
 
+/// Drivers turn 8 bits into floats with an error of their own in the last place.
+constexpr float lastPlace = 1e-6F;
+
 QVector4D toVector(QRgb color)
 {
     return QVector4D(static_cast<float>(qRed(color)), static_cast<float>(qGreen(color)),
@@ -98,7 +101,7 @@ TEST_F(TextureLoaderRenderPassTest, ShowsEveryFormatOfImagesRight)
         }
         const QString file = path(QString::fromLatin1(c.name) + QStringLiteral(".png"));
         ASSERT_TRUE(picture.convertToFormat(c.format).save(file));
-        EXPECT_TRUE(equal(load(file), upsideDown(picture))) << c.name;
+        EXPECT_TRUE(equal(load(file), upsideDown(picture), lastPlace)) << c.name;
         EXPECT_EQ(outputTexture(m_pass)->size(), picture.size());
     }
 
@@ -114,7 +117,7 @@ TEST_F(TextureLoaderRenderPassTest, ShowsEveryFormatOfImagesRight)
         }
         const QString file = path(QStringLiteral("picture.") + QString::fromLatin1(format));
         ASSERT_TRUE(picture.save(file, nullptr, 100)) << format.constData();
-        EXPECT_TRUE(equal(load(file), upsideDown(picture))) << format.constData();
+        EXPECT_TRUE(equal(load(file), upsideDown(picture), lastPlace)) << format.constData();
         ++numFormats;
     }
     EXPECT_GE(numFormats, 3);
@@ -132,7 +135,7 @@ TEST_F(TextureLoaderRenderPassTest, TakesSizesUpToTheDriversLimit)
         ASSERT_TRUE(image.save(path(QStringLiteral("sized.bmp"))));
         load({});
         numNotices();
-        EXPECT_TRUE(equal(load(path(QStringLiteral("sized.bmp"))), upsideDown(image)));
+        EXPECT_TRUE(equal(load(path(QStringLiteral("sized.bmp"))), upsideDown(image), lastPlace));
         EXPECT_EQ(numNotices(), 0);
     }
     QImage image(limit + 1, 1, QImage::Format_Mono);
@@ -193,7 +196,7 @@ TEST_F(TextureLoaderRenderPassTest, ReadsAndUploadsOnlyWhenThePathChanges)
     QImage image(4, 4, QImage::Format_ARGB32);
     image.fill(QColor(10, 20, 30, 40));
     ASSERT_TRUE(image.save(file));
-    EXPECT_TRUE(equal(load(file), upsideDown(image)));
+    EXPECT_TRUE(equal(load(file), upsideDown(image), lastPlace));
     EXPECT_TRUE(texture->isReadOnly());
     int coarsest = 0;
     {
