@@ -10,6 +10,10 @@
 #include <Qel/RenderPasses/compositing/TextureToScreenRenderPass.h>
 #include <Qel/RenderPasses/framework/ShaderRenderPass.h>
 #include <Qel/RenderPasses/geometry/ForwardRenderPass.h>
+#include <Qel/RenderPasses/postprocessing/BlurAndCombineRenderPass.h>
+#include <Qel/RenderPasses/postprocessing/DepthOfFieldRenderPass.h>
+#include <Qel/RenderPasses/postprocessing/GaussianBlurRenderPass.h>
+#include <Qel/RenderPasses/postprocessing/LuminanceAverageRenderPass.h>
 
 namespace Morvane::Qel {
 
@@ -72,8 +76,12 @@ const PassRegistry& PassRegistry::builtin()
 {
     static const PassRegistry registry = [] {
         PassRegistry passes;
+        passes.add<BlurAndCombineRenderPass>();
+        passes.add<DepthOfFieldRenderPass>();
         passes.add<ForwardRenderPass>();
+        passes.add<GaussianBlurRenderPass>();
         passes.add<GradientRenderPass>();
+        passes.add<LuminanceAverageRenderPass>();
         passes.add(ShaderRenderPass::description(), makeShaderPass);
         passes.add<TextureToScreenRenderPass>();
         return passes;
