@@ -68,6 +68,13 @@ QVariant textureVariant(Texture* texture)
     return QVariant::fromValue<QObject*>(texture);
 }
 
+Texture* attachTempTarget(FramebufferObject* framebuffer, TextureFormat format, int width, int height)
+{
+    Texture* target = TextureManager::Instance()->tempTexture(format, width, height, -1);
+    framebuffer->attach(target, GL_COLOR_ATTACHMENT0, 0);
+    return target;
+}
+
 QVariant publishPooled(Texture* texture, int users)
 {
     TextureManager::Instance()->addTempTextureRef(texture, users);
