@@ -10,6 +10,10 @@
 #include <Qel/RenderPasses/compositing/TextureToScreenRenderPass.h>
 #include <Qel/RenderPasses/framework/ShaderRenderPass.h>
 #include <Qel/RenderPasses/geometry/ForwardRenderPass.h>
+#include <Qel/RenderPasses/postprocessing/FastApproximateAntiAliasingRenderPass.h>
+#include <Qel/RenderPasses/postprocessing/SMAARenderPass.h>
+#include <Qel/RenderPasses/postprocessing/TemporalAAJitterPass.h>
+#include <Qel/RenderPasses/postprocessing/TemporalAARenderPass.h>
 
 namespace Morvane::Qel {
 
@@ -72,9 +76,13 @@ const PassRegistry& PassRegistry::builtin()
 {
     static const PassRegistry registry = [] {
         PassRegistry passes;
+        passes.add<FastApproximateAntiAliasingRenderPass>();
         passes.add<ForwardRenderPass>();
         passes.add<GradientRenderPass>();
         passes.add(ShaderRenderPass::description(), makeShaderPass);
+        passes.add<SMAARenderPass>();
+        passes.add<TemporalAAJitterPass>();
+        passes.add<TemporalAARenderPass>();
         passes.add<TextureToScreenRenderPass>();
         return passes;
     }();
