@@ -6,11 +6,19 @@
 #include <optional>
 #include <utility>
 
+#include <Qel/RenderPasses/compositing/BlendRenderPass.h>
+#include <Qel/RenderPasses/compositing/CubemapLoaderRenderPass.h>
 #include <Qel/RenderPasses/compositing/GradientRenderPass.h>
+#include <Qel/RenderPasses/compositing/SkyboxRenderPass.h>
+#include <Qel/RenderPasses/compositing/TextureLoaderRenderPass.h>
 #include <Qel/RenderPasses/compositing/TextureToScreenRenderPass.h>
 #include <Qel/RenderPasses/framework/ShaderRenderPass.h>
 #include <Qel/RenderPasses/geometry/ForwardRenderPass.h>
+#include <Qel/RenderPasses/postprocessing/BlurAndCombineRenderPass.h>
+#include <Qel/RenderPasses/postprocessing/DepthOfFieldRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/FastApproximateAntiAliasingRenderPass.h>
+#include <Qel/RenderPasses/postprocessing/GaussianBlurRenderPass.h>
+#include <Qel/RenderPasses/postprocessing/LuminanceAverageRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/SMAARenderPass.h>
 #include <Qel/RenderPasses/postprocessing/TemporalAAJitterPass.h>
 #include <Qel/RenderPasses/postprocessing/TemporalAARenderPass.h>
@@ -70,19 +78,33 @@ std::unique_ptr<RenderPass> makeShaderPass(const PassOptions& options, QString* 
     return pass;
 }
 
+std::unique_ptr<RenderPass> makeBlendPass(const PassOptions& options, QString* /*error*/)
+{
+    return std::make_unique<BlendRenderPass>(
+        static_cast<BlendRenderPass::BlendMode>(options[QStringLiteral("mode")].toInt()));
+}
+
 } // namespace
 
 const PassRegistry& PassRegistry::builtin()
 {
     static const PassRegistry registry = [] {
         PassRegistry passes;
+        passes.add(BlendRenderPass::description(), makeBlendPass);
+        passes.add<BlurAndCombineRenderPass>();
+        passes.add<CubemapLoaderRenderPass>();
+        passes.add<DepthOfFieldRenderPass>();
         passes.add<FastApproximateAntiAliasingRenderPass>();
         passes.add<ForwardRenderPass>();
+        passes.add<GaussianBlurRenderPass>();
         passes.add<GradientRenderPass>();
-        passes.add(ShaderRenderPass::description(), makeShaderPass);
+        passes.add<LuminanceAverageRenderPass>();
         passes.add<SMAARenderPass>();
+        passes.add(ShaderRenderPass::description(), makeShaderPass);
+        passes.add<SkyboxRenderPass>();
         passes.add<TemporalAAJitterPass>();
         passes.add<TemporalAARenderPass>();
+        passes.add<TextureLoaderRenderPass>();
         passes.add<TextureToScreenRenderPass>();
         return passes;
     }();

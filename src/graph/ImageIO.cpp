@@ -163,7 +163,8 @@ void readLevel(unsigned int levelTarget, const PixelLayout& layout, int width, i
 quint8 toByte(float value)
 {
     // The comparison is false for NaN too.
-    return value > 0.0F ? static_cast<quint8>(std::lround(std::min(value, 1.0F) * 255.0F)) : quint8{0};
+    return value > 0.0F ? static_cast<quint8>(std::lround(std::min(static_cast<double>(value), 1.0) * 255.0))
+                        : quint8{0};
 }
 
 QImage toQImage(const Image& image)

@@ -149,7 +149,7 @@ void FastApproximateAntiAliasingRenderPass::start(RenderCallbacks* /*callbacks*/
     }
     context->setViewport(0, 0, width, height);
     m_outputs[AntiAliasedFrame].value =
-        publishTempTexture(m_framebuffer->detach(GL_COLOR_ATTACHMENT0), m_outputs[AntiAliasedFrame].users);
+        publishPooled(m_framebuffer->detach(GL_COLOR_ATTACHMENT0), m_outputs[AntiAliasedFrame].users);
     TextureManager::Instance()->releaseTempTextureRef(frame, 1);
 }
 

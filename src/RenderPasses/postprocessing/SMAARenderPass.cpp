@@ -133,9 +133,7 @@ std::unique_ptr<Texture> makeTable(int alignment, unsigned int internalFormat, i
 {
     auto texture = std::make_unique<Texture>(nullptr);
     texture->setTarget(GL_TEXTURE_2D);
-    texture->setFilter(GL_LINEAR, GL_LINEAR);
-    texture->setParameter(GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
-    texture->setParameter(GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+    sampleLinearly(texture.get());
     glPixelStorei(GL_UNPACK_ALIGNMENT, alignment);
     texture->setImage2D(0, internalFormat, width, height, format, GL_UNSIGNED_BYTE, bytes);
     return texture;
@@ -253,7 +251,7 @@ void SMAARenderPass::start(RenderCallbacks* callbacks)
     checkGLError(sourceFile, __LINE__);
 
     const auto publish = [&](OutputPort port, Texture* texture) {
-        m_outputs[port].value = publishTempTexture(texture, m_outputs[port].users);
+        m_outputs[port].value = publishPooled(texture, m_outputs[port].users);
         m_published[port] = texture;
     };
     publish(AntiAliasedFrame, result);

@@ -9,6 +9,11 @@ void logInformation(const char* file, int line, const QString& text)
     qDebug("[%s:%d] %s", file, line, qUtf8Printable(text));
 }
 
+void logNotice(const char* file, int line, const QString& text)
+{
+    qInfo("[%s:%d] %s", file, line, qUtf8Printable(text));
+}
+
 void logCritical(const char* file, int line, const QString& text)
 {
     qCritical("[%s:%d] %s", file, line, qUtf8Printable(text));

@@ -4,11 +4,15 @@
 
 #include <Qel/core/Export.h>
 
-/// The two fixed message formats of the passes, sent through Qt's message handler.
+/// The fixed message formats of the passes, sent through Qt's message handler.
 namespace Morvane::Qel {
 
 /// "[file:line] text" on the debug channel, for information such as a program's log.
 QEL_CORE_EXPORT void logInformation(const char* file, int line, const QString& text);
+
+/// "[file:line] text" on the information channel, for what a user should see though nothing failed, such as
+/// why a picture was replaced.
+QEL_CORE_EXPORT void logNotice(const char* file, int line, const QString& text);
 
 /// "[file:line] text" on the critical channel.
 QEL_CORE_EXPORT void logCritical(const char* file, int line, const QString& text);

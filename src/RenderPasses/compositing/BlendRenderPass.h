@@ -1,0 +1,100 @@
+#pragma once
+
+#include <QSharedPointer>
+
+#include <memory>
+
+#include <Qel/RenderPasses/Export.h>
+#include <Qel/core/RenderPassHelper.h>
+#include <Qel/gl/ShaderProgram.h>
+
+namespace Morvane::Qel {
+
+class DrawBuffers;
+class FramebufferObject;
+class Texture;
+
+/// Composites texture A, the source, with texture B, the destination, by one of 26 operators: those of T.
+/// Porter and T. Duff (Compositing digital images, 1984) and the separable blend modes of the W3C's
+/// Compositing and Blending Level 1, in their form for premultiplied colours, and two of this library's own.
+///
+/// Reads and writes premultiplied RGBA. The result is a pooled texture (RGBA16F) of the viewport's size,
+/// whose consumers own its references; both inputs are stretched over it with the filters that are set on
+/// them. Nothing is clamped: a sum may exceed 1. Where an operator divides by a zero alpha (ColorDodge,
+/// ColorBurn and SoftLight over a transparent destination) the result is undefined.
+///
+/// A viewport whose origin is not 0 shifts the drawing inside the result; what lies outside keeps the clear
+/// colour in force. GL state: leaves depth test and blending disabled.
+class QEL_RENDERPASSES_EXPORT BlendRenderPass : public RenderPassHelper
+{
+public:
+    enum InputPort
+    {
+        Viewport,
+        FrameA,
+        FrameB,
+        ModeInput
+    };
+    enum OutputPort
+    {
+        Frame
+    };
+
+    /// The operators; any other value yields transparent black.
+    enum class BlendMode : int
+    {
+        Clear = 0,
+        Source = 1,
+        Destination = 2,
+        SourceOver = 3,
+        DestinationOver = 4,
+        SourceIn = 5,
+        DestinationIn = 6,
+        SourceOut = 7,
+        DestinationOut = 8,
+        SourceAtop = 9,
+        DestinationAtop = 10,
+        Xor = 11,
+        /// The plain sum, alpha included.
+        Add = 12,
+        Multiply = 13,
+        Screen = 14,
+        /// Chooses its branch by the destination's premultiplied colour alone, whatever its alpha.
+        Overlay = 15,
+        Darken = 16,
+        Lighten = 17,
+        ColorDodge = 18,
+        ColorBurn = 19,
+        HardLight = 20,
+        SoftLight = 21,
+        Exclusion = 22,
+        Difference = 23,
+        /// The mean of the source and the inverted destination, where both are opaque.
+        InvertAndAdd = 24,
+        /// The product, alpha included.
+        MultiplyKeepAlpha = 25,
+    };
+
+    static const PassDescription& description();
+
+    explicit BlendRenderPass(BlendMode mode);
+    ~BlendRenderPass() override;
+
+    void start(RenderCallbacks* callbacks) override;
+
+private:
+    void buildProgram();
+    Texture* orTransparent(Texture* texture);
+
+    std::unique_ptr<FramebufferObject> m_framebuffer;
+    std::unique_ptr<ShaderProgram> m_program;
+    QSharedPointer<DrawBuffers> m_fullScreenBatch;
+    std::unique_ptr<Texture> m_transparentTexture;
+    /// The constructor's until the input is set, then the input's last value.
+    BlendMode m_mode;
+    Uniform m_samplerA{"u_SamplerA"};
+    Uniform m_samplerB{"u_SamplerB"};
+    Uniform m_blendMode{"u_BlendMode"};
+};
+
+} // namespace Morvane::Qel
