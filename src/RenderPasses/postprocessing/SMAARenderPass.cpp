@@ -12,7 +12,6 @@
 #include <Qel/gl/GLSLMacroProcessor.h>
 #include <Qel/gl/Guards.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
 
 namespace Morvane::Qel {
@@ -134,9 +133,7 @@ std::unique_ptr<Texture> makeTable(int alignment, unsigned int internalFormat, i
 {
     auto texture = std::make_unique<Texture>(nullptr);
     texture->setTarget(GL_TEXTURE_2D);
-    texture->setFilter(GL_LINEAR, GL_LINEAR);
-    texture->setParameter(GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
-    texture->setParameter(GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+    sampleLinearly(texture.get());
     glPixelStorei(GL_UNPACK_ALIGNMENT, alignment);
     texture->setImage2D(0, internalFormat, width, height, format, GL_UNSIGNED_BYTE, bytes);
     return texture;
@@ -239,6 +236,7 @@ void SMAARenderPass::start(RenderCallbacks* callbacks)
     TextureManager::Instance()->releaseTempTextureRef(getInputPointer<Texture>(Depth), 1);
     auto* frame = getInputPointer<Texture>(Frame);
     if (!frame) {
+        keepOutputs();
         return;
     }
 
@@ -254,11 +252,24 @@ void SMAARenderPass::start(RenderCallbacks* callbacks)
 
     const auto publish = [&](OutputPort port, Texture* texture) {
         m_outputs[port].value = publishPooled(texture, m_outputs[port].users);
+        m_published[port] = texture;
     };
     publish(AntiAliasedFrame, result);
     publish(EdgeTexture, edges);
     publish(BlendTexture, weights);
     TextureManager::Instance()->releaseTempTextureRef(frame, 1);
+}
+
+/// The users of the outputs drop their references in this frame as in every other.
+void SMAARenderPass::keepOutputs()
+{
+    for (size_t i = 0; i < m_published.size(); ++i) {
+        if (m_published[i]) {
+            TextureManager::Instance()->addTempTextureRef(m_published[i], m_outputs[i].users);
+        } else {
+            m_outputs[i].value.clear();
+        }
+    }
 }
 
 Texture* SMAARenderPass::detectEdges(Texture* frame)

@@ -1,21 +1,22 @@
 #pragma once
 
+#include <QPointer>
 #include <QSharedPointer>
 #include <QVector4D>
 
+#include <array>
 #include <memory>
 #include <vector>
 
 #include <Qel/RenderPasses/Export.h>
 #include <Qel/core/RenderPassHelper.h>
 #include <Qel/gl/ShaderProgram.h>
+#include <Qel/gl/Texture.h>
 
 namespace Morvane::Qel {
 
 class DrawBuffers;
 class FramebufferObject;
-class GLSLMacroProcessor;
-class Texture;
 
 /// Smooths the staircases of a finished frame in three full-screen draws: finds edges by colour, works out
 /// from their shape how much of each pixel they cut off, and blends neighbours by it (J. Jimenez, J. I.
@@ -26,8 +27,9 @@ class Texture;
 /// green to the one below, blue and alpha undefined; and the weights, red and green of the edge below and
 /// blue and alpha of the one on the left.
 ///
-/// Without a frame nothing happens, and the outputs keep their values. Deliberate: they then name textures of
-/// an earlier frame, which nobody holds for their users any more.
+/// Without a frame nothing is drawn and the outputs keep their textures. Deliberate: the pool may have given
+/// them to others meanwhile, so what they show is undefined; one that the pool gave up leaves its output
+/// empty.
 ///
 /// GL state: all three draws clear with the clear colour in force, and the edges are right only if it is 0.
 /// Leaves the stencil test disabled, the depth test enabled and the viewport at the frame's size.
@@ -60,6 +62,7 @@ public:
     void teardown(RenderCallbacks* callbacks) override;
 
 private:
+    void keepOutputs();
     Texture* detectEdges(Texture* frame);
     Texture* calculateWeights(Texture* edges);
     Texture* blend(Texture* frame, Texture* weights);
@@ -77,6 +80,8 @@ private:
     std::unique_ptr<ShaderProgram> m_weightProgram;
     std::unique_ptr<ShaderProgram> m_blendProgram;
     QSharedPointer<DrawBuffers> m_fullScreenBatch;
+    /// What the outputs hold; null when the pool deleted it.
+    std::array<QPointer<Texture>, 3> m_published;
     Uniform m_edgeMetrics{"u_smaaMetrics"};
     Uniform m_edgeFrame{"u_FrameSampler"};
     Uniform m_weightMetrics{"u_smaaMetrics"};
