@@ -11,7 +11,6 @@
 #include "support/PassHost.h"
 #include "support/Pixels.h"
 #include <Qel/gl/TextureManager.h>
-#include <Qel/graph/PassRegistry.h>
 
 namespace Morvane::Qel::Test {
 namespace {
@@ -59,7 +58,7 @@ void makeStateDirty()
     glViewport(5, 6, 7, 8);
 }
 
-class PassProperties : public GLTest, public testing::WithParamInterface<QString>
+class PassProperties : public GLTest, public testing::WithParamInterface<std::string>
 {
 };
 
@@ -71,7 +70,7 @@ TEST_P(PassProperties, DrawsTheSameWhateverTheStateWasAndReturnsItsTextures)
     std::vector<std::vector<Pixels>> clean;
     std::vector<Pixels> cleanScreens;
     {
-        PassHost host(context(), GetParam());
+        PassHost host(context(), QString::fromStdString(GetParam()));
         for (int frame = 0; frame < numFrames; ++frame) {
             host.connectInputs();
             clean.push_back(host.runFrame());
@@ -80,7 +79,7 @@ TEST_P(PassProperties, DrawsTheSameWhateverTheStateWasAndReturnsItsTextures)
         }
     }
     srand48(1);
-    PassHost host(context(), GetParam());
+    PassHost host(context(), QString::fromStdString(GetParam()));
     for (size_t frame = 0; frame < numFrames; ++frame) {
         host.connectInputs();
         makeStateDirty();
@@ -96,7 +95,7 @@ TEST_P(PassProperties, DrawsTheSameWhateverTheStateWasAndReturnsItsTextures)
 
 TEST_P(PassProperties, SurvivesMissingAndWrongInputs)
 {
-    PassHost host(context(), GetParam());
+    PassHost host(context(), QString::fromStdString(GetParam()));
     QObject notATexture;
     for (const QVariant& everywhere :
          {QVariant(), QVariant(QStringLiteral("no such thing")), QVariant(-3), QVariant(QRect(0, 0, 8, 8)),
@@ -119,14 +118,14 @@ TEST_P(PassProperties, FollowsAHundredSizesAndLeavesNoObject)
 {
     {
         // What the context and the pool make once for all passes.
-        PassHost warmUp(context(), GetParam());
+        PassHost warmUp(context(), QString::fromStdString(GetParam()));
         warmUp.connectInputs();
         warmUp.runFrame();
     }
     TextureManager::Instance()->releaseFreeTextures();
     const auto before = livingObjects();
     {
-        PassHost host(context(), GetParam());
+        PassHost host(context(), QString::fromStdString(GetParam()));
         for (int i = 0; i < 100; ++i) {
             host.size() = QSize(1 + (i * 37) % 61, 1 + (i * 23) % 53);
             host.connectInputs();
@@ -141,8 +140,8 @@ TEST_P(PassProperties, FollowsAHundredSizesAndLeavesNoObject)
     EXPECT_EQ(livingObjects(), before);
 }
 
-INSTANTIATE_TEST_SUITE_P(Every, PassProperties, testing::ValuesIn(PassRegistry::builtin().types()),
-                         [](const auto& instance) { return instance.param.toStdString(); });
+INSTANTIATE_TEST_SUITE_P(Every, PassProperties, testing::ValuesIn(builtinTypes()),
+                         [](const auto& instance) { return instance.param; });
 
 } // namespace
 } // namespace Morvane::Qel::Test

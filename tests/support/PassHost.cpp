@@ -21,6 +21,15 @@
 
 namespace Morvane::Qel::Test {
 
+std::vector<std::string> builtinTypes()
+{
+    std::vector<std::string> types;
+    for (const QString& type : PassRegistry::builtin().types()) {
+        types.push_back(type.toStdString());
+    }
+    return types;
+}
+
 PassHost::PassHost(OpenGLDeviceContext& context, const QString& type)
     : m_context(context)
     , m_model(makeCubeModel())

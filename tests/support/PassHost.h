@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "support/Pixels.h"
@@ -17,6 +18,9 @@ class OpenGLDeviceContext;
 }
 
 namespace Morvane::Qel::Test {
+
+/// The types of passes of this library.
+std::vector<std::string> builtinTypes();
 
 /// Drives one pass of a registered type as a host does, with inputs that suit its ports and one user of every
 /// output.
