@@ -1,5 +1,7 @@
 // Depth of field against a model of the lens and of the ring-sampled bokeh on the CPU, in double precision.
 
+#include <QPointer>
+
 #include <array>
 #include <cmath>
 #include <numbers>
@@ -18,8 +20,9 @@ namespace {
 
 using Pass = DepthOfFieldRenderPass;
 
-constexpr int width = 40;
-constexpr int height = 24;
+// Powers of two, at which the centres of texels are exact: what is in focus is copied to the bit.
+constexpr int width = 64;
+constexpr int height = 16;
 
 /// Window depth of a distance in metres, by planes at 0.1 m and 100 m.
 double windowDepth(double distance)
@@ -29,7 +32,7 @@ double windowDepth(double distance)
 
 double distanceAt(int x)
 {
-    return 0.6 + 0.12 * x;
+    return 0.6 + 0.07 * x;
 }
 
 Pixels depthPicture()
@@ -199,7 +202,7 @@ TEST_F(DepthOfFieldTest, StaysSharpWithoutALensOrDepth)
 
 TEST_F(DepthOfFieldTest, AutofocusMeasuresAtTheFocusPoint)
 {
-    const int column = 22;
+    const int column = 40;
     set({static_cast<double>(static_cast<float>(distanceAt(column))), 24.0, 2.0});
     const Pixels expected = readTexture(run());
     set({0.0, 24.0, 2.0});
