@@ -14,6 +14,14 @@
 #include <Qel/RenderPasses/compositing/TextureToScreenRenderPass.h>
 #include <Qel/RenderPasses/framework/ShaderRenderPass.h>
 #include <Qel/RenderPasses/geometry/ForwardRenderPass.h>
+#include <Qel/RenderPasses/postprocessing/BlurAndCombineRenderPass.h>
+#include <Qel/RenderPasses/postprocessing/DepthOfFieldRenderPass.h>
+#include <Qel/RenderPasses/postprocessing/FastApproximateAntiAliasingRenderPass.h>
+#include <Qel/RenderPasses/postprocessing/GaussianBlurRenderPass.h>
+#include <Qel/RenderPasses/postprocessing/LuminanceAverageRenderPass.h>
+#include <Qel/RenderPasses/postprocessing/SMAARenderPass.h>
+#include <Qel/RenderPasses/postprocessing/TemporalAAJitterPass.h>
+#include <Qel/RenderPasses/postprocessing/TemporalAARenderPass.h>
 
 namespace Morvane::Qel {
 
@@ -72,10 +80,10 @@ std::unique_ptr<RenderPass> makeShaderPass(const PassOptions& options, QString* 
 
 std::unique_ptr<RenderPass> makeBlendPass(const PassOptions& options, QString* /*error*/)
 {
-    // The names are listed in the order of the operators' numbers.
-    const QStringList& names = BlendRenderPass::description().options.front().choices;
-    const qsizetype mode = names.indexOf(options[QStringLiteral("mode")].toString());
-    return std::make_unique<BlendRenderPass>(static_cast<BlendRenderPass::BlendMode>(mode));
+    // The choices stand in the order of the modes' values.
+    const OptionDescription& mode = BlendRenderPass::description().options.front();
+    return std::make_unique<BlendRenderPass>(
+        static_cast<BlendRenderPass::BlendMode>(mode.choices.indexOf(options[mode.name].toString())));
 }
 
 } // namespace
@@ -85,11 +93,19 @@ const PassRegistry& PassRegistry::builtin()
     static const PassRegistry registry = [] {
         PassRegistry passes;
         passes.add(BlendRenderPass::description(), makeBlendPass);
+        passes.add<BlurAndCombineRenderPass>();
         passes.add<CubemapLoaderRenderPass>();
+        passes.add<DepthOfFieldRenderPass>();
+        passes.add<FastApproximateAntiAliasingRenderPass>();
         passes.add<ForwardRenderPass>();
+        passes.add<GaussianBlurRenderPass>();
         passes.add<GradientRenderPass>();
+        passes.add<LuminanceAverageRenderPass>();
+        passes.add<SMAARenderPass>();
         passes.add(ShaderRenderPass::description(), makeShaderPass);
         passes.add<SkyboxRenderPass>();
+        passes.add<TemporalAAJitterPass>();
+        passes.add<TemporalAARenderPass>();
         passes.add<TextureLoaderRenderPass>();
         passes.add<TextureToScreenRenderPass>();
         return passes;

@@ -47,6 +47,7 @@ void GraphDescription::replaceModel(const QString& modelFile)
         models.push_back({QStringLiteral("model"), {}});
     }
     models.front().file = QFileInfo(modelFile).absoluteFilePath();
+    camera.reset();
 }
 
 bool GraphDescription::set(const QString& assignment, QString* error)

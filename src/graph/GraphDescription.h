@@ -93,8 +93,9 @@ struct QEL_GRAPH_EXPORT GraphDescription
     /// A path of the graph made absolute; empty stays empty.
     QString resolvePath(const QString& path) const;
 
-    /// Replaces the file of the first model. A graph without models gets one named "model".
-    /// `modelFile` is relative to the current folder.
+    /// Replaces the file of the first model and drops the camera, which was placed for the old one, so that
+    /// the view fits the new one. A graph without models gets one named "model". `modelFile` is relative to
+    /// the current folder.
     void replaceModel(const QString& modelFile);
 
     /// Sets an input from a text "PASS.PORT=VALUE", replacing what the graph says. VALUE is read as JSON when

@@ -75,8 +75,8 @@ private:
         if (!value.isObject() && !value.isUndefined()) {
             fault(path, QStringLiteral("must be an object {...}, not %1").arg(jsonText(value)));
         }
-        const QJsonObject result = value.toObject();
-        for (const QString& key : result.keys()) {
+        QJsonObject result = value.toObject();
+        for (const QString& key : value.toObject().keys()) {
             if (!known.isEmpty() && !known.contains(key)) {
                 fault(memberPath(path, key), QStringLiteral("no such key%1").arg(suggestion(key, known)));
             }

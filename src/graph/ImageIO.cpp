@@ -1,10 +1,10 @@
 #include <Qel/graph/ImageIO.h>
 
+#include <QBuffer>
 #include <QFile>
 #include <QFileInfo>
 #include <QImage>
 #include <QImageReader>
-#include <QImageWriter>
 #include <QRegularExpression>
 #include <QSaveFile>
 
@@ -163,7 +163,8 @@ void readLevel(unsigned int levelTarget, const PixelLayout& layout, int width, i
 quint8 toByte(float value)
 {
     // The comparison is false for NaN too.
-    return value > 0.0F ? static_cast<quint8>(std::lround(std::min(value, 1.0F) * 255.0F)) : quint8{0};
+    return value > 0.0F ? static_cast<quint8>(std::lround(std::min(static_cast<double>(value), 1.0) * 255.0))
+                        : quint8{0};
 }
 
 QImage toQImage(const Image& image)
@@ -203,13 +204,16 @@ bool writePng(const Image& image, QSaveFile& file, QString* error)
                     QStringLiteral("no memory for a picture of %1").arg(image.summary()),
                     QStringLiteral("write an .exr file or a smaller picture"));
     }
-    QImageWriter writer(&file, "png");
-    if (!writer.write(picture)) {
-        const bool deviceFailed = file.error() != QFileDevice::NoError;
+    // By way of memory, because the PNG library leaks and prints when its device fails.
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    if (!picture.save(&buffer, "png")) {
         return fail(error, file.fileName(),
-                    cannotBeWritten(deviceFailed ? file.errorString() : writer.errorString()), checkDisk);
+                    QStringLiteral("cannot be made into a PNG of %1").arg(image.summary()),
+                    QStringLiteral("write an .exr file or a smaller picture"));
     }
-    return true;
+    return file.write(bytes) == bytes.size() ||
+           fail(error, file.fileName(), cannotBeWritten(file.errorString()), checkDisk);
 }
 
 std::optional<Image> readPlain(const QString& path, QString* error)
@@ -240,8 +244,9 @@ std::optional<Image> readPlain(const QString& path, QString* error)
             const std::array values = {line[x].red(), line[x].green(), line[x].blue(), line[x].alpha()};
             for (size_t c = 0; c < static_cast<size_t>(image.numChannels()); ++c) {
                 // A byte b was widened to 257 b.
+                const int byte = values[c] / 257;
                 samples.push_back(deep ? static_cast<float>(values[c]) / 65535.0F
-                                       : static_cast<float>(values[c] / 257) / 255.0F);
+                                       : static_cast<float>(byte) / 255.0F);
             }
         }
     }

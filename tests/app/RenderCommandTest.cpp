@@ -233,9 +233,9 @@ TEST_F(RenderCommand, BadModelsAndSizesFailInOneLine)
         EXPECT_TRUE(result.isOneError(message)) << qPrintable(result.errors);
         EXPECT_EQ(files({}, QStringLiteral("a.png*")), QStringList());
     };
-    write(QStringLiteral("broken.ply"), QStringLiteral("ply\nformat ascii 1.0\nelement vertex 3\n"));
-    expectFailure({QStringLiteral("--model"), path(QStringLiteral("broken.ply"))},
-                  QStringLiteral("broken.ply"));
+    write(QStringLiteral("broken.gltf"), QStringLiteral("{\"asset\": {\"version\": \"2.0\"}, \"meshes\": ["));
+    expectFailure({QStringLiteral("--model"), path(QStringLiteral("broken.gltf"))},
+                  QStringLiteral("broken.gltf"));
     write(QStringLiteral("text.xyz"), QStringLiteral("no model"));
     expectFailure({QStringLiteral("--model"), path(QStringLiteral("text.xyz"))}, QStringLiteral("text.xyz"));
     expectFailure({QStringLiteral("--size"), QStringLiteral("1000000x4")}, QStringLiteral("1000000x4"));

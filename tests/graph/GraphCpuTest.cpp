@@ -443,4 +443,36 @@ TEST_F(GraphCpuTest, AssignmentsReplaceInputs)
     EXPECT_EQ(error, "some/graph.json: blurr.Radius=1: no pass \"blurr\"; did you mean \"blur\"?");
 }
 
+TEST_F(GraphCpuTest, AnotherModelTakesTheFirstOnesPlaceAndIsSeenWhole)
+{
+    GraphDescription graph;
+    graph.file = path("deeper/graph.json");
+    graph.camera = CameraDescription{{1, 2, 3}, {}, {0, 1, 0}};
+    graph.models = {{"first", "a.obj"}, {"second", "b.obj"}};
+    graph.replaceModel("model.obj");
+    EXPECT_FALSE(graph.camera);
+    const ModelDescription expected{"first", QDir::current().absoluteFilePath("model.obj")};
+    EXPECT_EQ(graph.models, (std::vector<ModelDescription>{expected, {"second", "b.obj"}}));
+    EXPECT_EQ(graph.resolvePath(graph.models[0].file), QDir::current().absoluteFilePath("model.obj"));
+    graph.models.clear();
+    graph.replaceModel("model.obj");
+    EXPECT_EQ(graph.models, (std::vector<ModelDescription>{{"model", expected.file}}));
+}
+
+TEST_F(GraphCpuTest, TheExampleOfTheManualIsAGraph)
+{
+    QFile manual(QEL_SOURCE_DIR "/docs/graph-files.md");
+    ASSERT_TRUE(manual.open(QIODevice::ReadOnly));
+    const QByteArray text = manual.readAll();
+    const qsizetype begin = text.indexOf("```json\n") + 8;
+    QStringList faults;
+    std::optional<GraphDescription> graph =
+        loadGraph(write("graph.json", text.sliced(begin, text.indexOf("```", begin) - begin)), &faults);
+    ASSERT_TRUE(graph) << qPrintable(faults.join(u'\n'));
+    graph->file = QEL_SOURCE_DIR "/examples/graphs/manual.json";
+    const std::optional<GraphPlan> plan = planGraph(*graph, PassRegistry::builtin(), 0, &faults);
+    ASSERT_TRUE(plan) << qPrintable(faults.join(u'\n'));
+    EXPECT_EQ(plan->order, (std::vector<int>{0, 1}));
+}
+
 } // namespace Morvane::Qel

@@ -361,6 +361,15 @@ TEST_F(GPUModelTest, texturesRepeatAndHaveMipmaps)
 /// Every file that other projects test their importers with goes to the GPU and leaves nothing there.
 TEST_F(GPUModelTest, uploadsEveryModelAndLeaksNothing)
 {
+    {
+        // The first draw of a context makes what all its models share.
+        ModelData data;
+        data.meshes = {square(0)};
+        data.materials.resize(1);
+        data.instances.resize(1);
+        GPUModel first(data);
+        picture([&] { first.draw(program(), 0, 0, WindingType::CounterClockwise); });
+    }
     const int before = numObjects();
     int numModels = 0;
     for (const char* root : {"/usr/share/assimp/models", "/usr/share/glmark2/models"}) {
@@ -370,7 +379,11 @@ TEST_F(GPUModelTest, uploadsEveryModelAndLeaksNothing)
         while (files.hasNext()) {
             const QString path = files.next();
             SCOPED_TRACE(qPrintable(path));
+            // What Qt's image plugins say of broken images is no failure.
+            const QtMessageHandler handler =
+                qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
             const std::optional<ModelData> data = importModel(path, nullptr);
+            qInstallMessageHandler(handler);
             if (!data) {
                 continue;
             }

@@ -23,7 +23,7 @@ class ModelImport : public testing::Test
 protected:
     QString write(const QString& name, const QByteArray& contents)
     {
-        const QString path = m_folder.filePath(name);
+        QString path = m_folder.filePath(name);
         QDir().mkpath(QFileInfo(path).path());
         QFile file(path);
         EXPECT_TRUE(file.open(QIODevice::WriteOnly));
@@ -34,7 +34,7 @@ protected:
     /// A picture of one column, given from its top row down.
     QString writeImage(const QString& name, const QList<QColor>& rows)
     {
-        const QString path = write(name, {});
+        QString path = write(name, {});
         EXPECT_TRUE(column(rows).save(path));
         return path;
     }

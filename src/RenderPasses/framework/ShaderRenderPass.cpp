@@ -174,9 +174,7 @@ void ShaderRenderPass::start(RenderCallbacks* /*callbacks*/)
         const AutoBinder programBinder(m_program.get());
         for (const int i : m_textureInputs) {
             textures[i]->bind();
-            textures[i]->setFilter(GL_LINEAR, GL_LINEAR);
-            textures[i]->setParameter(GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
-            textures[i]->setParameter(GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+            sampleLinearly(textures[i]);
             m_program->setUniform(m_uniforms[static_cast<size_t>(i)], textures[i]->unit());
         }
         setUniforms();

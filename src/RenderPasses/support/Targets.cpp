@@ -9,6 +9,7 @@
 #include <Qel/gl/FramebufferObject.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/Texture.h>
+#include <Qel/gl/TextureManager.h>
 
 namespace Morvane::Qel {
 
@@ -47,9 +48,38 @@ Texture* makeTransparentTexture()
     return texture;
 }
 
+Texture* takeTransparentTexture()
+{
+    constexpr std::array<unsigned char, 4> transparentBlack{};
+    Texture* texture = TextureManager::Instance()->tempTexture(TextureFormat::RGBA16F, 1, 1, -1);
+    texture->setImage2D(0, GL_RGBA, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, transparentBlack.data());
+    return texture;
+}
+
+void sampleLinearly(Texture* texture)
+{
+    texture->setFilter(GL_LINEAR, GL_LINEAR);
+    texture->setParameter(GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+    texture->setParameter(GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+}
+
 QVariant textureVariant(Texture* texture)
 {
     return QVariant::fromValue<QObject*>(texture);
+}
+
+Texture* attachTempTarget(FramebufferObject* framebuffer, TextureFormat format, int width, int height)
+{
+    Texture* target = TextureManager::Instance()->tempTexture(format, width, height, -1);
+    framebuffer->attach(target, GL_COLOR_ATTACHMENT0, 0);
+    return target;
+}
+
+QVariant publishPooled(Texture* texture, int users)
+{
+    TextureManager::Instance()->addTempTextureRef(texture, users);
+    TextureManager::Instance()->releaseTempTextureRef(texture, 1);
+    return textureVariant(texture);
 }
 
 } // namespace Morvane::Qel

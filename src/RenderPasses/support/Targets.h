@@ -2,6 +2,8 @@
 
 #include <QVariant>
 
+#include <Qel/gl/TextureManager.h>
+
 namespace Morvane::Qel {
 
 class FramebufferObject;
@@ -20,7 +22,21 @@ void replaceAttachment(FramebufferObject* framebuffer, unsigned int attachment, 
 /// owns it.
 Texture* makeTransparentTexture();
 
+/// The fallback for a missing texture input from the pool: 1 x 1, transparent black. The caller holds one
+/// reference.
+Texture* takeTransparentTexture();
+
+/// Sets the filters that neighbouring texels are blended by, and clamps to the edge.
+void sampleLinearly(Texture* texture);
+
 /// A texture as the passes publish it, a QObject*.
 QVariant textureVariant(Texture* texture);
+
+/// Takes a pooled texture, with one reference, and attaches it at colour attachment 0.
+Texture* attachTempTarget(FramebufferObject* framebuffer, TextureFormat format, int width, int height);
+
+/// The same as textureVariant, with the references of a pooled texture handed over: one more for each user of
+/// the output, and the pass's own dropped. A texture that the pool does not own is published as it is.
+QVariant publishPooled(Texture* texture, int users);
 
 } // namespace Morvane::Qel

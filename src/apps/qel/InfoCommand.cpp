@@ -37,7 +37,7 @@ const QStringList servicesExtensions = {QStringLiteral("GL_ARB_timer_query"), QS
 
 void printEntry(const QString& name, const QString& value)
 {
-    print(QStringLiteral("%1  %2\n").arg(name, -34).arg(value));
+    print(QStringLiteral("%1  %2\n").arg(name, -40).arg(value));
 }
 
 } // namespace

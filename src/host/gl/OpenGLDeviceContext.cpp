@@ -11,6 +11,7 @@
 #include <Qel/gl/BindingRecord.h>
 #include <Qel/gl/BufferObject.h>
 #include <Qel/gl/DrawBuffers.h>
+#include <Qel/gl/ProgramCache.h>
 #include <Qel/gl/TextureManager.h>
 #include <Qel/gl/VertexArrayObject.h>
 
@@ -44,6 +45,7 @@ int integerOf(GLenum name)
 struct OpenGLDeviceContext::Private
 {
     BindingRecord bindings;
+    ProgramCache programCache;
     std::array<bool, recordedCapabilities.size()> capabilities{};
     /// Without the "GL_" in front, sorted.
     std::vector<std::string> extensions;
@@ -100,6 +102,7 @@ void OpenGLDeviceContext::releaseObjects()
         d->quad.reset();
         d->freeTransferBuffers->clear();
         m_defaultInstanceData.clear();
+        d->programCache.clear();
         currentContext = nullptr;
     }
 }
@@ -337,6 +340,11 @@ void OpenGLDeviceContext::setResourceScope(ResourceScope* scope)
 BindingRecord& OpenGLDeviceContext::bindings()
 {
     return d->bindings;
+}
+
+ProgramCache& OpenGLDeviceContext::programCache()
+{
+    return d->programCache;
 }
 
 bool hasGLExtension(const char* name)

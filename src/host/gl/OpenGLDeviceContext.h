@@ -16,6 +16,7 @@ class BindingRecord;
 class BufferObject;
 class DrawBuffers;
 class InstanceDataPlan;
+class ProgramCache;
 class VertexArrayObject;
 
 /// What the GPU services know of one native GL context: its capabilities, what is bound and enabled, and the
@@ -107,6 +108,8 @@ public:
 
     /// What is bound; for the classes of this library that are Bindable.
     BindingRecord& bindings();
+    /// The programs that are kept for the next build; for ShaderProgram.
+    ProgramCache& programCache();
 
 protected:
     /// Deletes the shared objects and ends being current; for destructors of contexts that own their native

@@ -1,5 +1,6 @@
 #include <Qel/gl/ShaderProgram.h>
 
+#include <QCryptographicHash>
 #include <QFile>
 #include <QGenericMatrix>
 #include <QRegularExpression>
@@ -15,8 +16,10 @@
 #include <Qel/core/Diagnostics.h>
 #include <Qel/gl/BindingRecord.h>
 #include <Qel/gl/GLSLMacroProcessor.h>
+#include <Qel/gl/Guards.h>
 #include <Qel/gl/InstanceData.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/ProgramCache.h>
 #include <Qel/gl/UniformBlocks.h>
 #include <Qel/gl/VertexArrayObject.h>
 
@@ -436,18 +439,20 @@ void setValue(const ActiveUniform& uniform, const QVariant& value)
 
 } // namespace
 
-/// Collects the objects and the messages of one build.
+/// Collects the objects and the messages of one build: compose each source, then compile and link them all.
 class ShaderProgram::Builder
 {
 public:
-    Builder(unsigned int program, const GLSLMacroProcessor& processor)
-        : m_program(program)
-        , m_processor(processor)
+    explicit Builder(const GLSLMacroProcessor& processor)
+        : m_processor(processor)
     {
     }
 
-    void compile(const Source& source);
-    void link(const QStringList& fragDataLocations);
+    void compose(const Source& source);
+    /// Tells apart what the composed sources of programs are.
+    QByteArray hash() const;
+    /// Returns the program; on failure it is not usable.
+    unsigned int link(const QStringList& fragDataLocations);
 
     bool hasFailed() const { return m_failed; }
     /// Every message, mapped.
@@ -456,20 +461,27 @@ public:
     QString report() const { return m_report.join(u'\n'); }
 
 private:
+    struct Composed
+    {
+        unsigned int stage;
+        GLSLMacroProcessor::Result result;
+    };
+    void compile(const Composed& source);
     void fail(const QString& message);
     void addMessage(const QString& message);
     void addDriverLog(const QString& log, const GLSLMacroProcessor::Result& composed);
     bool placeAttributes();
 
-    unsigned int m_program;
     const GLSLMacroProcessor& m_processor;
+    std::vector<Composed> m_sources;
+    unsigned int m_program = 0;
     std::vector<unsigned int> m_shaders;
     bool m_failed = false;
     QStringList m_log;
     QStringList m_report;
 };
 
-void ShaderProgram::Builder::compile(const Source& source)
+void ShaderProgram::Builder::compose(const Source& source)
 {
     QString text = source.text;
     QString name = source.name;
@@ -484,12 +496,30 @@ void ShaderProgram::Builder::compile(const Source& source)
         text = QString::fromUtf8(file.readAll());
         name = file.fileName();
     }
-    const GLSLMacroProcessor::Result composed =
+    GLSLMacroProcessor::Result composed =
         m_processor.process(text, name.isEmpty() ? stageName(source.stage) : name);
     if (!composed.errors.isEmpty()) {
         fail(composed.errors.join(u'\n'));
         return;
     }
+    m_sources.push_back({source.stage, std::move(composed)});
+}
+
+QByteArray ShaderProgram::Builder::hash() const
+{
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    for (const Composed& source : m_sources) {
+        hash.addData(QByteArray::number(source.stage) + '\n');
+        hash.addData(source.result.source.toUtf8());
+        // Ends the source: it holds no such character.
+        hash.addData(QByteArray(1, '\0'));
+    }
+    return hash.result();
+}
+
+void ShaderProgram::Builder::compile(const Composed& source)
+{
+    const GLSLMacroProcessor::Result& composed = source.result;
     const unsigned int shader = glCreateShader(source.stage);
     if (shader == 0) {
         fail(QStringLiteral("%1: the context has no such stage: %2")
@@ -512,8 +542,12 @@ void ShaderProgram::Builder::compile(const Source& source)
     m_shaders.push_back(shader);
 }
 
-void ShaderProgram::Builder::link(const QStringList& fragDataLocations)
+unsigned int ShaderProgram::Builder::link(const QStringList& fragDataLocations)
 {
+    m_program = glCreateProgram();
+    for (const Composed& source : m_sources) {
+        compile(source);
+    }
     if (m_shaders.empty()) {
         fail(QStringLiteral("no sources were added"));
     }
@@ -545,6 +579,7 @@ void ShaderProgram::Builder::link(const QStringList& fragDataLocations)
     for (const unsigned int shader : m_shaders) {
         glDetachShader(m_program, shader);
     }
+    return m_program;
 }
 
 /// Gives every attribute the location that its name has in all programs. Returns whether one was elsewhere.
@@ -606,11 +641,17 @@ ShaderProgram::ShaderProgram(QObject* parent)
 
 ShaderProgram::~ShaderProgram()
 {
-    if (OpenGLDeviceContext* context = OpenGLDeviceContext::current()) {
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    if (context) {
         context->bindings().forget(this);
     }
-    if (m_program != 0) {
-        glDeleteProgram(m_program);
+    if (m_linked.name == 0) {
+        return;
+    }
+    if (context && context == m_context) {
+        context->programCache().give(m_cacheKey, std::move(m_linked));
+    } else {
+        glDeleteProgram(m_linked.name);
     }
 }
 
@@ -652,7 +693,7 @@ void ShaderProgram::setFragDataLocations(const QStringList& names)
 bool ShaderProgram::isValid()
 {
     build();
-    return m_program != 0;
+    return m_linked.name != 0;
 }
 
 void ShaderProgram::build()
@@ -662,24 +703,37 @@ void ShaderProgram::build()
     }
     m_built = true;
     const GLSLMacroProcessor plainProcessor;
-    const unsigned int program = glCreateProgram();
-    Builder builder(program, m_macroProcessor != nullptr ? *m_macroProcessor : plainProcessor);
+    Builder builder(m_macroProcessor != nullptr ? *m_macroProcessor : plainProcessor);
     for (const Source& source : m_sources) {
-        builder.compile(source);
+        builder.compose(source);
     }
-    builder.link(m_fragDataLocations);
-    m_log = builder.log();
-    if (builder.hasFailed()) {
-        glDeleteProgram(program);
-        ++failedBuilds;
-        logCritical(__FILE__, __LINE__,
-                    QStringLiteral("%1 cannot be built:\n%2").arg(description(), builder.report()));
-        return;
+    m_context = OpenGLDeviceContext::current();
+    m_cacheKey = builder.hash() + (m_fragDataLocations + QStringList(objectName())).join(u'\n').toUtf8();
+    if (!builder.hasFailed()) {
+        m_linked = m_context->programCache().take(m_cacheKey);
+    }
+    const bool isNew = m_linked.name == 0;
+    if (isNew) {
+        const unsigned int program = builder.link(m_fragDataLocations);
+        m_linked.log = builder.log();
+        if (builder.hasFailed()) {
+            glDeleteProgram(program);
+            ++failedBuilds;
+            logCritical(__FILE__, __LINE__,
+                        QStringLiteral("%1 cannot be built:\n%2").arg(description(), builder.report()));
+            return;
+        }
+        m_linked.name = program;
     }
     static std::atomic<quint64> lastSerial = 0;
     m_buildSerial = ++lastSerial;
-    m_program = program;
-    readInterface();
+    if (isNew) {
+        readInterface();
+        readInitialValues();
+    } else {
+        restoreInitialValues();
+    }
+    connectInterface();
 }
 
 /// The program in messages: its name, or what it is made of.
@@ -695,33 +749,89 @@ QString ShaderProgram::description() const
     return QStringLiteral("program (%1)").arg(names.join(QStringLiteral(", ")));
 }
 
-/// Reads what the linked program takes, and connects what has a fixed place.
+/// Reads what the linked program takes.
 void ShaderProgram::readInterface()
 {
     int numUniforms = 0;
-    glGetProgramiv(m_program, GL_ACTIVE_UNIFORMS, &numUniforms);
+    glGetProgramiv(m_linked.name, GL_ACTIVE_UNIFORMS, &numUniforms);
     int nameSize = 0;
-    glGetProgramiv(m_program, GL_ACTIVE_UNIFORM_MAX_LENGTH, &nameSize);
+    glGetProgramiv(m_linked.name, GL_ACTIVE_UNIFORM_MAX_LENGTH, &nameSize);
     QByteArray buffer(nameSize, '\0');
     for (int i = 0; i < numUniforms; ++i) {
         ActiveUniform uniform{};
         int length = 0;
-        glGetActiveUniform(m_program, static_cast<unsigned int>(i), nameSize, &length, &uniform.arraySize,
+        glGetActiveUniform(m_linked.name, static_cast<unsigned int>(i), nameSize, &length, &uniform.arraySize,
                            &uniform.type, buffer.data());
-        uniform.location = glGetUniformLocation(m_program, buffer.constData());
+        uniform.location = glGetUniformLocation(m_linked.name, buffer.constData());
         if (uniform.location >= 0) {
             const QByteArray name = buffer.left(length);
-            m_uniforms.insert(name.endsWith("[0]") ? name.chopped(3) : name, uniform);
+            m_linked.uniforms.insert(name.endsWith("[0]") ? name.chopped(3) : name, uniform);
         }
     }
 
-    for (const auto& [name, location] : attributesOf(m_program)) {
-        m_attributeMask |= 1U << location;
+    for (const auto& [name, location] : attributesOf(m_linked.name)) {
+        m_linked.attributeMask |= 1U << location;
     }
+}
 
+void ShaderProgram::readInitialValues()
+{
+    for (auto i = m_linked.uniforms.cbegin(); i != m_linked.uniforms.cend(); ++i) {
+        const ActiveUniform& uniform = i.value();
+        const UniformShape shape = shapeOf(uniform.type);
+        const auto read = [&]<class Value>(void (*get)(unsigned int, int, Value*)) {
+            const int size = shape.rows * shape.columns;
+            std::vector<Value> values(static_cast<size_t>(size * uniform.arraySize));
+            for (int element = 0; element < uniform.arraySize; ++element) {
+                const QByteArray name = i.key() + '[' + QByteArray::number(element) + ']';
+                const int location =
+                    element == 0 ? uniform.location : glGetUniformLocation(m_linked.name, name.constData());
+                get(m_linked.name, location, values.data() + static_cast<size_t>(element * size));
+            }
+            m_linked.initialValues.push_back({uniform, std::move(values)});
+        };
+        switch (shape.base) {
+        case UniformShape::Float:
+            read(+[](unsigned int program, int location, float* values) {
+                glGetUniformfv(program, location, values);
+            });
+            break;
+        case UniformShape::Int:
+        case UniformShape::Bool:
+            read(+[](unsigned int program, int location, int* values) {
+                glGetUniformiv(program, location, values);
+            });
+            break;
+        case UniformShape::Unsigned:
+            read(+[](unsigned int program, int location, unsigned int* values) {
+                glGetUniformuiv(program, location, values);
+            });
+            break;
+        case UniformShape::Unsupported:
+            // Nothing sets it.
+            break;
+        }
+    }
+}
+
+void ShaderProgram::restoreInitialValues()
+{
+    const AutoBinder binder(this);
+    for (const InitialValue& initial : m_linked.initialValues) {
+        const auto set = [&](const auto& elements) {
+            upload(initial.uniform.location, shapeOf(initial.uniform.type), initial.uniform.arraySize,
+                   elements.data());
+        };
+        std::visit(set, initial.elements);
+    }
+}
+
+/// Connects what has a fixed place.
+void ShaderProgram::connectInterface()
+{
     const auto bindBlock = [this](const char* name, unsigned int bindingPoint) {
         if (const int index = uniformBlockIndex(name); index >= 0) {
-            glUniformBlockBinding(m_program, static_cast<unsigned int>(index), bindingPoint);
+            glUniformBlockBinding(m_linked.name, static_cast<unsigned int>(index), bindingPoint);
         }
     };
     for (const auto& plan : InstanceDataRegistry::Instance()->plans()) {
@@ -734,23 +844,24 @@ void ShaderProgram::readInterface()
         setUniform(QStringLiteral("u_ManagedTexture%1").arg(slot), BindingRecord::firstManagedUnit + slot);
     }
     if (!objectName().isEmpty()) {
-        OpenGLDeviceContext::current()->label(GL_PROGRAM, m_program, objectName());
+        OpenGLDeviceContext::current()->label(GL_PROGRAM, m_linked.name, objectName());
     }
 }
 
 bool ShaderProgram::hasUniform(const QString& name) const
 {
-    return m_uniforms.contains(name.toUtf8());
+    return m_linked.uniforms.contains(name.toUtf8());
 }
 
 int ShaderProgram::getUniformLocation(const QString& name) const
 {
-    return m_uniforms.value(name.toUtf8()).location;
+    return m_linked.uniforms.value(name.toUtf8()).location;
 }
 
 int ShaderProgram::uniformBlockIndex(const char* name) const
 {
-    const unsigned int index = m_program != 0 ? glGetUniformBlockIndex(m_program, name) : GL_INVALID_INDEX;
+    const unsigned int index =
+        m_linked.name != 0 ? glGetUniformBlockIndex(m_linked.name, name) : GL_INVALID_INDEX;
     return index != GL_INVALID_INDEX ? static_cast<int>(index) : -1;
 }
 
@@ -761,14 +872,14 @@ quint64 ShaderProgram::numFailedBuilds()
 
 QString ShaderProgram::log() const
 {
-    return m_log;
+    return m_linked.log;
 }
 
 const ActiveUniform& ShaderProgram::resolve(Uniform& uniform) const
 {
     if (uniform.m_buildSerial != m_buildSerial) {
         const auto length = static_cast<qsizetype>(qstrlen(uniform.m_name));
-        uniform.m_active = m_uniforms.value(QByteArray::fromRawData(uniform.m_name, length));
+        uniform.m_active = m_linked.uniforms.value(QByteArray::fromRawData(uniform.m_name, length));
         uniform.m_buildSerial = m_buildSerial;
     }
     return uniform.m_active;
@@ -779,7 +890,7 @@ void ShaderProgram::setUniformByName(const QString& name, const Value& value)
 {
     build();
     const QByteArray utf8 = name.toUtf8();
-    if (!m_uniforms.contains(utf8)) {
+    if (!m_linked.uniforms.contains(utf8)) {
         return;
     }
     Uniform uniform(utf8.constData());

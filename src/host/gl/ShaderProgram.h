@@ -14,6 +14,7 @@
 #include <QVector4D>
 #include <QVector>
 
+#include <variant>
 #include <vector>
 
 #include <Qel/gl/Bindable.h>
@@ -22,6 +23,7 @@
 namespace Morvane::Qel {
 
 class GLSLMacroProcessor;
+class OpenGLDeviceContext;
 
 /// What a linked program says of one of its uniforms; the location is -1 where it has none of that name.
 struct ActiveUniform
@@ -55,6 +57,10 @@ private:
 /// Every source runs through the macro processor: the one that was set, else a plain one that finds includes
 /// in ":/Media/Shaders". Attribute locations, the binding points of instance-data blocks and the units of
 /// managed textures are the same in every program.
+///
+/// The linked program of an object that is destroyed is kept by its context for a while; the next object with
+/// the same sources takes it instead of compiling, in the state of a program that was just linked. Replacing
+/// a program by one that was there before is therefore cheap.
 ///
 /// A program that fails to build is reported once on the critical channel, with each of the driver's lines
 /// mapped back to file and line; bind then makes no program current and nothing is drawn with it.
@@ -116,13 +122,30 @@ public:
     /// What compiler and linker said, mapped to files and lines; empty when they said nothing.
     QString log() const;
     /// The GL name; 0 before the build and after a failed one.
-    unsigned int programID() const { return m_program; }
+    unsigned int programID() const { return m_linked.name; }
     /// Bit i is set when the program reads the attribute of location i.
-    unsigned int attributeMask() const { return m_attributeMask; }
+    unsigned int attributeMask() const { return m_linked.attributeMask; }
     /// Index of an active uniform block, -1 when the program has none of this name.
     int uniformBlockIndex(const char* name) const;
 
 private:
+    friend class ProgramCache;
+    /// The value of a uniform, element by element, in a program that was just linked.
+    struct InitialValue
+    {
+        ActiveUniform uniform;
+        std::variant<std::vector<float>, std::vector<int>, std::vector<unsigned int>> elements;
+    };
+    /// What a successful build yields: enough to use the program again for the same sources.
+    struct Linked
+    {
+        /// The GL name.
+        unsigned int name = 0;
+        unsigned int attributeMask = 0;
+        QHash<QByteArray, ActiveUniform> uniforms;
+        std::vector<InitialValue> initialValues;
+        QString log;
+    };
     struct Source
     {
         unsigned int stage;
@@ -134,6 +157,9 @@ private:
     class Builder;
     void build();
     void readInterface();
+    void readInitialValues();
+    void restoreInitialValues();
+    void connectInterface();
     QString description() const;
     const ActiveUniform& resolve(Uniform& uniform) const;
     template<class Value>
@@ -144,11 +170,11 @@ private:
     QStringList m_fragDataLocations;
     GLSLMacroProcessor* m_macroProcessor = nullptr;
     bool m_built = false;
-    unsigned int m_program = 0;
     quint64 m_buildSerial = 0;
-    unsigned int m_attributeMask = 0;
-    QHash<QByteArray, ActiveUniform> m_uniforms;
-    QString m_log;
+    Linked m_linked;
+    /// Where the program was built, and its key in the cache there.
+    OpenGLDeviceContext* m_context = nullptr;
+    QByteArray m_cacheKey;
 };
 
 } // namespace Morvane::Qel

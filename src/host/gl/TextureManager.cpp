@@ -8,6 +8,7 @@
 
 #include <Qel/core/Diagnostics.h>
 #include <Qel/gl/BindingRecord.h>
+#include <Qel/gl/Formats.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/ResourceScope.h>
 #include <Qel/gl/Texture.h>
@@ -38,28 +39,32 @@ struct StandIn
 /// every few frames, short enough that an animated size does not fill the memory.
 constexpr quint64 framesToKeep = 8;
 
-void allocate(Texture& texture, TextureFormat format, int width, int height)
+unsigned int internalFormatOf(TextureFormat format)
 {
     switch (format) {
-    case TextureFormat::RGBA32FMipmapped: {
-        const int numLevels = std::bit_width(static_cast<unsigned int>(std::max(width, height)));
-        for (int level = 0; level < numLevels; ++level) {
-            texture.setImage2D(level, GL_RGBA32F, std::max(1, width >> level), std::max(1, height >> level),
-                               GL_RGBA, GL_FLOAT, nullptr);
-        }
-        return;
-    }
+    case TextureFormat::RGBA32FMipmapped:
+        return GL_RGBA32F;
     case TextureFormat::RGBA16F:
-        texture.setImage2D(0, GL_RGBA16F, width, height, GL_RGBA, GL_HALF_FLOAT, nullptr);
-        return;
+        return GL_RGBA16F;
     case TextureFormat::Depth24Stencil8:
-        texture.setImage2D(0, GL_DEPTH24_STENCIL8, width, height, GL_DEPTH_STENCIL, GL_UNSIGNED_INT_24_8,
-                           nullptr);
-        return;
+        return GL_DEPTH24_STENCIL8;
     case TextureFormat::RGBA8:
         break;
     }
-    texture.setImage2D(0, GL_RGBA8, width, height, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+    return GL_RGBA8;
+}
+
+void allocate(Texture& texture, TextureFormat format, int width, int height)
+{
+    const unsigned int internalFormat = internalFormatOf(format);
+    const int numLevels = format == TextureFormat::RGBA32FMipmapped
+                              ? std::bit_width(static_cast<unsigned int>(std::max(width, height)))
+                              : 1;
+    for (int level = 0; level < numLevels; ++level) {
+        texture.setImage2D(level, internalFormat, std::max(1, width >> level), std::max(1, height >> level),
+                           formatFromInternalFormat(internalFormat), typeFromInternalFormat(internalFormat),
+                           nullptr);
+    }
 }
 
 } // namespace
@@ -133,6 +138,9 @@ Texture* TextureManager::tempTexture(TextureFormat format, int width, int height
         allocate(*texture, format, width, height);
         d->entries.push_back({std::move(texture), context, format, width, height, 0, 0});
         entry = std::prev(d->entries.end());
+    } else if (entry->texture->internalFormat() != internalFormatOf(format)) {
+        // Its last borrower gave it contents of another format.
+        allocate(*entry->texture, format, width, height);
     }
     entry->references = count < 0 ? 1 : count;
     entry->lastFrame = d->frame;

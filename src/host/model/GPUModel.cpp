@@ -69,8 +69,8 @@ template<typename Vector>
 QSharedPointer<BufferObject> uploadVectors(const std::vector<Vector>& vectors)
 {
     auto buffer = QSharedPointer<BufferObject>::create(GL_ARRAY_BUFFER);
-    buffer->uploadBytes(vectors.data(), static_cast<qsizetype>(vectors.size() * sizeof(Vector)),
-                        GL_STATIC_DRAW);
+    const size_t size = vectors.size() * sizeof(Vector);
+    buffer->uploadBytes(vectors.data(), static_cast<qsizetype>(size), GL_STATIC_DRAW);
     return buffer;
 }
 

@@ -11,7 +11,7 @@ namespace Morvane::Qel {
 
 namespace {
 
-QString withForwardSlashes(QString reference)
+QString withForwardSlashes(const QString& reference)
 {
     return reference.trimmed().replace(u'\\', u'/');
 }
@@ -43,12 +43,12 @@ QString findAround(const QString& folder, const QString& reference)
                                                                   "maps"};
     QStringList parts = reference.split(u'/', Qt::SkipEmptyParts);
     for (; !parts.isEmpty(); parts.removeFirst()) {
-        if (const QString found = descend(folder, parts); !found.isEmpty()) {
+        if (QString found = descend(folder, parts); !found.isEmpty()) {
             return found;
         }
         for (const QString& parent : {folder, folder + QStringLiteral("/..")}) {
             for (const char* textures : textureFolders) {
-                const QString found = descend(parent, QStringList(QString::fromLatin1(textures)) + parts);
+                QString found = descend(parent, QStringList(QString::fromLatin1(textures)) + parts);
                 if (!found.isEmpty()) {
                     return found;
                 }
@@ -74,10 +74,10 @@ QString findReferencedImage(const QString& folder, const QString& reference)
     }
     const QString decoded = QUrl::fromPercentEncoding(path.toUtf8());
     for (const QString& spelling : {path, decoded}) {
-        if (const QString found = findReferencedFile(folder, spelling); !found.isEmpty()) {
+        if (QString found = findReferencedFile(folder, spelling); !found.isEmpty()) {
             return found;
         }
-        if (const QString found = findAround(folder, spelling); !found.isEmpty()) {
+        if (QString found = findAround(folder, spelling); !found.isEmpty()) {
             return found;
         }
     }

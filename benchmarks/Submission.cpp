@@ -1,0 +1,242 @@
+// What the library adds to the CPU time of submitting work.
+
+#include <array>
+#include <vector>
+
+#include <epoxy/gl.h>
+
+#include "support/Sides.h"
+#include <Qel/RenderPasses/framework/ShaderRenderPass.h>
+#include <Qel/gl/BufferObject.h>
+#include <Qel/gl/DrawBuffers.h>
+#include <Qel/gl/FramebufferObject.h>
+#include <Qel/gl/Guards.h>
+#include <Qel/gl/InstanceData.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/Texture.h>
+#include <Qel/gl/TextureManager.h>
+#include <Qel/gl/UniformBlocks.h>
+#include <Qel/gl/VertexArrayObject.h>
+#include <Qel/graph/PassRegistry.h>
+#include <Qel/graph/RenderGraph.h>
+#include <Qel/model/GPUModel.h>
+
+namespace Morvane::Qel::Bench {
+namespace {
+
+// So small that rasterising costs next to nothing.
+constexpr int side = 8;
+
+const QString mixSource = QStringLiteral(R"(#version 150
+uniform sampler2D u_A;
+uniform sampler2D u_B;
+in vec2 vo_TexCoord;
+out vec4 o_Frame;
+
+void main()
+{
+    o_Frame = mix(texture(u_A, vo_TexCoord), texture(u_B, vo_TexCoord), 0.5);
+}
+)");
+
+std::unique_ptr<Texture> makeTexture()
+{
+    auto texture = std::make_unique<Texture>();
+    texture->setFilter(GL_LINEAR, GL_LINEAR);
+    texture->setWrap(GL_CLAMP_TO_EDGE);
+    texture->setImage2D(0, GL_RGBA8, side, side, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+    return texture;
+}
+
+unsigned int compile(unsigned int stage, const char* source)
+{
+    const unsigned int shader = glCreateShader(stage);
+    glShaderSource(shader, 1, &source, nullptr);
+    glCompileShader(shader);
+    return shader;
+}
+
+/// A full-screen pass of one program, two textures and one target: a ShaderRenderPass against the calls that
+/// a careful programmer would write for the same picture.
+void SubmitFullScreenPass(benchmark::State& state)
+{
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    const auto a = makeTexture();
+    const auto b = makeTexture();
+
+    ShaderRenderPass pass;
+    pass.addInput(QStringLiteral("Qel_QRect_Viewport"), QRect(0, 0, side, side));
+    pass.addInput(QStringLiteral("Qel_QelTexture*_A"), QVariant::fromValue<QObject*>(a.get()));
+    pass.addInput(QStringLiteral("Qel_QelTexture*_B"), QVariant::fromValue<QObject*>(b.get()));
+    pass.addOutput(QStringLiteral("Qel_QelTexture*_Frame"));
+    pass.setFragmentShaderSource(mixSource);
+
+    const auto target = makeTexture();
+    unsigned int framebuffer = 0;
+    glGenFramebuffers(1, &framebuffer);
+    const unsigned int program = glCreateProgram();
+    glAttachShader(program, compile(GL_VERTEX_SHADER, R"(#version 150
+in vec3 va_Vertex;
+in vec2 va_TexCoord;
+out vec2 vo_TexCoord;
+void main() { gl_Position = vec4(va_Vertex, 1.0); vo_TexCoord = va_TexCoord; })"));
+    glAttachShader(program, compile(GL_FRAGMENT_SHADER, mixSource.toUtf8().constData()));
+    glBindAttribLocation(program, 0, "va_Vertex");
+    glBindAttribLocation(program, 2, "va_TexCoord");
+    glLinkProgram(program);
+    const int locationA = glGetUniformLocation(program, "u_A");
+    const int locationB = glGetUniformLocation(program, "u_B");
+    const QSharedPointer<DrawBuffers> batch = context->fullScreenTriangle();
+    {
+        const AutoBinder binder(batch->VAO().data());
+        glEnableVertexAttribArray(0);
+        glEnableVertexAttribArray(2);
+    }
+    const unsigned int vertexArray = batch->VAO()->getVAO();
+
+    const auto library = [&] { pass.start(nullptr); };
+    const auto byHand = [&] {
+        glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
+        glFramebufferTexture(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, target->textureID(), 0);
+        constexpr GLenum drawBuffer = GL_COLOR_ATTACHMENT0;
+        glDrawBuffers(1, &drawBuffer);
+        glViewport(0, 0, side, side);
+        glDisable(GL_DEPTH_TEST);
+        glDisable(GL_BLEND);
+        glClear(GL_COLOR_BUFFER_BIT);
+        glUseProgram(program);
+        glActiveTexture(GL_TEXTURE0);
+        glBindTexture(GL_TEXTURE_2D, a->textureID());
+        glActiveTexture(GL_TEXTURE1);
+        glBindTexture(GL_TEXTURE_2D, b->textureID());
+        glUniform1i(locationA, 0);
+        glUniform1i(locationB, 1);
+        glBindVertexArray(vertexArray);
+        glDrawArrays(GL_TRIANGLES, 0, 3);
+        glBindVertexArray(0);
+        glBindTexture(GL_TEXTURE_2D, 0);
+        glActiveTexture(GL_TEXTURE0);
+        glBindTexture(GL_TEXTURE_2D, 0);
+        glUseProgram(0);
+        glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    };
+    compareSides(state, Wait::Submission, library, byHand);
+    glDeleteProgram(program);
+    glDeleteFramebuffers(1, &framebuffer);
+    context->makeCurrent();
+}
+BENCHMARK(SubmitFullScreenPass);
+
+/// Does nothing, so that all time is the graph's.
+class IdleRenderPass : public RenderPassHelper
+{
+public:
+    static const PassDescription& description()
+    {
+        static const PassDescription description{
+            QStringLiteral("IdleRenderPass"),
+            QStringLiteral("Does nothing."),
+            {{QStringLiteral("Qel_QRect_Viewport"), QStringLiteral("size"), QStringLiteral("none")},
+             {QStringLiteral("Qel_float_Value"), QStringLiteral("a number"), QStringLiteral("none")}},
+            {}};
+        return description;
+    }
+    IdleRenderPass() { declarePorts(description()); }
+};
+
+/// The graph's own cost of a pass.
+void SubmitGraph(benchmark::State& state)
+{
+    const auto numPasses = static_cast<int>(state.range(0));
+    PassRegistry registry;
+    registry.add<IdleRenderPass>();
+    GraphDescription description;
+    description.viewport = {side, side};
+    for (int i = 0; i < numPasses; ++i) {
+        description.passes.push_back(
+            {QStringLiteral("pass%1").arg(i), QStringLiteral("IdleRenderPass"), {}, {}});
+    }
+    QStringList faults;
+    const auto graph = RenderGraph::create(description, registry, {}, &faults);
+    QString error;
+    if (!graph || !graph->renderFrame(&error)) {
+        state.SkipWithError(qPrintable(faults.join(u' ') + error));
+        return;
+    }
+    for ([[maybe_unused]] auto iteration : state) {
+        graph->renderFrame(&error);
+    }
+    // Seconds for each pass and frame; printed with its unit, such as 400n.
+    state.counters["s_per_pass"] = benchmark::Counter(
+        numPasses, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(SubmitGraph)->Arg(1)->Arg(10)->Arg(50);
+
+/// Drawing a model of many small batches against a loop of the calls that each batch needs.
+void SubmitModel(benchmark::State& state)
+{
+    const auto numBatches = static_cast<int>(state.range(0));
+    ModelData data;
+    MeshData& mesh = data.meshes.emplace_back();
+    mesh.positions = {{0, 0, 0}, {0.01F, 0, 0}, {0, 0.01F, 0}};
+    mesh.normals = {{0, 0, 1}, {0, 0, 1}, {0, 0, 1}};
+    mesh.texCoords.resize(3);
+    mesh.indices = {0, 1, 2};
+    data.materials.emplace_back();
+    data.instances.resize(static_cast<size_t>(numBatches));
+    GPUModel model(data);
+
+    const InstanceDataRegistry* registry = InstanceDataRegistry::Instance();
+    ShaderProgram program;
+    program.addShader(GL_VERTEX_SHADER, QStringLiteral(R"(#version 150
+#instancedata "InstanceInfo"
+in vec3 va_Vertex;
+void main() { gl_Position = getModelMatrix() * vec4(va_Vertex, 1.0); })"),
+                      {});
+    program.addShader(GL_VERTEX_SHADER, registry->getPlan(QStringLiteral("InstanceInfo"))->glslc(), {});
+    program.addShader(GL_FRAGMENT_SHADER, QStringLiteral(R"(#version 150
+#instancedata "OBJMaterial"
+out vec4 out_FragColor;
+void main() { out_FragColor = vec4(getKd(), getD()); })"),
+                      {});
+    program.addShader(GL_FRAGMENT_SHADER, registry->getPlan(QStringLiteral("OBJMaterial"))->glslc(), {});
+
+    const auto target = makeTexture();
+    FramebufferObject framebuffer;
+    const AutoBinder framebufferBinder(&framebuffer);
+    framebuffer.attach(target.get(), GL_COLOR_ATTACHMENT0, 0);
+    framebuffer.setDrawBuffers();
+    const AutoBinder programBinder(&program);
+    if (!program.isValid()) {
+        state.SkipWithError(qPrintable(program.log()));
+        return;
+    }
+
+    const QSharedPointer<VertexArrayObject> vertexArray = model.drawBuffers(0)->VAO();
+    const unsigned int indices = model.drawBuffers(0)->indexBO()->getBO();
+    const int stride = std::max(InstanceDataCollection::uniformBufferAlignment(), 128);
+    BufferObject instances(GL_UNIFORM_BUFFER);
+    const std::vector<char> blocks(static_cast<size_t>(stride) * static_cast<size_t>(numBatches));
+    instances.uploadBytes(blocks.data(), static_cast<qsizetype>(blocks.size()), GL_STATIC_DRAW);
+
+    const auto library = [&] { model.draw(&program, 0, 0, WindingType::CounterClockwise); };
+    const auto byHand = [&] {
+        glFrontFace(GL_CCW);
+        glBindBufferRange(GL_UNIFORM_BUFFER, UniformBlocks::objMaterial, instances.getBO(), 0, 32);
+        for (int i = 0; i < numBatches; ++i) {
+            glBindBufferRange(GL_UNIFORM_BUFFER, UniformBlocks::instanceInfo, instances.getBO(),
+                              static_cast<GLintptr>(stride) * i, 128);
+            glBindVertexArray(vertexArray->getVAO());
+            glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, indices);
+            glDrawElements(GL_TRIANGLES, 3, GL_UNSIGNED_INT, nullptr);
+        }
+        glBindVertexArray(0);
+    };
+    compareSides(state, Wait::Submission, library, byHand);
+    state.counters["extra_us_per_batch"] =
+        (state.counters["library_us"].value - state.counters["by_hand_us"].value) / numBatches;
+}
+BENCHMARK(SubmitModel)->Arg(1)->Arg(100)->Arg(1000);
+
+} // namespace
+} // namespace Morvane::Qel::Bench

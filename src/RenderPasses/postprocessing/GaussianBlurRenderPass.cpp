@@ -1,0 +1,115 @@
+#include <Qel/RenderPasses/postprocessing/GaussianBlurRenderPass.h>
+
+#include <algorithm>
+
+#include <epoxy/gl.h>
+
+#include "support/Targets.h"
+#include <Qel/RenderPasses/framework/InputPointers.h>
+#include <Qel/gl/FramebufferObject.h>
+#include <Qel/gl/Guards.h>
+#include <Qel/gl/TextureManager.h>
+
+namespace Morvane::Qel {
+
+namespace {
+
+/// A size of the viewport divided and truncated. Sizes that no texture has are left for the pool to refuse,
+/// within what an int holds.
+int reducedSize(int size, float divider)
+{
+    constexpr float bound = 1 << 30;
+    const float reduced = static_cast<float>(size) / divider;
+    return std::isnan(reduced) ? 0 : static_cast<int>(std::clamp(reduced, -bound, bound));
+}
+
+} // namespace
+
+const PassDescription& GaussianBlurRenderPass::description()
+{
+    static const PassDescription description{
+        QStringLiteral("GaussianBlurRenderPass"),
+        QStringLiteral("Blurs a texture with a separable Gaussian kernel, at full or reduced resolution."),
+        {{QStringLiteral("Qel_QRect_Viewport"),
+          QStringLiteral("full-resolution size of the picture; the origin is ignored"),
+          QStringLiteral("a single pixel"),
+          {},
+          QStringLiteral("pixels")},
+         {QStringLiteral("Qel_QelTexture*_Input"),
+          QStringLiteral("the picture to blur; its filters become linear, its wrap modes clamp to edge"),
+          QStringLiteral("transparent black is blurred, or nothing passed on")},
+         {QStringLiteral("Qel_float_BlurRadius"),
+          QStringLiteral("radius of the blur, about one standard deviation"),
+          QStringLiteral("the input is passed on"),
+          {},
+          QStringLiteral("texels of the reduced picture; 1 or less passes the input on")},
+         {QStringLiteral("Qel_float_ResolutionDivider"),
+          QStringLiteral("what the size is divided by; the result is rounded down"),
+          QStringLiteral("full resolution"),
+          {},
+          QStringLiteral("1 or more; 0 acts as 1")}},
+        {{QStringLiteral("Qel_QelTexture*_Output"),
+          QStringLiteral("the blurred picture, RGBA16F, pooled; or the input itself")}}};
+    return description;
+}
+
+GaussianBlurRenderPass::GaussianBlurRenderPass()
+{
+    declarePorts(description());
+}
+
+GaussianBlurRenderPass::~GaussianBlurRenderPass() = default;
+
+void GaussianBlurRenderPass::start(RenderCallbacks* /*callbacks*/)
+{
+    float divider = m_inputs[ResolutionDivider].value.toFloat();
+    if (divider == 0.0F) {
+        divider = 1.0F;
+    }
+    TextureManager* pool = TextureManager::Instance();
+    updateKernel(m_inputs[BlurRadius].value.toFloat());
+    auto* source = getInputPointer<Texture>(Input);
+    if (m_blurRadius <= 1.0F) {
+        m_outputs[Output].value = publishPooled(source, m_outputs[Output].users);
+        return;
+    }
+
+    const QRect viewport = m_inputs[Viewport].value.toRect();
+    const int width = reducedSize(viewport.width(), divider);
+    const int height = reducedSize(viewport.height(), divider);
+    if (!source) {
+        source = takeTransparentTexture();
+    }
+    provideDrawObjects();
+    Texture* first = pool->tempTexture(TextureFormat::RGBA16F, width, height, -1);
+    draw(source, first, QVector2D(1.0F / static_cast<float>(width), 0.0F), divider);
+    Texture* second = pool->tempTexture(TextureFormat::RGBA16F, width, height, -1);
+    // Opaque red, and left in force: deliberate.
+    glClearColor(1.0F, 0.0F, 0.0F, 1.0F);
+    draw(first, second, QVector2D(0.0F, 1.0F / static_cast<float>(height)), divider);
+
+    m_outputs[Output].value = publishPooled(second, m_outputs[Output].users);
+    pool->releaseTempTextureRef(source, 1);
+    pool->releaseTempTextureRef(first, 1);
+}
+
+void GaussianBlurRenderPass::updateKernel(float radius)
+{
+    if (radius != m_blurRadius || !m_shaderProgram) {
+        m_blurRadius = radius;
+        calculateBlurWeights();
+        m_shaderProgram.reset(makeShaderProgram(getBaseFragmentShaderSource()));
+    }
+}
+
+void GaussianBlurRenderPass::draw(Texture* source, Texture* target, const QVector2D& step, float divider)
+{
+    const AutoBinder framebufferBinder(m_framebuffer.get());
+    beginDraw(target);
+    const AutoBinder programBinder(m_shaderProgram.get());
+    m_shaderProgram->setUniform(m_resolutionDivider, divider);
+    drawBlurred(source, step);
+    m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
+}
+
+} // namespace Morvane::Qel

@@ -1,0 +1,71 @@
+#include <Qel/RenderPasses/postprocessing/TemporalAAJitterPass.h>
+
+#include <QRect>
+
+#include <cstdlib>
+
+#include "support/ViewWatch.h"
+
+namespace Morvane::Qel {
+
+namespace {
+
+constexpr int numJitteredFrames = 30;
+
+/// A uniformly distributed offset within a pixel, in normalised device coordinates, which span 2 units over
+/// the viewport. A size of 0 gives an infinite or undefined one; deliberately not guarded.
+float randomOffset(int size)
+{
+    return static_cast<float>(drand48() - 0.5) * 2.0F / static_cast<float>(size);
+}
+
+} // namespace
+
+const PassDescription& TemporalAAJitterPass::description()
+{
+    static const PassDescription description{
+        QStringLiteral("TemporalAAJitterPass"),
+        QStringLiteral("Shifts the projection of a still view by random offsets within a pixel."),
+        {{QStringLiteral("Qel_QRect_Viewport"),
+          QStringLiteral("size of the frames; the origin is ignored"),
+          QStringLiteral("the offsets are infinite or undefined"),
+          {},
+          QStringLiteral("pixels")},
+         {QStringLiteral("Qel_QMatrix4x4_ProjectionMatrix"), QStringLiteral("the projection without jitter"),
+          QStringLiteral("identity")},
+         {QStringLiteral("Qel_QMatrix4x4_CameraMatrix"),
+          QStringLiteral("world space to eye space, watched for changes alone"), QStringLiteral("identity")},
+         {QStringLiteral("Qel_bool_Dirty"), QStringLiteral("whether the sequence begins again"),
+          QStringLiteral("as if it were true in every frame: there is no jitter at all")}},
+        {{QStringLiteral("Qel_QMatrix4x4_ProjectionMatrix"),
+          QStringLiteral("the projection, shifted in frames 2 to 31 after a change")}}};
+    return description;
+}
+
+TemporalAAJitterPass::TemporalAAJitterPass()
+    : m_view(std::make_unique<ViewWatch>())
+{
+    declarePorts(description());
+}
+
+TemporalAAJitterPass::~TemporalAAJitterPass() = default;
+
+void TemporalAAJitterPass::start(RenderCallbacks* /*callbacks*/)
+{
+    const QSize size = m_inputs[Viewport].value.toRect().size();
+    const auto projection = m_inputs[ProjectionMatrix].value.value<QMatrix4x4>();
+    const auto camera = m_inputs[CameraMatrix].value.value<QMatrix4x4>();
+
+    QMatrix4x4 jitter;
+    if (m_view->update(size, projection, camera, m_inputs[Dirty].value).any) {
+        m_framesLeft = numJitteredFrames;
+    } else if (m_framesLeft > 0) {
+        const float dx = randomOffset(size.width());
+        const float dy = randomOffset(size.height());
+        jitter.translate(dx, dy, 0.0F);
+        --m_framesLeft;
+    }
+    m_outputs[JitteredProjectionMatrix].value = jitter * projection;
+}
+
+} // namespace Morvane::Qel

@@ -1,0 +1,244 @@
+#include "support/PassHost.h"
+
+#include <QMatrix4x4>
+#include <QRect>
+#include <QVector2D>
+
+#include <array>
+
+#include <gtest/gtest.h>
+
+#include <epoxy/gl.h>
+
+#include "support/Models.h"
+#include <Qel/core/MetaTypes.h>
+#include <Qel/gl/DrawBuffers.h>
+#include <Qel/gl/Guards.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/Texture.h>
+#include <Qel/gl/TextureManager.h>
+#include <Qel/graph/PassRegistry.h>
+
+namespace Morvane::Qel::Test {
+
+std::vector<std::string> builtinTypes()
+{
+    std::vector<std::string> types;
+    for (const QString& type : PassRegistry::builtin().types()) {
+        types.push_back(type.toStdString());
+    }
+    return types;
+}
+
+PassHost::PassHost(OpenGLDeviceContext& context, const QString& type)
+    : m_context(context)
+    , m_model(makeCubeModel())
+    , m_scope(&context)
+{
+    const PassRegistry& registry = PassRegistry::builtin();
+    const PassDescription& description = *registry.description(type);
+    PassOptions options;
+    for (const OptionDescription& option : description.options) {
+        options[option.name] = option.defaultValue;
+    }
+    if (description.hostDeclaresPorts) {
+        options[QStringLiteral("inputs")] =
+            QStringList{QStringLiteral("Qel_QRect_Viewport"), QStringLiteral("Qel_QelTexture*_Input")};
+        options[QStringLiteral("outputs")] = QStringList{QStringLiteral("Qel_QelTexture*_Output")};
+    }
+    const ResourceScope::Activation inside(&context, &m_scope);
+    QString error;
+    m_pass = registry.create(type, options, &error);
+    EXPECT_TRUE(m_pass) << qPrintable(error);
+}
+
+PassHost::~PassHost()
+{
+    m_pass->teardown(nullptr);
+    m_pass.reset();
+}
+
+void PassHost::connectInputs()
+{
+    m_values.clear();
+    for (int i = 0; i < m_pass->numInputs(); ++i) {
+        m_values.push_back(value(i));
+        m_pass->setInput(i, m_values.back());
+    }
+}
+
+void PassHost::disconnectInput(int index)
+{
+    auto* texture = pointerFromVariant<Texture>(m_values[static_cast<size_t>(index)]);
+    TextureManager::Instance()->releaseTempTextureRef(texture, 1);
+    m_pass->setInput(index, {});
+}
+
+void PassHost::setInputs(const QVariant& everywhere)
+{
+    for (int i = 0; i < m_pass->numInputs(); ++i) {
+        m_pass->setInput(i, everywhere);
+    }
+}
+
+void PassHost::runFrame(const std::function<void(RenderPass&)>& callStart)
+{
+    const ResourceScope::Activation inside(&m_context, &m_scope);
+    m_pass->resetNumOutputUsers();
+    for (int i = 0; i < m_pass->numOutputs(); ++i) {
+        m_pass->setNumOutputUsers(i, 1);
+    }
+    if (!m_isSetUp) {
+        m_pass->setup(nullptr);
+        m_isSetUp = true;
+    }
+    m_context.applyBaseState();
+    m_pass->beginFrame(nullptr);
+    callStart(*m_pass);
+    m_pass->endFrame(nullptr);
+    releaseOutputs();
+    TextureManager::Instance()->endFrame();
+}
+
+std::vector<Pixels> PassHost::runFrame()
+{
+    std::vector<Pixels> pictures;
+    runFrame([&](RenderPass& pass) {
+        pass.start(nullptr);
+        for (Texture* texture : outputTextures()) {
+            if (texture->target() == GL_TEXTURE_2D && !texture->size().isEmpty()) {
+                pictures.push_back(readTexture(texture));
+            }
+        }
+    });
+    return pictures;
+}
+
+std::vector<Texture*> PassHost::outputTextures() const
+{
+    std::vector<Texture*> textures;
+    for (int i = 0; i < m_pass->numOutputs(); ++i) {
+        // An opaque value (QVariant by the port's type) may be a pointer to something that is no QObject.
+        if (PortName::parse(m_pass->outputName(i)).type == QLatin1StringView("QelTexture*")) {
+            if (auto* texture = pointerFromVariant<Texture>(m_pass->output(i))) {
+                textures.push_back(texture);
+            }
+        }
+    }
+    return textures;
+}
+
+void PassHost::releaseOutputs()
+{
+    for (Texture* texture : outputTextures()) {
+        TextureManager::Instance()->releaseTempTextureRef(texture, 1);
+    }
+}
+
+QVariant PassHost::value(int input)
+{
+    const PortName port = PortName::parse(m_pass->inputName(input));
+    if (port.type == QLatin1StringView("QRect")) {
+        return QRect(QPoint(0, 0), m_size);
+    }
+    if (port.type == QLatin1StringView("QMatrix4x4")) {
+        QMatrix4x4 matrix;
+        if (port.name.startsWith(QLatin1StringView("Projection"))) {
+            matrix.perspective(50.0F, 1.25F, 0.5F, 20.0F);
+        } else {
+            matrix.lookAt({2.0F, 1.5F, 3.0F}, {0.0F, 0.0F, 0.0F}, {0.0F, 1.0F, 0.0F});
+        }
+        return matrix;
+    }
+    if (port.type == QLatin1StringView("QelTexture*")) {
+        return QVariant::fromValue<QObject*>(texture(port.name));
+    }
+    if (port.type == QLatin1StringView("QelGPUModel*")) {
+        return QVariant::fromValue(m_model.get());
+    }
+    if (port.type == QLatin1StringView("QelDrawBuffers*")) {
+        return QVariant::fromValue<QObject*>(m_model->drawBuffers(0));
+    }
+    if (port.type == QLatin1StringView("QString")) {
+        return QStringLiteral(QEL_SOURCE_DIR "/examples/scenes/sky/%1.png")
+            .arg(port.name.contains(u"Cubemap") ? QStringLiteral("posx") : QStringLiteral("latlong"));
+    }
+    if (const QVariant initial = m_pass->defaultValue(input); initial.isValid()) {
+        return initial;
+    }
+    if (port.type.compare(QLatin1StringView("bool"), Qt::CaseInsensitive) == 0) {
+        return port.name != QLatin1StringView("Dirty");
+    }
+    if (port.type == QLatin1StringView("int")) {
+        return 3;
+    }
+    if (port.type == QLatin1StringView("float")) {
+        return port.name == QLatin1StringView("BlurRadius") ? 3.0F : 0.5F;
+    }
+    if (port.type == QLatin1StringView("QVector2D")) {
+        return QVector2D(0.5F, 0.5F);
+    }
+    if (port.type == QLatin1StringView("QVector3D")) {
+        return port.name.endsWith(QLatin1StringView("Min")) ? QVector3D(-1, -1, -1) : QVector3D(1, 1, 1);
+    }
+    return {};
+}
+
+Texture* PassHost::texture(const QString& name)
+{
+    TextureManager* pool = TextureManager::Instance();
+    const int width = m_size.width();
+    const int height = m_size.height();
+    if (name == QLatin1StringView("Cubemap")) {
+        if (!m_cubemap) {
+            m_cubemap = std::make_unique<Texture>();
+            m_cubemap->setTarget(GL_TEXTURE_CUBE_MAP);
+            m_cubemap->setFilter(GL_LINEAR, GL_LINEAR);
+            constexpr std::array<unsigned char, 4> orange{255, 128, 0, 255};
+            for (unsigned int face = 0; face < 6; ++face) {
+                m_cubemap->setFaceImage(GL_TEXTURE_CUBE_MAP_POSITIVE_X + face, 0, GL_RGBA8, 1, 1, GL_RGBA,
+                                        GL_UNSIGNED_BYTE, orange.data());
+            }
+        }
+        return m_cubemap.get();
+    }
+    if (name == QLatin1StringView("HeadPointers")) {
+        return integerTexture(m_headPointers, GL_R32UI, GL_RED_INTEGER);
+    }
+    if (name == QLatin1StringView("NodeBuffer")) {
+        return integerTexture(m_nodes, GL_RGBA32UI, GL_RGBA_INTEGER);
+    }
+    if (name == QLatin1StringView("Depth")) {
+        Texture* depth = pool->tempTexture(TextureFormat::Depth24Stencil8, width, height);
+        // Depth 0.75, stencil 0.
+        const std::vector<unsigned int> texels(static_cast<size_t>(width) * static_cast<size_t>(height),
+                                               0xC0000000U);
+        const AutoBinder binder(depth);
+        glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, width, height, GL_DEPTH_STENCIL, GL_UNSIGNED_INT_24_8,
+                        texels.data());
+        return depth;
+    }
+    Texture* colour = pool->tempTexture(TextureFormat::RGBA16F, width, height);
+    const Pixels picture = Pixels::generate(width, height, [](int x, int y) {
+        return QVector4D(static_cast<float>(x % 7) / 7.0F, static_cast<float>(y % 5) / 5.0F,
+                         (x / 4 + y / 4) % 2 == 0 ? 0.9F : 0.1F, 1.0F);
+    });
+    const AutoBinder binder(colour);
+    glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, width, height, GL_RGBA, GL_FLOAT, picture.values.data());
+    return colour;
+}
+
+Texture* PassHost::integerTexture(std::unique_ptr<Texture>& slot, unsigned int internalFormat,
+                                  unsigned int format)
+{
+    if (!slot) {
+        constexpr int size = 64;
+        const std::vector<unsigned int> zeroes(size * size * 4);
+        slot = std::make_unique<Texture>();
+        slot->setFilter(GL_NEAREST, GL_NEAREST);
+        slot->setImage2D(0, internalFormat, size, size, format, GL_UNSIGNED_INT, zeroes.data());
+    }
+    return slot.get();
+}
+
+} // namespace Morvane::Qel::Test

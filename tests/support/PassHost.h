@@ -1,0 +1,69 @@
+#pragma once
+
+#include <QString>
+#include <QVariant>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/Pixels.h"
+#include <Qel/core/RenderPass.h>
+#include <Qel/gl/ResourceScope.h>
+#include <Qel/model/GPUModel.h>
+
+namespace Morvane::Qel {
+class OpenGLDeviceContext;
+}
+
+namespace Morvane::Qel::Test {
+
+/// The types of passes of this library.
+std::vector<std::string> builtinTypes();
+
+/// Drives one pass of a registered type as a host does, with inputs that suit its ports and one user of every
+/// output.
+class PassHost
+{
+public:
+    PassHost(OpenGLDeviceContext& context, const QString& type);
+    ~PassHost();
+    PassHost(const PassHost&) = delete;
+    PassHost& operator=(const PassHost&) = delete;
+
+    RenderPass& pass() { return *m_pass; }
+    QSize& size() { return m_size; }
+
+    /// Sets every input to a value that suits its port, textures with the one reference that the pass drops.
+    void connectInputs();
+    /// Takes an input away, with the reference that the pass would have dropped.
+    void disconnectInput(int index);
+    /// Sets all inputs to the same value.
+    void setInputs(const QVariant& everywhere);
+
+    /// A frame from the base state; returns the pictures of the outputs that are 2D textures.
+    std::vector<Pixels> runFrame();
+    /// The same with something around start, which it must call; no picture is read.
+    void runFrame(const std::function<void(RenderPass&)>& callStart);
+
+private:
+    QVariant value(int input);
+    Texture* texture(const QString& name);
+    Texture* integerTexture(std::unique_ptr<Texture>& slot, unsigned int internalFormat, unsigned int format);
+    std::vector<Texture*> outputTextures() const;
+    void releaseOutputs();
+
+    OpenGLDeviceContext& m_context;
+    std::unique_ptr<GPUModel> m_model;
+    std::unique_ptr<Texture> m_cubemap;
+    std::unique_ptr<Texture> m_headPointers;
+    std::unique_ptr<Texture> m_nodes;
+    ResourceScope m_scope;
+    std::unique_ptr<RenderPass> m_pass;
+    std::vector<QVariant> m_values;
+    bool m_isSetUp = false;
+    QSize m_size{40, 32};
+};
+
+} // namespace Morvane::Qel::Test

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <vector>
+
+/// The table that says how many pixels the search along an edge went too far or may still go (J. Jimenez, J.
+/// I. Echevarria, T. Sousa, D. Gutierrez: SMAA: Enhanced subpixel morphological antialiasing, 2012), one byte
+/// a texel.
+///
+/// The search reads four texels of the edge texture at once, by a bilinear sample between them. Its column is
+/// the mixture of the crossing edges, its row that of the edges searched along, upside down; the left part is
+/// for searches to the left, the right part for searches to the right.
+namespace SearchTable {
+
+constexpr int width = 64;
+constexpr int height = 16;
+
+std::vector<unsigned char> make();
+
+} // namespace SearchTable
