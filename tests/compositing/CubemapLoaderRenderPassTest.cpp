@@ -4,6 +4,7 @@
 #include <QTemporaryDir>
 
 #include <array>
+#include <memory>
 
 #include <epoxy/gl.h>
 
@@ -19,6 +20,12 @@ namespace {
 class CubemapLoaderRenderPassTest : public GLTest
 {
 protected:
+    void TearDown() override
+    {
+        m_pass.reset();
+        GLTest::TearDown();
+    }
+
     /// A square image with a colour of its own whose first row is white and whose first column is black.
     QString makeFace(int number, int size, QImage::Format format = QImage::Format_ARGB32)
     {
@@ -42,8 +49,8 @@ protected:
 
     Texture* load(const std::vector<QVariant>& paths)
     {
-        runFrame(m_pass, paths);
-        return outputTexture(m_pass);
+        runFrame(*m_pass, paths);
+        return outputTexture(*m_pass);
     }
 
     /// The texels of a face in GL's order, with the size of the level that was found there.
@@ -60,7 +67,7 @@ protected:
         return image;
     }
 
-    CubemapLoaderRenderPass m_pass;
+    std::unique_ptr<CubemapLoaderRenderPass> m_pass = std::make_unique<CubemapLoaderRenderPass>();
     QTemporaryDir m_folder;
 };
 

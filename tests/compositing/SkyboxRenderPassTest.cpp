@@ -98,12 +98,18 @@ std::array<double, 3> cubeTexel(const Vector& d, int n)
 class SkyboxRenderPassTest : public GLTest
 {
 protected:
+    void TearDown() override
+    {
+        m_pass.reset();
+        GLTest::TearDown();
+    }
+
     Pixels renderSky(const View& view, Texture* cubemap, Texture* latLongMap, Texture* frame = nullptr,
                      Texture* depth = nullptr)
     {
-        return render(m_pass, {QRect(0, 0, width, height), projectionMatrix(), cameraMatrix(view),
-                               textureInput(cubemap), textureInput(latLongMap), textureInput(frame),
-                               textureInput(depth)});
+        return render(*m_pass, {QRect(0, 0, width, height), projectionMatrix(), cameraMatrix(view),
+                                textureInput(cubemap), textureInput(latLongMap), textureInput(frame),
+                                textureInput(depth)});
     }
 
     /// A cube map whose texels hold where they are: column, row and face.
@@ -124,7 +130,7 @@ protected:
         return cubemap;
     }
 
-    SkyboxRenderPass m_pass;
+    std::unique_ptr<SkyboxRenderPass> m_pass = std::make_unique<SkyboxRenderPass>();
 };
 
 TEST_F(SkyboxRenderPassTest, LooksACubeMapUpInTheDirectionOfEveryPixel)
@@ -226,6 +232,16 @@ TEST_F(SkyboxRenderPassTest, ShowsNoLineAtTheSeamAndNoneOfTheOppositePole)
             EXPECT_EQ(behind.at(x, y), QVector4D(1, 1, 1, 1)) << x << ", " << y;
         }
     }
+    // Across the seam the last column runs into the first one.
+    const std::unique_ptr<Texture> columnsOnly(makeTexture(
+        Pixels::generate(4, 1, [](int x, int) { return QVector4D(x == 0 ? 1.0F : 0.0F, 0, 0, 1); }),
+        GL_RGBA16F));
+    columnsOnly->setFilter(GL_NEAREST, GL_LINEAR);
+    columnsOnly->setParameter(GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+    const Pixels across = renderSky(alongTheAxes[4], nullptr, columnsOnly.get());
+    EXPECT_NEAR(across.at(width / 2 - 1, height / 2).x(), 0.5F, 0.02F);
+    EXPECT_NEAR(across.at(width / 2, height / 2).x(), 0.5F, 0.02F);
+
     const Pixels above = renderSky(alongTheAxes[2], nullptr, image.get());
     const Pixels below = renderSky(alongTheAxes[3], nullptr, image.get());
     for (int y = height / 2 - 2; y < height / 2 + 2; ++y) {
@@ -254,7 +270,7 @@ TEST_F(SkyboxRenderPassTest, DrawsOnlyWhereTheStencilIsZero)
     depth.setImage2D(0, GL_DEPTH24_STENCIL8, width, height, GL_DEPTH_STENCIL, GL_UNSIGNED_INT_24_8,
                      depthStencil.data());
     const Pixels picture = renderSky(alongTheAxes[5], cubemap.get(), nullptr, frame.get(), &depth);
-    EXPECT_EQ(outputTexture(m_pass), frame.get());
+    EXPECT_EQ(outputTexture(*m_pass), frame.get());
     for (int y = 0; y < height; ++y) {
         for (int x = 0; x < width; ++x) {
             if (stencil(x, y) != 0U) {
@@ -275,21 +291,24 @@ TEST_F(SkyboxRenderPassTest, PooledTexturesStandInFrameAfterFrame)
     const std::unique_ptr<Texture> cubemap = makeCubemap(1);
     // The pool hands out textures with what their last user left: here a stencil that lets nothing through.
     TextureManager* pool = TextureManager::Instance();
-    Texture* used = pool->tempTexture(TextureFormat::Depth24Stencil8, width, height);
-    const std::vector<unsigned int> full(static_cast<size_t>(width * height), 0xffffffffU);
-    used->setImage2D(0, GL_DEPTH24_STENCIL8, width, height, GL_DEPTH_STENCIL, GL_UNSIGNED_INT_24_8,
-                     full.data());
-    pool->releaseTempTextureRef(used, 1);
-
-    m_pass.setup(nullptr);
-    for (int frame = 0; frame < 2; ++frame) {
-        // The second frame's environment is empty, so that the whole frame is what it was cleared to.
-        const Pixels picture = renderSky(alongTheAxes[0], cubemap.get(), nullptr);
-        EXPECT_EQ(picture.at(1, 1), QVector4D(0, 0, 0, 0.5F));
-        EXPECT_EQ(picture.at(width - 1, height - 1), QVector4D(0, 0, 0, 0.5F));
-    }
-    m_pass.teardown(nullptr);
-    EXPECT_EQ(renderSky(alongTheAxes[0], cubemap.get(), nullptr).at(3, 3), QVector4D(0, 0, 0, 0.5F))
+    const auto fillStencil = [&] {
+        Texture* used = pool->tempTexture(TextureFormat::Depth24Stencil8, width, height);
+        const std::vector<unsigned int> full(static_cast<size_t>(width * height), 0xffffffffU);
+        used->setImage2D(0, GL_DEPTH24_STENCIL8, width, height, GL_DEPTH_STENCIL, GL_UNSIGNED_INT_24_8,
+                         full.data());
+        pool->releaseTempTextureRef(used, 1);
+    };
+    const QVector4D sky(0, 0, 0, 0.5F);
+    m_pass->setup(nullptr);
+    fillStencil();
+    EXPECT_EQ(renderSky(alongTheAxes[0], cubemap.get(), nullptr).at(1, 1), sky);
+    // A second frame, in the state in which the first one left the context.
+    fillStencil();
+    m_pass->start(nullptr);
+    EXPECT_EQ(readTexture(outputTexture(*m_pass)).at(width - 1, height - 1), sky);
+    pool->releaseTempTextureRef(outputTexture(*m_pass), 1);
+    m_pass->teardown(nullptr);
+    EXPECT_EQ(renderSky(alongTheAxes[0], cubemap.get(), nullptr).at(3, 3), sky)
         << "after a teardown it builds everything anew";
 
     // Without an environment the frame comes out as it came in.

@@ -38,6 +38,12 @@ Pixels upsideDown(const QImage& image)
 class TextureLoaderRenderPassTest : public GLTest
 {
 protected:
+    void TearDown() override
+    {
+        m_pass.reset();
+        GLTest::TearDown();
+    }
+
     void SetUp() override
     {
         GLTest::SetUp();
@@ -46,7 +52,7 @@ protected:
 
     QString path(const QString& name) const { return m_folder.filePath(name); }
 
-    Pixels load(const QString& file) { return render(m_pass, {file}); }
+    Pixels load(const QString& file) { return render(*m_pass, {file}); }
 
     /// How many lines said why a picture was replaced; they are forgotten.
     qsizetype numNotices()
@@ -57,7 +63,7 @@ protected:
         return fresh;
     }
 
-    TextureLoaderRenderPass m_pass;
+    std::unique_ptr<TextureLoaderRenderPass> m_pass = std::make_unique<TextureLoaderRenderPass>();
 
 private:
     QTemporaryDir m_folder;
@@ -102,7 +108,7 @@ TEST_F(TextureLoaderRenderPassTest, ShowsEveryFormatOfImagesRight)
         const QString file = path(QString::fromLatin1(c.name) + QStringLiteral(".png"));
         ASSERT_TRUE(picture.convertToFormat(c.format).save(file));
         EXPECT_TRUE(equal(load(file), upsideDown(picture), lastPlace)) << c.name;
-        EXPECT_EQ(outputTexture(m_pass)->size(), picture.size());
+        EXPECT_EQ(outputTexture(*m_pass)->size(), picture.size());
     }
 
     // Every lossless file format that Qt writes here.
@@ -186,8 +192,8 @@ TEST_F(TextureLoaderRenderPassTest, SaysOnceWhyAFileIsNotShown)
 TEST_F(TextureLoaderRenderPassTest, ReadsAndUploadsOnlyWhenThePathChanges)
 {
     // An unset path is the one that was in force, so nothing is uploaded.
-    runFrame(m_pass, {QVariant()});
-    Texture* texture = outputTexture(m_pass);
+    runFrame(*m_pass, {QVariant()});
+    Texture* texture = outputTexture(*m_pass);
     ASSERT_TRUE(texture);
     EXPECT_TRUE(texture->size().isEmpty());
     EXPECT_EQ(numNotices(), 0);
@@ -214,7 +220,7 @@ TEST_F(TextureLoaderRenderPassTest, ReadsAndUploadsOnlyWhenThePathChanges)
 
     EXPECT_TRUE(equal(load(QString()), white)) << "a path that is taken away";
     EXPECT_EQ(numNotices(), 1);
-    EXPECT_EQ(outputTexture(m_pass), texture) << "one texture for the life of the pass";
+    EXPECT_EQ(outputTexture(*m_pass), texture) << "one texture for the life of the pass";
 }
 
 } // namespace

@@ -1,0 +1,268 @@
+// The compositing passes against GL by hand: a program for the one operator, or for the one environment,
+// drawn into a texture that is made once.
+
+#include <QMatrix4x4>
+#include <QRect>
+
+#include <array>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <epoxy/gl.h>
+
+#include "support/Sides.h"
+#include <Qel/RenderPasses/compositing/BlendRenderPass.h>
+#include <Qel/RenderPasses/compositing/SkyboxRenderPass.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/Texture.h>
+#include <Qel/gl/TextureManager.h>
+
+namespace Morvane::Qel::Bench {
+
+namespace {
+
+constexpr int width = 1920;
+constexpr int height = 1080;
+
+unsigned int compile(const std::string& vertexSource, const std::string& fragmentSource)
+{
+    const unsigned int program = glCreateProgram();
+    for (const auto& [stage, source] :
+         {std::pair{GL_VERTEX_SHADER, &vertexSource}, std::pair{GL_FRAGMENT_SHADER, &fragmentSource}}) {
+        const unsigned int shader = glCreateShader(static_cast<unsigned int>(stage));
+        const char* text = source->c_str();
+        glShaderSource(shader, 1, &text, nullptr);
+        glCompileShader(shader);
+        glAttachShader(program, shader);
+        glDeleteShader(shader);
+    }
+    glLinkProgram(program);
+    int linked = GL_FALSE;
+    glGetProgramiv(program, GL_LINK_STATUS, &linked);
+    if (linked == GL_FALSE) {
+        qFatal("the program of the benchmark does not build:\n%s", fragmentSource.c_str());
+    }
+    return program;
+}
+
+/// What a program by hand needs around it: a framebuffer of RGBA16F and a vertex array without attributes.
+/// The GL objects live as long as the program runs.
+class ByHand
+{
+public:
+    ByHand()
+    {
+        glGenVertexArrays(1, &m_vertexArray);
+        glGenTextures(1, &m_target);
+        glActiveTexture(GL_TEXTURE0);
+        glBindTexture(GL_TEXTURE_2D, m_target);
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA16F, width, height, 0, GL_RGBA, GL_HALF_FLOAT, nullptr);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+        glGenFramebuffers(1, &m_framebuffer);
+        glBindFramebuffer(GL_FRAMEBUFFER, m_framebuffer);
+        glFramebufferTexture(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, m_target, 0);
+        glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    }
+
+    /// Draws one oversized triangle, without saving or restoring anything that the library's side would rely
+    /// on.
+    void draw(unsigned int program, const std::vector<Texture*>& textures) const
+    {
+        glBindFramebuffer(GL_FRAMEBUFFER, m_framebuffer);
+        glViewport(0, 0, width, height);
+        glDisable(GL_DEPTH_TEST);
+        glDisable(GL_BLEND);
+        glUseProgram(program);
+        for (size_t i = 0; i < textures.size(); ++i) {
+            glActiveTexture(static_cast<unsigned int>(GL_TEXTURE0 + i));
+            glBindTexture(textures[i]->target(), textures[i]->textureID());
+        }
+        glBindVertexArray(m_vertexArray);
+        glDrawArrays(GL_TRIANGLES, 0, 3);
+        glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    }
+
+private:
+    unsigned int m_vertexArray = 0;
+    unsigned int m_target = 0;
+    unsigned int m_framebuffer = 0;
+};
+
+/// Runs one side after the other's GL calls: each may find any binding.
+std::function<void()> librarySide(RenderPass& pass)
+{
+    return [&pass] {
+        OpenGLDeviceContext::current()->makeCurrent();
+        pass.start(nullptr);
+    };
+}
+
+std::unique_ptr<Texture> makePicture(int seed)
+{
+    std::vector<unsigned char> texels(static_cast<size_t>(width * height * 4));
+    for (size_t i = 0; i < texels.size(); i += 4) {
+        const size_t n = (i / 4 * 2654435761U + static_cast<size_t>(seed)) >> 7U;
+        const auto alpha = static_cast<unsigned char>(1 + n % 255);
+        texels[i] = static_cast<unsigned char>((n >> 8U) % (alpha + 1U));
+        texels[i + 1] = static_cast<unsigned char>((n >> 12U) % (alpha + 1U));
+        texels[i + 2] = static_cast<unsigned char>((n >> 16U) % (alpha + 1U));
+        texels[i + 3] = alpha;
+    }
+    auto picture = std::make_unique<Texture>();
+    picture->setFilter(GL_LINEAR, GL_LINEAR);
+    picture->setWrap(GL_CLAMP_TO_EDGE);
+    picture->setImage2D(0, GL_RGBA8, width, height, GL_RGBA, GL_UNSIGNED_BYTE, texels.data());
+    return picture;
+}
+
+/// The operators in the order of their numbers, of the texels s and d; S and D are their colours.
+struct Operator
+{
+    const char* name;
+    const char* expression;
+};
+const std::array<Operator, 26> operators{
+    Operator{"Clear", "vec4(0.0)"},
+    {"Source", "s"},
+    {"Destination", "d"},
+    {"SourceOver", "vec4(S + D * (1.0 - s.a), u)"},
+    {"DestinationOver", "vec4(D + S * (1.0 - d.a), u)"},
+    {"SourceIn", "s * d.a"},
+    {"DestinationIn", "d * s.a"},
+    {"SourceOut", "s * (1.0 - d.a)"},
+    {"DestinationOut", "d * (1.0 - s.a)"},
+    {"SourceAtop", "vec4(S * d.a + D * (1.0 - s.a), d.a)"},
+    {"DestinationAtop", "vec4(D * s.a + S * (1.0 - d.a), s.a)"},
+    {"Xor", "vec4(o, s.a + d.a - 2.0 * s.a * d.a)"},
+    {"Add", "s + d"},
+    {"Multiply", "vec4(S * D + o, u)"},
+    {"Screen", "vec4(S + D - S * D, u)"},
+    {"Overlay", "vec4(mix(S * (1.0 + d.a) + D * (1.0 + s.a) - 2.0 * S * D - d.a * s.a, 2.0 * S * D + o, "
+                "lessThanEqual(2.0 * D, vec3(1.0))), u)"},
+    {"Darken", "vec4(min(S * d.a, D * s.a) + o, u)"},
+    {"Lighten", "vec4(max(S * d.a, D * s.a) + o, u)"},
+    {"ColorDodge", "vec4(mix(s.a * d.a * min(vec3(1.0), D / d.a * s.a / (s.a - S)) + o, "
+                   "mix(s.a * d.a + o, S * (1.0 - d.a), equal(D, vec3(0.0))), equal(S, vec3(s.a))), u)"},
+    {"ColorBurn", "vec4(mix(s.a * d.a * (1.0 - min(vec3(1.0), (1.0 - D / d.a) * s.a / S)) + o, "
+                  "mix(vec3(0.0), vec3(s.a * d.a), equal(D, vec3(d.a))) + D * (1.0 - s.a), "
+                  "equal(S, vec3(0.0))), u)"},
+    {"HardLight", "vec4(mix(S * (1.0 + d.a) + D * (1.0 + s.a) - 2.0 * S * D - d.a * s.a, 2.0 * S * D + o, "
+                  "lessThanEqual(2.0 * S, vec3(s.a))), u)"},
+    {"SoftLight", "vec4(mix(d.a * (2.0 * S - s.a) * mix(sqrt(m) - m, m * (m * (16.0 * m - 12.0) - 3.0), "
+                  "lessThanEqual(4.0 * D, vec3(d.a))) + S - S * d.a + D, "
+                  "D * (s.a + (2.0 * S - s.a) * (1.0 - m)) + o, lessThanEqual(2.0 * S, vec3(s.a))), u)"},
+    {"Exclusion", "vec4(S * d.a + D * s.a - 2.0 * S * D + o, u)"},
+    {"Difference", "vec4(S + D - 2.0 * min(S * d.a, D * s.a), u)"},
+    {"InvertAndAdd", "vec4(o + (0.5 - 0.5 * (D - S)) * s.a * d.a, u)"},
+    {"MultiplyKeepAlpha", "s * d"},
+};
+
+const std::string triangleSource = R"(#version 150
+out vec2 uv;
+void main()
+{
+    uv = vec2(gl_VertexID == 1 ? 2.0 : 0.0, gl_VertexID == 2 ? 2.0 : 0.0);
+    gl_Position = vec4(2.0 * uv - 1.0, 0.0, 1.0);
+}
+)";
+
+void Blend(benchmark::State& state)
+{
+    const Operator& op = operators.at(static_cast<size_t>(state.range(0)));
+    state.SetLabel(op.name);
+    const unsigned int program = compile(triangleSource, std::string(R"(#version 150
+uniform sampler2D A;
+uniform sampler2D B;
+in vec2 uv;
+out vec4 color;
+void main()
+{
+    vec4 s = texture(A, uv);
+    vec4 d = texture(B, uv);
+    vec3 S = s.rgb;
+    vec3 D = d.rgb;
+    float u = s.a + d.a - s.a * d.a;
+    vec3 o = S * (1.0 - d.a) + D * (1.0 - s.a);
+    vec3 m = D / d.a;
+    color = )") + op.expression + ";\n}\n");
+    glUseProgram(program);
+    glUniform1i(glGetUniformLocation(program, "A"), 0);
+    glUniform1i(glGetUniformLocation(program, "B"), 1);
+    const std::unique_ptr<Texture> a = makePicture(1);
+    const std::unique_ptr<Texture> b = makePicture(2);
+    BlendRenderPass pass(static_cast<BlendRenderPass::BlendMode>(state.range(0)));
+    pass.setInput(BlendRenderPass::Viewport, QRect(0, 0, width, height));
+    pass.setInput(BlendRenderPass::FrameA, QVariant::fromValue<QObject*>(a.get()));
+    pass.setInput(BlendRenderPass::FrameB, QVariant::fromValue<QObject*>(b.get()));
+    const ByHand byHand;
+    compareSides(state, Wait::Pixels, librarySide(pass), [&] { byHand.draw(program, {a.get(), b.get()}); });
+    glDeleteProgram(program);
+}
+
+BENCHMARK(Blend)->DenseRange(0, 25)->Unit(benchmark::kMillisecond);
+
+void Skybox(benchmark::State& state)
+{
+    constexpr int faceSize = 512;
+    const std::vector<unsigned char> texels(static_cast<size_t>(faceSize * faceSize * 4), 128);
+    Texture cubemap;
+    cubemap.setTarget(GL_TEXTURE_CUBE_MAP);
+    cubemap.setFilter(GL_LINEAR, GL_LINEAR);
+    for (unsigned int face = 0; face < 6; ++face) {
+        cubemap.setFaceImage(GL_TEXTURE_CUBE_MAP_POSITIVE_X + face, 0, GL_RGBA8, faceSize, faceSize, GL_RGBA,
+                             GL_UNSIGNED_BYTE, texels.data());
+    }
+    QMatrix4x4 projection;
+    projection.perspective(60.0F, static_cast<float>(width) / static_cast<float>(height), 0.1F, 100.0F);
+    QMatrix4x4 camera;
+    camera.rotate(30.0F, 0.3F, 1.0F, 0.2F);
+    const QMatrix4x4 toDirection = (projection * camera).inverted();
+
+    const unsigned int program = compile(R"(#version 150
+uniform mat4 toDirection;
+out vec3 direction;
+void main()
+{
+    vec2 p = vec2(gl_VertexID == 1 ? 3.0 : -1.0, gl_VertexID == 2 ? 3.0 : -1.0);
+    gl_Position = vec4(p, 0.0, 1.0);
+    direction = (toDirection * gl_Position).xyz;
+}
+)",
+                                         R"(#version 150
+uniform samplerCube environment;
+in vec3 direction;
+out vec4 color;
+void main()
+{
+    color = texture(environment, direction);
+}
+)");
+    glUseProgram(program);
+    glUniform1i(glGetUniformLocation(program, "environment"), 0);
+    glUniformMatrix4fv(glGetUniformLocation(program, "toDirection"), 1, GL_FALSE, toDirection.constData());
+    SkyboxRenderPass pass;
+    pass.setInput(SkyboxRenderPass::Viewport, QRect(0, 0, width, height));
+    pass.setInput(SkyboxRenderPass::ProjectionMatrix, projection);
+    pass.setInput(SkyboxRenderPass::CameraMatrix, camera);
+    pass.setInput(SkyboxRenderPass::Cubemap, QVariant::fromValue<QObject*>(&cubemap));
+    // A frame and a stencil of the caller's, so that the pass has nothing to clear, as behind a scene.
+    TextureManager* pool = TextureManager::Instance();
+    Texture* frame = pool->tempTexture(TextureFormat::RGBA16F, width, height);
+    Texture depth;
+    const std::vector<unsigned int> background(static_cast<size_t>(width * height), 0U);
+    depth.setImage2D(0, GL_DEPTH24_STENCIL8, width, height, GL_DEPTH_STENCIL, GL_UNSIGNED_INT_24_8,
+                     background.data());
+    pass.setInput(SkyboxRenderPass::InputFrame, QVariant::fromValue<QObject*>(frame));
+    pass.setInput(SkyboxRenderPass::Depth, QVariant::fromValue<QObject*>(&depth));
+    pass.setNumOutputUsers(SkyboxRenderPass::Frame, 1);
+    const ByHand byHand;
+    compareSides(state, Wait::Pixels, librarySide(pass), [&] { byHand.draw(program, {&cubemap}); });
+    pool->releaseTempTextureRef(frame, 1);
+    glDeleteProgram(program);
+}
+BENCHMARK(Skybox)->Unit(benchmark::kMillisecond);
+
+} // namespace
+
+} // namespace Morvane::Qel::Bench
