@@ -59,6 +59,12 @@ void makeStateDirty()
     glViewport(5, 6, 7, 8);
 }
 
+/// How many pooled textures a pass holds from frame to frame.
+int numKeptTextures(const QString& type)
+{
+    return type == QLatin1StringView("TemporalAARenderPass") ? 1 : 0;
+}
+
 class PassProperties : public GLTest, public testing::WithParamInterface<QString>
 {
 };
@@ -76,7 +82,8 @@ TEST_P(PassProperties, DrawsTheSameWhateverTheStateWasAndReturnsItsTextures)
             host.connectInputs();
             clean.push_back(host.runFrame());
             cleanScreens.push_back(readScreen(host.size().width(), host.size().height()));
-            EXPECT_EQ(TextureManager::Instance()->numReferences(), 0) << "after frame " << frame;
+            EXPECT_EQ(TextureManager::Instance()->numReferences(), numKeptTextures(GetParam()))
+                << "after frame " << frame;
         }
     }
     srand48(1);
@@ -104,14 +111,15 @@ TEST_P(PassProperties, SurvivesMissingAndWrongInputs)
         host.setInputs(everywhere);
         host.runFrame();
         host.runFrame();
-        EXPECT_EQ(TextureManager::Instance()->numReferences(), 0);
+        EXPECT_EQ(TextureManager::Instance()->numReferences(), numKeptTextures(GetParam()));
     }
     // One input missing at a time.
     for (int missing = 0; missing < host.pass().numInputs(); ++missing) {
         host.connectInputs();
         host.disconnectInput(missing);
         host.runFrame();
-        EXPECT_EQ(TextureManager::Instance()->numReferences(), 0) << "without input " << missing;
+        EXPECT_EQ(TextureManager::Instance()->numReferences(), numKeptTextures(GetParam()))
+            << "without input " << missing;
     }
 }
 
@@ -133,9 +141,9 @@ TEST_P(PassProperties, FollowsAHundredSizesAndLeavesNoObject)
             for (const Pixels& picture : host.runFrame()) {
                 EXPECT_GT(picture.width, 0);
             }
-            EXPECT_EQ(TextureManager::Instance()->numReferences(), 0);
+            EXPECT_EQ(TextureManager::Instance()->numReferences(), numKeptTextures(GetParam()));
         }
-        EXPECT_LT(TextureManager::Instance()->numTextures(), 40) << "the pool keeps sizes that nobody uses";
+        EXPECT_LT(TextureManager::Instance()->numTextures(), 60) << "the pool keeps sizes that nobody uses";
     }
     TextureManager::Instance()->releaseFreeTextures();
     EXPECT_EQ(livingObjects(), before);

@@ -11,6 +11,7 @@
 #include <epoxy/gl.h>
 
 #include "support/Models.h"
+#include <Qel/core/MetaTypes.h>
 #include <Qel/gl/DrawBuffers.h>
 #include <Qel/gl/Guards.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
