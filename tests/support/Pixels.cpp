@@ -22,6 +22,17 @@ Pixels Pixels::generate(int width, int height, const std::function<QVector4D(int
     return pixels;
 }
 
+Pixels Pixels::roundedToBytes() const
+{
+    return generate(width, height, [&](int x, int y) {
+        QVector4D value = at(x, y);
+        for (int c = 0; c < 4; ++c) {
+            value[c] = std::round(value[c] * 255.0F) / 255.0F;
+        }
+        return value;
+    });
+}
+
 Pixels readTexture(Texture* texture)
 {
     const AutoBinder binder(texture);

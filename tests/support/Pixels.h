@@ -26,6 +26,10 @@ struct Pixels
 
     /// A picture whose pixel (x, y) is f(x, y).
     static Pixels generate(int width, int height, const std::function<QVector4D(int, int)>& f);
+
+    /// The picture with every component at the nearest n / 255: drivers do not agree on the last bit of the
+    /// floats that they read 8-bit textures as.
+    Pixels roundedToBytes() const;
 };
 
 /// Level 0 of a 2D texture, or the depth of a depth texture in all four components.

@@ -203,6 +203,7 @@ void ShaderRenderPass::classifyPorts()
     // The two index lists grow by a second copy when inputs are added after the first start: deliberate. Its
     // effect is that outputs are then rendered twice, so all ports belong before the first start.
     m_uniformNames.clear();
+    m_plainInputs.clear();
     for (int i = 0; i < numInputs(); ++i) {
         const QString name = inputName(i);
         QString uniform = name;
@@ -212,6 +213,8 @@ void ShaderRenderPass::classifyPorts()
         } else if (name.startsWith(geometryPrefix)) {
             m_geometryInput = i;
             uniform = QStringLiteral("u_") + name.sliced(geometryPrefix.size());
+        } else {
+            m_plainInputs.push_back(i);
         }
         m_uniformNames.push_back(uniform.toUtf8());
     }
@@ -261,8 +264,8 @@ void ShaderRenderPass::applyBlendMode()
 
 void ShaderRenderPass::setUniforms()
 {
-    for (size_t i = 0; i < m_inputs.size(); ++i) {
-        const QVariant& value = m_inputs[i].value;
+    for (const int i : m_plainInputs) {
+        const QVariant& value = m_inputs[static_cast<size_t>(i)].value;
         switch (value.typeId()) {
         case QMetaType::Bool:
         case QMetaType::Int:
@@ -275,7 +278,7 @@ void ShaderRenderPass::setUniforms()
         case QMetaType::QVector2D:
         case QMetaType::QVector3D:
         case QMetaType::QVector4D:
-            m_program->setUniform(m_uniforms[i], value);
+            m_program->setUniform(m_uniforms[static_cast<size_t>(i)], value);
             break;
         default:
             break;

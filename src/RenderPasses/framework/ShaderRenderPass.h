@@ -93,6 +93,7 @@ private:
     BlendMode m_blendMode = BlendMode::None;
     std::vector<int> m_textureInputs;
     std::vector<int> m_textureOutputs;
+    std::vector<int> m_plainInputs;
     std::vector<QByteArray> m_uniformNames;
     /// The uniforms of those names.
     std::vector<Uniform> m_uniforms;

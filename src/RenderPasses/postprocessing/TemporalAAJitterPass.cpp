@@ -3,6 +3,7 @@
 #include <QRect>
 
 #include <cstdlib>
+#include <utility>
 
 #include "support/ViewWatch.h"
 
@@ -65,7 +66,11 @@ void TemporalAAJitterPass::start(RenderCallbacks* /*callbacks*/)
         jitter.translate(dx, dy, 0.0F);
         --m_framesLeft;
     }
-    m_outputs[JitteredProjectionMatrix].value = jitter * projection;
+    // A matrix lives on the heap in a variant. Of two that take turns, the one that nobody holds any more is
+    // written in place.
+    std::swap(m_values[0], m_values[1]);
+    *static_cast<QMatrix4x4*>(m_values[0].data()) = jitter * projection;
+    m_outputs[JitteredProjectionMatrix].value = m_values[0];
 }
 
 } // namespace Morvane::Qel

@@ -3,6 +3,9 @@
 #include <Qel/RenderPasses/Export.h>
 #include <Qel/core/RenderPassHelper.h>
 
+#include <QMatrix4x4>
+
+#include <array>
 #include <memory>
 
 namespace Morvane::Qel {
@@ -44,6 +47,7 @@ public:
 private:
     std::unique_ptr<ViewWatch> m_view;
     int m_framesLeft = 0;
+    std::array<QVariant, 2> m_values{QMatrix4x4(), QMatrix4x4()};
 };
 
 } // namespace Morvane::Qel

@@ -645,13 +645,9 @@ ShaderProgram::~ShaderProgram()
     if (context) {
         context->bindings().forget(this);
     }
-    if (m_linked.name == 0) {
-        return;
-    }
-    if (context && context == m_context) {
+    // Without its context the GL object is out of reach, and goes with the context.
+    if (m_linked.name != 0 && context && context == m_context) {
         context->programCache().give(m_cacheKey, std::move(m_linked));
-    } else {
-        glDeleteProgram(m_linked.name);
     }
 }
 
