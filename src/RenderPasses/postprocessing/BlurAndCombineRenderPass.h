@@ -9,8 +9,8 @@ namespace Morvane::Qel {
 ///
 /// Reads two colour textures, whose filters it sets to linear and whose wrap modes to clamp to edge; writes a
 /// pooled texture (RGBA, 16-bit floats) of the viewport's size, whose references its consumers own. All four
-/// channels are added, alpha too, and nothing is clamped. A radius or an amount of 0 or less passes the normal
-/// frame on as it is.
+/// channels are added, alpha too, and nothing is clamped. A radius or an amount of 0 or less passes the
+/// normal frame on as it is.
 ///
 /// Texels of the blur frame whose alpha is 0 stay as they are in the horizontal draw, but not in the vertical
 /// one. The threshold makes what is darker transparent, so that with it glow spreads upwards and downwards
