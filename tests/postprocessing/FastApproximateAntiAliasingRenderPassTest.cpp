@@ -143,8 +143,8 @@ Pixels makePicture()
 {
     std::mt19937 random(7);
     return Pixels::generate(size, size, [&](int x, int y) {
-        const bool inside =
-            (x - 20) * (x - 20) + (y - 40) * (y - 40) < 230 || 9 * y < x + 60 || x > 52 + y / 14;
+        const bool inside = (x - 20) * (x - 20) + (y - 40) * (y - 40) < 230 || 9 * y < x + 60 ||
+                            x > 52 + y / 22 || (y > 57 - x / 23 && y < 61);
         const auto level = [&](float bright, float dark) {
             const auto noise = static_cast<float>(random() % 1000) / 1000.0F - 0.5F;
             return std::round(255.0F * ((inside ? bright : dark) + 0.03F * noise)) / 255.0F;

@@ -201,6 +201,26 @@ TEST_F(SMAARenderPassTest, SmoothsDiagonals)
     }
 }
 
+// A ramp of a few steps between two levels: both ends of its diagonal are found, and turn differently.
+TEST_F(SMAARenderPassTest, TreatsRisingAndFallingRampsAlike)
+{
+    constexpr int extent = 40;
+    const auto mirrored = [](const Pixels& pixels) {
+        return Pixels::generate(extent, extent, [&](int x, int y) { return pixels.at(extent - 1 - x, y); });
+    };
+    // A diagonal takes the texel's other edge with it, but not that of the mirrored texel, to which a riser
+    // of one texel still gives its eighth.
+    constexpr float tolerance = 0.125F;
+    for (int length = 3; length <= 9; ++length) {
+        const Pixels rising = Pixels::generate(extent, extent, [&](int x, int y) {
+            return y < 15 + std::clamp(x - 15, 0, length) ? QVector4D(1, 1, 1, 1) : QVector4D(0, 0, 0, 1);
+        });
+        const Pixels result = run(rising)[Pass::AntiAliasedFrame];
+        EXPECT_TRUE(equal(run(mirrored(rising))[Pass::AntiAliasedFrame], mirrored(result), tolerance))
+            << length;
+    }
+}
+
 TEST_F(SMAARenderPassTest, KeepsCornersSharp)
 {
     // A rectangle whose sides are longer than short shapes, which are rounded more. At its corner the line

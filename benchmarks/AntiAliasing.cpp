@@ -1,0 +1,240 @@
+// FXAA and SMAA against the same shaders drawn by hand.
+
+#include <QRect>
+#include <QVector4D>
+
+#include <memory>
+#include <vector>
+
+#include <epoxy/gl.h>
+
+#include "support/Sides.h"
+#include "support/SmaaTables.h"
+#include <Qel/RenderPasses/postprocessing/FastApproximateAntiAliasingRenderPass.h>
+#include <Qel/RenderPasses/postprocessing/SMAARenderPass.h>
+#include <Qel/gl/GLSLMacroProcessor.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/Texture.h>
+
+namespace Morvane::Qel::Bench {
+namespace {
+
+/// Slanted bands: silhouettes a few dozen pixels apart, as finished frames have them.
+std::unique_ptr<Texture> makeFrame(int width, int height)
+{
+    std::vector<unsigned char> texels;
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            const auto level =
+                static_cast<unsigned char>((y + x / 7 + 3 * (x / 50)) / 40 % 2 == 0 ? 60 : 190);
+            texels.insert(texels.end(), {level, level, static_cast<unsigned char>(level / 2), 255});
+        }
+    }
+    auto frame = std::make_unique<Texture>();
+    frame->setFilter(GL_LINEAR, GL_LINEAR);
+    frame->setWrap(GL_CLAMP_TO_EDGE);
+    frame->setImage2D(0, GL_RGBA8, width, height, GL_RGBA, GL_UNSIGNED_BYTE, texels.data());
+    return frame;
+}
+
+std::unique_ptr<Texture> makeTable(unsigned int internalFormat, int width, int height, unsigned int format,
+                                   const unsigned char* bytes)
+{
+    auto table = std::make_unique<Texture>();
+    table->setFilter(GL_LINEAR, GL_LINEAR);
+    table->setWrap(GL_CLAMP_TO_EDGE);
+    table->setImage2D(0, internalFormat, width, height, format, GL_UNSIGNED_BYTE, bytes);
+    return table;
+}
+
+/// One full-screen draw in plain GL into a texture of its own.
+class DrawByHand
+{
+public:
+    /// The functions and the main of the stages, which find the texture coordinate in `at`.
+    DrawByHand(int width, int height, const QString& vertex, const QString& fragment, const QString& file,
+               const std::vector<const char*>& samplers);
+    ~DrawByHand()
+    {
+        glDeleteVertexArrays(1, &m_vertexArray);
+        glDeleteFramebuffers(1, &m_framebuffer);
+        glDeleteTextures(1, &m_target);
+    }
+    DrawByHand(const DrawByHand&) = delete;
+    DrawByHand& operator=(const DrawByHand&) = delete;
+
+    void draw(const std::vector<unsigned int>& textures) const
+    {
+        glBindFramebuffer(GL_FRAMEBUFFER, m_framebuffer);
+        glViewport(0, 0, m_width, m_height);
+        glClear(GL_COLOR_BUFFER_BIT);
+        glUseProgram(m_program.programID());
+        glBindVertexArray(m_vertexArray);
+        for (size_t unit = 0; unit < textures.size(); ++unit) {
+            glActiveTexture(GL_TEXTURE0 + static_cast<unsigned int>(unit));
+            glBindTexture(GL_TEXTURE_2D, textures[unit]);
+        }
+        glDrawArrays(GL_TRIANGLES, 0, 3);
+        glBindVertexArray(0);
+        glUseProgram(0);
+        glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    }
+    unsigned int target() const { return m_target; }
+
+private:
+    int m_width;
+    int m_height;
+    ShaderProgram m_program;
+    unsigned int m_vertexArray = 0;
+    unsigned int m_framebuffer = 0;
+    unsigned int m_target = 0;
+};
+
+DrawByHand::DrawByHand(int width, int height, const QString& vertex, const QString& fragment,
+                       const QString& file, const std::vector<const char*>& samplers)
+    : m_width(width)
+    , m_height(height)
+{
+    GLSLMacroProcessor processor;
+    processor.addDefine(QStringLiteral("SMAA_RT_METRICS"), QStringLiteral("metrics"));
+    processor.addDefine(QStringLiteral("SMAA_GLSL_3"), QStringLiteral("1"));
+    processor.addDefine(QStringLiteral("SMAA_PRESET_ULTRA"), QStringLiteral("1"));
+    m_program.setMacroProcessor(&processor);
+    m_program.addShader(GL_VERTEX_SHADER,
+                        QStringLiteral("#version 150\n#define SMAA_INCLUDE_VS 1\n#define SMAA_INCLUDE_PS 0\n"
+                                       "uniform vec4 metrics;\nout vec2 at;\n") +
+                            vertex,
+                        {});
+    m_program.addShader(GL_FRAGMENT_SHADER,
+                        QStringLiteral("#version 150\n#define SMAA_INCLUDE_VS 0\n#define SMAA_INCLUDE_PS 1\n"
+                                       "uniform vec4 metrics;\nin vec2 at;\n") +
+                            fragment,
+                        {});
+    if (!file.isEmpty()) {
+        m_program.addShaderFromFile(GL_FRAGMENT_SHADER, file);
+    }
+    m_program.bind();
+    m_program.setUniform(QStringLiteral("metrics"),
+                         QVector4D(1.0F / static_cast<float>(width), 1.0F / static_cast<float>(height),
+                                   static_cast<float>(width), static_cast<float>(height)));
+    for (size_t unit = 0; unit < samplers.size(); ++unit) {
+        m_program.setUniform(QLatin1StringView(samplers[unit]), static_cast<int>(unit));
+    }
+    m_program.release();
+
+    glGenVertexArrays(1, &m_vertexArray);
+    glGenTextures(1, &m_target);
+    glBindTexture(GL_TEXTURE_2D, m_target);
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, width, height, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+    for (const GLenum filter : {GL_TEXTURE_MIN_FILTER, GL_TEXTURE_MAG_FILTER}) {
+        glTexParameteri(GL_TEXTURE_2D, filter, GL_LINEAR);
+    }
+    for (const GLenum wrap : {GL_TEXTURE_WRAP_S, GL_TEXTURE_WRAP_T}) {
+        glTexParameteri(GL_TEXTURE_2D, wrap, GL_CLAMP_TO_EDGE);
+    }
+    glGenFramebuffers(1, &m_framebuffer);
+    glBindFramebuffer(GL_FRAMEBUFFER, m_framebuffer);
+    glFramebufferTexture(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, m_target, 0);
+    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+}
+
+/// Places the corner and its texture coordinate.
+const QString corner =
+    QStringLiteral("at = vec2(gl_VertexID == 1 ? 2.0 : 0.0, gl_VertexID == 2 ? 2.0 : 0.0);\n"
+                   "gl_Position = vec4(at * 2.0 - 1.0, 0.0, 1.0);\n");
+
+void compareFxaa(benchmark::State& state, Wait wait, int width, int height)
+{
+    OpenGLDeviceContext::current()->applyBaseState();
+    const std::unique_ptr<Texture> frame = makeFrame(width, height);
+    FastApproximateAntiAliasingRenderPass pass;
+    pass.setInput(FastApproximateAntiAliasingRenderPass::Viewport, QRect(0, 0, width, height));
+    pass.setInput(FastApproximateAntiAliasingRenderPass::Frame, QVariant::fromValue<QObject*>(frame.get()));
+    const DrawByHand byHand(
+        width, height, QStringLiteral("void main() {\n%1}\n").arg(corner),
+        QStringLiteral(
+            "#include \"FXAA.glslh\"\nuniform sampler2D frame;\nout vec4 colour;\nvoid main() {\n"
+            "vec4 z = vec4(0.0);\ncolour = FxaaPixelShader(at, z, frame, frame, frame, metrics.xy, z, z, "
+            "z, 0.75, 0.166, 0.0, 8.0, 0.125, 0.05, z);\n}\n"),
+        QStringLiteral("FXAA.glslc"), {"frame"});
+    compareSides(
+        state, wait, [&] { pass.start(nullptr); }, [&] { byHand.draw({frame->textureID()}); });
+}
+
+void compareSmaa(benchmark::State& state, Wait wait, int width, int height)
+{
+    OpenGLDeviceContext::current()->applyBaseState();
+    const std::unique_ptr<Texture> frame = makeFrame(width, height);
+    SMAARenderPass pass;
+    pass.setup(nullptr);
+    pass.setInput(SMAARenderPass::Viewport, QRect(0, 0, width, height));
+    pass.setInput(SMAARenderPass::Frame, QVariant::fromValue<QObject*>(frame.get()));
+
+    const auto areas = makeTable(GL_RG8, 160, 560, GL_RG, smaaAreaTable.data());
+    const auto searches = makeTable(GL_R8, 64, 16, GL_RED, smaaSearchTable.data());
+    const QString include = QStringLiteral("#include \"SMAA.glslh\"\n");
+    const DrawByHand edges(
+        width, height,
+        include +
+            QStringLiteral("out vec4 o[3];\nvoid main() {\n%1SMAAEdgeDetectionVS(at, o);\n}\n").arg(corner),
+        include + QStringLiteral("in vec4 o[3];\nuniform sampler2D frame;\nout vec2 edges;\n"
+                                 "void main() { edges = SMAAColorEdgeDetectionPS(at, o, frame); }\n"),
+        {}, {"frame"});
+    const DrawByHand weights(
+        width, height,
+        include + QStringLiteral("out vec4 o[3];\nout vec2 pixel;\nvoid main() {\n"
+                                 "%1SMAABlendingWeightCalculationVS(at, pixel, o);\n}\n")
+                      .arg(corner),
+        include +
+            QStringLiteral("in vec4 o[3];\nin vec2 pixel;\nuniform sampler2D edges, areas, searches;\n"
+                           "out vec4 weights;\nvoid main() { weights = SMAABlendingWeightCalculationPS(at, "
+                           "pixel, o, edges, areas, searches, vec4(0.0)); }\n"),
+        {}, {"edges", "areas", "searches"});
+    const DrawByHand result(
+        width, height,
+        include + QStringLiteral("out vec4 o;\nvoid main() {\n%1SMAANeighborhoodBlendingVS(at, o);\n}\n")
+                      .arg(corner),
+        include +
+            QStringLiteral("in vec4 o;\nuniform sampler2D frame, weights;\nout vec4 colour;\n"
+                           "void main() { colour = SMAANeighborhoodBlendingPS(at, o, frame, weights); }\n"),
+        {}, {"frame", "weights"});
+    compareSides(
+        state, wait,
+        [&] {
+            OpenGLDeviceContext::current()->applyBaseState();
+            pass.start(nullptr);
+        },
+        [&] {
+            OpenGLDeviceContext::current()->applyBaseState();
+            glDisable(GL_DEPTH_TEST);
+            edges.draw({frame->textureID()});
+            weights.draw({edges.target(), areas->textureID(), searches->textureID()});
+            result.draw({frame->textureID(), weights.target()});
+        });
+    pass.teardown(nullptr);
+}
+
+void fxaaFullHD(benchmark::State& state)
+{
+    compareFxaa(state, Wait::Pixels, 1920, 1080);
+}
+void smaaFullHD(benchmark::State& state)
+{
+    compareSmaa(state, Wait::Pixels, 1920, 1080);
+}
+// Small pictures, for the pixels not to hide what the calls cost.
+void submitFxaa(benchmark::State& state)
+{
+    compareFxaa(state, Wait::Submission, 16, 16);
+}
+void submitSmaa(benchmark::State& state)
+{
+    compareSmaa(state, Wait::Submission, 16, 16);
+}
+BENCHMARK(fxaaFullHD)->Name("FXAA/1920x1080")->Unit(benchmark::kMillisecond);
+BENCHMARK(smaaFullHD)->Name("SMAA/1920x1080")->Unit(benchmark::kMillisecond);
+BENCHMARK(submitFxaa)->Name("SubmitFXAA");
+BENCHMARK(submitSmaa)->Name("SubmitSMAA");
+
+} // namespace
+} // namespace Morvane::Qel::Bench
