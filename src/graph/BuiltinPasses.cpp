@@ -14,6 +14,7 @@
 #include <Qel/RenderPasses/compositing/TextureToScreenRenderPass.h>
 #include <Qel/RenderPasses/framework/ShaderRenderPass.h>
 #include <Qel/RenderPasses/geometry/ForwardRenderPass.h>
+#include <Qel/RenderPasses/geometry/ModelRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/BlurAndCombineRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/DepthOfFieldRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/FastApproximateAntiAliasingRenderPass.h>
@@ -86,6 +87,13 @@ std::unique_ptr<RenderPass> makeBlendPass(const PassOptions& options, QString* /
         static_cast<BlendRenderPass::BlendMode>(mode.choices.indexOf(options[mode.name].toString())));
 }
 
+std::unique_ptr<RenderPass> makeModelPass(const PassOptions& options, QString* /*error*/)
+{
+    auto pass = std::make_unique<ModelRenderPass>();
+    pass->setDiscardOnDiffuseAlpha(options[QStringLiteral("discardOnDiffuseAlpha")].toBool());
+    return pass;
+}
+
 } // namespace
 
 const PassRegistry& PassRegistry::builtin()
@@ -101,6 +109,7 @@ const PassRegistry& PassRegistry::builtin()
         passes.add<GaussianBlurRenderPass>();
         passes.add<GradientRenderPass>();
         passes.add<LuminanceAverageRenderPass>();
+        passes.add(ModelRenderPass::description(), makeModelPass);
         passes.add<SMAARenderPass>();
         passes.add(ShaderRenderPass::description(), makeShaderPass);
         passes.add<SkyboxRenderPass>();

@@ -1,0 +1,209 @@
+#include <Qel/RenderPasses/geometry/ModelRenderPass.h>
+
+#include <QMatrix4x4>
+#include <QRect>
+
+#include <epoxy/gl.h>
+
+#include "support/FullScreen.h"
+#include "support/Targets.h"
+#include <Qel/gl/FramebufferObject.h>
+#include <Qel/gl/GLErrors.h>
+#include <Qel/gl/Guards.h>
+#include <Qel/gl/InstanceData.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/Texture.h>
+#include <Qel/model/GPUModel.h>
+
+namespace Morvane::Qel {
+
+namespace {
+
+constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/ModelRenderPass";
+
+// The normal is extended with w = 1, so that the last column of the normal matrix takes part. Deliberate.
+const QString vertexSource = QStringLiteral(R"(#version 150
+#instancedata "InstanceInfo"
+uniform mat4 u_CameraMatrix;
+uniform mat4 u_ProjectionMatrix;
+uniform mat4 u_NormalMatrix;
+in vec3 va_Vertex;
+in vec3 va_Normal;
+in vec2 va_TexCoord;
+out vec3 vo_Normal;
+out vec2 vo_TexCoord;
+
+void main()
+{
+    gl_Position = u_ProjectionMatrix * u_CameraMatrix * getModelMatrix() * vec4(va_Vertex, 1.0);
+    mat4 normalMatrix = u_NormalMatrix * getModelNormalMatrix();
+    vo_Normal = (normalMatrix * vec4(va_Normal, 1.0)).xyz;
+    vo_TexCoord = va_TexCoord;
+}
+)");
+
+// The line behind the marker is a comment until the marker is taken away. out_TexCoord has no attachment and
+// goes nowhere; deliberate.
+const QString discardMarker = QStringLiteral("//DODA ");
+const QString fragmentSource = QStringLiteral(R"(#version 150
+#instancedata "OBJMaterial"
+#include "TextureManager.glslh"
+in vec3 vo_Normal;
+in vec2 vo_TexCoord;
+out vec4 out_Kd;
+out vec4 out_Ks;
+out vec3 out_Normal;
+out vec2 out_TexCoord;
+out vec4 out_Id;
+
+void main()
+{
+    vec4 diffuse = managedTexture(getMap_Kd(), vo_TexCoord);
+    //DODA if (diffuse.a <= 0.01) discard;
+    out_Kd = vec4(getKd() * diffuse.rgb, getD());
+    out_Ks = vec4(getKs() * managedTexture(getMap_Ks(), vo_TexCoord).rgb, getNs());
+    out_Normal = normalize(vo_Normal);
+    out_TexCoord = vo_TexCoord;
+    out_Id = vec4(float(gl_PrimitiveID) + 1.0);
+}
+)");
+
+} // namespace
+
+const PassDescription& ModelRenderPass::description()
+{
+    static const PassDescription description{
+        QStringLiteral("ModelRenderPass"),
+        QStringLiteral("Draws a model into images of its materials, normals, depth and primitives."),
+        {{QStringLiteral("Qel_QRect_Viewport"),
+          QStringLiteral("size of the textures; the origin is ignored"),
+          QStringLiteral("no texture is made"),
+          {},
+          QStringLiteral("pixels")},
+         {QStringLiteral("Qel_QMatrix4x4_ProjectionMatrix"), QStringLiteral("eye space to clip space"),
+          QStringLiteral("identity")},
+         {QStringLiteral("Qel_QMatrix4x4_CameraMatrix"), QStringLiteral("world space to eye space"),
+          QStringLiteral("identity")},
+         {QStringLiteral("Qel_QelGPUModel*_Geometry"),
+          QStringLiteral("the model; all its batches are drawn"),
+          QStringLiteral("the textures are cleared to 0, the depth to 1")}},
+        {{QStringLiteral("Qel_QelTexture*_Diffuse"),
+          QStringLiteral("diffuse colour, alpha the dissolve; RGBA32F, owned by the pass")},
+         {QStringLiteral("Qel_QelTexture*_Specular"),
+          QStringLiteral("specular colour, alpha the shininess; RGBA32F, owned by the pass")},
+         {QStringLiteral("Qel_QelTexture*_Normal"),
+          QStringLiteral("normal in eye space, of unit length; RGB32F, owned by the pass")},
+         {QStringLiteral("Qel_QelTexture*_Depth"),
+          QStringLiteral("depth from 0 at the near plane to 1; DEPTH_COMPONENT32F, owned by the pass")},
+         {QStringLiteral("Qel_QelTexture*_Id"),
+          QStringLiteral("number of the primitive plus one, 0 where there is none; R32F, owned by the pass")}},
+        {{QStringLiteral("discardOnDiffuseAlpha"),
+          QStringLiteral("whether fragments whose diffuse map has an alpha of 0.01 or less are discarded"),
+          false}}};
+    return description;
+}
+
+ModelRenderPass::ModelRenderPass()
+    : m_attachments{{QStringLiteral("out_Kd"), GL_RGBA32F},
+                    {QStringLiteral("out_Ks"), GL_RGBA32F},
+                    {QStringLiteral("out_Normal"), GL_RGB32F},
+                    {QStringLiteral("out_Id"), GL_R32F}}
+{
+    declarePorts(description());
+}
+
+ModelRenderPass::~ModelRenderPass() = default;
+
+void ModelRenderPass::setShaderProgram(ShaderProgram* program)
+{
+    m_program = program;
+}
+
+void ModelRenderPass::setDiscardOnDiffuseAlpha(bool discard)
+{
+    m_discardOnDiffuseAlpha = discard;
+}
+
+void ModelRenderPass::start(RenderCallbacks* /*callbacks*/)
+{
+    const QRect viewport = m_inputs[Viewport].value.toRect();
+    const auto projection = m_inputs[ProjectionMatrix].value.value<QMatrix4x4>();
+    const auto camera = m_inputs[CameraMatrix].value.value<QMatrix4x4>();
+    auto* model = getInputPointer<GPUModel>(Geometry);
+
+    if (!m_framebuffer) {
+        m_framebuffer = new FramebufferObject(nullptr);
+    }
+    if (viewport.width() != m_width || viewport.height() != m_height) {
+        resize(viewport.width(), viewport.height());
+    }
+    if (!m_program) {
+        buildProgram();
+    }
+
+    const AutoBinder framebufferBinder(m_framebuffer);
+    m_framebuffer->setDrawBuffers();
+    glClearColor(0.0F, 0.0F, 0.0F, 0.0F);
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    if (model) {
+        OpenGLDeviceContext::current()->enable(GL_DEPTH_TEST);
+        const AutoBinder programBinder(m_program);
+        m_program->setUniform(m_projectionMatrix, projection);
+        m_program->setUniform(m_cameraMatrix, camera);
+        m_program->setUniform(m_normalMatrix, camera.inverted().transposed());
+        checkGLError(sourceFile, 265);
+        model->draw(m_program, 0, 0, WindingType::CounterClockwise);
+    }
+    publish();
+}
+
+void ModelRenderPass::resize(int width, int height)
+{
+    m_width = width;
+    m_height = height;
+    const AutoBinder framebufferBinder(m_framebuffer);
+    for (size_t i = 0; i < m_attachments.size(); ++i) {
+        replaceAttachment(m_framebuffer, GL_COLOR_ATTACHMENT0 + static_cast<unsigned int>(i),
+                          makeTarget(width, height, static_cast<unsigned int>(m_attachments[i].format),
+                                     GL_BGRA, GL_FLOAT));
+    }
+    replaceAttachment(m_framebuffer, GL_DEPTH_ATTACHMENT,
+                      makeTarget(width, height, GL_DEPTH_COMPONENT32F, GL_DEPTH_COMPONENT, GL_FLOAT));
+}
+
+void ModelRenderPass::buildProgram()
+{
+    QStringList outputs;
+    for (const FBOConfig& attachment : m_attachments) {
+        outputs.append(attachment.name);
+    }
+    QString fragments = fragmentSource;
+    if (m_discardOnDiffuseAlpha) {
+        fragments.replace(discardMarker, QString());
+    }
+    const InstanceDataRegistry* registry = InstanceDataRegistry::Instance();
+    m_program = new ShaderProgram(nullptr);
+    m_program->setFragDataLocations(outputs);
+    m_program->addShader(GL_VERTEX_SHADER, vertexSource, {});
+    m_program->addShader(GL_VERTEX_SHADER, registry->getPlan(QStringLiteral("InstanceInfo"))->glslc(), {});
+    m_program->addShaderFromFile(GL_VERTEX_SHADER, QStringLiteral("QelUtilities.glslc"));
+    m_program->addShader(GL_FRAGMENT_SHADER, fragments, {});
+    m_program->addShader(GL_FRAGMENT_SHADER, registry->getPlan(QStringLiteral("OBJMaterial"))->glslc(), {});
+    m_program->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("TextureManager.glslc"));
+    m_program->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("QelUtilities.glslc"));
+    Qel::buildProgram(m_program);
+}
+
+void ModelRenderPass::publish()
+{
+    const auto attached = [&](unsigned int attachment) {
+        return textureVariant(m_framebuffer->attachment(attachment));
+    };
+    m_outputs[Diffuse].value = attached(GL_COLOR_ATTACHMENT0);
+    m_outputs[Specular].value = attached(GL_COLOR_ATTACHMENT1);
+    m_outputs[Normal].value = attached(GL_COLOR_ATTACHMENT2);
+    m_outputs[Depth].value = attached(GL_DEPTH_ATTACHMENT);
+    m_outputs[Id].value = attached(GL_COLOR_ATTACHMENT3);
+}
+
+} // namespace Morvane::Qel
