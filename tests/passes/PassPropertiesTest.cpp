@@ -112,7 +112,7 @@ TEST_P(PassProperties, SurvivesMissingAndWrongInputs)
         host.runFrame();
         EXPECT_EQ(TextureManager::Instance()->numReferences(), 0) << "without input " << missing;
     }
-    if (GetParam() == QLatin1StringView("CubemapLoaderRenderPass")) {
+    if (GetParam() == "CubemapLoaderRenderPass") {
         // The texel that stands in for one face does not fit the other five, which GL is left to report.
         expectMessage(QStringLiteral("GL_INVALID_OPERATION in glGenerateMipmap"));
         expectMessage(QStringLiteral("CubemapLoaderRenderPass:185\\] OpenGL error GL_INVALID_OPERATION"));
