@@ -37,7 +37,7 @@ protected:
         for (int i = 1; i < size; ++i) {
             image.setPixelColor(0, i, Qt::black);
         }
-        const QString path = m_folder.filePath(QStringLiteral("face %1.png").arg(number));
+        QString path = m_folder.filePath(QStringLiteral("face %1.png").arg(number));
         EXPECT_TRUE(image.convertToFormat(format).save(path));
         return path;
     }
@@ -76,9 +76,9 @@ TEST_F(CubemapLoaderRenderPassTest, PutsEveryImageOnItsFaceTopRowFirst)
     // Faces of several formats, so that rows of 3 and of 1 byte a pixel and 16-bit channels are among them.
     const std::array formats{QImage::Format_ARGB32, QImage::Format_RGB888, QImage::Format_Indexed8,
                              QImage::Format_RGBA64, QImage::Format_RGB32,  QImage::Format_RGB16};
-    std::vector<QVariant> paths;
+    std::vector<QVariant> paths(6);
     for (int face = 0; face < 6; ++face) {
-        paths.emplace_back(makeFace(face + 1, 5, formats[static_cast<size_t>(face)]));
+        paths[static_cast<size_t>(face)] = makeFace(face + 1, 5, formats[static_cast<size_t>(face)]);
     }
     Texture* cubemap = load(paths);
     ASSERT_TRUE(cubemap);
@@ -103,9 +103,9 @@ TEST_F(CubemapLoaderRenderPassTest, PutsEveryImageOnItsFaceTopRowFirst)
 
 TEST_F(CubemapLoaderRenderPassTest, KeepsWhatItLoadedOnce)
 {
-    std::vector<QVariant> dayPaths;
+    std::vector<QVariant> dayPaths(6);
     for (int face = 0; face < 6; ++face) {
-        dayPaths.emplace_back(makeFace(face + 1, 4));
+        dayPaths[static_cast<size_t>(face)] = makeFace(face + 1, 4);
     }
     std::vector<QVariant> nightPaths = dayPaths;
     nightPaths[3] = makeFace(7, 4);

@@ -87,8 +87,8 @@ std::vector<double> coverages(const std::vector<Triangle>& triangles)
                                   (static_cast<float>(j) + 0.5F) * 2.0F / size - 1.0F);
             const bool covered = std::any_of(triangles.begin(), triangles.end(),
                                              [&](const Triangle& t) { return isInside(t, point); });
-            result[static_cast<size_t>(j / numSamples * extent + i / numSamples)] +=
-                covered ? 1.0 / (numSamples * numSamples) : 0.0;
+            const int pixel = j / numSamples * extent + i / numSamples;
+            result[static_cast<size_t>(pixel)] += covered ? 1.0 / (numSamples * numSamples) : 0.0;
         }
     }
     return result;

@@ -35,7 +35,7 @@ void runFrame(RenderPass& pass, const std::vector<QVariant>& inputs)
 Pixels render(RenderPass& pass, const std::vector<QVariant>& inputs)
 {
     runFrame(pass, inputs);
-    const Pixels picture = readTexture(outputTexture(pass));
+    Pixels picture = readTexture(outputTexture(pass));
     for (int i = 0; i < pass.numOutputs(); ++i) {
         TextureManager::Instance()->releaseTempTextureRef(outputTexture(pass, i), 1);
     }

@@ -29,8 +29,9 @@ class Texture;
 /// stand in; the frame's consumers own its references.
 ///
 /// Directions are interpolated from unit vectors at the corners of the screen. That is exact for projections
-/// that are symmetric about the view axis; for others the picture is bent a little towards the nearer
-/// corners.
+/// that are symmetric about the view axis. For others it is not: a shift of a twentieth of the width turns
+/// the environment by up to 1.5 degrees against the scene (60 degrees of view, 16:9), half a pixel's jitter
+/// by a fifth of a pixel.
 ///
 /// GL state: leaves the depth and the stencil test disabled and the stencil mask 0; the environment in
 /// latitude and longitude keeps the wrap modes and the filter that are set on it.
