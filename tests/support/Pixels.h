@@ -21,8 +21,12 @@ struct Pixels
     int height = 0;
     std::vector<QVector4D> values;
 
-    QVector4D& at(int x, int y) { return values[static_cast<size_t>(y * width + x)]; }
-    const QVector4D& at(int x, int y) const { return values[static_cast<size_t>(y * width + x)]; }
+    QVector4D& at(int x, int y) { return values[index(x, y)]; }
+    const QVector4D& at(int x, int y) const { return values[index(x, y)]; }
+    size_t index(int x, int y) const
+    {
+        return static_cast<size_t>(y) * static_cast<size_t>(width) + static_cast<size_t>(x);
+    }
 
     /// A picture whose pixel (x, y) is f(x, y).
     static Pixels generate(int width, int height, const std::function<QVector4D(int, int)>& f);
