@@ -13,7 +13,8 @@ namespace Morvane::Qel::Test {
 
 Pixels Pixels::generate(int width, int height, const std::function<QVector4D(int, int)>& f)
 {
-    Pixels pixels{width, height, std::vector<QVector4D>(static_cast<size_t>(width) * static_cast<size_t>(height))};
+    Pixels pixels{width, height,
+                  std::vector<QVector4D>(static_cast<size_t>(width) * static_cast<size_t>(height))};
     for (int y = 0; y < height; ++y) {
         for (int x = 0; x < width; ++x) {
             pixels.at(x, y) = f(x, y);
@@ -42,7 +43,8 @@ Pixels readTexture(Texture* texture)
     glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_WIDTH, &width);
     glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_HEIGHT, &height);
     glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_INTERNAL_FORMAT, &internalFormat);
-    Pixels pixels{width, height, std::vector<QVector4D>(static_cast<size_t>(width) * static_cast<size_t>(height))};
+    Pixels pixels{width, height,
+                  std::vector<QVector4D>(static_cast<size_t>(width) * static_cast<size_t>(height))};
     const unsigned int format = formatFromInternalFormat(static_cast<unsigned int>(internalFormat));
     if (format == GL_DEPTH_COMPONENT || format == GL_DEPTH_STENCIL) {
         std::vector<float> depth(pixels.values.size());
@@ -58,7 +60,8 @@ Pixels readTexture(Texture* texture)
 
 Pixels readScreen(int width, int height)
 {
-    Pixels pixels{width, height, std::vector<QVector4D>(static_cast<size_t>(width) * static_cast<size_t>(height))};
+    Pixels pixels{width, height,
+                  std::vector<QVector4D>(static_cast<size_t>(width) * static_cast<size_t>(height))};
     glBindFramebuffer(GL_READ_FRAMEBUFFER, 0);
     glReadPixels(0, 0, width, height, GL_RGBA, GL_FLOAT, pixels.values.data());
     return pixels;

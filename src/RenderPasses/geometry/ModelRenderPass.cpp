@@ -84,8 +84,7 @@ const PassDescription& ModelRenderPass::description()
           QStringLiteral("identity")},
          {QStringLiteral("Qel_QMatrix4x4_CameraMatrix"), QStringLiteral("world space to eye space"),
           QStringLiteral("identity")},
-         {QStringLiteral("Qel_QelGPUModel*_Geometry"),
-          QStringLiteral("the model; all its batches are drawn"),
+         {QStringLiteral("Qel_QelGPUModel*_Geometry"), QStringLiteral("the model; all its batches are drawn"),
           QStringLiteral("the textures are cleared to 0, the depth to 1")}},
         {{QStringLiteral("Qel_QelTexture*_Diffuse"),
           QStringLiteral("diffuse colour, alpha the dissolve; RGBA32F, owned by the pass")},
@@ -96,7 +95,8 @@ const PassDescription& ModelRenderPass::description()
          {QStringLiteral("Qel_QelTexture*_Depth"),
           QStringLiteral("depth from 0 at the near plane to 1; DEPTH_COMPONENT32F, owned by the pass")},
          {QStringLiteral("Qel_QelTexture*_Id"),
-          QStringLiteral("number of the primitive plus one, 0 where there is none; R32F, owned by the pass")}},
+          QStringLiteral(
+              "number of the primitive plus one, 0 where there is none; R32F, owned by the pass")}},
         {{QStringLiteral("discardOnDiffuseAlpha"),
           QStringLiteral("whether fragments whose diffuse map has an alpha of 0.01 or less are discarded"),
           false}}};
@@ -163,9 +163,9 @@ void ModelRenderPass::resize(int width, int height)
     m_height = height;
     const AutoBinder framebufferBinder(m_framebuffer);
     for (size_t i = 0; i < m_attachments.size(); ++i) {
-        replaceAttachment(m_framebuffer, GL_COLOR_ATTACHMENT0 + static_cast<unsigned int>(i),
-                          makeTarget(width, height, static_cast<unsigned int>(m_attachments[i].format),
-                                     GL_BGRA, GL_FLOAT));
+        replaceAttachment(
+            m_framebuffer, GL_COLOR_ATTACHMENT0 + static_cast<unsigned int>(i),
+            makeTarget(width, height, static_cast<unsigned int>(m_attachments[i].format), GL_BGRA, GL_FLOAT));
     }
     replaceAttachment(m_framebuffer, GL_DEPTH_ATTACHMENT,
                       makeTarget(width, height, GL_DEPTH_COMPONENT32F, GL_DEPTH_COMPONENT, GL_FLOAT));
