@@ -285,13 +285,13 @@ void RenderGraph::Private::updateView()
 void RenderGraph::Private::prepareFrame()
 {
     for (Node& node : nodes) {
-        if (!isSetUp) {
-            context->setLabelPrefix(node.labelPrefix);
-            node.pass->setup(options.callbacks);
-        }
         node.pass->resetNumOutputUsers();
         for (size_t output = 0; output < node.users.size(); ++output) {
             node.pass->setNumOutputUsers(static_cast<int>(output), node.users[output]);
+        }
+        if (!isSetUp) {
+            context->setLabelPrefix(node.labelPrefix);
+            node.pass->setup(options.callbacks);
         }
         for (const FrameValueLink& link : node.frameValues) {
             if (isChanged[static_cast<size_t>(link.value)]) {
@@ -315,6 +315,8 @@ bool RenderGraph::Private::startPass(int index, QString* error)
     if (profiler) {
         profiler->begin(index);
     }
+    // Passes never reset their code; one bad frame must not spoil the next.
+    node.pass->setErrorCode(0);
     node.pass->start(options.callbacks);
     if (profiler) {
         profiler->end(index);

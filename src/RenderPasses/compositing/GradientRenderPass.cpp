@@ -83,6 +83,7 @@ void GradientRenderPass::start(RenderCallbacks* /*callbacks*/)
     if (!m_framebuffer) {
         m_framebuffer = std::make_unique<FramebufferObject>(nullptr);
     }
+    // An empty viewport has the size that the pass starts with, and still gets its empty texture.
     if (viewport.width() != m_width || viewport.height() != m_height ||
         !m_framebuffer->hasAttachment(GL_COLOR_ATTACHMENT0)) {
         resize(viewport.width(), viewport.height());

@@ -119,6 +119,7 @@ Texture* ShaderRenderPass::transparentTexture()
 void ShaderRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    // A pass without inputs is deliberately never classified, and publishes nothing.
     if (m_uniforms.size() != m_inputs.size()) {
         classifyPorts();
     }
@@ -192,16 +193,15 @@ void ShaderRenderPass::start(RenderCallbacks* /*callbacks*/)
             context->disable(GL_BLEND);
         }
     }
-    for (const int i : m_textureInputs) {
-        TextureManager::Instance()->releaseTempTextureRef(getInputPointer<Texture>(i), 1);
-    }
+    releaseInputs();
     publishTargets();
 }
 
 void ShaderRenderPass::classifyPorts()
 {
     // The two index lists grow by a second copy when inputs are added after the first start: deliberate. Its
-    // effect is that outputs are then rendered twice, so all ports belong before the first start.
+    // effect is that outputs are then rendered twice, and the references of the first copies are lost to the
+    // pool, so all ports belong before the first start.
     m_uniformNames.clear();
     m_plainInputs.clear();
     for (int i = 0; i < numInputs(); ++i) {
@@ -283,6 +283,17 @@ void ShaderRenderPass::setUniforms()
         default:
             break;
         }
+    }
+}
+
+/// Drops one reference of each texture input, also where the list holds it twice: the latest copy, at its end
+/// and in ascending order, holds them all.
+void ShaderRenderPass::releaseInputs()
+{
+    int previous = numInputs();
+    for (auto i = m_textureInputs.rbegin(); i != m_textureInputs.rend() && *i < previous; ++i) {
+        TextureManager::Instance()->releaseTempTextureRef(getInputPointer<Texture>(*i), 1);
+        previous = *i;
     }
 }
 

@@ -68,14 +68,14 @@ public:
 
     void start(RenderCallbacks* callbacks) override;
 
-protected:
-    /// Sets the uniforms of the plain-valued inputs; called with the program bound.
+    /// Sets the uniforms of the plain-valued inputs; start calls it with the program bound.
     virtual void setUniforms();
 
 private:
     void classifyPorts();
     void buildProgram();
     void applyBlendMode();
+    void releaseInputs();
     void publishTargets();
 
     std::unique_ptr<FramebufferObject> m_framebuffer;

@@ -74,7 +74,7 @@ const PassDescription& ForwardRenderPass::description()
 {
     static const PassDescription description{
         QStringLiteral("ForwardRenderPass"),
-        QStringLiteral("Draws a model in one pass, lit by a directional light at the camera."),
+        QStringLiteral("Draws a model in one pass, lit by a directional light that moves with the camera."),
         {{QStringLiteral("Qel_QRect_Viewport"),
           QStringLiteral("size of the textures; the origin is ignored"),
           QStringLiteral("no texture is made"),

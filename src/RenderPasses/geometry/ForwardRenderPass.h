@@ -16,7 +16,8 @@ class FramebufferObject;
 /// Both are of the driver's default precision for GL_RGBA, which as a rule is 8 bits and clamps Ids to 1.
 /// Both are owned by the pass and are replaced when the size changes.
 ///
-/// GL state: relies on depth function, depth mask and face culling as they are; leaves the clear colour 0.
+/// GL state: relies on depth function, depth mask and face culling as they are; leaves the front face
+/// counter-clockwise and the clear colour 0.
 ///
 /// Framebuffer, textures and program are deliberately not deleted with the pass: a program set from outside
 /// may be shared. A graph's resource scope deletes those that the pass made.

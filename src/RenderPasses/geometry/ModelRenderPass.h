@@ -20,7 +20,8 @@ class FramebufferObject;
 /// primitive's number plus one, 0 meaning background. All are owned by the pass and are replaced when the
 /// size changes.
 ///
-/// GL state: relies on depth function, depth mask and face culling as they are; leaves the clear colour 0
+/// GL state: relies on depth function, depth mask and face culling as they are; leaves the front face
+/// counter-clockwise and the clear colour 0
 /// and, when a model was drawn, the depth test enabled.
 ///
 /// Framebuffer, textures and program are deliberately not deleted with the pass: a program set from outside

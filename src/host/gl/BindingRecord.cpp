@@ -64,6 +64,7 @@ void BindingRecord::readFromGL()
     }
     m_units.fill(nullptr);
     m_topUnit = 0;
+    m_numRefused = 0;
     m_managedSerials.fill(0);
 }
 
@@ -76,6 +77,7 @@ void BindingRecord::bindTexture(Texture* texture)
 {
     if (m_topUnit == numUnits) {
         logCritical(__FILE__, __LINE__, QStringLiteral("all %1 texture units are taken").arg(numUnits));
+        ++m_numRefused;
         return;
     }
     texture->m_unit = m_topUnit++;
@@ -86,6 +88,11 @@ void BindingRecord::bindTexture(Texture* texture)
 
 void BindingRecord::releaseTexture(Texture* texture)
 {
+    if (m_numRefused > 0) {
+        // Bindings nest: this is the one that was refused last.
+        --m_numRefused;
+        return;
+    }
     const int unit = texture->m_unit;
     if (unit < 0) {
         return;
@@ -220,11 +227,13 @@ void BindingRecord::bindFramebufferName(unsigned int target, unsigned int name)
 void BindingRecord::setViewport(const QRect& rectangle)
 {
     m_viewport = rectangle;
-    glViewport(rectangle.x(), rectangle.y(), rectangle.width(), rectangle.height());
+    // A rectangle turned inside out is an empty one, not a GL error.
+    glViewport(rectangle.x(), rectangle.y(), std::max(rectangle.width(), 0), std::max(rectangle.height(), 0));
 }
 
 void BindingRecord::forget(Texture* texture)
 {
+    m_numRefused = 0;
     while (texture->m_unit >= 0) {
         releaseTexture(texture);
     }

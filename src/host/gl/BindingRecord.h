@@ -19,9 +19,9 @@ class BindingRecord
 {
 public:
     /// Units that texture bindings take, stack-wise, from 0 on. The units from firstManagedUnit on belong to
-    /// the textures of materials.
-    static constexpr int numUnits = 12;
-    static constexpr int firstManagedUnit = 12;
+    /// the textures of materials; together they are the 48 that every GL 3.2 context has.
+    static constexpr int numUnits = 44;
+    static constexpr int firstManagedUnit = numUnits;
     static constexpr int numManagedUnits = 4;
 
     BindingRecord();
@@ -72,6 +72,8 @@ private:
 
     std::array<Texture*, numUnits> m_units{};
     int m_topUnit = 0;
+    /// Bindings in force that found no unit.
+    int m_numRefused = 0;
     std::array<quint64, numManagedUnits> m_managedSerials{};
     std::vector<ShaderProgram*> m_programs;
     unsigned int m_baseProgram = 0;

@@ -32,13 +32,13 @@ void DrawBuffers::setPrimitiveType(unsigned int type)
 
 void DrawBuffers::setVertexCount(int count)
 {
-    m_count = count;
+    m_vertexCount = count;
 }
 
 void DrawBuffers::setIndexedDraw(const QSharedPointer<BufferObject>& buffer, int count, unsigned int type)
 {
     m_indexBuffer = buffer;
-    m_count = count;
+    m_indexCount = count;
     m_indexType = type;
 }
 
@@ -61,7 +61,7 @@ QSharedPointer<BufferObject> DrawBuffers::getDrawElementsIndirectCommandsUniform
             elements.push_back({command});
         }
         if (elements.empty()) {
-            elements.push_back({{static_cast<unsigned int>(m_count), 1, 0, 0, 0}});
+            elements.push_back({{static_cast<unsigned int>(count()), 1, 0, 0, 0}});
         }
         const auto size = static_cast<qsizetype>(elements.size() * sizeof(Element));
         m_commandBlock = QSharedPointer<BufferObject>::create(GL_UNIFORM_BUFFER);
@@ -98,9 +98,9 @@ bool DrawBuffers::draw()
     if (m_indexBuffer) {
         // The binding is part of the vertex array, which batches may share: GL skips it when it is in force.
         glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, m_indexBuffer->getBO());
-        glDrawElements(m_primitiveType, m_count, m_indexType, nullptr);
+        glDrawElements(m_primitiveType, m_indexCount, m_indexType, nullptr);
     } else {
-        glDrawArrays(m_primitiveType, 0, m_count);
+        glDrawArrays(m_primitiveType, 0, m_vertexCount);
     }
     return true;
 }

@@ -21,6 +21,17 @@ struct DrawElementsIndirectCommand
     unsigned int firstIndex = 0;
     unsigned int baseVertex = 0;
     unsigned int baseInstance = 0;
+
+    constexpr DrawElementsIndirectCommand() = default;
+    constexpr DrawElementsIndirectCommand(unsigned int indices, unsigned int instances, unsigned int first,
+                                          unsigned int vertex, unsigned int instance)
+        : count(indices)
+        , instanceCount(instances)
+        , firstIndex(first)
+        , baseVertex(vertex)
+        , baseInstance(instance)
+    {
+    }
 };
 
 /// A drawable batch: a vertex array, a primitive type and either a vertex count or an index buffer.
@@ -41,7 +52,7 @@ public:
     void setIndexedDraw(const QSharedPointer<BufferObject>& buffer, int count, unsigned int type);
     const QSharedPointer<BufferObject>& indexBO() const { return m_indexBuffer; }
     /// Number of indices, or of vertices without an index buffer.
-    int count() const { return m_count; }
+    int count() const { return m_indexBuffer ? m_indexCount : m_vertexCount; }
 
     /// Commands that shaders look up to find a draw's first index and base vertex; draw does not issue them.
     void setDrawElementsIndirectCommands(const DrawElementsIndirectCommand* commands, int count);
@@ -67,7 +78,8 @@ private:
     QSharedPointer<BufferObject> m_indexBuffer;
     unsigned int m_primitiveType;
     unsigned int m_indexType = 0;
-    int m_count = 0;
+    int m_indexCount = 0;
+    int m_vertexCount = 0;
     std::vector<DrawElementsIndirectCommand> m_commands;
     QSharedPointer<BufferObject> m_commandBlock;
 };

@@ -97,6 +97,10 @@ void FramebufferObject::attachLayer(Texture* texture, unsigned int attachment, i
         detach(attachment);
         return;
     }
+    if (!QEL_CHECK(__FILE__, !texture->isReadOnly(),
+                   QStringLiteral("a read-only texture cannot be rendered into"))) {
+        return;
+    }
     const auto set = [&](size_t index) {
         Attachment& slot = m_attachments[index];
         slot.texture = texture;
@@ -233,7 +237,7 @@ QSize FramebufferObject::size() const
     return {};
 }
 
-unsigned int FramebufferObject::getFBO()
+unsigned int FramebufferObject::getFBO() const
 {
     if (m_name == 0) {
         glGenFramebuffers(1, &m_name);

@@ -29,7 +29,8 @@ public:
     void release() override;
 
     /// Attaches a level of a texture at GL_COLOR_ATTACHMENT0 + k (k below 8), GL_DEPTH_ATTACHMENT,
-    /// GL_STENCIL_ATTACHMENT or GL_DEPTH_STENCIL_ATTACHMENT. A null texture detaches.
+    /// GL_STENCIL_ATTACHMENT or GL_DEPTH_STENCIL_ATTACHMENT. A null texture detaches; a read-only one is
+    /// refused and reported.
     void attach(Texture* texture, unsigned int attachment, int level);
     /// Attaches one layer of an array texture.
     void attach3D(Texture* texture, unsigned int attachment, int layer, int level);
@@ -43,7 +44,7 @@ public:
     /// of the attachments. With the framebuffer bound.
     void setDrawBuffers();
     /// The GL name.
-    unsigned int getFBO();
+    unsigned int getFBO() const;
 
 private:
     struct Attachment
@@ -69,7 +70,7 @@ private:
     QSize size() const;
 
     ResourceScope::Membership m_membership;
-    unsigned int m_name = 0;
+    mutable unsigned int m_name = 0;
     unsigned int m_standIn = 0;
     unsigned int m_drawBufferMask;
     std::array<Attachment, numColorAttachments + 2> m_attachments;

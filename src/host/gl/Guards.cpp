@@ -17,6 +17,7 @@ AutoBinder::AutoBinder(Bindable* bindable)
 AutoBinder::AutoBinder(const QSharedPointer<Bindable>& bindable)
     : AutoBinder(bindable.data())
 {
+    m_owner = bindable;
 }
 
 AutoBinder::~AutoBinder()

@@ -18,6 +18,7 @@ public:
 
 private:
     Bindable* m_bindable;
+    QSharedPointer<Bindable> m_owner;
 };
 
 /// Enables a GL capability for its lifetime and restores what the context's record held before.

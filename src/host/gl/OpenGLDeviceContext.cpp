@@ -22,10 +22,21 @@ namespace {
 thread_local OpenGLDeviceContext* currentContext = nullptr;
 
 /// The capabilities that the context keeps a record of; others are asked from GL.
-constexpr std::array<GLenum, 10> recordedCapabilities{
-    GL_BLEND,        GL_CULL_FACE,           GL_DEPTH_CLAMP,        GL_DEPTH_TEST,
-    GL_MULTISAMPLE,  GL_POLYGON_OFFSET_FILL, GL_PROGRAM_POINT_SIZE, GL_RASTERIZER_DISCARD,
-    GL_SCISSOR_TEST, GL_STENCIL_TEST,
+constexpr std::array recordedCapabilities{
+    static_cast<GLenum>(GL_BLEND),
+    static_cast<GLenum>(GL_COLOR_LOGIC_OP),
+    static_cast<GLenum>(GL_CULL_FACE),
+    static_cast<GLenum>(GL_DEPTH_CLAMP),
+    static_cast<GLenum>(GL_DEPTH_TEST),
+    static_cast<GLenum>(GL_FRAMEBUFFER_SRGB),
+    static_cast<GLenum>(GL_MULTISAMPLE),
+    static_cast<GLenum>(GL_POLYGON_OFFSET_FILL),
+    static_cast<GLenum>(GL_PRIMITIVE_RESTART),
+    static_cast<GLenum>(GL_PROGRAM_POINT_SIZE),
+    static_cast<GLenum>(GL_RASTERIZER_DISCARD),
+    static_cast<GLenum>(GL_SAMPLE_ALPHA_TO_COVERAGE),
+    static_cast<GLenum>(GL_SCISSOR_TEST),
+    static_cast<GLenum>(GL_STENCIL_TEST),
 };
 
 QString stringOf(GLenum name)
@@ -47,6 +58,7 @@ struct OpenGLDeviceContext::Private
     BindingRecord bindings;
     ProgramCache programCache;
     std::array<bool, recordedCapabilities.size()> capabilities{};
+    unsigned int frontFace = GL_CCW;
     /// Without the "GL_" in front, sorted.
     std::vector<std::string> extensions;
     int version = 0;
@@ -119,6 +131,7 @@ void OpenGLDeviceContext::makeCurrent()
         d->readCapabilities();
     }
     d->bindings.readFromGL();
+    d->frontFace = static_cast<unsigned int>(integerOf(GL_FRONT_FACE));
     for (size_t i = 0; i < recordedCapabilities.size(); ++i) {
         d->capabilities[i] = glIsEnabled(recordedCapabilities[i]) == GL_TRUE;
     }
@@ -208,6 +221,17 @@ QRect OpenGLDeviceContext::viewport() const
     return d->bindings.viewport();
 }
 
+void OpenGLDeviceContext::setFrontFace(unsigned int winding)
+{
+    d->frontFace = winding;
+    glFrontFace(winding);
+}
+
+unsigned int OpenGLDeviceContext::frontFace() const
+{
+    return d->frontFace;
+}
+
 void OpenGLDeviceContext::bindFramebuffer(unsigned int target, unsigned int name)
 {
     d->bindings.bindFramebufferName(target, name);
@@ -220,6 +244,7 @@ void OpenGLDeviceContext::applyBaseState()
     }
     glDepthMask(GL_TRUE);
     glDepthFunc(GL_LESS);
+    glDepthRange(0.0, 1.0);
     glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
     glStencilMask(~0U);
     glStencilFunc(GL_ALWAYS, 0, ~0U);
@@ -227,13 +252,15 @@ void OpenGLDeviceContext::applyBaseState()
     glBlendFunc(GL_ONE, GL_ZERO);
     glBlendEquation(GL_FUNC_ADD);
     glCullFace(GL_BACK);
-    glFrontFace(GL_CCW);
     glPolygonMode(GL_FRONT_AND_BACK, GL_FILL);
     glClearColor(0.0F, 0.0F, 0.0F, 0.0F);
     glClearDepth(1.0);
     glClearStencil(0);
+    setFrontFace(GL_CCW);
     glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
+    glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
     glPixelStorei(GL_PACK_ALIGNMENT, 4);
+    glPixelStorei(GL_PACK_ROW_LENGTH, 0);
 }
 
 namespace {

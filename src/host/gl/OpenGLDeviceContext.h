@@ -69,6 +69,9 @@ public:
     /// Rectangle in pixels, origin at the lower left, as glViewport takes it.
     void setViewport(int x, int y, int width, int height);
     QRect viewport() const;
+    /// GL_CCW, the initial one, or GL_CW.
+    void setFrontFace(unsigned int winding);
+    unsigned int frontFace() const;
     /// Binds a framebuffer by its GL name, 0 for the default one, to GL_READ_FRAMEBUFFER, GL_DRAW_FRAMEBUFFER
     /// or GL_FRAMEBUFFER, until something else is bound.
     void bindFramebuffer(unsigned int target, unsigned int name);

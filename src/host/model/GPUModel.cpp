@@ -283,16 +283,14 @@ GPUModel::~GPUModel() = default;
 void GPUModel::draw(ShaderProgram* program, unsigned long long value, unsigned long long mask,
                     WindingType winding)
 {
-    glFrontFace(frontFace(winding));
+    OpenGLDeviceContext::current()->setFrontFace(frontFace(winding));
     d->draw(program, nullptr, value, mask, frontFace(winding));
 }
 
 void GPUModel::draw(ShaderProgram* program, TextureManager* textureManager, unsigned long long value,
                     unsigned long long mask)
 {
-    int winding = GL_CCW;
-    glGetIntegerv(GL_FRONT_FACE, &winding);
-    d->draw(program, textureManager, value, mask, static_cast<unsigned int>(winding));
+    d->draw(program, textureManager, value, mask, OpenGLDeviceContext::current()->frontFace());
 }
 
 void GPUModel::Private::draw(ShaderProgram* program, TextureManager* textureManager, unsigned long long value,
