@@ -323,7 +323,7 @@ TEST_F(GPUModelTest, mirroredBatchesKeepTheirFrontFaces)
     EXPECT_EQ(numDrawn(picture([&] { model.draw(program(), 0, 0, WindingType::Clockwise); })), 0);
     EXPECT_EQ(frontFace(), static_cast<unsigned int>(GL_CW));
     EXPECT_EQ(numDrawn(picture([&] { model.draw(program(), nullptr, 0, 0); })), 0) << "the winding in force";
-    glFrontFace(GL_CCW);
+    context().setFrontFace(GL_CCW);
     EXPECT_EQ(numDrawn(picture([&] { model.draw(program(), nullptr, 0, 0); })), 32);
 }
 
