@@ -83,6 +83,9 @@ TEST_F(ShaderProgramTest, ReportsErrorsWhereTheyAre)
     processor.addDefine(QStringLiteral("SOMETHING"), QStringLiteral("1"));
 
     for (const char* version : {"150", "400"}) {
+        if (context().version() < 40 && QByteArray(version) == "400") {
+            continue;
+        }
         ShaderProgram program;
         program.setObjectName(QStringLiteral("Broken %1").arg(QString::fromUtf8(version)));
         program.addShader(GL_VERTEX_SHADER, passThroughVertex, {});
