@@ -63,7 +63,7 @@ QSharedPointer<BufferObject> DrawBuffers::getDrawElementsIndirectCommandsUniform
         if (elements.empty()) {
             elements.push_back({{static_cast<unsigned int>(count()), 1, 0, 0, 0}});
         }
-        const auto size = static_cast<qsizetype>(elements.size() * sizeof(Element));
+        const auto size = static_cast<qsizetype>(elements.size()) * static_cast<qsizetype>(sizeof(Element));
         m_commandBlock = QSharedPointer<BufferObject>::create(GL_UNIFORM_BUFFER);
         m_commandBlock->uploadBytes(elements.data(), size, GL_STATIC_DRAW);
         m_commandBlock->setIndexedTarget(GL_UNIFORM_BUFFER, UniformBlocks::drawElementsIndirectCommands, 0,
