@@ -3,7 +3,11 @@
 #include <QRect>
 #include <QVector4D>
 
+#include <array>
+#include <chrono>
+#include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include <epoxy/gl.h>
@@ -161,58 +165,110 @@ void compareFxaa(benchmark::State& state, Wait wait, int width, int height)
         state, wait, [&] { pass.start(nullptr); }, [&] { byHand.draw({frame->textureID()}); });
 }
 
+/// The pass, and its three draws by hand, on one frame.
+class Smaa
+{
+public:
+    Smaa(int width, int height);
+    ~Smaa() { m_pass.teardown(nullptr); }
+    Smaa(const Smaa&) = delete;
+    Smaa& operator=(const Smaa&) = delete;
+
+    /// The state that both sides start from.
+    static void prepare()
+    {
+        OpenGLDeviceContext::current()->applyBaseState();
+        glDisable(GL_DEPTH_TEST);
+    }
+    void runPass() { m_pass.start(nullptr); }
+    void drawByHand() const
+    {
+        m_edges.draw({m_frame->textureID()});
+        m_weights.draw({m_edges.target(), m_areas->textureID(), m_searches->textureID()});
+        m_result.draw({m_frame->textureID(), m_weights.target()});
+    }
+
+private:
+    std::unique_ptr<Texture> m_frame;
+    std::unique_ptr<Texture> m_areas = makeTable(GL_RG8, 160, 560, GL_RG, smaaAreaTable.data());
+    std::unique_ptr<Texture> m_searches = makeTable(GL_R8, 64, 16, GL_RED, smaaSearchTable.data());
+    DrawByHand m_edges;
+    DrawByHand m_weights;
+    DrawByHand m_result;
+    SMAARenderPass m_pass;
+};
+
+const QString smaaInclude = QStringLiteral("#include \"SMAA.glslh\"\n");
+
+Smaa::Smaa(int width, int height)
+    : m_frame(makeFrame(width, height))
+    , m_edges(
+          width, height,
+          smaaInclude +
+              QStringLiteral("out vec4 o[3];\nvoid main() {\n%1SMAAEdgeDetectionVS(at, o);\n}\n").arg(corner),
+          smaaInclude + QStringLiteral("in vec4 o[3];\nuniform sampler2D frame;\nout vec2 edges;\n"
+                                       "void main() { edges = SMAAColorEdgeDetectionPS(at, o, frame); }\n"),
+          {}, {"frame"})
+    , m_weights(width, height,
+                smaaInclude + QStringLiteral("out vec4 o[3];\nout vec2 pixel;\nvoid main() {\n"
+                                             "%1SMAABlendingWeightCalculationVS(at, pixel, o);\n}\n")
+                                  .arg(corner),
+                smaaInclude + QStringLiteral("in vec4 o[3];\nin vec2 pixel;\n"
+                                             "uniform sampler2D edges, areas, searches;\nout vec4 weights;\n"
+                                             "void main() { weights = SMAABlendingWeightCalculationPS(at, "
+                                             "pixel, o, edges, areas, searches, vec4(0.0)); }\n"),
+                {}, {"edges", "areas", "searches"})
+    , m_result(width, height,
+               smaaInclude +
+                   QStringLiteral("out vec4 o;\nvoid main() {\n%1SMAANeighborhoodBlendingVS(at, o);\n}\n")
+                       .arg(corner),
+               smaaInclude +
+                   QStringLiteral("in vec4 o;\nuniform sampler2D frame, weights;\nout vec4 colour;\n"
+                                  "void main() { colour = SMAANeighborhoodBlendingPS(at, o, frame, weights); "
+                                  "}\n"),
+               {}, {"frame", "weights"})
+{
+    m_pass.setup(nullptr);
+    m_pass.setInput(SMAARenderPass::Viewport, QRect(0, 0, width, height));
+    m_pass.setInput(SMAARenderPass::Frame, QVariant::fromValue<QObject*>(m_frame.get()));
+}
+
 void compareSmaa(benchmark::State& state, Wait wait, int width, int height)
 {
-    OpenGLDeviceContext::current()->applyBaseState();
-    const std::unique_ptr<Texture> frame = makeFrame(width, height);
-    SMAARenderPass pass;
-    pass.setup(nullptr);
-    pass.setInput(SMAARenderPass::Viewport, QRect(0, 0, width, height));
-    pass.setInput(SMAARenderPass::Frame, QVariant::fromValue<QObject*>(frame.get()));
-
-    const auto areas = makeTable(GL_RG8, 160, 560, GL_RG, smaaAreaTable.data());
-    const auto searches = makeTable(GL_R8, 64, 16, GL_RED, smaaSearchTable.data());
-    const QString include = QStringLiteral("#include \"SMAA.glslh\"\n");
-    const DrawByHand edges(
-        width, height,
-        include +
-            QStringLiteral("out vec4 o[3];\nvoid main() {\n%1SMAAEdgeDetectionVS(at, o);\n}\n").arg(corner),
-        include + QStringLiteral("in vec4 o[3];\nuniform sampler2D frame;\nout vec2 edges;\n"
-                                 "void main() { edges = SMAAColorEdgeDetectionPS(at, o, frame); }\n"),
-        {}, {"frame"});
-    const DrawByHand weights(
-        width, height,
-        include + QStringLiteral("out vec4 o[3];\nout vec2 pixel;\nvoid main() {\n"
-                                 "%1SMAABlendingWeightCalculationVS(at, pixel, o);\n}\n")
-                      .arg(corner),
-        include +
-            QStringLiteral("in vec4 o[3];\nin vec2 pixel;\nuniform sampler2D edges, areas, searches;\n"
-                           "out vec4 weights;\nvoid main() { weights = SMAABlendingWeightCalculationPS(at, "
-                           "pixel, o, edges, areas, searches, vec4(0.0)); }\n"),
-        {}, {"edges", "areas", "searches"});
-    const DrawByHand result(
-        width, height,
-        include + QStringLiteral("out vec4 o;\nvoid main() {\n%1SMAANeighborhoodBlendingVS(at, o);\n}\n")
-                      .arg(corner),
-        include +
-            QStringLiteral("in vec4 o;\nuniform sampler2D frame, weights;\nout vec4 colour;\n"
-                           "void main() { colour = SMAANeighborhoodBlendingPS(at, o, frame, weights); }\n"),
-        {}, {"frame", "weights"});
+    Smaa smaa(width, height);
     compareSides(
-        state, wait,
-        [&] {
-            OpenGLDeviceContext::current()->applyBaseState();
-            pass.start(nullptr);
-        },
-        [&] {
-            OpenGLDeviceContext::current()->applyBaseState();
-            glDisable(GL_DEPTH_TEST);
-            edges.draw({frame->textureID()});
-            weights.draw({edges.target(), areas->textureID(), searches->textureID()});
-            result.draw({frame->textureID(), weights.target()});
-        });
-    pass.teardown(nullptr);
+        state, wait, [&] { smaa.runPass(); }, [&] { smaa.drawByHand(); }, &Smaa::prepare);
 }
+
+/// While it lives, every glDrawArrays waits for its pixels and is timed. One at a time, and not before the
+/// function was called once, since its first call looks it up.
+class DrawTimer
+{
+public:
+    explicit DrawTimer(std::vector<double>* microseconds)
+    {
+        s_microseconds = microseconds;
+        s_drawArrays = epoxy_glDrawArrays;
+        epoxy_glDrawArrays = &drawArrays;
+    }
+    ~DrawTimer() { epoxy_glDrawArrays = s_drawArrays; }
+    DrawTimer(const DrawTimer&) = delete;
+    DrawTimer& operator=(const DrawTimer&) = delete;
+
+private:
+    static void drawArrays(GLenum mode, GLint first, GLsizei count)
+    {
+        glFinish();
+        const auto start = std::chrono::steady_clock::now();
+        s_drawArrays(mode, first, count);
+        glFinish();
+        const std::chrono::duration<double, std::micro> elapsed = std::chrono::steady_clock::now() - start;
+        s_microseconds->push_back(elapsed.count());
+    }
+
+    static inline PFNGLDRAWARRAYSPROC s_drawArrays = nullptr;
+    static inline std::vector<double>* s_microseconds = nullptr;
+};
 
 void fxaaFullHD(benchmark::State& state)
 {
@@ -221,6 +277,51 @@ void fxaaFullHD(benchmark::State& state)
 void smaaFullHD(benchmark::State& state)
 {
     compareSmaa(state, Wait::Pixels, 1920, 1080);
+}
+/// The median of each of the three draws, in microseconds, and its ratio to the one by hand.
+void smaaStagesFullHD(benchmark::State& state)
+{
+    constexpr std::array<const char*, 3> stages{"edges", "weights", "blend"};
+    Smaa smaa(1920, 1080);
+    const auto runPass = [&] { smaa.runPass(); };
+    const auto drawByHand = [&] { smaa.drawByHand(); };
+    std::array<std::vector<double>, stages.size()> libraryTimes;
+    std::array<std::vector<double>, stages.size()> byHandTimes;
+    const auto timeDraws = [&](const std::function<void()>& side,
+                               std::array<std::vector<double>, stages.size()>& times) {
+        Smaa::prepare();
+        std::vector<double> microseconds;
+        {
+            const DrawTimer timer(&microseconds);
+            side();
+        }
+        for (size_t stage = 0; stage < stages.size(); ++stage) {
+            times[stage].push_back(microseconds.at(stage));
+        }
+    };
+    Smaa::prepare();
+    runPass();
+    Smaa::prepare();
+    drawByHand();
+    bool libraryFirst = true;
+    for ([[maybe_unused]] auto iteration : state) {
+        if (libraryFirst) {
+            timeDraws(runPass, libraryTimes);
+            timeDraws(drawByHand, byHandTimes);
+        } else {
+            timeDraws(drawByHand, byHandTimes);
+            timeDraws(runPass, libraryTimes);
+        }
+        libraryFirst = !libraryFirst;
+    }
+    for (size_t stage = 0; stage < stages.size(); ++stage) {
+        const std::string name = stages[stage];
+        const double library = median(libraryTimes[stage]);
+        const double byHand = median(byHandTimes[stage]);
+        state.counters[name + "_library_us"] = library;
+        state.counters[name + "_by_hand_us"] = byHand;
+        state.counters[name + "_ratio"] = library / byHand;
+    }
 }
 // Small pictures, for the pixels not to hide what the calls cost.
 void submitFxaa(benchmark::State& state)
@@ -233,6 +334,7 @@ void submitSmaa(benchmark::State& state)
 }
 BENCHMARK(fxaaFullHD)->Name("FXAA/1920x1080")->Unit(benchmark::kMillisecond);
 BENCHMARK(smaaFullHD)->Name("SMAA/1920x1080")->Unit(benchmark::kMillisecond);
+BENCHMARK(smaaStagesFullHD)->Name("SMAAStages/1920x1080")->Unit(benchmark::kMillisecond);
 BENCHMARK(submitFxaa)->Name("SubmitFXAA");
 BENCHMARK(submitSmaa)->Name("SubmitSMAA");
 

@@ -10,8 +10,9 @@ namespace Morvane::Qel::Bench {
 
 namespace {
 
-double microseconds(Wait wait, const std::function<void()>& side)
+double microseconds(Wait wait, const std::function<void()>& prepare, const std::function<void()>& side)
 {
+    prepare();
     const auto start = std::chrono::steady_clock::now();
     side();
     if (wait == Wait::Pixels) {
@@ -23,6 +24,8 @@ double microseconds(Wait wait, const std::function<void()>& side)
     return elapsed.count();
 }
 
+} // namespace
+
 double median(std::vector<double>& values)
 {
     const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
@@ -30,26 +33,24 @@ double median(std::vector<double>& values)
     return *middle;
 }
 
-} // namespace
-
 void compareSides(benchmark::State& state, Wait wait, const std::function<void()>& library,
-                  const std::function<void()>& byHand)
+                  const std::function<void()>& byHand, const std::function<void()>& prepare)
 {
     constexpr int warmUps = 3;
     for (int i = 0; i < warmUps; ++i) {
-        microseconds(wait, library);
-        microseconds(wait, byHand);
+        microseconds(wait, prepare, library);
+        microseconds(wait, prepare, byHand);
     }
     std::vector<double> libraryTimes;
     std::vector<double> byHandTimes;
     for ([[maybe_unused]] auto iteration : state) {
         // The side that comes first alternates too.
         if (libraryTimes.size() % 2 == 0) {
-            libraryTimes.push_back(microseconds(wait, library));
-            byHandTimes.push_back(microseconds(wait, byHand));
+            libraryTimes.push_back(microseconds(wait, prepare, library));
+            byHandTimes.push_back(microseconds(wait, prepare, byHand));
         } else {
-            byHandTimes.push_back(microseconds(wait, byHand));
-            libraryTimes.push_back(microseconds(wait, library));
+            byHandTimes.push_back(microseconds(wait, prepare, byHand));
+            libraryTimes.push_back(microseconds(wait, prepare, library));
         }
     }
     const double libraryMedian = median(libraryTimes);

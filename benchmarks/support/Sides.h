@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <vector>
 
 #include <benchmark/benchmark.h>
 
@@ -17,7 +18,12 @@ enum class Wait
 
 /// Runs two ways of doing the same alternately and reports the median time of each, in microseconds, and
 /// their ratio: the only figure that means something on a shared machine. Call it once in a benchmark.
-void compareSides(benchmark::State& state, Wait wait, const std::function<void()>& library,
-                  const std::function<void()>& byHand);
+/// What `prepare` does before each side is not timed.
+void compareSides(
+    benchmark::State& state, Wait wait, const std::function<void()>& library,
+    const std::function<void()>& byHand, const std::function<void()>& prepare = [] {});
+
+/// The middle one of at least one value; reorders them.
+double median(std::vector<double>& values);
 
 } // namespace Morvane::Qel::Bench

@@ -139,15 +139,24 @@ TEST_F(CubemapLoaderRenderPassTest, TransparentTexelsStandInForWhatCannotBeRead)
 
     const QString texel = makeFace(5, 1);
     const QString nowhere = m_folder.filePath(QStringLiteral("nowhere.png"));
-    Texture* mixed = load({texel, nowhere, texel, m_folder.path(), texel, texel});
+    const QString text = m_folder.filePath(QStringLiteral("text.png"));
+    QFile textFile(text);
+    ASSERT_TRUE(textFile.open(QIODevice::WriteOnly));
+    textFile.write("this is no picture\n");
+    textFile.close();
+    Texture* mixed = load({texel, nowhere, texel, m_folder.path(), text, texel});
     EXPECT_EQ(readFace(mixed, 0).pixelColor(0, 0), QColor(Qt::white));
     EXPECT_EQ(readFace(mixed, 1).pixelColor(0, 0), QColor(0, 0, 0, 0));
     EXPECT_EQ(readFace(mixed, 3).pixelColor(0, 0), QColor(0, 0, 0, 0));
-    ASSERT_EQ(notices().size(), 2);
+    EXPECT_EQ(readFace(mixed, 4).pixelColor(0, 0), QColor(0, 0, 0, 0));
+    EXPECT_EQ(readFace(mixed, 5).pixelColor(0, 0), QColor(Qt::white));
+    ASSERT_EQ(notices().size(), 3);
     EXPECT_TRUE(notices()[0].contains(QStringLiteral("face -X: \"%1\" does not exist").arg(nowhere)));
     EXPECT_TRUE(notices()[1].contains(QStringLiteral("face -Y: \"%1\" is not a file").arg(m_folder.path())));
+    EXPECT_TRUE(
+        notices()[2].contains(QStringLiteral("face +Z: \"%1\" cannot be read as an image: ").arg(text)));
     load({texel, nowhere, texel, texel, texel, texel});
-    EXPECT_EQ(notices().size(), 2) << "only a path that changes is worth a line";
+    EXPECT_EQ(notices().size(), 3) << "only a path that changes is worth a line";
 
     // Faces that do not fit each other are GL's to report.
     load({makeFace(6, 8), texel, texel, texel, texel, texel});

@@ -6,6 +6,7 @@
 #include <QTemporaryDir>
 
 #include <memory>
+#include <random>
 
 #include <epoxy/gl.h>
 
@@ -187,6 +188,30 @@ TEST_F(TextureLoaderRenderPassTest, SaysOnceWhyAFileIsNotShown)
             QStringLiteral("\"%1\" %2").arg(path(c.name), QLatin1StringView(c.reason))))
             << qPrintable(messages().information.last());
     }
+}
+
+// Some readers of Qt give what they got, others nothing.
+TEST_F(TextureLoaderRenderPassTest, ShowsOfACutFileWhatQtMakesOfIt)
+{
+    std::mt19937 random(5);
+    QImage noise(64, 64, QImage::Format_RGB32);
+    for (int y = 0; y < noise.height(); ++y) {
+        for (int x = 0; x < noise.width(); ++x) {
+            noise.setPixel(x, y, static_cast<QRgb>(random()) | 0xff000000U);
+        }
+    }
+    for (const QString& format : {QStringLiteral("png"), QStringLiteral("jpg")}) {
+        const QString file = path(QStringLiteral("cut.") + format);
+        ASSERT_TRUE(noise.save(file));
+        // Noise does not compress, so that the middle of the file is in the pixels.
+        ASSERT_TRUE(QFile::resize(file, QFile(file).size() / 2));
+        const QImage partial(file);
+        EXPECT_TRUE(equal(load(file), partial.isNull() ? white : upsideDown(partial), lastPlace))
+            << qPrintable(format);
+        EXPECT_EQ(numNotices(), partial.isNull() ? 1 : 0) << qPrintable(format);
+    }
+    // Qt warns by itself of the one of which it shows a part.
+    expectMessage(QStringLiteral("Corrupt JPEG data"));
 }
 
 TEST_F(TextureLoaderRenderPassTest, ReadsAndUploadsOnlyWhenThePathChanges)

@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstring>
 #include <limits>
+#include <vector>
 
 #include "postprocessing/GaussianKernel.h"
 #include "support/GLTest.h"
@@ -45,6 +48,64 @@ TEST(BlurWeights, FoldedTapsSplitIntoTheGaussian)
             sum += 2.0 * weight;
         }
         EXPECT_NEAR(sum, 1.0, 2e-6) << radius;
+    }
+}
+
+struct FoldedKernel
+{
+    std::vector<float> weights;
+    std::vector<float> offsets;
+};
+
+/// The kernel, one rounded operation a line: volatile keeps the compiler from fusing or reordering them.
+FoldedKernel kernelStepByStep(float radius)
+{
+    const volatile float sigma = radius + 0.0001F;
+    const volatile float limit = 2.0F * radius;
+    const volatile double area = static_cast<double>(sigma) * 2.5066282746310002;
+    const volatile double norm = 1.0 / area;
+    const volatile float twoSigma = sigma + sigma;
+    const volatile float variance = sigma * twoSigma;
+    std::vector<float> raw;
+    volatile float sum = 0.0F;
+    for (int tap = 0; static_cast<float>(tap) < limit || raw.size() % 2 == 0; ++tap) {
+        const volatile double square = static_cast<double>(tap) * static_cast<double>(tap);
+        const volatile double quotient = -square / static_cast<double>(variance);
+        const volatile auto exponent = static_cast<float>(quotient);
+        const volatile double power = std::exp(static_cast<double>(exponent));
+        const volatile double scaled = power * norm;
+        const volatile auto weight = static_cast<float>(scaled);
+        raw.push_back(float{weight});
+        const volatile double oneSide = static_cast<double>(sum) + static_cast<double>(weight);
+        const volatile double bothSides = oneSide + static_cast<double>(weight);
+        sum = tap == 0 ? weight : static_cast<float>(bothSides);
+    }
+    for (float& weight : raw) {
+        weight = weight / sum;
+    }
+    FoldedKernel kernel{{raw[0]}, {0.0F}};
+    for (size_t nearer = 1; nearer + 1 < raw.size(); nearer += 2) {
+        const volatile float both = raw[nearer] + raw[nearer + 1];
+        const volatile float farMoment = raw[nearer + 1] * static_cast<float>(nearer + 1);
+        const volatile float nearMoment = raw[nearer] * static_cast<float>(nearer);
+        const volatile float moment = farMoment + nearMoment;
+        kernel.weights.push_back(float{both});
+        kernel.offsets.push_back(moment / both);
+    }
+    return kernel;
+}
+
+TEST(BlurWeights, EveryBitFollowsFromTheSteps)
+{
+    for (const float radius :
+         {0.0F, 0.5F, 0.75F, 1.0F, 2.5F, 3.3F, 5.0F, 5.5F, 7.3F, 37.2F, 100.0F, 1000.0F}) {
+        const FoldedKernel expected = kernelStepByStep(radius);
+        const Kernel kernel(radius);
+        ASSERT_EQ(static_cast<size_t>(kernel.weights().size()), expected.weights.size()) << radius;
+        ASSERT_EQ(static_cast<size_t>(kernel.offsets().size()), expected.offsets.size()) << radius;
+        const size_t numBytes = expected.weights.size() * sizeof(float);
+        EXPECT_EQ(std::memcmp(kernel.weights().constData(), expected.weights.data(), numBytes), 0) << radius;
+        EXPECT_EQ(std::memcmp(kernel.offsets().constData(), expected.offsets.data(), numBytes), 0) << radius;
     }
 }
 

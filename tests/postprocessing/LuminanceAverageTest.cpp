@@ -50,7 +50,7 @@ TEST_F(LuminanceAverageTest, IsTheMeanWhateverTheShape)
 {
     std::mt19937 random(3);
     std::uniform_real_distribution<float> value(0.0F, 1.0F);
-    const std::array<std::pair<QSize, QRect>, 11> cases{{
+    const std::array<std::pair<QSize, QRect>, 12> cases{{
         {{64, 64}, {0, 0, 64, 64}},
         {{203, 117}, {0, 0, 203, 117}},
         {{45, 401}, {0, 0, 45, 401}},
@@ -62,6 +62,7 @@ TEST_F(LuminanceAverageTest, IsTheMeanWhateverTheShape)
         {{100, 80}, {0, 0, 250, 250}},
         {{160, 160}, {0, 0, 160, 10}},
         {{1, 1}, {0, 0, 640, 480}},
+        {{1920, 1080}, {0, 0, 1920, 1080}},
     }};
     for (const auto& [size, viewport] : cases) {
         const Pixels picture = Pixels::generate(size.width(), size.height(), [&](int x, int y) {
@@ -77,6 +78,21 @@ TEST_F(LuminanceAverageTest, IsTheMeanWhateverTheShape)
         ASSERT_EQ(single.values.size(), 1U);
         for (int c = 0; c < 4; ++c) {
             EXPECT_NEAR(static_cast<double>(single.at(0, 0)[c]), expected[static_cast<size_t>(c)], 2e-6);
+        }
+    }
+}
+
+TEST_F(LuminanceAverageTest, OfAUniformFrameIsItsColour)
+{
+    const QVector4D colour(12.5F, 0.25F, 3.0F, 0.5F);
+    for (const QSize& size : {QSize(64, 64), QSize(203, 117), QSize(7, 90), QSize(1, 1)}) {
+        const std::unique_ptr<Texture> texture(makeTexture(
+            Pixels::generate(size.width(), size.height(), [&](int, int) { return colour; }), GL_RGBA16F));
+        EXPECT_NEAR(static_cast<double>(measure(texture.get(), QRect({}, size))),
+                    0.2126 * 12.5 + 0.7152 * 0.25 + 0.0722 * 3.0, 1e-5)
+            << size.width() << "x" << size.height();
+        for (int c = 0; c < 4; ++c) {
+            EXPECT_NEAR(mean().at(0, 0)[c], colour[c], colour[c] * 2e-6F);
         }
     }
 }

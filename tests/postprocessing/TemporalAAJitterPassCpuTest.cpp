@@ -66,33 +66,38 @@ public:
 TEST(TemporalAAJitterPass, JittersThirtyFramesBehindEveryKindOfRestart)
 {
     srand48(11);
-    JitterHost host;
     QMatrix4x4 otherCamera = makeCamera();
     otherCamera(3, 3) = std::nextafter(otherCamera(3, 3), 2.0F);
-    const auto expectRestart = [&](const char* by, int input, const QVariant& changed) {
-        host.pass.setInput(input, changed);
-        host.runFrame();
-        EXPECT_EQ(host.runFrame() != host.runFrame(), true) << by << " does not begin the jitter again";
-        for (int frame = 4; frame <= 31; ++frame) {
-            host.runFrame();
-        }
-        EXPECT_EQ(host.runFrame(), host.runFrame()) << "jitter goes on behind " << by;
+    const QMatrix4x4 otherProjection = 2.0F * makeProjection();
+    struct Restart
+    {
+        const char* by;
+        int input;
+        QVariant changed;
+        QMatrix4x4 projection;
     };
-
-    EXPECT_FALSE(host.runsJittered()) << "frame 1";
-    for (int frame = 2; frame <= 31; ++frame) {
-        EXPECT_TRUE(host.runsJittered()) << "frame " << frame;
+    for (const Restart& restart :
+         {Restart{"a width", Pass::Viewport, QRect(0, 0, width + 1, height), makeProjection()},
+          Restart{"a height", Pass::Viewport, QRect(0, 0, width, height - 1), makeProjection()},
+          Restart{"a camera", Pass::CameraMatrix, otherCamera, makeProjection()},
+          Restart{"a projection", Pass::ProjectionMatrix, otherProjection, otherProjection},
+          Restart{"a dirty flag", Pass::Dirty, true, makeProjection()}}) {
+        JitterHost host;
+        EXPECT_FALSE(host.runsJittered()) << "frame 1";
+        for (int frame = 2; frame <= 10; ++frame) {
+            EXPECT_TRUE(host.runsJittered()) << "frame " << frame;
+        }
+        // In the midst of the jitter, so that the restart itself has to stop it.
+        host.pass.setInput(restart.input, restart.changed);
+        EXPECT_EQ(host.runFrame(), restart.projection) << restart.by << " does not stop the jitter";
+        host.pass.setInput(Pass::Dirty, false);
+        for (int frame = 2; frame <= 31; ++frame) {
+            EXPECT_NE(host.runFrame(), restart.projection) << "frame " << frame << " behind " << restart.by;
+        }
+        for (int frame = 32; frame <= 40; ++frame) {
+            EXPECT_EQ(host.runFrame(), restart.projection) << "frame " << frame << " behind " << restart.by;
+        }
     }
-    for (int frame = 32; frame <= 40; ++frame) {
-        EXPECT_FALSE(host.runsJittered()) << "frame " << frame;
-    }
-    expectRestart("a width", Pass::Viewport, QRect(0, 0, width + 1, height));
-    expectRestart("a height", Pass::Viewport, QRect(0, 0, width + 1, height - 1));
-    expectRestart("a camera", Pass::CameraMatrix, otherCamera);
-    expectRestart("a projection", Pass::ProjectionMatrix, 2.0F * makeProjection());
-    host.pass.setInput(Pass::Dirty, true);
-    host.runFrame();
-    expectRestart("a dirty flag", Pass::Dirty, false);
 }
 
 TEST(TemporalAAJitterPass, NeverJittersWhileDirtyOrUndefined)

@@ -142,11 +142,11 @@ void BlurAndCombineRenderPass::start(RenderCallbacks* callbacks)
         source = target;
         target = takeTarget();
     }
-    drawWithBlurOnlyShader(source, target);
+    drawWithBlurOnlyShader(kernelChanged, source, target);
     pool->releaseTempTextureRef(source, 1);
     source = target;
     target = takeTarget();
-    drawWithBlurAndAddShader(normalFrame, source, target);
+    drawWithBlurAndAddShader(kernelChanged, normalFrame, source, target);
 
     m_outputs[Output].value = publishPooled(target, m_outputs[Output].users);
     pool->releaseTempTextureRef(normalFrame, 1);
@@ -166,7 +166,8 @@ bool BlurAndCombineRenderPass::updateKernel(float radius)
     return true;
 }
 
-void BlurAndCombineRenderPass::drawWithThresholdShader(bool kernelChanged, Texture* source, Texture* target)
+void BlurAndCombineRenderPass::drawWithThresholdShader(const bool& kernelChanged, Texture* source,
+                                                       Texture* target)
 {
     beginDraw(target);
     const AutoBinder programBinder(m_thresholdProgram.get());
@@ -181,7 +182,8 @@ void BlurAndCombineRenderPass::drawWithThresholdShader(bool kernelChanged, Textu
     m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
 }
 
-void BlurAndCombineRenderPass::drawWithBlurOnlyShader(Texture* source, Texture* target)
+void BlurAndCombineRenderPass::drawWithBlurOnlyShader(const bool& /*kernelChanged*/, Texture* source,
+                                                      Texture* target)
 {
     beginDraw(target);
     const AutoBinder programBinder(m_shaderProgram.get());
@@ -189,7 +191,8 @@ void BlurAndCombineRenderPass::drawWithBlurOnlyShader(Texture* source, Texture* 
     m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
 }
 
-void BlurAndCombineRenderPass::drawWithBlurAndAddShader(Texture* base, Texture* blurred, Texture* target)
+void BlurAndCombineRenderPass::drawWithBlurAndAddShader(const bool& /*kernelChanged*/, Texture* base,
+                                                        Texture* blurred, Texture* target)
 {
     beginDraw(target);
     sampleLinearly(blurred);

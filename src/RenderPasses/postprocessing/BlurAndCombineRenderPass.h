@@ -47,9 +47,10 @@ public:
 
 private:
     bool updateKernel(float radius);
-    void drawWithThresholdShader(bool kernelChanged, Texture* source, Texture* target);
-    void drawWithBlurOnlyShader(Texture* source, Texture* target);
-    void drawWithBlurAndAddShader(Texture* base, Texture* blurred, Texture* target);
+    void drawWithThresholdShader(const bool& kernelChanged, Texture* source, Texture* target);
+    void drawWithBlurOnlyShader(const bool& kernelChanged, Texture* source, Texture* target);
+    void drawWithBlurAndAddShader(const bool& kernelChanged, Texture* base, Texture* blurred,
+                                  Texture* target);
 
     std::unique_ptr<ShaderProgram> m_blurAndAddProgram;
     std::unique_ptr<ShaderProgram> m_thresholdProgram;

@@ -22,7 +22,8 @@ namespace {
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/DepthOfFieldRenderPass";
 
 // The settings that no port drives are constants, those of features that are off included; the compiler drops
-// what they switch off.
+// what they switch off. Texels come from texture(): it does what texture2D() did, which version 150
+// deprecates and forward-compatible contexts lack.
 const QString fragmentSource = QStringLiteral(R"(#version 150
 #define PI 3.14159265
 
@@ -36,13 +37,13 @@ uniform float focalLength = 1.0;       // of the lens, in millimetres
 uniform float fstop;
 uniform bool autofocus;                // focus on what is at "focus" instead of at focalDepth
 uniform vec2 focus = vec2(0.5, 0.5);
-uniform bool showFocus = false;        // tints what is out of focus, for debugging
+uniform bool showFocus = false;        // colours the picture by its sharpness
 
 const float znear = 0.1;               // of the depth texture, in metres
 const float zfar = 100.0;
-const float CoC = 0.03;                // circle of confusion that still looks sharp, in millimetres
+const float CoC = 0.03;                // spot on the film that nobody tells from a point, in millimetres
 
-const int samples = 3;                 // taps on the first ring
+const int samples = 3;                 // of ring 1; ring n has n times as many
 const int rings = 3;
 
 const bool manualdof = false;          // blur by distances from the plane in focus instead of by a lens
@@ -54,20 +55,20 @@ const float fdofdist = 3.0;
 const bool vignetting = false;
 const float vignout = 1.3;
 const float vignin = 0.0;
-const float vignfade = 22.0;           // f-stops until the vignette is gone
+const float vignfade = 22.0;           // stopping down by this moves the darkening outwards by 1
 
-const float maxblur = 1.0;             // largest blur, in pixels a ring
+const float maxblur = 1.0;             // pixels between two rings where the blur is 1
 const float threshold = 0.5;           // of highlights
 const float gain = 2.0;
-const float bias = 0.5;                // how much the outer rings outweigh the inner ones
-const float fringe = 0.7;              // chromatic aberration, in pixels
-const bool noise = true;               // dither the rings by noise instead of by a pattern
+const float bias = 0.5;                // 0 weighs all rings alike, 1 by their radius
+const float fringe = 0.7;              // pixels that the channels drift apart where the blur is 1
+const bool noise = true;               // the offsets of the rings are random, or else regular
 const float namount = 0.0001;
 
-const bool depthblur = false;          // smooth the depth
-const float dbsize = 1.25;             // in pixels
+const bool depthblur = false;          // distances are averaged over 3x3 texels
+const float dbsize = 1.25;             // pixels between those
 
-const bool pentagon = false;           // bokeh of a five-bladed iris
+const bool pentagon = false;           // spots have five sides, or else are round
 const float feather = 0.4;
 
 in vec2 vo_TexCoord;
@@ -75,10 +76,10 @@ out vec4 out_FragColor;
 
 vec2 texel;
 
-// Distance from the camera of a window depth, in metres.
-float linearize(float depth)
+// Distance from the camera of a window depth.
+float metresAt(float windowDepth)
 {
-    return -zfar * znear / (depth * (zfar - znear) - zfar);
+    return znear * zfar / (zfar - windowDepth * (zfar - znear));
 }
 
 float smoothedDepth(vec2 uv)
@@ -116,7 +117,7 @@ vec2 dither(vec2 uv)
     if (noise) {
         const vec2 direction = vec2(12.9898, 78.233);
         vec2 phase = vec2(dot(uv, direction), dot(uv, direction * 2.0));
-        return clamp(fract(sin(phase) * 43758.5453), 0.0, 1.0) * 2.0 - 1.0;
+        return fract(sin(phase) * 43758.5453) * 2.0 - 1.0;
     }
     float column = fract(1.0 - uv.s * (float(bgl_RenderedTextureWidth) / 2.0));
     float row = fract(uv.t * (float(bgl_RenderedTextureHeight) / 2.0));
@@ -155,10 +156,10 @@ vec3 gatherRings(vec3 centre, float blur)
     vec3 sum = centre;
     float total = 1.0;
     for (int i = 1; i <= rings; ++i) {
-        int ringSamples = i * samples;
+        int numTaps = i * samples;
         float ringWeight = mix(1.0, float(i) / float(rings), bias);
-        for (int j = 0; j < ringSamples; ++j) {
-            float angle = float(j) * (PI * 2.0 / float(ringSamples));
+        for (int j = 0; j < numTaps; ++j) {
+            float angle = float(j) * (PI * 2.0 / float(numTaps));
             vec2 position = vec2(cos(angle), sin(angle)) * float(i);
             float weight = pentagon ? ringWeight * pentagonWeight(position) : ringWeight;
             sum += bokehTap(vo_TexCoord + position * radius, blur) * weight;
@@ -168,27 +169,28 @@ vec3 gatherRings(vec3 centre, float blur)
     return sum / total;
 }
 
-vec3 tintFocus(vec3 colour, float blur, float depth)
+// Warm in the plane in focus, cool from there to where the blur stops growing.
+vec3 tintFocus(vec3 colour, float blur, float metres)
 {
-    float edge = 0.002 * depth;
-    float inFocus = clamp(smoothstep(0.0, edge, blur), 0.0, 1.0);
-    float blurred = clamp(smoothstep(1.0 - edge, 1.0, blur), 0.0, 1.0);
-    colour = mix(colour, vec3(1.0, 0.5, 0.0), (1.0 - inFocus) * 0.6);
-    return mix(colour, vec3(0.0, 0.5, 1.0), ((1.0 - blurred) - (1.0 - inFocus)) * 0.2);
+    float transition = 0.002 * metres;
+    float leaving = smoothstep(0.0, transition, blur);
+    float saturated = smoothstep(1.0 - transition, 1.0, blur);
+    vec3 warm = mix(colour, vec3(1.0, 0.5, 0.0), 0.6 - 0.6 * leaving);
+    return mix(warm, vec3(0.0, 0.5, 1.0), 0.2 * (leaving - saturated));
 }
 
-float vignette(vec2 uv)
+// What is left of the light towards the corners.
+float cornerFalloff(vec2 uv)
 {
-    float inner = vignin + fstop / vignfade;
-    float outer = vignout + fstop / vignfade;
-    return 1.0 - smoothstep(inner, outer, distance(uv, vec2(0.5, 0.5)));
+    vec2 range = vec2(vignin, vignout) + fstop / vignfade;
+    return 1.0 - smoothstep(range.x, range.y, length(uv - 0.5));
 }
 
 void main()
 {
     texel = vec2(1.0 / float(bgl_RenderedTextureWidth), 1.0 / float(bgl_RenderedTextureHeight));
-    float depth = linearize(depthblur ? smoothedDepth(vo_TexCoord) : texture(bgl_DepthTexture, vo_TexCoord).r);
-    float focalDistance = autofocus ? linearize(texture(bgl_DepthTexture, focus).r) : focalDepth;
+    float depth = metresAt(depthblur ? smoothedDepth(vo_TexCoord) : texture(bgl_DepthTexture, vo_TexCoord).r);
+    float focalDistance = autofocus ? metresAt(texture(bgl_DepthTexture, focus).r) : focalDepth;
     float blur = blurAmount(depth, focalDistance);
 
     vec3 colour = texture(bgl_RenderedTexture, vo_TexCoord).rgb;
@@ -200,7 +202,7 @@ void main()
         colour = tintFocus(colour, blur, depth);
     }
     if (vignetting) {
-        colour *= vignette(vo_TexCoord);
+        colour *= cornerFalloff(vo_TexCoord);
     }
     out_FragColor = vec4(colour, 1.0);
 }
