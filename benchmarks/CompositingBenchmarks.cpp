@@ -100,7 +100,7 @@ std::function<void()> librarySide(RenderPass& pass)
 
 std::unique_ptr<Texture> makePicture(int seed)
 {
-    std::vector<unsigned char> texels(static_cast<size_t>(width * height * 4));
+    std::vector<unsigned char> texels(static_cast<size_t>(width) * static_cast<size_t>(height) * 4);
     for (size_t i = 0; i < texels.size(); i += 4) {
         const size_t n = (i / 4 * 2654435761U + static_cast<size_t>(seed)) >> 7U;
         const auto alpha = static_cast<unsigned char>(1 + n % 255);
@@ -205,7 +205,8 @@ BENCHMARK(Blend)->DenseRange(0, 25)->Unit(benchmark::kMillisecond);
 void Skybox(benchmark::State& state)
 {
     constexpr int faceSize = 512;
-    const std::vector<unsigned char> texels(static_cast<size_t>(faceSize * faceSize * 4), 128);
+    const std::vector<unsigned char> texels(static_cast<size_t>(faceSize) * static_cast<size_t>(faceSize) * 4,
+                                            128);
     Texture cubemap;
     cubemap.setTarget(GL_TEXTURE_CUBE_MAP);
     cubemap.setFilter(GL_LINEAR, GL_LINEAR);

@@ -293,7 +293,8 @@ TEST_F(SkyboxRenderPassTest, PooledTexturesStandInFrameAfterFrame)
     TextureManager* pool = TextureManager::Instance();
     const auto fillStencil = [&] {
         Texture* used = pool->tempTexture(TextureFormat::Depth24Stencil8, width, height);
-        const std::vector<unsigned int> full(static_cast<size_t>(width * height), 0xffffffffU);
+        const std::vector<unsigned int> full(static_cast<size_t>(width) * static_cast<size_t>(height),
+                                             0xffffffffU);
         used->setImage2D(0, GL_DEPTH24_STENCIL8, width, height, GL_DEPTH_STENCIL, GL_UNSIGNED_INT_24_8,
                          full.data());
         pool->releaseTempTextureRef(used, 1);

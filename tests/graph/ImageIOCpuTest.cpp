@@ -256,7 +256,7 @@ TEST_F(ImageIO, FullDiskLeavesTheOldFile)
 
 TEST_F(ImageIO, DamagedFilesAreRefusedWithOneLine)
 {
-    Image image{40, 40, rgba, std::vector<float>(static_cast<size_t>(40 * 40 * 4), 0.3F)};
+    Image image{40, 40, rgba, std::vector<float>(size_t{40} * 40 * 4, 0.3F)};
     write(image, QStringLiteral("whole.exr"));
     write(image, QStringLiteral("whole.png"));
     for (const QString& ending : {QStringLiteral("exr"), QStringLiteral("png")}) {

@@ -99,7 +99,7 @@ const MaterialData& materialNamed(const ModelData& model, const char* name)
 QByteArray base64(const std::vector<float>& values)
 {
     return QByteArray(reinterpret_cast<const char*>(values.data()),
-                      static_cast<qsizetype>(values.size() * sizeof(float)))
+                      static_cast<qsizetype>(values.size()) * static_cast<qsizetype>(sizeof(float)))
         .toBase64();
 }
 

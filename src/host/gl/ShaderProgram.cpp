@@ -777,12 +777,13 @@ void ShaderProgram::readInitialValues()
         const UniformShape shape = shapeOf(uniform.type);
         const auto read = [&]<class Value>(void (*get)(unsigned int, int, Value*)) {
             const int size = shape.rows * shape.columns;
-            std::vector<Value> values(static_cast<size_t>(size * uniform.arraySize));
+            std::vector<Value> values(static_cast<size_t>(size) * static_cast<size_t>(uniform.arraySize));
             for (int element = 0; element < uniform.arraySize; ++element) {
                 const QByteArray name = i.key() + '[' + QByteArray::number(element) + ']';
                 const int location =
                     element == 0 ? uniform.location : glGetUniformLocation(m_linked.name, name.constData());
-                get(m_linked.name, location, values.data() + static_cast<size_t>(element * size));
+                get(m_linked.name, location,
+                    values.data() + static_cast<size_t>(element) * static_cast<size_t>(size));
             }
             m_linked.initialValues.push_back({uniform, std::move(values)});
         };
