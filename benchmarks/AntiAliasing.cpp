@@ -130,10 +130,10 @@ DrawByHand::DrawByHand(int width, int height, const QString& vertex, const QStri
     glGenTextures(1, &m_target);
     glBindTexture(GL_TEXTURE_2D, m_target);
     glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, width, height, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
-    for (const GLenum filter : {GL_TEXTURE_MIN_FILTER, GL_TEXTURE_MAG_FILTER}) {
+    for (const GLenum filter : {GLenum{GL_TEXTURE_MIN_FILTER}, GLenum{GL_TEXTURE_MAG_FILTER}}) {
         glTexParameteri(GL_TEXTURE_2D, filter, GL_LINEAR);
     }
-    for (const GLenum wrap : {GL_TEXTURE_WRAP_S, GL_TEXTURE_WRAP_T}) {
+    for (const GLenum wrap : {GLenum{GL_TEXTURE_WRAP_S}, GLenum{GL_TEXTURE_WRAP_T}}) {
         glTexParameteri(GL_TEXTURE_2D, wrap, GL_CLAMP_TO_EDGE);
     }
     glGenFramebuffers(1, &m_framebuffer);
