@@ -332,6 +332,7 @@ TEST_F(Bindings, ABatchDrawsOnlyWithAValidProgram)
     {
         const auto broken = makeProgram("#version 150\nvoid main() { nonsense }\n");
         const AutoBinder brokenBinder(broken.get());
+        expectMessage(QStringLiteral("cannot be built"));
         EXPECT_FALSE(batch->draw()) << "not even with the program around it";
         EXPECT_EQ(picture(), QVector4D());
     }
