@@ -33,6 +33,7 @@ void DrawBuffers::setPrimitiveType(unsigned int type)
 void DrawBuffers::setVertexCount(int count)
 {
     m_vertexCount = count;
+    forgetImpliedCommand();
 }
 
 void DrawBuffers::setIndexedDraw(const QSharedPointer<BufferObject>& buffer, int count, unsigned int type)
@@ -40,6 +41,14 @@ void DrawBuffers::setIndexedDraw(const QSharedPointer<BufferObject>& buffer, int
     m_indexBuffer = buffer;
     m_indexCount = count;
     m_indexType = type;
+    forgetImpliedCommand();
+}
+
+void DrawBuffers::forgetImpliedCommand()
+{
+    if (m_commands.empty()) {
+        m_commandBlock.reset();
+    }
 }
 
 void DrawBuffers::setDrawElementsIndirectCommands(const DrawElementsIndirectCommand* commands, int count)

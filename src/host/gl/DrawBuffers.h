@@ -62,7 +62,7 @@ public:
     }
     /// The commands as the std140 block "DrawElementsIndirectCommands", whose elements are 32 bytes apart and
     /// hold the five values in GL's order; binding the buffer binds the block. A batch without commands has
-    /// one that says what draw issues. Made on the first call and kept until the commands change.
+    /// one that says what draw issues. Made on the first call and kept until what it says changes.
     QSharedPointer<BufferObject> getDrawElementsIndirectCommandsUniformBufferObject();
 
     /// Binds the vertex array.
@@ -73,6 +73,8 @@ public:
     bool draw();
 
 private:
+    void forgetImpliedCommand();
+
     ResourceScope::Membership m_membership;
     QSharedPointer<VertexArrayObject> m_vertexArray;
     QSharedPointer<BufferObject> m_indexBuffer;

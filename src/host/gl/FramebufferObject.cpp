@@ -26,7 +26,7 @@ BindingRecord& bindings()
 /// kept as an attachment but does not reach GL.
 bool reachesGL(const Texture* texture)
 {
-    return texture && !(texture->size().isValid() && texture->size().isEmpty());
+    return texture && !texture->size().isEmpty();
 }
 
 } // namespace
@@ -109,11 +109,15 @@ void FramebufferObject::attachLayer(Texture* texture, unsigned int attachment, i
         apply(index);
     };
     set(indexOf(attachment));
+    if (attachment != GL_DEPTH_STENCIL_ATTACHMENT) {
+        return;
+    }
     // GL does not take a depth texture without stencil at the combined point: it goes to the depth point
     // alone.
-    if (attachment == GL_DEPTH_STENCIL_ATTACHMENT &&
-        formatFromInternalFormat(texture->internalFormat()) == GL_DEPTH_STENCIL) {
+    if (formatFromInternalFormat(texture->internalFormat()) == GL_DEPTH_STENCIL) {
         set(stencilIndex);
+    } else {
+        m_attachments[stencilIndex].texture = nullptr;
     }
 }
 

@@ -1,5 +1,7 @@
 #include <Qel/gl/TextureManager.h>
 
+#include <QPointer>
+
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -25,8 +27,8 @@ struct Entry
     int width;
     int height;
     int references;
-    /// The frame of the latest loan.
-    quint64 lastFrame;
+    /// Frames of its context since the latest loan.
+    quint64 age;
 };
 
 struct StandIn
@@ -73,8 +75,7 @@ struct TextureManager::Private
 {
     std::vector<Entry> entries;
     std::vector<StandIn> standIns;
-    Texture* chosenStandIn = nullptr;
-    quint64 frame = 0;
+    QPointer<Texture> chosenStandIn;
 
     Entry* find(const Texture* texture)
     {
@@ -138,12 +139,13 @@ Texture* TextureManager::tempTexture(TextureFormat format, int width, int height
         allocate(*texture, format, width, height);
         d->entries.push_back({std::move(texture), context, format, width, height, 0, 0});
         entry = std::prev(d->entries.end());
-    } else if (entry->texture->internalFormat() != internalFormatOf(format)) {
-        // Its last borrower gave it contents of another format.
+    } else if (entry->texture->internalFormat() != internalFormatOf(format) ||
+               entry->texture->size() != QSize(width, height)) {
+        // Its last borrower gave it contents of another kind.
         allocate(*entry->texture, format, width, height);
     }
     entry->references = count < 0 ? 1 : count;
-    entry->lastFrame = d->frame;
+    entry->age = 0;
     entry->texture->setFilter(GL_LINEAR, GL_LINEAR);
     entry->texture->setWrap(GL_CLAMP_TO_EDGE);
     return entry->texture.get();
@@ -174,10 +176,12 @@ void TextureManager::releaseTempTextureRef(Texture* texture, int references)
 
 void TextureManager::endFrame()
 {
-    ++d->frame;
-    std::erase_if(d->entries, [&](const Entry& entry) {
+    for (Entry& entry : d->entries) {
+        entry.age += entry.context == OpenGLDeviceContext::current() ? 1U : 0U;
+    }
+    std::erase_if(d->entries, [](const Entry& entry) {
         return entry.context == OpenGLDeviceContext::current() && entry.references == 0 &&
-               d->frame - entry.lastFrame > framesToKeep;
+               entry.age > framesToKeep;
     });
 }
 
@@ -225,7 +229,7 @@ void TextureManager::bindManagedTexture(int slot, Texture* texture)
 {
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     if (!texture) {
-        texture = d->chosenStandIn ? d->chosenStandIn : d->white(context);
+        texture = d->chosenStandIn ? d->chosenStandIn.data() : d->white(context);
     }
     context->bindings().bindManagedTexture(slot, texture);
 }

@@ -1,0 +1,452 @@
+#include <QPointer>
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <vector>
+
+#include <epoxy/gl.h>
+
+#include <Qel/gl/BindingRecord.h>
+#include <Qel/gl/BufferObject.h>
+#include <Qel/gl/DrawBuffers.h>
+#include <Qel/gl/FramebufferObject.h>
+#include <Qel/gl/GLErrors.h>
+#include <Qel/gl/Guards.h>
+#include <Qel/gl/ResourceScope.h>
+#include <Qel/gl/ShaderProgram.h>
+#include <Qel/gl/Texture.h>
+#include <Qel/gl/UniformBlocks.h>
+#include <Qel/gl/VertexArrayObject.h>
+
+#include "support/GLTest.h"
+#include "support/Pixels.h"
+
+namespace Morvane::Qel::Test {
+
+namespace {
+
+unsigned int stateInGL(GLenum name)
+{
+    int value = -1;
+    glGetIntegerv(name, &value);
+    return static_cast<unsigned int>(value);
+}
+
+/// The 2D texture of a unit.
+unsigned int textureAt(int unit)
+{
+    glActiveTexture(GL_TEXTURE0 + static_cast<unsigned int>(unit));
+    return stateInGL(GL_TEXTURE_BINDING_2D);
+}
+
+std::unique_ptr<Texture> makeTexel(const QVector4D& value = {})
+{
+    return std::unique_ptr<Texture>(
+        makeTexture(Pixels::generate(1, 1, [&](int, int) { return value; }), GL_RGBA8));
+}
+
+std::unique_ptr<ShaderProgram> makeProgram(const char* fragmentShader)
+{
+    auto program = std::make_unique<ShaderProgram>();
+    program->addShader(GL_VERTEX_SHADER,
+                       QStringLiteral("#version 150\nin vec3 va_Vertex;\n"
+                                      "void main() { gl_Position = vec4(va_Vertex, 1.0); }\n"),
+                       {});
+    program->addShader(GL_FRAGMENT_SHADER, QString::fromLatin1(fragmentShader), {});
+    return program;
+}
+
+const char* const whiteFragment = "#version 150\nout vec4 o;\nvoid main() { o = vec4(1.0); }\n";
+
+class Bindings : public GLTest
+{
+};
+
+TEST_F(Bindings, TexturesTakeUnitsStackWise)
+{
+    const auto a = makeTexel();
+    const auto b = makeTexel();
+    const auto c = makeTexel();
+    a->bind();
+    b->bind();
+    EXPECT_EQ(a->unit(), 0);
+    EXPECT_EQ(b->unit(), 1);
+    EXPECT_EQ(textureAt(0), a->textureID());
+    EXPECT_EQ(textureAt(1), b->textureID());
+
+    // Bound again, it has two units, and goes back to the earlier one.
+    {
+        const AutoBinder binder(a.get());
+        EXPECT_EQ(a->unit(), 2);
+        EXPECT_EQ(textureAt(2), a->textureID());
+    }
+    EXPECT_EQ(a->unit(), 0);
+    EXPECT_EQ(textureAt(0), a->textureID());
+    EXPECT_EQ(textureAt(2), 0U);
+
+    // Released out of order: what is bound on top stays where samplers look for it.
+    a->release();
+    EXPECT_EQ(a->unit(), -1);
+    EXPECT_EQ(b->unit(), 1);
+    EXPECT_EQ(textureAt(0), 0U);
+    EXPECT_EQ(textureAt(1), b->textureID());
+    c->bind();
+    EXPECT_NE(c->unit(), b->unit());
+    EXPECT_EQ(textureAt(c->unit()), c->textureID());
+    EXPECT_EQ(textureAt(b->unit()), b->textureID());
+    b->release();
+    c->release();
+    c->release();
+    b->bind();
+    EXPECT_EQ(b->unit(), 0) << "every unit is free again";
+
+    // Changes to a texture do not disturb what is bound.
+    a->setFilter(GL_LINEAR, GL_LINEAR);
+    a->setImage2D(0, GL_RGBA8, 2, 2, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+    EXPECT_EQ(a->unit(), -1);
+    EXPECT_EQ(textureAt(b->unit()), b->textureID());
+    b->release();
+
+    // Deleted while bound, and of another target than its neighbour.
+    auto cube = std::make_unique<Texture>();
+    cube->setTarget(GL_TEXTURE_CUBE_MAP);
+    cube->bind();
+    cube->bind();
+    cube.reset();
+    a->bind();
+    EXPECT_EQ(a->unit(), 0);
+    EXPECT_EQ(stateInGL(GL_TEXTURE_BINDING_CUBE_MAP), 0U);
+    a->release();
+}
+
+TEST_F(Bindings, MoreTexturesThanUnitsAreReportedAndLeaveTheOuterBindings)
+{
+    const QVector4D red(1.0F, 0.0F, 0.0F, 1.0F);
+    const auto numReports = [&] {
+        return messages().failures.filter(QStringLiteral("texture units are taken")).size();
+    };
+    std::vector<std::unique_ptr<Texture>> textures;
+    for (int i = 0; i < BindingRecord::numUnits; ++i) {
+        textures.push_back(makeTexel(red));
+    }
+    const auto extra = makeTexel();
+    for (const auto& texture : textures) {
+        texture->bind();
+    }
+    EXPECT_EQ(numReports(), 0);
+    {
+        // Both one that is new to the units and one that has a unit already.
+        const AutoBinder newBinder(extra.get());
+        EXPECT_EQ(numReports(), 1);
+        EXPECT_EQ(extra->unit(), -1);
+        const AutoBinder againBinder(textures[3].get());
+        EXPECT_EQ(numReports(), 2);
+    }
+    EXPECT_EQ(numReports(), 2) << "once for each binding";
+    expectMessage(QStringLiteral("all %1 texture units are taken").arg(BindingRecord::numUnits));
+    for (int i = 0; i < BindingRecord::numUnits; ++i) {
+        const auto& texture = textures[static_cast<size_t>(i)];
+        EXPECT_EQ(texture->unit(), i);
+        EXPECT_EQ(textureAt(i), texture->textureID()) << i;
+    }
+    for (const auto& texture : textures) {
+        texture->release();
+        EXPECT_EQ(texture->unit(), -1);
+    }
+    extra->bind();
+    EXPECT_EQ(extra->unit(), 0);
+    extra->release();
+    EXPECT_EQ(textureAt(3), 0U);
+}
+
+TEST_F(Bindings, ProgramsAndVertexArraysNest)
+{
+    const auto outer = makeProgram(whiteFragment);
+    auto inner = makeProgram(whiteFragment);
+    VertexArrayObject outerArray;
+    auto innerArray = std::make_unique<VertexArrayObject>();
+    const AutoBinder nothing(static_cast<Bindable*>(nullptr));
+    {
+        const AutoBinder outerBinder(outer.get());
+        const AutoBinder arrayBinder(&outerArray);
+        {
+            const AutoBinder innerBinder(inner.get());
+            const AutoBinder innerArrayBinder(innerArray.get());
+            EXPECT_EQ(stateInGL(GL_CURRENT_PROGRAM), inner->programID());
+            EXPECT_EQ(stateInGL(GL_VERTEX_ARRAY_BINDING), innerArray->getVAO());
+        }
+        EXPECT_EQ(stateInGL(GL_CURRENT_PROGRAM), outer->programID());
+        EXPECT_EQ(stateInGL(GL_VERTEX_ARRAY_BINDING), outerArray.getVAO());
+
+        // Destroyed while bound.
+        inner->bind();
+        innerArray->bind();
+        inner.reset();
+        innerArray.reset();
+        EXPECT_EQ(stateInGL(GL_CURRENT_PROGRAM), outer->programID());
+        EXPECT_EQ(stateInGL(GL_VERTEX_ARRAY_BINDING), outerArray.getVAO());
+    }
+    EXPECT_EQ(stateInGL(GL_CURRENT_PROGRAM), 0U);
+    EXPECT_EQ(stateInGL(GL_VERTEX_ARRAY_BINDING), 0U);
+}
+
+TEST_F(Bindings, CapabilitiesAreRestoredAsTheyWere)
+{
+    // One that the context keeps a record of and one that it asks GL for.
+    for (const GLenum capability : {GL_BLEND, GL_SAMPLE_ALPHA_TO_COVERAGE}) {
+        for (const bool before : {false, true}) {
+            context().setEnabled(capability, before);
+            {
+                const AutoEnabler enabler(capability);
+                EXPECT_TRUE(glIsEnabled(capability));
+                EXPECT_TRUE(context().isEnabled(capability));
+                {
+                    const AutoDisabler disabler(capability);
+                    EXPECT_FALSE(glIsEnabled(capability));
+                    EXPECT_FALSE(context().isEnabled(capability));
+                }
+                EXPECT_TRUE(glIsEnabled(capability));
+            }
+            EXPECT_EQ(glIsEnabled(capability) == GL_TRUE, before);
+            EXPECT_EQ(context().isEnabled(capability), before);
+            {
+                const AutoDisabler disabler(capability);
+                EXPECT_FALSE(glIsEnabled(capability));
+            }
+            EXPECT_EQ(glIsEnabled(capability) == GL_TRUE, before);
+        }
+    }
+}
+
+TEST_F(Bindings, MakeCurrentReadsWhatTheApplicationChanged)
+{
+    const auto color = makeTexel();
+    const auto program = makeProgram(whiteFragment);
+    const auto applicationProgram = makeProgram(whiteFragment);
+    VertexArrayObject vertexArray;
+    VertexArrayObject applicationArray;
+    FramebufferObject framebuffer;
+    framebuffer.attach(color.get(), GL_COLOR_ATTACHMENT0, 0);
+    FramebufferObject applicationFramebuffer;
+    color->bind();
+    program->bind();
+    framebuffer.bind();
+    context().disable(GL_DEPTH_TEST);
+    context().enable(GL_BLEND);
+
+    glEnable(GL_DEPTH_TEST);
+    glDisable(GL_BLEND);
+    glViewport(7, 8, 9, 10);
+    glUseProgram(applicationProgram->programID());
+    glBindVertexArray(applicationArray.getVAO());
+    glBindFramebuffer(GL_FRAMEBUFFER, applicationFramebuffer.getFBO());
+    context().makeCurrent();
+
+    EXPECT_TRUE(context().isEnabled(GL_DEPTH_TEST));
+    EXPECT_FALSE(context().isEnabled(GL_BLEND));
+    EXPECT_EQ(context().viewport(), QRect(7, 8, 9, 10));
+    EXPECT_EQ(color->unit(), -1);
+    {
+        const AutoEnabler blend(GL_BLEND);
+        const AutoBinder programBinder(program.get());
+        const AutoBinder arrayBinder(&vertexArray);
+        const AutoBinder framebufferBinder(&framebuffer);
+        framebuffer.setDrawBuffers();
+    }
+    EXPECT_FALSE(glIsEnabled(GL_BLEND));
+    EXPECT_EQ(stateInGL(GL_CURRENT_PROGRAM), applicationProgram->programID());
+    EXPECT_EQ(stateInGL(GL_VERTEX_ARRAY_BINDING), applicationArray.getVAO());
+    EXPECT_EQ(stateInGL(GL_DRAW_FRAMEBUFFER_BINDING), applicationFramebuffer.getFBO());
+    EXPECT_EQ(context().viewport(), QRect(7, 8, 9, 10));
+    std::array<int, 4> viewport{};
+    glGetIntegerv(GL_VIEWPORT, viewport.data());
+    EXPECT_EQ(viewport, (std::array<int, 4>{7, 8, 9, 10}));
+    glUseProgram(0);
+    glBindVertexArray(0);
+    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    context().makeCurrent();
+}
+
+TEST_F(Bindings, AScopeDeletesWhatIsLeft)
+{
+    QObject parent;
+    QPointer<Texture> left;
+    QPointer<Texture> ofParent;
+    QPointer<Texture> adopted;
+    QPointer<Texture> suspended;
+    QPointer<Texture> before = new Texture;
+    QPointer<FramebufferObject> framebuffer;
+    unsigned int name = 0;
+    {
+        ResourceScope scope(&context());
+        {
+            const ResourceScope::Activation activation(&context(), &scope);
+            left = makeTexel().release();
+            name = left->textureID();
+            framebuffer = new FramebufferObject;
+            framebuffer->bind();
+            ofParent = new Texture(&parent);
+            adopted = new Texture;
+            adopted->setParent(&parent);
+            {
+                const ResourceScope::Activation suspension(&context(), nullptr);
+                suspended = new Texture;
+            }
+            const auto deletedByItsOwner = makeTexel();
+            // Deleted together with the one that owns it.
+            (new Texture)->setParent(left);
+            EXPECT_EQ(scope.numObjects(), 5);
+        }
+        EXPECT_EQ(scope.numObjects(), 4) << "what was deleted left the scope";
+        const std::unique_ptr<Texture> after(new Texture);
+        EXPECT_EQ(scope.numObjects(), 4) << "the scope is not active any more";
+    }
+    EXPECT_TRUE(left.isNull());
+    EXPECT_FALSE(glIsTexture(name));
+    EXPECT_TRUE(framebuffer.isNull());
+    EXPECT_EQ(stateInGL(GL_DRAW_FRAMEBUFFER_BINDING), 0U);
+    EXPECT_FALSE(ofParent.isNull());
+    EXPECT_FALSE(adopted.isNull());
+    EXPECT_FALSE(suspended.isNull());
+    EXPECT_FALSE(before.isNull());
+    EXPECT_EQ(context().resourceScope(), nullptr);
+    delete suspended.data();
+    delete before.data();
+}
+
+TEST_F(Bindings, ABatchDrawsOnlyWithAValidProgram)
+{
+    const auto color = makeTexel();
+    FramebufferObject framebuffer;
+    framebuffer.attach(color.get(), GL_COLOR_ATTACHMENT0, 0);
+    const AutoBinder framebufferBinder(&framebuffer);
+    framebuffer.setDrawBuffers();
+    const auto batch = context().fullScreenTriangle();
+    const AutoBinder batchBinder(batch);
+    const auto picture = [&] { return readTexture(color.get()).at(0, 0); };
+
+    EXPECT_FALSE(batch->draw());
+    const auto valid = makeProgram(whiteFragment);
+    const AutoBinder validBinder(valid.get());
+    {
+        const auto broken = makeProgram("#version 150\nvoid main() { nonsense }\n");
+        const AutoBinder brokenBinder(broken.get());
+        expectMessage(QStringLiteral("cannot be built"));
+        EXPECT_FALSE(batch->draw()) << "not even with the program around it";
+        EXPECT_EQ(picture(), QVector4D());
+    }
+    DrawBuffers withoutArray;
+    withoutArray.setVertexCount(3);
+    EXPECT_FALSE(withoutArray.draw());
+    EXPECT_EQ(picture(), QVector4D());
+    EXPECT_TRUE(batch->draw());
+    EXPECT_EQ(picture(), QVector4D(1.0F, 1.0F, 1.0F, 1.0F));
+}
+
+TEST_F(Bindings, AnIndexedTargetBindsItsRange)
+{
+    const auto alignment = static_cast<int>(stateInGL(GL_UNIFORM_BUFFER_OFFSET_ALIGNMENT));
+    BufferObject buffer(GL_ARRAY_BUFFER);
+    buffer.uploadBytes(nullptr, 4 * static_cast<qsizetype>(alignment), GL_STATIC_DRAW);
+    const auto range = [](unsigned int index) {
+        std::array<GLint64, 3> values{};
+        glGetInteger64i_v(GL_UNIFORM_BUFFER_BINDING, index, &values[0]);
+        glGetInteger64i_v(GL_UNIFORM_BUFFER_START, index, &values[1]);
+        glGetInteger64i_v(GL_UNIFORM_BUFFER_SIZE, index, &values[2]);
+        return values;
+    };
+    const GLint64 name = buffer.getBO();
+    buffer.setIndexedTarget(GL_UNIFORM_BUFFER, 5, alignment, 2 * static_cast<qsizetype>(alignment));
+    {
+        const AutoBinder binder(&buffer);
+        EXPECT_EQ(range(5), (std::array<GLint64, 3>{name, alignment, 2 * alignment}));
+        EXPECT_EQ(range(4)[0], 0);
+    }
+    EXPECT_EQ(range(5)[0], 0);
+
+    // An ordinary target again.
+    buffer.setTarget(GL_ARRAY_BUFFER);
+    const AutoBinder binder(&buffer);
+    EXPECT_EQ(stateInGL(GL_ARRAY_BUFFER_BINDING), buffer.getBO());
+    EXPECT_EQ(range(5)[0], 0);
+}
+
+TEST_F(Bindings, ShadersReadTheIndirectCommandsOfABatch)
+{
+    // Reads the five values of two commands, one a pixel.
+    const auto program = makeProgram(R"(#version 150
+struct Command { uint count; uint instanceCount; uint firstIndex; uint baseVertex; uint baseInstance; };
+layout(std140) uniform DrawElementsIndirectCommands { Command commands[2]; };
+out vec4 o;
+void main()
+{
+    Command c = commands[int(gl_FragCoord.x) / 2];
+    o = int(gl_FragCoord.x) % 2 == 0 ? vec4(c.count, c.instanceCount, c.firstIndex, c.baseVertex)
+                                     : vec4(c.baseInstance);
+})");
+    ASSERT_TRUE(program->isValid());
+    const std::unique_ptr<Texture> target(
+        makeTexture(Pixels::generate(4, 1, [](int, int) { return QVector4D(); }), GL_RGBA32F));
+    FramebufferObject framebuffer;
+    framebuffer.attach(target.get(), GL_COLOR_ATTACHMENT0, 0);
+    const AutoBinder framebufferBinder(&framebuffer);
+    framebuffer.setDrawBuffers();
+    DrawBuffers batch;
+    const std::array<DrawElementsIndirectCommand, 2> commands{{{30, 1, 6, 70, 11}, {12, 2, 36, 90, 13}}};
+    batch.setDrawElementsIndirectCommands(commands.data(), 2);
+    {
+        const AutoBinder programBinder(program.get());
+        const AutoBinder blockBinder(batch.getDrawElementsIndirectCommandsUniformBufferObject());
+        const auto triangle = context().fullScreenTriangle();
+        const AutoBinder triangleBinder(triangle);
+        ASSERT_TRUE(triangle->draw());
+    }
+    const Pixels picture = readTexture(target.get());
+    EXPECT_EQ(picture.at(0, 0), QVector4D(30, 1, 6, 70));
+    EXPECT_EQ(picture.at(1, 0), QVector4D(11, 11, 11, 11));
+    EXPECT_EQ(picture.at(2, 0), QVector4D(12, 2, 36, 90));
+    EXPECT_EQ(picture.at(3, 0), QVector4D(13, 13, 13, 13));
+
+    // Without commands: what draw issues, also after that changed.
+    const auto countInBlock = [](DrawBuffers& drawn) {
+        const auto block = drawn.getDrawElementsIndirectCommandsUniformBufferObject();
+        std::array<unsigned int, 2> values{};
+        const auto* mapped = static_cast<const unsigned int*>(block->map(GL_READ_ONLY));
+        std::copy_n(mapped, values.size(), values.begin());
+        block->unmap();
+        return values;
+    };
+    DrawBuffers plain;
+    plain.setVertexCount(9);
+    EXPECT_EQ(countInBlock(plain), (std::array<unsigned int, 2>{9, 1}));
+    plain.setVertexCount(21);
+    EXPECT_EQ(countInBlock(plain), (std::array<unsigned int, 2>{21, 1}));
+    const auto indices = QSharedPointer<BufferObject>::create(GL_ELEMENT_ARRAY_BUFFER);
+    plain.setIndexedDraw(indices, 33, GL_UNSIGNED_INT);
+    EXPECT_EQ(countInBlock(plain), (std::array<unsigned int, 2>{33, 1}));
+    const auto kept = batch.getDrawElementsIndirectCommandsUniformBufferObject();
+    EXPECT_EQ(batch.getDrawElementsIndirectCommandsUniformBufferObject(), kept);
+}
+
+TEST_F(Bindings, GLErrorsAreReportedWithTheirPlace)
+{
+    EXPECT_FALSE(hasGLError("Core/A", 1));
+    EXPECT_TRUE(messages().failures.isEmpty());
+    glEnable(GL_RGBA);
+    EXPECT_TRUE(hasGLError("Core/A", 23));
+    EXPECT_TRUE(messages().failures.contains(QStringLiteral("[Core/A:23] OpenGL error GL_INVALID_ENUM")));
+    EXPECT_FALSE(hasGLError("Core/A", 24)) << "the error was taken";
+    glBindBuffer(GL_ARRAY_BUFFER, 0);
+    glBufferData(GL_ARRAY_BUFFER, 4, nullptr, GL_STATIC_DRAW);
+    checkGLError("Core/B", 25);
+    EXPECT_TRUE(
+        messages().failures.contains(QStringLiteral("[Core/B:25] OpenGL error GL_INVALID_OPERATION")));
+    expectMessage(QStringLiteral("^\\[Core/[AB]:2[35]\\] OpenGL error "));
+    // The debug context says the same where it happens.
+    expectMessage(QStringLiteral("^OpenGL: "));
+}
+
+} // namespace
+
+} // namespace Morvane::Qel::Test
