@@ -8,11 +8,14 @@
 
 #include <epoxy/gl.h>
 
+// The C library's own, by the names that it exports them under for replacements like these.
+// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
 void* __libc_realloc(void* block, size_t size);
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 

@@ -194,6 +194,9 @@ void FramebufferObject::selectDrawBuffers()
     }
     if (mask == 0 && m_attachments[depthIndex].appliedSerial == 0) {
         attachStandIn();
+    } else if (m_standIn != 0 && (mask & 1U) == 0) {
+        // It would limit the drawing to its one pixel.
+        glFramebufferRenderbuffer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, 0);
     }
     if (mask == m_drawBufferMask) {
         return;
