@@ -163,7 +163,7 @@ QVariant PassHost::value(int input)
         return QStringLiteral(QEL_SOURCE_DIR "/examples/scenes/sky/%1.png")
             .arg(port.name.contains(u"Cubemap") ? QStringLiteral("posx") : QStringLiteral("latlong"));
     }
-    if (const QVariant initial = m_pass->defaultValue(input); initial.isValid()) {
+    if (QVariant initial = m_pass->defaultValue(input); initial.isValid()) {
         return initial;
     }
     if (port.type.compare(QLatin1StringView("bool"), Qt::CaseInsensitive) == 0) {
