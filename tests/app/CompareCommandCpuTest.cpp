@@ -106,9 +106,10 @@ TEST_F(Compare, ToleranceDecidesAndIsZeroIfNotGiven)
 
 TEST_F(Compare, PngMeansTheSameAsExr)
 {
-    std::vector<float> bytes;
-    for (int i = 0; i < 1024; ++i) {
-        bytes.push_back(static_cast<float>(i / 4) / 255.0F);
+    std::vector<float> bytes(1024);
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        const size_t pixel = i / 4;
+        bytes[i] = static_cast<float>(pixel) / 255.0F;
     }
     write(QStringLiteral("a.exr"), 16, 16, rgba, bytes);
     write(QStringLiteral("a.png"), 16, 16, rgba, bytes);

@@ -417,7 +417,15 @@ TEST(ModelImportSweep, givesAModelOrALineForEveryFile)
                 EXPECT_TRUE(error.startsWith(path + QStringLiteral(": cannot read model: ")));
                 EXPECT_FALSE(error.contains(u'\n'));
                 // No file of these crashes Assimp, so one that does crashed what takes its scene over.
-                EXPECT_FALSE(error.contains(QStringLiteral("crashes"))) << qPrintable(error);
+                // An address sanitizer ends the child that asks for more memory than there is; elsewhere the
+                // allocation fails and Assimp says so.
+#if defined(__SANITIZE_ADDRESS__)
+                const bool asksForTooMuch = path.endsWith(QStringLiteral("/OutOfMemory.off"));
+#else
+                const bool asksForTooMuch = false;
+#endif
+                EXPECT_TRUE(asksForTooMuch || !error.contains(QStringLiteral("crashes")))
+                    << qPrintable(error);
                 continue;
             }
             ++numModels;
