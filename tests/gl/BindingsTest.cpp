@@ -126,9 +126,9 @@ TEST_F(Bindings, MoreTexturesThanUnitsAreReportedAndLeaveTheOuterBindings)
     const auto numReports = [&] {
         return messages().failures.filter(QStringLiteral("texture units are taken")).size();
     };
-    std::vector<std::unique_ptr<Texture>> textures;
-    for (int i = 0; i < BindingRecord::numUnits; ++i) {
-        textures.push_back(makeTexel(red));
+    std::vector<std::unique_ptr<Texture>> textures(BindingRecord::numUnits);
+    for (std::unique_ptr<Texture>& texture : textures) {
+        texture = makeTexel(red);
     }
     const auto extra = makeTexel();
     for (const auto& texture : textures) {
