@@ -5,6 +5,7 @@
 #include <QImage>
 #include <QTemporaryDir>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <csignal>
@@ -72,10 +73,9 @@ const std::vector<float>& floats(const Image& image)
 
 std::vector<quint32> bits(const std::vector<float>& values)
 {
-    std::vector<quint32> result;
-    for (const float value : values) {
-        result.push_back(std::bit_cast<quint32>(value));
-    }
+    std::vector<quint32> result(values.size());
+    std::transform(values.begin(), values.end(), result.begin(),
+                   [](float value) { return std::bit_cast<quint32>(value); });
     return result;
 }
 
