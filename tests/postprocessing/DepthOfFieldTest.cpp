@@ -10,7 +10,6 @@
 
 #include "support/GLTest.h"
 #include "support/Pixels.h"
-#include <QPointer>
 #include <Qel/RenderPasses/postprocessing/DepthOfFieldRenderPass.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
