@@ -5,11 +5,11 @@
 #include <epoxy/gl.h>
 
 #include "support/FullScreen.h"
+#include "support/ModelPrograms.h"
 #include "support/Targets.h"
 #include <Qel/gl/FramebufferObject.h>
 #include <Qel/gl/GLErrors.h>
 #include <Qel/gl/Guards.h>
-#include <Qel/gl/InstanceData.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/model/GPUModel.h>
 
@@ -43,20 +43,12 @@ void main()
 // The normal is used as it was interpolated, without normalising it again. Deliberate.
 const QString fragmentSource = QStringLiteral(R"(#version 150
 #instancedata "OBJMaterial"
+#include "DirectionalLight.glslh"
 #include "TextureManager.glslh"
 in vec3 vo_Normal;
 in vec2 vo_TexCoord;
 out vec4 out_FragColor;
 out vec4 out_Id;
-
-vec3 directionalLight(vec3 Kd, vec3 Ks, float Ns, vec3 N, vec3 L)
-{
-    vec3 V = vec3(0.0, 0.0, 1.0);
-    vec3 H = normalize(L + V);
-    float NdotL = max(0.0, dot(N, L));
-    float NdotH = max(0.0, dot(N, H));
-    return NdotL * Kd + pow(NdotH, Ns) * Ks;
-}
 
 void main()
 {
@@ -147,22 +139,15 @@ void ForwardRenderPass::resize(int width, int height)
     for (const unsigned int attachment : {GL_COLOR_ATTACHMENT0, GL_COLOR_ATTACHMENT1}) {
         replaceAttachment(m_framebuffer, attachment, makeTarget(width, height, GL_RGBA, GL_BGRA, GL_FLOAT));
     }
-    replaceAttachment(m_framebuffer, GL_DEPTH_ATTACHMENT,
-                      makeTarget(width, height, GL_DEPTH_COMPONENT32F, GL_DEPTH_COMPONENT, GL_FLOAT));
+    replaceAttachment(m_framebuffer, GL_DEPTH_ATTACHMENT, makeDepthTarget(width, height));
 }
 
 void ForwardRenderPass::buildProgram()
 {
-    const InstanceDataRegistry* registry = InstanceDataRegistry::Instance();
     m_program = new ShaderProgram(nullptr);
     m_program->setFragDataLocations({QStringLiteral("out_FragColor"), QStringLiteral("out_Id")});
-    m_program->addShader(GL_VERTEX_SHADER, vertexSource, {});
-    m_program->addShader(GL_VERTEX_SHADER, registry->getPlan(QStringLiteral("InstanceInfo"))->glslc(), {});
-    m_program->addShaderFromFile(GL_VERTEX_SHADER, QStringLiteral("QelUtilities.glslc"));
-    m_program->addShader(GL_FRAGMENT_SHADER, fragmentSource, {});
-    m_program->addShader(GL_FRAGMENT_SHADER, registry->getPlan(QStringLiteral("OBJMaterial"))->glslc(), {});
-    m_program->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("TextureManager.glslc"));
-    m_program->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("QelUtilities.glslc"));
+    addModelVertexShaders(m_program, vertexSource);
+    addModelFragmentShaders(m_program, fragmentSource);
     Qel::buildProgram(m_program);
 }
 

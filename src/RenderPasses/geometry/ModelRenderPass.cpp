@@ -6,11 +6,11 @@
 #include <epoxy/gl.h>
 
 #include "support/FullScreen.h"
+#include "support/ModelPrograms.h"
 #include "support/Targets.h"
 #include <Qel/gl/FramebufferObject.h>
 #include <Qel/gl/GLErrors.h>
 #include <Qel/gl/Guards.h>
-#include <Qel/gl/InstanceData.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/model/GPUModel.h>
@@ -161,36 +161,19 @@ void ModelRenderPass::resize(int width, int height)
 {
     m_width = width;
     m_height = height;
-    const AutoBinder framebufferBinder(m_framebuffer);
-    for (size_t i = 0; i < m_attachments.size(); ++i) {
-        replaceAttachment(
-            m_framebuffer, GL_COLOR_ATTACHMENT0 + static_cast<unsigned int>(i),
-            makeTarget(width, height, static_cast<unsigned int>(m_attachments[i].format), GL_BGRA, GL_FLOAT));
-    }
-    replaceAttachment(m_framebuffer, GL_DEPTH_ATTACHMENT,
-                      makeTarget(width, height, GL_DEPTH_COMPONENT32F, GL_DEPTH_COMPONENT, GL_FLOAT));
+    replaceTargets(m_framebuffer, m_attachments, width, height);
 }
 
 void ModelRenderPass::buildProgram()
 {
-    QStringList outputs;
-    for (const FBOConfig& attachment : m_attachments) {
-        outputs.append(attachment.name);
-    }
     QString fragments = fragmentSource;
     if (m_discardOnDiffuseAlpha) {
         fragments.replace(discardMarker, QString());
     }
-    const InstanceDataRegistry* registry = InstanceDataRegistry::Instance();
     m_program = new ShaderProgram(nullptr);
-    m_program->setFragDataLocations(outputs);
-    m_program->addShader(GL_VERTEX_SHADER, vertexSource, {});
-    m_program->addShader(GL_VERTEX_SHADER, registry->getPlan(QStringLiteral("InstanceInfo"))->glslc(), {});
-    m_program->addShaderFromFile(GL_VERTEX_SHADER, QStringLiteral("QelUtilities.glslc"));
-    m_program->addShader(GL_FRAGMENT_SHADER, fragments, {});
-    m_program->addShader(GL_FRAGMENT_SHADER, registry->getPlan(QStringLiteral("OBJMaterial"))->glslc(), {});
-    m_program->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("TextureManager.glslc"));
-    m_program->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("QelUtilities.glslc"));
+    m_program->setFragDataLocations(outputNames(m_attachments));
+    addModelVertexShaders(m_program, vertexSource);
+    addModelFragmentShaders(m_program, fragments);
     Qel::buildProgram(m_program);
 }
 

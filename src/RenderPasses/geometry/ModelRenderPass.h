@@ -1,10 +1,9 @@
 #pragma once
 
-#include <QString>
-
 #include <vector>
 
 #include <Qel/RenderPasses/Export.h>
+#include <Qel/RenderPasses/framework/FBOConfig.h>
 #include <Qel/core/RenderPassHelper.h>
 #include <Qel/gl/ShaderProgram.h>
 
@@ -45,19 +44,7 @@ public:
         Id
     };
 
-    /// A colour attachment; its place in the list is the attachment's number.
-    struct FBOConfig
-    {
-        FBOConfig(const QString& outputName, int internalFormat)
-            : name(outputName)
-            , format(internalFormat)
-        {
-        }
-        /// The fragment output that is written into it.
-        QString name;
-        /// GL's sized internal format.
-        int format;
-    };
+    using FBOConfig = Qel::FBOConfig;
 
     static const PassDescription& description();
 

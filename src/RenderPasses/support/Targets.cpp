@@ -7,6 +7,7 @@
 
 #include <Qel/core/Diagnostics.h>
 #include <Qel/gl/FramebufferObject.h>
+#include <Qel/gl/Guards.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
@@ -36,6 +37,33 @@ void replaceAttachment(FramebufferObject* framebuffer, unsigned int attachment, 
 {
     delete framebuffer->detach(attachment);
     framebuffer->attach(target, attachment, 0);
+}
+
+Texture* makeDepthTarget(int width, int height)
+{
+    return makeTarget(width, height, GL_DEPTH_COMPONENT32F, GL_DEPTH_COMPONENT, GL_FLOAT);
+}
+
+void replaceTargets(FramebufferObject* framebuffer, const std::vector<FBOConfig>& attachments, int width,
+                    int height)
+{
+    const AutoBinder binder(framebuffer);
+    unsigned int point = GL_COLOR_ATTACHMENT0;
+    for (const FBOConfig& attachment : attachments) {
+        replaceAttachment(
+            framebuffer, point++,
+            makeTarget(width, height, static_cast<unsigned int>(attachment.format), GL_BGRA, GL_FLOAT));
+    }
+    replaceAttachment(framebuffer, GL_DEPTH_ATTACHMENT, makeDepthTarget(width, height));
+}
+
+QStringList outputNames(const std::vector<FBOConfig>& attachments)
+{
+    QStringList names;
+    for (const FBOConfig& attachment : attachments) {
+        names.append(attachment.name);
+    }
+    return names;
 }
 
 Texture* makeTransparentTexture()

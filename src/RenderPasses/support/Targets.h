@@ -1,7 +1,11 @@
 #pragma once
 
+#include <QStringList>
 #include <QVariant>
 
+#include <vector>
+
+#include <Qel/RenderPasses/framework/FBOConfig.h>
 #include <Qel/gl/TextureManager.h>
 
 namespace Morvane::Qel {
@@ -17,6 +21,17 @@ Texture* makeTarget(int width, int height, unsigned int internalFormat, unsigned
 /// Deletes what is attached at a point and attaches a new target in its place, which the framebuffer's owner
 /// owns.
 void replaceAttachment(FramebufferObject* framebuffer, unsigned int attachment, Texture* target);
+
+/// A new depth texture, GL_DEPTH_COMPONENT32F, otherwise as makeTarget.
+Texture* makeDepthTarget(int width, int height);
+
+/// Replaces the colour attachments of a list, from colour attachment 0 on, and the depth attachment behind
+/// them by new targets of a size.
+void replaceTargets(FramebufferObject* framebuffer, const std::vector<FBOConfig>& attachments, int width,
+                    int height);
+
+/// The fragment outputs of a list of attachments, in its order.
+QStringList outputNames(const std::vector<FBOConfig>& attachments);
 
 /// The fallback for a missing texture input: 1 x 1, GL_RGBA, transparent black, nearest filtering. The caller
 /// owns it.
