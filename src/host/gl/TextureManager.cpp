@@ -84,6 +84,10 @@ struct TextureManager::Private
         return found == entries.end() ? nullptr : &*found;
     }
     Texture* white(OpenGLDeviceContext* context);
+    Texture* standIn(OpenGLDeviceContext* context)
+    {
+        return chosenStandIn ? chosenStandIn.data() : white(context);
+    }
 };
 
 Texture* TextureManager::Private::white(OpenGLDeviceContext* context)
@@ -228,15 +232,21 @@ int TextureManager::numTextures() const
 void TextureManager::bindManagedTexture(int slot, Texture* texture)
 {
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    if (!texture) {
-        texture = d->chosenStandIn ? d->chosenStandIn.data() : d->white(context);
-    }
-    context->bindings().bindManagedTexture(slot, texture);
+    context->bindings().bindManagedTexture(slot, texture ? texture : d->standIn(context));
 }
 
-void TextureManager::setManagedTextureStandIn(Texture* texture)
+Texture* TextureManager::setManagedTextureStandIn(Texture* texture)
 {
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    const quint64 former = d->standIn(context)->serial();
+    Texture* formerChoice = d->chosenStandIn;
     d->chosenStandIn = texture;
+    for (int slot = 0; slot < BindingRecord::numManagedUnits; ++slot) {
+        if (context->bindings().managedSerial(slot) == former) {
+            bindManagedTexture(slot, nullptr);
+        }
+    }
+    return formerChoice;
 }
 
 } // namespace Morvane::Qel
