@@ -39,9 +39,10 @@ class Texture;
 /// The weights are made for depths of perspective views, which are near 1. Where their sum exceeds 5e4 it is
 /// cut off and the layers come out too bright; a single one does so at depths below 0.115.
 ///
-/// GL state: relies on the depth function, which must not pass equal depths, on the depth mask being on and
-/// on face culling as it is. Leaves the front face counter-clockwise, the depth mask on, the clear colour 0
-/// and the blend function (GL_ONE_MINUS_SRC_ALPHA, GL_SRC_ALPHA); depth test and blending as they were.
+/// GL state: relies on blending being off, on the depth mask being on, on the depth function, which must not
+/// pass equal depths, and on face culling as it is. Leaves the front face counter-clockwise, the depth mask
+/// on, the clear colour 0 and the blend function (GL_ONE_MINUS_SRC_ALPHA, GL_SRC_ALPHA); depth test and
+/// blending as they were.
 class QEL_RENDERPASSES_EXPORT TransparencyRenderPass : public RenderPassHelper
 {
 public:
