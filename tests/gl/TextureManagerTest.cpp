@@ -219,6 +219,8 @@ TEST_F(TextureManagerTest, KeepsTheTexturesOfContextsApart)
     Texture* ofFirst = borrow(TextureFormat::RGBA8, 4, 4);
     Texture* heldByFirst = pool().tempTexture(TextureFormat::RGBA8, 4, 4);
     ASSERT_EQ(heldByFirst, ofFirst);
+    Texture standInOfFirst;
+    pool().setManagedTextureStandIn(&standInOfFirst);
 
     HeadlessContext::Options options;
     options.device = HeadlessContext::Device::Software;
@@ -230,8 +232,10 @@ TEST_F(TextureManagerTest, KeepsTheTexturesOfContextsApart)
     EXPECT_EQ(pool().numTextures(), 0);
     EXPECT_EQ(pool().numReferences(), 0);
     EXPECT_TRUE(pool().loans().empty());
+    EXPECT_EQ(pool().setManagedTextureStandIn(nullptr), nullptr);
 
     firstNative.makeCurrent(context());
+    EXPECT_EQ(pool().setManagedTextureStandIn(nullptr), &standInOfFirst);
     pool().releaseTempTextureRef(heldByFirst, 1);
     secondNative.makeCurrent(*second);
     Texture* ofSecond = borrow(TextureFormat::RGBA8, 4, 4);

@@ -132,8 +132,8 @@ const PassDescription& TransparencyRenderPass::description()
           QStringLiteral("sampled in place of the maps that a material lacks"),
           QStringLiteral("opaque white")}},
         {{QStringLiteral("Qel_QelTexture*_Frame"),
-          QStringLiteral("lit colours, alpha 1 on bare opaque surfaces, 0 on bare background, without "
-                         "meaning under transparent ones; RGBA32F, owned by the pass")},
+          QStringLiteral("lit colours, alpha 1 on opaque surfaces, 0 on the background, no coverage behind "
+                         "transparent ones; RGBA32F, owned by the pass")},
          {QStringLiteral("Qel_QelTexture*_Depth"),
           QStringLiteral("depth of the opaque surfaces from 0 at the near plane to 1; DEPTH_COMPONENT32F, "
                          "owned by the pass")}}};

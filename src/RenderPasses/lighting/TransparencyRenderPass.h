@@ -32,9 +32,9 @@ class Texture;
 /// the dissolve makes a surface transparent; the alpha of its maps is not read.
 ///
 /// Reads the model, the matrices and, for materials that lack a map, a texture to sample instead. Writes the
-/// picture, linear and unclamped, whose alpha is 1 on bare opaque surfaces and 0 on bare background; under
-/// transparent ones it is a blend of revealages without meaning. Writes the depth of the opaque surfaces.
-/// Both are owned by the pass and are replaced when the size changes.
+/// picture, linear and unclamped, and the depth of the opaque surfaces, both owned by the pass and replaced
+/// when the size changes. The picture's alpha is 1 on opaque surfaces and 0 on the background; behind layers
+/// that let r through it becomes r times that plus r (1 - r), which is no coverage.
 ///
 /// The weights are made for depths of perspective views, which are near 1. Where their sum exceeds 5e4 it is
 /// cut off and the layers come out too bright; a single one does so at depths below 0.115.
