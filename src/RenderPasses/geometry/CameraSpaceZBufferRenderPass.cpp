@@ -152,8 +152,7 @@ void CameraSpaceZBufferRenderPass::draw(Texture* depth)
     const AutoBinder depthBinder(depth);
     checkGLError(sourceFile, 141);
     m_program->setUniform(m_samplerDepth, depth ? depth->unit() : 0);
-    m_program->setUniform(m_invProjMatrix,
-                          m_inputs[ProjectionMatrix].value.value<QMatrix4x4>().inverted());
+    m_program->setUniform(m_invProjMatrix, m_inputs[ProjectionMatrix].value.value<QMatrix4x4>().inverted());
     // Neither is restored, and the target is not cleared, as the draw covers it. Deliberate.
     context->disable(GL_STENCIL_TEST);
     glDepthMask(GL_FALSE);

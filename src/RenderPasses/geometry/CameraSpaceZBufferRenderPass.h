@@ -17,9 +17,10 @@ class Texture;
 /// Turns a depth image into an image of eye-space positions, by the inverse of the projection that made it.
 ///
 /// Reads a depth texture, with or without stencil, of the viewport's size, whose values 0 to 1 are window
-/// depth. Writes x, y, z in the units of the scene, the camera looking along -z, and an alpha of 1; background
-/// lies on the far plane. The output is a pooled texture (RGBA, 32-bit floats) whose references its consumers
-/// own, sampled at the nearest texel of the nearest level: a blend of two positions is no position.
+/// depth. Writes x, y, z in the units of the scene, the camera looking along -z, and an alpha of 1;
+/// background lies on the far plane. The output is a pooled texture (RGBA, 32-bit floats) whose references
+/// its consumers own, sampled at the nearest texel of the nearest level: a blend of two positions is no
+/// position.
 ///
 /// All mip levels are filled. A texel is one of the four below it, in a pattern that alternates from row to
 /// row and column to column (the rotated grid of M. McGuire, M. Mara, D. Luebke: Scalable ambient obscurance,

@@ -118,8 +118,8 @@ void WireframeRenderPass::start(RenderCallbacks* /*callbacks*/)
     TextureManager::Instance()->releaseTempTextureRef(ids, 1);
 }
 
-/// The pass knows its ports by name, wherever a derived class may have put them. Names are compared again only
-/// when ports have come or gone.
+/// The pass knows its ports by name, wherever a derived class may have put them. Names are compared again
+/// only when ports have come or gone.
 void WireframeRenderPass::findPorts()
 {
     if (m_inputs.size() == m_numInputsSeen && m_outputs.size() == m_numOutputsSeen) {

@@ -119,7 +119,8 @@ void main()
     bool isBackground = false;
     vec3 P;
     if (u_CalculateCSPosition) {
-        float depth = texelFetch(CS_Z_buffer, pixel, 0).r;
+        // Neighbours beyond the border take part in derivatives.
+        float depth = texelFetch(CS_Z_buffer, min(pixel, textureSize(CS_Z_buffer, 0) - 1), 0).r;
         isBackground = depth == 1.0;
         P = positionOf(pixel, depth);
     } else {
@@ -190,21 +191,14 @@ const PassDescription& ScalableAmbientObscuranceRenderPass::description()
          {QStringLiteral("Qel_QelTexture*_Depth"),
           QStringLiteral("depth 0 to 1, with or without stencil, of the result's size; 1 is background"),
           QStringLiteral("all of the result is 1, with the positions input too")},
-         {QStringLiteral("Qel_float_SAORadius"),
-          QStringLiteral("how far away an occluder takes light"),
-          QStringLiteral("0: nothing is obscured"),
-          0.08F,
-          QStringLiteral("units of the scene, above 0")},
+         {QStringLiteral("Qel_float_SAORadius"), QStringLiteral("how far away an occluder takes light"),
+          QStringLiteral("0: nothing is obscured"), 0.08F, QStringLiteral("units of the scene, above 0")},
          {QStringLiteral("Qel_float_SAOBias"),
           QStringLiteral("height above the surface from which an occluder counts; hides acne"),
-          QStringLiteral("0"),
-          0.03F,
-          QStringLiteral("units of the scene, 0 or more, well below the radius")},
+          QStringLiteral("0"), 0.03F, QStringLiteral("units of the scene, 0 or more, well below the radius")},
          {QStringLiteral("Qel_float_SAOIntensity"),
           QStringLiteral("factor of the darkening; smaller radii need larger ones"),
-          QStringLiteral("0: nothing is obscured"),
-          1.0F,
-          QStringLiteral("0 or more")},
+          QStringLiteral("0: nothing is obscured"), 1.0F, QStringLiteral("0 or more")},
          {QStringLiteral("Qel_QelTexture*_CameraSpacePosition"),
           QStringLiteral("eye-space positions with mip levels 0 to 5"),
           QStringLiteral("positions come out of the depth, for a perspective projection")},
@@ -212,32 +206,24 @@ const PassDescription& ScalableAmbientObscuranceRenderPass::description()
           QStringLiteral("normals, as the option \"normalProcessing\" says; whether there is one counts on "
                          "the first frame"),
           QStringLiteral("normals are calculated from neighbouring positions")},
-         {QStringLiteral("Qel_float_SaoNumSamples"),
-          QStringLiteral("number of taps, rounded down"),
-          QStringLiteral("0: nothing is obscured"),
-          11.0F,
-          QStringLiteral("1 or more")},
+         {QStringLiteral("Qel_float_SaoNumSamples"), QStringLiteral("number of taps, rounded down"),
+          QStringLiteral("0: nothing is obscured"), 11.0F, QStringLiteral("1 or more")},
          {QStringLiteral("Qel_float_SaoNumLogMaxOffset"),
           QStringLiteral("what is taken off the mip level of a tap, rounded down; the levels are 0 at 0 and "
                          "above"),
           QStringLiteral("0"), 3.0F},
          {QStringLiteral("Qel_float_SaoNumSpiralTurns"),
-          QStringLiteral("turns of the spiral of taps, rounded down"),
-          QStringLiteral("0"),
-          3.0F,
+          QStringLiteral("turns of the spiral of taps, rounded down"), QStringLiteral("0"), 3.0F,
           QStringLiteral("1 or more")},
          {QStringLiteral("Qel_float_ResolutionDivider"),
           QStringLiteral("what the size is divided by; the result is rounded down"),
-          QStringLiteral("full resolution"),
-          1.0F,
-          QStringLiteral("1 or more; 0 acts as 1")}},
+          QStringLiteral("full resolution"), 1.0F, QStringLiteral("1 or more; 0 acts as 1")}},
         {{QStringLiteral("Qel_QelTexture*_Frame"),
           QStringLiteral("the visibility in red, green and blue, 1 being unoccluded; RGBA16F, pooled")}},
         {{QStringLiteral("normalProcessing"),
           QStringLiteral("what the normal texture holds: world-space normals or eye-space ones"),
           QStringLiteral("transposeInvert"),
-          {QStringLiteral("transposeInvert"), QStringLiteral("screenspace"),
-           QStringLiteral("calculate")}}}};
+          {QStringLiteral("transposeInvert"), QStringLiteral("screenspace"), QStringLiteral("calculate")}}}};
     return description;
 }
 
@@ -251,9 +237,8 @@ ScalableAmbientObscuranceRenderPass::~ScalableAmbientObscuranceRenderPass() = de
 void ScalableAmbientObscuranceRenderPass::setNormalProcessing(NormalProcessing processing)
 {
     if (m_shaderProgram) {
-        logFailedCheck(
-            sourceFile, __LINE__, "NULL == m_shaderProgram",
-            QStringLiteral("Do not set the normal processing once a shader has been created."));
+        logFailedCheck(sourceFile, __LINE__, "NULL == m_shaderProgram",
+                       QStringLiteral("Do not set the normal processing once a shader has been created."));
     }
     m_normalProcessing = processing;
 }

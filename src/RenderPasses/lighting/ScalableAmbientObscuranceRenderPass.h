@@ -17,8 +17,8 @@ class Texture;
 
 /// Estimates how much of the ambient light reaches each pixel: what lies close in front of a surface takes
 /// light from it, so that corners, creases and contacts darken (M. McGuire, M. Mara, D. Luebke: Scalable
-/// ambient obscurance, High Performance Graphics 2012). Taps on a spiral, turned from pixel to pixel, look for
-/// such occluders within a radius in the units of the scene.
+/// ambient obscurance, High Performance Graphics 2012). Taps on a spiral, turned from pixel to pixel, look
+/// for such occluders within a radius in the units of the scene.
 ///
 /// Reads positions either out of a depth texture (0 to 1; 1 is background), for a perspective projection, or
 /// from a texture of eye-space positions with mip levels, as CameraSpaceZBufferRenderPass makes it. An
@@ -35,8 +35,8 @@ class Texture;
 /// with a divider. Taps beyond its border read the border. Positions and normals may have any size.
 ///
 /// GL state: relies on blending and scissor test being off; leaves depth mask, stencil test and stencil mask
-/// off, the stencil function at "equal to 1" and the clear colour at 0. The depth texture is attached while it
-/// is sampled, which is safe as nothing writes to it.
+/// off, the stencil function at "equal to 1" and the clear colour at 0. The depth texture is attached while
+/// it is sampled, which is safe as nothing writes to it.
 class QEL_RENDERPASSES_EXPORT ScalableAmbientObscuranceRenderPass : public RenderPassHelper
 {
 public:
