@@ -56,7 +56,7 @@ float fractionAt(const Pixels& ids, int x, int y, int step = 1)
     return sum / 8.0F;
 }
 
-/// Whether each pixel is the premultiplied dark grey of its fraction.
+/// Whether each pixel is the premultiplied overlay of its fraction.
 testing::AssertionResult shows(const Pixels& picture, const std::function<float(int, int)>& fraction)
 {
     // Drivers round halves to 8 bits either way.

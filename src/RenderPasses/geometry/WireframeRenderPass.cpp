@@ -79,7 +79,7 @@ const PassDescription& WireframeRenderPass::description()
                          "numbers the parts of a tessellated primitive"),
           QStringLiteral("no output")}},
         {{framePort,
-          QStringLiteral("dark grey on the edges, at most 26 / 255, premultiplied; RGBA8, pooled")}}};
+          QStringLiteral("the edges in faint white, up to 26 / 255, premultiplied; RGBA8, pooled")}}};
     return description;
 }
 

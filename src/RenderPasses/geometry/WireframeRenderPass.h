@@ -14,18 +14,19 @@ class DrawBuffers;
 class FramebufferObject;
 class Texture;
 
-/// Draws the edges of primitives as an overlay, from an image of their numbers alone: a pixel is the darker
-/// the more of its eight neighbours belong to another primitive.
+/// Draws the edges of primitives as an overlay, from an image of their numbers alone: a pixel is drawn the
+/// stronger the more of its eight neighbours belong to another primitive.
 ///
 /// Reads an Id image as the scene passes write it: the first component is the number of the primitive plus
 /// one, 0 meaning background; a third one, where there is one, numbers the parts of a tessellated primitive,
 /// whose edges count a third. Ids are rounded down after 0.1 is added. What lies beyond the border follows
 /// the image's wrap mode.
 ///
-/// Writes a dark grey of alpha 26 / 255 scaled by the fraction of differing neighbours, premultiplied, into a
-/// pooled texture (RGBA8) of the viewport's size whose references its consumers own. Neighbours are one pixel
-/// of the viewport apart, also where the Id image is of another size. A viewport whose origin is not 0 shifts
-/// the drawing inside the result; what lies outside keeps the clear colour in force.
+/// Writes 26 / 255 in all four components, scaled by the fraction of differing neighbours: a premultiplied
+/// colour, which composites as a faint white. The result is a pooled texture (RGBA8) of the viewport's size
+/// whose references its consumers own. Neighbours are one pixel of the viewport apart, also where the Id
+/// image is of another size. A viewport whose origin is not 0 shifts the drawing inside the result; what lies
+/// outside keeps the clear colour in force.
 ///
 /// GL state: relies on blending and scissor test being off; leaves the depth test off and the viewport set.
 class QEL_RENDERPASSES_EXPORT WireframeRenderPass : public RenderPassHelper

@@ -100,15 +100,32 @@ int mipLevel(float tapFraction)
     return int(clamp(magnitude - u_LogMaxOffset, 0, MAX_MIP_LEVEL));
 }
 
-vec3 tapPosition(ivec2 pixel, vec2 tap, int level, vec2 pixelSize)
+// Where a tap is, in pixels from the centre, and the mip level that it wants.
+struct Tap
 {
-    if (u_CalculateCSPosition) {
-        ivec2 tapPixel = clamp(pixel + ivec2(tap), ivec2(0), textureSize(CS_Z_buffer, 0) - 1);
-        level = min(level, u_CoarsestLevel);
-        ivec2 texel = min(tapPixel >> level, textureSize(CS_Z_buffer, level) - 1);
-        return positionOf(tapPixel, texelFetch(CS_Z_buffer, texel, level).r);
-    }
-    return textureLod(CS_Z_buffer, vo_TexCoord + tap * pixelSize, float(level)).xyz;
+    vec2 offset;
+    int level;
+};
+
+Tap spiralTap(int i, float diskRadius, float rotation, float pixelWidth)
+{
+    float alpha = (float(i) + 0.5) / u_NumSamples;
+    float angle = alpha * u_NumSpiralTurns * 6.28 + rotation;
+    float tapRadius = alpha * diskRadius;
+    return Tap(tapRadius * vec2(cos(angle), sin(angle)), mipLevel(tapRadius * pixelWidth));
+}
+
+vec3 positionFromDepthAt(ivec2 pixel, Tap tap, ivec2 size)
+{
+    ivec2 tapPixel = clamp(pixel + ivec2(tap.offset), ivec2(0), size - 1);
+    int level = min(tap.level, u_CoarsestLevel);
+    ivec2 texel = min(tapPixel >> level, max(size >> level, 1) - 1);
+    return positionOf(tapPixel, texelFetch(CS_Z_buffer, texel, level).r);
+}
+
+float contribution(vec3 v, vec3 n)
+{
+    return 4.0 * max(0.0, 1.0 - dot(v, v) * invRadius2) * max(0.0, dot(v, n) - bias);
 }
 
 void main()
@@ -116,15 +133,16 @@ void main()
     // Derivatives are undefined behind a discard, so all of them come before.
     vec2 pixelSize = fwidth(vo_TexCoord);
     ivec2 pixel = ivec2(gl_FragCoord.xy);
+    ivec2 size = textureSize(CS_Z_buffer, 0);
     bool isBackground = false;
     vec3 P;
     if (u_CalculateCSPosition) {
         // Neighbours beyond the border take part in derivatives.
-        float depth = texelFetch(CS_Z_buffer, min(pixel, textureSize(CS_Z_buffer, 0) - 1), 0).r;
+        float depth = texelFetch(CS_Z_buffer, min(pixel, size - 1), 0).r;
         isBackground = depth == 1.0;
         P = positionOf(pixel, depth);
     } else {
-        P = texture(CS_Z_buffer, vo_TexCoord).xyz;
+        P = textureLod(CS_Z_buffer, vo_TexCoord, 0.0).xyz;
     }
     vec3 n = normalAt(P);
     if (isBackground || P.z < FAR_PLANE_Z) {
@@ -134,14 +152,18 @@ void main()
     float rotation = float((3 * (pixel.x ^ pixel.y) + pixel.x * pixel.y) * 10);
     float diskRadius = -projScale * radius / P.z;
     float sum = 0.0;
-    for (int i = 0; float(i) < u_NumSamples; ++i) {
-        float alpha = (float(i) + 0.5) / u_NumSamples;
-        float angle = alpha * u_NumSpiralTurns * 6.28 + rotation;
-        float tapRadius = alpha * diskRadius;
-        int level = mipLevel(tapRadius * pixelSize.x);
-        vec3 Q = tapPosition(pixel, tapRadius * vec2(cos(angle), sin(angle)), level, pixelSize);
-        vec3 v = Q - P;
-        sum += 4.0 * max(0.0, 1.0 - dot(v, v) * invRadius2) * max(0.0, dot(v, n) - bias);
+    // The choice stands outside the loops, as software rasterisers pay for both sides of it.
+    if (u_CalculateCSPosition) {
+        for (int i = 0; float(i) < u_NumSamples; ++i) {
+            Tap tap = spiralTap(i, diskRadius, rotation, pixelSize.x);
+            sum += contribution(positionFromDepthAt(pixel, tap, size) - P, n);
+        }
+    } else {
+        for (int i = 0; float(i) < u_NumSamples; ++i) {
+            Tap tap = spiralTap(i, diskRadius, rotation, pixelSize.x);
+            vec2 uv = vo_TexCoord + tap.offset * pixelSize;
+            sum += contribution(textureLod(CS_Z_buffer, uv, float(tap.level)).xyz - P, n);
+        }
     }
     float A = max(0.0, 1.0 - sum * intensity * 5.0 / u_NumSamples);
     gl_FragColor = vec4(A, A, A, 1.0);

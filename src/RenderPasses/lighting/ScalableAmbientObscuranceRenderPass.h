@@ -21,10 +21,11 @@ class Texture;
 /// for such occluders within a radius in the units of the scene.
 ///
 /// Reads positions either out of a depth texture (0 to 1; 1 is background), for a perspective projection, or
-/// from a texture of eye-space positions with mip levels, as CameraSpaceZBufferRenderPass makes it. An
-/// orthographic projection needs the latter; the spiral shrinks with the distance all the same, so that far
-/// away it looks no further than a part of the radius. Normals come from a texture, or without one from
-/// neighbouring positions, which makes curved surfaces faceted and silhouettes a pixel rough.
+/// from a texture of eye-space positions with mip levels, as CameraSpaceZBufferRenderPass makes it, through
+/// the filters that are set on it. An orthographic projection needs the latter; the spiral shrinks with the
+/// distance all the same, so that far away it looks no further than a part of the radius. Normals come from a
+/// texture, or without one from neighbouring positions, which makes curved surfaces faceted and silhouettes a
+/// pixel rough.
 ///
 /// Writes the visibility A as (A, A, A, 1), 1 being unoccluded and background, into a pooled texture (RGBA,
 /// 16-bit floats) of the viewport's size over the divider, whose references its consumers own. It is as noisy
@@ -68,7 +69,9 @@ public:
     {
         /// World-space normals.
         NORMAL_TRANSPOSE_INVERT = 0,
-        /// Eye-space normals; those that point away from the camera are turned around.
+        /// Eye-space normals; those with a negative z are turned around. A perspective projection also shows
+        /// surfaces that face the camera with such a normal, such as a floor under a camera that looks up:
+        /// for pictures that have them, use NORMAL_TRANSPOSE_INVERT with an identity as the camera matrix.
         NORMAL_SCREENSPACE = 1,
         /// Nothing: normals are calculated. Set beside a normal texture, the program fails to build.
         NORMAL_CALCULATE = 2
