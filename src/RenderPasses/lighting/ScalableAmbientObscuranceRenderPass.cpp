@@ -36,6 +36,9 @@ vec3 positionFromDepth(vec2 uv, float depth)
 //
 // max(0.0, x) is 0 where x is not a number, as with a radius of 0; max(x, 0.0) is not.
 const QString fragmentSource = QStringLiteral(R"(#version 400
+#ifdef GL_ARB_gpu_shader5
+#extension GL_ARB_gpu_shader5 : enable
+#endif
 #define gl_FragColor out_FragColor
 #define NUM_SAMPLES 7
 #define LOG_MAX_OFFSET 3
@@ -169,6 +172,18 @@ void main()
     gl_FragColor = vec4(A, A, A, 1.0);
 }
 )");
+
+/// The source as the driver takes it. Nothing in it but what the extension guards needs more than version
+/// 150.
+QString fragmentSourceFor(const OpenGLDeviceContext* context)
+{
+    constexpr int firstWithVersion400 = 40;
+    QString source = fragmentSource;
+    if (context->version() < firstWithVersion400) {
+        source.replace(QStringLiteral("#version 400"), QStringLiteral("#version 150"));
+    }
+    return source;
+}
 
 unsigned int depthAttachment(const Texture* depth)
 {
@@ -304,6 +319,7 @@ void ScalableAmbientObscuranceRenderPass::start(RenderCallbacks* /*callbacks*/)
 
 void ScalableAmbientObscuranceRenderPass::buildProgram(bool hasNormals)
 {
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     const QString enabled = QStringLiteral("1");
     if (!hasNormals) {
         m_macroProcessor.addDefine(QStringLiteral("NORMAL_CALCULATE"), enabled);
@@ -317,9 +333,9 @@ void ScalableAmbientObscuranceRenderPass::buildProgram(bool hasNormals)
     m_shaderProgram->setFragDataLocations({QStringLiteral("out_FragColor")});
     m_shaderProgram->addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
     m_shaderProgram->addShader(GL_FRAGMENT_SHADER, positionSource, {});
-    m_shaderProgram->addShader(GL_FRAGMENT_SHADER, fragmentSource, {});
+    m_shaderProgram->addShader(GL_FRAGMENT_SHADER, fragmentSourceFor(context), {});
     Qel::buildProgram(m_shaderProgram.get());
-    m_fullScreenQuad = OpenGLDeviceContext::current()->fullScreenQuad();
+    m_fullScreenQuad = context->fullScreenQuad();
     enableArrays(m_fullScreenQuad, m_shaderProgram.get());
 }
 
