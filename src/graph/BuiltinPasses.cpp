@@ -13,8 +13,11 @@
 #include <Qel/RenderPasses/compositing/TextureLoaderRenderPass.h>
 #include <Qel/RenderPasses/compositing/TextureToScreenRenderPass.h>
 #include <Qel/RenderPasses/framework/ShaderRenderPass.h>
+#include <Qel/RenderPasses/geometry/CameraSpaceZBufferRenderPass.h>
 #include <Qel/RenderPasses/geometry/ForwardRenderPass.h>
 #include <Qel/RenderPasses/geometry/ModelRenderPass.h>
+#include <Qel/RenderPasses/geometry/WireframeRenderPass.h>
+#include <Qel/RenderPasses/lighting/ScalableAmbientObscuranceRenderPass.h>
 #include <Qel/RenderPasses/lighting/TransparencyRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/BlurAndCombineRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/DepthOfFieldRenderPass.h>
@@ -95,6 +98,16 @@ std::unique_ptr<RenderPass> makeModelPass(const PassOptions& options, QString* /
     return pass;
 }
 
+std::unique_ptr<RenderPass> makeObscurancePass(const PassOptions& options, QString* /*error*/)
+{
+    using Pass = ScalableAmbientObscuranceRenderPass;
+    const OptionDescription& normals = Pass::description().options.front();
+    auto pass = std::make_unique<Pass>();
+    pass->setNormalProcessing(
+        static_cast<Pass::NormalProcessing>(normals.choices.indexOf(options[normals.name].toString())));
+    return pass;
+}
+
 } // namespace
 
 const PassRegistry& PassRegistry::builtin()
@@ -103,6 +116,7 @@ const PassRegistry& PassRegistry::builtin()
         PassRegistry passes;
         passes.add(BlendRenderPass::description(), makeBlendPass);
         passes.add<BlurAndCombineRenderPass>();
+        passes.add<CameraSpaceZBufferRenderPass>();
         passes.add<CubemapLoaderRenderPass>();
         passes.add<DepthOfFieldRenderPass>();
         passes.add<FastApproximateAntiAliasingRenderPass>();
@@ -112,6 +126,7 @@ const PassRegistry& PassRegistry::builtin()
         passes.add<LuminanceAverageRenderPass>();
         passes.add(ModelRenderPass::description(), makeModelPass);
         passes.add<SMAARenderPass>();
+        passes.add(ScalableAmbientObscuranceRenderPass::description(), makeObscurancePass);
         passes.add(ShaderRenderPass::description(), makeShaderPass);
         passes.add<SkyboxRenderPass>();
         passes.add<TemporalAAJitterPass>();
@@ -119,6 +134,7 @@ const PassRegistry& PassRegistry::builtin()
         passes.add<TextureLoaderRenderPass>();
         passes.add<TextureToScreenRenderPass>();
         passes.add<TransparencyRenderPass>();
+        passes.add<WireframeRenderPass>();
         return passes;
     }();
     return registry;

@@ -1,9 +1,8 @@
 #include <Qel/RenderPasses/postprocessing/GaussianBlurRenderPass.h>
 
-#include <algorithm>
-
 #include <epoxy/gl.h>
 
+#include "support/Numbers.h"
 #include "support/Targets.h"
 #include <Qel/RenderPasses/framework/InputPointers.h>
 #include <Qel/gl/FramebufferObject.h>
@@ -11,19 +10,6 @@
 #include <Qel/gl/TextureManager.h>
 
 namespace Morvane::Qel {
-
-namespace {
-
-/// A size of the viewport divided and truncated. Sizes that no texture has are left for the pool to refuse,
-/// within what an int holds.
-int reducedSize(int size, float divider)
-{
-    constexpr float bound = 1 << 30;
-    const float reduced = static_cast<float>(size) / divider;
-    return std::isnan(reduced) ? 0 : static_cast<int>(std::clamp(reduced, -bound, bound));
-}
-
-} // namespace
 
 const PassDescription& GaussianBlurRenderPass::description()
 {
@@ -75,8 +61,8 @@ void GaussianBlurRenderPass::start(RenderCallbacks* /*callbacks*/)
     }
 
     const QRect viewport = m_inputs[Viewport].value.toRect();
-    const int width = reducedSize(viewport.width(), divider);
-    const int height = reducedSize(viewport.height(), divider);
+    const int width = truncated(static_cast<float>(viewport.width()) / divider);
+    const int height = truncated(static_cast<float>(viewport.height()) / divider);
     if (!source) {
         source = takeTransparentTexture();
     }

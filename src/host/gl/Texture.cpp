@@ -1,6 +1,8 @@
 #include <Qel/gl/Texture.h>
 
+#include <algorithm>
 #include <atomic>
+#include <bit>
 
 #include <epoxy/gl.h>
 
@@ -22,7 +24,7 @@ Texture::Texture(QObject* parent)
     , m_membership(this)
     , m_serial(++lastSerial)
     , m_target(GL_TEXTURE_2D)
-    , m_parameters{GL_NEAREST_MIPMAP_LINEAR, GL_LINEAR, GL_REPEAT, GL_REPEAT, GL_REPEAT}
+    , m_parameters{GL_NEAREST_MIPMAP_LINEAR, GL_LINEAR, GL_REPEAT, GL_REPEAT, GL_REPEAT, 1000}
 {
 }
 
@@ -79,10 +81,12 @@ void Texture::setFaceImage(unsigned int face, int level, unsigned int internalFo
 {
     const AutoBinder binder(this);
     glTexImage2D(face, level, static_cast<int>(internalFormat), width, height, 0, format, type, pixels);
-    if (level == 0) {
+    if (level == 0 && (m_size != QSize(width, height) || m_internalFormat != internalFormat)) {
         m_size = QSize(width, height);
         m_internalFormat = internalFormat;
+        m_levels = 0;
     }
+    m_levels = std::max(m_levels, level + 1);
 }
 
 void Texture::setImage3D(unsigned int internalFormat, int width, int height, int layers, unsigned int format,
@@ -93,6 +97,7 @@ void Texture::setImage3D(unsigned int internalFormat, int width, int height, int
                  pixels);
     m_size = QSize(width, height);
     m_layers = layers;
+    m_levels = 1;
     m_internalFormat = internalFormat;
 }
 
@@ -100,6 +105,7 @@ void Texture::generateMipmap()
 {
     const AutoBinder binder(this);
     glGenerateMipmap(m_target);
+    m_levels = std::bit_width(static_cast<unsigned int>(std::max(m_size.width(), m_size.height())));
 }
 
 int* Texture::parameterSlot(unsigned int name)
@@ -115,6 +121,8 @@ int* Texture::parameterSlot(unsigned int name)
         return &m_parameters.wrapT;
     case GL_TEXTURE_WRAP_R:
         return &m_parameters.wrapR;
+    case GL_TEXTURE_MAX_LEVEL:
+        return &m_parameters.maxLevel;
     default:
         logCritical(__FILE__, __LINE__,
                     QStringLiteral("texture parameter 0x%1 is not one that is kept")

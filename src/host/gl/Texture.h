@@ -50,6 +50,8 @@ public:
     /// Size of level 0, as far as it was set through this object.
     QSize size() const { return m_size; }
     int layers() const { return m_layers; }
+    /// How many mip levels have an image, as far as they were set through this object; 0 without any.
+    int levels() const { return m_levels; }
     unsigned int internalFormat() const { return m_internalFormat; }
     /// @}
 
@@ -58,7 +60,7 @@ public:
     /// nothing back. Set parameters through here rather than through glTexParameter.
     /// @{
 
-    /// GL_TEXTURE_MIN_FILTER, GL_TEXTURE_MAG_FILTER, GL_TEXTURE_WRAP_S, _T, _R.
+    /// GL_TEXTURE_MIN_FILTER, GL_TEXTURE_MAG_FILTER, GL_TEXTURE_WRAP_S, _T, _R, GL_TEXTURE_MAX_LEVEL.
     void setParameter(unsigned int name, int value);
     int parameter(unsigned int name);
     void setFilter(int minFilter, int magFilter);
@@ -78,6 +80,7 @@ private:
         int wrapS;
         int wrapT;
         int wrapR;
+        int maxLevel;
     };
     int* parameterSlot(unsigned int name);
 
@@ -89,6 +92,7 @@ private:
     bool m_readOnly = false;
     QSize m_size;
     int m_layers = 1;
+    int m_levels = 0;
     unsigned int m_internalFormat = 0;
     Parameters m_parameters;
 };

@@ -1,0 +1,408 @@
+#include <Qel/RenderPasses/lighting/ScalableAmbientObscuranceRenderPass.h>
+
+#include <epoxy/gl.h>
+
+#include "support/FullScreen.h"
+#include "support/Numbers.h"
+#include "support/Targets.h"
+#include <Qel/RenderPasses/framework/InputPointers.h>
+#include <Qel/core/Diagnostics.h>
+#include <Qel/gl/Formats.h>
+#include <Qel/gl/FramebufferObject.h>
+#include <Qel/gl/GLErrors.h>
+#include <Qel/gl/Guards.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/Texture.h>
+
+namespace Morvane::Qel {
+
+namespace {
+
+constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/ScalableAmbientObscuranceRenderPass";
+
+// Linked into the program for others to call. Deliberate.
+const QString positionSource = QStringLiteral(R"(#version 150
+uniform mat4 u_InvProjMatrix;
+
+vec3 positionFromDepth(vec2 uv, float depth)
+{
+    vec4 p = u_InvProjMatrix * vec4(uv * 2.0 - 1.0, depth * 2.0 - 1.0, 1.0);
+    return p.xyz / p.w;
+}
+)");
+
+// The level of a tap follows from its radius as a fraction of the picture, not in pixels as it was published,
+// and so it stays 0 within any picture. Deliberate; a negative offset raises it.
+//
+// max(0.0, x) is 0 where x is not a number, as with a radius of 0; max(x, 0.0) is not.
+const QString fragmentSource = QStringLiteral(R"(#version 400
+#ifdef GL_ARB_gpu_shader5
+#extension GL_ARB_gpu_shader5 : enable
+#endif
+#define gl_FragColor out_FragColor
+#define NUM_SAMPLES 7
+#define LOG_MAX_OFFSET 3
+#define NUM_SPIRAL_TURNS 3
+#define MAX_MIP_LEVEL 5
+#define FAR_PLANE_Z -1e6
+
+uniform sampler2D CS_Z_buffer;         // depth, or eye-space positions
+uniform mat4 u_Camera;
+uniform float projScale;               // pixels of one unit at distance 1
+uniform float radius;
+uniform float radius2;
+uniform float invRadius2;
+uniform float bias;
+uniform float intensity;
+uniform vec3 u_ClipInfo;
+uniform vec4 u_ProjInfo;
+uniform bool u_CalculateCSPosition;
+uniform float u_NumSamples = float(NUM_SAMPLES);
+uniform int u_LogMaxOffset = LOG_MAX_OFFSET;
+uniform float u_NumSpiralTurns = float(NUM_SPIRAL_TURNS);
+uniform int u_CoarsestLevel;           // that the depth has
+in vec2 vo_TexCoord;
+out vec4 out_FragColor;
+
+#if defined(NORMAL_TRANSPOSE_INVERT)
+uniform sampler2D u_Normals;
+vec3 normalAt(vec3 position)
+{
+    return normalize(transpose(inverse(mat3(u_Camera))) * texture(u_Normals, vo_TexCoord).xyz);
+}
+#elif defined(NORMAL_SCREENSPACE)
+uniform sampler2D u_Normals;
+vec3 normalAt(vec3 position)
+{
+    vec3 normal = normalize(texture(u_Normals, vo_TexCoord).xyz);
+    return normal.z < 0.0 ? -normal : normal;
+}
+#elif defined(NORMAL_CALCULATE)
+vec3 normalAt(vec3 position)
+{
+    return normalize(cross(dFdx(position), dFdy(position)));
+}
+#else
+#error Not know Normal processing
+#endif
+
+vec3 positionOf(ivec2 pixel, float depth)
+{
+    float z = u_ClipInfo.x / (u_ClipInfo.y * depth + u_ClipInfo.z);
+    vec2 s = vec2(pixel) + 0.5;
+    return -vec3((s * u_ProjInfo.xy + u_ProjInfo.zw) * z, z);
+}
+
+int mipLevel(float tapFraction)
+{
+#ifdef GL_ARB_gpu_shader5
+    int magnitude = findMSB(int(tapFraction));
+#else
+    float magnitude = floor(log2(tapFraction));
+#endif
+    return int(clamp(magnitude - u_LogMaxOffset, 0, MAX_MIP_LEVEL));
+}
+
+// Where a tap is, in pixels from the centre, and the mip level that it wants.
+struct Tap
+{
+    vec2 offset;
+    int level;
+};
+
+Tap spiralTap(int i, float diskRadius, float rotation, float pixelWidth)
+{
+    float alpha = (float(i) + 0.5) / u_NumSamples;
+    float angle = alpha * u_NumSpiralTurns * 6.28 + rotation;
+    float tapRadius = alpha * diskRadius;
+    return Tap(tapRadius * vec2(cos(angle), sin(angle)), mipLevel(tapRadius * pixelWidth));
+}
+
+vec3 positionFromDepthAt(ivec2 pixel, Tap tap, ivec2 size)
+{
+    ivec2 tapPixel = clamp(pixel + ivec2(tap.offset), ivec2(0), size - 1);
+    int level = min(tap.level, u_CoarsestLevel);
+    ivec2 texel = min(tapPixel >> level, max(size >> level, 1) - 1);
+    return positionOf(tapPixel, texelFetch(CS_Z_buffer, texel, level).r);
+}
+
+float contribution(vec3 v, vec3 n)
+{
+    return 4.0 * max(0.0, 1.0 - dot(v, v) * invRadius2) * max(0.0, dot(v, n) - bias);
+}
+
+void main()
+{
+    // Derivatives are undefined behind a discard, so all of them come before.
+    vec2 pixelSize = fwidth(vo_TexCoord);
+    ivec2 pixel = ivec2(gl_FragCoord.xy);
+    ivec2 size = textureSize(CS_Z_buffer, 0);
+    bool isBackground = false;
+    vec3 P;
+    if (u_CalculateCSPosition) {
+        // Neighbours beyond the border take part in derivatives.
+        float depth = texelFetch(CS_Z_buffer, min(pixel, size - 1), 0).r;
+        isBackground = depth == 1.0;
+        P = positionOf(pixel, depth);
+    } else {
+        P = textureLod(CS_Z_buffer, vo_TexCoord, 0.0).xyz;
+    }
+    vec3 n = normalAt(P);
+    if (isBackground || P.z < FAR_PLANE_Z) {
+        discard;
+    }
+
+    float rotation = float((3 * (pixel.x ^ pixel.y) + pixel.x * pixel.y) * 10);
+    float diskRadius = -projScale * radius / P.z;
+    float sum = 0.0;
+    // The choice stands outside the loops, as software rasterisers pay for both sides of it.
+    if (u_CalculateCSPosition) {
+        for (int i = 0; float(i) < u_NumSamples; ++i) {
+            Tap tap = spiralTap(i, diskRadius, rotation, pixelSize.x);
+            sum += contribution(positionFromDepthAt(pixel, tap, size) - P, n);
+        }
+    } else {
+        for (int i = 0; float(i) < u_NumSamples; ++i) {
+            Tap tap = spiralTap(i, diskRadius, rotation, pixelSize.x);
+            vec2 uv = vo_TexCoord + tap.offset * pixelSize;
+            sum += contribution(textureLod(CS_Z_buffer, uv, float(tap.level)).xyz - P, n);
+        }
+    }
+    float A = max(0.0, 1.0 - sum * intensity * 5.0 / u_NumSamples);
+    gl_FragColor = vec4(A, A, A, 1.0);
+}
+)");
+
+/// The source as the driver takes it. Nothing in it but what the extension guards needs more than version
+/// 150.
+QString fragmentSourceFor(const OpenGLDeviceContext* context)
+{
+    constexpr int firstWithVersion400 = 40;
+    QString source = fragmentSource;
+    if (context->version() < firstWithVersion400) {
+        source.replace(QStringLiteral("#version 400"), QStringLiteral("#version 150"));
+    }
+    return source;
+}
+
+unsigned int depthAttachment(const Texture* depth)
+{
+    switch (formatFromInternalFormat(depth->internalFormat())) {
+    case GL_DEPTH_STENCIL:
+        return GL_DEPTH_STENCIL_ATTACHMENT;
+    case GL_DEPTH_COMPONENT:
+        break;
+    default:
+        logFailedCheck(sourceFile, __LINE__, "false", QStringLiteral("Unhandled depth format"));
+    }
+    return GL_DEPTH_ATTACHMENT;
+}
+
+} // namespace
+
+const PassDescription& ScalableAmbientObscuranceRenderPass::description()
+{
+    static const PassDescription description{
+        QStringLiteral("ScalableAmbientObscuranceRenderPass"),
+        QStringLiteral("Darkens corners, creases and contacts: estimates how much ambient light arrives."),
+        {{QStringLiteral("Qel_QRect_Viewport"),
+          QStringLiteral("full-resolution size of the picture; the origin is ignored"),
+          QStringLiteral("1 x 1, and nothing is drawn"),
+          {},
+          QStringLiteral("pixels")},
+         {QStringLiteral("Qel_QMatrix4x4_ProjectionMatrix"),
+          QStringLiteral("eye space to clip space; an orthographic one needs the positions input"),
+          QStringLiteral("identity")},
+         {QStringLiteral("Qel_QMatrix4x4_CameraMatrix"),
+          QStringLiteral("world space to eye space, for world-space normals"), QStringLiteral("identity")},
+         {QStringLiteral("Qel_float_NearPlane"),
+          QStringLiteral("distance of the near plane"),
+          QStringLiteral("0"),
+          {},
+          QStringLiteral("units of the scene, above 0")},
+         {QStringLiteral("Qel_float_FarPlane"),
+          QStringLiteral("distance of the far plane"),
+          QStringLiteral("0"),
+          {},
+          QStringLiteral("units of the scene, above the near plane")},
+         {QStringLiteral("Qel_QelTexture*_Depth"),
+          QStringLiteral("depth 0 to 1, with or without stencil, of the result's size; 1 is background"),
+          QStringLiteral("all of the result is 1, with the positions input too")},
+         {QStringLiteral("Qel_float_SAORadius"), QStringLiteral("how far away an occluder takes light"),
+          QStringLiteral("0: nothing is obscured"), 0.08F, QStringLiteral("units of the scene, above 0")},
+         {QStringLiteral("Qel_float_SAOBias"),
+          QStringLiteral("height above the surface from which an occluder counts; hides acne"),
+          QStringLiteral("0"), 0.03F, QStringLiteral("units of the scene, 0 or more, well below the radius")},
+         {QStringLiteral("Qel_float_SAOIntensity"),
+          QStringLiteral("factor of the darkening; smaller radii need larger ones"),
+          QStringLiteral("0: nothing is obscured"), 1.0F, QStringLiteral("0 or more")},
+         {QStringLiteral("Qel_QelTexture*_CameraSpacePosition"),
+          QStringLiteral("eye-space positions with mip levels 0 to 5"),
+          QStringLiteral("positions come out of the depth, for a perspective projection")},
+         {QStringLiteral("Qel_QelTexture*_Normal"),
+          QStringLiteral("normals, as the option \"normalProcessing\" says; whether there is one counts on "
+                         "the first frame"),
+          QStringLiteral("normals are calculated from neighbouring positions")},
+         {QStringLiteral("Qel_float_SaoNumSamples"), QStringLiteral("number of taps, rounded down"),
+          QStringLiteral("0: nothing is obscured"), 11.0F, QStringLiteral("1 or more")},
+         {QStringLiteral("Qel_float_SaoNumLogMaxOffset"),
+          QStringLiteral("what is taken off the mip level of a tap, rounded down; the levels are 0 at 0 and "
+                         "above"),
+          QStringLiteral("0"), 3.0F},
+         {QStringLiteral("Qel_float_SaoNumSpiralTurns"),
+          QStringLiteral("turns of the spiral of taps, rounded down"), QStringLiteral("0"), 3.0F,
+          QStringLiteral("1 or more")},
+         {QStringLiteral("Qel_float_ResolutionDivider"),
+          QStringLiteral("what the size is divided by; the result is rounded down"),
+          QStringLiteral("full resolution"), 1.0F, QStringLiteral("1 or more; 0 acts as 1")}},
+        {{QStringLiteral("Qel_QelTexture*_Frame"),
+          QStringLiteral("the visibility in red, green and blue, 1 being unoccluded; RGBA16F, pooled")}},
+        {{QStringLiteral("normalProcessing"),
+          QStringLiteral("what the normal texture holds: world-space normals or eye-space ones"),
+          QStringLiteral("transposeInvert"),
+          {QStringLiteral("transposeInvert"), QStringLiteral("screenspace"), QStringLiteral("calculate")}}}};
+    return description;
+}
+
+ScalableAmbientObscuranceRenderPass::ScalableAmbientObscuranceRenderPass()
+{
+    declarePorts(description());
+}
+
+ScalableAmbientObscuranceRenderPass::~ScalableAmbientObscuranceRenderPass() = default;
+
+void ScalableAmbientObscuranceRenderPass::setNormalProcessing(NormalProcessing processing)
+{
+    if (m_shaderProgram) {
+        logFailedCheck(sourceFile, __LINE__, "NULL == m_shaderProgram",
+                       QStringLiteral("Do not set the normal processing once a shader has been created."));
+    }
+    m_normalProcessing = processing;
+}
+
+void ScalableAmbientObscuranceRenderPass::start(RenderCallbacks* /*callbacks*/)
+{
+    const QRect viewport = m_inputs[Viewport].value.toRect();
+    float divider = m_inputs[ResolutionDivider].value.toFloat();
+    if (divider == 0.0F) {
+        divider = 1.0F;
+    }
+    m_width = truncated(static_cast<float>(viewport.width()) / divider);
+    m_height = truncated(static_cast<float>(viewport.height()) / divider);
+    auto* depth = getInputPointer<Texture>(Depth);
+    auto* positions = getInputPointer<Texture>(CameraSpacePosition);
+    auto* normals = getInputPointer<Texture>(Normal);
+
+    if (!m_framebuffer) {
+        m_framebuffer = std::make_unique<FramebufferObject>(nullptr);
+    }
+    const AutoBinder framebufferBinder(m_framebuffer.get());
+    attachTempTarget(m_framebuffer.get(), TextureFormat::RGBA16F, m_width, m_height);
+    if (!m_shaderProgram) {
+        buildProgram(normals != nullptr);
+    }
+    if (depth) {
+        m_framebuffer->attach(depth, depthAttachment(depth), 0);
+        draw(depth, positions, normals);
+    } else {
+        // Nothing says what obscures what, and what the pool's texture last held must not show.
+        clearTarget();
+    }
+
+    m_outputs[Frame].value =
+        publishPooled(m_framebuffer->detach(GL_COLOR_ATTACHMENT0), m_outputs[Frame].users);
+    m_framebuffer->detach(GL_DEPTH_STENCIL_ATTACHMENT);
+    for (Texture* input : {depth, positions, normals}) {
+        TextureManager::Instance()->releaseTempTextureRef(input, 1);
+    }
+}
+
+void ScalableAmbientObscuranceRenderPass::buildProgram(bool hasNormals)
+{
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    const QString enabled = QStringLiteral("1");
+    if (!hasNormals) {
+        m_macroProcessor.addDefine(QStringLiteral("NORMAL_CALCULATE"), enabled);
+    } else if (m_normalProcessing == NORMAL_TRANSPOSE_INVERT) {
+        m_macroProcessor.addDefine(QStringLiteral("NORMAL_TRANSPOSE_INVERT"), enabled);
+    } else if (m_normalProcessing == NORMAL_SCREENSPACE) {
+        m_macroProcessor.addDefine(QStringLiteral("NORMAL_SCREENSPACE"), enabled);
+    }
+    m_shaderProgram = std::make_unique<ShaderProgram>(nullptr);
+    m_shaderProgram->setMacroProcessor(&m_macroProcessor);
+    m_shaderProgram->setFragDataLocations({QStringLiteral("out_FragColor")});
+    m_shaderProgram->addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
+    m_shaderProgram->addShader(GL_FRAGMENT_SHADER, positionSource, {});
+    m_shaderProgram->addShader(GL_FRAGMENT_SHADER, fragmentSourceFor(context), {});
+    Qel::buildProgram(m_shaderProgram.get());
+    m_fullScreenQuad = context->fullScreenQuad();
+    enableArrays(m_fullScreenQuad, m_shaderProgram.get());
+}
+
+void ScalableAmbientObscuranceRenderPass::clearTarget()
+{
+    m_framebuffer->setDrawBuffers();
+    OpenGLDeviceContext::current()->setViewport(0, 0, m_width, m_height);
+    glClearColor(1.0F, 1.0F, 1.0F, 1.0F);
+    glClear(GL_COLOR_BUFFER_BIT);
+    glClearColor(0.0F, 0.0F, 0.0F, 0.0F);
+}
+
+void ScalableAmbientObscuranceRenderPass::draw(Texture* depth, Texture* positions, Texture* normals)
+{
+    const AutoDisabler depthTestDisabler(GL_DEPTH_TEST);
+    clearTarget();
+    const AutoBinder programBinder(m_shaderProgram.get());
+    const AutoBinder depthBinder(depth);
+    const AutoBinder positionsBinder(positions);
+    const AutoBinder normalsBinder(normals);
+    setUniforms(depth, positions, normals);
+
+    // The stencil is set up and the test left off, so that the set-up stays without effect. Deliberate.
+    glDepthMask(GL_FALSE);
+    OpenGLDeviceContext::current()->disable(GL_STENCIL_TEST);
+    glStencilFunc(GL_EQUAL, 1, 0xff);
+    glStencilOp(GL_KEEP, GL_KEEP, GL_KEEP);
+    glStencilMask(0);
+    checkGLError(sourceFile, __LINE__);
+    drawBatch(m_fullScreenQuad.data());
+}
+
+void ScalableAmbientObscuranceRenderPass::setUniforms(Texture* depth, Texture* positions, Texture* normals)
+{
+    const auto projection = m_inputs[ProjectionMatrix].value.value<QMatrix4x4>();
+    const float nearPlane = m_inputs[NearPlane].value.toFloat();
+    const float farPlane = m_inputs[FarPlane].value.toFloat();
+    const float radius = m_inputs[SAORadius].value.toFloat();
+    const auto whole = [this](InputPort port) { return truncated(m_inputs[port].value.toFloat()); };
+
+    ShaderProgram& program = *m_shaderProgram;
+    program.setUniform(m_positionSampler, (positions ? positions : depth)->unit());
+    if (normals) {
+        program.setUniform(m_normalSampler, normals->unit());
+    }
+    program.setUniform(m_camera, m_inputs[CameraMatrix].value.value<QMatrix4x4>());
+    program.setUniform(m_projScale, 0.5F * projection(1, 1) * static_cast<float>(m_height));
+    program.setUniform(m_radius, radius);
+    program.setUniform(m_radius2, radius * radius);
+    program.setUniform(m_invRadius2, 1.0F / (radius * radius));
+    program.setUniform(m_bias, m_inputs[SAOBias].value.toFloat());
+    program.setUniform(m_intensity, m_inputs[SAOIntensity].value.toFloat());
+    program.setUniform(m_clipInfo, QVector3D(nearPlane * farPlane, nearPlane - farPlane, farPlane));
+    // The plus in the last component is right for rows that count from the top. Deliberate: here, where they
+    // count from the bottom, a projection that is shifted upwards shifts the positions the wrong way.
+    const auto p = [&projection](int row, int column) {
+        return static_cast<double>(projection(row, column));
+    };
+    program.setUniform(m_projInfo, QVector4D(static_cast<float>(-2.0 / (m_width * p(0, 0))),
+                                             static_cast<float>(-2.0 / (m_height * p(1, 1))),
+                                             static_cast<float>((1.0 - p(0, 2)) / p(0, 0)),
+                                             static_cast<float>((1.0 + p(1, 2)) / p(1, 1))));
+    program.setUniform(m_calculatePosition, positions == nullptr);
+    program.setUniform(m_numSamples, static_cast<float>(whole(SaoNumSamples)));
+    program.setUniform(m_logMaxOffset, whole(SaoNumLogMaxOffset));
+    program.setUniform(m_numSpiralTurns, static_cast<float>(whole(SaoNumSpiralTurns)));
+    program.setUniform(m_coarsestLevel, depth->levels() - 1);
+}
+
+} // namespace Morvane::Qel
