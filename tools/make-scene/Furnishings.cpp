@@ -170,17 +170,23 @@ void addFrond(MeshBuilder& mesh, const Growth& growth)
     constexpr float HalfWidth = 0.15F;
     constexpr float HalfThickness = 0.001F;
     const Rib rib = makeRib(growth, Rows);
-    for (const bool isUpper : {true, false}) {
-        const float turn = isUpper ? 1.0F : -1.0F;
-        addPatch(mesh, 2, Rows, [&](int column, int row) {
+    for (const float turn : {1.0F, -1.0F}) {
+        const auto at = [&](int column, int row) {
             const QVector3D& normal = rib.normals[static_cast<std::size_t>(row)];
-            const float side = static_cast<float>(column - 1) * turn;
+            const auto side = static_cast<float>(column - 1);
             // The rib lies lower than the edges, like a shallow gutter.
             const QVector3D lift = normal * (0.035F * std::abs(side) + HalfThickness * turn);
             const QVector3D tilted = (normal + rib.across * (0.23F * side)).normalized();
             return Vertex{rib.points[static_cast<std::size_t>(row)] - rib.across * (HalfWidth * side) + lift,
                           tilted * turn, QVector2D(0.5F + 0.5F * side, static_cast<float>(row) / Rows)};
-        });
+        };
+        // Turned over by exchanging columns and rows, which leaves the diagonals of the quads where they are:
+        // the two sheets must not cut through each other.
+        if (turn > 0.0F) {
+            addPatch(mesh, 2, Rows, at);
+        } else {
+            addPatch(mesh, Rows, 2, [&](int row, int column) { return at(column, row); });
+        }
     }
 }
 
