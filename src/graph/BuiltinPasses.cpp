@@ -2,6 +2,7 @@
 
 #include <QFile>
 #include <QRegularExpression>
+#include <QVector3D>
 
 #include <optional>
 #include <utility>
@@ -13,8 +14,12 @@
 #include <Qel/RenderPasses/compositing/TextureLoaderRenderPass.h>
 #include <Qel/RenderPasses/compositing/TextureToScreenRenderPass.h>
 #include <Qel/RenderPasses/framework/ShaderRenderPass.h>
+#include <Qel/RenderPasses/geometry/DeferredRenderPass.h>
 #include <Qel/RenderPasses/geometry/ForwardRenderPass.h>
+#include <Qel/RenderPasses/geometry/GBufferRenderPass.h>
+#include <Qel/RenderPasses/geometry/ModelDeferredPass.h>
 #include <Qel/RenderPasses/geometry/ModelRenderPass.h>
+#include <Qel/RenderPasses/geometry/PrimitiveBuilderRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/BlurAndCombineRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/DepthOfFieldRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/FastApproximateAntiAliasingRenderPass.h>
@@ -94,6 +99,23 @@ std::unique_ptr<RenderPass> makeModelPass(const PassOptions& options, QString* /
     return pass;
 }
 
+std::unique_ptr<RenderPass> makePrimitivesPass(const PassOptions& options, QString* /*error*/)
+{
+    auto pass = std::make_unique<PrimitiveBuilderRenderPass>();
+    pass->setUseIndirectDrawCommands(options[QStringLiteral("useIndirectDrawCommands")].toBool());
+    for (const QVariant& element : options[QStringLiteral("primitives")].toList()) {
+        const QVariantMap primitive = element.toMap();
+        const float size = primitive[QStringLiteral("size")].toFloat();
+        const auto position = primitive[QStringLiteral("position")].value<QVector3D>();
+        if (primitive[QStringLiteral("type")] == QLatin1StringView("quad")) {
+            pass->addQuad(size, position);
+        } else {
+            pass->addCube(size, position);
+        }
+    }
+    return pass;
+}
+
 } // namespace
 
 const PassRegistry& PassRegistry::builtin()
@@ -103,13 +125,17 @@ const PassRegistry& PassRegistry::builtin()
         passes.add(BlendRenderPass::description(), makeBlendPass);
         passes.add<BlurAndCombineRenderPass>();
         passes.add<CubemapLoaderRenderPass>();
+        passes.add<DeferredRenderPass>();
         passes.add<DepthOfFieldRenderPass>();
         passes.add<FastApproximateAntiAliasingRenderPass>();
         passes.add<ForwardRenderPass>();
+        passes.add<GBufferRenderPass>();
         passes.add<GaussianBlurRenderPass>();
         passes.add<GradientRenderPass>();
         passes.add<LuminanceAverageRenderPass>();
+        passes.add<ModelDeferredPass>();
         passes.add(ModelRenderPass::description(), makeModelPass);
+        passes.add(PrimitiveBuilderRenderPass::description(), makePrimitivesPass);
         passes.add<SMAARenderPass>();
         passes.add(ShaderRenderPass::description(), makeShaderPass);
         passes.add<SkyboxRenderPass>();
