@@ -194,18 +194,20 @@ TEST_F(DeferredPassesTest, MatricesThatUndoTheTranspositionPutTheLightWhereItIsS
 TEST_F(DeferredPassesTest, OnlyAMissingDepthMakesWhatStandsInForTextures)
 {
     const Pixels normals = makeNormals();
-    const View view = makeViews()[1];
-    const QVariant depth = texture(makeDepths(), GL_R32F);
-    const auto run = [&](DeferredRenderPass& pass, const QVariant& normal, const QVariant& depthInput) {
-        return render(pass, {viewport, view.projection, view.camera, normal, QVariant(), depthInput});
-    };
-    const Pixels black = everywhere({0, 0, 0, 1});
+    // The one in which a normal's w takes part: 1 where nothing is bound, 0 in what stands in.
+    const View view = makeViews()[3];
+    const Pixels depths = makeDepths();
+    const QVariant depth = texture(depths, GL_R32F);
     DeferredRenderPass pass;
-    EXPECT_TRUE(equal(run(pass, {}, depth), black)) << "nothing stands in for the normal";
-    EXPECT_TRUE(equal(run(pass, texture(normals), {}),
-                      greys(normals, everywhere({}), view.projection, view.camera), halfStep))
-        << "a missing depth is 0";
-    EXPECT_TRUE(equal(run(pass, {}, depth), black));
+    const auto expectGreys = [&](const QVariant& normal, const QVariant& depthInput,
+                                 const Pixels& normalsInForce, const Pixels& depthsInForce) {
+        EXPECT_TRUE(
+            equal(render(pass, {viewport, view.projection, view.camera, normal, QVariant(), depthInput}),
+                  greys(normalsInForce, depthsInForce, view.projection, view.camera), halfStep));
+    };
+    expectGreys({}, depth, everywhere({0, 0, 0, 1}), depths);
+    expectGreys(texture(normals), {}, normals, everywhere({}));
+    expectGreys({}, depth, everywhere({}), depths);
     runFrame(pass, {QRect(), QVariant(), QVariant(), QVariant(), QVariant(), QVariant()});
     EXPECT_TRUE(outputTexture(pass)) << "an empty viewport keeps its place";
 }

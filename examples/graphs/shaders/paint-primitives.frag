@@ -22,7 +22,7 @@ void main()
     vec2 coord = fract(texelFetch(u_TexCoord, texel, 0).xy);
     vec2 toEdge = min(coord, 1.0 - coord);
     int cube = triangle / trianglesPerCube;
-    vec3 color = vec3(0.30, 0.33, 0.38);
+    vec3 color = vec3(0.62, 0.68, 0.76);
     if (cube < Qel_int_CubeCount) {
         float hue = fract(float(cube) * 0.61803399);
         color = mix(vec3(0.93, 0.56, 0.30), vec3(0.30, 0.62, 0.70), hue);
