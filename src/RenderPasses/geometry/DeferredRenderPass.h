@@ -20,8 +20,9 @@ class Texture;
 /// is none. The texture is owned by the pass and is replaced when the size changes.
 ///
 /// The cosine is that of another place than the pixel shows, on purpose: the depth is taken for one from -1
-/// to 1, and the inverse projection is transposed. Under a perspective projection whose near plane is nearer
-/// than 0.3 or so, all places end up close to the origin, so that the light comes from (1, 1, 1) everywhere.
+/// to 1, and the inverse projection is transposed. Under a perspective projection with its near plane at 0.3
+/// or less, all places end up close to the origin, so that the light comes from (1, 1, 1) everywhere; with it
+/// at 0.5 and the far plane far away, they end up at twice the eye-space coordinates of what the pixel shows.
 /// Who wants the light where it is said to be gives this pass matrices of its own: the identity as camera
 /// matrix and transpose(D x projection x camera) as projection, D taking depths from -1..1 to 0..1.
 ///

@@ -34,7 +34,7 @@ out vec2 vo_TexCoord;
 
 void main()
 {
-    gl_Position = u_ProjectionMatrix * u_CameraMatrix * vec4(va_Vertex, 1.0);
+    gl_Position = u_ProjectionMatrix * (u_CameraMatrix * vec4(va_Vertex, 1.0));
     vo_Vertex = va_Vertex;
     vo_Normal = va_Normal;
     vo_TexCoord = va_TexCoord;
