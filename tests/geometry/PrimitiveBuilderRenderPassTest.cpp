@@ -1,7 +1,9 @@
 // Generated primitives, read back from their buffers and drawn.
 
+#include <QFile>
 #include <QPointer>
 #include <QRect>
+#include <QTemporaryDir>
 
 #include <array>
 #include <set>
@@ -17,6 +19,8 @@
 #include <Qel/gl/BufferObject.h>
 #include <Qel/gl/DrawBuffers.h>
 #include <Qel/gl/VertexArrayObject.h>
+#include <Qel/graph/GraphFile.h>
+#include <Qel/graph/RenderGraph.h>
 
 namespace Morvane::Qel::Test {
 namespace {
@@ -176,6 +180,44 @@ TEST_F(PrimitiveBuilderRenderPassTest, BuildsAnewOnlyAfterAChangeAndDeletesTheBa
     expectReplaced(0);
     pass.setUseIndirectDrawCommands(false);
     expectReplaced(0);
+}
+
+TEST_F(PrimitiveBuilderRenderPassTest, AGraphListsPrimitives)
+{
+    QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("graph.json"));
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(R"({"viewport": [4, 4], "passes": [
+        {"name": "primitives", "type": "PrimitiveBuilderRenderPass", "options": {"primitives": [
+            {"type": "quad", "size": 0.25, "position": [-0.75, 0.25, 0]}, {"position": [0.5, -0.5, 0.5]}],
+         "useIndirectDrawCommands": false}},
+        {"name": "gbuffer", "type": "GBufferRenderPass",
+         "inputs": {"Geometry": "@primitives.Geometry", "ProjectionMatrix": null, "CameraMatrix": null}}],
+        "output": "@gbuffer.Id"})");
+    file.close();
+    QStringList faults;
+    const std::optional<GraphDescription> description = loadGraph(path, &faults);
+    ASSERT_TRUE(description) << qPrintable(faults.join(u'\n'));
+    const auto graph = RenderGraph::create(*description, PassRegistry::builtin(), {}, &faults);
+    ASSERT_TRUE(graph) << qPrintable(faults.join(u'\n'));
+    QString error;
+    ASSERT_TRUE(graph->renderFrame(&error)) << qPrintable(error);
+    // A quad of one pixel and the front of a cube of four, whose triangles come after the quad's.
+    const Pixels ids = readTexture(graph->picture());
+    for (int y = 0; y < 4; ++y) {
+        for (int x = 0; x < 4; ++x) {
+            const float first = x == 0 && y == 2 ? 1.0F : x >= 2 && y < 2 ? 3.0F : 0.0F;
+            const float id = ids.at(x, y).x();
+            EXPECT_TRUE(id == first || (first > 0.0F && id == first + 1.0F)) << x << ", " << y << ": " << id;
+        }
+    }
+    const PlannedPass& planned = graph->plan().passes[0];
+    const auto pass = PassRegistry::builtin().create(planned.type, planned.options, &error);
+    runFrame(*pass, {});
+    const auto* batch = qobject_cast<DrawBuffers*>(pass->output(0).value<QObject*>());
+    EXPECT_EQ(batch->count(), 6 + 36);
+    EXPECT_TRUE(batch->drawElementsIndirectCommands().empty());
 }
 
 } // namespace
