@@ -6,6 +6,7 @@
 #include <QTemporaryDir>
 
 #include <array>
+#include <functional>
 #include <set>
 #include <vector>
 
@@ -154,32 +155,29 @@ TEST_F(PrimitiveBuilderRenderPassTest, BuildsAnewOnlyAfterAChangeAndDeletesTheBa
 
     // The setting is the initial one, and the batch is empty.
     pass.setUseIndirectDrawCommands(true);
-    QPointer<DrawBuffers> batch = build(pass);
-    ASSERT_TRUE(batch);
-    EXPECT_EQ(batch->count(), 0);
+    const DrawBuffers* empty = build(pass);
+    ASSERT_TRUE(empty);
+    EXPECT_EQ(empty->count(), 0);
     GBufferRenderPass gbuffer;
     runFrame(gbuffer, {QRect(0, 0, 2, 2), QVariant(), QVariant(), pass.output(0)});
     EXPECT_TRUE(equal(readTexture(outputTexture(gbuffer)),
                       Pixels::generate(2, 2, [](int, int) { return QVector4D(0, 0, 0, 1); })));
 
     const int numObjects = scope().numObjects();
-    const auto expectReplaced = [&](size_t numCommands) {
-        const QPointer<DrawBuffers> next = build(pass);
-        EXPECT_FALSE(batch) << "still there";
-        ASSERT_TRUE(next);
-        EXPECT_EQ(next->drawElementsIndirectCommands().size(), numCommands);
+    const auto expectReplaced = [&](const std::function<void()>& change, size_t numCommands) {
+        const QPointer<DrawBuffers> before = build(pass);
+        EXPECT_EQ(build(pass), before) << "nothing has changed";
+        change();
+        const DrawBuffers* after = build(pass);
+        EXPECT_TRUE(before.isNull()) << "still there";
+        ASSERT_TRUE(after);
+        EXPECT_EQ(after->drawElementsIndirectCommands().size(), numCommands);
         EXPECT_EQ(scope().numObjects(), numObjects);
-        batch = next;
-        EXPECT_EQ(build(pass), batch) << "nothing has changed";
     };
-    pass.addQuad(1.0F, {});
-    expectReplaced(1);
-    pass.addCube(1.0F, {});
-    expectReplaced(2);
-    pass.setUseIndirectDrawCommands(false);
-    expectReplaced(0);
-    pass.setUseIndirectDrawCommands(false);
-    expectReplaced(0);
+    expectReplaced([&] { pass.addQuad(1.0F, {}); }, 1);
+    expectReplaced([&] { pass.addCube(1.0F, {}); }, 2);
+    expectReplaced([&] { pass.setUseIndirectDrawCommands(false); }, 0);
+    expectReplaced([&] { pass.setUseIndirectDrawCommands(false); }, 0);
 }
 
 TEST_F(PrimitiveBuilderRenderPassTest, AGraphListsPrimitives)
