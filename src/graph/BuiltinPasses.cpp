@@ -20,6 +20,7 @@
 #include <Qel/RenderPasses/geometry/ModelDeferredPass.h>
 #include <Qel/RenderPasses/geometry/ModelRenderPass.h>
 #include <Qel/RenderPasses/geometry/PrimitiveBuilderRenderPass.h>
+#include <Qel/RenderPasses/lighting/TransparencyRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/BlurAndCombineRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/DepthOfFieldRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/FastApproximateAntiAliasingRenderPass.h>
@@ -143,6 +144,7 @@ const PassRegistry& PassRegistry::builtin()
         passes.add<TemporalAARenderPass>();
         passes.add<TextureLoaderRenderPass>();
         passes.add<TextureToScreenRenderPass>();
+        passes.add<TransparencyRenderPass>();
         return passes;
     }();
     return registry;
