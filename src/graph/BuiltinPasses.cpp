@@ -2,6 +2,7 @@
 
 #include <QFile>
 #include <QRegularExpression>
+#include <QVector3D>
 
 #include <optional>
 #include <utility>
@@ -14,8 +15,12 @@
 #include <Qel/RenderPasses/compositing/TextureToScreenRenderPass.h>
 #include <Qel/RenderPasses/framework/ShaderRenderPass.h>
 #include <Qel/RenderPasses/geometry/CameraSpaceZBufferRenderPass.h>
+#include <Qel/RenderPasses/geometry/DeferredRenderPass.h>
 #include <Qel/RenderPasses/geometry/ForwardRenderPass.h>
+#include <Qel/RenderPasses/geometry/GBufferRenderPass.h>
+#include <Qel/RenderPasses/geometry/ModelDeferredPass.h>
 #include <Qel/RenderPasses/geometry/ModelRenderPass.h>
+#include <Qel/RenderPasses/geometry/PrimitiveBuilderRenderPass.h>
 #include <Qel/RenderPasses/geometry/WireframeRenderPass.h>
 #include <Qel/RenderPasses/lighting/ScalableAmbientObscuranceRenderPass.h>
 #include <Qel/RenderPasses/lighting/TransparencyRenderPass.h>
@@ -103,8 +108,25 @@ std::unique_ptr<RenderPass> makeObscurancePass(const PassOptions& options, QStri
     using Pass = ScalableAmbientObscuranceRenderPass;
     const OptionDescription& normals = Pass::description().options.front();
     auto pass = std::make_unique<Pass>();
-    pass->setNormalProcessing(
-        static_cast<Pass::NormalProcessing>(normals.choices.indexOf(options[normals.name].toString())));
+    pass->setNormalProcessing(static_cast<Pass::NormalProcessing>(
+        normals.choices.indexOf(options[normals.name].toString())));
+    return pass;
+}
+
+std::unique_ptr<RenderPass> makePrimitivesPass(const PassOptions& options, QString* /*error*/)
+{
+    auto pass = std::make_unique<PrimitiveBuilderRenderPass>();
+    pass->setUseIndirectDrawCommands(options[QStringLiteral("useIndirectDrawCommands")].toBool());
+    for (const QVariant& element : options[QStringLiteral("primitives")].toList()) {
+        const QVariantMap primitive = element.toMap();
+        const float size = primitive[QStringLiteral("size")].toFloat();
+        const auto position = primitive[QStringLiteral("position")].value<QVector3D>();
+        if (primitive[QStringLiteral("type")] == QLatin1StringView("quad")) {
+            pass->addQuad(size, position);
+        } else {
+            pass->addCube(size, position);
+        }
+    }
     return pass;
 }
 
@@ -118,13 +140,17 @@ const PassRegistry& PassRegistry::builtin()
         passes.add<BlurAndCombineRenderPass>();
         passes.add<CameraSpaceZBufferRenderPass>();
         passes.add<CubemapLoaderRenderPass>();
+        passes.add<DeferredRenderPass>();
         passes.add<DepthOfFieldRenderPass>();
         passes.add<FastApproximateAntiAliasingRenderPass>();
         passes.add<ForwardRenderPass>();
+        passes.add<GBufferRenderPass>();
         passes.add<GaussianBlurRenderPass>();
         passes.add<GradientRenderPass>();
         passes.add<LuminanceAverageRenderPass>();
+        passes.add<ModelDeferredPass>();
         passes.add(ModelRenderPass::description(), makeModelPass);
+        passes.add(PrimitiveBuilderRenderPass::description(), makePrimitivesPass);
         passes.add<SMAARenderPass>();
         passes.add(ScalableAmbientObscuranceRenderPass::description(), makeObscurancePass);
         passes.add(ShaderRenderPass::description(), makeShaderPass);

@@ -1,6 +1,7 @@
 #include <Qel/graph/GraphPlan.h>
 
 #include <QHash>
+#include <QJsonArray>
 
 #include <algorithm>
 #include <cmath>
@@ -19,6 +20,7 @@ namespace {
 
 const QLatin1StringView textureType("QelTexture*");
 const QLatin1StringView modelType("QelGPUModel*");
+const QLatin1StringView batchesType("QelDrawBuffers*");
 
 /// The types that ports declared by a graph may have.
 const QStringList& portTypes()
@@ -206,7 +208,8 @@ private:
                 continue;
             }
             const qsizetype faultsBefore = m_faults->size();
-            readOptions(setting, *state.description, &pass(i).options);
+            readOptions(setting.name, state.description->options, setting.options,
+                        QStringLiteral("%1 has no such option").arg(setting.type), &pass(i).options);
             if (state.description->hostDeclaresPorts) {
                 checkHostPorts(setting.name, QStringLiteral("inputs"), pass(i).options);
                 checkHostPorts(setting.name, QStringLiteral("outputs"), pass(i).options);
@@ -223,28 +226,29 @@ private:
         }
     }
 
-    void readOptions(const PassSetting& setting, const PassDescription& description, PassOptions* options)
+    /// Values of options, or of the members of an option's element: what is given, checked, and defaults for
+    /// the rest. `unknown` is what is wrong with a name that is none of them.
+    void readOptions(const QString& place, const std::vector<OptionDescription>& known,
+                     const QJsonObject& given, const QString& unknown, QVariantMap* values)
     {
         QStringList names;
-        for (const OptionDescription& option : description.options) {
+        for (const OptionDescription& option : known) {
             names.append(option.name);
-            options->insert(option.name, option.defaultValue);
-            const auto given = setting.options.find(option.name);
-            if (given != setting.options.end()) {
-                readOption(setting.name + u'.' + option.name, option, given.value(), options);
+            values->insert(option.name, option.defaultValue);
+            const auto value = given.find(option.name);
+            if (value != given.end()) {
+                readOption(place + u'.' + option.name, option, value.value(), values);
             }
         }
-        for (auto given = setting.options.begin(); given != setting.options.end(); ++given) {
-            if (!names.contains(given.key())) {
-                fault(setting.name + u'.' + given.key(),
-                      QStringLiteral("%1 has no such option%2")
-                          .arg(description.type, suggestion(given.key(), names)));
+        for (auto value = given.begin(); value != given.end(); ++value) {
+            if (!names.contains(value.key())) {
+                fault(place + u'.' + value.key(), unknown + suggestion(value.key(), names));
             }
         }
     }
 
     void readOption(const QString& place, const OptionDescription& option, const QJsonValue& given,
-                    PassOptions* options)
+                    QVariantMap* values)
     {
         QString error;
         const std::optional<QVariant> value =
@@ -260,10 +264,29 @@ private:
         }
         if (option.isFile) {
             checkFile(place, value->toString());
-            options->insert(option.name, m_graph.resolvePath(value->toString()));
+            values->insert(option.name, m_graph.resolvePath(value->toString()));
             return;
         }
-        options->insert(option.name, *value);
+        values->insert(option.name,
+                       option.members.empty() ? *value : readElements(place, option, given.toArray()));
+    }
+
+    QVariantList readElements(const QString& place, const OptionDescription& option, const QJsonArray& given)
+    {
+        QVariantList elements;
+        for (qsizetype i = 0; i < given.size(); ++i) {
+            const QString elementPlace = QStringLiteral("%1[%2]").arg(place).arg(i);
+            if (!given[i].isObject()) {
+                fault(elementPlace,
+                      QStringLiteral("must be an object {...}, not %1").arg(jsonText(given[i])));
+                continue;
+            }
+            QVariantMap members;
+            readOptions(elementPlace, option.members, given[i].toObject(), QStringLiteral("no such key"),
+                        &members);
+            elements.append(members);
+        }
+        return elements;
     }
 
     void checkHostPorts(const QString& passName, const QString& option, const PassOptions& options)
@@ -317,7 +340,9 @@ private:
                     }
                     continue;
                 }
-                readInput(place, setting.value, &pass(i).inputs[static_cast<size_t>(port)]);
+                // A port that the graph gives a pass takes a single batch, and a model may have many.
+                const bool isOwnPort = port < static_cast<int>(state.description->inputs.size());
+                readInput(place, setting.value, isOwnPort, &pass(i).inputs[static_cast<size_t>(port)]);
             }
             for (qsizetype port = 0; port < timesSet.size(); ++port) {
                 if (timesSet[port] == 0) {
@@ -327,7 +352,7 @@ private:
         }
     }
 
-    void readInput(const QString& place, const QJsonValue& value, PlannedInput* input)
+    void readInput(const QString& place, const QJsonValue& value, bool isOwnPort, PlannedInput* input)
     {
         const QString type = typeOf(input->port);
         if (value.isString() && value.toString().startsWith(u'@')) {
@@ -335,7 +360,8 @@ private:
             if (reference.contains(u'.')) {
                 readConnection(place, reference, type, input);
             } else {
-                readNamedValue(place, reference, type, input);
+                const bool takesModel = fits(modelType, type) || (isOwnPort && type == batchesType);
+                readNamedValue(place, reference, type, takesModel, input);
             }
             return;
         }
@@ -392,13 +418,14 @@ private:
         return OutputReference{source, output};
     }
 
-    void readNamedValue(const QString& place, const QString& name, const QString& type, PlannedInput* input)
+    void readNamedValue(const QString& place, const QString& name, const QString& type, bool takesModel,
+                        PlannedInput* input)
     {
         const auto model =
             std::find_if(m_graph.models.begin(), m_graph.models.end(),
                          [&](const ModelDescription& candidate) { return candidate.name == name; });
         if (model != m_graph.models.end()) {
-            if (!fits(modelType, type)) {
+            if (!takesModel) {
                 fault(place, QStringLiteral("takes %1, but \"@%2\" is a model").arg(type, name));
                 return;
             }

@@ -8,6 +8,7 @@
 
 #include <Qel/core/MetaTypes.h>
 #include <Qel/core/RenderPass.h>
+#include <Qel/gl/DrawBuffers.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/ResourceScope.h>
 #include <Qel/gl/ShaderProgram.h>
@@ -70,6 +71,20 @@ QVariantList lightsAsValue(const std::vector<LightDescription>& lights)
                                 {QStringLiteral("direction"), light.direction}});
     }
     return list;
+}
+
+/// A model as an input gets it: itself, or its batches where the port takes batches.
+QVariant modelAsValue(GPUModel* model, const QString& port)
+{
+    if (typeOf(port) != QLatin1StringView("QelDrawBuffers*")) {
+        pointerMetaTypeId<GPUModel>();
+        return QVariant::fromValue(model);
+    }
+    QVariantList batches;
+    for (int i = 0; i < model->numBatches(); ++i) {
+        batches.append(QVariant::fromValue<QObject*>(model->drawBuffers(i)));
+    }
+    return batches;
 }
 
 } // namespace
@@ -230,8 +245,8 @@ void RenderGraph::Private::connectPasses()
                 node.pass->setInput(i, input.constant);
                 break;
             case InputSource::Model:
-                pointerMetaTypeId<GPUModel>();
-                node.pass->setInput(i, QVariant::fromValue(models[static_cast<size_t>(input.model)].get()));
+                node.pass->setInput(i,
+                                    modelAsValue(models[static_cast<size_t>(input.model)].get(), input.port));
                 break;
             case InputSource::FrameValue:
                 node.frameValues.push_back({findFrameValue(input.frameValue), i});

@@ -8,13 +8,12 @@
 
 #include <epoxy/gl.h>
 
-#include "support/GLTest.h"
 #include "support/Models.h"
 #include "support/Passes.h"
 #include "support/Pixels.h"
+#include "support/ScopedGLTest.h"
 #include <Qel/RenderPasses/geometry/ForwardRenderPass.h>
 #include <Qel/RenderPasses/geometry/ModelRenderPass.h>
-#include <Qel/gl/ResourceScope.h>
 #include <Qel/gl/Texture.h>
 
 namespace Morvane::Qel::Test {
@@ -96,27 +95,7 @@ Cover coverAt(int x, int y)
     return std::abs(u) < 0.5F && std::abs(v) < 0.5F ? Cover::Back : Cover::Nothing;
 }
 
-/// Deletes, as a graph does, what the passes leave alive.
-class ModelPassesTest : public GLTest
-{
-protected:
-    void SetUp() override
-    {
-        GLTest::SetUp();
-        m_scope = std::make_unique<ResourceScope>(&context());
-        m_activation = std::make_unique<ResourceScope::Activation>(&context(), m_scope.get());
-    }
-    void TearDown() override
-    {
-        m_activation.reset();
-        m_scope.reset();
-        GLTest::TearDown();
-    }
-
-private:
-    std::unique_ptr<ResourceScope> m_scope;
-    std::unique_ptr<ResourceScope::Activation> m_activation;
-};
+using ModelPassesTest = ScopedGLTest;
 
 TEST_F(ModelPassesTest, ForwardLightsWhatIsNearest)
 {

@@ -44,7 +44,22 @@ PassRegistry testRegistry()
                     QStringLiteral("low"),
                     {QStringLiteral("low"), QStringLiteral("high")}},
                    {QStringLiteral("passes"), {}, 1},
-                   {QStringLiteral("table"), {}, QString(), {}, true}}},
+                   {QStringLiteral("table"), {}, QString(), {}, true},
+                   {QStringLiteral("shapes"),
+                    {},
+                    QVariantList(),
+                    {},
+                    false,
+                    {{QStringLiteral("kind"),
+                      {},
+                      QStringLiteral("cube"),
+                      {QStringLiteral("cube"), QStringLiteral("quad")}},
+                     {QStringLiteral("size"), {}, 1.0F}}}}},
+                 none);
+    registry.add({QStringLiteral("Batches"),
+                  {},
+                  {input("Qel_QelDrawBuffers*_Geometry")},
+                  {output("Qel_QelTexture*_Frame")}},
                  none);
     registry.add(
         {QStringLiteral("Draw"), {}, {input("Qel_QelGPUModel*_Geometry")}, {output("Qel_QelTexture*_Frame")}},
@@ -250,6 +265,13 @@ TEST_F(GraphCpuTest, EveryFaultIsOneLineThatNamesPlaceAndRemedy)
          {"graph.json: a.Color: must be a colour such as \"#ff8000\", \"#ff800080\" or [255, 128, 0, 128], "
           "not [256,0,0]",
           "graph.json: b.Geometry: takes a model such as \"@scene\", not \"scene\""}},
+        // A port of a pass's own takes a model's batches, one that the graph adds a single batch.
+        {R"({"models": {"scene": "model.obj"}, "passes": [
+            {"name": "a", "type": "Batches", "inputs": {"Geometry": "@scene"}},
+            {"name": "b", "type": "Custom", "inputs": {"Mesh": "@scene"},
+             "options": {"inputs": ["Qel_QelDrawBuffers*_Mesh"], "outputs": ["Qel_QelTexture*_Frame"]}}],
+            "output": "@a.Frame"})",
+         {"graph.json: b.Mesh: takes QelDrawBuffers*, but \"@scene\" is a model"}},
         // Options.
         {withOptions(R"("qualty": "low", "passes": 1.5)"),
          {"graph.json: a.passes: must be a whole number, not 1.5",
@@ -257,6 +279,13 @@ TEST_F(GraphCpuTest, EveryFaultIsOneLineThatNamesPlaceAndRemedy)
         {withOptions(R"("quality": "best", "table": "none.txt", "passes": null)"),
          {"graph.json: a.quality: must be one of \"low\", \"high\", not \"best\"",
           "graph.json: a.passes: must not be null", "graph.json: a.table: no file \"none.txt\""}},
+        {withOptions(R"("shapes": {"kind": "cube"})"),
+         {"graph.json: a.shapes: must be a list [...], not {\"kind\":\"cube\"}"}},
+        {withOptions(R"("shapes": [{}, {"kind": "ball", "sise": 2}, 3, {"size": "big"}])"),
+         {"graph.json: a.shapes[1].kind: must be one of \"cube\", \"quad\", not \"ball\"",
+          "graph.json: a.shapes[1].sise: no such key; did you mean \"size\"?",
+          "graph.json: a.shapes[2]: must be an object {...}, not 3",
+          "graph.json: a.shapes[3].size: must be a number, not \"big\""}},
         {withPasses(
              R"({"name": "a", "type": "Custom", "options": {"inputs": ["Radius", "Qel_flaot_X", "Qel_int_A", "Qel_int_A"],
                          "outputs": "Qel_QelTexture*_Frame"}, "inputs": {"Nothing": 1}})"),
@@ -316,7 +345,7 @@ TEST_F(GraphCpuTest, InputsFindTheirSources)
     const GraphPlan plan = planOf(R"({"models": {"scene": "model.obj"}, "passes": [
         {"name": "filter", "type": "Filter", "inputs": {
             "Frame": "@source.Frame", "Mask": "@source.Qel_QelTexture*_Frame", "Data": "@scene"},
-         "options": {"quality": "high", "table": "image.png"}},
+         "options": {"quality": "high", "table": "image.png", "shapes": [{}, {"kind": "quad", "size": 2}]}},
         {"name": "source", "type": "Source"},
         {"name": "custom", "type": "Custom", "inputs": {"Strength": 0.5, "View": "@CameraMatrix", "Input": "@filter.Frame"},
          "options": {"inputs": ["Qel_QRect_Viewport", "Qel_QelTexture*_Input", "Qel_float_Strength", "Qel_QMatrix4x4_View"],
@@ -336,7 +365,11 @@ TEST_F(GraphCpuTest, InputsFindTheirSources)
     EXPECT_EQ(filter.inputs[6].frameValue, "ProjectionMatrix");
     EXPECT_EQ(filter.inputs[7].source, InputSource::Model);
     EXPECT_EQ(filter.options,
-              (PassOptions{{"quality", "high"}, {"passes", 1}, {"table", path("image.png")}}));
+              (PassOptions{{"quality", "high"},
+                           {"passes", 1},
+                           {"table", path("image.png")},
+                           {"shapes", QVariantList{QVariantMap{{"kind", "cube"}, {"size", 1.0F}},
+                                                   QVariantMap{{"kind", "quad"}, {"size", 2.0F}}}}}));
     const PlannedPass& custom = plan.passes[2];
     EXPECT_EQ(custom.outputs, QStringList{"Qel_QelTexture*_Frame"});
     ASSERT_EQ(custom.inputs.size(), 4U);

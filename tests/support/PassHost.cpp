@@ -40,6 +40,14 @@ PassHost::PassHost(OpenGLDeviceContext& context, const QString& type)
     PassOptions options;
     for (const OptionDescription& option : description.options) {
         options[option.name] = option.defaultValue;
+        if (!option.members.empty()) {
+            // One element, so that there is something.
+            QVariantMap element;
+            for (const OptionDescription& member : option.members) {
+                element[member.name] = member.defaultValue;
+            }
+            options[option.name] = QVariantList{element};
+        }
     }
     if (description.hostDeclaresPorts) {
         options[QStringLiteral("inputs")] =

@@ -6,6 +6,7 @@
 #include <epoxy/gl.h>
 
 #include <Qel/core/Diagnostics.h>
+#include <Qel/gl/BindingRecord.h>
 #include <Qel/gl/FramebufferObject.h>
 #include <Qel/gl/Guards.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
@@ -95,6 +96,12 @@ Texture* takeTransparentTexture()
     Texture* texture = TextureManager::Instance()->tempTexture(TextureFormat::RGBA16F, 1, 1, -1);
     texture->setImage2D(0, GL_RGBA, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, transparentBlack.data());
     return texture;
+}
+
+int samplerUnit(const Texture* texture)
+{
+    // Bindings take the lower units first.
+    return texture ? texture->unit() : BindingRecord::numUnits - 1;
 }
 
 void sampleLinearly(Texture* texture)

@@ -44,6 +44,10 @@ Texture* makeWhiteTexture();
 /// reference.
 Texture* takeTransparentTexture();
 
+/// The unit that a sampler reads a bound texture from; for a null one, a unit with nothing bound, which reads
+/// as opaque black.
+int samplerUnit(const Texture* texture);
+
 /// Sets the filters that neighbouring texels are blended by, and clamps to the edge.
 void sampleLinearly(Texture* texture);
 

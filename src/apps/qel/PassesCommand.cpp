@@ -49,6 +49,20 @@ void printList(const Descriptions& descriptions)
     }
 }
 
+/// Options, each with the members of its elements behind it as "option[].member".
+std::vector<OptionDescription> withMembers(const std::vector<OptionDescription>& options)
+{
+    std::vector<OptionDescription> all;
+    for (const OptionDescription& option : options) {
+        all.push_back(option);
+        for (OptionDescription member : withMembers(option.members)) {
+            member.name.prepend(option.name + QStringLiteral("[]."));
+            all.push_back(member);
+        }
+    }
+    return all;
+}
+
 void printDetail(const QString& label, const QString& text)
 {
     if (!text.isEmpty()) {
@@ -69,7 +83,7 @@ void printDetails(const PassDescription& pass)
         printPort("out", output.name, {});
         printDetail({}, output.meaning);
     }
-    for (const OptionDescription& option : pass.options) {
+    for (const OptionDescription& option : withMembers(pass.options)) {
         print(QStringLiteral("  option  %1  %2\n").arg(option.name, textFromValue(option.defaultValue)));
         printDetail({}, option.meaning);
         printDetail(QStringLiteral("one of: "), option.choices.join(QStringLiteral(", ")));
@@ -149,7 +163,7 @@ void printMarkdown(const Descriptions& descriptions)
         if (!pass->options.empty()) {
             text += heading({QStringLiteral("option"), QStringLiteral("default"), QStringLiteral("meaning"),
                              QStringLiteral("choices")});
-            for (const OptionDescription& option : pass->options) {
+            for (const OptionDescription& option : withMembers(pass->options)) {
                 text += row({option.name, textFromValue(option.defaultValue), option.meaning,
                              option.choices.join(QStringLiteral(", "))},
                             2);

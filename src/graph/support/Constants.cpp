@@ -167,6 +167,10 @@ const std::array conversions{
                    return value.isString() ? Constant(value.toString()) : std::nullopt;
                }},
     Conversion{QLatin1StringView("QStringList"), "a list of texts", toStringList},
+    Conversion{QLatin1StringView("QVariantList"), "a list [...]",
+               [](const QJsonValue& value) -> Constant {
+                   return value.isArray() ? Constant(value.toArray().toVariantList()) : std::nullopt;
+               }},
     Conversion{QLatin1StringView("QColor"),
                "a colour such as \"#ff8000\", \"#ff800080\" or [255, 128, 0, 128]", toColor},
     Conversion{QLatin1StringView("QVector2D"), "two numbers [x, y]", toVector<QVector2D, 2>},

@@ -43,6 +43,9 @@ struct OptionDescription
     QStringList choices = {};
     /// Whether a text is the path of a file that must exist; graph files give it relative to themselves.
     bool isFile = false;
+    /// For a list (QVariantList) of objects: their members, each with its default. An element is given to the
+    /// pass as a QVariantMap with all of them.
+    std::vector<OptionDescription> members = {};
 };
 
 /// The one declaration of a pass: its constructor declares the ports from it, and the program's listings,

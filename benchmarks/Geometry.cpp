@@ -1,0 +1,536 @@
+// G-buffers and deferred shading against the same work in plain GL.
+
+#include <QMatrix4x4>
+#include <QRect>
+
+#include <array>
+#include <cmath>
+#include <memory>
+#include <numbers>
+#include <vector>
+
+#include <epoxy/gl.h>
+
+#include "support/Sides.h"
+#include <Qel/RenderPasses/geometry/DeferredRenderPass.h>
+#include <Qel/RenderPasses/geometry/GBufferRenderPass.h>
+#include <Qel/RenderPasses/geometry/ModelDeferredPass.h>
+#include <Qel/RenderPasses/geometry/ModelRenderPass.h>
+#include <Qel/gl/DrawBuffers.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/Texture.h>
+#include <Qel/model/GPUModel.h>
+
+namespace Morvane::Qel::Bench {
+namespace {
+
+constexpr int width = 1280;
+constexpr int height = 720;
+
+/// A torus of 250 x 200 quads, 100,000 triangles, with a chequered material.
+ModelData makeTorus()
+{
+    constexpr int around = 250;
+    constexpr int across = 200;
+    ModelData data;
+    MeshData& mesh = data.meshes.emplace_back();
+    for (int i = 0; i <= around; ++i) {
+        const float a = 2.0F * std::numbers::pi_v<float> * static_cast<float>(i) / around;
+        for (int j = 0; j <= across; ++j) {
+            const float b = 2.0F * std::numbers::pi_v<float> * static_cast<float>(j) / across;
+            const QVector3D normal(std::cos(a) * std::cos(b), std::sin(b), std::sin(a) * std::cos(b));
+            mesh.positions.push_back(QVector3D(std::cos(a), 0, std::sin(a)) + 0.45F * normal);
+            mesh.normals.push_back(normal);
+            mesh.texCoords.emplace_back(8.0F * static_cast<float>(i) / around,
+                                        3.0F * static_cast<float>(j) / across);
+            if (i < around && j < across) {
+                const auto corner = static_cast<unsigned int>(i * (across + 1) + j);
+                for (const unsigned int offset : {0U, 1U, across + 1U, across + 1U, 1U, across + 2U}) {
+                    mesh.indices.push_back(corner + offset);
+                }
+            }
+        }
+    }
+    QImage chequers(64, 64, QImage::Format_RGBA8888);
+    for (int y = 0; y < 64; ++y) {
+        for (int x = 0; x < 64; ++x) {
+            chequers.setPixelColor(x, y,
+                                   (x / 16 + y / 16) % 2 == 0 ? QColor(230, 200, 90) : QColor(40, 60, 90));
+        }
+    }
+    data.images = {chequers};
+    MaterialData& material = data.materials.emplace_back();
+    material.kd = {0.8F, 0.9F, 1.0F};
+    material.ks = {0.5F, 0.5F, 0.5F};
+    material.ns = 40.0F;
+    material.mapKd = 0;
+    material.mapKs = 0;
+    data.instances.emplace_back();
+    return data;
+}
+
+QMatrix4x4 makeProjection()
+{
+    QMatrix4x4 projection;
+    projection.perspective(45.0F, static_cast<float>(width) / height, 0.1F, 20.0F);
+    return projection;
+}
+
+QMatrix4x4 makeCamera()
+{
+    QMatrix4x4 camera;
+    camera.lookAt({0, 2.2F, 2.4F}, {0, 0, 0}, {0, 1, 0});
+    return camera;
+}
+
+unsigned int makeProgram(const char* vertex, const char* fragment, const std::vector<const char*>& outputs)
+{
+    const unsigned int program = glCreateProgram();
+    for (const auto& [stage, source] :
+         {std::pair(GL_VERTEX_SHADER, vertex), {GL_FRAGMENT_SHADER, fragment}}) {
+        const unsigned int shader = glCreateShader(static_cast<unsigned int>(stage));
+        glShaderSource(shader, 1, &source, nullptr);
+        glCompileShader(shader);
+        glAttachShader(program, shader);
+        glDeleteShader(shader);
+    }
+    constexpr std::array<const char*, 3> attributes{"position", "normal", "texCoord"};
+    for (unsigned int i = 0; i < attributes.size(); ++i) {
+        glBindAttribLocation(program, i, attributes[i]);
+    }
+    for (unsigned int i = 0; i < outputs.size(); ++i) {
+        glBindFragDataLocation(program, i, outputs[i]);
+    }
+    glLinkProgram(program);
+    return program;
+}
+
+/// A framebuffer of textures of these formats, with a depth texture where that is asked for.
+class TargetsByHand
+{
+public:
+    TargetsByHand(const std::vector<unsigned int>& formats, bool hasDepth)
+    {
+        glGenFramebuffers(1, &m_framebuffer);
+        glBindFramebuffer(GL_FRAMEBUFFER, m_framebuffer);
+        std::vector<unsigned int> drawBuffers;
+        for (const unsigned int format : formats) {
+            drawBuffers.push_back(GL_COLOR_ATTACHMENT0 + static_cast<unsigned int>(drawBuffers.size()));
+            attach(drawBuffers.back(), format, GL_RGBA);
+        }
+        if (hasDepth) {
+            attach(GL_DEPTH_ATTACHMENT, GL_DEPTH_COMPONENT32F, GL_DEPTH_COMPONENT);
+        }
+        glDrawBuffers(static_cast<int>(drawBuffers.size()), drawBuffers.data());
+        glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    }
+    ~TargetsByHand()
+    {
+        glDeleteFramebuffers(1, &m_framebuffer);
+        glDeleteTextures(static_cast<int>(m_textures.size()), m_textures.data());
+    }
+    TargetsByHand(const TargetsByHand&) = delete;
+    TargetsByHand& operator=(const TargetsByHand&) = delete;
+
+    void bind() const
+    {
+        glBindFramebuffer(GL_FRAMEBUFFER, m_framebuffer);
+        glViewport(0, 0, width, height);
+    }
+
+private:
+    void attach(unsigned int attachment, unsigned int internalFormat, unsigned int format)
+    {
+        unsigned int texture = 0;
+        glGenTextures(1, &texture);
+        glBindTexture(GL_TEXTURE_2D, texture);
+        glTexImage2D(GL_TEXTURE_2D, 0, static_cast<int>(internalFormat), width, height, 0, format, GL_FLOAT,
+                     nullptr);
+        for (const unsigned int filter : {GL_TEXTURE_MIN_FILTER, GL_TEXTURE_MAG_FILTER}) {
+            glTexParameteri(GL_TEXTURE_2D, filter, GL_NEAREST);
+        }
+        glFramebufferTexture(GL_FRAMEBUFFER, attachment, texture, 0);
+        glBindTexture(GL_TEXTURE_2D, 0);
+        m_textures.push_back(texture);
+    }
+
+    unsigned int m_framebuffer = 0;
+    std::vector<unsigned int> m_textures;
+};
+
+/// The arrays of a mesh, drawn by one call.
+class MeshByHand
+{
+public:
+    explicit MeshByHand(const MeshData& mesh)
+        : m_count(static_cast<int>(mesh.indices.size()))
+    {
+        glGenVertexArrays(1, &m_vertexArray);
+        glGenBuffers(4, m_buffers.data());
+        glBindVertexArray(m_vertexArray);
+        const auto upload = [&](unsigned int location, const auto& values) {
+            using Vector = typename std::decay_t<decltype(values)>::value_type;
+            glBindBuffer(GL_ARRAY_BUFFER, m_buffers[location]);
+            glBufferData(GL_ARRAY_BUFFER, static_cast<GLsizeiptr>(values.size() * sizeof(Vector)),
+                         values.data(), GL_STATIC_DRAW);
+            glVertexAttribPointer(location, sizeof(Vector) / sizeof(float), GL_FLOAT, GL_FALSE, 0, nullptr);
+            glEnableVertexAttribArray(location);
+        };
+        upload(0, mesh.positions);
+        upload(1, mesh.normals);
+        upload(2, mesh.texCoords);
+        glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, m_buffers[3]);
+        glBufferData(GL_ELEMENT_ARRAY_BUFFER,
+                     static_cast<GLsizeiptr>(mesh.indices.size() * sizeof(unsigned int)), mesh.indices.data(),
+                     GL_STATIC_DRAW);
+        glBindVertexArray(0);
+    }
+    ~MeshByHand()
+    {
+        glDeleteVertexArrays(1, &m_vertexArray);
+        glDeleteBuffers(4, m_buffers.data());
+    }
+    MeshByHand(const MeshByHand&) = delete;
+    MeshByHand& operator=(const MeshByHand&) = delete;
+
+    void draw() const
+    {
+        glBindVertexArray(m_vertexArray);
+        glDrawElements(GL_TRIANGLES, m_count, GL_UNSIGNED_INT, nullptr);
+        glBindVertexArray(0);
+    }
+
+private:
+    int m_count;
+    unsigned int m_vertexArray = 0;
+    std::array<unsigned int, 4> m_buffers{};
+};
+
+void setMatrix(unsigned int program, const char* name, const QMatrix4x4& matrix)
+{
+    glUniformMatrix4fv(glGetUniformLocation(program, name), 1, GL_FALSE, matrix.constData());
+}
+
+void setSamplers(unsigned int program, const std::vector<const char*>& samplers)
+{
+    glUseProgram(program);
+    for (size_t i = 0; i < samplers.size(); ++i) {
+        glUniform1i(glGetUniformLocation(program, samplers[i]), static_cast<int>(i));
+    }
+    glUseProgram(0);
+}
+
+void bindTextures(const std::vector<unsigned int>& textures)
+{
+    for (size_t i = textures.size(); i-- > 0;) {
+        glActiveTexture(GL_TEXTURE0 + static_cast<unsigned int>(i));
+        glBindTexture(GL_TEXTURE_2D, textures[i]);
+    }
+}
+
+/// Draws a mesh into a G-buffer with a program whose matrices come new in every frame.
+class GBufferByHand
+{
+public:
+    GBufferByHand(const MeshData& mesh, const std::vector<unsigned int>& formats, unsigned int program)
+        : m_mesh(mesh)
+        , m_targets(formats, true)
+        , m_program(program)
+        , m_clipFromWorld(glGetUniformLocation(program, "clipFromWorld"))
+        , m_normalMatrix(glGetUniformLocation(program, "normalMatrix"))
+    {
+    }
+    ~GBufferByHand() { glDeleteProgram(m_program); }
+    GBufferByHand(const GBufferByHand&) = delete;
+    GBufferByHand& operator=(const GBufferByHand&) = delete;
+
+    void draw(const std::vector<unsigned int>& textures) const
+    {
+        const QMatrix4x4 camera = makeCamera();
+        m_targets.bind();
+        glClearColor(0, 0, 0, 0);
+        glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+        glEnable(GL_DEPTH_TEST);
+        glUseProgram(m_program);
+        glUniformMatrix4fv(m_clipFromWorld, 1, GL_FALSE, (makeProjection() * camera).constData());
+        glUniformMatrix4fv(m_normalMatrix, 1, GL_FALSE, camera.inverted().transposed().constData());
+        bindTextures(textures);
+        m_mesh.draw();
+        bindTextures(std::vector<unsigned int>(textures.size()));
+        glUseProgram(0);
+        glDisable(GL_DEPTH_TEST);
+        glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    }
+
+private:
+    MeshByHand m_mesh;
+    TargetsByHand m_targets;
+    unsigned int m_program;
+    int m_clipFromWorld;
+    int m_normalMatrix;
+};
+
+template<class Pass>
+void setView(Pass& pass)
+{
+    pass.setInput(Pass::Viewport, QRect(0, 0, width, height));
+    pass.setInput(Pass::ProjectionMatrix, makeProjection());
+    pass.setInput(Pass::CameraMatrix, makeCamera());
+}
+
+void applyBaseState()
+{
+    OpenGLDeviceContext::current()->makeCurrent();
+    OpenGLDeviceContext::current()->applyBaseState();
+}
+
+void drawModelGBuffer(benchmark::State& state)
+{
+    applyBaseState();
+    const ModelData data = makeTorus();
+    GPUModel model(data);
+    ModelRenderPass pass;
+    setView(pass);
+    pass.setInput(ModelRenderPass::Geometry, QVariant::fromValue(&model));
+
+    const unsigned int program = makeProgram(R"(#version 150
+uniform mat4 clipFromWorld;
+uniform mat4 normalMatrix;
+in vec3 position;
+in vec3 normal;
+in vec2 texCoord;
+out vec3 eyeNormal;
+out vec2 uv;
+void main()
+{
+    gl_Position = clipFromWorld * vec4(position, 1.0);
+    eyeNormal = mat3(normalMatrix) * normal;
+    uv = texCoord;
+})",
+                                             R"(#version 150
+uniform sampler2D diffuseMap;
+uniform sampler2D specularMap;
+uniform vec4 diffuse;
+uniform vec4 specular;
+in vec3 eyeNormal;
+in vec2 uv;
+out vec4 outDiffuse;
+out vec4 outSpecular;
+out vec3 outNormal;
+out float outId;
+void main()
+{
+    outDiffuse = vec4(diffuse.rgb * texture(diffuseMap, uv).rgb, diffuse.a);
+    outSpecular = vec4(specular.rgb * texture(specularMap, uv).rgb, specular.a);
+    outNormal = normalize(eyeNormal);
+    outId = float(gl_PrimitiveID) + 1.0;
+})",
+                                             {"outDiffuse", "outSpecular", "outNormal", "outId"});
+    setSamplers(program, {"diffuseMap", "specularMap"});
+    glUseProgram(program);
+    glUniform4f(glGetUniformLocation(program, "diffuse"), 0.8F, 0.9F, 1.0F, 1.0F);
+    glUniform4f(glGetUniformLocation(program, "specular"), 0.5F, 0.5F, 0.5F, 40.0F);
+    glUseProgram(0);
+    const GBufferByHand byHand(data.meshes[0], {GL_RGBA32F, GL_RGBA32F, GL_RGB32F, GL_R32F}, program);
+    Texture map;
+    const QImage& image = data.images[0];
+    map.setImage2D(0, GL_RGBA8, image.width(), image.height(), GL_RGBA, GL_UNSIGNED_BYTE, image.constBits());
+    map.generateMipmap();
+    map.setFilter(GL_LINEAR_MIPMAP_LINEAR, GL_LINEAR);
+    map.setWrap(GL_REPEAT);
+
+    compareSides(
+        state, Wait::Pixels, [&] { pass.start(nullptr); },
+        [&] {
+            byHand.draw({map.textureID(), map.textureID()});
+        },
+        applyBaseState);
+}
+BENCHMARK(drawModelGBuffer)->Name("ModelGBuffer/1280x720/100000")->Unit(benchmark::kMillisecond);
+
+void drawBatchGBuffer(benchmark::State& state)
+{
+    applyBaseState();
+    const ModelData data = makeTorus();
+    const GPUModel model(data);
+    GBufferRenderPass pass;
+    setView(pass);
+    pass.setInput(GBufferRenderPass::Geometry, QVariant::fromValue<QObject*>(model.drawBuffers(0)));
+
+    const unsigned int program = makeProgram(R"(#version 150
+uniform mat4 clipFromWorld;
+in vec3 position;
+in vec3 normal;
+in vec2 texCoord;
+out vec3 worldNormal;
+out vec2 uv;
+void main()
+{
+    gl_Position = clipFromWorld * vec4(position, 1.0);
+    worldNormal = normal;
+    uv = texCoord;
+})",
+                                             R"(#version 150
+in vec3 worldNormal;
+in vec2 uv;
+out vec3 outNormal;
+out vec2 outTexCoord;
+out float outId;
+void main()
+{
+    outNormal = worldNormal;
+    outTexCoord = uv;
+    outId = float(gl_PrimitiveID) + 1.0;
+})",
+                                             {"outNormal", "outTexCoord", "outId"});
+    const GBufferByHand byHand(data.meshes[0], {GL_RGB32F, GL_RG32F, GL_R32F}, program);
+    compareSides(
+        state, Wait::Pixels, [&] { pass.start(nullptr); }, [&] { byHand.draw({}); }, applyBaseState);
+}
+BENCHMARK(drawBatchGBuffer)->Name("GBuffer/1280x720/100000")->Unit(benchmark::kMillisecond);
+
+/// A full-screen shader and nothing else.
+class FullScreenByHand
+{
+public:
+    FullScreenByHand(const char* fragment, const std::vector<const char*>& samplers)
+        : m_targets({GL_RGBA}, false)
+        , m_program(makeProgram(R"(#version 150
+out vec2 uv;
+void main()
+{
+    uv = vec2(gl_VertexID == 1 ? 2.0 : 0.0, gl_VertexID == 2 ? 2.0 : 0.0);
+    gl_Position = vec4(uv * 2.0 - 1.0, 0.0, 1.0);
+})",
+                                fragment, {"color"}))
+    {
+        setSamplers(m_program, samplers);
+        glGenVertexArrays(1, &m_vertexArray);
+    }
+    ~FullScreenByHand()
+    {
+        glDeleteProgram(m_program);
+        glDeleteVertexArrays(1, &m_vertexArray);
+    }
+    FullScreenByHand(const FullScreenByHand&) = delete;
+    FullScreenByHand& operator=(const FullScreenByHand&) = delete;
+
+    unsigned int program() const { return m_program; }
+    void draw(const std::vector<unsigned int>& textures) const
+    {
+        m_targets.bind();
+        glUseProgram(m_program);
+        bindTextures(textures);
+        glBindVertexArray(m_vertexArray);
+        glDrawArrays(GL_TRIANGLES, 0, 3);
+        glBindVertexArray(0);
+        bindTextures(std::vector<unsigned int>(textures.size()));
+        glUseProgram(0);
+        glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    }
+
+private:
+    TargetsByHand m_targets;
+    unsigned int m_program;
+    unsigned int m_vertexArray = 0;
+};
+
+unsigned int nameOf(const QVariant& texture)
+{
+    return qobject_cast<Texture*>(texture.value<QObject*>())->textureID();
+}
+
+void shadeGBuffer(benchmark::State& state)
+{
+    applyBaseState();
+    const GPUModel model(makeTorus());
+    GBufferRenderPass gbuffer;
+    setView(gbuffer);
+    gbuffer.setInput(GBufferRenderPass::Geometry, QVariant::fromValue<QObject*>(model.drawBuffers(0)));
+    gbuffer.start(nullptr);
+    const QVariant normal = gbuffer.output(GBufferRenderPass::Normal);
+    const QVariant depth = gbuffer.output(GBufferRenderPass::Depth);
+    DeferredRenderPass pass;
+    setView(pass);
+    pass.setInput(DeferredRenderPass::Normal, normal);
+    pass.setInput(DeferredRenderPass::TexCoord, gbuffer.output(GBufferRenderPass::TexCoord));
+    pass.setInput(DeferredRenderPass::Depth, depth);
+
+    const FullScreenByHand byHand(R"(#version 150
+uniform sampler2D normals;
+uniform sampler2D depths;
+uniform mat4 camera;
+uniform mat4 normalMatrix;
+uniform mat4 unproject;
+in vec2 uv;
+out vec4 color;
+void main()
+{
+    vec4 place = unproject * vec4(uv * 2.0 - 1.0, texture(depths, uv).r, 1.0);
+    vec4 light = camera * vec4(100.0, 100.0, 100.0, 1.0);
+    vec4 eye = camera * (place / place.w);
+    vec4 normal = normalMatrix * texture(normals, uv);
+    color = vec4(vec3(dot(normalize(light.xyz - eye.xyz), normal.xyz)), 1.0);
+})",
+                                  {"normals", "depths"});
+    glUseProgram(byHand.program());
+    setMatrix(byHand.program(), "camera", makeCamera());
+    setMatrix(byHand.program(), "normalMatrix", makeCamera().inverted().transposed());
+    setMatrix(byHand.program(), "unproject", makeProjection().inverted().transposed());
+    glUseProgram(0);
+    compareSides(
+        state, Wait::Pixels, [&] { pass.start(nullptr); },
+        [&] {
+            byHand.draw({nameOf(normal), nameOf(depth)});
+        },
+        applyBaseState);
+}
+BENCHMARK(shadeGBuffer)->Name("Deferred/1280x720")->Unit(benchmark::kMillisecond);
+
+void shadeModelGBuffer(benchmark::State& state)
+{
+    applyBaseState();
+    GPUModel model(makeTorus());
+    ModelRenderPass gbuffer;
+    setView(gbuffer);
+    gbuffer.setInput(ModelRenderPass::Geometry, QVariant::fromValue(&model));
+    gbuffer.start(nullptr);
+    ModelDeferredPass pass;
+    setView(pass);
+    const QVariant diffuse = gbuffer.output(ModelRenderPass::Diffuse);
+    const QVariant specular = gbuffer.output(ModelRenderPass::Specular);
+    const QVariant normal = gbuffer.output(ModelRenderPass::Normal);
+    pass.setInput(ModelDeferredPass::Diffuse, diffuse);
+    pass.setInput(ModelDeferredPass::Specular, specular);
+    pass.setInput(ModelDeferredPass::Normal, normal);
+    pass.setInput(ModelDeferredPass::Depth, gbuffer.output(ModelRenderPass::Depth));
+
+    const FullScreenByHand byHand(R"(#version 150
+uniform sampler2D diffuseImage;
+uniform sampler2D specularImage;
+uniform sampler2D normals;
+in vec2 uv;
+out vec4 color;
+void main()
+{
+    vec4 diffuse = texture(diffuseImage, uv);
+    vec4 specular = texture(specularImage, uv);
+    vec3 normal = texture(normals, uv).xyz;
+    vec3 light = normalize(vec3(1.0));
+    vec3 halfway = normalize(light + vec3(0.0, 0.0, 1.0));
+    color = vec4(max(0.0, dot(normal, light)) * diffuse.rgb +
+                     pow(max(0.0, dot(normal, halfway)), specular.a) * specular.rgb,
+                 diffuse.a);
+})",
+                                  {"diffuseImage", "specularImage", "normals"});
+    compareSides(
+        state, Wait::Pixels, [&] { pass.start(nullptr); },
+        [&] {
+            byHand.draw({nameOf(diffuse), nameOf(specular), nameOf(normal)});
+        },
+        applyBaseState);
+}
+BENCHMARK(shadeModelGBuffer)->Name("ModelDeferred/1280x720")->Unit(benchmark::kMillisecond);
+
+} // namespace
+} // namespace Morvane::Qel::Bench

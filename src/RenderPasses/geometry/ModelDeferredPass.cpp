@@ -1,0 +1,140 @@
+#include <Qel/RenderPasses/geometry/ModelDeferredPass.h>
+
+#include <QRect>
+
+#include <epoxy/gl.h>
+
+#include "support/FullScreen.h"
+#include "support/Targets.h"
+#include <Qel/RenderPasses/framework/InputPointers.h>
+#include <Qel/gl/FramebufferObject.h>
+#include <Qel/gl/Guards.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/TextureManager.h>
+
+namespace Morvane::Qel {
+
+namespace {
+
+// The depth is declared and not read: deliberate. The normal is used as it is stored.
+const QString fragmentSource = QStringLiteral(R"(#version 150
+#include "DirectionalLight.glslh"
+uniform sampler2D u_SamplerDiffuse;
+uniform sampler2D u_SamplerSpecular;
+uniform sampler2D u_SamplerNormal;
+uniform sampler2D u_SamplerDepth;
+in vec2 vo_TexCoord;
+out vec4 out_FragColor;
+
+void main()
+{
+    vec4 Kd = texture(u_SamplerDiffuse, vo_TexCoord);
+    vec4 spec = texture(u_SamplerSpecular, vo_TexCoord);
+    vec3 N = texture(u_SamplerNormal, vo_TexCoord).xyz;
+    vec3 L = normalize(vec3(100.0, 100.0, 100.0));
+    out_FragColor = vec4(directionalLight(Kd.rgb, spec.rgb, spec.a, N, L), Kd.a);
+}
+)");
+
+} // namespace
+
+const PassDescription& ModelDeferredPass::description()
+{
+    static const PassDescription description{
+        QStringLiteral("ModelDeferredPass"),
+        QStringLiteral("Shades the images of ModelRenderPass by a directional light that moves with the "
+                       "camera."),
+        {{QStringLiteral("Qel_QRect_Viewport"),
+          QStringLiteral("size of the texture; the origin is ignored"),
+          QStringLiteral("no texture is made"),
+          {},
+          QStringLiteral("pixels")},
+         {QStringLiteral("Qel_QMatrix4x4_ProjectionMatrix"), QStringLiteral("not used"),
+          QStringLiteral("nothing changes")},
+         {QStringLiteral("Qel_QMatrix4x4_CameraMatrix"), QStringLiteral("not used"),
+          QStringLiteral("nothing changes")},
+         {QStringLiteral("Qel_QelTexture*_Diffuse"), QStringLiteral("diffuse colours, alpha the dissolve"),
+          QStringLiteral("black; its alpha is 0 once a depth was missing, else 1")},
+         {QStringLiteral("Qel_QelTexture*_Specular"), QStringLiteral("specular colours, alpha the shininess"),
+          QStringLiteral("no highlights")},
+         {QStringLiteral("Qel_QelTexture*_Normal"), QStringLiteral("normals in eye space"),
+          QStringLiteral("black, with the dissolve as alpha")},
+         {QStringLiteral("Qel_QelTexture*_Depth"), QStringLiteral("not used"),
+          QStringLiteral("nothing changes")}},
+        {{QStringLiteral("Qel_QelTexture*_Frame"),
+          QStringLiteral("lit colours, alpha the dissolve; GL_RGBA of 8 bits, owned by the pass")}}};
+    return description;
+}
+
+ModelDeferredPass::ModelDeferredPass()
+{
+    declarePorts(description());
+}
+
+ModelDeferredPass::~ModelDeferredPass() = default;
+
+void ModelDeferredPass::start(RenderCallbacks* /*callbacks*/)
+{
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    const QRect viewport = m_inputs[Viewport].value.toRect();
+    auto* diffuse = getInputPointer<Texture>(Diffuse);
+    auto* specular = getInputPointer<Texture>(Specular);
+    auto* normal = getInputPointer<Texture>(Normal);
+    auto* depth = getInputPointer<Texture>(Depth);
+    if (!depth && !m_fallback) {
+        m_fallback = makeTransparentTexture();
+    }
+    // Only a missing depth makes the fallback: until then other missing textures have none. Deliberate.
+    const auto orFallback = [&](Texture* texture) { return texture ? texture : m_fallback; };
+
+    if (!m_framebuffer) {
+        m_framebuffer = new FramebufferObject(nullptr);
+    }
+    if (viewport.width() != m_width || viewport.height() != m_height) {
+        resize(viewport.width(), viewport.height());
+    }
+    if (!m_program) {
+        buildProgram();
+    }
+
+    const AutoBinder framebufferBinder(m_framebuffer);
+    m_framebuffer->setDrawBuffers();
+    context->disable(GL_DEPTH_TEST);
+    glClear(GL_COLOR_BUFFER_BIT);
+    {
+        const AutoBinder programBinder(m_program);
+        const AutoBinder diffuseBinder(orFallback(diffuse));
+        const AutoBinder specularBinder(orFallback(specular));
+        const AutoBinder normalBinder(orFallback(normal));
+        m_program->setUniform(m_samplerDiffuse, samplerUnit(orFallback(diffuse)));
+        m_program->setUniform(m_samplerSpecular, samplerUnit(orFallback(specular)));
+        m_program->setUniform(m_samplerNormal, samplerUnit(orFallback(normal)));
+        drawBatch(m_fullScreenBatch.data());
+    }
+    m_outputs[Frame].value = textureVariant(m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
+    for (Texture* input : {diffuse, specular, normal, depth}) {
+        TextureManager::Instance()->releaseTempTextureRef(input, 1);
+    }
+}
+
+void ModelDeferredPass::resize(int width, int height)
+{
+    m_width = width;
+    m_height = height;
+    const AutoBinder framebufferBinder(m_framebuffer);
+    replaceAttachment(m_framebuffer, GL_COLOR_ATTACHMENT0,
+                      makeTarget(width, height, GL_RGBA, GL_BGRA, GL_UNSIGNED_BYTE));
+}
+
+void ModelDeferredPass::buildProgram()
+{
+    m_program = new ShaderProgram(nullptr);
+    m_program->setFragDataLocations({QStringLiteral("out_FragColor")});
+    m_program->addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
+    m_program->addShader(GL_FRAGMENT_SHADER, fragmentSource, {});
+    Qel::buildProgram(m_program);
+    m_fullScreenBatch = OpenGLDeviceContext::current()->fullScreenTriangle();
+    enableArrays(m_fullScreenBatch, m_program);
+}
+
+} // namespace Morvane::Qel
