@@ -15,6 +15,7 @@
 #include <Qel/RenderPasses/framework/ShaderRenderPass.h>
 #include <Qel/RenderPasses/geometry/ForwardRenderPass.h>
 #include <Qel/RenderPasses/geometry/ModelRenderPass.h>
+#include <Qel/RenderPasses/lighting/ShadowMapRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/BlurAndCombineRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/DepthOfFieldRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/FastApproximateAntiAliasingRenderPass.h>
@@ -94,6 +95,13 @@ std::unique_ptr<RenderPass> makeModelPass(const PassOptions& options, QString* /
     return pass;
 }
 
+std::unique_ptr<RenderPass> makeShadowMapPass(const PassOptions& options, QString* /*error*/)
+{
+    auto pass = std::make_unique<ShadowMapRenderPass>();
+    pass->setInstanceDataPlanName(options[QStringLiteral("instanceDataPlanName")].toString());
+    return pass;
+}
+
 } // namespace
 
 const PassRegistry& PassRegistry::builtin()
@@ -112,6 +120,7 @@ const PassRegistry& PassRegistry::builtin()
         passes.add(ModelRenderPass::description(), makeModelPass);
         passes.add<SMAARenderPass>();
         passes.add(ShaderRenderPass::description(), makeShaderPass);
+        passes.add(ShadowMapRenderPass::description(), makeShadowMapPass);
         passes.add<SkyboxRenderPass>();
         passes.add<TemporalAAJitterPass>();
         passes.add<TemporalAARenderPass>();
