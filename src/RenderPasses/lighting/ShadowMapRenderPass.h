@@ -24,9 +24,9 @@ class Texture;
 ///
 /// Reads the model, the lights and what ShadowMapManager fits the projectors to; publishes the record of
 /// lights, projectors and maps, ShadowMapManager::RenderData. The maps hold the mean of the depth in red,
-/// from 0 at the projector's near plane to 1 at its far plane and 0.0001 more than where the surface lies,
-/// and the mean of its square in green. Depths beyond the far plane count as 1; what is nearer than the near
-/// plane casts no shadow. Where a projector sees nothing, and outside of it, both are 1e9: not shadowed.
+/// from 0 at the projector's near plane to 1 at its far plane and 0.0001 more than where the surface lies, at
+/// most 1, and the mean of its square in green. Where a projector sees nothing between its planes, and
+/// outside of it, both are 1e9: not shadowed.
 ///
 /// Maps are drawn again only when something changed: the lights, the view where they depend on it, or what
 /// the input Dirty tells. A frame without change costs no GL call. That the model changed, or is there at

@@ -176,12 +176,14 @@ struct Projector
     float cascadeEnd = infinity;
 };
 
-/// Intervals along the axes.
-QMatrix4x4 orthographic(const Axes& axes, const Interval& x, const Interval& y, const Interval& depth)
+/// Centre and half of the extent in x and y, which stay apart so that a centre that moves leaves the scale as
+/// it is to the bit.
+QMatrix4x4 orthographic(const Axes& axes, const QVector2D& center, const QVector2D& half,
+                        const Interval& depth)
 {
     QMatrix4x4 matrix;
-    matrix.setRow(0, QVector4D(axes.right, -x.center()) * (2.0F / x.length()));
-    matrix.setRow(1, QVector4D(axes.top, -y.center()) * (2.0F / y.length()));
+    matrix.setRow(0, QVector4D(axes.right, -center.x()) / half.x());
+    matrix.setRow(1, QVector4D(axes.top, -center.y()) / half.y());
     matrix.setRow(2, QVector4D(axes.forward, -depth.low) / depth.length());
     return matrix;
 }
@@ -207,13 +209,6 @@ Interval lampDepth(const Interval& scene, float range)
     constexpr float slack = 0.01F;
     const float end = scene.high > 0.0F ? std::min(range, scene.high * (1.0F + slack)) : range;
     return {std::clamp(scene.low * (1.0F - slack), end * nearest, end * 0.9F), end};
-}
-
-/// An interval with some room at both ends, which is never empty.
-Interval widened(const Interval& interval, float share, float least)
-{
-    const float half = std::max(0.5F * interval.length(), least) * (1.0F + share);
-    return {interval.center() - half, interval.center() + half};
 }
 
 /// Fits the projectors of one light after the other.
@@ -299,11 +294,15 @@ private:
         const float distance =
             std::max({std::abs(sceneX.center()), std::abs(sceneY.center()), std::abs(sceneDepth.center())});
         const float least = std::max({1e-3F * size, 1e-5F * distance, 1e-5F});
-        const Interval x = widened(sceneX, marginFactor - 1.0F, least);
-        const Interval y = widened(sceneY, marginFactor - 1.0F, least);
-        Interval depth = widened(sceneDepth, 0.01F, least);
+        const QVector2D sceneCenter(sceneX.center(), sceneY.center());
+        const QVector2D sceneHalf =
+            QVector2D(std::max(0.5F * sceneX.length(), least), std::max(0.5F * sceneY.length(), least)) *
+            marginFactor;
+        constexpr float slack = 1.01F;
+        const float halfDepth = std::max(0.5F * sceneDepth.length(), least) * slack;
+        const Interval depth{sceneDepth.center() - halfDepth, sceneDepth.center() + halfDepth};
         if (!m_view) {
-            return {orthographic(axes, x, y, depth)};
+            return {orthographic(axes, sceneCenter, sceneHalf, depth)};
         }
 
         const int numCascades = numProjectors(light);
@@ -313,23 +312,20 @@ private:
         const float cascadeEnd = isLast ? infinity : end;
         const Sphere slice = sphereAround(*m_view, begin, end);
         const float half = slice.radius * marginFactor;
-        if (m_scene && 4.0F * half * half >= x.length() * y.length()) {
-            return {orthographic(axes, x, y, depth), cascadeEnd};
+        if (m_scene && half * half >= sceneHalf.x() * sceneHalf.y()) {
+            return {orthographic(axes, sceneCenter, sceneHalf, depth), cascadeEnd};
         }
         const float texel = 2.0F * half / static_cast<float>(ShadowMapManager::mapSize);
         const auto snapped = [&](const QVector3D& axis) {
             return std::floor(QVector3D::dotProduct(slice.center, axis) / texel + 0.5F) * texel;
         };
-        const auto around = [](float center, float reach) {
-            return Interval{center - reach, center + reach};
-        };
-        if (!m_scene) {
-            // Casters may stand up to three radii in front of the slice.
-            const float center = snapped(axes.forward);
-            depth = {center - 4.0F * half, center + half};
+        const QVector2D center(snapped(axes.right), snapped(axes.top));
+        if (m_scene) {
+            return {orthographic(axes, center, {half, half}, depth), cascadeEnd};
         }
-        return {orthographic(axes, around(snapped(axes.right), half), around(snapped(axes.top), half), depth),
-                cascadeEnd};
+        // Casters may stand up to three radii in front of the slice.
+        const float middle = snapped(axes.forward);
+        return {orthographic(axes, center, {half, half}, {middle - 4.0F * half, middle + half}), cascadeEnd};
     }
 
     /// Where cascade `index` of `count` begins: half way between an even division and one in equal ratios.
