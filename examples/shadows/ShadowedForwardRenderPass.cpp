@@ -71,14 +71,16 @@ in vec3 vo_Normal;
 in vec2 vo_TexCoord;
 out vec4 out_FragColor;
 
-/// The share of a lamp's light that arrives, by the mean and the mean square of the depths around the place.
-float visibility(int layer)
+/// The share of a light that arrives at a depth, by the mean and the mean square of the depths around the
+/// place; negative where the blur mixed in places at which the map is empty, for then it tells nothing.
+float shareOfLight(vec3 place, float depth)
 {
-    vec4 position = u_LayerTransforms[layer] * vec4(vo_Position, 1.0);
-    position.xyz /= position.w;
-    vec2 moments = textureLod(u_ShadowMaps, vec3(position.xy * 0.5 + 0.5, float(layer)), 0.0).rg;
+    vec2 moments = textureLod(u_ShadowMaps, place, 0.0).rg;
+    if (moments.x > 1.5) {
+        return -1.0;
+    }
     // The maps end at depth 1, and so does what is compared with them.
-    float behind = min(position.z, 1.0) - moments.x;
+    float behind = min(depth, 1.0) - moments.x;
     if (behind <= 0.0) {
         return 1.0;
     }
@@ -89,23 +91,54 @@ float visibility(int layer)
     return clamp((bound - u_BleedingReduction) / (1.0 - u_BleedingReduction), 0.0, 1.0);
 }
 
-/// The layer in which a light's shadow here is found: of cascades the first that reaches so far, of the faces
-/// of a cube the one through which the ray from the lamp passes.
-int layerOf(int light, int type)
+/// The same at this place, whose surface has the normal N.
+float visibility(int layer, vec3 N)
 {
-    int layer = int(u_LightLayers[light].x);
-    if (type == Directional) {
-        int last = layer + int(u_LightLayers[light].y) - 1;
-        while (layer < last && vo_ViewDepth > u_CascadeEnds[layer]) {
-            ++layer;
-        }
-    } else if (type == Point) {
-        vec3 ray = vo_Position - u_LightPositions[light].xyz;
-        vec3 size = abs(ray);
-        int axis = size.x >= size.y && size.x >= size.z ? 0 : size.y >= size.z ? 1 : 2;
-        layer += 2 * axis + (ray[axis] < 0.0 ? 1 : 0);
+    mat4 transform = u_LayerTransforms[layer];
+    vec4 position = transform * vec4(vo_Position, 1.0);
+    position.xyz /= position.w;
+    vec3 place = vec3(position.xy * 0.5 + 0.5, float(layer));
+    float share = shareOfLight(place, position.z);
+    if (share >= 0.0) {
+        return share;
     }
-    return layer;
+    // Beside an empty part of the map, such as a window: ask beyond the reach of the blur, at the depths of the
+    // plane on which this place lies. Where all is empty, nothing stands in the light.
+    vec4 plane = vec4(N, -dot(N, vo_Position)) * inverse(transform);
+    float sum = 0.0;
+    float count = 0.0;
+    for (int i = 0; i < 9; ++i) {
+        vec2 offset = 5.0 * (vec2(i % 3, i / 3) - 1.0) / vec2(textureSize(u_ShadowMaps, 0).xy);
+        float depth = position.z - dot(plane.xy, 2.0 * offset) / plane.z;
+        share = shareOfLight(place + vec3(offset, 0.0), depth);
+        if (share >= 0.0) {
+            sum += share;
+            count += 1.0;
+        }
+    }
+    return count > 0.0 ? sum / count : 1.0;
+}
+
+/// The share of a directional light that arrives: by the first cascade that reaches so far, which fades into
+/// the next one along its last tenth.
+float visibilityInCascades(int first, int count, vec3 N)
+{
+    int layer = first;
+    int last = first + count - 1;
+    while (layer < last && vo_ViewDepth > u_CascadeEnds[layer]) {
+        ++layer;
+    }
+    float share = visibility(layer, N);
+    float fade = smoothstep(0.9 * u_CascadeEnds[layer], u_CascadeEnds[layer], vo_ViewDepth);
+    return layer < last && fade > 0.0 ? mix(share, visibility(layer + 1, N), fade) : share;
+}
+
+/// Which face of the cube around a point light the ray from it passes.
+int faceOf(vec3 ray)
+{
+    vec3 size = abs(ray);
+    int axis = size.x >= size.y && size.x >= size.z ? 0 : size.y >= size.z ? 1 : 2;
+    return 2 * axis + (ray[axis] < 0.0 ? 1 : 0);
 }
 
 vec3 lightFrom(int light, vec3 N, vec3 V, vec3 Kd, vec3 Ks)
@@ -129,7 +162,9 @@ vec3 lightFrom(int light, vec3 N, vec3 V, vec3 Kd, vec3 Ks)
     if (NdotL <= 0.0 || strength <= 0.0) {
         return vec3(0.0);
     }
-    strength *= visibility(layerOf(light, type));
+    int layer = int(u_LightLayers[light].x);
+    strength *= type == Directional ? visibilityInCascades(layer, int(u_LightLayers[light].y), N)
+                                    : visibility(type == Point ? layer + faceOf(-L) : layer, N);
     float NdotH = max(0.0, dot(N, normalize(L + V)));
     return u_LightColors[light].rgb * strength * (NdotL * Kd + pow(NdotH, getNs()) * Ks);
 }
@@ -174,7 +209,7 @@ const PassDescription& ShadowedForwardRenderPass::description()
           "ambient light only"},
          {"Qel_float_Ambient", "light that comes from everywhere", "0", 0.1F, "0 or more"},
          {"Qel_float_LightBleedingReduction", "below this share of its light, a lamp counts as hidden", "0",
-          0.3F, "0 to 0.99"}},
+          0.25F, "0 to 0.99"}},
         {{"Qel_QelTexture*_Frame", "the lit model, RGBA8; alpha 0 where there is nothing"}}};
     return description;
 }

@@ -173,7 +173,7 @@ const PassDescription& ShadowMapRenderPass::description()
           QStringLiteral(
               "what places the model's instances: \"InstanceInfo\", the transforms that the model's "
               "file gives them; \"VeskInstance\", the collections of the input InstanceData, which "
-              "without any leaves every instance at the origin"),
+              "without any leaves instances untransformed"),
           QStringLiteral("VeskInstance"),
           {QStringLiteral("VeskInstance"), QStringLiteral("InstanceInfo")}}}};
     return description;
