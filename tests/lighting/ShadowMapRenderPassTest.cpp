@@ -2,10 +2,9 @@
 
 #include <QMatrix4x4>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
-#include <functional>
-#include <memory>
 
 #include <epoxy/gl.h>
 

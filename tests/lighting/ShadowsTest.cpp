@@ -4,6 +4,7 @@
 #include <QRect>
 #include <QtMath>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 

@@ -4,6 +4,8 @@
 
 #include <array>
 #include <cmath>
+#include <functional>
+#include <limits>
 #include <random>
 
 #include <gtest/gtest.h>
