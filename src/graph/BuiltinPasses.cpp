@@ -16,6 +16,7 @@
 #include <Qel/RenderPasses/geometry/ForwardRenderPass.h>
 #include <Qel/RenderPasses/geometry/ModelRenderPass.h>
 #include <Qel/RenderPasses/lighting/ShadowMapRenderPass.h>
+#include <Qel/RenderPasses/lighting/TransparencyRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/BlurAndCombineRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/DepthOfFieldRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/FastApproximateAntiAliasingRenderPass.h>
@@ -126,6 +127,7 @@ const PassRegistry& PassRegistry::builtin()
         passes.add<TemporalAARenderPass>();
         passes.add<TextureLoaderRenderPass>();
         passes.add<TextureToScreenRenderPass>();
+        passes.add<TransparencyRenderPass>();
         return passes;
     }();
     return registry;
