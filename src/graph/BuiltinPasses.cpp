@@ -23,6 +23,7 @@
 #include <Qel/RenderPasses/geometry/PrimitiveBuilderRenderPass.h>
 #include <Qel/RenderPasses/geometry/WireframeRenderPass.h>
 #include <Qel/RenderPasses/lighting/ScalableAmbientObscuranceRenderPass.h>
+#include <Qel/RenderPasses/lighting/ShadowMapRenderPass.h>
 #include <Qel/RenderPasses/lighting/TransparencyRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/BlurAndCombineRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/DepthOfFieldRenderPass.h>
@@ -130,6 +131,13 @@ std::unique_ptr<RenderPass> makePrimitivesPass(const PassOptions& options, QStri
     return pass;
 }
 
+std::unique_ptr<RenderPass> makeShadowMapPass(const PassOptions& options, QString* /*error*/)
+{
+    auto pass = std::make_unique<ShadowMapRenderPass>();
+    pass->setInstanceDataPlanName(options[QStringLiteral("instanceDataPlanName")].toString());
+    return pass;
+}
+
 } // namespace
 
 const PassRegistry& PassRegistry::builtin()
@@ -154,6 +162,7 @@ const PassRegistry& PassRegistry::builtin()
         passes.add<SMAARenderPass>();
         passes.add(ScalableAmbientObscuranceRenderPass::description(), makeObscurancePass);
         passes.add(ShaderRenderPass::description(), makeShaderPass);
+        passes.add(ShadowMapRenderPass::description(), makeShadowMapPass);
         passes.add<SkyboxRenderPass>();
         passes.add<TemporalAAJitterPass>();
         passes.add<TemporalAARenderPass>();

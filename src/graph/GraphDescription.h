@@ -28,11 +28,23 @@ struct CameraDescription
     bool operator==(const CameraDescription&) const = default;
 };
 
-/// A light of the scene. The one type there is, "directional", shines along `direction` everywhere.
+/// A light of the scene, in world space: "directional", with direction and cascades; "spot", with position,
+/// direction, angle and range; "point", with position and range. What a type does not have is ignored.
 struct LightDescription
 {
     QString type;
-    QVector3D direction;
+    QVector3D position = {};
+    /// The direction in which it shines, not zero.
+    QVector3D direction = {};
+    /// Linear red, green and blue, 0 or more, and a factor of it, 0 or more.
+    QVector3D color{1.0F, 1.0F, 1.0F};
+    float intensity = 1.0F;
+    /// The whole opening angle of a spot light in degrees, above 0 and at most 170.
+    float angle = 45.0F;
+    /// The distance at which the light ends; 0 stands for the farthest corner of the scene.
+    float range = 0.0F;
+    /// Shadow maps of a directional light along the view, 1 to 8.
+    int cascades = 1;
 
     bool operator==(const LightDescription&) const = default;
 };

@@ -24,6 +24,21 @@ namespace Morvane::Qel {
 
 namespace {
 
+/// The keys of a light; all that there are for a type that does not exist.
+QStringList lightKeys(const QString& type)
+{
+    const QStringList common{QStringLiteral("type"), QStringLiteral("color"), QStringLiteral("intensity")};
+    if (type == QLatin1StringView("directional")) {
+        return common + QStringList{QStringLiteral("direction"), QStringLiteral("cascades")};
+    }
+    if (type == QLatin1StringView("point")) {
+        return common + QStringList{QStringLiteral("position"), QStringLiteral("range")};
+    }
+    const QStringList spot = common + QStringList{QStringLiteral("position"), QStringLiteral("direction"),
+                                                  QStringLiteral("angle"), QStringLiteral("range")};
+    return type == QLatin1StringView("spot") ? spot : spot + QStringList{QStringLiteral("cascades")};
+}
+
 /// Turns the JSON of a graph file into a description and collects what has the wrong form.
 class Reader
 {
@@ -162,14 +177,23 @@ private:
         const QJsonArray elements = array(value, QStringLiteral("lights"));
         for (qsizetype i = 0; i < elements.size(); ++i) {
             const QString path = QStringLiteral("lights[%1]").arg(i);
-            const QJsonObject members = object(elements[i], path, {"type", "direction"});
+            const QStringList known = lightKeys(elements[i][u"type"].toString());
+            const QJsonObject members = object(elements[i], path, known);
             LightDescription light;
             light.type = requiredText(members, path, QStringLiteral("type"));
-            if (members.contains(u"direction")) {
-                light.direction = constant(members[u"direction"], QStringLiteral("QVector3D"),
-                                           memberPath(path, QStringLiteral("direction")))
-                                      .value<QVector3D>();
-            }
+            const auto read = [&]<class Value>(const QString& key, const char* type, Value* result) {
+                if (members.contains(key)) {
+                    *result =
+                        constant(members[key], QLatin1StringView(type), memberPath(path, key)).value<Value>();
+                }
+            };
+            read(QStringLiteral("position"), "QVector3D", &light.position);
+            read(QStringLiteral("direction"), "QVector3D", &light.direction);
+            read(QStringLiteral("color"), "QVector3D", &light.color);
+            read(QStringLiteral("intensity"), "float", &light.intensity);
+            read(QStringLiteral("angle"), "float", &light.angle);
+            read(QStringLiteral("range"), "float", &light.range);
+            read(QStringLiteral("cascades"), "int", &light.cascades);
             lights->push_back(light);
         }
     }
@@ -258,8 +282,7 @@ public:
         }
         QStringList lights;
         for (const LightDescription& light : m_graph.lights) {
-            lights.append(QStringLiteral(R"({"type": %1, "direction": %2})")
-                              .arg(jsonText(light.type), vectorText(light.direction)));
+            lights.append(lightText(light));
         }
         if (!lights.isEmpty()) {
             parts.append(QStringLiteral("\"lights\": [%1]").arg(lights.join(QStringLiteral(", "))));
@@ -279,6 +302,27 @@ private:
     static QString member(const QString& name, const QJsonValue& value)
     {
         return jsonText(name) + QStringLiteral(": ") + jsonText(value);
+    }
+
+    /// With the keys of its type, those that may be left out only where they say something.
+    static QString lightText(const LightDescription& light)
+    {
+        const LightDescription initial;
+        QStringList members{member(QStringLiteral("type"), light.type)};
+        const auto write = [&](const QString& key, const QString& text, bool isNeeded) {
+            if (isNeeded && lightKeys(light.type).contains(key)) {
+                members.append(QStringLiteral("%1: %2").arg(jsonText(key), text));
+            }
+        };
+        write(QStringLiteral("position"), vectorText(light.position), true);
+        write(QStringLiteral("direction"), vectorText(light.direction), true);
+        write(QStringLiteral("color"), vectorText(light.color), light.color != initial.color);
+        write(QStringLiteral("intensity"), number(light.intensity), light.intensity != initial.intensity);
+        write(QStringLiteral("angle"), number(light.angle), light.angle != initial.angle);
+        write(QStringLiteral("range"), number(light.range), light.range != initial.range);
+        write(QStringLiteral("cascades"), QString::number(light.cascades),
+              light.cascades != initial.cascades);
+        return QStringLiteral("{%1}").arg(members.join(QStringLiteral(", ")));
     }
 
     QString passText(const PassSetting& pass) const

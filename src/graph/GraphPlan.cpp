@@ -8,6 +8,8 @@
 #include <functional>
 #include <set>
 
+#include <Qel/model/ShadowMapManager.h>
+
 #include "support/Camera.h"
 #include "support/Constants.h"
 #include "support/FrameValues.h"
@@ -167,14 +169,34 @@ private:
         for (size_t i = 0; i < m_graph.lights.size(); ++i) {
             const LightDescription& light = m_graph.lights[i];
             const QString place = QStringLiteral("lights[%1]").arg(i);
-            if (light.type != QLatin1StringView("directional")) {
-                fault(
-                    place + QStringLiteral(".type"),
-                    QStringLiteral("no type of light \"%1\"; there is only \"directional\"").arg(light.type));
-            }
-            if (light.direction.isNull() || !isFinite(light.direction)) {
-                fault(place + QStringLiteral(".direction"), QStringLiteral("must not be zero"));
-            }
+            const auto check = [&](bool good, const char* member, const QString& what) {
+                if (!good) {
+                    fault(place + u'.' + QLatin1StringView(member), what);
+                }
+            };
+            static const QStringList types{QStringLiteral("directional"), QStringLiteral("spot"),
+                                           QStringLiteral("point")};
+            const qsizetype type = types.indexOf(light.type);
+            const bool isDirectional = type == 0;
+            const bool isSpot = type == 1;
+            const bool isLamp = type > 0;
+            check(type >= 0, "type",
+                  QStringLiteral("no type of light \"%1\"%2").arg(light.type, suggestion(light.type, types)));
+            check(!isLamp || isFinite(light.position), "position", QStringLiteral("must be finite"));
+            check(!(isDirectional || isSpot) || (isFinite(light.direction) && !light.direction.isNull()),
+                  "direction", QStringLiteral("must not be zero"));
+            const QVector3D& color = light.color;
+            check(isFinite(color) && std::min({color.x(), color.y(), color.z()}) >= 0.0F, "color",
+                  QStringLiteral("must be 0 or more"));
+            check(std::isfinite(light.intensity) && light.intensity >= 0.0F, "intensity",
+                  QStringLiteral("must be 0 or more"));
+            check(!isSpot || (light.angle > 0.0F && light.angle <= 170.0F), "angle",
+                  QStringLiteral("must be above 0 and at most 170 degrees"));
+            check(!isLamp || (std::isfinite(light.range) && light.range >= 0.0F), "range",
+                  QStringLiteral("must be 0 or more"));
+            constexpr int most = ShadowMapManager::maxCascades;
+            check(!isDirectional || (light.cascades >= 1 && light.cascades <= most), "cascades",
+                  QStringLiteral("must be 1 to %1").arg(most));
         }
     }
 

@@ -16,6 +16,7 @@
 #include <Qel/gl/TextureManager.h>
 #include <Qel/model/GPUModel.h>
 #include <Qel/model/ModelImport.h>
+#include <Qel/model/ShadowMapManager.h>
 
 #include "support/Camera.h"
 #include "support/Constants.h"
@@ -63,14 +64,20 @@ struct KeptOutput
     Texture* texture;
 };
 
-QVariantList lightsAsValue(const std::vector<LightDescription>& lights)
+/// A checked light as the passes take it.
+ShadowMapManager::Light lightFrom(const LightDescription& description)
 {
-    QVariantList list;
-    for (const LightDescription& light : lights) {
-        list.append(QVariantMap{{QStringLiteral("type"), light.type},
-                                {QStringLiteral("direction"), light.direction}});
-    }
-    return list;
+    ShadowMapManager::Light light;
+    light.type = description.type == u"spot"    ? ShadowMapManager::LightType::Spot
+                 : description.type == u"point" ? ShadowMapManager::LightType::Point
+                                                : ShadowMapManager::LightType::Directional;
+    light.position = description.position;
+    light.direction = description.direction;
+    light.color = description.color * description.intensity;
+    light.angle = description.angle;
+    light.range = description.range;
+    light.cascades = description.cascades;
+    return light;
 }
 
 /// A model as an input gets it: itself, or its batches where the port takes batches.
@@ -97,6 +104,8 @@ struct RenderGraph::Private
     OpenGLDeviceContext* context = nullptr;
     ResourceScope scope;
     std::vector<std::unique_ptr<GPUModel>> models;
+    /// Inputs hold pointers to these.
+    std::vector<ShadowMapManager::Light> lights;
     QPair<QVector3D, QVector3D> bounds;
     std::vector<Node> nodes;
     std::vector<KeptOutput> kept;
@@ -127,6 +136,7 @@ struct RenderGraph::Private
 
     void setFrameValue(FrameValue value, const QVariant& content);
     void updateView();
+    void setLights();
     CameraDescription cameraInForce() const;
 
     void prepareFrame();
@@ -296,6 +306,18 @@ void RenderGraph::Private::updateView()
     setFrameValue(FrameValue::FarPlane, camera.farPlane);
 }
 
+void RenderGraph::Private::setLights()
+{
+    for (const LightDescription& light : description.lights) {
+        lights.push_back(lightFrom(light));
+    }
+    QVariantList pointers;
+    for (ShadowMapManager::Light& light : lights) {
+        pointers.append(QVariant::fromValue(&light));
+    }
+    setFrameValue(FrameValue::Lights, pointers);
+}
+
 /// Sets up the passes at the first frame, and gives them user counts and changed frame values.
 void RenderGraph::Private::prepareFrame()
 {
@@ -454,7 +476,7 @@ std::unique_ptr<RenderGraph> RenderGraph::create(const GraphDescription& graph, 
     d->updateView();
     d->setFrameValue(FrameValue::SceneBoundsMin, d->bounds.first);
     d->setFrameValue(FrameValue::SceneBoundsMax, d->bounds.second);
-    d->setFrameValue(FrameValue::Lights, lightsAsValue(graph.lights));
+    d->setLights();
     if (options.profile) {
         std::vector<QString> sections;
         for (const Node& node : d->nodes) {

@@ -17,6 +17,7 @@
 #include <Qel/graph/GraphFile.h>
 #include <Qel/graph/RenderGraph.h>
 #include <Qel/model/GPUModel.h>
+#include <Qel/model/ShadowMapManager.h>
 
 namespace Morvane::Qel::Test {
 
@@ -368,7 +369,10 @@ TEST_F(RenderGraphTest, FrameValuesReachTheInputsOfTheirNames)
     write("cube.obj", cubeObj);
     const auto graph = makeGood(R"({"viewport": [200, 100], "models": {"scene": "cube.obj"},
         "camera": {"eye": [0, 0, 10], "target": [0, 0, 0], "fovY": 90, "near": 2, "far": 20},
-        "lights": [{"type": "directional", "direction": [0, -1, 0]}],
+        "lights": [{"type": "directional", "direction": [0, -1, 0], "cascades": 3},
+                   {"type": "spot", "position": [1, 2, 3], "direction": [1, 0, 0], "angle": 30, "range": 7,
+                    "color": [0.5, 1, 2], "intensity": 3},
+                   {"type": "point", "position": [4, 5, 6]}],
         "passes": [{"name": "probe", "type": "ProbePass"}]})");
     ASSERT_TRUE(graph);
     ASSERT_TRUE(renders(*graph));
@@ -389,8 +393,20 @@ TEST_F(RenderGraphTest, FrameValuesReachTheInputsOfTheirNames)
     EXPECT_EQ(values[7].value<GPUModel*>(), graph->model("scene"));
     EXPECT_NE(graph->model("scene"), nullptr);
     EXPECT_EQ(graph->model("other"), nullptr);
-    ASSERT_EQ(values[8].toList().size(), 1);
-    EXPECT_EQ(values[8].toList()[0].toMap()["direction"].value<QVector3D>(), QVector3D(0, -1, 0));
+    using Light = ShadowMapManager::Light;
+    std::vector<Light> expected(3);
+    expected[0].cascades = 3;
+    expected[1] = {ShadowMapManager::LightType::Spot, {1, 2, 3}, {1, 0, 0}, {1.5F, 3.0F, 6.0F}, 30.0F, 7.0F};
+    expected[2].type = ShadowMapManager::LightType::Point;
+    expected[2].position = {4, 5, 6};
+    expected[2].direction = {};
+    const QVariantList lights = values[8].toList();
+    ASSERT_EQ(lights.size(), 3);
+    for (qsizetype i = 0; i < 3; ++i) {
+        const Light* light = lights[i].value<Light*>();
+        ASSERT_NE(light, nullptr);
+        EXPECT_EQ(*light, expected[static_cast<size_t>(i)]) << "light " << i;
+    }
 
     QString error;
     ASSERT_TRUE(graph->setViewport({50, 100}, &error));

@@ -35,6 +35,11 @@ PassHost::PassHost(OpenGLDeviceContext& context, const QString& type)
     , m_model(makeCubeModel())
     , m_scope(&context)
 {
+    m_lights[1].type = ShadowMapManager::LightType::Spot;
+    m_lights[2].type = ShadowMapManager::LightType::Point;
+    for (ShadowMapManager::Light& light : m_lights) {
+        light.position = {0.0F, 1.5F, 0.0F};
+    }
     const PassRegistry& registry = PassRegistry::builtin();
     const PassDescription& description = *registry.description(type);
     PassOptions options;
@@ -163,6 +168,13 @@ QVariant PassHost::value(int input)
     }
     if (port.type == QLatin1StringView("QelGPUModel*")) {
         return QVariant::fromValue(m_model.get());
+    }
+    if (port.name == QLatin1StringView("Lights")) {
+        QVariantList lights;
+        for (ShadowMapManager::Light& light : m_lights) {
+            lights.append(QVariant::fromValue(&light));
+        }
+        return lights;
     }
     if (port.type == QLatin1StringView("QelDrawBuffers*")) {
         return QVariant::fromValue<QObject*>(m_model->drawBuffers(0));

@@ -3,6 +3,7 @@
 #include <QString>
 #include <QVariant>
 
+#include <array>
 #include <functional>
 #include <memory>
 #include <string>
@@ -12,6 +13,7 @@
 #include <Qel/core/RenderPass.h>
 #include <Qel/gl/ResourceScope.h>
 #include <Qel/model/GPUModel.h>
+#include <Qel/model/ShadowMapManager.h>
 
 namespace Morvane::Qel {
 class OpenGLDeviceContext;
@@ -56,6 +58,8 @@ private:
 
     OpenGLDeviceContext& m_context;
     std::unique_ptr<GPUModel> m_model;
+    /// One of each type.
+    std::array<ShadowMapManager::Light, 3> m_lights;
     std::unique_ptr<Texture> m_cubemap;
     std::unique_ptr<Texture> m_headPointers;
     std::unique_ptr<Texture> m_nodes;

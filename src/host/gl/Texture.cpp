@@ -1,6 +1,7 @@
 #include <Qel/gl/Texture.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <bit>
 
@@ -159,6 +160,13 @@ void Texture::setWrap(int mode)
     setParameter(GL_TEXTURE_WRAP_S, mode);
     setParameter(GL_TEXTURE_WRAP_T, mode);
     setParameter(GL_TEXTURE_WRAP_R, mode);
+}
+
+void Texture::setBorderColor(const QVector4D& color)
+{
+    const std::array<float, 4> components{color.x(), color.y(), color.z(), color.w()};
+    const AutoBinder binder(this);
+    glTexParameterfv(m_target, GL_TEXTURE_BORDER_COLOR, components.data());
 }
 
 } // namespace Morvane::Qel

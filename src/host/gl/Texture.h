@@ -2,6 +2,7 @@
 
 #include <QObject>
 #include <QSize>
+#include <QVector4D>
 
 #include <Qel/gl/Bindable.h>
 #include <Qel/gl/ResourceScope.h>
@@ -66,6 +67,8 @@ public:
     void setFilter(int minFilter, int magFilter);
     /// All three directions.
     void setWrap(int mode);
+    /// What lies outside where a direction wraps by GL_CLAMP_TO_BORDER. Not kept: every call reaches GL.
+    void setBorderColor(const QVector4D& color);
     /// @}
 
     /// A number that no other texture of this process ever had, unlike its GL name.

@@ -1,0 +1,52 @@
+// Draws a graph that uses a pass of this program beside those of the library, and writes the picture:
+//   qel-shadows GRAPH OUTPUT.png
+
+#include <cstdio>
+
+#include "ShadowedForwardRenderPass.h"
+#include <Qel/gl/HeadlessContext.h>
+#include <Qel/graph/GraphFile.h>
+#include <Qel/graph/ImageIO.h>
+#include <Qel/graph/PassRegistry.h>
+#include <Qel/graph/RenderGraph.h>
+
+using namespace Morvane::Qel;
+
+namespace {
+
+int fail(const QString& message)
+{
+    std::fprintf(stderr, "qel-shadows: %s\n", qPrintable(message));
+    return 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 3) {
+        return fail("usage: qel-shadows GRAPH OUTPUT.png");
+    }
+    QStringList faults;
+    const auto description = loadGraph(QString::fromLocal8Bit(argv[1]), &faults);
+    if (!description) {
+        return fail(faults.join('\n'));
+    }
+
+    QString error;
+    const auto context = HeadlessContext::create({}, &error);
+    if (!context) {
+        return fail(error);
+    }
+    PassRegistry registry = PassRegistry::builtin();
+    registry.add<ShadowedForwardRenderPass>();
+    const auto graph = RenderGraph::create(*description, registry, {}, &faults);
+    if (!graph) {
+        return fail(faults.join('\n'));
+    }
+    if (!graph->renderFrame(&error) ||
+        !writeImage(readTexture(graph->picture()).front(), QString::fromLocal8Bit(argv[2]), &error)) {
+        return fail(error);
+    }
+    return 0;
+}
