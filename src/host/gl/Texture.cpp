@@ -6,6 +6,7 @@
 
 #include <Qel/core/Diagnostics.h>
 #include <Qel/gl/BindingRecord.h>
+#include <Qel/gl/BufferObject.h>
 #include <Qel/gl/Guards.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 
@@ -93,6 +94,13 @@ void Texture::setImage3D(unsigned int internalFormat, int width, int height, int
                  pixels);
     m_size = QSize(width, height);
     m_layers = layers;
+    m_internalFormat = internalFormat;
+}
+
+void Texture::setBuffer(unsigned int internalFormat, BufferObject* buffer)
+{
+    const AutoBinder binder(this);
+    glTexBuffer(m_target, internalFormat, buffer->getBO());
     m_internalFormat = internalFormat;
 }
 
