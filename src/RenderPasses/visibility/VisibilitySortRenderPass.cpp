@@ -86,31 +86,34 @@ int divide(int low, int high)
     return low;
 }
 
+int sizeOf(ivec2 range)
+{
+    return range.y - range.x;
+}
+
 void quickSort(int count)
 {
-    int begins[MAX_LEVELS];
-    int ends[MAX_LEVELS];
+    // Begins and ends of what is left to sort.
+    ivec2 ranges[MAX_LEVELS];
     int top = 0;
-    begins[0] = 0;
-    ends[0] = count;
+    ranges[0] = ivec2(0, count);
     while (top >= 0) {
-        int begin = begins[top];
-        int end = ends[top];
-        if (end - begin < 2) {
+        ivec2 range = ranges[top];
+        if (sizeOf(range) < 2) {
             --top;
             continue;
         }
-        int middle = divide(begin, end - 1);
-        ends[top] = middle;
-        ++top;
-        begins[top] = middle + 1;
-        ends[top] = end;
-        if (ends[top] - begins[top] > ends[top - 1] - begins[top - 1]) {
-            begins[top] = begin;
-            ends[top] = middle;
-            begins[top - 1] = middle + 1;
-            ends[top - 1] = end;
+        int middle = divide(range.x, range.y - 1);
+        ivec2 later = ivec2(range.x, middle);
+        ivec2 next = ivec2(middle + 1, range.y);
+        if (sizeOf(next) > sizeOf(later)) {
+            ivec2 swapped = later;
+            later = next;
+            next = swapped;
         }
+        ranges[top] = later;
+        ++top;
+        ranges[top] = next;
     }
 }
 
