@@ -15,6 +15,7 @@
 #include <Qel/RenderPasses/framework/ShaderRenderPass.h>
 #include <Qel/RenderPasses/geometry/ForwardRenderPass.h>
 #include <Qel/RenderPasses/geometry/ModelRenderPass.h>
+#include <Qel/RenderPasses/lighting/TransparencyRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/BlurAndCombineRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/DepthOfFieldRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/FastApproximateAntiAliasingRenderPass.h>
@@ -138,6 +139,7 @@ const PassRegistry& PassRegistry::builtin()
         passes.add<TemporalAARenderPass>();
         passes.add<TextureLoaderRenderPass>();
         passes.add<TextureToScreenRenderPass>();
+        passes.add<TransparencyRenderPass>();
         passes.add(VisibilityBufferRenderPass::description(), makeVisibilityBufferPass);
         passes.add<VisibilityDeferredRenderPass>();
         passes.add<VisibilitySortRenderPass>();

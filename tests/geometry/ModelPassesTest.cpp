@@ -22,17 +22,6 @@ namespace {
 
 constexpr int side = 16;
 
-/// A square of 1 x 1 around the origin in the plane z = 0, facing +z.
-MeshData makeSquare()
-{
-    MeshData square;
-    square.positions = {{-0.5F, -0.5F, 0}, {0.5F, -0.5F, 0}, {0.5F, 0.5F, 0}, {-0.5F, 0.5F, 0}};
-    square.normals.assign(4, {0, 0, 1});
-    square.texCoords = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
-    square.indices = {0, 1, 2, 0, 2, 3};
-    return square;
-}
-
 /// Two squares behind each other, the nearer one tilted, squeezed and to the right; distinct materials.
 ModelData makeScene()
 {
@@ -72,15 +61,6 @@ QMatrix4x4 makeCamera()
 std::vector<QVariant> inputs(GPUModel* model)
 {
     return {QRect(0, 0, side, side), makeProjection(), makeCamera(), QVariant::fromValue(model)};
-}
-
-QVector3D blinnPhong(const MaterialData& material, const QVector3D& normal)
-{
-    const QVector3D light = QVector3D(1, 1, 1).normalized();
-    const QVector3D half = (light + QVector3D(0, 0, 1)).normalized();
-    const float diffuse = std::max(0.0F, QVector3D::dotProduct(normal, light));
-    const float specular = std::max(0.0F, QVector3D::dotProduct(normal, half));
-    return diffuse * material.kd + std::pow(specular, material.ns) * material.ks;
 }
 
 /// The normal of the second square as the instance's transform takes it, not of unit length.

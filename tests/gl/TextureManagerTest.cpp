@@ -219,6 +219,8 @@ TEST_F(TextureManagerTest, KeepsTheTexturesOfContextsApart)
     Texture* ofFirst = borrow(TextureFormat::RGBA8, 4, 4);
     Texture* heldByFirst = pool().tempTexture(TextureFormat::RGBA8, 4, 4);
     ASSERT_EQ(heldByFirst, ofFirst);
+    Texture standInOfFirst;
+    pool().setManagedTextureStandIn(&standInOfFirst);
 
     HeadlessContext::Options options;
     options.device = HeadlessContext::Device::Software;
@@ -230,8 +232,10 @@ TEST_F(TextureManagerTest, KeepsTheTexturesOfContextsApart)
     EXPECT_EQ(pool().numTextures(), 0);
     EXPECT_EQ(pool().numReferences(), 0);
     EXPECT_TRUE(pool().loans().empty());
+    EXPECT_EQ(pool().setManagedTextureStandIn(nullptr), nullptr);
 
     firstNative.makeCurrent(context());
+    EXPECT_EQ(pool().setManagedTextureStandIn(nullptr), &standInOfFirst);
     pool().releaseTempTextureRef(heldByFirst, 1);
     secondNative.makeCurrent(*second);
     Texture* ofSecond = borrow(TextureFormat::RGBA8, 4, 4);
@@ -286,10 +290,23 @@ TEST_F(TextureManagerTest, AMaterialWithoutAMapSamplesTheStandIn)
     EXPECT_EQ(texelOf(0), white);
 
     auto chosen = makeTexel({0.5F, 0.0F, 0.0F, 1.0F});
-    pool().setManagedTextureStandIn(chosen.get());
+    EXPECT_EQ(pool().setManagedTextureStandIn(chosen.get()), nullptr);
     pool().bindManagedTexture(0, nullptr);
     EXPECT_EQ(boundTo(0), chosen->textureID());
+    EXPECT_EQ(boundTo(1), chosen->textureID()) << "a slot that holds the stand-in takes the new one";
     pool().bindManagedTexture(0, map.get());
+
+    // Around a draw: nothing of it stays, and maps are left alone.
+    {
+        const auto around = makeTexel({0.0F, 0.5F, 0.0F, 1.0F});
+        Texture* former = pool().setManagedTextureStandIn(around.get());
+        EXPECT_EQ(former, chosen.get());
+        EXPECT_EQ(boundTo(0), map->textureID());
+        EXPECT_EQ(boundTo(1), around->textureID());
+        pool().setManagedTextureStandIn(former);
+        EXPECT_EQ(boundTo(0), map->textureID());
+        EXPECT_EQ(boundTo(1), chosen->textureID());
+    }
 
     // A map in the place of a deleted one, with its address and perhaps its GL name, is bound anew.
     std::optional<Texture> reused;

@@ -93,7 +93,7 @@ Pixels Lists::layers() const
     });
 }
 
-Lists readLists(Texture* headPointers, Texture* nodes, int nodeBufferWidth)
+Lists readLists(Texture* headPointers, Texture* nodes, int nodeBufferWidth, int numRows)
 {
     if (hasGLExtension("ARB_shader_image_load_store")) {
         glMemoryBarrier(GL_ALL_BARRIER_BITS);
@@ -101,7 +101,7 @@ Lists readLists(Texture* headPointers, Texture* nodes, int nodeBufferWidth)
     constexpr size_t mostFragments = 1000;
     RowReader<unsigned int> headRows(headPointers, GL_RED_INTEGER);
     RowReader<Node> nodeRows(nodes, GL_RGBA_INTEGER);
-    Lists lists{headPointers->size().width(), headPointers->size().height(), {}};
+    Lists lists{headPointers->size().width(), numRows < 0 ? headPointers->size().height() : numRows, {}};
     for (int y = 0; y < lists.height; ++y) {
         for (int x = 0; x < lists.width; ++x) {
             std::vector<Fragment>& list = lists.pixels.emplace_back();

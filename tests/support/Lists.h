@@ -43,8 +43,8 @@ struct Lists
 };
 
 /// Reads lists back. A pointer to a node outside the node buffer ends its list; one of more than a thousand
-/// fragments is a test failure.
-Lists readLists(Texture* headPointers, Texture* nodes, int nodeBufferWidth);
+/// fragments is a test failure. With `numRows` given, only so many rows of the picture are read.
+Lists readLists(Texture* headPointers, Texture* nodes, int nodeBufferWidth, int numRows = -1);
 
 /// Lists on the GPU, as a pass that reads them expects them; nodes of a list are scattered over the buffer.
 struct ListTextures

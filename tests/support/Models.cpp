@@ -1,6 +1,19 @@
 #include "support/Models.h"
 
+#include <algorithm>
+#include <cmath>
+
 namespace Morvane::Qel::Test {
+
+MeshData makeSquare()
+{
+    MeshData square;
+    square.positions = {{-0.5F, -0.5F, 0}, {0.5F, -0.5F, 0}, {0.5F, 0.5F, 0}, {-0.5F, 0.5F, 0}};
+    square.normals.assign(4, {0, 0, 1});
+    square.texCoords = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
+    square.indices = {0, 1, 2, 0, 2, 3};
+    return square;
+}
 
 MeshData makeCube()
 {
@@ -35,6 +48,15 @@ std::unique_ptr<GPUModel> makeCubeModel()
     data.materials[0].kd = {1.0F, 1.0F, 1.0F};
     data.instances.emplace_back();
     return std::make_unique<GPUModel>(data);
+}
+
+QVector3D blinnPhong(const MaterialData& material, const QVector3D& normal)
+{
+    const QVector3D light = QVector3D(1, 1, 1).normalized();
+    const QVector3D half = (light + QVector3D(0, 0, 1)).normalized();
+    const float diffuse = std::max(0.0F, QVector3D::dotProduct(normal, light));
+    const float specular = std::max(0.0F, QVector3D::dotProduct(normal, half));
+    return diffuse * material.kd + std::pow(specular, material.ns) * material.ks;
 }
 
 } // namespace Morvane::Qel::Test

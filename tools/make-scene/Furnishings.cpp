@@ -68,75 +68,138 @@ void addRailings(MeshBuilder& mesh)
     }
 }
 
-/// A sheet in pleats that deepen towards the hem, hung by rings from a rod across the cross arch.
-void addCurtain(MeshBuilder& mesh)
+/// A sheet in pleats that deepen towards the hem, hung from s = 0 to `width` of a frame.
+struct Curtain
+{
+    Frame frame;
+    float width;
+    float top, hem;
+    int pleats;
+
+    QVector3D point(float u, float v) const
+    {
+        const float drop = 1.0F - v;
+        const float sway = 0.012F * std::sin(2.0F * Pi * 1.7F * u + 2.2F * drop);
+        const float phase = 2.0F * Pi * static_cast<float>(pleats) * (u + sway);
+        const float depth = (0.035F + 0.05F * drop) * (0.8F + 0.2F * std::sin(5.1F * u + 1.0F));
+        return frame.at(width * u - 0.07F * drop * u, hem + (top - hem) * v, depth * std::sin(phase));
+    }
+};
+
+void addCurtain(MeshBuilder& mesh, const Curtain& curtain)
+{
+    const int columns = curtain.pleats * 8;
+    constexpr int Rows = 6;
+    addPatch(mesh, columns, Rows, [&](int column, int row) {
+        constexpr float Nudge = 1e-3F;
+        const float u = static_cast<float>(column) / static_cast<float>(columns);
+        const float v = static_cast<float>(row) / Rows;
+        const QVector3D along = curtain.point(u + Nudge, v) - curtain.point(u - Nudge, v);
+        const QVector3D upwards = curtain.point(u, v + Nudge) - curtain.point(u, v - Nudge);
+        return Vertex{curtain.point(u, v), QVector3D::crossProduct(along, upwards).normalized(),
+                      QVector2D(u * 3.0F, v * (curtain.top - curtain.hem))};
+    });
+}
+
+/// One curtain hung by rings from a rod across the cross arch, and one threaded on a rod between two columns.
+void addCurtains(MeshBuilder& mesh)
 {
     constexpr float RodY = 2.78F;
-    constexpr float Top = 2.735F;
     constexpr float Hem = 0.05F;
-    constexpr float Left = -1.98F;
-    constexpr float Right = -0.25F;
     constexpr int Pleats = 9;
-    constexpr int Columns = Pleats * 8;
-    constexpr int Rows = 10;
+    const QVector3D up(0.0F, 1.0F, 0.0F);
 
-    const auto point = [](float u, float v) {
-        const float drop = 1.0F - v;
-        const float phase = 2.0F * Pi * Pleats * (u + 0.012F * std::sin(2.0F * Pi * 1.7F * u + 2.2F * drop));
-        const float depth = (0.035F + 0.05F * drop) * (0.8F + 0.2F * std::sin(5.1F * u + 1.0F));
-        const float x = Left + (Right - Left) * u - 0.07F * drop * u;
-        return QVector3D(x, Hem + (Top - Hem) * v, CrossArchZ + depth * std::sin(phase));
-    };
+    const Curtain curtain{
+        {{-1.98F, 0.0F, CrossArchZ}, {1.0F, 0.0F, 0.0F}, up}, 1.73F, RodY - 0.045F, Hem, Pleats};
     mesh.beginObject("curtain", "curtain");
-    addPatch(mesh, Columns, Rows, [&](int column, int row) {
-        constexpr float Nudge = 1e-3F;
-        const float u = static_cast<float>(column) / Columns;
-        const float v = static_cast<float>(row) / Rows;
-        const QVector3D along = point(u + Nudge, v) - point(u - Nudge, v);
-        const QVector3D upwards = point(u, v + Nudge) - point(u, v - Nudge);
-        return Vertex{point(u, v), QVector3D::crossProduct(along, upwards).normalized(),
-                      QVector2D(u * 3.0F, v * (Top - Hem))};
-    });
-
+    addCurtain(mesh, curtain);
     mesh.beginObject("curtain_rod", "brass");
     addBar(mesh, {-2.16F, RodY, CrossArchZ}, {2.16F, RodY, CrossArchZ}, 0.016F, 0.016F, 12);
     for (int pleat = 0; pleat < Pleats; ++pleat) {
-        const QVector3D hung = point((static_cast<float>(pleat) + 0.5F) / Pleats, 1.0F);
+        const QVector3D hung = curtain.point((static_cast<float>(pleat) + 0.5F) / Pleats, 1.0F);
         addRing(mesh, {hung.x(), RodY - 0.012F, CrossArchZ}, {1.0F, 0.0F, 0.0F}, 0.03F, 0.005F, 10, 4);
     }
+
+    // On the nave's side of the railing there.
+    constexpr float SheerRodY = 1.86F;
+    constexpr float SheerX = -ColumnX + 0.14F;
+    const float near = columnLineZ(2) - 0.05F;
+    const float far = columnLineZ(1) + 0.05F;
+    mesh.beginObject("sheer_curtain", "sheer");
+    addCurtain(mesh,
+               {{{SheerX, 0.0F, near - 0.25F}, {0.0F, 0.0F, -1.0F}, up}, 1.6F, SheerRodY + 0.01F, Hem, 7});
+    mesh.beginObject("sheer_curtain_rod", "brass");
+    addBar(mesh, {SheerX, SheerRodY, far}, {SheerX, SheerRodY, near}, 0.012F, 0.012F, 8);
+}
+
+/// Where a leaf grows: the heading of its arch, how steeply it leaves the root, by how much it bends over.
+struct Growth
+{
+    QVector3D root;
+    float azimuth, pitch, length, bend;
+};
+
+/// The arching middle line of a leaf, with the way across it and its upper side's normal at each row.
+struct Rib
+{
+    QVector3D across;
+    std::vector<QVector3D> points;
+    std::vector<QVector3D> normals;
+};
+
+Rib makeRib(const Growth& growth, int rows)
+{
+    const float azimuth = growth.azimuth;
+    const QVector3D outwards(std::sin(azimuth), 0.0F, std::cos(azimuth));
+    Rib rib{{std::cos(azimuth), 0.0F, -std::sin(azimuth)}, {growth.root}, {}};
+    for (int row = 0; row <= rows; ++row) {
+        const float part = static_cast<float>(row) / static_cast<float>(rows);
+        const float angle = growth.pitch - growth.bend * part * part;
+        const QVector3D along = outwards * std::cos(angle) + QVector3D(0.0F, std::sin(angle), 0.0F);
+        rib.normals.push_back(QVector3D::crossProduct(rib.across, -along).normalized());
+        rib.points.push_back(rib.points.back() + along * (growth.length / static_cast<float>(rows)));
+    }
+    return rib;
 }
 
 /// An arching frond, cut out of a strip by the texture's alpha. Both sides are modelled, a sheet's thickness
 /// apart, so that it looks the same with and without back-face culling.
-void addFrond(MeshBuilder& mesh, const QVector3D& root, float azimuth, float pitch, float length, float bend)
+void addFrond(MeshBuilder& mesh, const Growth& growth)
 {
     constexpr int Rows = 4;
     constexpr float HalfWidth = 0.15F;
     constexpr float HalfThickness = 0.001F;
-    const QVector3D across(std::cos(azimuth), 0.0F, -std::sin(azimuth));
-    const QVector3D outwards(std::sin(azimuth), 0.0F, std::cos(azimuth));
-
-    std::vector<QVector3D> rib{root};
-    std::vector<QVector3D> normals;
-    for (int row = 0; row <= Rows; ++row) {
-        const float part = static_cast<float>(row) / Rows;
-        const float angle = pitch - bend * part * part;
-        const QVector3D along = outwards * std::cos(angle) + QVector3D(0.0F, std::sin(angle), 0.0F);
-        normals.push_back(QVector3D::crossProduct(across, -along).normalized());
-        rib.push_back(rib.back() + along * (length / Rows));
-    }
+    const Rib rib = makeRib(growth, Rows);
     for (const bool isUpper : {true, false}) {
         const float turn = isUpper ? 1.0F : -1.0F;
         addPatch(mesh, 2, Rows, [&](int column, int row) {
-            const QVector3D& normal = normals[static_cast<std::size_t>(row)];
+            const QVector3D& normal = rib.normals[static_cast<std::size_t>(row)];
             const float side = static_cast<float>(column - 1) * turn;
             // The rib lies lower than the edges, like a shallow gutter.
             const QVector3D lift = normal * (0.035F * std::abs(side) + HalfThickness * turn);
-            const QVector3D tilted = (normal + across * (0.23F * side)).normalized();
-            return Vertex{rib[static_cast<std::size_t>(row)] - across * (HalfWidth * side) + lift,
+            const QVector3D tilted = (normal + rib.across * (0.23F * side)).normalized();
+            return Vertex{rib.points[static_cast<std::size_t>(row)] - rib.across * (HalfWidth * side) + lift,
                           tilted * turn, QVector2D(0.5F + 0.5F * side, static_cast<float>(row) / Rows)};
         });
     }
+}
+
+/// A thin, broad leaf that light shines through: one sheet in the form of the leaf.
+void addBroadLeaf(MeshBuilder& mesh, const Growth& growth)
+{
+    constexpr int Rows = 6;
+    constexpr float HalfWidth = 0.1F;
+    const Rib rib = makeRib(growth, Rows);
+    addPatch(mesh, 2, Rows, [&](int column, int row) {
+        const QVector3D& normal = rib.normals[static_cast<std::size_t>(row)];
+        const float part = static_cast<float>(row) / Rows;
+        const auto side = static_cast<float>(column - 1);
+        const float halfWidth = row == Rows ? 0.0F : HalfWidth * std::sin(Pi * (0.04F + 0.96F * part));
+        const QVector3D lift = normal * (0.3F * halfWidth * std::abs(side));
+        const QVector3D tilted = (normal + rib.across * (0.23F * side)).normalized();
+        return Vertex{rib.points[static_cast<std::size_t>(row)] - rib.across * (halfWidth * side) + lift,
+                      tilted, QVector2D(0.5F + 0.5F * side, part)};
+    });
 }
 
 void addPlants(MeshBuilder& mesh)
@@ -160,22 +223,30 @@ void addPlants(MeshBuilder& mesh)
         addLathe(mesh, place, heap, 16);
     }
 
-    mesh.beginObject("fronds", "frond");
-    constexpr int Fronds = 14;
-    constexpr float GoldenAngle = 2.39996323F;
-    for (std::size_t plant = 0; plant < places.size(); ++plant) {
-        for (int i = 0; i < Fronds; ++i) {
-            // The youngest fronds stand upright in the middle, the oldest hang over the rim.
-            const float age = static_cast<float>(i) / (Fronds - 1);
+    constexpr std::size_t BroadLeaved = 3;
+    const auto grow = [&](std::size_t plant, int count, float scale, const auto& addShoot) {
+        constexpr float GoldenAngle = 2.39996323F;
+        for (int i = 0; i < count; ++i) {
+            // The youngest shoots stand upright in the middle, the oldest hang over the rim.
+            const float age = static_cast<float>(i) / static_cast<float>(count - 1);
             const float vary = hashedUnit(static_cast<int>(plant), i, 7);
             const float azimuth = GoldenAngle * static_cast<float>(i) + static_cast<float>(plant);
             const QVector3D outwards(std::sin(azimuth), 0.0F, std::cos(azimuth));
             const QVector3D root =
                 places[plant] + QVector3D(0.0F, SoilY, 0.0F) + outwards * (0.03F + 0.06F * age);
-            addFrond(mesh, root, azimuth, 1.45F - 0.65F * age, 0.7F + 0.3F * vary - 0.1F * age,
-                     0.75F + 0.7F * age + 0.2F * vary);
+            addShoot(mesh,
+                     Growth{root, azimuth, 1.45F - 0.65F * age, scale * (0.7F + 0.3F * vary - 0.1F * age),
+                            0.75F + 0.7F * age + 0.2F * vary});
+        }
+    };
+    mesh.beginObject("fronds", "frond");
+    for (std::size_t plant = 0; plant < places.size(); ++plant) {
+        if (plant != BroadLeaved) {
+            grow(plant, 14, 1.0F, addFrond);
         }
     }
+    mesh.beginObject("leaves", "leaf");
+    grow(BroadLeaved, 12, 0.75F, addBroadLeaf);
 }
 
 void addSpheres(MeshBuilder& mesh)
@@ -213,7 +284,7 @@ void addSpheres(MeshBuilder& mesh)
 void addFurnishings(MeshBuilder& mesh)
 {
     addRailings(mesh);
-    addCurtain(mesh);
+    addCurtains(mesh);
     addPlants(mesh);
     addSpheres(mesh);
 }

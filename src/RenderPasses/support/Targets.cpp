@@ -14,6 +14,19 @@
 
 namespace Morvane::Qel {
 
+namespace {
+
+Texture* makeTexelTexture(const std::array<unsigned char, 4>& texel)
+{
+    auto* texture = new Texture;
+    texture->setTarget(GL_TEXTURE_2D);
+    texture->setFilter(GL_NEAREST, GL_NEAREST);
+    texture->setImage2D(0, GL_RGBA, 1, 1, GL_BGRA, GL_UNSIGNED_BYTE, texel.data());
+    return texture;
+}
+
+} // namespace
+
 Texture* makeTarget(int width, int height, unsigned int internalFormat, unsigned int format,
                     unsigned int type)
 {
@@ -68,12 +81,12 @@ QStringList outputNames(const std::vector<FBOConfig>& attachments)
 
 Texture* makeTransparentTexture()
 {
-    constexpr std::array<unsigned char, 4> transparentBlack{};
-    auto* texture = new Texture;
-    texture->setTarget(GL_TEXTURE_2D);
-    texture->setFilter(GL_NEAREST, GL_NEAREST);
-    texture->setImage2D(0, GL_RGBA, 1, 1, GL_BGRA, GL_UNSIGNED_BYTE, transparentBlack.data());
-    return texture;
+    return makeTexelTexture({0, 0, 0, 0});
+}
+
+Texture* makeWhiteTexture()
+{
+    return makeTexelTexture({255, 255, 255, 255});
 }
 
 Texture* takeTransparentTexture()

@@ -37,6 +37,9 @@ QStringList outputNames(const std::vector<FBOConfig>& attachments);
 /// owns it.
 Texture* makeTransparentTexture();
 
+/// The same, opaque white.
+Texture* makeWhiteTexture();
+
 /// The fallback for a missing texture input from the pool: 1 x 1, transparent black. The caller holds one
 /// reference.
 Texture* takeTransparentTexture();

@@ -26,9 +26,10 @@ class Texture;
 /// are those of ForwardRenderPass.
 ///
 /// Layers are blended by a sequence of its own, which the fragment stage spells out. With it a layer of
-/// dissolve d adds its colour twice, once blended with d and once with what the layers in front let through;
-/// an opaque first layer has double its brightness and an alpha of 0. Alpha is what the last layer lets
-/// through; pixels without fragments keep the clear colour.
+/// dissolve d adds its colour twice, mixed with d over the layers before it and once more by its share of
+/// their alpha: in a sorted list the farthest layer weighs most, and an opaque first layer has double its
+/// brightness and an alpha of 0. Alpha is what the last layer lets through; pixels without fragments keep the
+/// clear colour.
 ///
 /// The output is GL_RGBA, owned by the pass and replaced when the size changes. GL state: relies on the clear
 /// colour; the depth test is put back as it was.

@@ -33,6 +33,8 @@ public:
     void releaseTexture(Texture* texture);
     /// Binds a texture to a managed unit, where it stays.
     void bindManagedTexture(int slot, Texture* texture);
+    /// The serial of the texture on a managed unit, 0 for none.
+    quint64 managedSerial(int slot) const { return m_managedSerials[static_cast<size_t>(slot)]; }
 
     void bindProgram(ShaderProgram* program);
     void releaseProgram(ShaderProgram* program);

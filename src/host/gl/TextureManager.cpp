@@ -31,10 +31,14 @@ struct Entry
     quint64 age;
 };
 
+/// What stands in for absent maps on a context.
 struct StandIn
 {
     std::unique_ptr<Texture> white;
     OpenGLDeviceContext* context;
+    QPointer<Texture> chosen;
+
+    Texture* texture() const { return chosen ? chosen.data() : white.get(); }
 };
 
 /// Free textures that were not taken for this many frames are deleted: long enough for a pass that draws
@@ -75,7 +79,6 @@ struct TextureManager::Private
 {
     std::vector<Entry> entries;
     std::vector<StandIn> standIns;
-    QPointer<Texture> chosenStandIn;
 
     Entry* find(const Texture* texture)
     {
@@ -83,23 +86,23 @@ struct TextureManager::Private
                                         [&](const Entry& entry) { return entry.texture.get() == texture; });
         return found == entries.end() ? nullptr : &*found;
     }
-    Texture* white(OpenGLDeviceContext* context);
+    StandIn& standIn(OpenGLDeviceContext* context);
 };
 
-Texture* TextureManager::Private::white(OpenGLDeviceContext* context)
+StandIn& TextureManager::Private::standIn(OpenGLDeviceContext* context)
 {
     const auto found = std::find_if(standIns.begin(), standIns.end(),
                                     [&](const StandIn& standIn) { return standIn.context == context; });
     if (found != standIns.end()) {
-        return found->white.get();
+        return *found;
     }
     const ResourceScope::Activation suspended(context, nullptr);
     constexpr std::array<unsigned char, 4> opaqueWhite{255, 255, 255, 255};
     auto texture = std::make_unique<Texture>();
     texture->setFilter(GL_NEAREST, GL_NEAREST);
     texture->setImage2D(0, GL_RGBA8, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, opaqueWhite.data());
-    standIns.push_back({std::move(texture), context});
-    return standIns.back().white.get();
+    standIns.push_back({std::move(texture), context, {}});
+    return standIns.back();
 }
 
 TextureManager::TextureManager()
@@ -228,15 +231,22 @@ int TextureManager::numTextures() const
 void TextureManager::bindManagedTexture(int slot, Texture* texture)
 {
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    if (!texture) {
-        texture = d->chosenStandIn ? d->chosenStandIn.data() : d->white(context);
-    }
-    context->bindings().bindManagedTexture(slot, texture);
+    context->bindings().bindManagedTexture(slot, texture ? texture : d->standIn(context).texture());
 }
 
-void TextureManager::setManagedTextureStandIn(Texture* texture)
+Texture* TextureManager::setManagedTextureStandIn(Texture* texture)
 {
-    d->chosenStandIn = texture;
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    StandIn& standIn = d->standIn(context);
+    const quint64 formerSerial = standIn.texture()->serial();
+    Texture* formerChoice = standIn.chosen;
+    standIn.chosen = texture;
+    for (int slot = 0; slot < BindingRecord::numManagedUnits; ++slot) {
+        if (context->bindings().managedSerial(slot) == formerSerial) {
+            bindManagedTexture(slot, nullptr);
+        }
+    }
+    return formerChoice;
 }
 
 } // namespace Morvane::Qel

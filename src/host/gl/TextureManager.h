@@ -71,8 +71,10 @@ public:
 
     /// Puts a texture into a slot of the current context; null puts the stand-in there.
     void bindManagedTexture(int slot, Texture* texture);
-    /// What a material samples where it has no map; null stands for opaque white, the initial stand-in.
-    void setManagedTextureStandIn(Texture* texture);
+    /// What materials sample on the current context where they have no map, at once in the slots that hold
+    /// the stand-in; null stands for opaque white, the initial one. Not owned; once it is deleted, white is
+    /// back. Returns what it was before, for whoever sets it around a draw.
+    Texture* setManagedTextureStandIn(Texture* texture);
     /// @}
 
 private:

@@ -1,0 +1,408 @@
+// Order-independent transparency against GL by hand: the same shading, the same targets, and every batch
+// drawn into both as the method's single unordered pass has it.
+
+#include <QMatrix4x4>
+#include <QRect>
+
+#include <cmath>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <epoxy/gl.h>
+
+#include "support/Sides.h"
+#include <Qel/RenderPasses/lighting/TransparencyRenderPass.h>
+#include <Qel/gl/BufferObject.h>
+#include <Qel/gl/DrawBuffers.h>
+#include <Qel/gl/InstanceData.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/Texture.h>
+#include <Qel/gl/VertexArrayObject.h>
+#include <Qel/model/GPUModel.h>
+
+namespace Morvane::Qel::Bench {
+
+namespace {
+
+unsigned int compile(const char* vertexSource, const std::string& fragmentSource)
+{
+    const unsigned int program = glCreateProgram();
+    const auto addStage = [&](unsigned int stage, const char* text) {
+        const unsigned int shader = glCreateShader(stage);
+        glShaderSource(shader, 1, &text, nullptr);
+        glCompileShader(shader);
+        glAttachShader(program, shader);
+        glDeleteShader(shader);
+    };
+    addStage(GL_VERTEX_SHADER, vertexSource);
+    addStage(GL_FRAGMENT_SHADER, fragmentSource.c_str());
+    glBindAttribLocation(program, 0, "va_Vertex");
+    glBindAttribLocation(program, 1, "va_Normal");
+    glBindAttribLocation(program, 2, "va_TexCoord");
+    glLinkProgram(program);
+    int linked = GL_FALSE;
+    glGetProgramiv(program, GL_LINK_STATUS, &linked);
+    if (linked == GL_FALSE) {
+        qFatal("the program of the benchmark does not build:\n%s", fragmentSource.c_str());
+    }
+    return program;
+}
+
+constexpr const char* modelVertexSource = R"(#version 150
+layout(std140) uniform Instance { mat4 modelMatrix; mat4 modelNormalMatrix; };
+uniform mat4 camera;
+uniform mat4 projection;
+in vec3 va_Vertex;
+in vec3 va_Normal;
+in vec2 va_TexCoord;
+out vec3 normal;
+out vec2 uv;
+invariant gl_Position;
+void main()
+{
+    gl_Position = projection * camera * modelMatrix * vec4(va_Vertex, 1.0);
+    normal = transpose(inverse(mat3(camera))) * mat3(modelNormalMatrix) * va_Normal;
+    uv = va_TexCoord;
+}
+)";
+
+const std::string shading = R"(#version 150
+layout(std140) uniform Material { vec3 kd; float d; vec3 ks; float ns; };
+uniform sampler2D mapKd;
+uniform sampler2D mapKs;
+in vec3 normal;
+in vec2 uv;
+vec3 lit()
+{
+    vec3 l = normalize(vec3(100.0));
+    vec3 h = normalize(l + vec3(0.0, 0.0, 1.0));
+    return max(0.0, dot(normal, l)) * kd * texture(mapKd, uv).rgb +
+           pow(max(0.0, dot(normal, h)), ns) * ks * texture(mapKs, uv).rgb;
+}
+)";
+
+const std::string opaqueSource = shading + R"(
+out vec4 colour;
+void main()
+{
+    if (d < 1.0) discard;
+    colour = vec4(lit(), d);
+}
+)";
+
+const std::string accumulationSource = shading + R"(
+out vec4 sums[2];
+void main()
+{
+    float weight = pow(abs(gl_FragCoord.z), -5.0);
+    sums[0] = vec4(lit() * weight, d);
+    sums[1] = vec4(d * weight);
+}
+)";
+
+constexpr const char* triangleSource = R"(#version 150
+void main()
+{
+    gl_Position = vec4(gl_VertexID == 1 ? 3.0 : -1.0, gl_VertexID == 2 ? 3.0 : -1.0, 0.0, 1.0);
+}
+)";
+
+const std::string resolveSource = R"(#version 150
+uniform sampler2D a;
+uniform sampler2D b;
+out vec4 colour;
+void main()
+{
+    vec4 sums = texelFetch(a, ivec2(gl_FragCoord.xy), 0);
+    colour = vec4(sums.rgb / clamp(texelFetch(b, ivec2(gl_FragCoord.xy), 0).r, 1e-4, 5e4), sums.a);
+}
+)";
+
+/// The model's batches and the targets as plain GL objects, which live as long as the program runs; vertex
+/// arrays and indices are those of the uploaded model.
+class ByHand
+{
+public:
+    ByHand(const ModelData& data, const GPUModel& model, const QSize& size)
+        : m_size(size)
+    {
+        for (const QImage& image : data.images) {
+            const QImage rgba = image.convertToFormat(QImage::Format_RGBA8888);
+            m_maps.push_back(makeTexture(rgba.size(), GL_RGBA8, GL_RGBA, GL_UNSIGNED_BYTE, rgba.constBits()));
+            glGenerateMipmap(GL_TEXTURE_2D);
+            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_LINEAR);
+            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+        }
+        constexpr unsigned int texel = ~0U;
+        const unsigned int white = makeTexture({1, 1}, GL_RGBA8, GL_RGBA, GL_UNSIGNED_BYTE, &texel);
+        const auto mapOf = [&](int index) { return index < 0 ? white : m_maps[static_cast<size_t>(index)]; };
+
+        std::vector<char> blocks(2 * stride * data.instances.size());
+        for (size_t i = 0; i < data.instances.size(); ++i) {
+            const MeshData& mesh = data.meshes.at(static_cast<size_t>(data.instances[i].mesh));
+            const MaterialData& material = data.materials.at(static_cast<size_t>(mesh.material));
+            const InstanceInfoBlock instance(data.instances[i].transform);
+            const OBJMaterialBlock block{{material.kd[0], material.kd[1], material.kd[2]},
+                                         material.d,
+                                         {material.ks[0], material.ks[1], material.ks[2]},
+                                         material.ns};
+            std::memcpy(&blocks[2 * stride * i], &instance, sizeof(instance));
+            std::memcpy(&blocks[2 * stride * i + stride], &block, sizeof(block));
+            const DrawBuffers& batch = *model.drawBuffers(static_cast<int>(i));
+            m_batches.push_back({batch.VAO()->getVAO(), batch.indexBO()->getBO(),
+                                 static_cast<int>(mesh.indices.size()), mapOf(material.mapKd),
+                                 mapOf(material.mapKs)});
+        }
+        glGenBuffers(1, &m_blocks);
+        glBindBuffer(GL_UNIFORM_BUFFER, m_blocks);
+        glBufferData(GL_UNIFORM_BUFFER, static_cast<GLsizeiptr>(blocks.size()), blocks.data(),
+                     GL_STATIC_DRAW);
+
+        m_colour = makeTexture(size, GL_RGBA32F, GL_RGBA, GL_FLOAT, nullptr);
+        m_depth = makeTexture(size, GL_DEPTH_COMPONENT32F, GL_DEPTH_COMPONENT, GL_FLOAT, nullptr);
+        m_colours = makeTexture(size, GL_RGBA32F, GL_RGBA, GL_FLOAT, nullptr);
+        m_coverages = makeTexture(size, GL_R32F, GL_RED, GL_FLOAT, nullptr);
+        m_opaqueFramebuffer = makeFramebuffer({m_colour});
+        m_accumulationFramebuffer = makeFramebuffer({m_colours, m_coverages});
+        glGenVertexArrays(1, &m_emptyVertexArray);
+
+        m_opaque = makeModelProgram(opaqueSource);
+        m_accumulation = makeModelProgram(accumulationSource);
+        m_resolve = compile(triangleSource, resolveSource);
+        glUseProgram(m_resolve);
+        glUniform1i(glGetUniformLocation(m_resolve, "a"), 0);
+        glUniform1i(glGetUniformLocation(m_resolve, "b"), 1);
+        glUseProgram(0);
+        glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    }
+
+    void draw(const QMatrix4x4& projection, const QMatrix4x4& camera) const
+    {
+        glViewport(0, 0, m_size.width(), m_size.height());
+        glBindFramebuffer(GL_FRAMEBUFFER, m_opaqueFramebuffer);
+        glDisable(GL_BLEND);
+        glEnable(GL_DEPTH_TEST);
+        glClearColor(0.0F, 0.0F, 0.0F, 0.0F);
+        glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+        drawModel(m_opaque, projection, camera);
+
+        glBindFramebuffer(GL_FRAMEBUFFER, m_accumulationFramebuffer);
+        glClearColor(0.0F, 0.0F, 0.0F, 1.0F);
+        glClear(GL_COLOR_BUFFER_BIT);
+        glEnable(GL_BLEND);
+        glBlendFuncSeparate(GL_ONE, GL_ONE, GL_ZERO, GL_ONE_MINUS_SRC_ALPHA);
+        glDepthMask(GL_FALSE);
+        drawModel(m_accumulation, projection, camera);
+        glDepthMask(GL_TRUE);
+
+        glBindFramebuffer(GL_FRAMEBUFFER, m_opaqueFramebuffer);
+        glDisable(GL_DEPTH_TEST);
+        glBlendFunc(GL_ONE_MINUS_SRC_ALPHA, GL_SRC_ALPHA);
+        glUseProgram(m_resolve);
+        bindMap(0, m_colours);
+        bindMap(1, m_coverages);
+        glBindVertexArray(m_emptyVertexArray);
+        glDrawArrays(GL_TRIANGLES, 0, 3);
+        glBindVertexArray(0);
+        glUseProgram(0);
+        glDisable(GL_BLEND);
+        glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    }
+
+    unsigned int picture() const { return m_colour; }
+
+private:
+    static constexpr size_t stride = 256;
+
+    struct Batch
+    {
+        unsigned int vertexArray;
+        unsigned int indices;
+        int numIndices;
+        unsigned int mapKd;
+        unsigned int mapKs;
+    };
+    struct ModelProgram
+    {
+        unsigned int name;
+        int projection;
+        int camera;
+    };
+
+    static unsigned int makeTexture(const QSize& size, unsigned int internalFormat, unsigned int format,
+                                    unsigned int type, const void* pixels)
+    {
+        unsigned int texture = 0;
+        glGenTextures(1, &texture);
+        glActiveTexture(GL_TEXTURE0);
+        glBindTexture(GL_TEXTURE_2D, texture);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+        glTexImage2D(GL_TEXTURE_2D, 0, static_cast<int>(internalFormat), size.width(), size.height(), 0,
+                     format, type, pixels);
+        return texture;
+    }
+
+    unsigned int makeFramebuffer(const std::vector<unsigned int>& colours) const
+    {
+        unsigned int framebuffer = 0;
+        glGenFramebuffers(1, &framebuffer);
+        glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
+        std::vector<unsigned int> drawBuffers;
+        for (const unsigned int texture : colours) {
+            drawBuffers.push_back(GL_COLOR_ATTACHMENT0 + static_cast<unsigned int>(drawBuffers.size()));
+            glFramebufferTexture(GL_FRAMEBUFFER, drawBuffers.back(), texture, 0);
+        }
+        glFramebufferTexture(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, m_depth, 0);
+        glDrawBuffers(static_cast<int>(drawBuffers.size()), drawBuffers.data());
+        return framebuffer;
+    }
+
+    static ModelProgram makeModelProgram(const std::string& fragmentSource)
+    {
+        const unsigned int program = compile(modelVertexSource, fragmentSource);
+        glUniformBlockBinding(program, glGetUniformBlockIndex(program, "Instance"), 0);
+        glUniformBlockBinding(program, glGetUniformBlockIndex(program, "Material"), 1);
+        glUseProgram(program);
+        glUniform1i(glGetUniformLocation(program, "mapKd"), 0);
+        glUniform1i(glGetUniformLocation(program, "mapKs"), 1);
+        return {program, glGetUniformLocation(program, "projection"),
+                glGetUniformLocation(program, "camera")};
+    }
+
+    static void bindMap(unsigned int unit, unsigned int texture)
+    {
+        glActiveTexture(GL_TEXTURE0 + unit);
+        glBindTexture(GL_TEXTURE_2D, texture);
+    }
+
+    void drawModel(const ModelProgram& program, const QMatrix4x4& projection, const QMatrix4x4& camera) const
+    {
+        glUseProgram(program.name);
+        glUniformMatrix4fv(program.projection, 1, GL_FALSE, projection.constData());
+        glUniformMatrix4fv(program.camera, 1, GL_FALSE, camera.constData());
+        glFrontFace(GL_CCW);
+        Batch bound{};
+        GLintptr offset = 0;
+        for (const Batch& batch : m_batches) {
+            glBindBufferRange(GL_UNIFORM_BUFFER, 0, m_blocks, offset, sizeof(InstanceInfoBlock));
+            glBindBufferRange(GL_UNIFORM_BUFFER, 1, m_blocks, offset + static_cast<GLintptr>(stride),
+                              sizeof(OBJMaterialBlock));
+            offset += 2 * static_cast<GLintptr>(stride);
+            if (batch.mapKd != bound.mapKd) {
+                bindMap(0, batch.mapKd);
+            }
+            if (batch.mapKs != bound.mapKs) {
+                bindMap(1, batch.mapKs);
+            }
+            if (batch.vertexArray != bound.vertexArray) {
+                glBindVertexArray(batch.vertexArray);
+                glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, batch.indices);
+            }
+            glDrawElements(GL_TRIANGLES, batch.numIndices, GL_UNSIGNED_INT, nullptr);
+            bound = batch;
+        }
+    }
+
+    QSize m_size;
+    std::vector<Batch> m_batches;
+    std::vector<unsigned int> m_maps;
+    unsigned int m_blocks = 0;
+    unsigned int m_colour = 0;
+    unsigned int m_depth = 0;
+    unsigned int m_colours = 0;
+    unsigned int m_coverages = 0;
+    unsigned int m_opaqueFramebuffer = 0;
+    unsigned int m_accumulationFramebuffer = 0;
+    unsigned int m_emptyVertexArray = 0;
+    ModelProgram m_opaque{};
+    ModelProgram m_accumulation{};
+    unsigned int m_resolve = 0;
+};
+
+std::vector<float> readPicture(unsigned int texture, const QSize& size)
+{
+    std::vector<float> texels(static_cast<size_t>(size.width() * size.height()) * 4);
+    glActiveTexture(GL_TEXTURE0);
+    glBindTexture(GL_TEXTURE_2D, texture);
+    glGetTexImage(GL_TEXTURE_2D, 0, GL_RGBA, GL_FLOAT, texels.data());
+    return texels;
+}
+
+void compareTransparency(benchmark::State& state, Wait wait, const ModelData& data, const QSize& size,
+                         const QMatrix4x4& projection, const QMatrix4x4& camera)
+{
+    GPUModel model(data);
+    TransparencyRenderPass pass;
+    pass.setInput(TransparencyRenderPass::Viewport, QRect(QPoint(0, 0), size));
+    pass.setInput(TransparencyRenderPass::ProjectionMatrix, projection);
+    pass.setInput(TransparencyRenderPass::CameraMatrix, camera);
+    pass.setInput(TransparencyRenderPass::Geometry, QVariant::fromValue(&model));
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    context->applyBaseState();
+    pass.start(nullptr);
+    const ByHand byHand(data, model, size);
+    byHand.draw(projection, camera);
+    auto* picture = qobject_cast<Texture*>(pass.output(TransparencyRenderPass::Frame).value<QObject*>());
+    const std::vector<float> drawn = readPicture(picture->textureID(), size);
+    const std::vector<float> drawnByHand = readPicture(byHand.picture(), size);
+    for (size_t i = 0; i < drawn.size(); ++i) {
+        if (!(std::abs(drawn[i] - drawnByHand[i]) < 1e-3F)) {
+            state.SkipWithError("the two sides draw different pictures");
+            return;
+        }
+    }
+    // Each side may find any binding of the other's.
+    compareSides(
+        state, wait, [&] { pass.start(nullptr); }, [&] { byHand.draw(projection, camera); },
+        [&] {
+            context->makeCurrent();
+            context->applyBaseState();
+        });
+}
+
+/// The example scene with its curtains and leaves.
+void Transparency(benchmark::State& state)
+{
+    QString error;
+    const std::optional<ModelData> data =
+        importModel(QStringLiteral(QEL_SOURCE_DIR "/examples/scenes/arcade.obj"), &error);
+    if (!data) {
+        state.SkipWithError(qPrintable(error));
+        return;
+    }
+    const QSize size(1280, 720);
+    QMatrix4x4 projection;
+    projection.perspective(50.0F, 1280.0F / 720.0F, 0.1F, 100.0F);
+    QMatrix4x4 camera;
+    camera.lookAt({0.1F, 1.35F, -1.1F}, {-1.75F, 0.95F, -3.9F}, {0.0F, 1.0F, 0.0F});
+    compareTransparency(state, Wait::Pixels, *data, size, projection, camera);
+}
+BENCHMARK(Transparency)->Unit(benchmark::kMillisecond);
+
+/// Small batches, every second one transparent, on so few pixels that they cost next to nothing.
+void SubmitTransparency(benchmark::State& state)
+{
+    ModelData data;
+    MeshData& mesh = data.meshes.emplace_back();
+    mesh.positions = {{0, 0, 0}, {0.01F, 0, 0}, {0, 0.01F, 0}};
+    mesh.normals = {{0, 0, 1}, {0, 0, 1}, {0, 0, 1}};
+    mesh.texCoords.resize(3);
+    mesh.indices = {0, 1, 2};
+    data.materials.resize(2);
+    data.materials[1].d = 0.5F;
+    data.meshes.push_back(mesh);
+    data.meshes[1].material = 1;
+    data.instances.resize(static_cast<size_t>(state.range(0)));
+    for (size_t i = 0; i < data.instances.size(); ++i) {
+        data.instances[i].mesh = static_cast<int>(i % 2);
+    }
+    compareTransparency(state, Wait::Submission, data, {8, 8}, {}, {});
+}
+BENCHMARK(SubmitTransparency)->Arg(1)->Arg(100);
+
+} // namespace
+
+} // namespace Morvane::Qel::Bench
