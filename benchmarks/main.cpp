@@ -4,6 +4,7 @@
 // threads out of the figures:
 //   LP_NUM_THREADS=0 qel-benchmarks --benchmark_filter=Submit
 
+#include <QLoggingCategory>
 #include <QString>
 
 #include <cstdio>
@@ -21,6 +22,9 @@ int main(int argc, char** argv)
     // same pass costs nearly twice as much by the luck of the heap.
     mallopt(M_TRIM_THRESHOLD, -1);
     mallopt(M_MMAP_MAX, 0);
+
+    // Some passes say in every frame how they run.
+    QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
 
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) {

@@ -33,6 +33,9 @@
 #include <Qel/RenderPasses/postprocessing/SMAARenderPass.h>
 #include <Qel/RenderPasses/postprocessing/TemporalAAJitterPass.h>
 #include <Qel/RenderPasses/postprocessing/TemporalAARenderPass.h>
+#include <Qel/RenderPasses/visibility/VisibilityBufferRenderPass.h>
+#include <Qel/RenderPasses/visibility/VisibilityDeferredRenderPass.h>
+#include <Qel/RenderPasses/visibility/VisibilitySortRenderPass.h>
 
 namespace Morvane::Qel {
 
@@ -138,6 +141,24 @@ std::unique_ptr<RenderPass> makeShadowMapPass(const PassOptions& options, QStrin
     return pass;
 }
 
+std::unique_ptr<RenderPass> makeVisibilityBufferPass(const PassOptions& options, QString* error)
+{
+    const auto number = [&](const QString& name) -> std::optional<unsigned long long> {
+        const QString text = options[name].toString();
+        bool isNumber = false;
+        const unsigned long long value = text.toULongLong(&isNumber, 0);
+        if (!isNumber) {
+            *error =
+                QStringLiteral("%1: must be a 64-bit number, such as \"0x1\", not \"%2\"").arg(name, text);
+            return {};
+        }
+        return value;
+    };
+    const auto flags = number(QStringLiteral("drawFlags"));
+    const auto mask = number(QStringLiteral("drawMask"));
+    return flags && mask ? std::make_unique<VisibilityBufferRenderPass>(*flags, *mask) : nullptr;
+}
+
 } // namespace
 
 const PassRegistry& PassRegistry::builtin()
@@ -169,6 +190,9 @@ const PassRegistry& PassRegistry::builtin()
         passes.add<TextureLoaderRenderPass>();
         passes.add<TextureToScreenRenderPass>();
         passes.add<TransparencyRenderPass>();
+        passes.add(VisibilityBufferRenderPass::description(), makeVisibilityBufferPass);
+        passes.add<VisibilityDeferredRenderPass>();
+        passes.add<VisibilitySortRenderPass>();
         passes.add<WireframeRenderPass>();
         return passes;
     }();

@@ -1,5 +1,7 @@
 // A steady frame allocates nothing on the heap and creates no GL object: run for each registered type.
 
+#include <QLoggingCategory>
+
 #include <memory>
 
 #include "SteadyCounter.h"
@@ -19,8 +21,15 @@ TEST(SteadyCounter, CountsWhatItMust)
     EXPECT_GE(SteadyCounter::numAllocations(), 2);
 }
 
+/// With the debug channel off, as in programs that nobody debugs: every message is a string.
 class SteadyFrame : public GLTest, public testing::WithParamInterface<std::string>
 {
+protected:
+    void SetUp() override
+    {
+        QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
+        GLTest::SetUp();
+    }
 };
 
 TEST_P(SteadyFrame, AllocatesAndCreatesNothing)

@@ -21,6 +21,23 @@
 
 namespace Morvane::Qel::Test {
 
+namespace {
+
+/// Lists of three fragments, the middle one nearest, of the primitives of a cube.
+Lists makeLists()
+{
+    // As large as the largest picture of the tests.
+    constexpr int side = 64;
+    Lists lists{side, side, {}};
+    for (unsigned int pixel = 0; pixel < side * side; ++pixel) {
+        lists.pixels.push_back(
+            {{1 + pixel % 12, 0.9F, 0}, {1 + (pixel + 5) % 12, 0.3F, 0}, {1 + (pixel + 7) % 12, 0.6F, 0}});
+    }
+    return lists;
+}
+
+} // namespace
+
 std::vector<std::string> builtinTypes()
 {
     std::vector<std::string> types;
@@ -33,6 +50,7 @@ std::vector<std::string> builtinTypes()
 PassHost::PassHost(OpenGLDeviceContext& context, const QString& type)
     : m_context(context)
     , m_model(makeCubeModel())
+    , m_lists(makeListTextures(makeLists()))
     , m_scope(&context)
 {
     m_lights[1].type = ShadowMapManager::LightType::Spot;
@@ -118,13 +136,38 @@ std::vector<Pixels> PassHost::runFrame()
     std::vector<Pixels> pictures;
     runFrame([&](RenderPass& pass) {
         pass.start(nullptr);
-        for (Texture* texture : outputTextures()) {
-            if (texture->target() == GL_TEXTURE_2D && !texture->size().isEmpty()) {
-                pictures.push_back(readTexture(texture));
-            }
-        }
+        readOutputs(&pictures);
     });
     return pictures;
+}
+
+void PassHost::readOutputs(std::vector<Pixels>* pictures) const
+{
+    Texture* headPointers = outputTexture(QLatin1StringView("HeadPointers"));
+    Texture* nodes = outputTexture(QLatin1StringView("NodeBuffer"));
+    for (Texture* texture : outputTextures()) {
+        if (texture->target() != GL_TEXTURE_2D || texture->size().isEmpty() || texture == nodes) {
+            continue;
+        }
+        if (texture == headPointers) {
+            if (const int width = nodes ? m_pass->output(2).toInt() : 0; width > 0) {
+                pictures->push_back(readLists(headPointers, nodes, width).sorted().layers());
+            }
+        } else {
+            pictures->push_back(readTexture(texture));
+        }
+    }
+}
+
+/// The texture on the output of this own name, null where there is none.
+Texture* PassHost::outputTexture(QLatin1StringView name) const
+{
+    for (int i = 0; i < m_pass->numOutputs(); ++i) {
+        if (PortName::parse(m_pass->outputName(i)).name == name) {
+            return pointerFromVariant<Texture>(m_pass->output(i));
+        }
+    }
+    return nullptr;
 }
 
 std::vector<Texture*> PassHost::outputTextures() const
@@ -190,7 +233,7 @@ QVariant PassHost::value(int input)
         return port.name != QLatin1StringView("Dirty");
     }
     if (port.type == QLatin1StringView("int")) {
-        return 3;
+        return port.name == QLatin1StringView("NodeBufferWidth") ? m_lists.nodeBufferWidth : 3;
     }
     if (port.type == QLatin1StringView("float")) {
         return port.name == QLatin1StringView("BlurRadius") ? 3.0F : 0.5F;
@@ -223,10 +266,10 @@ Texture* PassHost::texture(const QString& name)
         return m_cubemap.get();
     }
     if (name == QLatin1StringView("HeadPointers")) {
-        return integerTexture(m_headPointers, GL_R32UI, GL_RED_INTEGER);
+        return m_lists.headPointers.get();
     }
     if (name == QLatin1StringView("NodeBuffer")) {
-        return integerTexture(m_nodes, GL_RGBA32UI, GL_RGBA_INTEGER);
+        return m_lists.nodes.get();
     }
     if (name == QLatin1StringView("Depth")) {
         Texture* depth = pool->tempTexture(TextureFormat::Depth24Stencil8, width, height);
@@ -246,19 +289,6 @@ Texture* PassHost::texture(const QString& name)
     const AutoBinder binder(colour);
     glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, width, height, GL_RGBA, GL_FLOAT, picture.values.data());
     return colour;
-}
-
-Texture* PassHost::integerTexture(std::unique_ptr<Texture>& slot, unsigned int internalFormat,
-                                  unsigned int format)
-{
-    if (!slot) {
-        constexpr int size = 64;
-        const std::vector<unsigned int> zeroes(size * size * 4);
-        slot = std::make_unique<Texture>();
-        slot->setFilter(GL_NEAREST, GL_NEAREST);
-        slot->setImage2D(0, internalFormat, size, size, format, GL_UNSIGNED_INT, zeroes.data());
-    }
-    return slot.get();
 }
 
 } // namespace Morvane::Qel::Test

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "support/Lists.h"
 #include "support/Pixels.h"
 #include <Qel/core/RenderPass.h>
 #include <Qel/gl/ResourceScope.h>
@@ -44,7 +45,8 @@ public:
     /// Sets all inputs to the same value.
     void setInputs(const QVariant& everywhere);
 
-    /// A frame from the base state; returns the pictures of the outputs that are 2D textures.
+    /// A frame from the base state; returns the pictures of the outputs that are 2D textures. Lists of
+    /// fragments become one picture, in which the order of the nodes, which is left to chance, does not show.
     std::vector<Pixels> runFrame();
     /// The same with something around start, which it must call; no picture is read.
     void runFrame(const std::function<void(RenderPass&)>& callStart);
@@ -52,8 +54,9 @@ public:
 private:
     QVariant value(int input);
     Texture* texture(const QString& name);
-    Texture* integerTexture(std::unique_ptr<Texture>& slot, unsigned int internalFormat, unsigned int format);
     std::vector<Texture*> outputTextures() const;
+    Texture* outputTexture(QLatin1StringView name) const;
+    void readOutputs(std::vector<Pixels>* pictures) const;
     void releaseOutputs();
 
     OpenGLDeviceContext& m_context;
@@ -61,8 +64,7 @@ private:
     /// One of each type.
     std::array<ShadowMapManager::Light, 3> m_lights;
     std::unique_ptr<Texture> m_cubemap;
-    std::unique_ptr<Texture> m_headPointers;
-    std::unique_ptr<Texture> m_nodes;
+    ListTextures m_lists;
     ResourceScope m_scope;
     std::unique_ptr<RenderPass> m_pass;
     std::vector<QVariant> m_values;

@@ -16,7 +16,7 @@ struct Material
     const char* d = "";
 };
 
-constexpr Material Materials[] = {
+constexpr Material ArcadeMaterials[] = {
     {"floor_tiles", "1 1 1", "1 1 1", 90, "floor.png", "floor-gloss.png"},
     {"plaster", "0.93 0.9 0.84", "0.02 0.02 0.02", 8, "plaster.png"},
     {"stone", "0.9 0.8 0.64", "0.04 0.04 0.04", 12, "stone.png"},
@@ -38,6 +38,10 @@ constexpr Material Materials[] = {
     {"gloss_white", "0.85 0.85 0.85", "0.5 0.5 0.5", 200},
 };
 
+constexpr Material GlasswareMaterials[] = {
+    {"glass", "1 1 1", "0.4 0.4 0.4", 40, "glass.png", "", "0.35"},
+};
+
 void addLine(QByteArray& text, const char* keyword, const QByteArray& value)
 {
     if (!value.isEmpty()) {
@@ -45,12 +49,11 @@ void addLine(QByteArray& text, const char* keyword, const QByteArray& value)
     }
 }
 
-} // namespace
-
-QByteArray materialLibrary()
+template<std::size_t Count>
+QByteArray asText(const Material (&materials)[Count])
 {
     QByteArray text;
-    for (const Material& material : Materials) {
+    for (const Material& material : materials) {
         addLine(text, "newmtl", material.name);
         addLine(text, "Kd", material.kd);
         addLine(text, "Ks", material.ks);
@@ -60,6 +63,18 @@ QByteArray materialLibrary()
         addLine(text, "map_Ks", material.mapKs);
     }
     return text;
+}
+
+} // namespace
+
+QByteArray arcadeMaterials()
+{
+    return asText(ArcadeMaterials);
+}
+
+QByteArray glasswareMaterials()
+{
+    return asText(GlasswareMaterials);
 }
 
 } // namespace Morvane::Qel

@@ -4,7 +4,8 @@
 
 namespace Morvane::Qel {
 
-/// The scene's materials as MTL text.
-QByteArray materialLibrary();
+/// The materials of the hall, and those of the glassware, as MTL text.
+QByteArray arcadeMaterials();
+QByteArray glasswareMaterials();
 
 } // namespace Morvane::Qel

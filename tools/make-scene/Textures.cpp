@@ -1,6 +1,7 @@
 #include "Textures.h"
 
 #include "Noise.h"
+#include "Shapes.h"
 
 #include <QVector3D>
 
@@ -130,6 +131,14 @@ QVector3D woodColour(float u, float v)
 
 /// A feathered frond, its stalk at the bottom. Transparent texels keep a leaf's colour, so that filtering at
 /// the edges bleeds no other colour in.
+/// A tint that goes from green by blue to amber, in soft rings.
+QVector3D glassColour(float /*u*/, float v)
+{
+    const float angle = 2.0F * Pi * v;
+    return QVector3D(0.7F + 0.3F * std::sin(angle), 0.75F + 0.25F * std::sin(angle + 1.8F),
+                     0.75F + 0.25F * std::sin(angle + 4.0F));
+}
+
 QImage frond(int size)
 {
     constexpr float LeafletPitch = 0.055F;
@@ -178,7 +187,8 @@ std::vector<NamedImage> sceneTextures()
             {QStringLiteral("plaster.png"), paint(256, plasterColour)},
             {QStringLiteral("stone.png"), paint(256, stoneColour)},
             {QStringLiteral("wood.png"), paint(256, woodColour)},
-            {QStringLiteral("frond.png"), frond(256)}};
+            {QStringLiteral("frond.png"), frond(256)},
+            {QStringLiteral("glass.png"), paint(64, glassColour)}};
 }
 
 } // namespace Morvane::Qel

@@ -13,7 +13,7 @@ struct NamedImage
     QImage image;
 };
 
-/// The scene's textures, all of which tile except the frond, and are 8-bit sRGB. Everything is painted from
+/// The scenes' textures, all of which tile except the frond, and are 8-bit sRGB. Everything is painted from
 /// formulas and hashed noise.
 std::vector<NamedImage> sceneTextures();
 

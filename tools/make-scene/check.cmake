@@ -1,7 +1,7 @@
 # Runs the tool twice and compares both outputs with the committed scene, byte for byte. A change of the tool
 # must come with the files that it makes: qel-make-scene examples/scenes
 file(GLOB_RECURSE committed_files RELATIVE "${COMMITTED}"
-    "${COMMITTED}/arcade.*" "${COMMITTED}/*.png")
+    "${COMMITTED}/arcade.*" "${COMMITTED}/glassware.*" "${COMMITTED}/*.png")
 list(SORT committed_files)
 if(NOT committed_files)
     message(FATAL_ERROR "${COMMITTED}: no scene to compare with")

@@ -1,7 +1,9 @@
-// Makes the example scene: `qel-make-scene OUTDIR` writes arcade.obj, arcade.mtl, their textures, and sky/.
+// Makes the example scenes: `qel-make-scene OUTDIR` writes arcade.obj, a hall, and glassware.obj, translucent
+// vessels, with their materials and textures, and sky/.
 // The same bytes every time; the committed files in examples/scenes are its output.
 
 #include "Furnishings.h"
+#include "Glassware.h"
 #include "Hall.h"
 #include "Materials.h"
 #include "MeshBuilder.h"
@@ -59,12 +61,17 @@ int main(int argc, char** argv)
     MeshBuilder mesh("arcade.mtl");
     addHall(mesh);
     addFurnishings(mesh);
+    MeshBuilder glassware("glassware.mtl");
+    addGlassware(glassware);
     if (!writeFile(folder.filePath(QStringLiteral("arcade.obj")), mesh.obj()) ||
-        !writeFile(folder.filePath(QStringLiteral("arcade.mtl")), materialLibrary()) ||
+        !writeFile(folder.filePath(QStringLiteral("arcade.mtl")), arcadeMaterials()) ||
+        !writeFile(folder.filePath(QStringLiteral("glassware.obj")), glassware.obj()) ||
+        !writeFile(folder.filePath(QStringLiteral("glassware.mtl")), glasswareMaterials()) ||
         !writeImages(folder, sceneTextures()) ||
         !writeImages(QDir(folder.filePath(QStringLiteral("sky"))), skyImages())) {
         return 1;
     }
-    std::printf("%d objects, %d triangles\n", mesh.objectCount(), mesh.triangleCount());
+    std::printf("%d objects, %d triangles\n", mesh.objectCount() + glassware.objectCount(),
+                mesh.triangleCount() + glassware.triangleCount());
     return 0;
 }

@@ -1,12 +1,16 @@
 #include <Qel/core/Diagnostics.h>
 
 #include <QDebug>
+#include <QLoggingCategory>
 
 namespace Morvane::Qel {
 
 void logInformation(const char* file, int line, const QString& text)
 {
-    qDebug("[%s:%d] %s", file, line, qUtf8Printable(text));
+    // Passes log in every frame; where nobody listens, that must not cost an allocation.
+    if (QLoggingCategory::defaultCategory()->isDebugEnabled()) {
+        qDebug("[%s:%d] %s", file, line, qUtf8Printable(text));
+    }
 }
 
 void logNotice(const char* file, int line, const QString& text)

@@ -7,7 +7,8 @@
 /// The fixed message formats of the passes, sent through Qt's message handler.
 namespace Morvane::Qel {
 
-/// "[file:line] text" on the debug channel, for information such as a program's log.
+/// "[file:line] text" on the debug channel, for information such as a program's log. Nothing is formatted
+/// while the channel is off.
 QEL_CORE_EXPORT void logInformation(const char* file, int line, const QString& text);
 
 /// "[file:line] text" on the information channel, for what a user should see though nothing failed, such as

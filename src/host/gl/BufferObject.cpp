@@ -75,6 +75,22 @@ void BufferObject::uploadBytes(const void* data, qsizetype size, unsigned int us
     m_size = size;
 }
 
+void BufferObject::updateBytes(const void* data, qsizetype size)
+{
+    glBindBuffer(GL_COPY_WRITE_BUFFER, getBO());
+    glBufferSubData(GL_COPY_WRITE_BUFFER, 0, size, data);
+    glBindBuffer(GL_COPY_WRITE_BUFFER, 0);
+}
+
+void BufferObject::copyBytes(BufferObject* source, qsizetype size)
+{
+    glBindBuffer(GL_COPY_READ_BUFFER, source->getBO());
+    glBindBuffer(GL_COPY_WRITE_BUFFER, getBO());
+    glCopyBufferSubData(GL_COPY_READ_BUFFER, GL_COPY_WRITE_BUFFER, 0, 0, size);
+    glBindBuffer(GL_COPY_WRITE_BUFFER, 0);
+    glBindBuffer(GL_COPY_READ_BUFFER, 0);
+}
+
 void* BufferObject::map(unsigned int access)
 {
     glBindBuffer(GL_COPY_WRITE_BUFFER, getBO());

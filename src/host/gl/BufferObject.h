@@ -31,6 +31,11 @@ public:
     void uploadGLuintData(const unsigned int* values, int count, unsigned int usage);
     /// Replaces the contents by `size` bytes, undefined ones where `data` is null.
     void uploadBytes(const void* data, qsizetype size, unsigned int usage);
+    /// Replaces the first `size` bytes, which must have been uploaded before.
+    void updateBytes(const void* data, qsizetype size);
+    /// Replaces the first `size` bytes by those of another buffer, without the CPU seeing them. Both must
+    /// have that many.
+    void copyBytes(BufferObject* source, qsizetype size);
     /// Maps the whole buffer, bound for the call; null on failure.
     void* map(unsigned int access);
     void unmap();

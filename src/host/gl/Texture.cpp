@@ -9,6 +9,7 @@
 
 #include <Qel/core/Diagnostics.h>
 #include <Qel/gl/BindingRecord.h>
+#include <Qel/gl/BufferObject.h>
 #include <Qel/gl/Guards.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 
@@ -99,6 +100,13 @@ void Texture::setImage3D(unsigned int internalFormat, int width, int height, int
     m_size = QSize(width, height);
     m_layers = layers;
     m_levels = 1;
+    m_internalFormat = internalFormat;
+}
+
+void Texture::setBuffer(unsigned int internalFormat, BufferObject* buffer)
+{
+    const AutoBinder binder(this);
+    glTexBuffer(m_target, internalFormat, buffer->getBO());
     m_internalFormat = internalFormat;
 }
 

@@ -9,6 +9,8 @@
 
 namespace Morvane::Qel {
 
+class BufferObject;
+
 /// A GL texture. Empty until an image is given; the GL name is made on first need and deleted with the
 /// object. Not thread-safe; the context in which it was made must be current for every operation, the
 /// destructor included.
@@ -47,6 +49,9 @@ public:
     /// glTexImage3D of level 0, for GL_TEXTURE_2D_ARRAY.
     void setImage3D(unsigned int internalFormat, int width, int height, int layers, unsigned int format,
                     unsigned int type, const void* pixels);
+    /// glTexBuffer: shows a buffer, for GL_TEXTURE_BUFFER, as texels of a sized format. The caller keeps the
+    /// buffer; contents that it gets later show too.
+    void setBuffer(unsigned int internalFormat, BufferObject* buffer);
     void generateMipmap();
     /// Size of level 0, as far as it was set through this object.
     QSize size() const { return m_size; }

@@ -1,0 +1,260 @@
+#include <Qel/RenderPasses/visibility/VisibilityDeferredRenderPass.h>
+
+#include <QMatrix4x4>
+#include <QRect>
+
+#include <array>
+
+#include <epoxy/gl.h>
+
+#include "support/FullScreen.h"
+#include "support/Targets.h"
+#include <Qel/gl/DrawBuffers.h>
+#include <Qel/gl/FramebufferObject.h>
+#include <Qel/gl/GLSLMacroProcessor.h>
+#include <Qel/gl/Guards.h>
+#include <Qel/gl/InstanceData.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/Texture.h>
+#include <Qel/gl/VertexArrayObject.h>
+#include <Qel/model/GPUModel.h>
+
+namespace Morvane::Qel {
+
+namespace {
+
+// The normal is extended with w = 1, so that the last column of the normal matrix takes part. Deliberate, as
+// is the sequence by which layers are blended: each line reads what the line before it wrote.
+const QString fragmentSource = QStringLiteral(R"(#version 150
+#include "VisibilityBuffer.glslh"
+#include "TextureManager.glslh"
+#instancedata "InstanceInfo"
+#instancedata "OBJMaterial"
+#include "DirectionalLight.glslh"
+uniform mat4 u_CameraMatrix;
+uniform mat4 u_NormalMatrix;
+in vec2 vo_TexCoord;
+out vec4 out_FragColor;
+
+void main()
+{
+    // Alpha begins at 1 for layers that are laid under those before.
+    vec4 result = vec4(0.0, 0.0, 0.0, 1.0);
+    uint pointer;
+    initializeVisibilityBufferQuery(vo_TexCoord, pointer);
+    if (!doesVisibilityBufferHaveFragment(pointer)) {
+        discard;
+    }
+    mat4 normalMatrix = transpose(inverse(u_CameraMatrix * getModelMatrix()));
+    vec3 L = normalize(vec3(100.0, 100.0, 100.0));
+    while (doesVisibilityBufferHaveFragment(pointer)) {
+        vec3 position;
+        vec3 normal;
+        vec2 texCoord;
+        float depth;
+        getFragmentInfo(vo_TexCoord, pointer, position, depth, normal, texCoord);
+        vec2 dx;
+        vec2 dy;
+        getFragmentTexCoordGradients(dx, dy);
+
+        vec3 Kd = getKd() * managedTexture(getMap_Kd(), texCoord, dx, dy).rgb;
+        vec3 Ks = getKs() * managedTexture(getMap_Ks(), texCoord, dx, dy).rgb;
+        vec3 N = (normalMatrix * vec4(normal, 1.0)).rgb;
+        vec3 colour = directionalLight(Kd, Ks, getNs(), N, L);
+        float alpha = getD();
+
+        result.rgb = mix(result.rgb, colour, alpha);
+        result.a = clamp(alpha + (1.0 - alpha) * result.a, 0.0, 1.0);
+        result.rgb = result.a * alpha * colour + result.rgb;
+        result.a = (1.0 - alpha) * result.a;
+        if (alpha >= 1.0) {
+            break;
+        }
+    }
+    out_FragColor = result;
+}
+)");
+
+} // namespace
+
+const PassDescription& VisibilityDeferredRenderPass::description()
+{
+    static const PassDescription description{
+        QStringLiteral("VisibilityDeferredRenderPass"),
+        QStringLiteral(
+            "Shades lists of fragments from the model's buffers and blends their layers in order."),
+        {{QStringLiteral("Qel_QRect_Viewport"),
+          QStringLiteral("size of the frame; the origin is ignored"),
+          QStringLiteral("no texture is made"),
+          {},
+          QStringLiteral("pixels")},
+         {QStringLiteral("Qel_QMatrix4x4_ProjectionMatrix"),
+          QStringLiteral("eye space to clip space, as the lists were drawn"), QStringLiteral("identity")},
+         {QStringLiteral("Qel_QMatrix4x4_CameraMatrix"),
+          QStringLiteral("world space to eye space, as the lists were drawn"), QStringLiteral("identity")},
+         {QStringLiteral("Qel_QelTexture*_HeadPointers"), QStringLiteral("head pointers, R32UI"),
+          QStringLiteral("the frame is clear")},
+         {QStringLiteral("Qel_QelTexture*_NodeBuffer"), QStringLiteral("nodes, RGBA32UI"),
+          QStringLiteral("the frame is clear")},
+         {QStringLiteral("Qel_int_NodeBufferWidth"),
+          QStringLiteral("nodes in a row of the buffer"),
+          QStringLiteral("the frame is clear"),
+          {},
+          QStringLiteral("1 or more")},
+         {QStringLiteral("Qel_QelGPUModel*_Geometry"),
+          QStringLiteral("the model that the lists were drawn from; all is shaded as its first batch"),
+          QStringLiteral("the frame is clear")}},
+        {{QStringLiteral("Qel_QelTexture*_Frame"),
+          QStringLiteral("blended colours, alpha what the last layer lets through; GL_RGBA, owned by the "
+                         "pass")}}};
+    return description;
+}
+
+VisibilityDeferredRenderPass::VisibilityDeferredRenderPass()
+{
+    declarePorts(description());
+}
+
+VisibilityDeferredRenderPass::~VisibilityDeferredRenderPass() = default;
+
+void VisibilityDeferredRenderPass::start(RenderCallbacks* /*callbacks*/)
+{
+    const QRect viewport = m_inputs[Viewport].value.toRect();
+    auto* headPointers = getInputPointer<Texture>(HeadPointers);
+    auto* nodes = getInputPointer<Texture>(NodeBuffer);
+    auto* model = getInputPointer<GPUModel>(Geometry);
+
+    if (!m_framebuffer) {
+        makeObjects();
+    }
+    if (viewport.width() != m_width || viewport.height() != m_height) {
+        resize(viewport.width(), viewport.height());
+    }
+    {
+        const AutoBinder framebufferBinder(m_framebuffer.get());
+        m_framebuffer->setDrawBuffers();
+        glClear(GL_COLOR_BUFFER_BIT);
+        if (headPointers && nodes && m_inputs[NodeBufferWidth].value.toInt() > 0 && model &&
+            model->numBatches() > 0 && !viewport.isEmpty()) {
+            shade(headPointers, nodes, model);
+        }
+    }
+    m_outputs[Frame].value = textureVariant(m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
+    TextureManager::Instance()->releaseTempTextureRef(headPointers, 1);
+    TextureManager::Instance()->releaseTempTextureRef(nodes, 1);
+}
+
+void VisibilityDeferredRenderPass::makeObjects()
+{
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    m_framebuffer = std::make_unique<FramebufferObject>();
+
+    // Before OpenGL 4.0 buffers of three components could not be shown as such.
+    m_hasThreeComponents =
+        context->version() >= 40 || context->hasExtension("ARB_texture_buffer_object_rgb32");
+    GLSLMacroProcessor processor;
+    if (!m_hasThreeComponents) {
+        processor.addDefine(QStringLiteral("QEL_VECTORS_AS_FLOATS"), QStringLiteral("1"));
+    }
+    const InstanceDataRegistry* registry = InstanceDataRegistry::Instance();
+    m_program = std::make_unique<ShaderProgram>();
+    m_program->setMacroProcessor(&processor);
+    m_program->setFragDataLocations({QStringLiteral("out_FragColor")});
+    m_program->addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
+    m_program->addShader(GL_FRAGMENT_SHADER, fragmentSource, {});
+    m_program->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("VisibilityBuffer.glslc"));
+    m_program->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("TextureManager.glslc"));
+    for (const QString& plan : {QStringLiteral("InstanceInfo"), QStringLiteral("OBJMaterial")}) {
+        m_program->addShader(GL_FRAGMENT_SHADER, registry->getPlan(plan)->glslc(), {});
+    }
+    buildProgram(m_program.get());
+    m_program->setMacroProcessor(nullptr);
+    m_fullScreenBatch = context->fullScreenTriangle();
+    enableArrays(m_fullScreenBatch, m_program.get());
+
+    constexpr std::array<float, 3> zeroes{};
+    m_zeroes = QSharedPointer<BufferObject>::create();
+    m_zeroes->upload(zeroes.data(), static_cast<int>(zeroes.size()), GL_STATIC_DRAW);
+}
+
+void VisibilityDeferredRenderPass::resize(int width, int height)
+{
+    m_width = width;
+    m_height = height;
+    const AutoBinder binder(m_framebuffer.get());
+    m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
+    m_frame.reset(makeTarget(width, height, GL_RGBA, GL_BGRA, GL_FLOAT));
+    m_framebuffer->attach(m_frame.get(), GL_COLOR_ATTACHMENT0, 0);
+}
+
+void VisibilityDeferredRenderPass::BufferTexture::show(const QSharedPointer<BufferObject>& newBuffer,
+                                                       unsigned int format)
+{
+    if (!texture) {
+        texture = std::make_unique<Texture>();
+        texture->setTarget(GL_TEXTURE_BUFFER);
+    } else if (buffer == newBuffer) {
+        return;
+    }
+    texture->setBuffer(format, newBuffer.data());
+    buffer = newBuffer;
+}
+
+void VisibilityDeferredRenderPass::showModel(const DrawBuffers* batch)
+{
+    const auto show = [&](BufferTexture& texture, const QSharedPointer<BufferObject>& buffer,
+                          unsigned int format) { texture.show(buffer ? buffer : m_zeroes, format); };
+    const VertexArrayObject* vertexArray = batch->VAO().data();
+    const unsigned int vectorFormat = m_hasThreeComponents ? GL_RGB32F : GL_R32F;
+    show(m_positions, vertexArray->bo(QStringLiteral("va_Vertex")), vectorFormat);
+    show(m_texCoords, vertexArray->bo(QStringLiteral("va_TexCoord")), GL_RG32F);
+    show(m_normals, vertexArray->bo(QStringLiteral("va_Normal")), vectorFormat);
+    show(m_indices, batch->indexBO(), GL_R32I);
+}
+
+void VisibilityDeferredRenderPass::shade(Texture* headPointers, Texture* nodes, GPUModel* model)
+{
+    DrawBuffers* batch = model->drawBuffers(0);
+    showModel(batch);
+
+    const AutoDisabler depthTest(GL_DEPTH_TEST);
+    const AutoBinder programBinder(m_program.get());
+    const AutoBinder headPointerBinder(headPointers);
+    const AutoBinder nodeBinder(nodes);
+    const AutoBinder positionBinder(m_positions.texture.get());
+    const AutoBinder texCoordBinder(m_texCoords.texture.get());
+    const AutoBinder normalBinder(m_normals.texture.get());
+    const AutoBinder indexBinder(m_indices.texture.get());
+    m_program->setUniform(m_headPointerSampler, headPointers->unit());
+    m_program->setUniform(m_nodeSampler, nodes->unit());
+    m_program->setUniform(m_nodeBufferWidth, m_inputs[NodeBufferWidth].value.toInt());
+    m_program->setUniform(m_positionSampler, m_positions.texture->unit());
+    m_program->setUniform(m_texCoordSampler, m_texCoords.texture->unit());
+    m_program->setUniform(m_normalSampler, m_normals.texture->unit());
+    m_program->setUniform(m_indexSampler, m_indices.texture->unit());
+    m_program->setUniform(m_isIndexed, !batch->indexBO().isNull());
+    setMatrices();
+
+    const QSharedPointer<BufferObject> commands = batch->getDrawElementsIndirectCommandsUniformBufferObject();
+    const AutoBinder commandBinder(commands.data());
+    model->materialData(0)->bind(nullptr);
+    model->objectData(0)->bind(nullptr);
+    drawBatch(m_fullScreenBatch.data());
+    model->objectData(0)->unbind(nullptr);
+    model->materialData(0)->unbind(nullptr);
+}
+
+/// All that the shader files may ask for, whether or not they do.
+void VisibilityDeferredRenderPass::setMatrices()
+{
+    const auto projection = m_inputs[ProjectionMatrix].value.value<QMatrix4x4>();
+    const auto camera = m_inputs[CameraMatrix].value.value<QMatrix4x4>();
+    const QMatrix4x4 inverseCamera = camera.inverted();
+    m_program->setUniform(m_cameraMatrix, camera);
+    m_program->setUniform(m_projectionMatrix, projection);
+    m_program->setUniform(m_normalMatrix, inverseCamera.transposed());
+    m_program->setUniform(m_inverseProjection, projection.inverted());
+    m_program->setUniform(m_inverseCamera, inverseCamera);
+}
+
+} // namespace Morvane::Qel

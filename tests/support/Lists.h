@@ -1,0 +1,58 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "support/Pixels.h"
+
+namespace Morvane::Qel {
+class Texture;
+}
+
+namespace Morvane::Qel::Test {
+
+/// A fragment as it stands in a pixel's list.
+struct Fragment
+{
+    /// Number of the primitive plus one.
+    unsigned int primitive = 0;
+    float depth = 0.0F;
+    unsigned int draw = 0;
+
+    bool operator==(const Fragment& other) const = default;
+};
+
+/// The lists of a picture, bottom row first, each in the order of its links.
+struct Lists
+{
+    int width = 0;
+    int height = 0;
+    std::vector<std::vector<Fragment>> pixels;
+
+    std::vector<Fragment>& at(int x, int y) { return pixels[index(x, y)]; }
+    const std::vector<Fragment>& at(int x, int y) const { return pixels[index(x, y)]; }
+    size_t index(int x, int y) const
+    {
+        return static_cast<size_t>(y) * static_cast<size_t>(width) + static_cast<size_t>(x);
+    }
+    /// Each list by depth, draw and primitive, for comparing what holds no particular order.
+    Lists sorted() const;
+    /// The fragments as a picture, a band of the picture's height for each layer: primitive, depth, draw and
+    /// 1, or 0 where there is none.
+    Pixels layers() const;
+};
+
+/// Reads lists back. A pointer to a node outside the node buffer ends its list; one of more than a thousand
+/// fragments is a test failure. With `numRows` given, only so many rows of the picture are read.
+Lists readLists(Texture* headPointers, Texture* nodes, int nodeBufferWidth, int numRows = -1);
+
+/// Lists on the GPU, as a pass that reads them expects them; nodes of a list are scattered over the buffer.
+struct ListTextures
+{
+    std::unique_ptr<Texture> headPointers;
+    std::unique_ptr<Texture> nodes;
+    int nodeBufferWidth;
+};
+ListTextures makeListTextures(const Lists& lists);
+
+} // namespace Morvane::Qel::Test
