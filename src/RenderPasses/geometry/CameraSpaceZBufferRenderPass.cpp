@@ -55,10 +55,13 @@ void main()
 }
 )");
 
-bool isDepthFormat(unsigned int internalFormat)
+/// Whether a texture can be attached as depth beside a target of a size without keeping any of it from being
+/// drawn.
+bool isAttachable(const Texture* depth, int width, int height)
 {
-    const unsigned int format = formatFromInternalFormat(internalFormat);
-    return format == GL_DEPTH_COMPONENT || format == GL_DEPTH_STENCIL;
+    const unsigned int format = formatFromInternalFormat(depth->internalFormat());
+    return (format == GL_DEPTH_COMPONENT || format == GL_DEPTH_STENCIL) && depth->target() == GL_TEXTURE_2D &&
+           depth->size().width() >= width && depth->size().height() >= height;
 }
 
 } // namespace
@@ -105,9 +108,9 @@ void CameraSpaceZBufferRenderPass::start(RenderCallbacks* /*callbacks*/)
     const AutoBinder framebufferBinder(m_framebuffer.get());
     Texture* positions =
         attachTempTarget(m_framebuffer.get(), TextureFormat::RGBA32FMipmapped, m_width, m_height);
-    // The combined point takes depth without stencil too. What GL takes at neither, such as distances in a
-    // colour texture, is sampled without being attached.
-    if (depth && isDepthFormat(depth->internalFormat())) {
+    // The combined point takes depth without stencil too. What does not fit there, such as distances in a
+    // colour texture or a smaller depth, is sampled without being attached.
+    if (depth && isAttachable(depth, m_width, m_height)) {
         m_framebuffer->attach(depth, GL_DEPTH_STENCIL_ATTACHMENT, 0);
     }
     if (!m_program) {
@@ -151,7 +154,7 @@ void CameraSpaceZBufferRenderPass::draw(Texture* depth)
     const AutoBinder programBinder(m_program.get());
     const AutoBinder depthBinder(depth);
     checkGLError(sourceFile, 141);
-    m_program->setUniform(m_samplerDepth, depth ? depth->unit() : 0);
+    m_program->setUniform(m_samplerDepth, samplerUnit(depth));
     m_program->setUniform(m_invProjMatrix, m_inputs[ProjectionMatrix].value.value<QMatrix4x4>().inverted());
     // Neither is restored, and the target is not cleared, as the draw covers it. Deliberate.
     context->disable(GL_STENCIL_TEST);

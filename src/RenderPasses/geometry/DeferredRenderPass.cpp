@@ -18,8 +18,8 @@ namespace Morvane::Qel {
 namespace {
 
 // Deliberate, all of it: the depth is used as it is stored, from 0 to 1, though x and y are taken to -1 to 1;
-// the normal keeps the w that its texture has (1 for one without alpha); the texture coordinate is read and
-// not used; the cosine is not clamped, so that the 8 bits of the target do it.
+// the normal keeps the w that its texture has (1 for one without alpha); the texture coordinate is read, from
+// whatever unit 0 holds, and not used; the cosine is not clamped, so that the 8 bits of the target do it.
 const QString fragmentSource = QStringLiteral(R"(#version 150
 uniform sampler2D u_SamplerNormal;
 uniform sampler2D u_SamplerTexCoord;

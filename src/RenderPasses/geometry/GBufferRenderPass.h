@@ -14,13 +14,15 @@ class FramebufferObject;
 /// Draws batches of geometry into a G-buffer without materials, for a deferred pass to shade (T. Saito,
 /// T. Takahashi: Comprehensible rendering of 3-D shapes, 1990).
 ///
-/// Reads one batch or a list of them, whose vertices are in world space, and the matrices; writes 32-bit
-/// float images of the normal as the vertices have it, interpolated and not normalised, of the texture
-/// coordinate, of the depth and of the primitive's number in its batch plus one, 0 meaning background. All
-/// are owned by the pass and are replaced when the size changes.
+/// Reads one batch or a list of them (a QVariantList; other lists are converted in every frame), whose
+/// vertices are in world space, and the matrices; writes 32-bit float images of the normal as the vertices
+/// have it, interpolated and not normalised, of the texture coordinate, of the depth and of the primitive's
+/// number in its batch plus one, 0 meaning background. All are owned by the pass and are replaced when the
+/// size changes.
 ///
 /// GL state: relies on depth function, depth mask and face culling as they are, and clears to the clear
-/// colour in force; leaves the depth test enabled when there was geometry.
+/// colour in force, blending and scissor test being off; leaves the depth test enabled when there was
+/// geometry.
 ///
 /// Framebuffer, textures and program are deliberately not deleted with the pass: a program set from outside
 /// may be shared. A graph's resource scope deletes those that the pass made.

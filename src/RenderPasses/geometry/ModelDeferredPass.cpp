@@ -16,7 +16,9 @@ namespace Morvane::Qel {
 
 namespace {
 
-// The depth is declared and not read: deliberate. The normal is used as it is stored.
+// The depth is declared but neither bound nor read: deliberate. The normal is used as it is stored. GLSL
+// leaves a power of 0 to 0 open, and with it what a shininess of 0 does where there is no highlight, as in
+// the background.
 const QString fragmentSource = QStringLiteral(R"(#version 150
 #include "DirectionalLight.glslh"
 uniform sampler2D u_SamplerDiffuse;
@@ -54,13 +56,13 @@ const PassDescription& ModelDeferredPass::description()
          {QStringLiteral("Qel_QMatrix4x4_CameraMatrix"), QStringLiteral("not used"),
           QStringLiteral("nothing changes")},
          {QStringLiteral("Qel_QelTexture*_Diffuse"), QStringLiteral("diffuse colours, alpha the dissolve"),
-          QStringLiteral("black; its alpha is 0 once a depth was missing, else 1")},
+          QStringLiteral("no diffuse light; an alpha of 0 once a depth was missing, else of 1")},
          {QStringLiteral("Qel_QelTexture*_Specular"), QStringLiteral("specular colours, alpha the shininess"),
           QStringLiteral("no highlights")},
          {QStringLiteral("Qel_QelTexture*_Normal"), QStringLiteral("normals in eye space"),
           QStringLiteral("black, with the dissolve as alpha")},
          {QStringLiteral("Qel_QelTexture*_Depth"), QStringLiteral("not used"),
-          QStringLiteral("nothing changes")}},
+          QStringLiteral("transparent black stands in for other missing textures, from then on")}},
         {{QStringLiteral("Qel_QelTexture*_Frame"),
           QStringLiteral("lit colours, alpha the dissolve; GL_RGBA of 8 bits, owned by the pass")}}};
     return description;

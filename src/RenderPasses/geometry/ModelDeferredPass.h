@@ -19,7 +19,8 @@ class Texture;
 ///
 /// Reads diffuse and specular colours, the latter with the shininess as alpha, and normals in eye space;
 /// writes the lit colours in 8 bits, clamped, with the dissolve from the diffuse alpha as alpha. The texture
-/// is owned by the pass and is replaced when the size changes. Matrices and depth are ports without effect.
+/// is owned by the pass and is replaced when the size changes. Matrices and depth are not read; that a
+/// depth was missing decides what stands in for other missing textures.
 ///
 /// GL state: relies on blending and scissor test being off; leaves the depth test disabled.
 ///

@@ -5,6 +5,7 @@
 #include <array>
 #include <numeric>
 #include <span>
+#include <utility>
 
 #include <epoxy/gl.h>
 
@@ -152,7 +153,7 @@ const PassDescription& PrimitiveBuilderRenderPass::description()
         {},
         {{QStringLiteral("Qel_QelDrawBuffers*_Geometry"),
           QStringLiteral("all primitives in one batch, with normals and texture coordinates, in world space; "
-                         "owned by the pass until the primitives change; null without any")}},
+                         "owned by the pass until the primitives change; null before any was added or set")}},
         {{QStringLiteral("primitives"),
           QStringLiteral("the cubes and quads, in the order in which they are drawn"),
           QVariantList(),
@@ -205,7 +206,7 @@ void PrimitiveBuilderRenderPass::start(RenderCallbacks* /*callbacks*/)
 
 void PrimitiveBuilderRenderPass::rebuild()
 {
-    delete m_batch;
+    delete std::exchange(m_batch, nullptr);
     const Arrays arrays(m_primitives);
     const auto numIndices = static_cast<int>(arrays.indices.size());
     const auto vertexArray = OpenGLDeviceContext::current()->createVertexArray();

@@ -150,6 +150,7 @@ void WireframeRenderPass::draw(Texture* ids, const QRect& viewport)
     glClear(GL_COLOR_BUFFER_BIT);
 
     const AutoBinder programBinder(m_program.get());
+    // The viewport's size, whatever that of the Ids is. Deliberate.
     m_program->setUniform(m_idSamplerWidth, viewport.width());
     m_program->setUniform(m_idSamplerHeight, viewport.height());
     m_program->setUniform(m_wireframeColour, QColor(26, 26, 26, 26));

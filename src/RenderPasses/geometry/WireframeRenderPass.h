@@ -28,7 +28,7 @@ class Texture;
 /// image is of another size. A viewport whose origin is not 0 shifts the drawing inside the result; what lies
 /// outside keeps the clear colour in force.
 ///
-/// GL state: relies on blending and scissor test being off; leaves the depth test off and the viewport set.
+/// GL state: relies on blending and scissor test being off; leaves the depth test off.
 class QEL_RENDERPASSES_EXPORT WireframeRenderPass : public RenderPassHelper
 {
 public:

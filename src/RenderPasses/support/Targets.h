@@ -44,8 +44,8 @@ Texture* makeWhiteTexture();
 /// reference.
 Texture* takeTransparentTexture();
 
-/// The unit that a sampler reads a bound texture from; for a null one, a unit with nothing bound, which reads
-/// as opaque black.
+/// The unit that a sampler reads a bound texture from; for a null one, a unit that the services bind last and
+/// leave empty, which reads as opaque black.
 int samplerUnit(const Texture* texture);
 
 /// Sets the filters that neighbouring texels are blended by, and clamps to the edge.

@@ -187,23 +187,20 @@ void VisibilityDeferredRenderPass::resize(int width, int height)
     m_framebuffer->attach(m_frame.get(), GL_COLOR_ATTACHMENT0, 0);
 }
 
-void VisibilityDeferredRenderPass::BufferTexture::show(const QSharedPointer<BufferObject>& newBuffer,
-                                                       unsigned int format)
+void VisibilityDeferredRenderPass::showBuffers(DrawBuffers* batch)
 {
-    if (!texture) {
-        texture = std::make_unique<Texture>();
-        texture->setTarget(GL_TEXTURE_BUFFER);
-    } else if (buffer == newBuffer) {
+    if (m_shownBatch == batch) {
         return;
     }
-    texture->setBuffer(format, newBuffer.data());
-    buffer = newBuffer;
-}
-
-void VisibilityDeferredRenderPass::showModel(const DrawBuffers* batch)
-{
-    const auto show = [&](BufferTexture& texture, const QSharedPointer<BufferObject>& buffer,
-                          unsigned int format) { texture.show(buffer ? buffer : m_zeroes, format); };
+    m_shownBatch = batch;
+    const auto show = [&](std::unique_ptr<Texture>& texture, const QSharedPointer<BufferObject>& buffer,
+                          unsigned int format) {
+        if (!texture) {
+            texture = std::make_unique<Texture>();
+            texture->setTarget(GL_TEXTURE_BUFFER);
+        }
+        texture->setBuffer(format, (buffer ? buffer : m_zeroes).data());
+    };
     const VertexArrayObject* vertexArray = batch->VAO().data();
     const unsigned int vectorFormat = m_hasThreeComponents ? GL_RGB32F : GL_R32F;
     show(m_positions, vertexArray->bo(QStringLiteral("va_Vertex")), vectorFormat);
@@ -215,23 +212,23 @@ void VisibilityDeferredRenderPass::showModel(const DrawBuffers* batch)
 void VisibilityDeferredRenderPass::shade(Texture* headPointers, Texture* nodes, GPUModel* model)
 {
     DrawBuffers* batch = model->drawBuffers(0);
-    showModel(batch);
+    showBuffers(batch);
 
     const AutoDisabler depthTest(GL_DEPTH_TEST);
     const AutoBinder programBinder(m_program.get());
     const AutoBinder headPointerBinder(headPointers);
     const AutoBinder nodeBinder(nodes);
-    const AutoBinder positionBinder(m_positions.texture.get());
-    const AutoBinder texCoordBinder(m_texCoords.texture.get());
-    const AutoBinder normalBinder(m_normals.texture.get());
-    const AutoBinder indexBinder(m_indices.texture.get());
+    const AutoBinder positionBinder(m_positions.get());
+    const AutoBinder texCoordBinder(m_texCoords.get());
+    const AutoBinder normalBinder(m_normals.get());
+    const AutoBinder indexBinder(m_indices.get());
     m_program->setUniform(m_headPointerSampler, headPointers->unit());
     m_program->setUniform(m_nodeSampler, nodes->unit());
     m_program->setUniform(m_nodeBufferWidth, m_inputs[NodeBufferWidth].value.toInt());
-    m_program->setUniform(m_positionSampler, m_positions.texture->unit());
-    m_program->setUniform(m_texCoordSampler, m_texCoords.texture->unit());
-    m_program->setUniform(m_normalSampler, m_normals.texture->unit());
-    m_program->setUniform(m_indexSampler, m_indices.texture->unit());
+    m_program->setUniform(m_positionSampler, m_positions->unit());
+    m_program->setUniform(m_texCoordSampler, m_texCoords->unit());
+    m_program->setUniform(m_normalSampler, m_normals->unit());
+    m_program->setUniform(m_indexSampler, m_indices->unit());
     m_program->setUniform(m_isIndexed, !batch->indexBO().isNull());
     setMatrices();
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QPointer>
 #include <QSharedPointer>
 
 #include <memory>
@@ -59,19 +60,9 @@ public:
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    /// A buffer of the model as texels.
-    struct BufferTexture
-    {
-        void show(const QSharedPointer<BufferObject>& newBuffer, unsigned int format);
-
-        std::unique_ptr<Texture> texture;
-        /// What the texture shows; expires with the model.
-        QWeakPointer<BufferObject> buffer;
-    };
-
     void makeObjects();
     void resize(int width, int height);
-    void showModel(const DrawBuffers* batch);
+    void showBuffers(DrawBuffers* batch);
     void shade(Texture* headPointers, Texture* nodes, GPUModel* model);
     void setMatrices();
 
@@ -79,10 +70,13 @@ private:
     std::unique_ptr<Texture> m_frame;
     std::unique_ptr<ShaderProgram> m_program;
     QSharedPointer<DrawBuffers> m_fullScreenBatch;
-    BufferTexture m_positions;
-    BufferTexture m_texCoords;
-    BufferTexture m_normals;
-    BufferTexture m_indices;
+    /// The model's buffers as texels.
+    std::unique_ptr<Texture> m_positions;
+    std::unique_ptr<Texture> m_texCoords;
+    std::unique_ptr<Texture> m_normals;
+    std::unique_ptr<Texture> m_indices;
+    /// Whose buffers they show; null once the model is gone.
+    QPointer<DrawBuffers> m_shownBatch;
     /// Stands in for a buffer that the model does not have: zeroes for one vertex.
     QSharedPointer<BufferObject> m_zeroes;
     bool m_hasThreeComponents = false;

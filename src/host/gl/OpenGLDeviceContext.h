@@ -38,8 +38,8 @@ public:
     static OpenGLDeviceContext* current();
 
     /// Says that the native context is current on this thread, and reads its state into the record: program,
-    /// vertex array, framebuffers, viewport and capabilities. Texture bindings are not kept: units that the
-    /// services use are left with nothing bound.
+    /// vertex array, framebuffers, viewport and capabilities. Texture bindings are not kept: the services
+    /// bind over what they find and leave nothing bound on the units that they used.
     void makeCurrent();
     /// Says that the native context is no longer current on this thread.
     void doneCurrent();
