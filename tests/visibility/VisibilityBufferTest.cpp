@@ -167,7 +167,7 @@ std::vector<Covered> rasterise(const ModelData& data, const View& view)
                         triangle.at((x + 0.5) / width * 2.0 - 1.0, (y + 0.5) / height * 2.0 - 1.0,
                                     2.0 * reach / width, 2.0 * reach / height);
                     if (coverage) {
-                        pixels[static_cast<size_t>(y * width + x)]
+                        pixels[static_cast<size_t>(y) * static_cast<size_t>(width) + static_cast<size_t>(x)]
                               [{static_cast<unsigned int>(draw), static_cast<unsigned int>(i / 3 + 1)}] =
                                   *coverage;
                     }

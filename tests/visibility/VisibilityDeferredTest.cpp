@@ -229,7 +229,8 @@ TEST_F(VisibilityDeferredTest, BlendsTheLayersInItsOwnSequence)
 
 TEST_F(VisibilityDeferredTest, RebuildsAttributesAsTheRasteriserInterpolatesThem)
 {
-    // The forward pass's bytes, doubled, and what the rasteriser's fixed-point corners make of the attributes.
+    // The forward pass's bytes, doubled, and what the rasteriser's fixed-point corners make of the
+    // attributes.
     constexpr float tolerance = 4.01F / 255.0F;
     View view{{}, {}, QRect(0, 0, 200, 150)};
     view.projection.perspective(70.0F, 4.0F / 3.0F, 0.1F, 50.0F);

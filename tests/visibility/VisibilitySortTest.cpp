@@ -66,6 +66,7 @@ Lists makeLists()
     for (const auto& depthOf : orders) {
         for (const int length : lengths) {
             std::vector<float> depths;
+            depths.reserve(static_cast<size_t>(length));
             for (int i = 0; i < length; ++i) {
                 depths.push_back(depthOf(i, length));
             }

@@ -29,6 +29,7 @@ void addVessel(MeshBuilder& mesh, const QVector3D& foot, const std::vector<QVect
     constexpr float Thickness = 0.012F;
     const std::vector<QVector2D> outside = rounded(corners);
     std::vector<QVector2D> inside;
+    inside.reserve(outside.size());
     for (const QVector2D& point : outside) {
         inside.emplace_back(point.x() - Thickness, point.y());
     }
