@@ -102,8 +102,8 @@ std::unique_ptr<RenderPass> makeObscurancePass(const PassOptions& options, QStri
     using Pass = ScalableAmbientObscuranceRenderPass;
     const OptionDescription& normals = Pass::description().options.front();
     auto pass = std::make_unique<Pass>();
-    pass->setNormalProcessing(static_cast<Pass::NormalProcessing>(
-        normals.choices.indexOf(options[normals.name].toString())));
+    pass->setNormalProcessing(
+        static_cast<Pass::NormalProcessing>(normals.choices.indexOf(options[normals.name].toString())));
     return pass;
 }
 
