@@ -262,7 +262,7 @@ void main()
 {
     vec2 step = fwidth(uv);
     ivec2 pixel = ivec2(gl_FragCoord.xy);
-    ivec2 last = textureSize(source, 0) - 1;
+    ivec2 size = textureSize(source, 0);
     float depth = 0.0;
     vec3 p;
     if (isDepth) {
@@ -281,9 +281,10 @@ void main()
     if (isDepth) {
         for (int i = 0; i < count; ++i) {
             vec3 tap = spiral(i, disk, rotation, step.x);
-            ivec2 at = clamp(pixel + ivec2(tap.xy), ivec2(0), last);
+            ivec2 at = clamp(pixel + ivec2(tap.xy), ivec2(0), size - 1);
             int level = min(int(tap.z), coarsest);
-            sum += light(positionOf(at, texelFetch(source, at >> level, level).r) - p, n);
+            ivec2 texel = min(at >> level, max(size >> level, 1) - 1);
+            sum += light(positionOf(at, texelFetch(source, texel, level).r) - p, n);
         }
     } else {
         for (int i = 0; i < count; ++i) {

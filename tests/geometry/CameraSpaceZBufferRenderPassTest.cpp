@@ -3,6 +3,7 @@
 #include <QMatrix4x4>
 #include <QRect>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <memory>
@@ -53,10 +54,10 @@ std::unique_ptr<Texture> makeDepth(unsigned int internalFormat)
                         typeFromInternalFormat(internalFormat), nullptr);
     const AutoBinder binder(texture.get());
     if (formatFromInternalFormat(internalFormat) == GL_DEPTH_STENCIL) {
-        std::vector<unsigned int> texels;
-        for (const float depth : depths) {
-            texels.push_back(static_cast<unsigned int>(std::lround(depth * 16777215.0)) << 8);
-        }
+        std::vector<unsigned int> texels(depths.size());
+        std::transform(depths.begin(), depths.end(), texels.begin(), [](float depth) {
+            return static_cast<unsigned int>(std::lround(depth * 16777215.0)) << 8;
+        });
         glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, width, height, GL_DEPTH_STENCIL, GL_UNSIGNED_INT_24_8,
                         texels.data());
     } else {

@@ -67,12 +67,19 @@ const std::vector<QVector3D> outward{{0.8164966F, 0.0F, -0.5773503F},
 std::vector<Wall> makeRoom()
 {
     std::vector<Wall> walls;
+    walls.reserve(outward.size());
     for (const QVector3D& normal : outward) {
         walls.push_back({normal, QVector3D::dotProduct(normal, corner)});
     }
     return walls;
 }
 const std::vector<Wall> room = makeRoom();
+
+/// Where a texel is in a picture's list of them.
+size_t indexOf(int x, int y, int w = width)
+{
+    return static_cast<size_t>(y) * static_cast<size_t>(w) + static_cast<size_t>(x);
+}
 
 /// The wall behind a pixel and where the line of sight meets it; none where it leaves the view volume first.
 struct Hit
@@ -184,10 +191,7 @@ public:
     }
 
 private:
-    float depthAt(int x, int y) const
-    {
-        return m_depths[static_cast<size_t>(y) * width + static_cast<size_t>(x)];
-    }
+    float depthAt(int x, int y) const { return m_depths[indexOf(x, y)]; }
     QVector3D position(int x, int y, float depth) const
     {
         const float distance = nearPlane * farPlane / (farPlane - depth * (farPlane - nearPlane));
@@ -421,7 +425,7 @@ TEST_F(ScalableAmbientObscuranceTest, TapsReadTheLevelsThatTheDepthHas)
         coarse.clear();
         for (int y = 0; y < height >> level; ++y) {
             for (int x = 0; x < width >> level; ++x) {
-                coarse.push_back(depths[static_cast<size_t>((y << level) * width + (x << level))]);
+                coarse.push_back(depths[indexOf(x << level, y << level)]);
             }
         }
         depth->setImage2D(level, GL_DEPTH_COMPONENT32F, width >> level, height >> level, GL_DEPTH_COMPONENT,
@@ -429,9 +433,7 @@ TEST_F(ScalableAmbientObscuranceTest, TapsReadTheLevelsThatTheDepthHas)
     }
     depth->setParameter(GL_TEXTURE_MAX_LEVEL, 2);
     Model model(settings, depths);
-    model.tapDepth = [&](int x, int y) {
-        return coarse[static_cast<size_t>((y >> 2) * (width >> 2) + (x >> 2))];
-    };
+    model.tapDepth = [&](int x, int y) { return coarse[indexOf(x >> 2, y >> 2, width >> 2)]; };
     for (const int filter : {GL_NEAREST, GL_NEAREST_MIPMAP_NEAREST}) {
         depth->setFilter(filter, GL_NEAREST);
         const Pixels actual = render(pass, inputs(settings, depth.get()));
@@ -441,12 +443,14 @@ TEST_F(ScalableAmbientObscuranceTest, TapsReadTheLevelsThatTheDepthHas)
 
 TEST_F(ScalableAmbientObscuranceTest, BackgroundAndMissingDepthAreUnoccluded)
 {
-    const Settings settings;
+    Settings settings;
+    // So wide that the room would take light from the far plane.
+    settings.radius = 30.0F;
     // A slab in front of nothing.
     std::vector<float> depths = depthsOf(room, settings.projection);
     for (int y = 0; y < height; ++y) {
         for (int x = 0; x < width / 3; ++x) {
-            depths[static_cast<size_t>(y * width + x)] = 1.0F;
+            depths[indexOf(x, y)] = 1.0F;
         }
     }
     const auto depth = makeDepth(depths);

@@ -126,9 +126,10 @@ vec3 positionFromDepthAt(ivec2 pixel, Tap tap, ivec2 size)
     return positionOf(tapPixel, texelFetch(CS_Z_buffer, texel, level).r);
 }
 
+// A quarter of what a tap contributes; the factor stands outside the sum.
 float contribution(vec3 v, vec3 n)
 {
-    return 4.0 * max(0.0, 1.0 - dot(v, v) * invRadius2) * max(0.0, dot(v, n) - bias);
+    return max(0.0, 1.0 - dot(v, v) * invRadius2) * max(0.0, dot(v, n) - bias);
 }
 
 void main()
@@ -168,7 +169,7 @@ void main()
             sum += contribution(textureLod(CS_Z_buffer, uv, float(tap.level)).xyz - P, n);
         }
     }
-    float A = max(0.0, 1.0 - sum * intensity * 5.0 / u_NumSamples);
+    float A = max(0.0, 1.0 - 4.0 * sum * intensity * 5.0 / u_NumSamples);
     gl_FragColor = vec4(A, A, A, 1.0);
 }
 )");
