@@ -46,7 +46,8 @@ void main()
 }
 )");
 
-// %1 and %2 are the sizes of the arrays.
+// %1 and %2 are the sizes of the arrays, %3 the part of a cascade that has been passed when it begins to
+// fade.
 const QString fragmentSource = QStringLiteral(R"(#version 150
 #instancedata "OBJMaterial"
 #include "TextureManager.glslh"
@@ -120,7 +121,7 @@ float visibility(int layer, vec3 N)
 }
 
 /// The share of a directional light that arrives: by the first cascade that reaches so far, which fades into
-/// the next one along its last tenth.
+/// the next one along its last part.
 float visibilityInCascades(int first, int count, vec3 N)
 {
     int layer = first;
@@ -129,7 +130,7 @@ float visibilityInCascades(int first, int count, vec3 N)
         ++layer;
     }
     float share = visibility(layer, N);
-    float fade = smoothstep(0.9 * u_CascadeEnds[layer], u_CascadeEnds[layer], vo_ViewDepth);
+    float fade = smoothstep(%3 * u_CascadeEnds[layer], u_CascadeEnds[layer], vo_ViewDepth);
     return layer < last && fade > 0.0 ? mix(share, visibility(layer + 1, N), fade) : share;
 }
 
@@ -149,7 +150,7 @@ vec3 lightFrom(int light, vec3 N, vec3 V, vec3 Kd, vec3 Ks)
     if (type != Directional) {
         vec3 towards = u_LightPositions[light].xyz - vo_Position;
         float distance2 = dot(towards, towards);
-        L = towards * inversesqrt(distance2);
+        L = towards * inversesqrt(max(distance2, 1e-12));
         float range = u_LightPositions[light].w;
         float end = clamp(1.0 - pow(distance2 / (range * range), 2.0), 0.0, 1.0);
         strength = end * end / max(distance2, 1e-4);
@@ -268,7 +269,8 @@ void ShadowedForwardRenderPass::build()
     m_program->addShader(GL_VERTEX_SHADER, vertexSource, "ShadowedForwardRenderPass.vert");
     m_program->addShader(GL_VERTEX_SHADER, plans->getPlan("InstanceInfo")->glslc(), {});
     m_program->addShader(GL_FRAGMENT_SHADER,
-                         fragmentSource.arg(QString::number(maxLights), QString::number(maxLayers)),
+                         fragmentSource.arg(QString::number(maxLights), QString::number(maxLayers),
+                                            QString::number(double(ShadowMapManager::cascadeFadeBegin), 'f')),
                          "ShadowedForwardRenderPass.frag");
     m_program->addShader(GL_FRAGMENT_SHADER, plans->getPlan("OBJMaterial")->glslc(), {});
     m_program->addShaderFromFile(GL_FRAGMENT_SHADER, "TextureManager.glslc");
@@ -284,8 +286,11 @@ void ShadowedForwardRenderPass::setLights(const ShadowMapRenderData* data)
     }
     for (const ShadowMapRenderData::Light& light : data->lights()) {
         const int numLayers = light.firstLayer + light.numProjectors;
-        if (m_numLights == maxLights || numLayers > maxLayers || light.numProjectors == 0) {
+        if (m_numLights == maxLights || numLayers > maxLayers) {
             break;
+        }
+        if (light.numProjectors == 0) {
+            continue;
         }
         const ShadowMapManager::Light& source = light.source;
         setVector(m_colors, m_numLights, source.color, static_cast<float>(source.type));
@@ -314,7 +319,8 @@ void ShadowedForwardRenderPass::draw(GPUModel& model, const ShadowMapRenderData*
     m_program->setUniform(m_cameraMatrix, camera);
     m_program->setUniform(m_cameraPosition, camera.inverted().column(3).toVector3D());
     m_program->setUniform(m_ambient, m_inputs[Ambient].value.toFloat());
-    m_program->setUniform(m_bleedingReduction, m_inputs[LightBleedingReduction].value.toFloat());
+    m_program->setUniform(m_bleedingReduction,
+                          std::clamp(m_inputs[LightBleedingReduction].value.toFloat(), 0.0F, 0.99F));
     m_program->setUniform(m_shadowMaps, shadowMaps ? shadowMaps->unit() : 0);
     m_program->setUniform(m_numLightsUniform, shadowMaps ? m_numLights : 0);
     m_program->setUniform(m_lightColors, m_colors);

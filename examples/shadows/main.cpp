@@ -44,8 +44,13 @@ int main(int argc, char** argv)
     if (!graph) {
         return fail(faults.join('\n'));
     }
-    if (!graph->renderFrame(&error) ||
-        !writeImage(readTexture(graph->picture()).front(), QString::fromLocal8Bit(argv[2]), &error)) {
+    if (!graph->renderFrame(&error)) {
+        return fail(error);
+    }
+    if (!graph->picture()) {
+        return fail(QStringLiteral("%1: the graph needs an \"output\"").arg(QString::fromLocal8Bit(argv[1])));
+    }
+    if (!writeImage(readTexture(graph->picture()).front(), QString::fromLocal8Bit(argv[2]), &error)) {
         return fail(error);
     }
     return 0;

@@ -463,6 +463,9 @@ TEST_F(ScalableAmbientObscuranceTest, BackgroundAndMissingDepthAreUnoccluded)
     Settings none;
     none.radius = 0.0F;
     EXPECT_TRUE(equal(render(pass, inputs(none, depth.get())), white(width, height)));
+    none = Settings();
+    none.numSamples = 0.9F;
+    EXPECT_TRUE(equal(render(pass, inputs(none, depth.get())), white(width, height)));
 }
 
 TEST_F(ScalableAmbientObscuranceTest, DividesTheSizeAndCountsWholeTaps)

@@ -259,7 +259,12 @@ TEST_F(ShadowMapRenderPassTest, FlagsSayWhatCastsShadowsAndWhatIsCulled)
     model.setDrawFlags(4, DrawFlag::CastsNoShadow | DrawFlag::DoubleSided);
     model.setDrawFlags(6, DrawFlag::DoubleSided);
     ShadowMapRenderPass pass;
-    const Moments moments = draw(pass, inputs(&model));
+    runFrame(pass, inputs(&model, true));
+    // Whatever was culled before.
+    context().enable(GL_CULL_FACE);
+    pass.start(nullptr);
+    EXPECT_FALSE(context().isEnabled(GL_CULL_FACE));
+    const Moments moments = read(record(pass).projectionTexture());
     const std::array<bool, 7> casts{true, false, false, true, false, false, true};
     for (int i = 0; i < 7; ++i) {
         const QVector3D middle(-0.8F + 0.25F * static_cast<float>(i), 0.0F, 0.5F);

@@ -111,10 +111,15 @@ TEST(ShadowMapManager, ADirectionalLightSeesTheWholeSceneFromItsSide)
 TEST(ShadowMapManager, CascadesCoverWhatTheCameraSees)
 {
     std::mt19937 random(5);
-    const QMatrix4x4 project = projection();
+    const QMatrix4x4 wide = projection();
+    // Through a long lens, the corners of a slice stand out furthest from the next one.
+    QMatrix4x4 narrow;
+    narrow.perspective(20.0F, 1.0F, 0.1F, 40.0F);
     const QMatrix4x4 camera = cameraAt({1.0F, 1.7F, 7.0F}, {-0.5F, 1.5F, -8.0F});
-    const QMatrix4x4 toClip = project * camera;
-    for (const Bounds* bounds : {&hall, static_cast<const Bounds*>(nullptr)}) {
+    constexpr const Bounds* noBounds = nullptr;
+    for (const auto& [project, bounds] : {std::pair{wide, &hall}, std::pair{wide, noBounds},
+                                          std::pair{narrow, &hall}, std::pair{narrow, noBounds}}) {
+        const QMatrix4x4 toClip = project * camera;
         std::vector<Light> lights{directional({0.3F, -1.0F, -0.2F}, 4)};
         ShadowMapManager::RenderData data;
         ShadowMapManager::processLights(listOf(lights), data, &project, &camera, bounds);
@@ -136,6 +141,12 @@ TEST(ShadowMapManager, CascadesCoverWhatTheCameraSees)
             }
             ++numPlaces[static_cast<size_t>(layer)];
             EXPECT_TRUE(isOnMap(data.transform(layer), place, 7.0F)) << "cascade " << layer;
+            if (layer < 3 && viewDepth > ShadowMapManager::cascadeFadeBegin * data.cascadeEnd(layer)) {
+                EXPECT_TRUE(isOnMap(data.transform(layer + 1), place, 7.0F)) << "beyond cascade " << layer;
+            }
+        }
+        if (project == narrow) {
+            continue;
         }
         // The nearest one holds little of the hall.
         EXPECT_GT(numPlaces[0], 10);
@@ -320,7 +331,7 @@ TEST(ShadowMapManager, UnusableInputsAreSurvived)
         return true;
     };
     const float nan = std::numeric_limits<float>::quiet_NaN();
-    std::vector<Light> lights(3);
+    std::vector<Light> lights(4);
     lights[0].direction = {};
     lights[0].cascades = -7;
     lights[1].type = LightType::Spot;
@@ -328,6 +339,8 @@ TEST(ShadowMapManager, UnusableInputsAreSurvived)
     lights[1].angle = 400.0F;
     lights[2].type = LightType::Point;
     lights[2].range = -3.0F;
+    lights[3].direction = {1e-30F, 0.0F, 0.0F};
+    lights[3].cascades = 4;
     const QMatrix4x4 project = projection();
     const QMatrix4x4 camera = cameraAt({1.0F, 1.7F, 7.0F}, {0.0F, 1.5F, -8.0F});
     const QMatrix4x4 singular(0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0);
@@ -336,15 +349,17 @@ TEST(ShadowMapManager, UnusableInputsAreSurvived)
     const Bounds reversed(hall.second, hall.first);
     const Bounds flat({-1, 0, -1}, {1, 0, 1});
     const Bounds away({100, 100, 100}, {101, 101, 101});
+    constexpr float largest = std::numeric_limits<float>::max();
+    const Bounds empty({largest, largest, largest}, {-largest, -largest, -largest});
     for (const QVector3D& position : {QVector3D(0, 0, 0), QVector3D(2, 2, 2), QVector3D(0, 50, 0)}) {
         lights[1].position = lights[2].position = position;
-        for (const Bounds* bounds :
-             {static_cast<const Bounds*>(nullptr), &emptyBounds, &noBounds, &reversed, &flat, &away, &hall}) {
+        for (const Bounds* bounds : {static_cast<const Bounds*>(nullptr), &emptyBounds, &noBounds, &reversed,
+                                     &flat, &away, &empty, &hall}) {
             for (const QMatrix4x4* matrix : {static_cast<const QMatrix4x4*>(nullptr), &singular, &project}) {
                 for (const QMatrix4x4* view : {static_cast<const QMatrix4x4*>(nullptr), &singular, &camera}) {
                     ShadowMapManager::RenderData data;
                     EXPECT_TRUE(ShadowMapManager::processLights(listOf(lights), data, matrix, view, bounds));
-                    EXPECT_EQ(data.numLayers(), 8);
+                    EXPECT_EQ(data.numLayers(), matrix == &project && view == &camera ? 12 : 9);
                     EXPECT_TRUE(isGood(data));
                     EXPECT_FALSE(ShadowMapManager::processLights(listOf(lights), data, matrix, view, bounds));
                 }
@@ -355,6 +370,7 @@ TEST(ShadowMapManager, UnusableInputsAreSurvived)
     ShadowMapManager::processLights(listOf(lights), data, nullptr, nullptr, nullptr);
     EXPECT_EQ(data.lights()[0].source.direction, QVector3D(0, -1, 0));
     EXPECT_EQ(data.lights()[1].source.angle, 170.0F);
+    EXPECT_EQ(data.lights()[3].source.direction, QVector3D(1, 0, 0));
 
     // What is no usable light is passed over; no list is no light.
     lights[1].position.setY(nan);
@@ -363,8 +379,8 @@ TEST(ShadowMapManager, UnusableInputsAreSurvived)
     list.prepend(QStringLiteral("sun"));
     list.prepend(QVariant::fromValue<Light*>(nullptr));
     EXPECT_TRUE(ShadowMapManager::processLights(list, data, nullptr, nullptr, nullptr));
-    EXPECT_EQ(data.lights().size(), 2U);
-    EXPECT_EQ(data.numLayers(), 7);
+    EXPECT_EQ(data.lights().size(), 3U);
+    EXPECT_EQ(data.numLayers(), 8);
     EXPECT_TRUE(ShadowMapManager::processLights(QStringLiteral("sun"), data, nullptr, nullptr, nullptr));
     EXPECT_EQ(data.numLayers(), 0);
 

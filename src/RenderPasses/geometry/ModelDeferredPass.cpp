@@ -16,9 +16,8 @@ namespace Morvane::Qel {
 
 namespace {
 
-// The depth is declared but neither bound nor read: deliberate. The normal is used as it is stored. GLSL
-// leaves a power of 0 to 0 open, and with it what a shininess of 0 does where there is no highlight, as in
-// the background.
+// The depth is declared but neither bound nor read: deliberate. The normal is used as it is stored. The
+// background has a shininess of 0, and the driver decides what the light makes of that.
 const QString fragmentSource = QStringLiteral(R"(#version 150
 #include "DirectionalLight.glslh"
 uniform sampler2D u_SamplerDiffuse;

@@ -18,6 +18,8 @@ namespace Morvane::Qel {
 
 namespace {
 
+constexpr int maxSamples = 1024;
+
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/ScalableAmbientObscuranceRenderPass";
 
 // Linked into the program for others to call. Deliberate.
@@ -32,7 +34,9 @@ vec3 positionFromDepth(vec2 uv, float depth)
 )");
 
 // The level of a tap follows from its radius as a fraction of the picture, not in pixels as it was published,
-// and so it stays 0 within any picture. Deliberate; a negative offset raises it.
+// and so it stays 0 within any picture. Deliberate; a negative offset raises it. Deliberate too: the numbers
+// that are compiled in and that the uniforms supersede, and radius2, which nothing reads. Normals of the
+// texture are brought to unit length in both modes.
 //
 // max(0.0, x) is 0 where x is not a number, as with a radius of 0; max(x, 0.0) is not.
 const QString fragmentSource = QStringLiteral(R"(#version 400
@@ -113,7 +117,7 @@ struct Tap
 Tap spiralTap(int i, float diskRadius, float rotation, float pixelWidth)
 {
     float alpha = (float(i) + 0.5) / u_NumSamples;
-    float angle = alpha * u_NumSpiralTurns * 6.28 + rotation;
+    float angle = alpha * u_NumSpiralTurns * 6.28 + rotation; // not quite a full turn: deliberate
     float tapRadius = alpha * diskRadius;
     return Tap(tapRadius * vec2(cos(angle), sin(angle)), mipLevel(tapRadius * pixelWidth));
 }
@@ -153,6 +157,7 @@ void main()
         discard;
     }
 
+    // Large and hardly random, as it was published. Deliberate.
     float rotation = float((3 * (pixel.x ^ pixel.y) + pixel.x * pixel.y) * 10);
     float diskRadius = -projScale * radius / P.z;
     float sum = 0.0;
@@ -169,7 +174,7 @@ void main()
             sum += contribution(textureLod(CS_Z_buffer, uv, float(tap.level)).xyz - P, n);
         }
     }
-    float A = max(0.0, 1.0 - 4.0 * sum * intensity * 5.0 / u_NumSamples);
+    float A = max(0.0, 1.0 - 4.0 * sum * intensity * 5.0 / max(1.0, u_NumSamples));
     gl_FragColor = vec4(A, A, A, 1.0);
 }
 )");
@@ -194,6 +199,7 @@ unsigned int depthAttachment(const Texture* depth)
     case GL_DEPTH_COMPONENT:
         break;
     default:
+        // Attached all the same. Deliberate; GL then draws nothing.
         logFailedCheck(sourceFile, __LINE__, "false", QStringLiteral("Unhandled depth format"));
     }
     return GL_DEPTH_ATTACHMENT;
@@ -245,7 +251,7 @@ const PassDescription& ScalableAmbientObscuranceRenderPass::description()
                          "the first frame"),
           QStringLiteral("normals are calculated from neighbouring positions")},
          {QStringLiteral("Qel_float_SaoNumSamples"), QStringLiteral("number of taps, rounded down"),
-          QStringLiteral("0: nothing is obscured"), 11.0F, QStringLiteral("1 or more")},
+          QStringLiteral("0: nothing is obscured"), 11.0F, QStringLiteral("1 to 1024")},
          {QStringLiteral("Qel_float_SaoNumLogMaxOffset"),
           QStringLiteral("what is taken off the mip level of a tap, rounded down; the levels are 0 at 0 and "
                          "above"),
@@ -278,6 +284,7 @@ void ScalableAmbientObscuranceRenderPass::setNormalProcessing(NormalProcessing p
         logFailedCheck(sourceFile, __LINE__, "NULL == m_shaderProgram",
                        QStringLiteral("Do not set the normal processing once a shader has been created."));
     }
+    // Kept although it was reported and has no effect. Deliberate.
     m_normalProcessing = processing;
 }
 
@@ -302,12 +309,12 @@ void ScalableAmbientObscuranceRenderPass::start(RenderCallbacks* /*callbacks*/)
     if (!m_shaderProgram) {
         buildProgram(normals != nullptr);
     }
+    // Also without a depth, or with one that cannot be attached: what the pool's texture last held must not
+    // show.
+    clearTarget();
     if (depth) {
         m_framebuffer->attach(depth, depthAttachment(depth), 0);
         draw(depth, positions, normals);
-    } else {
-        // Nothing says what obscures what, and what the pool's texture last held must not show.
-        clearTarget();
     }
 
     m_outputs[Frame].value =
@@ -352,7 +359,8 @@ void ScalableAmbientObscuranceRenderPass::clearTarget()
 void ScalableAmbientObscuranceRenderPass::draw(Texture* depth, Texture* positions, Texture* normals)
 {
     const AutoDisabler depthTestDisabler(GL_DEPTH_TEST);
-    clearTarget();
+    m_framebuffer->setDrawBuffers();
+    OpenGLDeviceContext::current()->setViewport(0, 0, m_width, m_height);
     const AutoBinder programBinder(m_shaderProgram.get());
     const AutoBinder depthBinder(depth);
     const AutoBinder positionsBinder(positions);
@@ -400,10 +408,11 @@ void ScalableAmbientObscuranceRenderPass::setUniforms(Texture* depth, Texture* p
                                              static_cast<float>((1.0 - p(0, 2)) / p(0, 0)),
                                              static_cast<float>((1.0 + p(1, 2)) / p(1, 1))));
     program.setUniform(m_calculatePosition, positions == nullptr);
-    program.setUniform(m_numSamples, static_cast<float>(whole(SaoNumSamples)));
+    // Bounded, as a GPU that loops for seconds is reset.
+    program.setUniform(m_numSamples, static_cast<float>(std::min(whole(SaoNumSamples), maxSamples)));
     program.setUniform(m_logMaxOffset, whole(SaoNumLogMaxOffset));
     program.setUniform(m_numSpiralTurns, static_cast<float>(whole(SaoNumSpiralTurns)));
-    program.setUniform(m_coarsestLevel, depth->levels() - 1);
+    program.setUniform(m_coarsestLevel, std::max(depth->levels() - 1, 0));
 }
 
 } // namespace Morvane::Qel

@@ -339,10 +339,14 @@ void ShadowMapRenderPass::drawLayer(GPUModel& model, int layer)
     m_framebuffer->setDrawBuffers();
     m_momentsProgram->setUniform(m_modelViewProjectionMatrix, m_renderData.transform(layer));
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     if (!model.isDrawEmpty(0, sidednessMask)) {
-        const AutoEnabler culling(GL_CULL_FACE);
+        context->enable(GL_CULL_FACE);
         model.draw(m_momentsProgram.get(), 0, sidednessMask, WindingType::CounterClockwise);
     }
+    // Not restored: neither double-sided batches nor the blur's quad, whose triangles wind either way, may be
+    // culled.
+    context->disable(GL_CULL_FACE);
     if (!model.isDrawEmpty(DrawFlag::DoubleSided, sidednessMask)) {
         model.draw(m_momentsProgram.get(), DrawFlag::DoubleSided, sidednessMask,
                    WindingType::CounterClockwise);

@@ -36,8 +36,12 @@ class Texture;
 /// collections of the input InstanceData, and identity without any: models whose instances carry transforms
 /// of their own, as those of graph files may, need "InstanceInfo".
 ///
-/// Maps, framebuffer and programs are owned by the pass and deleted with it. GL state: leaves the clear
-/// colour at (1e9, 1e9, 1e9, 1), blending and depth clamping disabled and the depth mask on when it drew.
+/// Maps, framebuffer and programs are owned by the pass and deleted with it; a layer takes 4 MiB, half of
+/// them for the blur.
+///
+/// GL state: relies on the depth function GL_LESS, on culling back faces, on the colour mask being full and
+/// on scissor and stencil test being off. When it drew it leaves the clear colour at (1e9, 1e9, 1e9, 1), the
+/// front face counter-clockwise, face culling, blending and depth clamping disabled and the depth mask on.
 class QEL_RENDERPASSES_EXPORT ShadowMapRenderPass : public RenderPassHelper
 {
 public:

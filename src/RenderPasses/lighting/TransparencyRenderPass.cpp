@@ -80,7 +80,7 @@ void main()
 
 // Opaque fragments are not discarded: the depth test keeps them out, whose function does not pass the depths
 // that they have written themselves. Where it passes them, they end what shines through. At a depth of
-// exactly 0 the weight is infinite. Both deliberate.
+// exactly 0 the weight is infinite. The colour is not multiplied by alpha. All deliberate.
 const QString accumulationSource = shadingSource + QStringLiteral(R"(
 out vec4 out_FragColor[2];
 
@@ -265,6 +265,7 @@ void TransparencyRenderPass::resolve()
 {
     const AutoDisabler depthTest(GL_DEPTH_TEST);
     const AutoEnabler blending(GL_BLEND);
+    // For alpha too, which mixes revealages with what was there. Deliberate.
     glBlendFunc(GL_ONE_MINUS_SRC_ALPHA, GL_SRC_ALPHA);
     const AutoBinder framebufferBinder(m_opaqueFramebuffer.get());
     m_opaqueFramebuffer->setDrawBuffers();

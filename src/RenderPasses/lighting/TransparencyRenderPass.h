@@ -25,8 +25,8 @@ class Texture;
 /// accumulated in front of them, in one unordered pass: each fragment with the weight z^-5 of its window
 /// depth z, into sums of colour and of coverage and a product of what shines through, the revealage. The
 /// last step lays the weighted mean, as far as something covers, over the opaque picture. One layer comes
-/// out exactly; of several, the mean stands for the sorted result: it covers the opaque picture to the same
-/// degree and differs in the mixture of the layers' colours alone.
+/// out exactly, but for the bounds below; of several, the mean stands for the sorted result: it covers the
+/// opaque picture to the same degree and differs in the mixture of the layers' colours alone.
 ///
 /// A lit colour counts as multiplied by its dissolve already: a pane adds all of it, however thin it is. Only
 /// the dissolve makes a surface transparent; the alpha of its maps is not read.
@@ -36,8 +36,9 @@ class Texture;
 /// when the size changes. The picture's alpha is 1 on opaque surfaces and 0 on the background; behind layers
 /// that let r through it becomes r times that plus r (1 - r), which is no coverage.
 ///
-/// The weights are made for depths of perspective views, which are near 1. Where their sum exceeds 5e4 it is
-/// cut off and the layers come out too bright; a single one does so at depths below 0.115.
+/// The weights are made for depths of perspective views, which are near 1. Where the sum of the weighted
+/// coverages exceeds 5e4 it is cut off and the layers come out too bright, as a single one does at depths
+/// below 0.115; below 1e-4 it is raised, and the layers come out too dark.
 ///
 /// GL state: relies on blending being off, on the depth mask being on, on the depth function, which must not
 /// pass equal depths, and on face culling as it is. Leaves the front face counter-clockwise, the depth mask

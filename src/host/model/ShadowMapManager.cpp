@@ -24,9 +24,16 @@ constexpr float marginFactor =
     static_cast<float>(ShadowMapManager::mapSize) /
     static_cast<float>(ShadowMapManager::mapSize - 2 * ShadowMapManager::projectorMargin);
 
-bool isFinite(const QVector3D& v)
+/// Whether a number can be reckoned with: beyond this, squares of lengths overflow.
+bool isUsable(float value)
 {
-    return std::isfinite(v.x()) && std::isfinite(v.y()) && std::isfinite(v.z());
+    constexpr float limit = 1e18F;
+    return std::abs(value) <= limit;
+}
+
+bool isUsable(const QVector3D& v)
+{
+    return isUsable(v.x()) && isUsable(v.y()) && isUsable(v.z());
 }
 
 struct Interval
@@ -56,7 +63,7 @@ Interval extentAlong(const Corners& corners, const QVector3D& direction)
 
 std::optional<Corners> cornersOf(const QPair<QVector3D, QVector3D>* bounds)
 {
-    if (!bounds || !isFinite(bounds->first) || !isFinite(bounds->second)) {
+    if (!bounds || !isUsable(bounds->first) || !isUsable(bounds->second)) {
         return {};
     }
     Corners corners;
@@ -100,8 +107,9 @@ std::optional<View> viewOf(const QMatrix4x4* projection, const QMatrix4x4* camer
         const float y = (i & 2U) != 0 ? 1.0F : -1.0F;
         view.nearCorners[i] = unproject.map(QVector3D(x, y, -1.0F));
         view.farCorners[i] = unproject.map(QVector3D(x, y, 1.0F));
-        if (!isFinite(view.toWorld.map(view.nearCorners[i])) ||
-            !isFinite(view.toWorld.map(view.farCorners[i]))) {
+        if (!isUsable(view.nearCorners[i]) || !isUsable(view.farCorners[i]) ||
+            !isUsable(view.toWorld.map(view.nearCorners[i])) ||
+            !isUsable(view.toWorld.map(view.farCorners[i]))) {
             return {};
         }
     }
@@ -141,7 +149,9 @@ Sphere sphereAround(const View& view, float nearDepth, float farDepth)
     const float length = (farCenter - nearCenter).length();
     const float nearRadius = (nearCorners[0] - nearCenter).lengthSquared();
     const float farRadius = (farCorners[0] - farCenter).lengthSquared();
-    const float along = std::clamp(0.5F + 0.5F * (farRadius - nearRadius) / (length * length), 0.0F, 1.0F);
+    const float along =
+        length > 0.0F ? std::clamp(0.5F + 0.5F * (farRadius - nearRadius) / (length * length), 0.0F, 1.0F)
+                      : 0.0F;
     const QVector3D center = nearCenter * (1.0F - along) + farCenter * along;
     float radius = 0.0F;
     for (size_t i = 0; i < 4; ++i) {
@@ -238,10 +248,10 @@ public:
     /// The light with what may be left open filled in.
     Light resolved(Light light) const
     {
-        light.direction = light.direction.normalized();
-        if (light.direction.isNull()) {
-            light.direction = QVector3D(0.0F, -1.0F, 0.0F);
-        }
+        // Scaled first, for lengths whose squares a float does not hold.
+        const QVector3D& d = light.direction;
+        const float largest = std::max({std::abs(d.x()), std::abs(d.y()), std::abs(d.z())});
+        light.direction = largest > 0.0F ? (d / largest).normalized() : QVector3D(0.0F, -1.0F, 0.0F);
         light.angle = std::clamp(light.angle, 1.0F, 170.0F);
         if (light.range <= 0.0F) {
             light.range = 0.0F;
@@ -307,12 +317,17 @@ private:
 
         const int numCascades = numProjectors(light);
         const bool isLast = index + 1 == numCascades;
-        const float begin = splitDepth(index, numCascades, size);
+        // From where the cascade before may begin to fade into this one.
+        const float begin =
+            std::max(m_view->nearDepth,
+                     index == 0 ? m_view->nearDepth
+                                : ShadowMapManager::cascadeFadeBegin * splitDepth(index, numCascades, size));
         const float end = isLast ? m_view->farDepth : splitDepth(index + 1, numCascades, size);
         const float cascadeEnd = isLast ? infinity : end;
         const Sphere slice = sphereAround(*m_view, begin, end);
         const float half = slice.radius * marginFactor;
-        if (m_scene && half * half >= sceneHalf.x() * sceneHalf.y()) {
+        const bool isSliceSmaller = half * half < sceneHalf.x() * sceneHalf.y();
+        if (m_scene && !isSliceSmaller) {
             return {orthographic(axes, sceneCenter, sceneHalf, depth), cascadeEnd};
         }
         const float texel = 2.0F * half / static_cast<float>(ShadowMapManager::mapSize);
@@ -378,10 +393,10 @@ const Light* lightOf(const QVariant& variant)
         return nullptr;
     }
     const Light* light = *static_cast<Light* const*>(variant.constData());
-    const bool isUsable = light && isFinite(light->position) && isFinite(light->direction) &&
-                          isFinite(light->color) && std::isfinite(light->angle) &&
-                          std::isfinite(light->range);
-    return isUsable ? light : nullptr;
+    return light && isUsable(light->position) && isUsable(light->direction) && isUsable(light->color) &&
+                   isUsable(light->angle) && isUsable(light->range)
+               ? light
+               : nullptr;
 }
 
 /// Puts an element at its place, at most one behind the end; returns whether the vector is not what it was.

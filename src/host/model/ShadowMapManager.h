@@ -40,6 +40,8 @@ public:
     /// So many texels along each edge of a map lie outside of what its projector is fitted to.
     static constexpr int projectorMargin = 8;
     static constexpr int maxCascades = 8;
+    /// A cascade may be faded into the next one from this part of its end on: there both have a map.
+    static constexpr float cascadeFadeBegin = 0.9F;
     /// As many as every OpenGL 3.2 has layers.
     static constexpr int maxLayers = 256;
 
@@ -72,11 +74,11 @@ public:
     };
 
     /// Fits the projectors of all lights and leaves them in `data`. Returns whether anything there is not
-    /// exactly what it was. Allocates nothing while the lights stay as many as they were.
+    /// exactly what it was. Allocates nothing while lights and layers stay as many as they were.
     ///
     /// `lights` is a list (QVariantList) of variants of type Light*. Entries of other types, null pointers
-    /// and lights with numbers that are not finite are passed over; a light beyond maxLayers has no
-    /// projector. `projection` (with the depth range of GL) and `camera` are those of the view and
+    /// and lights with numbers that are not finite, or beyond 1e18, are passed over; a light beyond maxLayers
+    /// has no projector. `projection` (with the depth range of GL) and `camera` are those of the view and
     /// `sceneBounds` holds the lower and upper corner of the box around the scene; null, and what cannot be
     /// used, stands for none. A view takes both matrices. Without view and scene, a directional light sees
     /// the box from -1 to 1.
@@ -115,6 +117,7 @@ public:
     const QMatrix4x4& transform(int layer) const { return at(layer).transform; }
     /// The distance from the camera, along the line of sight, up to which the layer's cascade is the one to
     /// take: the first of a light that reaches as far as what is shaded. Infinite for a light's last layer.
+    /// The next one's map begins at ShadowMapManager::cascadeFadeBegin of it.
     float cascadeEnd(int layer) const { return at(layer).cascadeEnd; }
 
     /// The shadow maps, a GL_TEXTURE_2D_ARRAY of numLayers() layers that holds the mean of the depth and the
