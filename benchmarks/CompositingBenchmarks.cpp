@@ -11,6 +11,7 @@
 
 #include <epoxy/gl.h>
 
+#include "support/ByHand.h"
 #include "support/Sides.h"
 #include <Qel/RenderPasses/compositing/BlendRenderPass.h>
 #include <Qel/RenderPasses/compositing/SkyboxRenderPass.h>
@@ -24,27 +25,6 @@ namespace {
 
 constexpr int width = 1920;
 constexpr int height = 1080;
-
-unsigned int compile(const std::string& vertexSource, const std::string& fragmentSource)
-{
-    const unsigned int program = glCreateProgram();
-    for (const auto& [stage, source] :
-         {std::pair{GL_VERTEX_SHADER, &vertexSource}, std::pair{GL_FRAGMENT_SHADER, &fragmentSource}}) {
-        const unsigned int shader = glCreateShader(static_cast<unsigned int>(stage));
-        const char* text = source->c_str();
-        glShaderSource(shader, 1, &text, nullptr);
-        glCompileShader(shader);
-        glAttachShader(program, shader);
-        glDeleteShader(shader);
-    }
-    glLinkProgram(program);
-    int linked = GL_FALSE;
-    glGetProgramiv(program, GL_LINK_STATUS, &linked);
-    if (linked == GL_FALSE) {
-        qFatal("the program of the benchmark does not build:\n%s", fragmentSource.c_str());
-    }
-    return program;
-}
 
 /// What a program by hand needs around it: a framebuffer of RGBA16F and a vertex array without attributes.
 /// The GL objects live as long as the program runs.
@@ -171,7 +151,7 @@ void Blend(benchmark::State& state)
 {
     const Operator& op = operators.at(static_cast<size_t>(state.range(0)));
     state.SetLabel(op.name);
-    const unsigned int program = compile(triangleSource, std::string(R"(#version 150
+    const unsigned int program = linkProgram(triangleSource, std::string(R"(#version 150
 uniform sampler2D A;
 uniform sampler2D B;
 in vec2 uv;
@@ -220,7 +200,7 @@ void Skybox(benchmark::State& state)
     camera.rotate(30.0F, 0.3F, 1.0F, 0.2F);
     const QMatrix4x4 toDirection = (projection * camera).inverted();
 
-    const unsigned int program = compile(R"(#version 150
+    const unsigned int program = linkProgram(R"(#version 150
 uniform mat4 toDirection;
 out vec3 direction;
 void main()
@@ -230,7 +210,7 @@ void main()
     direction = (toDirection * gl_Position).xyz;
 }
 )",
-                                         R"(#version 150
+                                             R"(#version 150
 uniform samplerCube environment;
 in vec3 direction;
 out vec4 color;

@@ -13,6 +13,7 @@
 
 #include <epoxy/gl.h>
 
+#include "support/ByHand.h"
 #include "support/Sides.h"
 #include <Qel/RenderPasses/geometry/CameraSpaceZBufferRenderPass.h>
 #include <Qel/RenderPasses/lighting/ScalableAmbientObscuranceRenderPass.h>
@@ -59,24 +60,14 @@ std::unique_ptr<Texture> makeDepth()
 /// A program of a full-screen triangle, whose fragments find the texture coordinate in `uv`.
 unsigned int makeProgram(const char* fragments)
 {
-    const auto attach = [](unsigned int program, unsigned int stage, const char* source) {
-        const unsigned int shader = glCreateShader(stage);
-        glShaderSource(shader, 1, &source, nullptr);
-        glCompileShader(shader);
-        glAttachShader(program, shader);
-        glDeleteShader(shader);
-    };
-    const unsigned int program = glCreateProgram();
-    attach(program, GL_VERTEX_SHADER, R"(#version 150
+    return linkProgram(R"(#version 150
 out vec2 uv;
 void main()
 {
     uv = vec2(gl_VertexID == 1 ? 2.0 : 0.0, gl_VertexID == 2 ? 2.0 : 0.0);
     gl_Position = vec4(uv * 2.0 - 1.0, 0.0, 1.0);
-})");
-    attach(program, GL_FRAGMENT_SHADER, fragments);
-    glLinkProgram(program);
-    return program;
+})",
+                       fragments);
 }
 
 /// Textures of one kind with a framebuffer for each of their levels, made once.

@@ -11,6 +11,7 @@
 
 #include <epoxy/gl.h>
 
+#include "support/ByHand.h"
 #include "support/Sides.h"
 #include <Qel/RenderPasses/geometry/DeferredRenderPass.h>
 #include <Qel/RenderPasses/geometry/GBufferRenderPass.h>
@@ -83,27 +84,7 @@ QMatrix4x4 makeCamera()
     return camera;
 }
 
-unsigned int makeProgram(const char* vertex, const char* fragment, const std::vector<const char*>& outputs)
-{
-    const unsigned int program = glCreateProgram();
-    for (const auto& [stage, source] :
-         {std::pair(GL_VERTEX_SHADER, vertex), {GL_FRAGMENT_SHADER, fragment}}) {
-        const unsigned int shader = glCreateShader(static_cast<unsigned int>(stage));
-        glShaderSource(shader, 1, &source, nullptr);
-        glCompileShader(shader);
-        glAttachShader(program, shader);
-        glDeleteShader(shader);
-    }
-    constexpr std::array<const char*, 3> attributes{"position", "normal", "texCoord"};
-    for (unsigned int i = 0; i < attributes.size(); ++i) {
-        glBindAttribLocation(program, i, attributes[i]);
-    }
-    for (unsigned int i = 0; i < outputs.size(); ++i) {
-        glBindFragDataLocation(program, i, outputs[i]);
-    }
-    glLinkProgram(program);
-    return program;
-}
+const std::vector<const char*> attributes{"position", "normal", "texCoord"};
 
 /// A framebuffer of textures of these formats, with a depth texture where that is asked for.
 class TargetsByHand
@@ -293,7 +274,7 @@ void drawModelGBuffer(benchmark::State& state)
     setView(pass);
     pass.setInput(ModelRenderPass::Geometry, QVariant::fromValue(&model));
 
-    const unsigned int program = makeProgram(R"(#version 150
+    const unsigned int program = linkProgram(R"(#version 150
 uniform mat4 clipFromWorld;
 uniform mat4 normalMatrix;
 in vec3 position;
@@ -325,7 +306,7 @@ void main()
     outNormal = normalize(eyeNormal);
     outId = float(gl_PrimitiveID) + 1.0;
 })",
-                                             {"outDiffuse", "outSpecular", "outNormal", "outId"});
+                                             attributes, {"outDiffuse", "outSpecular", "outNormal", "outId"});
     setSamplers(program, {"diffuseMap", "specularMap"});
     glUseProgram(program);
     glUniform4f(glGetUniformLocation(program, "diffuse"), 0.8F, 0.9F, 1.0F, 1.0F);
@@ -357,7 +338,7 @@ void drawBatchGBuffer(benchmark::State& state)
     setView(pass);
     pass.setInput(GBufferRenderPass::Geometry, QVariant::fromValue<QObject*>(model.drawBuffers(0)));
 
-    const unsigned int program = makeProgram(R"(#version 150
+    const unsigned int program = linkProgram(R"(#version 150
 uniform mat4 clipFromWorld;
 in vec3 position;
 in vec3 normal;
@@ -382,7 +363,7 @@ void main()
     outTexCoord = uv;
     outId = float(gl_PrimitiveID) + 1.0;
 })",
-                                             {"outNormal", "outTexCoord", "outId"});
+                                             attributes, {"outNormal", "outTexCoord", "outId"});
     const GBufferByHand byHand(data.meshes[0], {GL_RGB32F, GL_RG32F, GL_R32F}, program);
     compareSides(
         state, Wait::Pixels, [&] { pass.start(nullptr); }, [&] { byHand.draw({}); }, applyBaseState);
@@ -395,14 +376,14 @@ class FullScreenByHand
 public:
     FullScreenByHand(const char* fragment, const std::vector<const char*>& samplers)
         : m_targets({GL_RGBA}, false)
-        , m_program(makeProgram(R"(#version 150
+        , m_program(linkProgram(R"(#version 150
 out vec2 uv;
 void main()
 {
     uv = vec2(gl_VertexID == 1 ? 2.0 : 0.0, gl_VertexID == 2 ? 2.0 : 0.0);
     gl_Position = vec4(uv * 2.0 - 1.0, 0.0, 1.0);
 })",
-                                fragment, {"color"}))
+                                fragment, {}, {"color"}))
     {
         setSamplers(m_program, samplers);
         glGenVertexArrays(1, &m_vertexArray);

@@ -5,6 +5,7 @@
 
 #include <epoxy/gl.h>
 
+#include "support/ByHand.h"
 #include "support/Sides.h"
 #include <Qel/RenderPasses/lighting/ShadowMapRenderPass.h>
 #include <Qel/gl/BufferObject.h>
@@ -47,22 +48,6 @@ ModelData makeSphere()
     return data;
 }
 
-unsigned int makeProgram(const char* vertexSource, const char* fragmentSource)
-{
-    const unsigned int program = glCreateProgram();
-    for (const auto& [stage, source] :
-         {std::pair{GL_VERTEX_SHADER, vertexSource}, std::pair{GL_FRAGMENT_SHADER, fragmentSource}}) {
-        const unsigned int shader = glCreateShader(static_cast<GLenum>(stage));
-        glShaderSource(shader, 1, &source, nullptr);
-        glCompileShader(shader);
-        glAttachShader(program, shader);
-        glDeleteShader(shader);
-    }
-    glBindAttribLocation(program, 0, "va_Vertex");
-    glLinkProgram(program);
-    return program;
-}
-
 unsigned int makeArray()
 {
     unsigned int texture = 0;
@@ -90,7 +75,7 @@ public:
         , m_indices(model.drawBuffers(0)->indexBO()->getBO())
         , m_numIndices(model.drawBuffers(0)->count())
     {
-        m_program = makeProgram(R"(#version 150
+        m_program = linkProgram(R"(#version 150
             uniform mat4 modelViewProjectionMatrix;
             layout(std140) uniform Instance { mat4 modelMatrix; } b_Instance;
             in vec3 va_Vertex;
@@ -110,8 +95,9 @@ public:
                 if (depth < 0.0) discard;
                 depth = min(depth, 1.0);
                 out_fragDepth = vec4(depth, depth * depth, 0.0, 0.0);
-            })");
-        m_blurProgram = makeProgram(R"(#version 150
+            })",
+                                {"va_Vertex"});
+        m_blurProgram = linkProgram(R"(#version 150
             in vec3 va_Vertex;
             out vec2 vo_TexCoord;
             void main() { gl_Position = vec4(va_Vertex, 1.0); vo_TexCoord = va_Vertex.xy * 0.5 + 0.5; })",
@@ -134,7 +120,8 @@ public:
                     weights += 2.0 * c.x;
                 }
                 out_FragColor = vec4(sum / weights, 0.0, 0.0);
-            })");
+            })",
+                                    {"va_Vertex"});
         m_transform = glGetUniformLocation(m_program, "modelViewProjectionMatrix");
         m_index = glGetUniformLocation(m_blurProgram, "u_Index");
         m_step = glGetUniformLocation(m_blurProgram, "u_Step");

@@ -12,6 +12,7 @@
 
 #include <epoxy/gl.h>
 
+#include "support/ByHand.h"
 #include "support/Sides.h"
 #include <Qel/RenderPasses/lighting/TransparencyRenderPass.h>
 #include <Qel/gl/BufferObject.h>
@@ -25,30 +26,6 @@
 namespace Morvane::Qel::Bench {
 
 namespace {
-
-unsigned int compile(const char* vertexSource, const std::string& fragmentSource)
-{
-    const unsigned int program = glCreateProgram();
-    const auto addStage = [&](unsigned int stage, const char* text) {
-        const unsigned int shader = glCreateShader(stage);
-        glShaderSource(shader, 1, &text, nullptr);
-        glCompileShader(shader);
-        glAttachShader(program, shader);
-        glDeleteShader(shader);
-    };
-    addStage(GL_VERTEX_SHADER, vertexSource);
-    addStage(GL_FRAGMENT_SHADER, fragmentSource.c_str());
-    glBindAttribLocation(program, 0, "va_Vertex");
-    glBindAttribLocation(program, 1, "va_Normal");
-    glBindAttribLocation(program, 2, "va_TexCoord");
-    glLinkProgram(program);
-    int linked = GL_FALSE;
-    glGetProgramiv(program, GL_LINK_STATUS, &linked);
-    if (linked == GL_FALSE) {
-        qFatal("the program of the benchmark does not build:\n%s", fragmentSource.c_str());
-    }
-    return program;
-}
 
 constexpr const char* modelVertexSource = R"(#version 150
 layout(std140) uniform Instance { mat4 modelMatrix; mat4 modelNormalMatrix; };
@@ -170,7 +147,7 @@ public:
 
         m_opaque = makeModelProgram(opaqueSource);
         m_accumulation = makeModelProgram(accumulationSource);
-        m_resolve = compile(triangleSource, resolveSource);
+        m_resolve = linkProgram(triangleSource, resolveSource);
         glUseProgram(m_resolve);
         glUniform1i(glGetUniformLocation(m_resolve, "a"), 0);
         glUniform1i(glGetUniformLocation(m_resolve, "b"), 1);
@@ -262,7 +239,8 @@ private:
 
     static ModelProgram makeModelProgram(const std::string& fragmentSource)
     {
-        const unsigned int program = compile(modelVertexSource, fragmentSource);
+        const unsigned int program =
+            linkProgram(modelVertexSource, fragmentSource, {"va_Vertex", "va_Normal", "va_TexCoord"});
         glUniformBlockBinding(program, glGetUniformBlockIndex(program, "Instance"), 0);
         glUniformBlockBinding(program, glGetUniformBlockIndex(program, "Material"), 1);
         glUseProgram(program);

@@ -15,6 +15,12 @@
 
 namespace Morvane::Qel::Test {
 
+bool isFullMode()
+{
+    return hasGLExtension("ARB_shader_atomic_counters") && hasGLExtension("ARB_shader_image_load_store") &&
+           hasGLExtension("ARB_shading_language_420pack");
+}
+
 namespace {
 
 using Node = std::array<unsigned int, 4>;

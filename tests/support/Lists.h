@@ -11,6 +11,9 @@ class Texture;
 
 namespace Morvane::Qel::Test {
 
+/// Whether the context has what whole lists are built with; without it each pixel keeps its nearest fragment.
+bool isFullMode();
+
 /// A fragment as it stands in a pixel's list.
 struct Fragment
 {

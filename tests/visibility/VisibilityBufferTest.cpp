@@ -19,19 +19,12 @@
 #include <Qel/RenderPasses/visibility/VisibilityDeferredRenderPass.h>
 #include <Qel/gl/FramebufferObject.h>
 #include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/Texture.h>
 
 namespace Morvane::Qel::Test {
 namespace {
 
 using Pass = VisibilityBufferRenderPass;
-
-bool isFullMode()
-{
-    return hasGLExtension("ARB_shader_atomic_counters") && hasGLExtension("ARB_shader_image_load_store") &&
-           hasGLExtension("ARB_shading_language_420pack");
-}
 
 struct View
 {

@@ -6,14 +6,13 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <memory>
 
 #include <epoxy/gl.h>
 
-#include "support/GLTest.h"
 #include "support/Lists.h"
 #include "support/Models.h"
 #include "support/Passes.h"
+#include "support/ScopedGLTest.h"
 #include <Qel/RenderPasses/geometry/ForwardRenderPass.h>
 #include <Qel/RenderPasses/visibility/VisibilityBufferRenderPass.h>
 #include <Qel/RenderPasses/visibility/VisibilityDeferredRenderPass.h>
@@ -21,19 +20,12 @@
 #include <Qel/gl/BufferObject.h>
 #include <Qel/gl/DrawBuffers.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/ResourceScope.h>
 #include <Qel/gl/Texture.h>
 
 namespace Morvane::Qel::Test {
 namespace {
 
 using Pass = VisibilityDeferredRenderPass;
-
-bool isFullMode()
-{
-    return hasGLExtension("ARB_shader_atomic_counters") && hasGLExtension("ARB_shader_image_load_store") &&
-           hasGLExtension("ARB_shading_language_420pack");
-}
 
 struct View
 {
@@ -120,23 +112,10 @@ QVector4D asStored(const Blended& blended)
     return value;
 }
 
-/// Deletes, as a graph does, what the forward pass leaves alive.
-class VisibilityDeferredTest : public GLTest
+/// Compares with the forward pass, which leaves objects alive.
+class VisibilityDeferredTest : public ScopedGLTest
 {
 protected:
-    void SetUp() override
-    {
-        GLTest::SetUp();
-        m_scope = std::make_unique<ResourceScope>(&context());
-        m_activation = std::make_unique<ResourceScope::Activation>(&context(), m_scope.get());
-    }
-    void TearDown() override
-    {
-        m_activation.reset();
-        m_scope.reset();
-        GLTest::TearDown();
-    }
-
     /// Lists, sort and shading in a row.
     static Pixels shade(const View& view, GPUModel* model)
     {
@@ -184,10 +163,6 @@ protected:
         });
         EXPECT_TRUE(equal(shade(view, model), expected, tolerance));
     }
-
-private:
-    std::unique_ptr<ResourceScope> m_scope;
-    std::unique_ptr<ResourceScope::Activation> m_activation;
 };
 
 TEST_F(VisibilityDeferredTest, BlendsTheLayersInItsOwnSequence)

@@ -15,7 +15,6 @@
 #include "support/Passes.h"
 #include <Qel/RenderPasses/visibility/VisibilitySortRenderPass.h>
 #include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
 
@@ -24,12 +23,6 @@ namespace {
 
 using Pass = VisibilitySortRenderPass;
 using Node = std::array<unsigned int, 4>;
-
-bool isFullMode()
-{
-    return hasGLExtension("ARB_shader_atomic_counters") && hasGLExtension("ARB_shader_image_load_store") &&
-           hasGLExtension("ARB_shading_language_420pack");
-}
 
 /// Fragments of these depths, told apart by their primitives.
 std::vector<Fragment> makeList(const std::vector<float>& depths)

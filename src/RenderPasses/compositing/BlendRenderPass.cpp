@@ -351,9 +351,7 @@ void BlendRenderPass::start(RenderCallbacks* /*callbacks*/)
 void BlendRenderPass::buildProgram()
 {
     m_program = std::make_unique<ShaderProgram>(nullptr);
-    m_program->setFragDataLocations({QStringLiteral("out_FragColor")});
-    m_program->addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
-    m_program->addShader(GL_FRAGMENT_SHADER, QStringLiteral("#version 150\n") + operatorSource, {});
+    addFullScreenShaders(m_program.get(), QStringLiteral("#version 150\n") + operatorSource);
     Qel::buildProgram(m_program.get());
     m_fullScreenBatch = OpenGLDeviceContext::current()->fullScreenTriangle();
     enableArrays(m_fullScreenBatch, m_program.get());

@@ -128,9 +128,7 @@ void TextureToScreenRenderPass::drawSuperSampled(const QRect& viewport, Texture*
 void TextureToScreenRenderPass::buildProgram()
 {
     m_program = std::make_unique<ShaderProgram>(nullptr);
-    m_program->setFragDataLocations({QStringLiteral("out_FragColor")});
-    m_program->addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
-    m_program->addShader(GL_FRAGMENT_SHADER, fragmentSource, {});
+    addFullScreenShaders(m_program.get(), fragmentSource);
     Qel::buildProgram(m_program.get());
     m_fullScreenBatch = OpenGLDeviceContext::current()->fullScreenQuad();
     enableArrays(m_fullScreenBatch, m_program.get());

@@ -130,9 +130,7 @@ void CameraSpaceZBufferRenderPass::buildPrograms()
         GLSLMacroProcessor macroProcessor;
         auto program = std::make_unique<ShaderProgram>(nullptr);
         program->setMacroProcessor(&macroProcessor);
-        program->setFragDataLocations({QStringLiteral("out_FragColor")});
-        program->addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
-        program->addShader(GL_FRAGMENT_SHADER, fragments, {});
+        addFullScreenShaders(program.get(), fragments);
         program->bind();
         checkGLError(sourceFile, 116);
         program->release();

@@ -130,9 +130,7 @@ void ModelDeferredPass::resize(int width, int height)
 void ModelDeferredPass::buildProgram()
 {
     m_program = new ShaderProgram(nullptr);
-    m_program->setFragDataLocations({QStringLiteral("out_FragColor")});
-    m_program->addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
-    m_program->addShader(GL_FRAGMENT_SHADER, fragmentSource, {});
+    addFullScreenShaders(m_program, fragmentSource);
     Qel::buildProgram(m_program);
     m_fullScreenBatch = OpenGLDeviceContext::current()->fullScreenTriangle();
     enableArrays(m_fullScreenBatch, m_program);

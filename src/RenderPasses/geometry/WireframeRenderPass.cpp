@@ -133,9 +133,7 @@ void WireframeRenderPass::findPorts()
 void WireframeRenderPass::buildProgram()
 {
     m_program = std::make_unique<ShaderProgram>(nullptr);
-    m_program->setFragDataLocations({QStringLiteral("out_FragColor")});
-    m_program->addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
-    m_program->addShader(GL_FRAGMENT_SHADER, fragmentSource, {});
+    addFullScreenShaders(m_program.get(), fragmentSource);
     Qel::buildProgram(m_program.get());
     m_fullScreenBatch = OpenGLDeviceContext::current()->fullScreenTriangle();
     enableArrays(m_fullScreenBatch, m_program.get());

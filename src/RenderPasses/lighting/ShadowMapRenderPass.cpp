@@ -366,12 +366,9 @@ void ShadowMapRenderPass::provideBlurResources()
         const float b = std::exp(-0.5F / (blurSigma * blurSigma));
         const float c = b * b;
         m_blurProgram = std::make_unique<ShaderProgram>(nullptr);
-        m_blurProgram->setFragDataLocations({QStringLiteral("out_FragColor")});
-        m_blurProgram->addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
-        m_blurProgram->addShader(
-            GL_FRAGMENT_SHADER,
-            blurFragmentSource.arg(QString::number(numBlurTaps), glslNumber(a), glslNumber(b), glslNumber(c)),
-            {});
+        addFullScreenShaders(m_blurProgram.get(),
+                             blurFragmentSource.arg(QString::number(numBlurTaps), glslNumber(a),
+                                                    glslNumber(b), glslNumber(c)));
         buildProgram(m_blurProgram.get());
     }
     if (!m_quad) {

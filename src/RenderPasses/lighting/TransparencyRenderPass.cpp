@@ -199,9 +199,7 @@ void TransparencyRenderPass::build()
                       {QStringLiteral("out_FragColor[0]"), QStringLiteral("out_FragColor[1]")});
 
     m_resolveProgram = std::make_unique<ShaderProgram>(nullptr);
-    m_resolveProgram->setFragDataLocations({QStringLiteral("out_FragColor")});
-    m_resolveProgram->addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
-    m_resolveProgram->addShader(GL_FRAGMENT_SHADER, resolveSource, {});
+    addFullScreenShaders(m_resolveProgram.get(), resolveSource);
     buildProgram(m_resolveProgram.get());
     m_screenQuad = OpenGLDeviceContext::current()->fullScreenTriangle();
     enableArrays(m_screenQuad, m_resolveProgram.get());

@@ -135,9 +135,7 @@ ShaderProgram* BlurBaseRenderPass::makeShaderProgram(const QString& fragmentSour
                              QString::number(m_weights.isEmpty() ? 1 : m_weights.size(), 10));
     auto* program = new ShaderProgram(nullptr);
     program->setMacroProcessor(&macroProcessor);
-    program->setFragDataLocations({QStringLiteral("out_FragColor")});
-    program->addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
-    program->addShader(GL_FRAGMENT_SHADER, fragmentSource, {});
+    addFullScreenShaders(program, fragmentSource);
     buildProgram(program);
     program->setMacroProcessor(nullptr);
     return program;

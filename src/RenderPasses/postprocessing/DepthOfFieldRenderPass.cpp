@@ -301,9 +301,7 @@ void DepthOfFieldRenderPass::resize(int width, int height)
 void DepthOfFieldRenderPass::buildProgram()
 {
     m_program = std::make_unique<ShaderProgram>(nullptr);
-    m_program->setFragDataLocations({QStringLiteral("out_FragColor")});
-    m_program->addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
-    m_program->addShader(GL_FRAGMENT_SHADER, fragmentSource, {});
+    addFullScreenShaders(m_program.get(), fragmentSource);
     Qel::buildProgram(m_program.get());
     m_screenQuad = OpenGLDeviceContext::current()->fullScreenTriangle();
     enableArrays(m_screenQuad, m_program.get());

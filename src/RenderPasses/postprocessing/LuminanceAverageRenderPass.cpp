@@ -215,9 +215,7 @@ void LuminanceAverageRenderPass::makeFinalTarget()
 void LuminanceAverageRenderPass::buildProgram()
 {
     m_program = std::make_unique<ShaderProgram>(nullptr);
-    m_program->setFragDataLocations({QStringLiteral("out_FragColor")});
-    m_program->addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
-    m_program->addShader(GL_FRAGMENT_SHADER, fragmentSource, {});
+    addFullScreenShaders(m_program.get(), fragmentSource);
     m_program->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("QelUtilities.glslc"));
     Qel::buildProgram(m_program.get());
     m_quad = OpenGLDeviceContext::current()->fullScreenQuad();

@@ -1,5 +1,7 @@
 #include "support/FullScreen.h"
 
+#include <epoxy/gl.h>
+
 #include <Qel/gl/DrawBuffers.h>
 #include <Qel/gl/Guards.h>
 #include <Qel/gl/ShaderProgram.h>
@@ -18,6 +20,13 @@ void main()
     vo_TexCoord = va_TexCoord;
 }
 )");
+
+void addFullScreenShaders(ShaderProgram* program, const QString& fragmentSource)
+{
+    program->setFragDataLocations({QStringLiteral("out_FragColor")});
+    program->addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
+    program->addShader(GL_FRAGMENT_SHADER, fragmentSource, {});
+}
 
 void buildProgram(ShaderProgram* program)
 {

@@ -12,6 +12,10 @@ class ShaderProgram;
 /// the varying vo_TexCoord.
 extern const QString fullScreenVertexSource;
 
+/// Adds the full-screen vertex stage and a fragment stage, whose output "out_FragColor" goes to draw buffer
+/// 0.
+void addFullScreenShaders(ShaderProgram* program, const QString& fragmentSource);
+
 /// Builds a program that just got its sources, by binding it once; the host reports what is wrong with it.
 void buildProgram(ShaderProgram* program);
 

@@ -159,9 +159,7 @@ void VisibilityDeferredRenderPass::makeObjects()
     const InstanceDataRegistry* registry = InstanceDataRegistry::Instance();
     m_program = std::make_unique<ShaderProgram>();
     m_program->setMacroProcessor(&processor);
-    m_program->setFragDataLocations({QStringLiteral("out_FragColor")});
-    m_program->addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
-    m_program->addShader(GL_FRAGMENT_SHADER, fragmentSource, {});
+    addFullScreenShaders(m_program.get(), fragmentSource);
     m_program->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("VisibilityBuffer.glslc"));
     m_program->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("TextureManager.glslc"));
     for (const QString& plan : {QStringLiteral("InstanceInfo"), QStringLiteral("OBJMaterial")}) {
