@@ -23,6 +23,7 @@
 #include <epoxy/gl.h>
 
 #include <Qel/gl/Guards.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/Texture.h>
 
 namespace Morvane::Qel {
@@ -150,6 +151,10 @@ void readLevel(unsigned int levelTarget, const PixelLayout& layout, int width, i
     const size_t rowLength = static_cast<size_t>(width) * static_cast<size_t>(layout.channels.size());
     const auto numRows = static_cast<size_t>(height);
     std::vector<Pixel> pixels(rowLength * numRows * static_cast<size_t>(layers));
+    if (hasGLExtension("ARB_shader_image_load_store")) {
+        // Shaders may have stored into the texture.
+        glMemoryBarrier(GL_TEXTURE_UPDATE_BARRIER_BIT);
+    }
     glPixelStorei(GL_PACK_ALIGNMENT, 1);
     glGetTexImage(levelTarget, 0, layout.format, layout.type, pixels.data());
     for (int layer = 0; layer < layers; ++layer) {

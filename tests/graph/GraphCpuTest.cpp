@@ -170,11 +170,9 @@ TEST_F(GraphCpuTest, EveryFaultIsOneLineThatNamesPlaceAndRemedy)
         {"{\"output\": \"@a.b\",\n \"output\": \"@a.c\"}", {"graph.json:2:2: output: written twice"}},
         {R"({"lights": [{"type": "point", "direction": [0, 1, 0], "range": "far"},
              {"type": "directional", "cascades": 1.5, "angle": 3}, {"type": "lamp", "colour": [1, 1, 1]}]})",
-         {"graph.json:1:31: lights[0].direction: no such key; there are \"type\", \"color\", \"intensity\", "
-          "\"position\", \"range\"",
+         {R"(graph.json:1:31: lights[0].direction: no such key; there are "type", "color", "intensity", "position", "range")",
           "graph.json:1:55: lights[0].range: must be a number, not \"far\"",
-          "graph.json:2:55: lights[1].angle: no such key; there are \"type\", \"color\", \"intensity\", "
-          "\"direction\", \"cascades\"",
+          R"(graph.json:2:55: lights[1].angle: no such key; there are "type", "color", "intensity", "direction", "cascades")",
           "graph.json:2:38: lights[1].cascades: must be a whole number, not 1.5",
           "graph.json:2:85: lights[2].colour: no such key; did you mean \"color\"?"}},
         {R"({"passes": {}, "lights": [{"direction": 1}], "models": {"a": 1}})",

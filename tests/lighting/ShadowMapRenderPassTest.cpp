@@ -121,7 +121,7 @@ protected:
     {
         GPUModel model(data);
         ShadowMapRenderPass pass;
-        const Moments moments = draw(pass, inputs(&model));
+        Moments moments = draw(pass, inputs(&model));
         transform = record(pass).transform(0);
         return moments;
     }

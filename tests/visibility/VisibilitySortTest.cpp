@@ -207,6 +207,12 @@ void main()
     pass.setShaderProgram(&program);
     runFrame(pass, inputs(textures));
     EXPECT_EQ(read(textures).at(0, 0)[0].primitive, isFullMode() ? 77U : 1U);
+
+    // Without it, the pass's own sorts again.
+    const ListTextures others = makeListTextures({1, 1, {makeList({0.9F, 0.2F})}});
+    pass.setShaderProgram(nullptr);
+    runFrame(pass, inputs(others));
+    EXPECT_EQ(read(others).at(0, 0)[0].depth, isFullMode() ? 0.2F : 0.9F);
 }
 
 TEST_F(VisibilitySortTest, HandsReferencesOfPooledInputsOn)
@@ -218,6 +224,20 @@ TEST_F(VisibilitySortTest, HandsReferencesOfPooledInputsOn)
     EXPECT_EQ(pool->numReferences(), 1) << "that of the output's user";
     EXPECT_EQ(outputTexture(pass), heads);
     pool->releaseTempTextureRef(heads, 1);
+}
+
+TEST_F(VisibilitySortTest, LeavesTexturesOfOtherKindsAlone)
+{
+    const Pixels colours =
+        Pixels::generate(4, 4, [](int x, int y) { return QVector4D(float(x), float(y), 1.0F, 0.0F) / 4.0F; });
+    const ListTextures lists = makeListTextures({1, 1, {makeList({0.9F, 0.2F})}});
+    Texture picture;
+    picture.setImage2D(0, GL_RGBA16F, 4, 4, GL_RGBA, GL_FLOAT, colours.values.data());
+    Pass pass;
+    runFrame(pass, {QRect(0, 0, 4, 4), textureInput(lists.headPointers.get()), textureInput(&picture), 4});
+    EXPECT_TRUE(equal(readTexture(&picture), colours));
+    runFrame(pass, {QRect(0, 0, 4, 4), textureInput(&picture), textureInput(lists.nodes.get()), 4});
+    EXPECT_EQ(read(lists).at(0, 0)[0].depth, 0.9F);
 }
 
 } // namespace

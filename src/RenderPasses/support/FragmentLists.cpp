@@ -2,6 +2,7 @@
 
 #include <epoxy/gl.h>
 
+#include <Qel/core/Diagnostics.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 
 namespace Morvane::Qel {
@@ -20,10 +21,30 @@ bool hasFragmentListExtensions()
            hasGLExtension("ARB_shading_language_420pack");
 }
 
-ImageBinder::ImageBinder(unsigned int unit, Texture* texture, unsigned int access)
+bool areFragmentLists(const Texture* headPointers, const Texture* nodes, bool* isReported)
+{
+    if (!headPointers || !nodes) {
+        return false;
+    }
+    const auto isOf = [](const Texture* texture, unsigned int internalFormat) {
+        return texture->target() == GL_TEXTURE_2D && texture->internalFormat() == internalFormat &&
+               !texture->size().isEmpty();
+    };
+    const bool areLists = isOf(headPointers, GL_R32UI) && isOf(nodes, GL_RGBA32UI);
+    if (!areLists && !*isReported) {
+        *isReported = true;
+        logCritical(
+            __FILE__, __LINE__,
+            QStringLiteral("head pointers must be a 2D texture of R32UI and nodes one of RGBA32UI, as the "
+                           "visibility buffer makes them; the lists are left alone"));
+    }
+    return areLists;
+}
+
+ImageBinder::ImageBinder(unsigned int unit, Texture* texture, unsigned int access, unsigned int format)
     : m_unit(unit)
     , m_access(access)
-    , m_format(texture->internalFormat())
+    , m_format(format)
 {
     glBindImageTexture(m_unit, texture->textureID(), 0, GL_FALSE, 0, m_access, m_format);
 }

@@ -3,6 +3,7 @@
 #include <QMatrix4x4>
 #include <QRect>
 
+#include <algorithm>
 #include <array>
 
 #include <epoxy/gl.h>
@@ -46,7 +47,9 @@ void main()
 }
 )");
 
-// There is no test for a node buffer that is full: GL drops stores outside the image. Deliberate.
+// There is no test for a node buffer that is full: GL drops stores outside the image. Deliberate. The depth
+// is tested behind this stage, which stores something, and so takes nothing from the lists: it must not ask
+// for early tests, as the depth of the full mode is never cleared. Deliberate too.
 const QString fragmentSource = QStringLiteral(R"(#version 150
 #define QEL_GL_3_2 %1
 #if QEL_GL_3_2 == 0
@@ -189,7 +192,7 @@ void VisibilityBufferRenderPass::start(RenderCallbacks* /*callbacks*/)
                    m_gl4 ? QStringLiteral("Using GL4 mode") : QStringLiteral("Using non-GL4 mode"));
 
     const QRect viewport = m_inputs[Viewport].value.toRect();
-    m_nodeBufferWidth = m_gl4 ? nodeBufferSide : viewport.width();
+    m_nodeBufferWidth = m_gl4 ? nodeBufferSide : std::max(viewport.width(), 0);
     m_outputs[NodeBufferWidth].value = m_nodeBufferWidth;
     if (viewport.isEmpty()) {
         m_outputs[HeadPointers].value.clear();
@@ -321,6 +324,7 @@ void VisibilityBufferRenderPass::clearNodes()
         m_nodesAreUndefined = false;
         return;
     }
+    const AutoDisabler culling(GL_CULL_FACE);
     const AutoBinder programBinder(m_clearProgram.get());
     const AutoBinder countBinder(m_previousCountTexel.get());
     m_clearProgram->setUniform(m_clearCount, m_previousCountTexel->unit());
@@ -344,8 +348,8 @@ void VisibilityBufferRenderPass::draw(GPUModel* model)
         const AutoBinder counterBinder(m_counter.get());
         // Bound for writing alone although the shader exchanges values, which reads them. Deliberate; drivers
         // go by what the shader does.
-        const ImageBinder headPointers(0, m_headPointers.get(), GL_WRITE_ONLY);
-        const ImageBinder nodes(1, m_nodes.get(), GL_READ_WRITE);
+        const ImageBinder headPointers(0, m_headPointers.get(), GL_WRITE_ONLY, GL_R32UI);
+        const ImageBinder nodes(1, m_nodes.get(), GL_READ_WRITE, GL_RGBA32UI);
         model->draw(m_program.get(), m_drawFlags, m_drawMask, WindingType::CounterClockwise);
     }
     glMemoryBarrier(GL_TEXTURE_FETCH_BARRIER_BIT);

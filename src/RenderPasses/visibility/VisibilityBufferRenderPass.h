@@ -34,10 +34,10 @@ class Texture;
 /// `description()` lists, each pixel keeps the nearest fragment alone, with 0 for the draw. The pass says on
 /// the debug channel, each time it runs, in which mode.
 ///
-/// GL state: relies on depth function, depth mask and face culling as they are; leaves the front face
-/// counter-clockwise, the clear colour 0 and, when a model was drawn, the depth test enabled. Outputs are
-/// owned by the pass; head pointers are replaced when the size changes, the node buffer of the full mode
-/// never.
+/// GL state: relies on face culling as it is, on the colour mask being full and scissor test and blending
+/// being off, and in the reduced mode on depth function and depth mask; leaves the clear colour 0 and, when a
+/// model was drawn, the front face counter-clockwise and the depth test enabled. Outputs are owned by the
+/// pass; head pointers are replaced when the size changes, the node buffer of the full mode never.
 class QEL_RENDERPASSES_EXPORT VisibilityBufferRenderPass : public RenderPassHelper
 {
 public:

@@ -7,6 +7,7 @@
 
 #include <epoxy/gl.h>
 
+#include "support/FragmentLists.h"
 #include "support/FullScreen.h"
 #include "support/Targets.h"
 #include <Qel/gl/DrawBuffers.h>
@@ -23,7 +24,8 @@ namespace Morvane::Qel {
 
 namespace {
 
-// The normal is extended with w = 1, so that the last column of the normal matrix takes part. Deliberate, as
+// The normal is extended with w = 1, so that the last column of the normal matrix takes part, which for other
+// than affine camera matrices is not 0. Deliberate, as
 // is the sequence by which layers are blended: each line reads what the line before it wrote.
 const QString fragmentSource = QStringLiteral(R"(#version 150
 #include "VisibilityBuffer.glslh"
@@ -102,11 +104,13 @@ const PassDescription& VisibilityDeferredRenderPass::description()
           {},
           QStringLiteral("1 or more")},
          {QStringLiteral("Qel_QelGPUModel*_Geometry"),
-          QStringLiteral("the model that the lists were drawn from; all is shaded as its first batch"),
+          QStringLiteral("the model that the lists were drawn from, of triangles with 32-bit indices or "
+                         "none; all is shaded as its first batch"),
           QStringLiteral("the frame is clear")}},
         {{QStringLiteral("Qel_QelTexture*_Frame"),
-          QStringLiteral("blended colours, alpha what the last layer lets through; GL_RGBA, owned by the "
-                         "pass")}}};
+          QStringLiteral(
+              "blended colours, with the alpha that the sequence of blending leaves; GL_RGBA, owned by the "
+              "pass")}}};
     return description;
 }
 
@@ -124,6 +128,13 @@ void VisibilityDeferredRenderPass::start(RenderCallbacks* /*callbacks*/)
     auto* nodes = getInputPointer<Texture>(NodeBuffer);
     auto* model = getInputPointer<GPUModel>(Geometry);
 
+    TextureManager* pool = TextureManager::Instance();
+    if (viewport.isEmpty()) {
+        m_outputs[Frame].value.clear();
+        pool->releaseTempTextureRef(headPointers, 1);
+        pool->releaseTempTextureRef(nodes, 1);
+        return;
+    }
     if (!m_framebuffer) {
         makeObjects();
     }
@@ -134,14 +145,15 @@ void VisibilityDeferredRenderPass::start(RenderCallbacks* /*callbacks*/)
         const AutoBinder framebufferBinder(m_framebuffer.get());
         m_framebuffer->setDrawBuffers();
         glClear(GL_COLOR_BUFFER_BIT);
-        if (headPointers && nodes && m_inputs[NodeBufferWidth].value.toInt() > 0 && model &&
-            model->numBatches() > 0 && !viewport.isEmpty()) {
+        if (areFragmentLists(headPointers, nodes, &m_hasReportedLists) &&
+            m_inputs[NodeBufferWidth].value.toInt() > 0 && model && model->numBatches() > 0 &&
+            model->drawBuffers(0)->VAO()) {
             shade(headPointers, nodes, model);
         }
     }
     m_outputs[Frame].value = textureVariant(m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
-    TextureManager::Instance()->releaseTempTextureRef(headPointers, 1);
-    TextureManager::Instance()->releaseTempTextureRef(nodes, 1);
+    pool->releaseTempTextureRef(headPointers, 1);
+    pool->releaseTempTextureRef(nodes, 1);
 }
 
 void VisibilityDeferredRenderPass::makeObjects()
@@ -187,10 +199,12 @@ void VisibilityDeferredRenderPass::resize(int width, int height)
 
 void VisibilityDeferredRenderPass::showBuffers(DrawBuffers* batch)
 {
-    if (m_shownBatch == batch) {
+    if (m_shownBatch == batch && m_shownVertexArray == batch->VAO() && m_shownIndices == batch->indexBO()) {
         return;
     }
     m_shownBatch = batch;
+    m_shownVertexArray = batch->VAO();
+    m_shownIndices = batch->indexBO();
     const auto show = [&](std::unique_ptr<Texture>& texture, const QSharedPointer<BufferObject>& buffer,
                           unsigned int format) {
         if (!texture) {

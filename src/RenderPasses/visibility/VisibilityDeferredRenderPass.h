@@ -16,6 +16,7 @@ class DrawBuffers;
 class FramebufferObject;
 class GPUModel;
 class Texture;
+class VertexArrayObject;
 
 /// Shades the lists of fragments of VisibilityBufferRenderPass: fetches each recorded primitive from the
 /// model's buffers, rebuilds its attributes at the pixel and blends the layers in the order of the list (C.
@@ -27,13 +28,14 @@ class Texture;
 /// are those of ForwardRenderPass.
 ///
 /// Layers are blended by a sequence of its own, which the fragment stage spells out. With it a layer of
-/// dissolve d adds its colour twice, mixed with d over the layers before it and once more by its share of
-/// their alpha: in a sorted list the farthest layer weighs most, and an opaque first layer has double its
-/// brightness and an alpha of 0. Alpha is what the last layer lets through; pixels without fragments keep the
-/// clear colour.
+/// dissolve d adds its colour twice, mixed with d over the layers before it and once more by d (d + (1 - d)
+/// a), a being the alpha before, from 1 on: in a sorted list the farthest layer weighs most, and an opaque
+/// first layer has double its brightness and an alpha of 0. Alpha becomes (1 - d) (d + (1 - d) a); pixels
+/// without fragments keep the clear colour.
 ///
 /// The output is GL_RGBA, owned by the pass and replaced when the size changes. GL state: relies on the clear
-/// colour; the depth test is put back as it was.
+/// colour, on blending, face culling and scissor test being off and on the colour mask being full; the depth
+/// test is put back as it was.
 class QEL_RENDERPASSES_EXPORT VisibilityDeferredRenderPass : public RenderPassHelper
 {
 public:
@@ -77,6 +79,9 @@ private:
     std::unique_ptr<Texture> m_indices;
     /// Whose buffers they show; null once the model is gone.
     QPointer<DrawBuffers> m_shownBatch;
+    QWeakPointer<VertexArrayObject> m_shownVertexArray;
+    QWeakPointer<BufferObject> m_shownIndices;
+    bool m_hasReportedLists = false;
     /// Stands in for a buffer that the model does not have: zeroes for one vertex.
     QSharedPointer<BufferObject> m_zeroes;
     bool m_hasThreeComponents = false;

@@ -130,7 +130,7 @@ int gather(uint pointer)
     while (pointer != 0u && count < MAX_DEPTH) {
         uvec4 node = imageLoad(u_NodeBufferImage, texelOfNode(pointer));
         if (node.g == 0u) {
-            // Outside the image all reads as 0, which no node has for its primitive: the list of a buffer that ran
+            // Outside the image g reads as 0, which no node has for its primitive: the list of a buffer that ran
             // full ends here.
             break;
         }
@@ -216,7 +216,8 @@ void VisibilitySortRenderPass::start(RenderCallbacks* /*callbacks*/)
     auto* headPointers = getInputPointer<Texture>(HeadPointers);
     auto* nodes = getInputPointer<Texture>(NodeBuffer);
     const int width = m_inputs[NodeBufferWidth].value.toInt();
-    if (m_gl4 && headPointers && nodes && width > 0 && !m_inputs[Viewport].value.toRect().isEmpty()) {
+    if (m_gl4 && width > 0 && !m_inputs[Viewport].value.toRect().isEmpty() &&
+        areFragmentLists(headPointers, nodes, &m_hasReportedLists)) {
         sort(headPointers, nodes, width);
     }
     passInputsThrough();
@@ -238,7 +239,10 @@ void VisibilitySortRenderPass::passInputsThrough()
 
 void VisibilitySortRenderPass::makeObjects()
 {
-    m_framebuffer = std::make_unique<FramebufferObject>();
+    if (!m_framebuffer) {
+        m_framebuffer = std::make_unique<FramebufferObject>();
+        m_fullScreenBatch = OpenGLDeviceContext::current()->fullScreenTriangle();
+    }
     if (!m_program) {
         m_builtinProgram = std::make_unique<ShaderProgram>();
         m_builtinProgram->addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
@@ -246,14 +250,13 @@ void VisibilitySortRenderPass::makeObjects()
         m_program = m_builtinProgram.get();
         buildProgram(m_program);
     }
-    m_fullScreenBatch = OpenGLDeviceContext::current()->fullScreenTriangle();
     enableArrays(m_fullScreenBatch, m_program);
 }
 
 void VisibilitySortRenderPass::sort(Texture* headPointers, Texture* nodes, int nodeBufferWidth)
 {
     const QRect viewport = m_inputs[Viewport].value.toRect();
-    if (!m_framebuffer) {
+    if (!m_framebuffer || !m_program) {
         makeObjects();
     }
     const AutoBinder framebufferBinder(m_framebuffer.get());
@@ -268,7 +271,7 @@ void VisibilitySortRenderPass::sort(Texture* headPointers, Texture* nodes, int n
         glMemoryBarrier(GL_SHADER_IMAGE_ACCESS_BARRIER_BIT);
         const AutoBinder programBinder(m_program);
         const AutoBinder headPointerBinder(headPointers);
-        const ImageBinder nodeBinder(1, nodes, GL_READ_WRITE);
+        const ImageBinder nodeBinder(1, nodes, GL_READ_WRITE, GL_RGBA32UI);
         m_program->setUniform(m_imageWidth, nodeBufferWidth);
         m_program->setUniform(m_headPointerSampler, headPointers->unit());
         m_program->setUniform(m_nodeBufferImage, 1);

@@ -63,6 +63,7 @@ private:
     std::unique_ptr<FramebufferObject> m_framebuffer;
     std::unique_ptr<ShaderProgram> m_builtinProgram;
     ShaderProgram* m_program = nullptr;
+    bool m_hasReportedLists = false;
     QSharedPointer<DrawBuffers> m_fullScreenBatch;
     Uniform m_imageWidth{"u_NodeBufferImageWidth"};
     Uniform m_headPointerSampler{"u_SamplerHeadPointer"};
