@@ -6,6 +6,8 @@
 
 #include <epoxy/gl.h>
 
+#include <Qel/gl/OpenGLDeviceContext.h>
+
 namespace Morvane::Qel::Bench {
 
 namespace {
@@ -53,6 +55,11 @@ void compareSides(benchmark::State& state, Wait wait, const std::function<void()
             libraryTimes.push_back(microseconds(wait, prepare, library));
         }
     }
+    // What the side by hand left current may be deleted next, and nobody is to come back to it.
+    glUseProgram(0);
+    glBindVertexArray(0);
+    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    OpenGLDeviceContext::current()->makeCurrent();
     const double libraryMedian = median(libraryTimes);
     const double byHandMedian = median(byHandTimes);
     state.counters["library_us"] = libraryMedian;
