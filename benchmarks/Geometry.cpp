@@ -125,8 +125,10 @@ private:
         unsigned int texture = 0;
         glGenTextures(1, &texture);
         glBindTexture(GL_TEXTURE_2D, texture);
-        glTexImage2D(GL_TEXTURE_2D, 0, static_cast<int>(internalFormat), width, height, 0, format, GL_FLOAT,
-                     nullptr);
+        // As the pass asks for it, since drivers choose the order of bytes by format and type.
+        const unsigned int type = internalFormat == GL_RGBA ? GL_UNSIGNED_BYTE : GL_FLOAT;
+        glTexImage2D(GL_TEXTURE_2D, 0, static_cast<int>(internalFormat), width, height, 0,
+                     internalFormat == GL_RGBA ? GL_BGRA : format, type, nullptr);
         for (const unsigned int filter : {GL_TEXTURE_MIN_FILTER, GL_TEXTURE_MAG_FILTER}) {
             glTexParameteri(GL_TEXTURE_2D, filter, GL_NEAREST);
         }
