@@ -13,12 +13,14 @@
 #include <epoxy/gl.h>
 
 #include "support/Sides.h"
-#include "support/SmaaTables.h"
 #include <Qel/RenderPasses/postprocessing/FastApproximateAntiAliasingRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/SMAARenderPass.h>
+#include <Qel/RenderPasses/support/SmaaTables.h>
 #include <Qel/gl/GLSLMacroProcessor.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/Texture.h>
+
+using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel::Bench {
 namespace {
@@ -100,25 +102,25 @@ DrawByHand::DrawByHand(int width, int height, const QString& vertex, const QStri
     , m_height(height)
 {
     GLSLMacroProcessor processor;
-    processor.addDefine(QStringLiteral("SMAA_RT_METRICS"), QStringLiteral("metrics"));
-    processor.addDefine(QStringLiteral("SMAA_GLSL_3"), QStringLiteral("1"));
-    processor.addDefine(QStringLiteral("SMAA_PRESET_ULTRA"), QStringLiteral("1"));
+    processor.addDefine(u"SMAA_RT_METRICS"_s, u"metrics"_s);
+    processor.addDefine(u"SMAA_GLSL_3"_s, u"1"_s);
+    processor.addDefine(u"SMAA_PRESET_ULTRA"_s, u"1"_s);
     m_program.setMacroProcessor(&processor);
     m_program.addShader(GL_VERTEX_SHADER,
-                        QStringLiteral("#version 150\n#define SMAA_INCLUDE_VS 1\n#define SMAA_INCLUDE_PS 0\n"
-                                       "uniform vec4 metrics;\nout vec2 at;\n") +
+                        u"#version 150\n#define SMAA_INCLUDE_VS 1\n#define SMAA_INCLUDE_PS 0\n"
+                        "uniform vec4 metrics;\nout vec2 at;\n"_s +
                             vertex,
                         {});
     m_program.addShader(GL_FRAGMENT_SHADER,
-                        QStringLiteral("#version 150\n#define SMAA_INCLUDE_VS 0\n#define SMAA_INCLUDE_PS 1\n"
-                                       "uniform vec4 metrics;\nin vec2 at;\n") +
+                        u"#version 150\n#define SMAA_INCLUDE_VS 0\n#define SMAA_INCLUDE_PS 1\n"
+                        "uniform vec4 metrics;\nin vec2 at;\n"_s +
                             fragment,
                         {});
     if (!file.isEmpty()) {
         m_program.addShaderFromFile(GL_FRAGMENT_SHADER, file);
     }
     m_program.bind();
-    m_program.setUniform(QStringLiteral("metrics"),
+    m_program.setUniform(u"metrics"_s,
                          QVector4D(1.0F / static_cast<float>(width), 1.0F / static_cast<float>(height),
                                    static_cast<float>(width), static_cast<float>(height)));
     for (size_t unit = 0; unit < samplers.size(); ++unit) {
@@ -143,9 +145,8 @@ DrawByHand::DrawByHand(int width, int height, const QString& vertex, const QStri
 }
 
 /// Places the corner and its texture coordinate.
-const QString corner =
-    QStringLiteral("at = vec2(gl_VertexID == 1 ? 2.0 : 0.0, gl_VertexID == 2 ? 2.0 : 0.0);\n"
-                   "gl_Position = vec4(at * 2.0 - 1.0, 0.0, 1.0);\n");
+const QString corner = u"at = vec2(gl_VertexID == 1 ? 2.0 : 0.0, gl_VertexID == 2 ? 2.0 : 0.0);\n"
+                       "gl_Position = vec4(at * 2.0 - 1.0, 0.0, 1.0);\n"_s;
 
 void compareFxaa(benchmark::State& state, Wait wait, int width, int height)
 {
@@ -155,12 +156,11 @@ void compareFxaa(benchmark::State& state, Wait wait, int width, int height)
     pass.setInput(FastApproximateAntiAliasingRenderPass::Viewport, QRect(0, 0, width, height));
     pass.setInput(FastApproximateAntiAliasingRenderPass::Frame, QVariant::fromValue<QObject*>(frame.get()));
     const DrawByHand byHand(
-        width, height, QStringLiteral("void main() {\n%1}\n").arg(corner),
-        QStringLiteral(
-            "#include \"FXAA.glslh\"\nuniform sampler2D frame;\nout vec4 colour;\nvoid main() {\n"
-            "vec4 z = vec4(0.0);\ncolour = FxaaPixelShader(at, z, frame, frame, frame, metrics.xy, z, z, "
-            "z, 0.75, 0.166, 0.0, 8.0, 0.125, 0.05, z);\n}\n"),
-        QStringLiteral("FXAA.glslc"), {"frame"});
+        width, height, u"void main() {\n%1}\n"_s.arg(corner),
+        u"#include \"FXAA.glslh\"\nuniform sampler2D frame;\nout vec4 colour;\nvoid main() {\n"
+        "vec4 z = vec4(0.0);\ncolour = FxaaPixelShader(at, z, frame, frame, frame, metrics.xy, z, z, "
+        "z, 0.75, 0.166, 0.0, 8.0, 0.125, 0.05, z);\n}\n"_s,
+        u"FXAA.glslc"_s, {"frame"});
     compareSides(
         state, wait, [&] { pass.start(nullptr); }, [&] { byHand.draw({frame->textureID()}); });
 }
@@ -198,34 +198,30 @@ private:
     SMAARenderPass m_pass;
 };
 
-const QString smaaInclude = QStringLiteral("#include \"SMAA.glslh\"\n");
+const QString smaaInclude = u"#include \"SMAA.glslh\"\n"_s;
 
 Smaa::Smaa(int width, int height)
     : m_frame(makeFrame(width, height))
-    , m_edges(
-          width, height,
-          smaaInclude +
-              QStringLiteral("out vec4 o[3];\nvoid main() {\n%1SMAAEdgeDetectionVS(at, o);\n}\n").arg(corner),
-          smaaInclude + QStringLiteral("in vec4 o[3];\nuniform sampler2D frame;\nout vec2 edges;\n"
-                                       "void main() { edges = SMAAColorEdgeDetectionPS(at, o, frame); }\n"),
-          {}, {"frame"})
+    , m_edges(width, height,
+              smaaInclude +
+                  u"out vec4 o[3];\nvoid main() {\n%1SMAAEdgeDetectionVS(at, o);\n}\n"_s.arg(corner),
+              smaaInclude + u"in vec4 o[3];\nuniform sampler2D frame;\nout vec2 edges;\n"
+                            "void main() { edges = SMAAColorEdgeDetectionPS(at, o, frame); }\n"_s,
+              {}, {"frame"})
     , m_weights(width, height,
-                smaaInclude + QStringLiteral("out vec4 o[3];\nout vec2 pixel;\nvoid main() {\n"
-                                             "%1SMAABlendingWeightCalculationVS(at, pixel, o);\n}\n")
-                                  .arg(corner),
-                smaaInclude + QStringLiteral("in vec4 o[3];\nin vec2 pixel;\n"
-                                             "uniform sampler2D edges, areas, searches;\nout vec4 weights;\n"
-                                             "void main() { weights = SMAABlendingWeightCalculationPS(at, "
-                                             "pixel, o, edges, areas, searches, vec4(0.0)); }\n"),
+                smaaInclude + u"out vec4 o[3];\nout vec2 pixel;\nvoid main() {\n"
+                              "%1SMAABlendingWeightCalculationVS(at, pixel, o);\n}\n"_s.arg(corner),
+                smaaInclude + u"in vec4 o[3];\nin vec2 pixel;\n"
+                              "uniform sampler2D edges, areas, searches;\nout vec4 weights;\n"
+                              "void main() { weights = SMAABlendingWeightCalculationPS(at, "
+                              "pixel, o, edges, areas, searches, vec4(0.0)); }\n"_s,
                 {}, {"edges", "areas", "searches"})
     , m_result(width, height,
                smaaInclude +
-                   QStringLiteral("out vec4 o;\nvoid main() {\n%1SMAANeighborhoodBlendingVS(at, o);\n}\n")
-                       .arg(corner),
-               smaaInclude +
-                   QStringLiteral("in vec4 o;\nuniform sampler2D frame, weights;\nout vec4 colour;\n"
-                                  "void main() { colour = SMAANeighborhoodBlendingPS(at, o, frame, weights); "
-                                  "}\n"),
+                   u"out vec4 o;\nvoid main() {\n%1SMAANeighborhoodBlendingVS(at, o);\n}\n"_s.arg(corner),
+               smaaInclude + u"in vec4 o;\nuniform sampler2D frame, weights;\nout vec4 colour;\n"
+                             "void main() { colour = SMAANeighborhoodBlendingPS(at, o, frame, weights); "
+                             "}\n"_s,
                {}, {"frame", "weights"})
 {
     m_pass.setup(nullptr);

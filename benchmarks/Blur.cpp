@@ -17,6 +17,8 @@
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/Texture.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Bench {
 namespace {
 
@@ -186,7 +188,7 @@ void changeRadius(benchmark::State& state)
     const auto picture = makePicture();
     const auto setUp = [&](Pass& pass) {
         for (int i = 0; i < pass.numInputs(); ++i) {
-            if (pass.inputName(i).startsWith(QStringLiteral("Qel_QelTexture*_"))) {
+            if (pass.inputName(i).startsWith(u"Qel_QelTexture*_"_s)) {
                 pass.setInput(i, QVariant::fromValue<QObject*>(picture.get()));
             }
         }

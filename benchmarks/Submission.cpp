@@ -21,13 +21,15 @@
 #include <Qel/graph/RenderGraph.h>
 #include <Qel/model/GPUModel.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Bench {
 namespace {
 
 // So small that rasterising costs next to nothing.
 constexpr int side = 8;
 
-const QString mixSource = QStringLiteral(R"(#version 150
+const QString mixSource = uR"(#version 150
 uniform sampler2D u_A;
 uniform sampler2D u_B;
 in vec2 vo_TexCoord;
@@ -37,7 +39,7 @@ void main()
 {
     o_Frame = mix(texture(u_A, vo_TexCoord), texture(u_B, vo_TexCoord), 0.5);
 }
-)");
+)"_s;
 
 std::unique_ptr<Texture> makeTexture()
 {
@@ -65,10 +67,10 @@ void SubmitFullScreenPass(benchmark::State& state)
     const auto b = makeTexture();
 
     ShaderRenderPass pass;
-    pass.addInput(QStringLiteral("Qel_QRect_Viewport"), QRect(0, 0, side, side));
-    pass.addInput(QStringLiteral("Qel_QelTexture*_A"), QVariant::fromValue<QObject*>(a.get()));
-    pass.addInput(QStringLiteral("Qel_QelTexture*_B"), QVariant::fromValue<QObject*>(b.get()));
-    pass.addOutput(QStringLiteral("Qel_QelTexture*_Frame"));
+    pass.addInput(u"Qel_QRect_Viewport"_s, QRect(0, 0, side, side));
+    pass.addInput(u"Qel_QelTexture*_A"_s, QVariant::fromValue<QObject*>(a.get()));
+    pass.addInput(u"Qel_QelTexture*_B"_s, QVariant::fromValue<QObject*>(b.get()));
+    pass.addOutput(u"Qel_QelTexture*_Frame"_s);
     pass.setFragmentShaderSource(mixSource);
 
     const auto target = makeTexture();
@@ -133,12 +135,11 @@ class IdleRenderPass : public RenderPassHelper
 public:
     static const PassDescription& description()
     {
-        static const PassDescription description{
-            QStringLiteral("IdleRenderPass"),
-            QStringLiteral("Does nothing."),
-            {{QStringLiteral("Qel_QRect_Viewport"), QStringLiteral("size"), QStringLiteral("none")},
-             {QStringLiteral("Qel_float_Value"), QStringLiteral("a number"), QStringLiteral("none")}},
-            {}};
+        static const PassDescription description{u"IdleRenderPass"_s,
+                                                 u"Does nothing."_s,
+                                                 {{u"Qel_QRect_Viewport"_s, u"size"_s, u"none"_s},
+                                                  {u"Qel_float_Value"_s, u"a number"_s, u"none"_s}},
+                                                 {}};
         return description;
     }
     IdleRenderPass() { declarePorts(description()); }
@@ -153,8 +154,7 @@ void SubmitGraph(benchmark::State& state)
     GraphDescription description;
     description.viewport = {side, side};
     for (int i = 0; i < numPasses; ++i) {
-        description.passes.push_back(
-            {QStringLiteral("pass%1").arg(i), QStringLiteral("IdleRenderPass"), {}, {}});
+        description.passes.push_back({u"pass%1"_s.arg(i), u"IdleRenderPass"_s, {}, {}});
     }
     QStringList faults;
     const auto graph = RenderGraph::create(description, registry, {}, &faults);
@@ -188,18 +188,18 @@ void SubmitModel(benchmark::State& state)
 
     const InstanceDataRegistry* registry = InstanceDataRegistry::Instance();
     ShaderProgram program;
-    program.addShader(GL_VERTEX_SHADER, QStringLiteral(R"(#version 150
+    program.addShader(GL_VERTEX_SHADER, uR"(#version 150
 #instancedata "InstanceInfo"
 in vec3 va_Vertex;
-void main() { gl_Position = getModelMatrix() * vec4(va_Vertex, 1.0); })"),
+void main() { gl_Position = getModelMatrix() * vec4(va_Vertex, 1.0); })"_s,
                       {});
-    program.addShader(GL_VERTEX_SHADER, registry->getPlan(QStringLiteral("InstanceInfo"))->glslc(), {});
-    program.addShader(GL_FRAGMENT_SHADER, QStringLiteral(R"(#version 150
+    program.addShader(GL_VERTEX_SHADER, registry->getPlan(u"InstanceInfo"_s)->glslc(), {});
+    program.addShader(GL_FRAGMENT_SHADER, uR"(#version 150
 #instancedata "OBJMaterial"
 out vec4 out_FragColor;
-void main() { out_FragColor = vec4(getKd(), getD()); })"),
+void main() { out_FragColor = vec4(getKd(), getD()); })"_s,
                       {});
-    program.addShader(GL_FRAGMENT_SHADER, registry->getPlan(QStringLiteral("OBJMaterial"))->glslc(), {});
+    program.addShader(GL_FRAGMENT_SHADER, registry->getPlan(u"OBJMaterial"_s)->glslc(), {});
 
     const auto target = makeTexture();
     FramebufferObject framebuffer;

@@ -346,7 +346,7 @@ void Transparency(benchmark::State& state)
 {
     QString error;
     const std::optional<ModelData> data =
-        importModel(QStringLiteral(QEL_SOURCE_DIR "/examples/scenes/arcade.obj"), &error);
+        importModel(u"" QEL_SOURCE_DIR "/examples/scenes/arcade.obj"_s, &error);
     if (!data) {
         state.SkipWithError(qPrintable(error));
         return;

@@ -20,6 +20,8 @@
 #include <Qel/gl/VertexArrayObject.h>
 #include <Qel/model/GPUModel.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Bench {
 namespace {
 
@@ -91,14 +93,14 @@ ListsByHand::ListsByHand(int width, int height)
     : m_width(width)
     , m_height(height)
 {
-    m_program.addShader(GL_VERTEX_SHADER, QStringLiteral(R"(#version 150
+    m_program.addShader(GL_VERTEX_SHADER, uR"(#version 150
 uniform mat4 u_CameraMatrix;
 uniform mat4 u_ProjectionMatrix;
 uniform mat4 u_ModelMatrix;
 in vec3 va_Vertex;
-void main() { gl_Position = u_ProjectionMatrix * u_CameraMatrix * u_ModelMatrix * vec4(va_Vertex, 1.0); })"),
+void main() { gl_Position = u_ProjectionMatrix * u_CameraMatrix * u_ModelMatrix * vec4(va_Vertex, 1.0); })"_s,
                         {});
-    m_program.addShader(GL_FRAGMENT_SHADER, QStringLiteral(R"(#version 150
+    m_program.addShader(GL_FRAGMENT_SHADER, uR"(#version 150
 #extension GL_ARB_shader_atomic_counters : enable
 #extension GL_ARB_shader_image_load_store : enable
 #extension GL_ARB_shading_language_420pack : enable
@@ -114,10 +116,10 @@ void main()
     uint next = imageAtomicExchange(heads, ivec2(gl_FragCoord.xy), node + 1u);
     imageStore(nodes, ivec2(node % uint(side), node / uint(side)),
                uvec4(next, uint(gl_PrimitiveID) + 1u, floatBitsToUint(gl_FragCoord.z), uint(draw)));
-})"),
+})"_s,
                         {});
     m_program.bind();
-    m_program.setUniform(QStringLiteral("side"), 4096);
+    m_program.setUniform(u"side"_s, 4096);
     m_program.release();
 
     m_textures = {makeTexture(width, height, GL_RGBA16F, GL_RGBA, GL_FLOAT),
@@ -188,9 +190,9 @@ void BuildFragmentLists(benchmark::State& state)
     pass.setInput(VisibilityBufferRenderPass::Geometry, QVariant::fromValue(&model));
 
     ListsByHand lists(width, height);
-    lists.program().setUniform(QStringLiteral("u_ProjectionMatrix"), projection);
-    lists.program().setUniform(QStringLiteral("u_CameraMatrix"), camera);
-    lists.program().setUniform(QStringLiteral("u_ModelMatrix"), QMatrix4x4());
+    lists.program().setUniform(u"u_ProjectionMatrix"_s, projection);
+    lists.program().setUniform(u"u_CameraMatrix"_s, camera);
+    lists.program().setUniform(u"u_ModelMatrix"_s, QMatrix4x4());
     DrawBuffers* batch = model.drawBuffers(0);
     compareSides(
         state, Wait::Pixels, [&] { pass.start(nullptr); },

@@ -15,6 +15,8 @@
 
 #include <Qel/gl/HeadlessContext.h>
 
+using namespace Qt::StringLiterals;
+
 int main(int argc, char** argv)
 {
     using Morvane::Qel::HeadlessContext;
@@ -24,7 +26,7 @@ int main(int argc, char** argv)
     mallopt(M_MMAP_MAX, 0);
 
     // Some passes say in every frame how they run.
-    QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
+    QLoggingCategory::setFilterRules(u"default.debug=false"_s);
 
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) {

@@ -1,6 +1,7 @@
 # How this project's targets are made, so that every one is made alike.
 
-set(QEL_HEADER_TREE "${CMAKE_BINARY_DIR}/include")
+# Where includes start: <Qel/gl/Texture.h> is src/Qel/gl/Texture.h.
+set(QEL_INCLUDE_DIR "${PROJECT_SOURCE_DIR}/src")
 
 # What every target of this project compiles with. Kept out of the exported interface.
 function(qel_compile_options target)
@@ -20,20 +21,18 @@ function(qel_compile_options target)
     endif()
 endfunction()
 
-# qel_add_library(GL FOLDER gl [AUTOMOC] HEADERS ... SOURCES ... PUBLIC ... PRIVATE ...)
-# makes libQelGL, alias Qel::GL, from this folder. Its headers are included as <Qel/gl/X.h>, in the tree
-# through a link below the build folder and after the installation from include/Qel/gl.
+# qel_add_library(GL [AUTOMOC] HEADERS ... SOURCES ... PUBLIC ... PRIVATE ...)
+# makes libQelGL, alias Qel::GL, from the folder that calls it. HEADERS are installed and keep their path below
+# src; headers among SOURCES stay private.
 function(qel_add_library name)
-    cmake_parse_arguments(ARG "AUTOMOC" "FOLDER" "HEADERS;SOURCES;PUBLIC;PRIVATE" ${ARGN})
+    cmake_parse_arguments(ARG "AUTOMOC" "" "HEADERS;SOURCES;PUBLIC;PRIVATE" ${ARGN})
     set(target Qel${name})
     add_library(${target} ${ARG_HEADERS} ${ARG_SOURCES})
     add_library(Qel::${name} ALIAS ${target})
     qel_compile_options(${target})
 
-    file(MAKE_DIRECTORY "${QEL_HEADER_TREE}/Qel")
-    file(CREATE_LINK "${CMAKE_CURRENT_SOURCE_DIR}" "${QEL_HEADER_TREE}/Qel/${ARG_FOLDER}" SYMBOLIC)
     target_include_directories(${target} PUBLIC
-        "$<BUILD_INTERFACE:${QEL_HEADER_TREE}>" "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
+        "$<BUILD_INTERFACE:${QEL_INCLUDE_DIR}>" "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
     string(TOUPPER ${name} upper)
     target_compile_definitions(${target} PRIVATE QEL_${upper}_BUILD)
     if(NOT BUILD_SHARED_LIBS)
@@ -49,11 +48,10 @@ function(qel_add_library name)
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    file(RELATIVE_PATH library_folder "${QEL_INCLUDE_DIR}" "${CMAKE_CURRENT_SOURCE_DIR}")
     foreach(header IN LISTS ARG_HEADERS)
         get_filename_component(folder "${header}" DIRECTORY)
-        if(NOT folder STREQUAL "support")
-            install(FILES "${header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/Qel/${ARG_FOLDER}/${folder}")
-        endif()
+        install(FILES "${header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/${library_folder}/${folder}")
     endforeach()
 endfunction()
 

@@ -18,11 +18,13 @@
 #include <Qel/model/GPUModel.h>
 #include <Qel/model/ShadowMapManager.h>
 
+using namespace Qt::StringLiterals;
+
 using namespace Morvane::Qel;
 
 namespace {
 
-const QString vertexSource = QStringLiteral(R"(#version 150
+const QString vertexSource = uR"(#version 150
 #instancedata "InstanceInfo"
 uniform mat4 u_ProjectionMatrix;
 uniform mat4 u_CameraMatrix;
@@ -44,11 +46,11 @@ void main()
     vo_Normal = mat3(getModelNormalMatrix()) * va_Normal;
     vo_TexCoord = va_TexCoord;
 }
-)");
+)"_s;
 
 // %1 and %2 are the sizes of the arrays, %3 the part of a cascade that has been passed when it begins to
 // fade.
-const QString fragmentSource = QStringLiteral(R"(#version 150
+const QString fragmentSource = uR"(#version 150
 #instancedata "OBJMaterial"
 #include "TextureManager.glslh"
 #include "QelUtilities.glslh"
@@ -184,7 +186,7 @@ void main()
     }
     out_FragColor = vec4(gammaCorrect(1.0 - exp(-light), 2.2), 1.0);
 }
-)");
+)"_s;
 
 void setVector(QVector<float>& array, int index, const QVector3D& xyz, float w)
 {

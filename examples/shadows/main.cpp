@@ -10,6 +10,8 @@
 #include <Qel/graph/PassRegistry.h>
 #include <Qel/graph/RenderGraph.h>
 
+using namespace Qt::StringLiterals;
+
 using namespace Morvane::Qel;
 
 namespace {
@@ -48,7 +50,7 @@ int main(int argc, char** argv)
         return fail(error);
     }
     if (!graph->picture()) {
-        return fail(QStringLiteral("%1: the graph needs an \"output\"").arg(QString::fromLocal8Bit(argv[1])));
+        return fail(u"%1: the graph needs an \"output\""_s.arg(QString::fromLocal8Bit(argv[1])));
     }
     if (!writeImage(readTexture(graph->picture()).front(), QString::fromLocal8Bit(argv[2]), &error)) {
         return fail(error);

@@ -12,11 +12,13 @@
 
 #include "support/Program.h"
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 
 namespace {
 
-const QStringList rgba = {QStringLiteral("R"), QStringLiteral("G"), QStringLiteral("B"), QStringLiteral("A")};
+const QStringList rgba = {u"R"_s, u"G"_s, u"B"_s, u"A"_s};
 
 class Compare : public testing::Test
 {
@@ -32,7 +34,7 @@ protected:
 
     ProgramResult compare(const QString& a, const QString& b, const QStringList& options = {})
     {
-        return runProgram(QStringList{QStringLiteral("compare"), path(a), path(b)} + options);
+        return runProgram(QStringList{u"compare"_s, path(a), path(b)} + options);
     }
 
     QTemporaryDir m_folder;
@@ -63,15 +65,14 @@ TEST_F(Compare, ReportsWhatTheDifferencesComeTo)
             sumOfSquares += d * d;
         }
     }
-    write(QStringLiteral("a.exr"), width, height, rgba, a);
-    write(QStringLiteral("b.exr"), width, height, rgba, b);
-    const ProgramResult result = compare(QStringLiteral("a.exr"), QStringLiteral("b.exr"));
+    write(u"a.exr"_s, width, height, rgba, a);
+    write(u"b.exr"_s, width, height, rgba, b);
+    const ProgramResult result = compare(u"a.exr"_s, u"b.exr"_s);
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_EQ(result.errors, QString());
     for (size_t c = 0; c < 4; ++c) {
-        const QRegularExpression row(
-            QStringLiteral("^%1 +(\\S+) +(\\S+)$").arg(rgba[static_cast<qsizetype>(c)]),
-            QRegularExpression::MultilineOption);
+        const QRegularExpression row(u"^%1 +(\\S+) +(\\S+)$"_s.arg(rgba[static_cast<qsizetype>(c)]),
+                                     QRegularExpression::MultilineOption);
         const QRegularExpressionMatch match = row.match(result.output);
         ASSERT_TRUE(match.hasMatch()) << qPrintable(result.output);
         // Nine digits are printed.
@@ -79,28 +80,27 @@ TEST_F(Compare, ReportsWhatTheDifferencesComeTo)
         EXPECT_NEAR(match.captured(2).toDouble(), sums[c] / (width * height), 1e-9);
     }
     const double psnr = 10.0 * std::log10(width * height * 4 / sumOfSquares);
-    const QRegularExpressionMatch match =
-        QRegularExpression(QStringLiteral("PSNR (\\S+) dB")).match(result.output);
+    const QRegularExpressionMatch match = QRegularExpression(u"PSNR (\\S+) dB"_s).match(result.output);
     EXPECT_NEAR(match.captured(1).toDouble(), psnr, 1e-6);
-    const QStringList pixels = result.output.split(u'\n').filter(QStringLiteral("pixel ("));
+    const QStringList pixels = result.output.split(u'\n').filter(u"pixel ("_s);
     ASSERT_EQ(pixels.size(), 5);
-    EXPECT_TRUE(pixels[0].startsWith(QStringLiteral("pixel (5, 3)"))) << qPrintable(pixels[0]);
-    EXPECT_TRUE(pixels[0].endsWith(QStringLiteral("difference 0.75"))) << qPrintable(pixels[0]);
+    EXPECT_TRUE(pixels[0].startsWith(u"pixel (5, 3)"_s)) << qPrintable(pixels[0]);
+    EXPECT_TRUE(pixels[0].endsWith(u"difference 0.75"_s)) << qPrintable(pixels[0]);
 }
 
 TEST_F(Compare, ToleranceDecidesAndIsZeroIfNotGiven)
 {
-    write(QStringLiteral("a.exr"), 1, 1, rgba.first(1), {0.5F});
-    write(QStringLiteral("b.exr"), 1, 1, rgba.first(1), {0.75F});
+    write(u"a.exr"_s, 1, 1, rgba.first(1), {0.5F});
+    write(u"b.exr"_s, 1, 1, rgba.first(1), {0.75F});
     const auto exitCode = [&](const QStringList& options) {
-        return compare(QStringLiteral("a.exr"), QStringLiteral("b.exr"), options).exitCode;
+        return compare(u"a.exr"_s, u"b.exr"_s, options).exitCode;
     };
     EXPECT_EQ(exitCode({}), 1);
-    EXPECT_EQ(exitCode({QStringLiteral("--tolerance"), QStringLiteral("0.25")}), 0);
-    EXPECT_EQ(exitCode({QStringLiteral("--tolerance"), QStringLiteral("0.2499999")}), 1);
-    EXPECT_EQ(compare(QStringLiteral("a.exr"), QStringLiteral("a.exr")).exitCode, 0);
+    EXPECT_EQ(exitCode({u"--tolerance"_s, u"0.25"_s}), 0);
+    EXPECT_EQ(exitCode({u"--tolerance"_s, u"0.2499999"_s}), 1);
+    EXPECT_EQ(compare(u"a.exr"_s, u"a.exr"_s).exitCode, 0);
     for (const char* wrong : {"-1", "nan", "much"}) {
-        EXPECT_EQ(exitCode({QStringLiteral("--tolerance"), QString::fromUtf8(wrong)}), 2) << wrong;
+        EXPECT_EQ(exitCode({u"--tolerance"_s, QString::fromUtf8(wrong)}), 2) << wrong;
     }
 }
 
@@ -111,55 +111,54 @@ TEST_F(Compare, PngMeansTheSameAsExr)
         const size_t pixel = i / 4;
         bytes[i] = static_cast<float>(pixel) / 255.0F;
     }
-    write(QStringLiteral("a.exr"), 16, 16, rgba, bytes);
-    write(QStringLiteral("a.png"), 16, 16, rgba, bytes);
-    EXPECT_EQ(compare(QStringLiteral("a.exr"), QStringLiteral("a.png")).exitCode, 0);
-    write(QStringLiteral("depth.exr"), 16, 64, {QStringLiteral("Z")}, bytes);
-    write(QStringLiteral("depth.png"), 16, 64, {QStringLiteral("Z")}, bytes);
-    EXPECT_EQ(compare(QStringLiteral("depth.exr"), QStringLiteral("depth.png")).exitCode, 0);
+    write(u"a.exr"_s, 16, 16, rgba, bytes);
+    write(u"a.png"_s, 16, 16, rgba, bytes);
+    EXPECT_EQ(compare(u"a.exr"_s, u"a.png"_s).exitCode, 0);
+    write(u"depth.exr"_s, 16, 64, {u"Z"_s}, bytes);
+    write(u"depth.png"_s, 16, 64, {u"Z"_s}, bytes);
+    EXPECT_EQ(compare(u"depth.exr"_s, u"depth.png"_s).exitCode, 0);
 }
 
 TEST_F(Compare, NanAndInfinityAreDifferencesAlsoOfThemselves)
 {
     for (const float value : {std::nanf(""), INFINITY}) {
-        write(QStringLiteral("a.exr"), 2, 1, rgba.first(1), {0.0F, value});
-        const ProgramResult result = compare(QStringLiteral("a.exr"), QStringLiteral("a.exr"),
-                                             {QStringLiteral("--tolerance"), QStringLiteral("1e30")});
+        write(u"a.exr"_s, 2, 1, rgba.first(1), {0.0F, value});
+        const ProgramResult result = compare(u"a.exr"_s, u"a.exr"_s, {u"--tolerance"_s, u"1e30"_s});
         EXPECT_EQ(result.exitCode, 1);
-        EXPECT_TRUE(result.output.contains(QStringLiteral("pixel (1, 0)"))) << qPrintable(result.output);
+        EXPECT_TRUE(result.output.contains(u"pixel (1, 0)"_s)) << qPrintable(result.output);
     }
 }
 
 TEST_F(Compare, AlphaCountsAndIsOneWhereThereIsNone)
 {
-    write(QStringLiteral("rgb.exr"), 1, 1, rgba.first(3), {0.1F, 0.2F, 0.3F});
-    write(QStringLiteral("opaque.exr"), 1, 1, rgba, {0.1F, 0.2F, 0.3F, 1.0F});
-    write(QStringLiteral("clear.exr"), 1, 1, rgba, {0.1F, 0.2F, 0.3F, 0.5F});
-    EXPECT_EQ(compare(QStringLiteral("rgb.exr"), QStringLiteral("opaque.exr")).exitCode, 0);
-    EXPECT_EQ(compare(QStringLiteral("opaque.exr"), QStringLiteral("rgb.exr")).exitCode, 0);
-    EXPECT_EQ(compare(QStringLiteral("rgb.exr"), QStringLiteral("clear.exr")).exitCode, 1);
-    EXPECT_EQ(compare(QStringLiteral("opaque.exr"), QStringLiteral("clear.exr")).exitCode, 1);
+    write(u"rgb.exr"_s, 1, 1, rgba.first(3), {0.1F, 0.2F, 0.3F});
+    write(u"opaque.exr"_s, 1, 1, rgba, {0.1F, 0.2F, 0.3F, 1.0F});
+    write(u"clear.exr"_s, 1, 1, rgba, {0.1F, 0.2F, 0.3F, 0.5F});
+    EXPECT_EQ(compare(u"rgb.exr"_s, u"opaque.exr"_s).exitCode, 0);
+    EXPECT_EQ(compare(u"opaque.exr"_s, u"rgb.exr"_s).exitCode, 0);
+    EXPECT_EQ(compare(u"rgb.exr"_s, u"clear.exr"_s).exitCode, 1);
+    EXPECT_EQ(compare(u"opaque.exr"_s, u"clear.exr"_s).exitCode, 1);
 }
 
 TEST_F(Compare, PicturesThatDoNotMatchFailWithOneLine)
 {
-    write(QStringLiteral("a.exr"), 2, 1, rgba.first(1), {0, 0});
-    write(QStringLiteral("size.exr"), 1, 2, rgba.first(1), {0, 0});
-    write(QStringLiteral("channels.exr"), 2, 1, rgba.first(3), {0, 0, 0, 0, 0, 0});
-    ProgramResult result = compare(QStringLiteral("a.exr"), QStringLiteral("size.exr"));
+    write(u"a.exr"_s, 2, 1, rgba.first(1), {0, 0});
+    write(u"size.exr"_s, 1, 2, rgba.first(1), {0, 0});
+    write(u"channels.exr"_s, 2, 1, rgba.first(3), {0, 0, 0, 0, 0, 0});
+    ProgramResult result = compare(u"a.exr"_s, u"size.exr"_s);
     EXPECT_EQ(result.exitCode, 1);
-    EXPECT_TRUE(result.isOneError(QStringLiteral("differ in size"))) << qPrintable(result.errors);
-    result = compare(QStringLiteral("a.exr"), QStringLiteral("channels.exr"));
+    EXPECT_TRUE(result.isOneError(u"differ in size"_s)) << qPrintable(result.errors);
+    result = compare(u"a.exr"_s, u"channels.exr"_s);
     EXPECT_EQ(result.exitCode, 1);
-    EXPECT_TRUE(result.isOneError(QStringLiteral("differ in channels"))) << qPrintable(result.errors);
+    EXPECT_TRUE(result.isOneError(u"differ in channels"_s)) << qPrintable(result.errors);
 
     // The image library says more than a line about a file that breaks off; the program does not.
-    write(QStringLiteral("whole.png"), 2, 1, rgba.first(1), {0, 0});
-    QFile whole(path(QStringLiteral("whole.png")));
+    write(u"whole.png"_s, 2, 1, rgba.first(1), {0, 0});
+    QFile whole(path(u"whole.png"_s));
     ASSERT_TRUE(whole.open(QIODevice::ReadWrite));
     ASSERT_TRUE(whole.resize(whole.size() - 20));
     for (const char* name : {"whole.png", "missing.png", "missing.exr"}) {
-        result = compare(QStringLiteral("a.exr"), QString::fromUtf8(name));
+        result = compare(u"a.exr"_s, QString::fromUtf8(name));
         EXPECT_EQ(result.exitCode, 2);
         EXPECT_TRUE(result.isOneError(QString::fromUtf8(name))) << qPrintable(result.errors);
         EXPECT_EQ(result.output, QString());
@@ -169,40 +168,34 @@ TEST_F(Compare, PicturesThatDoNotMatchFailWithOneLine)
 TEST_F(Compare, IntegersCompareExactly)
 {
     QString error;
-    ASSERT_TRUE(writeImage({1, 1, rgba.first(1), std::vector<quint32>{0xffffffffU}},
-                           path(QStringLiteral("a.exr")), &error));
-    ASSERT_TRUE(writeImage({1, 1, rgba.first(1), std::vector<quint32>{0xfffffffeU}},
-                           path(QStringLiteral("b.exr")), &error));
-    const ProgramResult result = compare(QStringLiteral("a.exr"), QStringLiteral("b.exr"));
+    ASSERT_TRUE(
+        writeImage({1, 1, rgba.first(1), std::vector<quint32>{0xffffffffU}}, path(u"a.exr"_s), &error));
+    ASSERT_TRUE(
+        writeImage({1, 1, rgba.first(1), std::vector<quint32>{0xfffffffeU}}, path(u"b.exr"_s), &error));
+    const ProgramResult result = compare(u"a.exr"_s, u"b.exr"_s);
     EXPECT_EQ(result.exitCode, 1);
-    EXPECT_TRUE(result.output.contains(QStringLiteral("difference 1\n"))) << qPrintable(result.output);
+    EXPECT_TRUE(result.output.contains(u"difference 1\n"_s)) << qPrintable(result.output);
 }
 
 TEST_F(Compare, WritesTheDifferencesAsAPicture)
 {
-    write(QStringLiteral("a.exr"), 2, 1, rgba, {0.5F, 0.5F, 0.5F, 1.0F, 0.0F, 0.0F, 0.0F, 0.0F});
-    write(QStringLiteral("b.exr"), 2, 1, rgba, {0.25F, 1.0F, 0.5F, 1.0F, 0.0F, 0.0F, 0.0F, 0.6F});
+    write(u"a.exr"_s, 2, 1, rgba, {0.5F, 0.5F, 0.5F, 1.0F, 0.0F, 0.0F, 0.0F, 0.0F});
+    write(u"b.exr"_s, 2, 1, rgba, {0.25F, 1.0F, 0.5F, 1.0F, 0.0F, 0.0F, 0.0F, 0.6F});
     const auto difference = [&](const QString& name) {
-        EXPECT_EQ(compare(QStringLiteral("a.exr"), QStringLiteral("b.exr"),
-                          {QStringLiteral("--difference"), path(name)})
-                      .exitCode,
-                  1);
+        EXPECT_EQ(compare(u"a.exr"_s, u"b.exr"_s, {u"--difference"_s, path(name)}).exitCode, 1);
         QString error;
         const std::optional<Image> image = readImage(path(name), &error);
         EXPECT_TRUE(image) << qPrintable(error);
         return image ? std::get<std::vector<float>>(image->samples) : std::vector<float>();
     };
-    EXPECT_EQ(difference(QStringLiteral("d.exr")),
-              (std::vector<float>{0.25F, 0.5F, 0.0F, 0.0F, 0.0F, 0.0F, 0.0F, 0.6F}));
+    EXPECT_EQ(difference(u"d.exr"_s), (std::vector<float>{0.25F, 0.5F, 0.0F, 0.0F, 0.0F, 0.0F, 0.0F, 0.6F}));
     // No alpha, which would hide the colours; its difference shows in them.
     const float alpha = 153.0F / 255.0F;
-    EXPECT_EQ(difference(QStringLiteral("d.png")),
+    EXPECT_EQ(difference(u"d.png"_s),
               (std::vector<float>{64.0F / 255.0F, 128.0F / 255.0F, 0.0F, alpha, alpha, alpha}));
-    const ProgramResult result =
-        compare(QStringLiteral("a.exr"), QStringLiteral("b.exr"),
-                {QStringLiteral("--difference"), path(QStringLiteral("none/d.png"))});
+    const ProgramResult result = compare(u"a.exr"_s, u"b.exr"_s, {u"--difference"_s, path(u"none/d.png"_s)});
     EXPECT_EQ(result.exitCode, 2);
-    EXPECT_TRUE(result.isOneError(QStringLiteral("none/d.png"))) << qPrintable(result.errors);
+    EXPECT_TRUE(result.isOneError(u"none/d.png"_s)) << qPrintable(result.errors);
 }
 
 } // namespace Morvane::Qel::Test

@@ -14,40 +14,42 @@
 
 #include "support/Program.h"
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 
 namespace {
 
-const QString gradient = QStringLiteral(R"({"viewport": [5, 8],
+const QString gradient = uR"({"viewport": [5, 8],
     "passes": [{"name": "sky", "type": "GradientRenderPass",
                 "inputs": {"ColorTop": "#ff0000ff", "ColorBottom": "#0033ff66"}}],
-    "output": "@sky.Frame"})");
+    "output": "@sky.Frame"})"_s;
 
 /// Alpha grows from left to right, and colour upwards.
-const QString ramp = QStringLiteral(R"(#version 150
+const QString ramp = uR"(#version 150
 in vec2 vo_TexCoord;
 uniform float Qel_float_Blue;
 out vec4 o_Frame;
 void main() { o_Frame = vec4(0.0, vo_TexCoord.y, Qel_float_Blue, vo_TexCoord.x); }
-)");
+)"_s;
 
-const QString shaderGraph = QStringLiteral(R"({"viewport": [16, 16],
+const QString shaderGraph = uR"({"viewport": [16, 16],
     "passes": [{"name": "ramp", "type": "ShaderRenderPass",
                 "options": {"inputs": ["Qel_QRect_Viewport", "Qel_float_Blue"],
                             "outputs": ["Qel_QelTexture*_Frame"], "fragmentShader": "ramp.frag"},
                 "inputs": {"Blue": 0.2}},
                {"name": "screen", "type": "TextureToScreenRenderPass", "inputs": {"Texture": "@ramp.Frame"}},
                {"name": "unused", "type": "GradientRenderPass"}],
-    "output": "@ramp.Frame"})");
+    "output": "@ramp.Frame"})"_s;
 
 class RenderCommand : public testing::Test
 {
 protected:
     void SetUp() override
     {
-        write(QStringLiteral("gradient.json"), gradient);
-        write(QStringLiteral("ramp.json"), shaderGraph);
-        write(QStringLiteral("ramp.frag"), ramp);
+        write(u"gradient.json"_s, gradient);
+        write(u"ramp.json"_s, shaderGraph);
+        write(u"ramp.frag"_s, ramp);
     }
 
     QString path(const QString& name) const { return m_folder.filePath(name); }
@@ -73,16 +75,13 @@ protected:
 
     ProgramResult render(const QString& graph, const QStringList& options)
     {
-        return runProgram(QStringList{QStringLiteral("render"), path(graph), QStringLiteral("--device"),
-                                      QStringLiteral("software")} +
-                          options);
+        return runProgram(QStringList{u"render"_s, path(graph), u"--device"_s, u"software"_s} + options);
     }
 
     /// Renders to a file and reads it.
     Image picture(const QString& graph, const QString& name, const QStringList& options = {})
     {
-        const ProgramResult result =
-            render(graph, options + QStringList{QStringLiteral("--output"), path(name)});
+        const ProgramResult result = render(graph, options + QStringList{u"--output"_s, path(name)});
         EXPECT_EQ(result.exitCode, 0) << qPrintable(result.errors);
         EXPECT_EQ(result.errors, QString());
         EXPECT_EQ(result.output, QString());
@@ -100,11 +99,10 @@ protected:
 TEST_F(RenderCommand, PictureIsTheFormulasAtAnySize)
 {
     for (const QSize size : {QSize(5, 8), QSize(1, 1), QSize(300, 7), QSize(2, 301)}) {
-        const QStringList sized = {QStringLiteral("--size"),
-                                   QStringLiteral("%1x%2").arg(size.width()).arg(size.height())};
-        const Image exr = picture(QStringLiteral("gradient.json"), QStringLiteral("g.exr"), sized);
-        const Image png = picture(QStringLiteral("gradient.json"), QStringLiteral("g.png"), sized);
-        ASSERT_EQ(exr.summary(), QStringLiteral("%1x%2 RGBA").arg(size.width()).arg(size.height()));
+        const QStringList sized = {u"--size"_s, u"%1x%2"_s.arg(size.width()).arg(size.height())};
+        const Image exr = picture(u"gradient.json"_s, u"g.exr"_s, sized);
+        const Image png = picture(u"gradient.json"_s, u"g.png"_s, sized);
+        ASSERT_EQ(exr.summary(), u"%1x%2 RGBA"_s.arg(size.width()).arg(size.height()));
         ASSERT_EQ(png.summary(), exr.summary());
         for (int y = 0; y < size.height(); ++y) {
             // Row 0 is the upper one; colours are taken at the middles of the rows.
@@ -125,142 +123,113 @@ TEST_F(RenderCommand, PictureIsTheFormulasAtAnySize)
 
 TEST_F(RenderCommand, EightBitPicturesAreTheSameInBothFiles)
 {
-    picture(QStringLiteral("ramp.json"), QStringLiteral("a.png"));
-    picture(QStringLiteral("ramp.json"), QStringLiteral("a.exr"));
-    const ProgramResult same =
-        runProgram({QStringLiteral("compare"), path(QStringLiteral("a.png")), path(QStringLiteral("a.exr"))});
+    picture(u"ramp.json"_s, u"a.png"_s);
+    picture(u"ramp.json"_s, u"a.exr"_s);
+    const ProgramResult same = runProgram({u"compare"_s, path(u"a.png"_s), path(u"a.exr"_s)});
     EXPECT_EQ(same.exitCode, 0) << qPrintable(same.output);
     // A graph without an output shows its picture on the screen.
-    write(QStringLiteral("screen.json"),
-          QString(shaderGraph)
-              .replace(QStringLiteral("\"output\": \"@ramp.Frame\""), QStringLiteral("\"lights\": []")));
-    picture(QStringLiteral("screen.json"), QStringLiteral("screen.exr"),
-            {QStringLiteral("--size"), QStringLiteral("64x40")});
-    picture(QStringLiteral("ramp.json"), QStringLiteral("texture.png"),
-            {QStringLiteral("--size"), QStringLiteral("64x40")});
-    const ProgramResult screen = runProgram(
-        {QStringLiteral("compare"), path(QStringLiteral("screen.exr")), path(QStringLiteral("texture.png"))});
+    write(u"screen.json"_s,
+          QString(shaderGraph).replace(u"\"output\": \"@ramp.Frame\""_s, u"\"lights\": []"_s));
+    picture(u"screen.json"_s, u"screen.exr"_s, {u"--size"_s, u"64x40"_s});
+    picture(u"ramp.json"_s, u"texture.png"_s, {u"--size"_s, u"64x40"_s});
+    const ProgramResult screen = runProgram({u"compare"_s, path(u"screen.exr"_s), path(u"texture.png"_s)});
     EXPECT_EQ(screen.exitCode, 0) << qPrintable(screen.output + screen.errors);
 }
 
 TEST_F(RenderCommand, SetChangesAnInput)
 {
-    EXPECT_NEAR(picture(QStringLiteral("ramp.json"), QStringLiteral("a.png")).sample(3, 3, 2), 51.0 / 255.0,
-                1e-6);
-    const Image image = picture(QStringLiteral("ramp.json"), QStringLiteral("a.png"),
-                                {QStringLiteral("--set"), QStringLiteral("ramp.Blue=0.6")});
+    EXPECT_NEAR(picture(u"ramp.json"_s, u"a.png"_s).sample(3, 3, 2), 51.0 / 255.0, 1e-6);
+    const Image image = picture(u"ramp.json"_s, u"a.png"_s, {u"--set"_s, u"ramp.Blue=0.6"_s});
     EXPECT_NEAR(image.sample(3, 3, 2), 153.0 / 255.0, 1e-6);
 }
 
 TEST_F(RenderCommand, NumberInTheNameWritesEveryFrame)
 {
-    const QStringList frames = {QStringLiteral("--frames"), QStringLiteral("3"), QStringLiteral("--output")};
-    EXPECT_EQ(render(QStringLiteral("gradient.json"), frames + QStringList(path(QStringLiteral("f%03d.png"))))
-                  .exitCode,
-              0);
-    EXPECT_EQ(
-        files({}, QStringLiteral("f*")),
-        (QStringList{QStringLiteral("f000.png"), QStringLiteral("f001.png"), QStringLiteral("f002.png")}));
-    EXPECT_EQ(contents(QStringLiteral("f000.png")), contents(QStringLiteral("f002.png")));
-    EXPECT_EQ(
-        render(QStringLiteral("gradient.json"), frames + QStringList(path(QStringLiteral("100%%-%d.exr"))))
-            .exitCode,
-        0);
-    EXPECT_EQ(files({}, QStringLiteral("100*")),
-              (QStringList{QStringLiteral("100%-0.exr"), QStringLiteral("100%-1.exr"),
-                           QStringLiteral("100%-2.exr")}));
-    EXPECT_EQ(render(QStringLiteral("gradient.json"), frames + QStringList(path(QStringLiteral("last.png"))))
-                  .exitCode,
-              0);
-    EXPECT_EQ(contents(QStringLiteral("last.png")), contents(QStringLiteral("f000.png")));
+    const QStringList frames = {u"--frames"_s, u"3"_s, u"--output"_s};
+    EXPECT_EQ(render(u"gradient.json"_s, frames + QStringList(path(u"f%03d.png"_s))).exitCode, 0);
+    EXPECT_EQ(files({}, u"f*"_s), (QStringList{u"f000.png"_s, u"f001.png"_s, u"f002.png"_s}));
+    EXPECT_EQ(contents(u"f000.png"_s), contents(u"f002.png"_s));
+    EXPECT_EQ(render(u"gradient.json"_s, frames + QStringList(path(u"100%%-%d.exr"_s))).exitCode, 0);
+    EXPECT_EQ(files({}, u"100*"_s), (QStringList{u"100%-0.exr"_s, u"100%-1.exr"_s, u"100%-2.exr"_s}));
+    EXPECT_EQ(render(u"gradient.json"_s, frames + QStringList(path(u"last.png"_s))).exitCode, 0);
+    EXPECT_EQ(contents(u"last.png"_s), contents(u"f000.png"_s));
 }
 
 TEST_F(RenderCommand, DumpWritesEveryOutputOfEveryPassThatRuns)
 {
     // A square that fills the view, of two triangles.
-    write(QStringLiteral("square.obj"),
-          QStringLiteral("v -9 -9 0\nv 9 -9 0\nv 9 9 0\nv -9 9 0\nf 1 2 3\nf 1 3 4\n"));
-    write(QStringLiteral("square.json"),
-          QStringLiteral(R"({"viewport": [8, 6], "models": {"square": "square.obj"},
+    write(u"square.obj"_s, u"v -9 -9 0\nv 9 -9 0\nv 9 9 0\nv -9 9 0\nf 1 2 3\nf 1 3 4\n"_s);
+    write(u"square.json"_s, uR"({"viewport": [8, 6], "models": {"square": "square.obj"},
         "camera": {"eye": [0, 0, 5], "target": [0, 0, 0]},
         "passes": [{"name": "scene", "type": "ForwardRenderPass"}, {"name": "unused", "type": "GradientRenderPass"},
                    {"name": "sky", "type": "GradientRenderPass"},
                    {"name": "screen", "type": "TextureToScreenRenderPass", "inputs": {"Texture": "@sky.Frame"}}],
-        "output": "@scene.Frame"})"));
-    const ProgramResult result =
-        render(QStringLiteral("square.json"), {QStringLiteral("--dump"), path(QStringLiteral("new/dump"))});
+        "output": "@scene.Frame"})"_s);
+    const ProgramResult result = render(u"square.json"_s, {u"--dump"_s, path(u"new/dump"_s)});
     EXPECT_EQ(result.exitCode, 0);
-    EXPECT_TRUE(result.isOneError(QStringLiteral("unused is left out"))) << qPrintable(result.errors);
-    EXPECT_EQ(files(QStringLiteral("new/dump"), QStringLiteral("*")),
-              (QStringList{QStringLiteral("outputs.json"), QStringLiteral("scene.Frame.exr"),
-                           QStringLiteral("scene.Id.exr"), QStringLiteral("sky.Frame.exr")}));
-    EXPECT_TRUE(QJsonDocument::fromJson(contents(QStringLiteral("new/dump/outputs.json"))).isObject());
+    EXPECT_TRUE(result.isOneError(u"unused is left out"_s)) << qPrintable(result.errors);
+    EXPECT_EQ(files(u"new/dump"_s, u"*"_s),
+              (QStringList{u"outputs.json"_s, u"scene.Frame.exr"_s, u"scene.Id.exr"_s, u"sky.Frame.exr"_s}));
+    EXPECT_TRUE(QJsonDocument::fromJson(contents(u"new/dump/outputs.json"_s)).isObject());
     QString error;
-    const std::optional<Image> sky = readImage(path(QStringLiteral("new/dump/sky.Frame.exr")), &error);
+    const std::optional<Image> sky = readImage(path(u"new/dump/sky.Frame.exr"_s), &error);
     ASSERT_TRUE(sky) << qPrintable(error);
-    EXPECT_EQ(sky->summary(), QStringLiteral("8x6 RGBA"));
+    EXPECT_EQ(sky->summary(), u"8x6 RGBA"_s);
     // The default colours, in a float format: a byte could not hold this.
     EXPECT_NEAR(sky->sample(0, 0, 0), (64.0 + (153.0 - 64.0) / 12.0) / 255.0, 1e-6);
 }
 
 TEST_F(RenderCommand, FailedRenderKeepsTheOldFileAndSaysWhyInOneLine)
 {
-    write(QStringLiteral("ramp.frag"),
-          QString(ramp).replace(QStringLiteral("vec4(0.0,"), QStringLiteral("vec4(missing,")));
-    write(QStringLiteral("a.png"), QStringLiteral("old"));
-    const ProgramResult result =
-        render(QStringLiteral("ramp.json"), {QStringLiteral("--output"), path(QStringLiteral("a.png"))});
+    write(u"ramp.frag"_s, QString(ramp).replace(u"vec4(0.0,"_s, u"vec4(missing,"_s));
+    write(u"a.png"_s, u"old"_s);
+    const ProgramResult result = render(u"ramp.json"_s, {u"--output"_s, path(u"a.png"_s)});
     EXPECT_EQ(result.exitCode, 2);
     // Graph and pass, file and line, and what the driver says.
-    EXPECT_TRUE(result.isOneError(QStringLiteral("ramp.json: ramp: "))) << qPrintable(result.errors);
-    EXPECT_TRUE(result.errors.contains(QStringLiteral("ramp.frag:5"))) << qPrintable(result.errors);
-    EXPECT_TRUE(result.errors.contains(QStringLiteral("missing"))) << qPrintable(result.errors);
-    EXPECT_EQ(contents(QStringLiteral("a.png")), QByteArray("old"));
-    EXPECT_EQ(files({}, QStringLiteral("a.png*")), QStringList(QStringLiteral("a.png")));
+    EXPECT_TRUE(result.isOneError(u"ramp.json: ramp: "_s)) << qPrintable(result.errors);
+    EXPECT_TRUE(result.errors.contains(u"ramp.frag:5"_s)) << qPrintable(result.errors);
+    EXPECT_TRUE(result.errors.contains(u"missing"_s)) << qPrintable(result.errors);
+    EXPECT_EQ(contents(u"a.png"_s), QByteArray("old"));
+    EXPECT_EQ(files({}, u"a.png*"_s), QStringList(u"a.png"_s));
     // The source around the line comes on demand.
-    const ProgramResult verbose = render(QStringLiteral("ramp.json"), {QStringLiteral("--verbose")});
-    EXPECT_TRUE(verbose.errors.contains(QStringLiteral("uniform float Qel_float_Blue;")))
-        << qPrintable(verbose.errors);
+    const ProgramResult verbose = render(u"ramp.json"_s, {u"--verbose"_s});
+    EXPECT_TRUE(verbose.errors.contains(u"uniform float Qel_float_Blue;"_s)) << qPrintable(verbose.errors);
 }
 
 TEST_F(RenderCommand, BadModelsAndSizesFailInOneLine)
 {
     const auto expectFailure = [&](const QStringList& options, const QString& message) {
         const ProgramResult result =
-            render(QStringLiteral("gradient.json"),
-                   options + QStringList{QStringLiteral("--output"), path(QStringLiteral("a.png"))});
+            render(u"gradient.json"_s, options + QStringList{u"--output"_s, path(u"a.png"_s)});
         EXPECT_EQ(result.exitCode, 2);
         EXPECT_TRUE(result.isOneError(message)) << qPrintable(result.errors);
-        EXPECT_EQ(files({}, QStringLiteral("a.png*")), QStringList());
+        EXPECT_EQ(files({}, u"a.png*"_s), QStringList());
     };
-    write(QStringLiteral("broken.gltf"), QStringLiteral("{\"asset\": {\"version\": \"2.0\"}, \"meshes\": ["));
-    expectFailure({QStringLiteral("--model"), path(QStringLiteral("broken.gltf"))},
-                  QStringLiteral("broken.gltf"));
-    write(QStringLiteral("text.xyz"), QStringLiteral("no model"));
-    expectFailure({QStringLiteral("--model"), path(QStringLiteral("text.xyz"))}, QStringLiteral("text.xyz"));
-    expectFailure({QStringLiteral("--size"), QStringLiteral("1000000x4")}, QStringLiteral("1000000x4"));
+    write(u"broken.gltf"_s, u"{\"asset\": {\"version\": \"2.0\"}, \"meshes\": ["_s);
+    expectFailure({u"--model"_s, path(u"broken.gltf"_s)}, u"broken.gltf"_s);
+    write(u"text.xyz"_s, u"no model"_s);
+    expectFailure({u"--model"_s, path(u"text.xyz"_s)}, u"text.xyz"_s);
+    expectFailure({u"--size"_s, u"1000000x4"_s}, u"1000000x4"_s);
 }
 
 TEST_F(RenderCommand, ProfileAndSilence)
 {
-    const ProgramResult profile =
-        render(QStringLiteral("ramp.json"),
-               {QStringLiteral("--profile"), QStringLiteral("--frames"), QStringLiteral("4")});
+    const ProgramResult profile = render(u"ramp.json"_s, {u"--profile"_s, u"--frames"_s, u"4"_s});
     EXPECT_EQ(profile.exitCode, 0);
-    EXPECT_TRUE(profile.output.contains(QStringLiteral("\nramp "))) << qPrintable(profile.output);
-    EXPECT_TRUE(profile.output.contains(QStringLiteral("\nscreen "))) << qPrintable(profile.output);
-    const ProgramResult nothing = render(QStringLiteral("ramp.json"), {});
+    EXPECT_TRUE(profile.output.contains(u"\nramp "_s)) << qPrintable(profile.output);
+    EXPECT_TRUE(profile.output.contains(u"\nscreen "_s)) << qPrintable(profile.output);
+    const ProgramResult nothing = render(u"ramp.json"_s, {});
     EXPECT_EQ(nothing.exitCode, 0);
-    EXPECT_TRUE(nothing.isOneError(QStringLiteral("nothing is written"))) << qPrintable(nothing.errors);
+    EXPECT_TRUE(nothing.isOneError(u"nothing is written"_s)) << qPrintable(nothing.errors);
 }
 
 TEST_F(RenderCommand, MemoryStaysConstantOverManyFrames)
 {
     const auto peakMemory = [&](const char* frames) {
-        EXPECT_EQ(render(QStringLiteral("ramp.json"), {QStringLiteral("--size"), QStringLiteral("128x128"),
-                                                       QStringLiteral("--frames"), QString::fromUtf8(frames)})
-                      .exitCode,
-                  0);
+        EXPECT_EQ(
+            render(u"ramp.json"_s, {u"--size"_s, u"128x128"_s, u"--frames"_s, QString::fromUtf8(frames)})
+                .exitCode,
+            0);
         // The largest of the children so far, in kilobytes.
         rusage usage{};
         getrusage(RUSAGE_CHILDREN, &usage);
@@ -279,22 +248,20 @@ TEST_F(RenderCommand, MemoryStaysConstantOverManyFrames)
 
 TEST_F(RenderCommand, GraphCommandPrintsSizesFormatsAndWhatIsLeftOut)
 {
-    const ProgramResult result = runProgram({QStringLiteral("graph"), path(QStringLiteral("ramp.json")),
-                                             QStringLiteral("--device"), QStringLiteral("software")});
+    const ProgramResult result = runProgram({u"graph"_s, path(u"ramp.json"_s), u"--device"_s, u"software"_s});
     EXPECT_EQ(result.exitCode, 0) << qPrintable(result.errors);
-    EXPECT_TRUE(result.output.contains(QStringLiteral("Frame  16x16 GL_RGBA8"))) << qPrintable(result.output);
-    EXPECT_TRUE(result.output.contains(QStringLiteral("left out: unused  GradientRenderPass: ")))
+    EXPECT_TRUE(result.output.contains(u"Frame  16x16 GL_RGBA8"_s)) << qPrintable(result.output);
+    EXPECT_TRUE(result.output.contains(u"left out: unused  GradientRenderPass: "_s))
         << qPrintable(result.output);
-    EXPECT_TRUE(result.output.contains(QStringLiteral("picture: ramp.Frame"))) << qPrintable(result.output);
+    EXPECT_TRUE(result.output.contains(u"picture: ramp.Frame"_s)) << qPrintable(result.output);
 }
 
 TEST_F(RenderCommand, InfoTellsOfDriverAndPasses)
 {
-    const ProgramResult result =
-        runProgram({QStringLiteral("info"), QStringLiteral("--device"), QStringLiteral("software")});
+    const ProgramResult result = runProgram({u"info"_s, u"--device"_s, u"software"_s});
     EXPECT_EQ(result.exitCode, 0) << qPrintable(result.errors);
-    EXPECT_TRUE(result.output.contains(QStringLiteral("llvmpipe"))) << qPrintable(result.output);
-    EXPECT_TRUE(result.output.contains(QStringLiteral("ForwardRenderPass"))) << qPrintable(result.output);
+    EXPECT_TRUE(result.output.contains(u"llvmpipe"_s)) << qPrintable(result.output);
+    EXPECT_TRUE(result.output.contains(u"ForwardRenderPass"_s)) << qPrintable(result.output);
 }
 
 } // namespace Morvane::Qel::Test

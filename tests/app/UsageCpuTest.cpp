@@ -8,16 +8,18 @@
 
 #include "support/Program.h"
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 
 namespace {
 
-const QString passes = QStringLiteral(R"({"passes": [
+const QString passes = uR"({"passes": [
     {"name": "sky", "type": "GradientRenderPass"},
     {"name": "copy", "type": "ShaderRenderPass",
      "options": {"inputs": ["Qel_QelTexture*_Input"], "outputs": ["Qel_QelTexture*_Frame"]},
      "inputs": {"Input": "@sky.Frame"}}],
-    "output": "@copy.Frame"})");
+    "output": "@copy.Frame"})"_s;
 
 /// Wrong use is found before there is a GL context: no driver can be used here.
 class Usage : public testing::Test
@@ -25,8 +27,8 @@ class Usage : public testing::Test
 protected:
     void SetUp() override
     {
-        ASSERT_TRUE(QDir(m_folder.path()).mkdir(QStringLiteral("empty")));
-        write(QStringLiteral("good.json"), passes);
+        ASSERT_TRUE(QDir(m_folder.path()).mkdir(u"empty"_s));
+        write(u"good.json"_s, passes);
     }
 
     QString path(const QString& name) const { return m_folder.filePath(name); }
@@ -40,8 +42,7 @@ protected:
 
     ProgramResult run(const QStringList& arguments)
     {
-        return runProgram(arguments,
-                          {QStringLiteral("__EGL_VENDOR_LIBRARY_DIRS=") + path(QStringLiteral("empty"))});
+        return runProgram(arguments, {u"__EGL_VENDOR_LIBRARY_DIRS="_s + path(u"empty"_s)});
     }
 
     void expectWrongUse(const QStringList& arguments, const QString& message)
@@ -56,9 +57,9 @@ protected:
     void expectWrongGraph(const QString& part, const QString& replacement, const QString& message)
     {
         ASSERT_EQ(passes.count(part), 1) << qPrintable(part);
-        write(QStringLiteral("wrong.json"), QString(passes).replace(part, replacement));
-        expectWrongUse({QStringLiteral("render"), path(QStringLiteral("wrong.json"))}, message);
-        const ProgramResult result = run({QStringLiteral("graph"), path(QStringLiteral("wrong.json"))});
+        write(u"wrong.json"_s, QString(passes).replace(part, replacement));
+        expectWrongUse({u"render"_s, path(u"wrong.json"_s)}, message);
+        const ProgramResult result = run({u"graph"_s, path(u"wrong.json"_s)});
         EXPECT_EQ(result.exitCode, 2);
         EXPECT_TRUE(result.isOneError(message)) << qPrintable(result.errors);
     }
@@ -70,126 +71,97 @@ protected:
 
 TEST_F(Usage, HelpAndVersionGoToStandardOutput)
 {
-    const std::array<QStringList, 4> helps{QStringList{QStringLiteral("--help")},
-                                           {QStringLiteral("render"), QStringLiteral("--help")},
-                                           {QStringLiteral("compare"), QStringLiteral("--help")},
-                                           {QStringLiteral("passes"), QStringLiteral("--help")}};
+    const std::array<QStringList, 4> helps{QStringList{u"--help"_s},
+                                           {u"render"_s, u"--help"_s},
+                                           {u"compare"_s, u"--help"_s},
+                                           {u"passes"_s, u"--help"_s}};
     for (const QStringList& arguments : helps) {
         const ProgramResult result = run(arguments);
         EXPECT_EQ(result.exitCode, 0);
-        EXPECT_TRUE(result.output.startsWith(QStringLiteral("Usage: qel"))) << qPrintable(result.output);
+        EXPECT_TRUE(result.output.startsWith(u"Usage: qel"_s)) << qPrintable(result.output);
         EXPECT_EQ(result.errors, QString());
     }
-    EXPECT_TRUE(run({QStringLiteral("--version")}).output.startsWith(QStringLiteral("qel ")));
+    EXPECT_TRUE(run({u"--version"_s}).output.startsWith(u"qel "_s));
 }
 
 TEST_F(Usage, WrongArgumentsAreExplainedInOneLine)
 {
-    const QString good = path(QStringLiteral("good.json"));
-    const auto render = [&](const QStringList& options) {
-        return QStringList{QStringLiteral("render"), good} + options;
-    };
-    expectWrongUse({}, QStringLiteral("qel --help"));
-    expectWrongUse({QStringLiteral("paint")}, QStringLiteral("unknown command \"paint\""));
-    expectWrongUse({QStringLiteral("render")}, QStringLiteral("GRAPH is missing"));
-    expectWrongUse({QStringLiteral("info"), QStringLiteral("more")},
-                   QStringLiteral("unexpected argument \"more\""));
-    expectWrongUse(render({QStringLiteral("--colour")}), QStringLiteral("colour"));
-    expectWrongUse(render({QStringLiteral("--frames")}), QStringLiteral("frames"));
+    const QString good = path(u"good.json"_s);
+    const auto render = [&](const QStringList& options) { return QStringList{u"render"_s, good} + options; };
+    expectWrongUse({}, u"qel --help"_s);
+    expectWrongUse({u"paint"_s}, u"unknown command \"paint\""_s);
+    expectWrongUse({u"render"_s}, u"GRAPH is missing"_s);
+    expectWrongUse({u"info"_s, u"more"_s}, u"unexpected argument \"more\""_s);
+    expectWrongUse(render({u"--colour"_s}), u"colour"_s);
+    expectWrongUse(render({u"--frames"_s}), u"frames"_s);
     for (const char* frames : {"0", "-3", "many", "1.5", "99999999999"}) {
-        expectWrongUse(render({QStringLiteral("--frames"), QString::fromUtf8(frames)}),
-                       QString::fromUtf8(frames));
+        expectWrongUse(render({u"--frames"_s, QString::fromUtf8(frames)}), QString::fromUtf8(frames));
     }
     for (const char* size : {"0x10", "10x0", "-4x4", "10", "10x10x10", "x", "axb", "99999999999x1"}) {
-        expectWrongUse(render({QStringLiteral("--size"), QString::fromUtf8(size)}), QString::fromUtf8(size));
+        expectWrongUse(render({u"--size"_s, QString::fromUtf8(size)}), QString::fromUtf8(size));
     }
-    expectWrongUse(render({QStringLiteral("--device"), QStringLiteral("cpu")}),
-                   QStringLiteral("no device \"cpu\""));
+    expectWrongUse(render({u"--device"_s, u"cpu"_s}), u"no device \"cpu\""_s);
     for (const char* name : {"%d%d.png", "%s.png", "a%.png", "%x.png", "%", "%-4d.png", "%4.2d.png"}) {
-        expectWrongUse(render({QStringLiteral("--output"), path(QString::fromUtf8(name))}),
-                       QStringLiteral("only one number"));
+        expectWrongUse(render({u"--output"_s, path(QString::fromUtf8(name))}), u"only one number"_s);
     }
-    expectWrongUse(render({QStringLiteral("--output"), path(QStringLiteral("a.tiff"))}),
-                   QStringLiteral(".png or an .exr"));
-    expectWrongUse(render({QStringLiteral("--output"), path(QStringLiteral("none/a.png"))}),
-                   QStringLiteral("No such file"));
-    expectWrongUse(render({QStringLiteral("--output"), path(QStringLiteral("none/%d.png"))}),
-                   QStringLiteral("No such file"));
-    expectWrongUse(render({QStringLiteral("--set"), QStringLiteral("sky")}),
-                   QStringLiteral("PASS.PORT=VALUE"));
-    expectWrongUse(render({QStringLiteral("--set"), QStringLiteral("sk.ColorTop=#ffffff")}),
-                   QStringLiteral("did you mean \"sky\""));
-    expectWrongUse(render({QStringLiteral("--set"), QStringLiteral("sky.ColorTp=#ffffff")}),
-                   QStringLiteral("did you mean \"ColorTop\""));
-    expectWrongUse(render({QStringLiteral("--set"), QStringLiteral("sky.ColorTop=12")}),
-                   QStringLiteral("sky.ColorTop"));
-    expectWrongUse(render({QStringLiteral("--model"), path(QStringLiteral("none.obj"))}),
-                   QStringLiteral("none.obj"));
-    expectWrongUse({QStringLiteral("graph"), good, QStringLiteral("--dot"), QStringLiteral("--mermaid")},
-                   QStringLiteral("exclude each other"));
-    expectWrongUse({QStringLiteral("passes"), QStringLiteral("GradientPass")},
-                   QStringLiteral("did you mean \"GradientRenderPass\""));
+    expectWrongUse(render({u"--output"_s, path(u"a.tiff"_s)}), u".png or an .exr"_s);
+    expectWrongUse(render({u"--output"_s, path(u"none/a.png"_s)}), u"No such file"_s);
+    expectWrongUse(render({u"--output"_s, path(u"none/%d.png"_s)}), u"No such file"_s);
+    expectWrongUse(render({u"--set"_s, u"sky"_s}), u"PASS.PORT=VALUE"_s);
+    expectWrongUse(render({u"--set"_s, u"sk.ColorTop=#ffffff"_s}), u"did you mean \"sky\""_s);
+    expectWrongUse(render({u"--set"_s, u"sky.ColorTp=#ffffff"_s}), u"did you mean \"ColorTop\""_s);
+    expectWrongUse(render({u"--set"_s, u"sky.ColorTop=12"_s}), u"sky.ColorTop"_s);
+    expectWrongUse(render({u"--model"_s, path(u"none.obj"_s)}), u"none.obj"_s);
+    expectWrongUse({u"graph"_s, good, u"--dot"_s, u"--mermaid"_s}, u"exclude each other"_s);
+    expectWrongUse({u"passes"_s, u"GradientPass"_s}, u"did you mean \"GradientRenderPass\""_s);
 }
 
 TEST_F(Usage, WrongGraphsAreExplainedInOneLine)
 {
-    expectWrongUse({QStringLiteral("render"), path(QStringLiteral("none.json"))},
-                   QStringLiteral("none.json"));
-    expectWrongUse({QStringLiteral("render"), m_folder.path()}, m_folder.path());
-    write(QStringLiteral("broken.json"), QStringLiteral("{\"passes\": [\n  {\"name\": }]}"));
-    expectWrongUse({QStringLiteral("render"), path(QStringLiteral("broken.json"))},
-                   QStringLiteral("broken.json:2:"));
+    expectWrongUse({u"render"_s, path(u"none.json"_s)}, u"none.json"_s);
+    expectWrongUse({u"render"_s, m_folder.path()}, m_folder.path());
+    write(u"broken.json"_s, u"{\"passes\": [\n  {\"name\": }]}"_s);
+    expectWrongUse({u"render"_s, path(u"broken.json"_s)}, u"broken.json:2:"_s);
     expectWrongGraph(
-        QStringLiteral("GradientRenderPass"), QStringLiteral("GradientPass"),
-        QStringLiteral(
-            "wrong.json: sky: no pass type \"GradientPass\"; did you mean \"GradientRenderPass\""));
-    expectWrongGraph(QStringLiteral("@sky.Frame"), QStringLiteral("@skye.Frame"),
-                     QStringLiteral("copy.Input: no pass \"skye\"; did you mean \"sky\""));
-    expectWrongGraph(QStringLiteral("@sky.Frame"), QStringLiteral("@sky.Fram"),
-                     QStringLiteral("did you mean \"Frame\""));
-    expectWrongGraph(QStringLiteral("\"Input\": "), QStringLiteral("\"Inputs\": "),
-                     QStringLiteral("copy.Inputs: "));
-    expectWrongGraph(QStringLiteral("@sky.Frame"), QStringLiteral("@copy.Frame"), QStringLiteral("copy"));
-    expectWrongGraph(QStringLiteral("Texture*_Input"), QStringLiteral("GPUModel*_Input"),
-                     QStringLiteral("copy.Input"));
-    expectWrongGraph(QStringLiteral("\"outputs\""),
-                     QStringLiteral("\"fragmentShader\": \"none.frag\", \"outputs\""),
-                     QStringLiteral("none.frag"));
-    expectWrongGraph(QStringLiteral("\"output\":"), QStringLiteral("\"viewport\": [0, 720], \"output\":"),
-                     QStringLiteral("viewport"));
-    expectWrongGraph(QStringLiteral("\"output\":"),
-                     QStringLiteral("\"models\": {\"m\": \"none.obj\"}, \"output\":"),
-                     QStringLiteral("none.obj"));
+        u"GradientRenderPass"_s, u"GradientPass"_s,
+        u"wrong.json: sky: no pass type \"GradientPass\"; did you mean \"GradientRenderPass\""_s);
+    expectWrongGraph(u"@sky.Frame"_s, u"@skye.Frame"_s,
+                     u"copy.Input: no pass \"skye\"; did you mean \"sky\""_s);
+    expectWrongGraph(u"@sky.Frame"_s, u"@sky.Fram"_s, u"did you mean \"Frame\""_s);
+    expectWrongGraph(u"\"Input\": "_s, u"\"Inputs\": "_s, u"copy.Inputs: "_s);
+    expectWrongGraph(u"@sky.Frame"_s, u"@copy.Frame"_s, u"copy"_s);
+    expectWrongGraph(u"Texture*_Input"_s, u"GPUModel*_Input"_s, u"copy.Input"_s);
+    expectWrongGraph(u"\"outputs\""_s, u"\"fragmentShader\": \"none.frag\", \"outputs\""_s, u"none.frag"_s);
+    expectWrongGraph(u"\"output\":"_s, u"\"viewport\": [0, 720], \"output\":"_s, u"viewport"_s);
+    expectWrongGraph(u"\"output\":"_s, u"\"models\": {\"m\": \"none.obj\"}, \"output\":"_s, u"none.obj"_s);
 }
 
 TEST_F(Usage, WithoutDriverTheProgramSaysSo)
 {
-    const QString good = path(QStringLiteral("good.json"));
-    const QString picture = path(QStringLiteral("a.png"));
+    const QString good = path(u"good.json"_s);
+    const QString picture = path(u"a.png"_s);
     for (const QStringList& arguments :
-         {QStringList{QStringLiteral("render"), good, QStringLiteral("--output"), picture},
-          QStringList{QStringLiteral("info")}}) {
+         {QStringList{u"render"_s, good, u"--output"_s, picture}, QStringList{u"info"_s}}) {
         const ProgramResult result = run(arguments);
         EXPECT_EQ(result.exitCode, 3);
-        EXPECT_TRUE(result.isOneError(QStringLiteral("no usable OpenGL"))) << qPrintable(result.errors);
+        EXPECT_TRUE(result.isOneError(u"no usable OpenGL"_s)) << qPrintable(result.errors);
     }
     EXPECT_FALSE(QFile::exists(picture));
 
     // What needs no driver works.
-    const ProgramResult order = run({QStringLiteral("graph"), good});
+    const ProgramResult order = run({u"graph"_s, good});
     EXPECT_EQ(order.exitCode, 0);
-    EXPECT_LT(order.output.indexOf(QStringLiteral("sky  GradientRenderPass")),
-              order.output.indexOf(QStringLiteral("copy  ShaderRenderPass")));
-    EXPECT_TRUE(order.errors.contains(QStringLiteral("no usable OpenGL"))) << qPrintable(order.errors);
-    const ProgramResult dot = run({QStringLiteral("graph"), good, QStringLiteral("--dot")});
+    EXPECT_LT(order.output.indexOf(u"sky  GradientRenderPass"_s),
+              order.output.indexOf(u"copy  ShaderRenderPass"_s));
+    EXPECT_TRUE(order.errors.contains(u"no usable OpenGL"_s)) << qPrintable(order.errors);
+    const ProgramResult dot = run({u"graph"_s, good, u"--dot"_s});
     EXPECT_EQ(dot.exitCode, 0);
     EXPECT_EQ(dot.errors, QString());
-    EXPECT_TRUE(dot.output.startsWith(QStringLiteral("digraph"))) << qPrintable(dot.output);
-    EXPECT_TRUE(dot.output.contains(QStringLiteral("pass0 -> pass1 [label=\"Frame to Input\"]")))
+    EXPECT_TRUE(dot.output.startsWith(u"digraph"_s)) << qPrintable(dot.output);
+    EXPECT_TRUE(dot.output.contains(u"pass0 -> pass1 [label=\"Frame to Input\"]"_s))
         << qPrintable(dot.output);
-    const ProgramResult mermaid = run({QStringLiteral("graph"), good, QStringLiteral("--mermaid")});
-    EXPECT_TRUE(mermaid.output.contains(QStringLiteral("pass1 -->|\"Frame\"| picture")))
-        << qPrintable(mermaid.output);
+    const ProgramResult mermaid = run({u"graph"_s, good, u"--mermaid"_s});
+    EXPECT_TRUE(mermaid.output.contains(u"pass1 -->|\"Frame\"| picture"_s)) << qPrintable(mermaid.output);
 }
 
 } // namespace Morvane::Qel::Test

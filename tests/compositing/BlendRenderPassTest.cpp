@@ -16,6 +16,8 @@
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 namespace {
 
@@ -225,7 +227,7 @@ TEST_F(BlendRenderPassTest, TheModeInputStaysInForceAndStrangeModesAreTransparen
     EXPECT_TRUE(equal(blendWith(pass, {}), halfA));
     EXPECT_TRUE(equal(blendWith(pass, 2), halfB));
     EXPECT_TRUE(equal(blendWith(pass, {}), halfB)) << "an input that is taken away leaves its last mode";
-    EXPECT_TRUE(equal(blendWith(pass, QStringLiteral("1")), halfA));
+    EXPECT_TRUE(equal(blendWith(pass, u"1"_s), halfA));
     for (const int strange : {-1, 26, 1 << 30}) {
         EXPECT_TRUE(equal(blendWith(pass, strange), transparent)) << strange;
     }

@@ -14,6 +14,8 @@
 #include <Qel/gl/Guards.h>
 #include <Qel/gl/Texture.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 namespace {
 
@@ -37,7 +39,7 @@ protected:
         for (int i = 1; i < size; ++i) {
             image.setPixelColor(0, i, Qt::black);
         }
-        QString path = m_folder.filePath(QStringLiteral("face %1.png").arg(number));
+        QString path = m_folder.filePath(u"face %1.png"_s.arg(number));
         EXPECT_TRUE(image.convertToFormat(format).save(path));
         return path;
     }
@@ -122,7 +124,7 @@ TEST_F(CubemapLoaderRenderPassTest, KeepsWhatItLoadedOnce)
     }
     EXPECT_EQ(readFace(day, 3).pixelColor(2, 2), faceColor(4));
     EXPECT_EQ(readFace(night, 3).pixelColor(2, 2), faceColor(7));
-    EXPECT_TRUE(messages().information.filter(QStringLiteral("stands in")).isEmpty());
+    EXPECT_TRUE(messages().information.filter(u"stands in"_s).isEmpty());
 }
 
 TEST_F(CubemapLoaderRenderPassTest, TransparentTexelsStandInForWhatCannotBeRead)
@@ -134,12 +136,12 @@ TEST_F(CubemapLoaderRenderPassTest, TransparentTexelsStandInForWhatCannotBeRead)
         EXPECT_EQ(readFace(unset, face).size(), QSize(1, 1));
         EXPECT_EQ(readFace(unset, face).pixelColor(0, 0), QColor(0, 0, 0, 0));
     }
-    const auto notices = [&] { return messages().information.filter(QStringLiteral("stands in")); };
+    const auto notices = [&] { return messages().information.filter(u"stands in"_s); };
     EXPECT_TRUE(notices().isEmpty());
 
     const QString texel = makeFace(5, 1);
-    const QString nowhere = m_folder.filePath(QStringLiteral("nowhere.png"));
-    const QString text = m_folder.filePath(QStringLiteral("text.png"));
+    const QString nowhere = m_folder.filePath(u"nowhere.png"_s);
+    const QString text = m_folder.filePath(u"text.png"_s);
     QFile textFile(text);
     ASSERT_TRUE(textFile.open(QIODevice::WriteOnly));
     textFile.write("this is no picture\n");
@@ -151,17 +153,16 @@ TEST_F(CubemapLoaderRenderPassTest, TransparentTexelsStandInForWhatCannotBeRead)
     EXPECT_EQ(readFace(mixed, 4).pixelColor(0, 0), QColor(0, 0, 0, 0));
     EXPECT_EQ(readFace(mixed, 5).pixelColor(0, 0), QColor(Qt::white));
     ASSERT_EQ(notices().size(), 3);
-    EXPECT_TRUE(notices()[0].contains(QStringLiteral("face -X: \"%1\" does not exist").arg(nowhere)));
-    EXPECT_TRUE(notices()[1].contains(QStringLiteral("face -Y: \"%1\" is not a file").arg(m_folder.path())));
-    EXPECT_TRUE(
-        notices()[2].contains(QStringLiteral("face +Z: \"%1\" cannot be read as an image: ").arg(text)));
+    EXPECT_TRUE(notices()[0].contains(u"face -X: \"%1\" does not exist"_s.arg(nowhere)));
+    EXPECT_TRUE(notices()[1].contains(u"face -Y: \"%1\" is not a file"_s.arg(m_folder.path())));
+    EXPECT_TRUE(notices()[2].contains(u"face +Z: \"%1\" cannot be read as an image: "_s.arg(text)));
     load({texel, nowhere, texel, texel, texel, texel});
     EXPECT_EQ(notices().size(), 3) << "only a path that changes is worth a line";
 
     // Faces that do not fit each other are GL's to report.
     load({makeFace(6, 8), texel, texel, texel, texel, texel});
-    expectMessage(QStringLiteral("GL_INVALID_OPERATION in glGenerateMipmap"));
-    expectMessage(QStringLiteral("CubemapLoaderRenderPass:185\\] OpenGL error GL_INVALID_OPERATION"));
+    expectMessage(u"GL_INVALID_OPERATION in glGenerateMipmap"_s);
+    expectMessage(u"CubemapLoaderRenderPass:185\\] OpenGL error GL_INVALID_OPERATION"_s);
 }
 
 } // namespace

@@ -16,6 +16,8 @@
 #include <Qel/gl/Guards.h>
 #include <Qel/gl/Texture.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 namespace {
 
@@ -58,7 +60,7 @@ protected:
     /// How many lines said why a picture was replaced; they are forgotten.
     qsizetype numNotices()
     {
-        const qsizetype notices = messages().information.filter(QStringLiteral("stands in")).size();
+        const qsizetype notices = messages().information.filter(u"stands in"_s).size();
         const qsizetype fresh = notices - m_numNoticesBefore;
         m_numNoticesBefore = notices;
         return fresh;
@@ -106,7 +108,7 @@ TEST_F(TextureLoaderRenderPassTest, ShowsEveryFormatOfImagesRight)
                 picture.setPixel(x, y, c.color(x, y));
             }
         }
-        const QString file = path(QString::fromLatin1(c.name) + QStringLiteral(".png"));
+        const QString file = path(QString::fromLatin1(c.name) + u".png"_s);
         ASSERT_TRUE(picture.convertToFormat(c.format).save(file));
         EXPECT_TRUE(equal(load(file), upsideDown(picture), lastPlace)) << c.name;
         EXPECT_EQ(outputTexture(*m_pass)->size(), picture.size());
@@ -122,7 +124,7 @@ TEST_F(TextureLoaderRenderPassTest, ShowsEveryFormatOfImagesRight)
         if (!QImageWriter::supportedImageFormats().contains(format)) {
             continue;
         }
-        const QString file = path(QStringLiteral("picture.") + QString::fromLatin1(format));
+        const QString file = path(u"picture."_s + QString::fromLatin1(format));
         ASSERT_TRUE(picture.save(file, nullptr, 100)) << format.constData();
         EXPECT_TRUE(equal(load(file), upsideDown(picture), lastPlace)) << format.constData();
         ++numFormats;
@@ -139,53 +141,52 @@ TEST_F(TextureLoaderRenderPassTest, TakesSizesUpToTheDriversLimit)
         image.fill(Qt::darkCyan);
         image.setPixel(0, 0, qRgb(255, 1, 2));
         image.setPixel(imageSize.width() - 1, imageSize.height() - 1, qRgb(3, 4, 255));
-        ASSERT_TRUE(image.save(path(QStringLiteral("sized.bmp"))));
+        ASSERT_TRUE(image.save(path(u"sized.bmp"_s)));
         load({});
         numNotices();
-        EXPECT_TRUE(equal(load(path(QStringLiteral("sized.bmp"))), upsideDown(image), lastPlace));
+        EXPECT_TRUE(equal(load(path(u"sized.bmp"_s)), upsideDown(image), lastPlace));
         EXPECT_EQ(numNotices(), 0);
     }
     QImage image(limit + 1, 1, QImage::Format_Mono);
     image.fill(0);
-    ASSERT_TRUE(image.save(path(QStringLiteral("over.png"))));
-    EXPECT_TRUE(equal(load(path(QStringLiteral("over.png"))), white));
+    ASSERT_TRUE(image.save(path(u"over.png"_s)));
+    EXPECT_TRUE(equal(load(path(u"over.png"_s)), white));
     EXPECT_TRUE(messages().information.last().contains(
-        QStringLiteral("has %1x1 pixels, more than the driver's limit of %2").arg(limit + 1).arg(limit)));
+        u"has %1x1 pixels, more than the driver's limit of %2"_s.arg(limit + 1).arg(limit)));
 }
 
 TEST_F(TextureLoaderRenderPassTest, SaysOnceWhyAFileIsNotShown)
 {
     QImage image(40, 40, QImage::Format_RGB32);
     image.fill(Qt::red);
-    ASSERT_TRUE(image.save(path(QStringLiteral("whole.bmp"))));
-    QFile whole(path(QStringLiteral("whole.bmp")));
+    ASSERT_TRUE(image.save(path(u"whole.bmp"_s)));
+    QFile whole(path(u"whole.bmp"_s));
     ASSERT_TRUE(whole.open(QIODevice::ReadOnly));
     const auto write = [&](const QString& name, const QByteArray& bytes) {
         QFile file(path(name));
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));
         file.write(bytes);
     };
-    write(QStringLiteral("cut.bmp"), whole.read(30));
-    write(QStringLiteral("empty.png"), {});
-    write(QStringLiteral("text.png"), "this is no picture\n");
-    ASSERT_TRUE(QDir(path({})).mkdir(QStringLiteral("folder.png")));
+    write(u"cut.bmp"_s, whole.read(30));
+    write(u"empty.png"_s, {});
+    write(u"text.png"_s, "this is no picture\n");
+    ASSERT_TRUE(QDir(path({})).mkdir(u"folder.png"_s));
 
     struct Case
     {
         QString name;
         const char* reason;
     };
-    for (const Case& c : {Case{QStringLiteral("cut.bmp"), "cannot be read as an image: "},
-                          Case{QStringLiteral("empty.png"), "cannot be read as an image: "},
-                          Case{QStringLiteral("text.png"), "cannot be read as an image: "},
-                          Case{QStringLiteral("folder.png"), "is not a file"},
-                          Case{QStringLiteral("nowhere.png"), "does not exist"}}) {
+    for (const Case& c : {Case{u"cut.bmp"_s, "cannot be read as an image: "},
+                          Case{u"empty.png"_s, "cannot be read as an image: "},
+                          Case{u"text.png"_s, "cannot be read as an image: "},
+                          Case{u"folder.png"_s, "is not a file"}, Case{u"nowhere.png"_s, "does not exist"}}) {
         for (int frame = 0; frame < 3; ++frame) {
             EXPECT_TRUE(equal(load(path(c.name)), white)) << qPrintable(c.name);
         }
         EXPECT_EQ(numNotices(), 1) << qPrintable(c.name);
         EXPECT_TRUE(messages().information.last().contains(
-            QStringLiteral("\"%1\" %2").arg(path(c.name), QLatin1StringView(c.reason))))
+            u"\"%1\" %2"_s.arg(path(c.name), QLatin1StringView(c.reason))))
             << qPrintable(messages().information.last());
     }
 }
@@ -200,8 +201,8 @@ TEST_F(TextureLoaderRenderPassTest, ShowsOfACutFileWhatQtMakesOfIt)
             noise.setPixel(x, y, static_cast<QRgb>(random()) | 0xff000000U);
         }
     }
-    for (const QString& format : {QStringLiteral("png"), QStringLiteral("jpg")}) {
-        const QString file = path(QStringLiteral("cut.") + format);
+    for (const QString& format : {u"png"_s, u"jpg"_s}) {
+        const QString file = path(u"cut."_s + format);
         ASSERT_TRUE(noise.save(file));
         // Noise does not compress, so that the middle of the file is in the pixels.
         ASSERT_TRUE(QFile::resize(file, QFile(file).size() / 2));
@@ -211,7 +212,7 @@ TEST_F(TextureLoaderRenderPassTest, ShowsOfACutFileWhatQtMakesOfIt)
         EXPECT_EQ(numNotices(), partial.isNull() ? 1 : 0) << qPrintable(format);
     }
     // Qt warns by itself of the one of which it shows a part.
-    expectMessage(QStringLiteral("Corrupt JPEG data"));
+    expectMessage(u"Corrupt JPEG data"_s);
 }
 
 TEST_F(TextureLoaderRenderPassTest, ReadsAndUploadsOnlyWhenThePathChanges)
@@ -223,7 +224,7 @@ TEST_F(TextureLoaderRenderPassTest, ReadsAndUploadsOnlyWhenThePathChanges)
     EXPECT_TRUE(texture->size().isEmpty());
     EXPECT_EQ(numNotices(), 0);
 
-    const QString file = path(QStringLiteral("mit Leerzeichen und Ümläuten 漢字.png"));
+    const QString file = path(u"mit Leerzeichen und Ümläuten 漢字.png"_s);
     QImage image(4, 4, QImage::Format_ARGB32);
     image.fill(QColor(10, 20, 30, 40));
     ASSERT_TRUE(image.save(file));

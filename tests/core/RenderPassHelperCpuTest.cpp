@@ -9,6 +9,8 @@
 #include <Qel/gl/DrawBuffers.h>
 #include <Qel/gl/Texture.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 
 namespace {
@@ -54,14 +56,14 @@ private:
 TEST(RenderPassHelper, PortsKeepTheirOrderAndDefaultsApartFromValues)
 {
     PassDescription description;
-    description.inputs = {{QStringLiteral("Qel_float_Z"), {}, {}, 2.5F},
-                          {QStringLiteral("Qel_QelTexture*_A"), {}, {}},
-                          {QStringLiteral("Qel_QColor_M"), {}, {}, QColor(1, 2, 3)}};
-    description.outputs = {{QStringLiteral("Qel_int_Second"), {}}, {QStringLiteral("Qel_int_First"), {}}};
+    description.inputs = {{u"Qel_float_Z"_s, {}, {}, 2.5F},
+                          {u"Qel_QelTexture*_A"_s, {}, {}},
+                          {u"Qel_QColor_M"_s, {}, {}, QColor(1, 2, 3)}};
+    description.outputs = {{u"Qel_int_Second"_s, {}}, {u"Qel_int_First"_s, {}}};
     Pass pass;
     pass.declarePorts(description);
-    pass.addInput(QStringLiteral("Qel_int_Last"), 7);
-    pass.addOutput(QStringLiteral("Qel_int_Third"));
+    pass.addInput(u"Qel_int_Last"_s, 7);
+    pass.addOutput(u"Qel_int_Third"_s);
 
     RenderPass& host = pass;
     QStringList inputs;
@@ -69,8 +71,8 @@ TEST(RenderPassHelper, PortsKeepTheirOrderAndDefaultsApartFromValues)
         inputs.append(host.inputName(i));
         EXPECT_EQ(pass.m_inputs[static_cast<size_t>(i)].value, host.defaultValue(i)) << i;
     }
-    EXPECT_EQ(inputs, QStringList({QStringLiteral("Qel_float_Z"), QStringLiteral("Qel_QelTexture*_A"),
-                                   QStringLiteral("Qel_QColor_M"), QStringLiteral("Qel_int_Last")}));
+    EXPECT_EQ(inputs,
+              QStringList({u"Qel_float_Z"_s, u"Qel_QelTexture*_A"_s, u"Qel_QColor_M"_s, u"Qel_int_Last"_s}));
     EXPECT_EQ(host.defaultValue(0), QVariant(2.5F));
     EXPECT_FALSE(host.defaultValue(1).isValid());
     QStringList outputs;
@@ -78,8 +80,7 @@ TEST(RenderPassHelper, PortsKeepTheirOrderAndDefaultsApartFromValues)
         outputs.append(host.outputName(i));
         EXPECT_FALSE(host.output(i).isValid()) << i;
     }
-    EXPECT_EQ(outputs, QStringList({QStringLiteral("Qel_int_Second"), QStringLiteral("Qel_int_First"),
-                                    QStringLiteral("Qel_int_Third")}));
+    EXPECT_EQ(outputs, QStringList({u"Qel_int_Second"_s, u"Qel_int_First"_s, u"Qel_int_Third"_s}));
 
     host.setInput(0, 9.0F);
     EXPECT_EQ(host.defaultValue(0), QVariant(2.5F));
@@ -94,18 +95,18 @@ TEST(RenderPassHelper, PortsKeepTheirOrderAndDefaultsApartFromValues)
 TEST(RenderPassHelper, FindsPortsByTheirExactName)
 {
     Pass pass;
-    pass.addInput(QStringLiteral("Qel_bool_Invert"));
-    pass.addInput(QStringLiteral("Qel_Bool_Invert"));
-    pass.addOutput(QStringLiteral("Qel_QelTexture*_Output"));
-    EXPECT_EQ(pass.findInput(QStringLiteral("Qel_bool_Invert")), 0);
-    EXPECT_EQ(pass.findInput(QStringLiteral("Qel_Bool_Invert")), 1);
-    EXPECT_EQ(pass.findOutput(QStringLiteral("Qel_QelTexture*_Output")), 0);
+    pass.addInput(u"Qel_bool_Invert"_s);
+    pass.addInput(u"Qel_Bool_Invert"_s);
+    pass.addOutput(u"Qel_QelTexture*_Output"_s);
+    EXPECT_EQ(pass.findInput(u"Qel_bool_Invert"_s), 0);
+    EXPECT_EQ(pass.findInput(u"Qel_Bool_Invert"_s), 1);
+    EXPECT_EQ(pass.findOutput(u"Qel_QelTexture*_Output"_s), 0);
     for (const char* name : {"Qel_BOOL_Invert", "Qel_bool_invert", "Qel_bool_Inver", "Qel_bool_Invert ",
                              "Qel_QelTexture*_Output", ""}) {
         EXPECT_EQ(pass.findInput(QString::fromLatin1(name)), -1) << name;
     }
-    EXPECT_EQ(pass.findOutput(QStringLiteral("Qel_QelTexture*_output")), -1);
-    EXPECT_EQ(pass.findOutput(QStringLiteral("Qel_bool_Invert")), -1);
+    EXPECT_EQ(pass.findOutput(u"Qel_QelTexture*_output"_s), -1);
+    EXPECT_EQ(pass.findOutput(u"Qel_bool_Invert"_s), -1);
 }
 
 TEST(RenderPassHelper, ReadsPointersTypedAndAsObjects)
@@ -114,7 +115,7 @@ TEST(RenderPassHelper, ReadsPointersTypedAndAsObjects)
     DrawBuffers batch;
     QObject object;
     Pass pass;
-    pass.addInput(QStringLiteral("Qel_QelTexture*_A"));
+    pass.addInput(u"Qel_QelTexture*_A"_s);
     const auto read = [&](const QVariant& value) {
         pass.setInput(0, value);
         return pass.getInputPointer<Texture>(0);
@@ -130,7 +131,7 @@ TEST(RenderPassHelper, ReadsPointersTypedAndAsObjects)
     EXPECT_EQ(read(QVariant::fromValue<void*>(&texture)), nullptr);
     EXPECT_EQ(read({}), nullptr);
     EXPECT_EQ(read(1), nullptr);
-    EXPECT_EQ(read(QStringLiteral("texture")), nullptr);
+    EXPECT_EQ(read(u"texture"_s), nullptr);
 
     pass.setInput(0, QVariant::fromValue<QObject*>(&batch));
     EXPECT_EQ(pass.getInputPointer<DrawBuffers>(0), &batch);
@@ -142,9 +143,9 @@ TEST(RenderPassHelper, ReadsPointersTypedAndAsObjects)
 TEST(RenderPassHelper, IndicesThatDoNotExistReadEmptyAndAreReportedWhenWritten)
 {
     Pass pass;
-    pass.addInput(QStringLiteral("Qel_int_A"), 1);
-    pass.addInput(QStringLiteral("Qel_int_B"), 2);
-    pass.addOutput(QStringLiteral("Qel_int_C"));
+    pass.addInput(u"Qel_int_A"_s, 1);
+    pass.addInput(u"Qel_int_B"_s, 2);
+    pass.addOutput(u"Qel_int_C"_s);
     pass.m_outputs[0].value = 3;
     pass.setNumOutputUsers(0, 4);
     const ChannelRecorder recorder;
@@ -173,8 +174,8 @@ TEST(RenderPassHelper, IndicesThatDoNotExistReadEmptyAndAreReportedWhenWritten)
 TEST(RenderPassHelper, ResettingTheUsersKeepsTheValues)
 {
     Pass pass;
-    pass.addOutput(QStringLiteral("Qel_int_A"));
-    pass.addOutput(QStringLiteral("Qel_int_B"));
+    pass.addOutput(u"Qel_int_A"_s);
+    pass.addOutput(u"Qel_int_B"_s);
     pass.m_outputs[1].value = 6;
     pass.setErrorCode(0xFFFFFFFFU);
     pass.setNumOutputUsers(0, 2);
@@ -192,23 +193,22 @@ TEST(Diagnostics, HaveTheirFormatsAndChannels)
 {
     const ChannelRecorder recorder;
     int numEvaluations = 0;
-    logInformation("Core/A", 12, QStringLiteral("100 %s of ") + QChar(0x00b5));
-    logNotice("Core/A", 13, QStringLiteral("notice"));
-    logCritical("Core/B", 14, QStringLiteral("broken"));
-    logFailedCheck("Core/B", 15, "i %2 == 0", QStringLiteral("%1 is odd"));
-    EXPECT_TRUE(QEL_CHECK("Core/C", ++numEvaluations == 1, QStringLiteral("fine")));
+    logInformation("Core/A", 12, u"100 %s of "_s + QChar(0x00b5));
+    logNotice("Core/A", 13, u"notice"_s);
+    logCritical("Core/B", 14, u"broken"_s);
+    logFailedCheck("Core/B", 15, "i %2 == 0", u"%1 is odd"_s);
+    EXPECT_TRUE(QEL_CHECK("Core/C", ++numEvaluations == 1, u"fine"_s));
     const int line = __LINE__ + 1;
-    EXPECT_FALSE(QEL_CHECK("Core/C", ++numEvaluations > 2, QStringLiteral("Unhandled depth format")));
+    EXPECT_FALSE(QEL_CHECK("Core/C", ++numEvaluations > 2, u"Unhandled depth format"_s));
     EXPECT_EQ(numEvaluations, 2);
 
     const std::vector<Message> expected{
-        {QtDebugMsg, QStringLiteral("[Core/A:12] 100 %s of ") + QChar(0x00b5)},
-        {QtInfoMsg, QStringLiteral("[Core/A:13] notice")},
-        {QtCriticalMsg, QStringLiteral("[Core/B:14] broken")},
-        {QtCriticalMsg, QStringLiteral("[Core/B:15] [ !! ] Assertion 'i %2 == 0' failed: %1 is odd")},
+        {QtDebugMsg, u"[Core/A:12] 100 %s of "_s + QChar(0x00b5)},
+        {QtInfoMsg, u"[Core/A:13] notice"_s},
+        {QtCriticalMsg, u"[Core/B:14] broken"_s},
+        {QtCriticalMsg, u"[Core/B:15] [ !! ] Assertion 'i %2 == 0' failed: %1 is odd"_s},
         {QtCriticalMsg,
-         QStringLiteral("[Core/C:%1] [ !! ] Assertion '++numEvaluations > 2' failed: Unhandled depth format")
-             .arg(line)},
+         u"[Core/C:%1] [ !! ] Assertion '++numEvaluations > 2' failed: Unhandled depth format"_s.arg(line)},
     };
     ASSERT_EQ(recorder.received.size(), expected.size());
     for (size_t i = 0; i < expected.size(); ++i) {

@@ -15,12 +15,14 @@
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 namespace {
 
-const QString viewportPort = QStringLiteral("Qel_QRect_Viewport");
-const QString inputPort = QStringLiteral("Qel_QelTexture*_Input");
-const QString outputPort = QStringLiteral("Qel_QelTexture*_Output");
+const QString viewportPort = u"Qel_QRect_Viewport"_s;
+const QString inputPort = u"Qel_QelTexture*_Input"_s;
+const QString outputPort = u"Qel_QelTexture*_Output"_s;
 
 Pixels flat(int width, int height, const QVector4D& colour)
 {
@@ -58,17 +60,17 @@ TEST_F(ShaderRenderPassTest, SetsUniformsOfEveryPlainTypeByTheFullNameOfThePort)
     QMatrix4x4 matrix;
     matrix(0, 3) = 0.25F;
     pass.addInput(viewportPort, QRect(3, 4, 2, 6));
-    pass.addInput(QStringLiteral("Qel_bool_On"), true);
-    pass.addInput(QStringLiteral("Qel_int_Number"), 51);
-    pass.addInput(QStringLiteral("Qel_float_Value"), 0.2F);
-    pass.addInput(QStringLiteral("Qel_QColor_Colour"), QColor(0, 102, 0, 51));
-    pass.addInput(QStringLiteral("Qel_QMatrix4x4_Matrix"), matrix);
-    pass.addInput(QStringLiteral("Qel_QVector2D_Vector"), QVector2D(0.0F, 0.4F));
+    pass.addInput(u"Qel_bool_On"_s, true);
+    pass.addInput(u"Qel_int_Number"_s, 51);
+    pass.addInput(u"Qel_float_Value"_s, 0.2F);
+    pass.addInput(u"Qel_QColor_Colour"_s, QColor(0, 102, 0, 51));
+    pass.addInput(u"Qel_QMatrix4x4_Matrix"_s, matrix);
+    pass.addInput(u"Qel_QVector2D_Vector"_s, QVector2D(0.0F, 0.4F));
     // A plain value on a texture port is no texture, and sets no sampler.
     pass.addInput(inputPort, 5);
-    pass.addOutput(QStringLiteral("Qel_QelTexture*_First"));
-    pass.addOutput(QStringLiteral("Qel_QelTexture*_Second"));
-    pass.setFragmentShaderSource(QStringLiteral(R"(#version 150
+    pass.addOutput(u"Qel_QelTexture*_First"_s);
+    pass.addOutput(u"Qel_QelTexture*_Second"_s);
+    pass.setFragmentShaderSource(uR"(#version 150
 uniform vec4 Qel_QRect_Viewport;
 uniform bool Qel_bool_On;
 uniform int Qel_int_Number;
@@ -84,7 +86,7 @@ void main()
     o_First = vec4(Qel_bool_On ? 0.6 : 0.0, float(Qel_int_Number) / 255.0, Qel_float_Value, Qel_QRect_Viewport.w / 10.0);
     o_Second = vec4((Qel_QMatrix4x4_Matrix * vec4(0.0, 0.0, 0.0, 0.6)).x, Qel_QColor_Colour.y, Qel_QVector2D_Vector.y,
                     Qel_QColor_Colour.a) + texture(u_Input, vec2(0.5));
-})"));
+})"_s);
     runFrame(pass, {});
     EXPECT_TRUE(equal(readTexture(outputTexture(pass, 0)), flat(2, 6, {0.6F, 0.2F, 0.2F, 0.6F}), 1e-6F));
     // 0.15 lies between two 8-bit values.
@@ -109,8 +111,8 @@ TEST_F(ShaderRenderPassTest, BlendsByItsModesAndClearsWhenItMust)
         ShaderRenderPass pass;
         pass.addInput(viewportPort, QRect(0, 0, 4, 4));
         pass.addOutput(outputPort);
-        pass.setFragmentShaderSource(QStringLiteral(
-            "#version 150\nout vec4 o_Output;\nvoid main() { o_Output = vec4(0.8, 0.4, 0.0, 0.6); }"));
+        pass.setFragmentShaderSource(
+            u"#version 150\nout vec4 o_Output;\nvoid main() { o_Output = vec4(0.8, 0.4, 0.0, 0.6); }"_s);
         pass.setBlend(mode);
         // The first frame clears although the flag is off, and with the clear colour in force.
         pass.setClear(false);
@@ -130,11 +132,10 @@ TEST_F(ShaderRenderPassTest, DrawsAGeometryInput)
     const auto model = makeCubeModel();
     ShaderRenderPass pass;
     pass.addInput(viewportPort, QRect(0, 0, 8, 8));
-    pass.addInput(QStringLiteral("Qel_QelDrawBuffers*_Shape"),
-                  QVariant::fromValue<QObject*>(model->drawBuffers(0)));
+    pass.addInput(u"Qel_QelDrawBuffers*_Shape"_s, QVariant::fromValue<QObject*>(model->drawBuffers(0)));
     pass.addOutput(outputPort);
     pass.setFragmentShaderSource(
-        QStringLiteral("#version 150\nout vec4 o_Output;\nvoid main() { o_Output = vec4(1.0); }"));
+        u"#version 150\nout vec4 o_Output;\nvoid main() { o_Output = vec4(1.0); }"_s);
     // The cube spans half of clip space in each direction.
     EXPECT_TRUE(equal(render(pass, {}), Pixels::generate(8, 8, [](int x, int y) {
                           const bool inside = x >= 2 && x < 6 && y >= 2 && y < 6;

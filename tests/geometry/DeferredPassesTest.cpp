@@ -23,6 +23,8 @@
 #include <Qel/gl/Texture.h>
 #include <Qel/model/ModelImport.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 namespace {
 
@@ -281,9 +283,8 @@ TEST_F(DeferredPassesTest, MaterialsAreLitByBlinnPhong)
 void addRawNormalStages(ShaderProgram& program)
 {
     const InstanceDataRegistry* registry = InstanceDataRegistry::Instance();
-    program.setFragDataLocations({QStringLiteral("out_Kd"), QStringLiteral("out_Ks"),
-                                  QStringLiteral("out_Normal"), QStringLiteral("out_Id")});
-    program.addShader(GL_VERTEX_SHADER, QStringLiteral(R"(#version 150
+    program.setFragDataLocations({u"out_Kd"_s, u"out_Ks"_s, u"out_Normal"_s, u"out_Id"_s});
+    program.addShader(GL_VERTEX_SHADER, uR"(#version 150
 #instancedata "InstanceInfo"
 uniform mat4 u_ProjectionMatrix;
 uniform mat4 u_CameraMatrix;
@@ -295,16 +296,16 @@ void main()
     mat4 modelView = u_CameraMatrix * getModelMatrix();
     gl_Position = u_ProjectionMatrix * u_CameraMatrix * getModelMatrix() * vec4(va_Vertex, 1.0);
     vo_Normal = inverse(transpose(mat3(modelView))) * va_Normal;
-})"),
+})"_s,
                       {});
-    program.addShader(GL_VERTEX_SHADER, registry->getPlan(QStringLiteral("InstanceInfo"))->glslc(), {});
-    program.addShader(GL_FRAGMENT_SHADER, QStringLiteral(R"(#version 150
+    program.addShader(GL_VERTEX_SHADER, registry->getPlan(u"InstanceInfo"_s)->glslc(), {});
+    program.addShader(GL_FRAGMENT_SHADER, uR"(#version 150
 in vec3 vo_Normal;
 out vec4 out_Kd;
 out vec4 out_Ks;
 out vec3 out_Normal;
 out vec4 out_Id;
-void main() { out_Kd = out_Ks = out_Id = vec4(0.0); out_Normal = vo_Normal; })"),
+void main() { out_Kd = out_Ks = out_Id = vec4(0.0); out_Normal = vo_Normal; })"_s,
                       {});
 }
 
@@ -312,7 +313,7 @@ TEST_F(DeferredPassesTest, AModelLooksAsDrawnForward)
 {
     QString error;
     const std::optional<ModelData> data =
-        importModel(QStringLiteral(QEL_SOURCE_DIR "/examples/scenes/arcade.obj"), &error);
+        importModel(u"" QEL_SOURCE_DIR "/examples/scenes/arcade.obj"_s, &error);
     ASSERT_TRUE(data) << qPrintable(error);
     GPUModel model(*data);
     constexpr int columns = 160;

@@ -21,6 +21,8 @@
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/Texture.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 namespace {
 
@@ -377,19 +379,18 @@ TEST_F(GBufferRenderPassTest, WithoutGeometryClearsToTheColourInForceAndLeavesTh
 TEST_F(GBufferRenderPassTest, DrawsWithAProgramFromOutside)
 {
     ShaderProgram program;
-    program.setFragDataLocations(
-        {QStringLiteral("out_Normal"), QStringLiteral("out_TexCoord"), QStringLiteral("out_Id")});
-    program.addShader(GL_VERTEX_SHADER, QStringLiteral(R"(#version 150
+    program.setFragDataLocations({u"out_Normal"_s, u"out_TexCoord"_s, u"out_Id"_s});
+    program.addShader(GL_VERTEX_SHADER, uR"(#version 150
 uniform mat4 u_ProjectionMatrix;
 uniform mat4 u_CameraMatrix;
 in vec3 va_Vertex;
-void main() { gl_Position = u_ProjectionMatrix * u_CameraMatrix * vec4(va_Vertex, 1.0); })"),
+void main() { gl_Position = u_ProjectionMatrix * u_CameraMatrix * vec4(va_Vertex, 1.0); })"_s,
                       {});
-    program.addShader(GL_FRAGMENT_SHADER, QStringLiteral(R"(#version 150
+    program.addShader(GL_FRAGMENT_SHADER, uR"(#version 150
 out vec3 out_Normal;
 out vec2 out_TexCoord;
 out vec4 out_Id;
-void main() { out_Normal = vec3(4.0, 5.0, 6.0); out_TexCoord = vec2(7.0, 8.0); out_Id = vec4(9.0); })"),
+void main() { out_Normal = vec3(4.0, 5.0, 6.0); out_TexCoord = vec2(7.0, 8.0); out_Id = vec4(9.0); })"_s,
                       {});
     const auto square = makeSquare(-1.0F, 1.0F, 0.0F);
     GBufferRenderPass pass;

@@ -16,6 +16,8 @@
 #include <Qel/RenderPasses/geometry/ModelRenderPass.h>
 #include <Qel/gl/Texture.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 namespace {
 
@@ -232,17 +234,17 @@ TEST_F(ModelPassesTest, DrawsWithAProgramFromOutside)
 {
     const auto model = makeCubeModel();
     ShaderProgram program;
-    program.setFragDataLocations({QStringLiteral("out_FragColor"), QStringLiteral("out_Id")});
-    program.addShader(GL_VERTEX_SHADER, QStringLiteral(R"(#version 150
+    program.setFragDataLocations({u"out_FragColor"_s, u"out_Id"_s});
+    program.addShader(GL_VERTEX_SHADER, uR"(#version 150
 uniform mat4 u_ProjectionMatrix;
 uniform mat4 u_CameraMatrix;
 in vec3 va_Vertex;
-void main() { gl_Position = u_ProjectionMatrix * u_CameraMatrix * vec4(va_Vertex, 1.0); })"),
+void main() { gl_Position = u_ProjectionMatrix * u_CameraMatrix * vec4(va_Vertex, 1.0); })"_s,
                       {});
-    program.addShader(GL_FRAGMENT_SHADER, QStringLiteral(R"(#version 150
+    program.addShader(GL_FRAGMENT_SHADER, uR"(#version 150
 out vec4 out_FragColor;
 out vec4 out_Id;
-void main() { out_FragColor = vec4(0.2, 0.4, 0.6, 0.8); out_Id = vec4(0.0); })"),
+void main() { out_FragColor = vec4(0.2, 0.4, 0.6, 0.8); out_Id = vec4(0.0); })"_s,
                       {});
     const auto expected = Pixels::generate(side, side, [](int x, int y) {
         const bool inside = x >= side / 4 && x < side * 3 / 4 && y >= side / 4 && y < side * 3 / 4;

@@ -23,6 +23,8 @@
 #include <Qel/graph/GraphFile.h>
 #include <Qel/graph/RenderGraph.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 namespace {
 
@@ -183,7 +185,7 @@ TEST_F(PrimitiveBuilderRenderPassTest, BuildsAnewOnlyAfterAChangeAndDeletesTheBa
 TEST_F(PrimitiveBuilderRenderPassTest, AGraphListsPrimitives)
 {
     QTemporaryDir folder;
-    const QString path = folder.filePath(QStringLiteral("graph.json"));
+    const QString path = folder.filePath(u"graph.json"_s);
     QFile file(path);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
     file.write(R"({"viewport": [4, 4], "passes": [

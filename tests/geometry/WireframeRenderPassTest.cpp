@@ -16,6 +16,8 @@
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 namespace {
 
@@ -152,7 +154,7 @@ class RearrangedPass : public WireframeRenderPass
 public:
     RearrangedPass()
     {
-        m_inputs.insert(m_inputs.begin(), {QStringLiteral("Qel_int_Own"), {}, {}});
+        m_inputs.insert(m_inputs.begin(), {u"Qel_int_Own"_s, {}, {}});
         m_outputs.clear();
     }
 };
@@ -165,8 +167,8 @@ TEST_F(WireframeRenderPassTest, FindsItsPortsByName)
     const std::vector<QVariant> inputs{7, QRect(0, 0, 4, 4), textureInput(ids)};
     runFrame(pass, inputs);
     EXPECT_EQ(pool->numReferences(), 1) << "without its output the pass does nothing";
-    pass.addOutput(QStringLiteral("Qel_int_Own"));
-    pass.addOutput(QStringLiteral("Qel_QelTexture*_Frame"));
+    pass.addOutput(u"Qel_int_Own"_s);
+    pass.addOutput(u"Qel_QelTexture*_Frame"_s);
     runFrame(pass, inputs);
     ASSERT_TRUE(outputTexture(pass, 1));
     EXPECT_EQ(outputTexture(pass, 1)->size(), QSize(4, 4));

@@ -22,6 +22,8 @@
 #include "support/GLTest.h"
 #include "support/Pixels.h"
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 
 namespace {
@@ -50,8 +52,8 @@ std::unique_ptr<ShaderProgram> makeProgram(const char* fragmentShader)
 {
     auto program = std::make_unique<ShaderProgram>();
     program->addShader(GL_VERTEX_SHADER,
-                       QStringLiteral("#version 150\nin vec3 va_Vertex;\n"
-                                      "void main() { gl_Position = vec4(va_Vertex, 1.0); }\n"),
+                       u"#version 150\nin vec3 va_Vertex;\n"
+                       "void main() { gl_Position = vec4(va_Vertex, 1.0); }\n"_s,
                        {});
     program->addShader(GL_FRAGMENT_SHADER, QString::fromLatin1(fragmentShader), {});
     return program;
@@ -123,9 +125,7 @@ TEST_F(Bindings, TexturesTakeUnitsStackWise)
 TEST_F(Bindings, MoreTexturesThanUnitsAreReportedAndLeaveTheOuterBindings)
 {
     const QVector4D red(1.0F, 0.0F, 0.0F, 1.0F);
-    const auto numReports = [&] {
-        return messages().failures.filter(QStringLiteral("texture units are taken")).size();
-    };
+    const auto numReports = [&] { return messages().failures.filter(u"texture units are taken"_s).size(); };
     std::vector<std::unique_ptr<Texture>> textures(BindingRecord::numUnits);
     for (std::unique_ptr<Texture>& texture : textures) {
         texture = makeTexel(red);
@@ -144,7 +144,7 @@ TEST_F(Bindings, MoreTexturesThanUnitsAreReportedAndLeaveTheOuterBindings)
         EXPECT_EQ(numReports(), 2);
     }
     EXPECT_EQ(numReports(), 2) << "once for each binding";
-    expectMessage(QStringLiteral("all %1 texture units are taken").arg(BindingRecord::numUnits));
+    expectMessage(u"all %1 texture units are taken"_s.arg(BindingRecord::numUnits));
     for (int i = 0; i < BindingRecord::numUnits; ++i) {
         const auto& texture = textures[static_cast<size_t>(i)];
         EXPECT_EQ(texture->unit(), i);
@@ -332,7 +332,7 @@ TEST_F(Bindings, ABatchDrawsOnlyWithAValidProgram)
     {
         const auto broken = makeProgram("#version 150\nvoid main() { nonsense }\n");
         const AutoBinder brokenBinder(broken.get());
-        expectMessage(QStringLiteral("cannot be built"));
+        expectMessage(u"cannot be built"_s);
         EXPECT_FALSE(batch->draw()) << "not even with the program around it";
         EXPECT_EQ(picture(), QVector4D());
     }
@@ -435,16 +435,15 @@ TEST_F(Bindings, GLErrorsAreReportedWithTheirPlace)
     EXPECT_TRUE(messages().failures.isEmpty());
     glEnable(GL_RGBA);
     EXPECT_TRUE(hasGLError("Core/A", 23));
-    EXPECT_TRUE(messages().failures.contains(QStringLiteral("[Core/A:23] OpenGL error GL_INVALID_ENUM")));
+    EXPECT_TRUE(messages().failures.contains(u"[Core/A:23] OpenGL error GL_INVALID_ENUM"_s));
     EXPECT_FALSE(hasGLError("Core/A", 24)) << "the error was taken";
     glBindBuffer(GL_ARRAY_BUFFER, 0);
     glBufferData(GL_ARRAY_BUFFER, 4, nullptr, GL_STATIC_DRAW);
     checkGLError("Core/B", 25);
-    EXPECT_TRUE(
-        messages().failures.contains(QStringLiteral("[Core/B:25] OpenGL error GL_INVALID_OPERATION")));
-    expectMessage(QStringLiteral("^\\[Core/[AB]:2[35]\\] OpenGL error "));
+    EXPECT_TRUE(messages().failures.contains(u"[Core/B:25] OpenGL error GL_INVALID_OPERATION"_s));
+    expectMessage(u"^\\[Core/[AB]:2[35]\\] OpenGL error "_s);
     // The debug context says the same where it happens.
-    expectMessage(QStringLiteral("^OpenGL: "));
+    expectMessage(u"^OpenGL: "_s);
 }
 
 } // namespace

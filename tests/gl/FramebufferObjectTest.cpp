@@ -13,6 +13,8 @@
 #include "support/GLTest.h"
 #include "support/Pixels.h"
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 
 namespace {
@@ -96,7 +98,7 @@ TEST_F(FramebufferObjectTest, TellsWhatIsAttached)
     EXPECT_EQ(framebuffer.attachment(GL_COLOR_ATTACHMENT0), nullptr);
 
     framebuffer.attach(color.get(), GL_COLOR_ATTACHMENT7 + 1, 0);
-    expectMessage(QStringLiteral("0x8ce8 is not an attachment point"));
+    expectMessage(u"0x8ce8 is not an attachment point"_s);
 }
 
 TEST_F(FramebufferObjectTest, DrawBuffersAndViewportFollowTheAttachments)

@@ -22,17 +22,18 @@
 #include "support/GLTest.h"
 #include "support/Pixels.h"
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 
 namespace {
 
-const QString passThroughVertex = QStringLiteral("#version 150\n"
-                                                 "in vec3 va_Vertex;\n"
-                                                 "void main() { gl_Position = vec4(va_Vertex, 1.0); }\n");
+const QString passThroughVertex = u"#version 150\n"
+                                  "in vec3 va_Vertex;\n"
+                                  "void main() { gl_Position = vec4(va_Vertex, 1.0); }\n"_s;
 
-const QString instancePointFragment =
-    QStringLiteral("#version 150\n#instancedata \"VeskInstance\"\nout vec4 o;\n"
-                   "void main() { o = getModelMatrix() * vec4(1, 2, 3, 4); }\n");
+const QString instancePointFragment = u"#version 150\n#instancedata \"VeskInstance\"\nout vec4 o;\n"
+                                      "void main() { o = getModelMatrix() * vec4(1, 2, 3, 4); }\n"_s;
 
 class ShaderProgramTest : public GLTest
 {
@@ -74,26 +75,25 @@ protected:
 TEST_F(ShaderProgramTest, ReportsErrorsWhereTheyAre)
 {
     const QTemporaryDir folder;
-    QFile header(folder.filePath(QStringLiteral("broken.glslh")));
+    QFile header(folder.filePath(u"broken.glslh"_s));
     ASSERT_TRUE(header.open(QIODevice::WriteOnly));
     header.write("#version 400\nfloat fine;\nfloat broken() { return headerMistake; }\n");
     header.close();
     GLSLMacroProcessor processor;
     processor.addIncludePath(folder.path());
-    processor.addDefine(QStringLiteral("SOMETHING"), QStringLiteral("1"));
+    processor.addDefine(u"SOMETHING"_s, u"1"_s);
 
     for (const char* version : {"150", "400"}) {
         if (context().version() < 40 && QByteArray(version) == "400") {
             continue;
         }
         ShaderProgram program;
-        program.setObjectName(QStringLiteral("Broken %1").arg(QString::fromUtf8(version)));
+        program.setObjectName(u"Broken %1"_s.arg(QString::fromUtf8(version)));
         program.addShader(GL_VERTEX_SHADER, passThroughVertex, {});
         program.addShader(GL_FRAGMENT_SHADER,
-                          QStringLiteral("#version %1\n\n#include \"broken.glslh\"\nout vec4 o;\n"
-                                         "void main()\n{\n    o = vec4(ownMistake);\n}\n")
-                              .arg(QString::fromUtf8(version)),
-                          QStringLiteral("own.frag"));
+                          u"#version %1\n\n#include \"broken.glslh\"\nout vec4 o;\n"
+                          "void main()\n{\n    o = vec4(ownMistake);\n}\n"_s.arg(QString::fromUtf8(version)),
+                          u"own.frag"_s);
         program.setMacroProcessor(&processor);
         program.bind();
         EXPECT_FALSE(program.isValid());
@@ -102,39 +102,36 @@ TEST_F(ShaderProgramTest, ReportsErrorsWhereTheyAre)
         program.release();
         // One message for the whole build, each line at its file and with what stands around it there.
         ASSERT_EQ(messages().failures.size(), 1);
-        expectMessage(QStringLiteral("program \"Broken %1\" cannot be built:\n"
-                                     "(?s).*broken\\.glslh:3:\\d+: error: `headerMistake' undeclared\n"
-                                     ".*    2 \\| float fine;\n"
-                                     ">    3 \\| float broken\\(\\) \\{ return headerMistake; \\}\n"
-                                     ".*own\\.frag:7:\\d+: error: `ownMistake' undeclared\n"
-                                     ".*    6 \\| \\{\n"
-                                     ">    7 \\|     o = vec4\\(ownMistake\\);\n"
-                                     "     8 \\| \\}")
-                          .arg(QString::fromUtf8(version)));
-        EXPECT_TRUE(program.log().contains(QStringLiteral("own.frag:7:")));
+        expectMessage(u"program \"Broken %1\" cannot be built:\n"
+                      "(?s).*broken\\.glslh:3:\\d+: error: `headerMistake' undeclared\n"
+                      ".*    2 \\| float fine;\n"
+                      ">    3 \\| float broken\\(\\) \\{ return headerMistake; \\}\n"
+                      ".*own\\.frag:7:\\d+: error: `ownMistake' undeclared\n"
+                      ".*    6 \\| \\{\n"
+                      ">    7 \\|     o = vec4\\(ownMistake\\);\n"
+                      "     8 \\| \\}"_s.arg(QString::fromUtf8(version)));
+        EXPECT_TRUE(program.log().contains(u"own.frag:7:"_s));
     }
 
     const auto missingFile = makeProgram({});
-    missingFile->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("NoSuchFile.glslc"));
+    missingFile->addShaderFromFile(GL_FRAGMENT_SHADER, u"NoSuchFile.glslc"_s);
     EXPECT_FALSE(missingFile->isValid());
-    expectMessage(QStringLiteral("NoSuchFile.glslc: cannot read this fragment shader"));
-    const auto missingInclude = makeProgram({QStringLiteral("#version 150\n#include \"none.glslh\"\n")});
+    expectMessage(u"NoSuchFile.glslc: cannot read this fragment shader"_s);
+    const auto missingInclude = makeProgram({u"#version 150\n#include \"none.glslh\"\n"_s});
     EXPECT_FALSE(missingInclude->isValid());
-    expectMessage(
-        QStringLiteral("fragment shader:2: cannot find include \"none.glslh\"; searched :/Media/Shaders"));
-    const auto unresolved = makeProgram({QStringLiteral(
-        "#version 150\nfloat elsewhere();\nout vec4 o;\nvoid main() { o = vec4(elsewhere()); }\n")});
+    expectMessage(u"fragment shader:2: cannot find include \"none.glslh\"; searched :/Media/Shaders"_s);
+    const auto unresolved = makeProgram(
+        {u"#version 150\nfloat elsewhere();\nout vec4 o;\nvoid main() { o = vec4(elsewhere()); }\n"_s});
     EXPECT_FALSE(unresolved->isValid());
-    expectMessage(
-        QStringLiteral("program \\(vertex shader, fragment shader\\) cannot be built:\n.*elsewhere"));
+    expectMessage(u"program \\(vertex shader, fragment shader\\) cannot be built:\n.*elsewhere"_s);
     EXPECT_FALSE(ShaderProgram().isValid());
-    expectMessage(QStringLiteral("no sources were added"));
+    expectMessage(u"no sources were added"_s);
 }
 
 TEST_F(ShaderProgramTest, ConvertsValuesToTheDeclaredType)
 {
     ShaderProgram program;
-    program.addShader(GL_VERTEX_SHADER, QStringLiteral(R"(#version 150
+    program.addShader(GL_VERTEX_SHADER, uR"(#version 150
 uniform float f; uniform int i; uniform uint ui; uniform bool b; uniform sampler2D s;
 uniform vec2 v2; uniform vec3 v3; uniform vec4 v4; uniform ivec2 iv2; uniform ivec4 iv4; uniform uvec3 uv3;
 uniform bvec2 bv2; uniform mat2 m2; uniform mat3 m3; uniform mat4 m4; uniform mat2x3 m23;
@@ -144,10 +141,10 @@ void main()
     gl_Position = vec4(f + i + ui + float(b) + texture(s, v2).r) + v4 + vec4(v3, 0.0) + iv2.xyxy + iv4 + vec4(uv3, 0)
         + vec4(bv2, bv2) + vec4(m2 * v2, m23 * v2) + vec4(m3 * v3, 1.0) + m4 * v4 + vec4(fs[0] + fs[1] + fs[2])
         + vec4(v2s[0], v2s[1]) + vec4(is[0] + is[1]) + m4s[0] * v4 + m4s[1] * v4;
-})"),
+})"_s,
                       {});
-    program.addShader(GL_FRAGMENT_SHADER,
-                      QStringLiteral("#version 150\nout vec4 o;\nvoid main() { o = vec4(1.0); }\n"), {});
+    program.addShader(GL_FRAGMENT_SHADER, u"#version 150\nout vec4 o;\nvoid main() { o = vec4(1.0); }\n"_s,
+                      {});
     const AutoBinder binder(&program);
     ASSERT_TRUE(program.isValid());
 
@@ -182,7 +179,7 @@ void main()
         {"v4", QRect(3, 4, 50, 60), {3, 4, 50, 60}},
         {"v4", QVector4D(5, 6, 7, 8), {5, 6, 7, 8}},
         {"v4", QVector2D(1, 2), {5, 6, 7, 8}}, // too few components
-        {"v4", QStringLiteral("1"), {5, 6, 7, 8}},
+        {"v4", u"1"_s, {5, 6, 7, 8}},
         {"iv2", QSize(640, 480), {640, 480}},
         {"iv4", QRect(-3, 4, 50, 60), {-3, 4, 50, 60}},
         {"uv3", QVector3D(1.9F, 2, 3), {1, 2, 3}},
@@ -204,7 +201,7 @@ void main()
     Uniform integer("i");
     program.setUniform(integer, 16777217);
     int exact = 0;
-    glGetUniformiv(program.programID(), program.getUniformLocation(QStringLiteral("i")), &exact);
+    glGetUniformiv(program.programID(), program.getUniformLocation(u"i"_s), &exact);
     EXPECT_EQ(exact, 16777217);
 
     // Arrays take what fits.
@@ -240,18 +237,18 @@ void main()
     program.setUniform(m3, QMatrix4x4());
     EXPECT_EQ(read(program, "m3", 4), (std::vector<float>{1, 0, 0, 0}));
 
-    EXPECT_TRUE(program.hasUniform(QStringLiteral("fs")));
-    EXPECT_FALSE(program.hasUniform(QStringLiteral("none")));
+    EXPECT_TRUE(program.hasUniform(u"fs"_s));
+    EXPECT_FALSE(program.hasUniform(u"none"_s));
     Uniform none("none");
     program.setUniform(none, 1.0F);
 }
 
 TEST_F(ShaderProgramTest, UniformsFollowTheProgramAndBindIt)
 {
-    const QString one = QStringLiteral("#version 150\nuniform float u_Value;\nout vec4 o;\n"
-                                       "void main() { o = vec4(u_Value); }\n");
-    const QString other = QStringLiteral("#version 150\nuniform vec2 u_First, u_Value;\nout vec4 o;\n"
-                                         "void main() { o = vec4(u_First, u_Value); }\n");
+    const QString one = u"#version 150\nuniform float u_Value;\nout vec4 o;\n"
+                        "void main() { o = vec4(u_Value); }\n"_s;
+    const QString other = u"#version 150\nuniform vec2 u_First, u_Value;\nout vec4 o;\n"
+                          "void main() { o = vec4(u_First, u_Value); }\n"_s;
     Uniform value("u_Value");
     for (const QString& source : {one, other, one}) {
         const auto program = makeProgram({source});
@@ -266,33 +263,32 @@ TEST_F(ShaderProgramTest, UniformsFollowTheProgramAndBindIt)
     const auto bound = makeProgram({one});
     const auto unbound = makeProgram({other});
     const AutoBinder binder(bound.get());
-    unbound->setUniform(QStringLiteral("u_First"), QVector2D(1, 2));
-    unbound->setUniform(QStringLiteral("u_Value"), QVector<float>{3, 6});
+    unbound->setUniform(u"u_First"_s, QVector2D(1, 2));
+    unbound->setUniform(u"u_Value"_s, QVector<float>{3, 6});
     int current = 0;
     glGetIntegerv(GL_CURRENT_PROGRAM, &current);
     EXPECT_EQ(static_cast<unsigned int>(current), bound->programID());
     EXPECT_EQ(draw(*unbound, 1, 1).at(0, 0), QVector4D(1, 2, 3, 6));
     // Sources come too late for a built program.
     unbound->addShader(GL_FRAGMENT_SHADER, one, {});
-    expectMessage(QStringLiteral("Assertion '!m_built' failed"));
+    expectMessage(u"Assertion '!m_built' failed"_s);
 }
 
 TEST_F(ShaderProgramTest, FixesAttributeAndFragmentLocations)
 {
     ShaderProgram program;
-    program.addShader(GL_VERTEX_SHADER, QStringLiteral(R"(#version 150
+    program.addShader(GL_VERTEX_SHADER, uR"(#version 150
 in vec3 position; in float va_Weight; in vec2 va_TexCoord; in vec3 va_Vertex; in vec3 va_Normal;
 out vec2 coord;
 void main() { gl_Position = vec4(position + va_Vertex * va_Weight, 1.0); coord = va_TexCoord; }
-)"),
+)"_s,
                       {});
-    program.addShader(GL_FRAGMENT_SHADER, QStringLiteral(R"(#version 150
+    program.addShader(GL_FRAGMENT_SHADER, uR"(#version 150
 in vec2 coord; out vec4 second; out vec4 first;
 void main() { first = coord.xyxy; second = coord.yxyx; }
-)"),
+)"_s,
                       {});
-    program.setFragDataLocations(
-        {QStringLiteral("first"), QStringLiteral("second"), QStringLiteral("third")});
+    program.setFragDataLocations({u"first"_s, u"second"_s, u"third"_s});
     ASSERT_TRUE(program.isValid());
     unsigned int mask = 0;
     for (const char* name : {"position", "va_Weight", "va_TexCoord", "va_Vertex"}) {
@@ -307,7 +303,7 @@ void main() { first = coord.xyxy; second = coord.yxyx; }
 
 TEST_F(ShaderProgramTest, InstanceDataReachesTheShader)
 {
-    const QString main = QStringLiteral(R"(#version 150
+    const QString main = uR"(#version 150
 #instancedata "InstanceInfo"
 #instancedata "OBJMaterial"
 #include "TextureManager.glslh"
@@ -318,12 +314,12 @@ void main()
     vec4 materials[4] = vec4[](vec4(getKd(), getD()), vec4(getKs(), getNs()),
         managedTexture(getMap_Kd(), vec2(0.5)), managedTexture(getMap_Ks(), vec2(0.5)));
     o = x < 4 ? getModelMatrix()[x] : x < 8 ? getModelNormalMatrix()[x - 4] : materials[x - 8];
-})");
-    const auto* instancePlan = InstanceDataRegistry::Instance()->getPlan(QStringLiteral("InstanceInfo"));
-    const auto* materialPlan = InstanceDataRegistry::Instance()->getPlan(QStringLiteral("OBJMaterial"));
+})"_s;
+    const auto* instancePlan = InstanceDataRegistry::Instance()->getPlan(u"InstanceInfo"_s);
+    const auto* materialPlan = InstanceDataRegistry::Instance()->getPlan(u"OBJMaterial"_s);
     const auto makeShadingProgram = [&] {
         auto program = makeProgram({main, instancePlan->glslc(), materialPlan->glslc()});
-        program->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("TextureManager.glslc"));
+        program->addShaderFromFile(GL_FRAGMENT_SHADER, u"TextureManager.glslc"_s);
         return program;
     };
     const auto program = makeShadingProgram();
@@ -351,14 +347,14 @@ void main()
     }
     EXPECT_TRUE(instancePlan->assertShaderProgram(program.get()));
     EXPECT_TRUE(materialPlan->assertShaderProgram(program.get()));
-    const auto mismatch = makeProgram(
-        {QStringLiteral("#version 150\nlayout(std140) uniform OBJMaterial { mat4 m; };\nout vec4 o;\n"
-                        "void main() { o = m[0]; }\n")});
+    const auto mismatch =
+        makeProgram({u"#version 150\nlayout(std140) uniform OBJMaterial { mat4 m; };\nout vec4 o;\n"
+                     "void main() { o = m[0]; }\n"_s});
     EXPECT_FALSE(materialPlan->assertShaderProgram(mismatch.get()));
     ASSERT_TRUE(mismatch->isValid());
     EXPECT_FALSE(materialPlan->assertShaderProgram(mismatch.get()));
-    expectMessage(QStringLiteral("Assertion .* failed: plan \"OBJMaterial\" needs a program that is built"));
-    expectMessage(QStringLiteral("block \"OBJMaterial\" has 64 bytes at binding point 1, not 32 at 1"));
+    expectMessage(u"Assertion .* failed: plan \"OBJMaterial\" needs a program that is built"_s);
+    expectMessage(u"block \"OBJMaterial\" has 64 bytes at binding point 1, not 32 at 1"_s);
 
     // Both collections lie behind another range, as in a model's buffers.
     QMatrix4x4 model;
@@ -412,13 +408,13 @@ void main()
     materialData->unbind(nullptr);
     EXPECT_TRUE(equal(draw(*program, 12, 1), identity));
 
-    EXPECT_EQ(InstanceDataRegistry::Instance()->getPlan(QStringLiteral("Nonsense")), nullptr);
-    expectMessage(QStringLiteral("there is no instance-data plan \"Nonsense\""));
+    EXPECT_EQ(InstanceDataRegistry::Instance()->getPlan(u"Nonsense"_s), nullptr);
+    expectMessage(u"there is no instance-data plan \"Nonsense\""_s);
 }
 
 TEST_F(ShaderProgramTest, InstancesStandAtTheOriginByDefault)
 {
-    const auto* plan = InstanceDataRegistry::Instance()->getPlan(QStringLiteral("VeskInstance"));
+    const auto* plan = InstanceDataRegistry::Instance()->getPlan(u"VeskInstance"_s);
     const VeskInstanceBlock block{{2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 1}};
     const auto buffer = QSharedPointer<BufferObject>::create(GL_UNIFORM_BUFFER);
     buffer->uploadBytes(&block, sizeof(block), GL_STATIC_DRAW);
@@ -434,7 +430,7 @@ TEST_F(ShaderProgramTest, InstancesStandAtTheOriginByDefault)
 
 TEST_F(ShaderProgramTest, ProgramsFindIdentityWithoutCollections)
 {
-    const auto* plan = InstanceDataRegistry::Instance()->getPlan(QStringLiteral("VeskInstance"));
+    const auto* plan = InstanceDataRegistry::Instance()->getPlan(u"VeskInstance"_s);
     const auto program = makeProgram({instancePointFragment, plan->glslc()});
     EXPECT_EQ(draw(*program, 1, 1).at(0, 0), QVector4D(1, 2, 3, 4));
 }
@@ -460,7 +456,7 @@ TEST_F(ShaderProgramTest, UtilitiesMapDirectionsAndEncodeGamma)
                                               0.0F);
                          }),
         GL_RGBA32F));
-    const auto latLong = makeProgram({QStringLiteral(R"(#version 150
+    const auto latLong = makeProgram({uR"(#version 150
 #include "QelUtilities.glslh"
 uniform sampler2D u_Directions;
 out vec4 o;
@@ -468,10 +464,10 @@ void main()
 {
     vec3 direction = texelFetch(u_Directions, ivec2(gl_FragCoord.xy), 0).xyz;
     o = vec4(directionToLatLong_Vesk(direction), 0.0, 1.0);
-})")});
-    latLong->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("QelUtilities.glslc"));
+})"_s});
+    latLong->addShaderFromFile(GL_FRAGMENT_SHADER, u"QelUtilities.glslc"_s);
     directions->bind();
-    latLong->setUniform(QStringLiteral("u_Directions"), directions->unit());
+    latLong->setUniform(u"u_Directions"_s, directions->unit());
     Pixels drawn = draw(*latLong, width, height);
     directions->release();
     // At the poles every u is right.
@@ -490,12 +486,12 @@ void main()
                                        }),
                       1e-5F));
 
-    const auto gamma = makeProgram({QStringLiteral(R"(#version 150
+    const auto gamma = makeProgram({uR"(#version 150
 #include "QelUtilities.glslh"
 out vec4 o;
 void main() { o = gammaCorrect(vec4(0.2, -1.0, 3.0, 0.3), 2.2); }
-)")});
-    gamma->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("QelUtilities.glslc"));
+)"_s});
+    gamma->addShaderFromFile(GL_FRAGMENT_SHADER, u"QelUtilities.glslc"_s);
     const auto encoded = [](double x) { return static_cast<float>(std::pow(x, 1.0 / 2.2)); };
     EXPECT_TRUE(equal(
         draw(*gamma, 1, 1),

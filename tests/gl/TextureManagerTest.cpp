@@ -15,6 +15,8 @@
 #include "support/GLTest.h"
 #include "support/Pixels.h"
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 
 namespace {
@@ -103,7 +105,7 @@ TEST_F(TextureManagerTest, CountsReferences)
     // One release too many is reported and does not spoil the next loan.
     Texture* spoiled = pool().tempTexture(TextureFormat::RGBA8, 2, 2);
     pool().releaseTempTextureRef(spoiled, 3);
-    expectMessage(QStringLiteral("3 references of a pooled texture are released, of which 1 are out"));
+    expectMessage(u"3 references of a pooled texture are released, of which 1 are out"_s);
     EXPECT_EQ(pool().tempTexture(TextureFormat::RGBA8, 2, 2), spoiled);
     EXPECT_EQ(pool().numReferences(), 1);
     EXPECT_NE(borrow(TextureFormat::RGBA8, 2, 2), spoiled);
@@ -160,10 +162,7 @@ TEST_F(TextureManagerTest, SizesAreKeptWithinWhatTheDriverOffers)
         EXPECT_EQ(texture->size(), c.expected);
         EXPECT_EQ(messages().failures.isEmpty(), !c.reported) << c.width << "x" << c.height;
         if (c.reported) {
-            expectMessage(QStringLiteral("%1x%2 is over the driver's limit of %3")
-                              .arg(c.width)
-                              .arg(c.height)
-                              .arg(limit));
+            expectMessage(u"%1x%2 is over the driver's limit of %3"_s.arg(c.width).arg(c.height).arg(limit));
         }
     }
 

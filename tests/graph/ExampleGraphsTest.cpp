@@ -10,15 +10,17 @@
 #include <Qel/graph/GraphFile.h>
 #include <Qel/graph/RenderGraph.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 namespace {
 
-const QDir graphFolder(QStringLiteral(QEL_SOURCE_DIR "/examples/graphs"));
+const QDir graphFolder(u"" QEL_SOURCE_DIR "/examples/graphs"_s);
 
 std::vector<std::string> graphNames()
 {
     std::vector<std::string> names;
-    for (const QString& file : graphFolder.entryList({QStringLiteral("*.json")})) {
+    for (const QString& file : graphFolder.entryList({u"*.json"_s})) {
         names.push_back(file.chopped(5).toStdString());
     }
     return names;
@@ -31,8 +33,8 @@ class ExampleGraph : public GLTest, public testing::WithParamInterface<std::stri
 TEST_P(ExampleGraph, DrawsAPictureAndGivesEveryTextureBack)
 {
     QStringList faults;
-    std::optional<GraphDescription> description = loadGraph(
-        graphFolder.filePath(QString::fromStdString(GetParam()) + QStringLiteral(".json")), &faults);
+    std::optional<GraphDescription> description =
+        loadGraph(graphFolder.filePath(QString::fromStdString(GetParam()) + u".json"_s), &faults);
     ASSERT_TRUE(description) << qPrintable(faults.join(u'\n'));
     description->viewport = {64, 36};
     std::unique_ptr<RenderGraph> graph =

@@ -14,6 +14,8 @@
 #include <Qel/graph/GraphPlan.h>
 #include <Qel/graph/PassRegistry.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel {
 
 namespace {
@@ -27,50 +29,35 @@ PassRegistry testRegistry()
     const auto input = [](const char* name) { return InputDescription{QString::fromLatin1(name), {}, {}}; };
     const auto output = [](const char* name) { return OutputDescription{QString::fromLatin1(name), {}}; };
     PassRegistry registry;
-    registry.add({QStringLiteral("Source"),
+    registry.add({u"Source"_s,
                   {},
                   {input("Qel_QRect_Viewport"), input("Qel_QColor_Color"), input("Qel_QString_Path")},
                   {output("Qel_QelTexture*_Frame"), output("Qel_QMatrix4x4_ProjectionMatrix")}},
                  none);
-    registry.add({QStringLiteral("Filter"),
+    registry.add({u"Filter"_s,
                   {},
                   {input("Qel_QelTexture*_Frame"), input("Qel_QelTexture*_Mask"), input("Qel_float_Radius"),
                    input("Qel_int_Count"), input("Qel_Bool_Fast"), input("Qel_QVector2D_Focus"),
                    input("Qel_QMatrix4x4_ProjectionMatrix"), input("Qel_QVariant_Data"),
                    input("Qel_int_Twin"), input("Qel_float_Twin")},
                   {output("Qel_QelTexture*_Frame")},
-                  {{QStringLiteral("quality"),
-                    {},
-                    QStringLiteral("low"),
-                    {QStringLiteral("low"), QStringLiteral("high")}},
-                   {QStringLiteral("passes"), {}, 1},
-                   {QStringLiteral("table"), {}, QString(), {}, true},
-                   {QStringLiteral("shapes"),
+                  {{u"quality"_s, {}, u"low"_s, {u"low"_s, u"high"_s}},
+                   {u"passes"_s, {}, 1},
+                   {u"table"_s, {}, QString(), {}, true},
+                   {u"shapes"_s,
                     {},
                     QVariantList(),
                     {},
                     false,
-                    {{QStringLiteral("kind"),
-                      {},
-                      QStringLiteral("cube"),
-                      {QStringLiteral("cube"), QStringLiteral("quad")}},
-                     {QStringLiteral("size"), {}, 1.0F}}}}},
-                 none);
-    registry.add({QStringLiteral("Batches"),
-                  {},
-                  {input("Qel_QelDrawBuffers*_Geometry")},
-                  {output("Qel_QelTexture*_Frame")}},
+                    {{u"kind"_s, {}, u"cube"_s, {u"cube"_s, u"quad"_s}}, {u"size"_s, {}, 1.0F}}}}},
                  none);
     registry.add(
-        {QStringLiteral("Draw"), {}, {input("Qel_QelGPUModel*_Geometry")}, {output("Qel_QelTexture*_Frame")}},
-        none);
-    registry.add({QStringLiteral("Screen"), {}, {input("Qel_QelTexture*_Texture")}, {}}, none);
+        {u"Batches"_s, {}, {input("Qel_QelDrawBuffers*_Geometry")}, {output("Qel_QelTexture*_Frame")}}, none);
+    registry.add({u"Draw"_s, {}, {input("Qel_QelGPUModel*_Geometry")}, {output("Qel_QelTexture*_Frame")}},
+                 none);
+    registry.add({u"Screen"_s, {}, {input("Qel_QelTexture*_Texture")}, {}}, none);
     PassDescription custom{
-        QStringLiteral("Custom"),
-        {},
-        {},
-        {},
-        {{QStringLiteral("inputs"), {}, QStringList()}, {QStringLiteral("outputs"), {}, QStringList()}}};
+        u"Custom"_s, {}, {}, {}, {{u"inputs"_s, {}, QStringList()}, {u"outputs"_s, {}, QStringList()}}};
     custom.hostDeclaresPorts = true;
     registry.add(custom, none);
     return registry;

@@ -23,11 +23,13 @@
 
 #include <Qel/graph/ImageIO.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 
 namespace {
 
-const QStringList rgba = {QStringLiteral("R"), QStringLiteral("G"), QStringLiteral("B"), QStringLiteral("A")};
+const QStringList rgba = {u"R"_s, u"G"_s, u"B"_s, u"A"_s};
 
 class ImageIO : public testing::Test
 {
@@ -90,28 +92,28 @@ TEST_F(ImageIO, ExrKeepsEveryBitOfFloatsAndIntegers)
                                                       1.0F,     2.0F,      3.0F,          4.0F,        //
                                                       5.0F,     6.0F,      7.0F,          8.0F,        //
                                                       9.0F,     10.0F,     11.0F,         12.0F}};
-    write(colour, QStringLiteral("colour.exr"));
-    const Image readBack = read(QStringLiteral("colour.exr"));
-    EXPECT_EQ(readBack.summary(), QStringLiteral("3x2 RGBA"));
+    write(colour, u"colour.exr"_s);
+    const Image readBack = read(u"colour.exr"_s);
+    EXPECT_EQ(readBack.summary(), u"3x2 RGBA"_s);
     EXPECT_EQ(bits(floats(readBack)), bits(floats(colour)));
 
-    const Image depth{2, 1, {QStringLiteral("Z")}, std::vector<float>{0.25F, 1.0F}};
-    write(depth, QStringLiteral("depth.exr"));
-    EXPECT_EQ(read(QStringLiteral("depth.exr")).channels, depth.channels);
-    EXPECT_EQ(floats(read(QStringLiteral("depth.exr"))), floats(depth));
+    const Image depth{2, 1, {u"Z"_s}, std::vector<float>{0.25F, 1.0F}};
+    write(depth, u"depth.exr"_s);
+    EXPECT_EQ(read(u"depth.exr"_s).channels, depth.channels);
+    EXPECT_EQ(floats(read(u"depth.exr"_s)), floats(depth));
 
     const Image ids{1, 2, rgba.first(2), std::vector<quint32>{0, 0xffffffffU, 0x01020304U, 16777217}};
-    write(ids, QStringLiteral("ids.exr"));
-    EXPECT_EQ(std::get<std::vector<quint32>>(read(QStringLiteral("ids.exr")).samples),
+    write(ids, u"ids.exr"_s);
+    EXPECT_EQ(std::get<std::vector<quint32>>(read(u"ids.exr"_s).samples),
               std::get<std::vector<quint32>>(ids.samples));
-    EXPECT_EQ(read(QStringLiteral("ids.exr")).sample(0, 1, 1), 16777217.0);
+    EXPECT_EQ(read(u"ids.exr"_s).sample(0, 1, 1), 16777217.0);
 }
 
 TEST_F(ImageIO, ExrFilesAreWhatOtherProgramsExpect)
 {
     write({2, 2, rgba, std::vector<float>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}},
-          QStringLiteral("colour.exr"));
-    Imf::InputFile file(qPrintable(path(QStringLiteral("colour.exr"))));
+          u"colour.exr"_s);
+    Imf::InputFile file(qPrintable(path(u"colour.exr"_s)));
     std::vector<float> green(4);
     Imf::FrameBuffer frameBuffer;
     frameBuffer.insert(
@@ -122,8 +124,8 @@ TEST_F(ImageIO, ExrFilesAreWhatOtherProgramsExpect)
     EXPECT_EQ(green, (std::vector<float>{2, 6, 10, 14}));
     EXPECT_EQ(file.header().channels().findChannel("A")->type, Imf::FLOAT);
 
-    write({1, 1, {QStringLiteral("R")}, std::vector<quint32>{7}}, QStringLiteral("id.exr"));
-    const Imf::InputFile ids(qPrintable(path(QStringLiteral("id.exr"))));
+    write({1, 1, {u"R"_s}, std::vector<quint32>{7}}, u"id.exr"_s);
+    const Imf::InputFile ids(qPrintable(path(u"id.exr"_s)));
     EXPECT_EQ(ids.header().channels().findChannel("R")->type, Imf::UINT);
 }
 
@@ -145,12 +147,12 @@ TEST_F(ImageIO, ReadsHalfFloatsAndWindowsThatDoNotStartAtZero)
     insert("G", Imf::HALF, green.data(), sizeof(half));
     insert("id", Imf::UINT, id.data(), sizeof(quint32));
     {
-        Imf::OutputFile file(qPrintable(path(QStringLiteral("half.exr"))), header);
+        Imf::OutputFile file(qPrintable(path(u"half.exr"_s)), header);
         file.setFrameBuffer(frameBuffer);
         file.writePixels(1);
     }
-    const Image image = read(QStringLiteral("half.exr"));
-    EXPECT_EQ(image.channels, (QStringList{QStringLiteral("R"), QStringLiteral("G"), QStringLiteral("id")}));
+    const Image image = read(u"half.exr"_s);
+    EXPECT_EQ(image.channels, (QStringList{u"R"_s, u"G"_s, u"id"_s}));
     EXPECT_EQ(floats(image), (std::vector<float>{0.5F, 8.0F, 3.0F, -3.0F, 0.25F, 70000.0F}));
 }
 
@@ -164,42 +166,42 @@ TEST_F(ImageIO, PngClampsRoundsAndKeepsAlphaStraight)
                               half * 1.001F, half * 0.999F, 0.5F, 0.25F,                           //
                               std::numeric_limits<float>::infinity(), 1.0F, 254.4F / 255.0F, 1.0F, //
                               0.2F, 0.4F, 0.6F, 0.8F}},
-          QStringLiteral("p.png"));
-    const QImage image(path(QStringLiteral("p.png")));
+          u"p.png"_s);
+    const QImage image(path(u"p.png"_s));
     EXPECT_EQ(image.pixelColor(0, 0), QColor(0, 255, 0, 0));
     EXPECT_EQ(image.pixelColor(1, 0), QColor(1, 0, 128, 64));
     EXPECT_EQ(image.pixelColor(0, 1), QColor(255, 255, 254, 255));
     EXPECT_EQ(image.pixelColor(1, 1), QColor(51, 102, 153, 204));
     // Colour under alpha 0 survives, and bytes come back as bytes / 255.
-    const Image readBack = read(QStringLiteral("p.png"));
-    EXPECT_EQ(readBack.summary(), QStringLiteral("2x2 RGBA"));
+    const Image readBack = read(u"p.png"_s);
+    EXPECT_EQ(readBack.summary(), u"2x2 RGBA"_s);
     EXPECT_EQ(
         std::vector<float>(floats(readBack).begin(), floats(readBack).begin() + 8),
         (std::vector<float>{0.0F, 1.0F, 0.0F, 0.0F, 1.0F / 255.0F, 0.0F, 128.0F / 255.0F, 64.0F / 255.0F}));
 
-    write({1, 2, {QStringLiteral("Z")}, std::vector<float>{0.0F, 0.6F}}, QStringLiteral("grey.png"));
-    EXPECT_EQ(QImage(path(QStringLiteral("grey.png"))).pixelColor(0, 1), QColor(153, 153, 153));
-    EXPECT_EQ(read(QStringLiteral("grey.png")).summary(), QStringLiteral("1x2 R"));
+    write({1, 2, {u"Z"_s}, std::vector<float>{0.0F, 0.6F}}, u"grey.png"_s);
+    EXPECT_EQ(QImage(path(u"grey.png"_s)).pixelColor(0, 1), QColor(153, 153, 153));
+    EXPECT_EQ(read(u"grey.png"_s).summary(), u"1x2 R"_s);
 
-    write({1, 1, rgba.first(2), std::vector<float>{0.2F, 0.4F}}, QStringLiteral("rg.png"));
-    EXPECT_EQ(QImage(path(QStringLiteral("rg.png"))).pixelColor(0, 0), QColor(51, 102, 0));
+    write({1, 1, rgba.first(2), std::vector<float>{0.2F, 0.4F}}, u"rg.png"_s);
+    EXPECT_EQ(QImage(path(u"rg.png"_s)).pixelColor(0, 0), QColor(51, 102, 0));
 }
 
 TEST_F(ImageIO, ReadsPngsOfOtherKinds)
 {
     QImage deep(1, 1, QImage::Format_RGBA64);
     deep.setPixelColor(0, 0, QColor::fromRgba64(12345, 0, 65535, 30000));
-    ASSERT_TRUE(deep.save(path(QStringLiteral("deep.png"))));
-    EXPECT_EQ(floats(read(QStringLiteral("deep.png"))),
+    ASSERT_TRUE(deep.save(path(u"deep.png"_s)));
+    EXPECT_EQ(floats(read(u"deep.png"_s)),
               (std::vector<float>{12345.0F / 65535.0F, 0.0F, 1.0F, 30000.0F / 65535.0F}));
 
     QImage palette(2, 1, QImage::Format_Indexed8);
     palette.setColorTable({qRgb(10, 20, 30), qRgb(40, 50, 60)});
     palette.setPixel(0, 0, 1);
     palette.setPixel(1, 0, 0);
-    ASSERT_TRUE(palette.save(path(QStringLiteral("palette.png"))));
-    const Image image = read(QStringLiteral("palette.png"));
-    EXPECT_EQ(image.summary(), QStringLiteral("2x1 RGB"));
+    ASSERT_TRUE(palette.save(path(u"palette.png"_s)));
+    const Image image = read(u"palette.png"_s);
+    EXPECT_EQ(image.summary(), u"2x1 RGB"_s);
     EXPECT_EQ(floats(image), (std::vector<float>{40.0F / 255.0F, 50.0F / 255.0F, 60.0F / 255.0F,
                                                  10.0F / 255.0F, 20.0F / 255.0F, 30.0F / 255.0F}));
 }
@@ -208,30 +210,28 @@ TEST_F(ImageIO, FailedWritesNameTheCauseAndLeaveNothingBehind)
 {
     const Image image{1, 1, rgba, std::vector<float>{0, 0, 0, 0}};
     for (const char* name : {"none/a.png", "none/a.exr"}) {
-        EXPECT_TRUE(
-            writeError(image, path(QString::fromUtf8(name))).contains(QStringLiteral("No such file")));
+        EXPECT_TRUE(writeError(image, path(QString::fromUtf8(name))).contains(u"No such file"_s));
     }
     for (const char* name : {"a.jpg", "a", "a.png.bak"}) {
-        EXPECT_TRUE(
-            writeError(image, path(QString::fromUtf8(name))).contains(QStringLiteral(".png or an .exr")));
+        EXPECT_TRUE(writeError(image, path(QString::fromUtf8(name))).contains(u".png or an .exr"_s));
     }
-    ASSERT_TRUE(QDir(m_folder.path()).mkdir(QStringLiteral("folder.exr")));
-    writeError(image, path(QStringLiteral("folder.exr")));
-    EXPECT_TRUE(writeError({1, 1, rgba.first(1), std::vector<quint32>{1}}, path(QStringLiteral("id.png")))
-                    .contains(QStringLiteral("integers")));
+    ASSERT_TRUE(QDir(m_folder.path()).mkdir(u"folder.exr"_s));
+    writeError(image, path(u"folder.exr"_s));
+    EXPECT_TRUE(writeError({1, 1, rgba.first(1), std::vector<quint32>{1}}, path(u"id.png"_s))
+                    .contains(u"integers"_s));
     EXPECT_EQ(files(), QStringList());
 
     QString error;
-    EXPECT_FALSE(checkImagePath(path(QStringLiteral("none/a.png")), &error));
-    EXPECT_TRUE(checkImagePath(path(QStringLiteral("a.EXR")), &error));
+    EXPECT_FALSE(checkImagePath(path(u"none/a.png"_s), &error));
+    EXPECT_TRUE(checkImagePath(path(u"a.EXR"_s), &error));
     EXPECT_EQ(files(), QStringList());
 }
 
 TEST_F(ImageIO, FullDiskLeavesTheOldFile)
 {
     const Image old{1, 1, rgba, std::vector<float>{1, 1, 1, 1}};
-    write(old, QStringLiteral("a.png"));
-    write(old, QStringLiteral("a.exr"));
+    write(old, u"a.png"_s);
+    write(old, u"a.exr"_s);
     // Noise, so that compression does not make it small.
     Image large{256, 256, rgba, {}};
     quint32 state = 1;
@@ -245,25 +245,24 @@ TEST_F(ImageIO, FullDiskLeavesTheOldFile)
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
     const rlimit small{10000, limit.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-    const QString errors =
-        writeError(large, path(QStringLiteral("a.png"))) + writeError(large, path(QStringLiteral("a.exr")));
+    const QString errors = writeError(large, path(u"a.png"_s)) + writeError(large, path(u"a.exr"_s));
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-    EXPECT_EQ(errors.count(QStringLiteral("see that the disk has room")), 2) << qPrintable(errors);
-    EXPECT_EQ(files(), (QStringList{QStringLiteral("a.exr"), QStringLiteral("a.png")}));
-    EXPECT_EQ(read(QStringLiteral("a.png")).summary(), old.summary());
-    EXPECT_EQ(floats(read(QStringLiteral("a.exr"))), floats(old));
+    EXPECT_EQ(errors.count(u"see that the disk has room"_s), 2) << qPrintable(errors);
+    EXPECT_EQ(files(), (QStringList{u"a.exr"_s, u"a.png"_s}));
+    EXPECT_EQ(read(u"a.png"_s).summary(), old.summary());
+    EXPECT_EQ(floats(read(u"a.exr"_s)), floats(old));
 }
 
 TEST_F(ImageIO, DamagedFilesAreRefusedWithOneLine)
 {
     Image image{40, 40, rgba, std::vector<float>(size_t{40} * 40 * 4, 0.3F)};
-    write(image, QStringLiteral("whole.exr"));
-    write(image, QStringLiteral("whole.png"));
-    for (const QString& ending : {QStringLiteral("exr"), QStringLiteral("png")}) {
-        QFile whole(path(QStringLiteral("whole.") + ending));
+    write(image, u"whole.exr"_s);
+    write(image, u"whole.png"_s);
+    for (const QString& ending : {u"exr"_s, u"png"_s}) {
+        QFile whole(path(u"whole."_s + ending));
         ASSERT_TRUE(whole.open(QIODevice::ReadOnly));
         const QByteArray bytes = whole.readAll();
-        const QString name = path(QStringLiteral("damaged.") + ending);
+        const QString name = path(u"damaged."_s + ending);
         const auto readDamaged = [&](const QByteArray& content) {
             QFile file(name);
             EXPECT_TRUE(file.open(QIODevice::WriteOnly));
@@ -287,10 +286,10 @@ TEST_F(ImageIO, DamagedFilesAreRefusedWithOneLine)
         }
     }
     QString error;
-    EXPECT_FALSE(readImage(path(QStringLiteral("missing.exr")), &error));
-    EXPECT_TRUE(error.contains(QStringLiteral("No such file"))) << qPrintable(error);
+    EXPECT_FALSE(readImage(path(u"missing.exr"_s), &error));
+    EXPECT_TRUE(error.contains(u"No such file"_s)) << qPrintable(error);
     EXPECT_FALSE(readImage(m_folder.path(), &error));
-    EXPECT_TRUE(error.contains(QStringLiteral("folder"))) << qPrintable(error);
+    EXPECT_TRUE(error.contains(u"folder"_s)) << qPrintable(error);
 }
 
 } // namespace Morvane::Qel::Test

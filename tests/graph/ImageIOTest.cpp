@@ -9,6 +9,8 @@
 
 #include "support/GLTest.h"
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 
 namespace {
@@ -65,8 +67,7 @@ TEST_F(ImageReadBack, EveryColourFormatComesBackTopRowFirst)
             readBack(format.internalFormat, format.format, GL_FLOAT, stored.data());
         ASSERT_EQ(images.size(), 1U);
         EXPECT_EQ(images[0].summary(),
-                  QStringLiteral("3x2 ") +
-                      QStringLiteral("RGBA").first(static_cast<qsizetype>(format.numChannels)));
+                  u"3x2 "_s + u"RGBA"_s.first(static_cast<qsizetype>(format.numChannels)));
         std::rotate(stored.begin(), stored.begin() + static_cast<std::ptrdiff_t>(rowLength), stored.end());
         EXPECT_EQ(std::get<std::vector<float>>(images[0].samples), stored)
             << std::hex << format.internalFormat;
@@ -101,7 +102,7 @@ TEST_F(ImageReadBack, DepthIsOneChannel)
         const std::vector<Image> images =
             readBack(internalFormat, GL_DEPTH_COMPONENT, GL_FLOAT, depths.data());
         ASSERT_EQ(images.size(), 1U);
-        EXPECT_EQ(images[0].channels, QStringList(QStringLiteral("Z")));
+        EXPECT_EQ(images[0].channels, QStringList(u"Z"_s));
         // 24 bits hold a quarter only nearly.
         const std::vector<double> expected = {0.5, 0.75, 1.0, 0.0, 0.125, 0.25};
         for (size_t i = 0; i < expected.size(); ++i) {
@@ -112,7 +113,7 @@ TEST_F(ImageReadBack, DepthIsOneChannel)
     const std::array<quint32, 6> packed = {0xffffff07U, 0, 0, 0, 0, 0x000000ffU};
     const std::vector<Image> images =
         readBack(GL_DEPTH24_STENCIL8, GL_DEPTH_STENCIL, GL_UNSIGNED_INT_24_8, packed.data());
-    EXPECT_EQ(images.at(0).channels, QStringList(QStringLiteral("Z")));
+    EXPECT_EQ(images.at(0).channels, QStringList(u"Z"_s));
     EXPECT_EQ(samplesOf(images[0]), (std::vector<double>{0, 0, 0, 1, 0, 0}));
 }
 

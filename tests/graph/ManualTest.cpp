@@ -6,6 +6,8 @@
 #include "support/Pixels.h"
 #include <Qel/graph/RenderGraph.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 namespace {
 
@@ -17,16 +19,12 @@ TEST_F(ManualTest, TheWrittenPassRuns)
 {
     GraphDescription description;
     description.viewport = {5, 3};
-    PassSetting source{QStringLiteral("source"), QStringLiteral("GradientRenderPass"), {}, {}};
-    source.inputs = {{QStringLiteral("ColorTop"), QStringLiteral("#ff8000")},
-                     {QStringLiteral("ColorBottom"), {}}};
+    PassSetting source{u"source"_s, u"GradientRenderPass"_s, {}, {}};
+    source.inputs = {{u"ColorTop"_s, u"#ff8000"_s}, {u"ColorBottom"_s, {}}};
     const PassSetting dim{
-        QStringLiteral("dim"),
-        QStringLiteral("DimRenderPass"),
-        {{QStringLiteral("Frame"), QStringLiteral("@source.Frame")}, {QStringLiteral("Factor"), 0.25}},
-        {}};
+        u"dim"_s, u"DimRenderPass"_s, {{u"Frame"_s, u"@source.Frame"_s}, {u"Factor"_s, 0.25}}, {}};
     description.passes = {source, dim};
-    description.output = QStringLiteral("@dim.Frame");
+    description.output = u"@dim.Frame"_s;
 
     PassRegistry registry = PassRegistry::builtin();
     registry.add<DimRenderPass>();

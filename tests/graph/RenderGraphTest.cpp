@@ -19,6 +19,8 @@
 #include <Qel/model/GPUModel.h>
 #include <Qel/model/ShadowMapManager.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 
 namespace {
@@ -33,21 +35,20 @@ class ProtocolPass : public RenderPassHelper
 public:
     static const PassDescription& description()
     {
-        static const PassDescription description{
-            QStringLiteral("ProtocolPass"),
-            {},
-            {{QStringLiteral("Qel_QelTexture*_Input"), {}, {}},
-             {QStringLiteral("Qel_QelTexture*_Other"), {}, {}},
-             {QStringLiteral("Qel_float_Amount"), {}, {}, 1.0F},
-             {QStringLiteral("Qel_QRect_Viewport"), {}, {}}},
-            {{QStringLiteral("Qel_QelTexture*_Output"), {}}},
-            {{QStringLiteral("label"), {}, QString()}, {QStringLiteral("fault"), {}, QString()}}};
+        static const PassDescription description{u"ProtocolPass"_s,
+                                                 {},
+                                                 {{u"Qel_QelTexture*_Input"_s, {}, {}},
+                                                  {u"Qel_QelTexture*_Other"_s, {}, {}},
+                                                  {u"Qel_float_Amount"_s, {}, {}, 1.0F},
+                                                  {u"Qel_QRect_Viewport"_s, {}, {}}},
+                                                 {{u"Qel_QelTexture*_Output"_s, {}}},
+                                                 {{u"label"_s, {}, QString()}, {u"fault"_s, {}, QString()}}};
         return description;
     }
 
     explicit ProtocolPass(const PassOptions& options)
-        : m_label(options[QStringLiteral("label")].toString())
-        , m_fault(options[QStringLiteral("fault")].toString())
+        : m_label(options[u"label"_s].toString())
+        , m_fault(options[u"fault"_s].toString())
     {
         declarePorts(description());
         note("made");
@@ -62,10 +63,9 @@ public:
     {
         const bool isClean =
             !glIsEnabled(GL_DEPTH_TEST) && !glIsEnabled(GL_BLEND) && !glIsEnabled(GL_SCISSOR_TEST);
-        note(QStringLiteral("start %1 users, amount %2%3")
-                 .arg(m_outputs[0].users)
+        note(u"start %1 users, amount %2%3"_s.arg(m_outputs[0].users)
                  .arg(m_inputs[2].value.toFloat())
-                 .arg(isClean ? QString() : QStringLiteral(", dirty state")));
+                 .arg(isClean ? QString() : u", dirty state"_s));
         TextureManager* pool = TextureManager::Instance();
         if (m_fault == u"empty") {
             m_outputs[0].value = {};
@@ -81,7 +81,7 @@ public:
         if (m_fault == u"error" || m_fault == u"stale") {
             setErrorCode(0xFFFFFFFFU);
         } else if (m_fault == u"staleLater") {
-            m_fault = QStringLiteral("stale");
+            m_fault = u"stale"_s;
         }
         // Passes leave state behind on purpose.
         glEnable(GL_DEPTH_TEST);
@@ -102,19 +102,18 @@ class ProbePass : public RenderPassHelper
 public:
     static const PassDescription& description()
     {
-        static const PassDescription description{
-            QStringLiteral("ProbePass"),
-            {},
-            {{QStringLiteral("Qel_QRect_Viewport"), {}, {}},
-             {QStringLiteral("Qel_QMatrix4x4_ProjectionMatrix"), {}, {}},
-             {QStringLiteral("Qel_QMatrix4x4_CameraMatrix"), {}, {}},
-             {QStringLiteral("Qel_float_NearPlane"), {}, {}},
-             {QStringLiteral("Qel_float_FarPlane"), {}, {}},
-             {QStringLiteral("Qel_QVector3D_SceneBoundsMin"), {}, {}},
-             {QStringLiteral("Qel_QVector3D_SceneBoundsMax"), {}, {}},
-             {QStringLiteral("Qel_QelGPUModel*_Geometry"), {}, {}},
-             {QStringLiteral("Qel_QList_QelShadowMapManagerLight*_Lights"), {}, {}}},
-            {}};
+        static const PassDescription description{u"ProbePass"_s,
+                                                 {},
+                                                 {{u"Qel_QRect_Viewport"_s, {}, {}},
+                                                  {u"Qel_QMatrix4x4_ProjectionMatrix"_s, {}, {}},
+                                                  {u"Qel_QMatrix4x4_CameraMatrix"_s, {}, {}},
+                                                  {u"Qel_float_NearPlane"_s, {}, {}},
+                                                  {u"Qel_float_FarPlane"_s, {}, {}},
+                                                  {u"Qel_QVector3D_SceneBoundsMin"_s, {}, {}},
+                                                  {u"Qel_QVector3D_SceneBoundsMax"_s, {}, {}},
+                                                  {u"Qel_QelGPUModel*_Geometry"_s, {}, {}},
+                                                  {u"Qel_QList_QelShadowMapManagerLight*_Lights"_s, {}, {}}},
+                                                 {}};
         return description;
     }
 

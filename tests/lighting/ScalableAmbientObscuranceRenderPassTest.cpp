@@ -21,6 +21,8 @@
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 namespace {
 
@@ -394,9 +396,9 @@ TEST_F(ScalableAmbientObscuranceTest, NormalProcessingIsFrozenByTheFirstFrame)
     const Pixels before = render(pass, inputs(settings, depth.get()));
     EXPECT_TRUE(equal(before, Model(settings, depths).picture(), halfPrecision));
     pass.setNormalProcessing(Pass::NORMAL_TRANSPOSE_INVERT);
-    expectMessage(QStringLiteral(R"(ScalableAmbientObscuranceRenderPass:\d+\] \[ !! \] Assertion )"
-                                 R"('NULL == m_shaderProgram' failed: Do not set the normal processing )"
-                                 R"(once a shader has been created\.$)"));
+    expectMessage(uR"(ScalableAmbientObscuranceRenderPass:\d+\] \[ !! \] Assertion )"
+                  R"('NULL == m_shaderProgram' failed: Do not set the normal processing )"
+                  R"(once a shader has been created\.$)"_s);
     EXPECT_TRUE(equal(render(pass, inputs(settings, depth.get())), before));
 
     // A normal texture beside the order to calculate normals: no such program, and nothing is obscured.
@@ -405,7 +407,7 @@ TEST_F(ScalableAmbientObscuranceTest, NormalProcessingIsFrozenByTheFirstFrame)
     broken.setNormalProcessing(Pass::NORMAL_CALCULATE);
     EXPECT_TRUE(
         equal(render(broken, inputs(settings, depth.get(), nullptr, normals.get())), white(width, height)));
-    expectMessage(QStringLiteral("Not know Normal processing"));
+    expectMessage(u"Not know Normal processing"_s);
 }
 
 TEST_F(ScalableAmbientObscuranceTest, TapsReadTheLevelsThatTheDepthHas)
@@ -520,9 +522,9 @@ TEST_F(ScalableAmbientObscuranceTest, AttachesEveryDepthFormatAndLeavesTheDepth)
 
     const std::unique_ptr<Texture> colour(makeTexture(white(width, height), GL_RGBA8));
     render(pass, inputs(settings, colour.get()));
-    expectMessage(QStringLiteral(R"(\[ !! \] Assertion 'false' failed: Unhandled depth format$)"));
+    expectMessage(uR"(\[ !! \] Assertion 'false' failed: Unhandled depth format$)"_s);
     // GL takes no colour as depth.
-    expectMessage(QStringLiteral("GL_INVALID_FRAMEBUFFER_OPERATION"));
+    expectMessage(u"GL_INVALID_FRAMEBUFFER_OPERATION"_s);
     EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_INVALID_FRAMEBUFFER_OPERATION));
 }
 

@@ -18,6 +18,8 @@
 #include <Qel/gl/Texture.h>
 #include <Qel/model/GPUModel.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 namespace {
 
@@ -299,7 +301,7 @@ TEST_F(ShadowMapRenderPassTest, InstancesStandWhereTheirPlanSays)
     };
     constexpr float texel = 2.1F / side;
     ShadowMapRenderPass byModel;
-    byModel.setInstanceDataPlanName(QStringLiteral("InstanceInfo"));
+    byModel.setInstanceDataPlanName(u"InstanceInfo"_s);
     EXPECT_NEAR(columnOf(byModel, {}), 0.5F, texel);
     ShadowMapRenderPass byCollection;
     EXPECT_NEAR(columnOf(byCollection, {}), 0.0F, texel);
@@ -310,8 +312,8 @@ TEST_F(ShadowMapRenderPassTest, InstancesStandWhereTheirPlanSays)
     std::copy_n(matrix.constData(), 16, block.modelMatrix.begin());
     const auto buffer = QSharedPointer<BufferObject>::create(GL_UNIFORM_BUFFER);
     buffer->uploadBytes(&block, sizeof(block), GL_STATIC_DRAW);
-    InstanceDataCollection collection(
-        InstanceDataRegistry::Instance()->getPlan(QStringLiteral("VeskInstance")), buffer, 0);
+    InstanceDataCollection collection(InstanceDataRegistry::Instance()->getPlan(u"VeskInstance"_s), buffer,
+                                      0);
     ShadowMapRenderPass moved;
     const QVariantList collections{QVariant(), 3, QVariant::fromValue<QObject*>(&collection)};
     EXPECT_NEAR(columnOf(moved, collections), -0.6F, texel);
@@ -402,16 +404,15 @@ TEST_F(ShadowMapRenderPassTest, LooksUpOutsideOfAMapAreUnshadowedAndStateIsPutBa
 TEST_F(ShadowMapRenderPassTest, MissingGeometryIsReportedAndTheRecordIsPublishedAllTheSame)
 {
     const QString prefix =
-        QStringLiteral(R"(^\[Core/Qel/src/RenderPasses/ShadowMapRenderPass:\d+\] \[ !! \] Assertion ')");
+        uR"(^\[Core/Qel/src/RenderPasses/ShadowMapRenderPass:\d+\] \[ !! \] Assertion ')"_s;
     ShadowMapRenderPass pass;
     std::vector<QVariant> values = inputs(nullptr);
     runFrame(pass, values);
-    expectMessage(prefix +
-                  QStringLiteral(R"(false == modelAsQVariant\.isNull\(\)' failed: Input Geometry is NULL$)"));
+    expectMessage(prefix + uR"(false == modelAsQVariant\.isNull\(\)' failed: Input Geometry is NULL$)"_s);
     values[ShadowMapRenderPass::Geometry] = 3;
     runFrame(pass, values);
-    expectMessage(prefix + QStringLiteral(R"(true == modelAsQVariant\.canConvert<GPUModel\*>\(\)' failed: )"
-                                          R"(Input Geometry is not a 'GPUModel\*', type is 'int'$)"));
+    expectMessage(prefix + uR"(true == modelAsQVariant\.canConvert<GPUModel\*>\(\)' failed: )"
+                           R"(Input Geometry is not a 'GPUModel\*', type is 'int'$)"_s);
     EXPECT_EQ(record(pass).numLayers(), 1);
     ASSERT_NE(record(pass).projectionTexture(), nullptr);
 
@@ -426,9 +427,9 @@ TEST_F(ShadowMapRenderPassTest, AProgramThatDoesNotBuildIsLoggedAndNothingIsDraw
 {
     const auto model = makeCubeModel();
     ShadowMapRenderPass pass;
-    pass.setInstanceDataPlanName(QStringLiteral("OBJMaterial"));
+    pass.setInstanceDataPlanName(u"OBJMaterial"_s);
     runFrame(pass, inputs(model.get()));
-    expectMessage(QStringLiteral("getModelMatrix"));
+    expectMessage(u"getModelMatrix"_s);
     EXPECT_TRUE(
         messages()
             .information.filter(QRegularExpression(R"(^\[ShadowMapRenderPass:\d+\] .*getModelMatrix)"))

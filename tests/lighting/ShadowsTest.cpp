@@ -18,6 +18,8 @@
 #include <Qel/graph/RenderGraph.h>
 #include <Qel/model/GPUModel.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 namespace {
 
@@ -133,7 +135,7 @@ protected:
 
         Light given = light;
         ShadowMapRenderPass shadows;
-        shadows.setInstanceDataPlanName(QStringLiteral("InstanceInfo"));
+        shadows.setInstanceDataPlanName(u"InstanceInfo"_s);
         runFrame(shadows, {QVariant::fromValue(&model),
                            {},
                            QVariantList{QVariant::fromValue(&given)},
@@ -226,7 +228,7 @@ TEST_F(ShadowsTest, TheExampleGraphDrawsTheSameShadowsInEveryFrame)
 {
     QStringList faults;
     std::optional<GraphDescription> description =
-        loadGraph(QStringLiteral(QEL_SOURCE_DIR "/examples/shadows/shadows.json"), &faults);
+        loadGraph(u"" QEL_SOURCE_DIR "/examples/shadows/shadows.json"_s, &faults);
     ASSERT_TRUE(description) << qPrintable(faults.join(u'\n'));
     description->viewport = {64, 36};
     PassRegistry registry = PassRegistry::builtin();

@@ -19,6 +19,8 @@
 #include "support/GLTest.h"
 #include "support/Pixels.h"
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel {
 
 namespace {
@@ -33,7 +35,7 @@ using Test::readTexture;
 MeshData square(int material)
 {
     MeshData mesh;
-    mesh.name = QStringLiteral("square");
+    mesh.name = u"square"_s;
     mesh.positions = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
     mesh.normals.assign(4, {0, 0, 1});
     mesh.texCoords = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
@@ -92,7 +94,7 @@ protected:
         GLTest::SetUp();
         const InstanceDataRegistry* registry = InstanceDataRegistry::Instance();
         m_program = std::make_unique<ShaderProgram>();
-        m_program->addShader(GL_VERTEX_SHADER, QStringLiteral(R"(#version 150
+        m_program->addShader(GL_VERTEX_SHADER, uR"(#version 150
 #instancedata "InstanceInfo"
 in vec3 va_Vertex;
 in vec2 va_TexCoord;
@@ -102,11 +104,10 @@ void main()
     gl_Position = getModelMatrix() * vec4(va_Vertex, 1.0);
     vo_TexCoord = va_TexCoord;
 }
-)"),
+)"_s,
                              QString());
-        m_program->addShader(GL_VERTEX_SHADER, registry->getPlan(QStringLiteral("InstanceInfo"))->glslc(),
-                             QString());
-        m_program->addShader(GL_FRAGMENT_SHADER, QStringLiteral(R"(#version 150
+        m_program->addShader(GL_VERTEX_SHADER, registry->getPlan(u"InstanceInfo"_s)->glslc(), QString());
+        m_program->addShader(GL_FRAGMENT_SHADER, uR"(#version 150
 #instancedata "OBJMaterial"
 #include "TextureManager.glslh"
 uniform int u_DrawID;
@@ -118,11 +119,10 @@ void main()
     out_Color = vec4(getKd() * kd.rgb + getKs() * managedTexture(getMap_Ks(), vo_TexCoord).rgb,
                      float(u_DrawID + 1) + getD() * kd.a * 0.25 + getNs());
 }
-)"),
+)"_s,
                              QString());
-        m_program->addShader(GL_FRAGMENT_SHADER, registry->getPlan(QStringLiteral("OBJMaterial"))->glslc(),
-                             QString());
-        m_program->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("TextureManager.glslc"));
+        m_program->addShader(GL_FRAGMENT_SHADER, registry->getPlan(u"OBJMaterial"_s)->glslc(), QString());
+        m_program->addShaderFromFile(GL_FRAGMENT_SHADER, u"TextureManager.glslc"_s);
         ASSERT_TRUE(m_program->isValid()) << qPrintable(m_program->log());
         m_texture.reset(
             makeTexture(Pixels::generate(8, 4, [](int, int) { return QVector4D(); }), GL_RGBA32F));
@@ -182,9 +182,9 @@ TEST_F(GPUModelTest, uploadsMeshesOnceAndBlocksForEveryBatch)
     for (int batch = 0; batch < 2; ++batch) {
         const MeshData& mesh = data.meshes[static_cast<size_t>(batch)];
         const DrawBuffers& buffers = *model.drawBuffers(batch);
-        EXPECT_EQ(bytes(*buffers.VAO()->bo(QStringLiteral("va_Vertex"))), bytes(mesh.positions));
-        EXPECT_EQ(bytes(*buffers.VAO()->bo(QStringLiteral("va_Normal"))), bytes(mesh.normals));
-        EXPECT_EQ(bytes(*buffers.VAO()->bo(QStringLiteral("va_TexCoord"))), bytes(mesh.texCoords));
+        EXPECT_EQ(bytes(*buffers.VAO()->bo(u"va_Vertex"_s)), bytes(mesh.positions));
+        EXPECT_EQ(bytes(*buffers.VAO()->bo(u"va_Normal"_s)), bytes(mesh.normals));
+        EXPECT_EQ(bytes(*buffers.VAO()->bo(u"va_TexCoord"_s)), bytes(mesh.texCoords));
         EXPECT_EQ(bytes(*buffers.indexBO()), bytes(mesh.indices));
         EXPECT_EQ(buffers.count(), 6);
     }
@@ -291,14 +291,14 @@ TEST_F(GPUModelTest, drawsNothingWithoutAValidProgram)
     data.instances = {{0, column(-1, 2)}};
     GPUModel model(data);
     ShaderProgram broken;
-    broken.addShader(GL_VERTEX_SHADER, QStringLiteral("#version 150\nvoid main() { nonsense }\n"), QString());
+    broken.addShader(GL_VERTEX_SHADER, u"#version 150\nvoid main() { nonsense }\n"_s, QString());
     const Pixels nothing = Pixels::generate(8, 4, [](int, int) { return QVector4D(); });
     for (ShaderProgram* candidate : {static_cast<ShaderProgram*>(nullptr), &broken}) {
         EXPECT_TRUE(
             equal(picture([&] { model.draw(candidate, 0, 0, WindingType::CounterClockwise); }), nothing));
         EXPECT_TRUE(equal(picture([&] { model.draw(candidate, nullptr, 0, 0); }), nothing));
     }
-    expectMessage(QStringLiteral("nonsense"));
+    expectMessage(u"nonsense"_s);
 }
 
 TEST_F(GPUModelTest, mirroredBatchesKeepTheirFrontFaces)

@@ -13,6 +13,8 @@
 
 #include <Qel/model/ModelImport.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel {
 
 namespace {
@@ -61,7 +63,7 @@ protected:
     {
         QString error;
         EXPECT_FALSE(importModel(path, &error).has_value());
-        EXPECT_TRUE(error.startsWith(path + QStringLiteral(": cannot read model: "))) << qPrintable(error);
+        EXPECT_TRUE(error.startsWith(path + u": cannot read model: "_s)) << qPrintable(error);
         EXPECT_FALSE(error.contains(u'\n'));
         return error;
     }
@@ -146,14 +148,14 @@ QVector2D texCoordAt(const MeshData& mesh, const QVector3D& position)
 
 TEST_F(ModelImport, readsMaterialLibraries)
 {
-    writeImage(QStringLiteral("kd.png"), {Qt::red});
-    writeImage(QStringLiteral("ks.png"), {Qt::blue});
-    write(QStringLiteral("m.mtl"), "newmtl full\nKd 0.1 0.2 0.3\nKs 0.4 0.5 0.6\nNs 96.5\nd 0.25\n"
-                                   "map_Kd kd.png\nmap_Ks ks.png\n"
-                                   "newmtl theirGrey\nKd 0.6 0.6 0.6\nTr 0.25\nd 1.5\n"
-                                   "newmtl bare\nnewmtl mapped\nmap_Kd kd.png\n");
-    const ModelData model = import(
-        write(QStringLiteral("a.obj"), withMaterials({"full", "theirGrey", "bare", "mapped", "undefined"})));
+    writeImage(u"kd.png"_s, {Qt::red});
+    writeImage(u"ks.png"_s, {Qt::blue});
+    write(u"m.mtl"_s, "newmtl full\nKd 0.1 0.2 0.3\nKs 0.4 0.5 0.6\nNs 96.5\nd 0.25\n"
+                      "map_Kd kd.png\nmap_Ks ks.png\n"
+                      "newmtl theirGrey\nKd 0.6 0.6 0.6\nTr 0.25\nd 1.5\n"
+                      "newmtl bare\nnewmtl mapped\nmap_Kd kd.png\n");
+    const ModelData model =
+        import(write(u"a.obj"_s, withMaterials({"full", "theirGrey", "bare", "mapped", "undefined"})));
     EXPECT_TRUE(model.warnings.isEmpty()) << qPrintable(model.warnings.join(u' '));
 
     const MaterialData& full = materialNamed(model, "full");
@@ -184,15 +186,14 @@ TEST_F(ModelImport, readsMaterialLibraries)
 
 TEST_F(ModelImport, findsMaterialLibrariesOrSaysSo)
 {
-    const QString obj =
-        write(QStringLiteral("a.obj"), "mtllib Sub\\M.MTL\n" + triangle + "usemtl x\nf 1 2 3\n");
+    const QString obj = write(u"a.obj"_s, "mtllib Sub\\M.MTL\n" + triangle + "usemtl x\nf 1 2 3\n");
     const ModelData without = import(obj);
     EXPECT_EQ(without.materials.at(0).kd, QVector3D(0.8F, 0.8F, 0.8F));
     ASSERT_EQ(without.warnings.size(), 1);
-    EXPECT_TRUE(without.warnings[0].startsWith(obj + QStringLiteral(": material library ")));
-    EXPECT_TRUE(without.warnings[0].contains(QStringLiteral("M.MTL")));
+    EXPECT_TRUE(without.warnings[0].startsWith(obj + u": material library "_s));
+    EXPECT_TRUE(without.warnings[0].contains(u"M.MTL"_s));
 
-    write(QStringLiteral("sub/m.mtl"), "newmtl x\nKd 1 0 0\n");
+    write(u"sub/m.mtl"_s, "newmtl x\nKd 1 0 0\n");
     const ModelData with = import(obj);
     EXPECT_EQ(with.materials.at(0).kd, QVector3D(1.0F, 0.0F, 0.0F));
     EXPECT_TRUE(with.warnings.isEmpty());
@@ -200,12 +201,12 @@ TEST_F(ModelImport, findsMaterialLibrariesOrSaysSo)
 
 TEST_F(ModelImport, vRunsUpwardsInEveryFormat)
 {
-    writeImage(QStringLiteral("t.png"), {Qt::red, Qt::green, Qt::blue});
-    write(QStringLiteral("m.mtl"), "newmtl x\nmap_Kd t.png\n");
-    const QString obj = write(QStringLiteral("a.obj"), withMaterials({"x"}));
-    const QString gl = write(
-        QStringLiteral("a.gltf"),
-        gltf(R"([{"mesh": 0}])", R"({"pbrMetallicRoughness": {"baseColorTexture": {"index": 0}}})", "t.png"));
+    writeImage(u"t.png"_s, {Qt::red, Qt::green, Qt::blue});
+    write(u"m.mtl"_s, "newmtl x\nmap_Kd t.png\n");
+    const QString obj = write(u"a.obj"_s, withMaterials({"x"}));
+    const QString gl =
+        write(u"a.gltf"_s, gltf(R"([{"mesh": 0}])",
+                                R"({"pbrMetallicRoughness": {"baseColorTexture": {"index": 0}}})", "t.png"));
     for (const QString& path : {obj, gl}) {
         const ModelData model = import(path);
         ASSERT_EQ(model.images.size(), 1U) << qPrintable(path);
@@ -224,7 +225,7 @@ TEST_F(ModelImport, keepsNodesAndSharesMeshes)
 {
     const QByteArray nodes = R"([{"children": [1, 2], "translation": [10, 0, 0]},
         {"mesh": 0, "translation": [0, 2, 0]}, {"mesh": 0, "scale": [-1, 1, 1]}])";
-    const ModelData model = import(write(QStringLiteral("a.gltf"), gltf(nodes, "{}", "none.png")));
+    const ModelData model = import(write(u"a.gltf"_s, gltf(nodes, "{}", "none.png")));
     ASSERT_EQ(model.meshes.size(), 1U);
     EXPECT_EQ(model.meshes[0].positions.size(), 3U);
     EXPECT_EQ(model.meshes[0].indices.size(), 3U);
@@ -236,14 +237,14 @@ TEST_F(ModelImport, keepsNodesAndSharesMeshes)
 TEST_F(ModelImport, mapsPhysicallyBasedMaterials)
 {
     const auto material = [&](const QByteArray& more) {
-        return import(write(QStringLiteral("a.gltf"),
-                            gltf(R"([{"mesh": 0}])",
-                                 R"({"pbrMetallicRoughness": {"baseColorFactor": [0.5, 0.25, 1, 0.5],
+        return import(
+            write(u"a.gltf"_s, gltf(R"([{"mesh": 0}])",
+                                    R"({"pbrMetallicRoughness": {"baseColorFactor": [0.5, 0.25, 1, 0.5],
                                  "baseColorTexture": {"index": 0}, )" +
-                                     more + "}",
-                                 "t.png")));
+                                        more + "}",
+                                    "t.png")));
     };
-    writeImage(QStringLiteral("t.png"), {QColor(10, 20, 30, 40)});
+    writeImage(u"t.png"_s, {QColor(10, 20, 30, 40)});
 
     const ModelData matt = material(R"("metallicFactor": 0, "roughnessFactor": 1}, "doubleSided": true)");
     EXPECT_EQ(matt.materials.at(0).kd, QVector3D(0.5F, 0.25F, 1.0F));
@@ -273,10 +274,10 @@ TEST_F(ModelImport, readsImagesInsideTheModel)
         QBuffer buffer(&png);
         column({Qt::red, Qt::blue}).save(&buffer, "PNG");
     }
-    const ModelData model = import(
-        write(QStringLiteral("a.gltf"),
-              gltf(R"([{"mesh": 0}])", R"({"pbrMetallicRoughness": {"baseColorTexture": {"index": 0}}})",
-                   "data:image/png;base64," + png.toBase64())));
+    const ModelData model =
+        import(write(u"a.gltf"_s, gltf(R"([{"mesh": 0}])",
+                                       R"({"pbrMetallicRoughness": {"baseColorTexture": {"index": 0}}})",
+                                       "data:image/png;base64," + png.toBase64())));
     EXPECT_TRUE(model.warnings.isEmpty()) << qPrintable(model.warnings.join(u' '));
     ASSERT_EQ(model.images.size(), 1U);
     EXPECT_EQ(model.images[0].pixelColor(0, 0), QColor(Qt::blue));
@@ -285,19 +286,17 @@ TEST_F(ModelImport, readsImagesInsideTheModel)
 
 TEST_F(ModelImport, findsImagesOfOtherMachines)
 {
-    writeImage(QStringLiteral("model/beside.png"), {Qt::red});
-    writeImage(QStringLiteral("model/Maps/inner.png"), {Qt::green});
-    writeImage(QStringLiteral("textures/wood/Outer 1.png"), {Qt::blue});
+    writeImage(u"model/beside.png"_s, {Qt::red});
+    writeImage(u"model/Maps/inner.png"_s, {Qt::green});
+    writeImage(u"textures/wood/Outer 1.png"_s, {Qt::blue});
     // Under a wrong ending.
-    EXPECT_TRUE(QFile::rename(writeImage(QStringLiteral("model/x.bmp"), {Qt::cyan}),
-                              folder() + QStringLiteral("/model/lies.png")));
-    write(QStringLiteral("model/m.mtl"), "newmtl a\nmap_Kd C:\\Users\\me\\BESIDE.PNG\n"
-                                         "newmtl b\nmap_Kd /home/you/inner.png\n"
-                                         "newmtl c\nmap_Kd ..\\Textures\\Wood\\outer 1.png\n"
-                                         "newmtl d\nmap_Kd wood/Outer%201.png\n"
-                                         "newmtl e\nmap_Kd lies.png\n");
-    const ModelData model =
-        import(write(QStringLiteral("model/a.obj"), withMaterials({"a", "b", "c", "d", "e"})));
+    EXPECT_TRUE(QFile::rename(writeImage(u"model/x.bmp"_s, {Qt::cyan}), folder() + u"/model/lies.png"_s));
+    write(u"model/m.mtl"_s, "newmtl a\nmap_Kd C:\\Users\\me\\BESIDE.PNG\n"
+                            "newmtl b\nmap_Kd /home/you/inner.png\n"
+                            "newmtl c\nmap_Kd ..\\Textures\\Wood\\outer 1.png\n"
+                            "newmtl d\nmap_Kd wood/Outer%201.png\n"
+                            "newmtl e\nmap_Kd lies.png\n");
+    const ModelData model = import(write(u"model/a.obj"_s, withMaterials({"a", "b", "c", "d", "e"})));
     EXPECT_TRUE(model.warnings.isEmpty()) << qPrintable(model.warnings.join(u' '));
     const auto colour = [&model](const char* material) {
         return model.images.at(static_cast<size_t>(materialNamed(model, material).mapKd)).pixelColor(0, 0);
@@ -312,16 +311,16 @@ TEST_F(ModelImport, findsImagesOfOtherMachines)
 
 TEST_F(ModelImport, replacesMissingAndBrokenImagesByWhite)
 {
-    write(QStringLiteral("broken.png"), "no picture");
-    write(QStringLiteral("m.mtl"),
+    write(u"broken.png"_s, "no picture");
+    write(u"m.mtl"_s,
           "newmtl first\nmap_Kd nowhere.png\nmap_Ks nowhere.png\nnewmtl second\nmap_Kd broken.png\n");
-    const QString obj = write(QStringLiteral("a.obj"), withMaterials({"first", "second"}));
+    const QString obj = write(u"a.obj"_s, withMaterials({"first", "second"}));
     const ModelData model = import(obj);
     ASSERT_EQ(model.warnings.size(), 2) << qPrintable(model.warnings.join(u'\n'));
     EXPECT_EQ(model.warnings[0],
-              obj + QStringLiteral(": texture nowhere.png of material \"first\" not found; white is used"));
+              obj + u": texture nowhere.png of material \"first\" not found; white is used"_s);
     EXPECT_TRUE(model.warnings[1].startsWith(
-        obj + QStringLiteral(": texture broken.png of material \"second\" cannot be read (")));
+        obj + u": texture broken.png of material \"second\" cannot be read ("_s));
     for (const MaterialData& material : model.materials) {
         const QImage& image = model.images.at(static_cast<size_t>(material.mapKd));
         EXPECT_EQ(image.size(), QSize(1, 1));
@@ -332,10 +331,9 @@ TEST_F(ModelImport, replacesMissingAndBrokenImagesByWhite)
 TEST_F(ModelImport, makesSoundMeshes)
 {
     // An octahedron: without normals in the file, they point from the centre through the corners.
-    const ModelData smooth =
-        import(write(QStringLiteral("smooth.obj"),
-                     "v 1 0 0\nv -1 0 0\nv 0 1 0\nv 0 -1 0\nv 0 0 1\nv 0 0 -1\n"
-                     "f 1 3 5\nf 3 2 5\nf 2 4 5\nf 4 1 5\nf 3 1 6\nf 2 3 6\nf 4 2 6\nf 1 4 6\n"));
+    const ModelData smooth = import(
+        write(u"smooth.obj"_s, "v 1 0 0\nv -1 0 0\nv 0 1 0\nv 0 -1 0\nv 0 0 1\nv 0 0 -1\n"
+                               "f 1 3 5\nf 3 2 5\nf 2 4 5\nf 4 1 5\nf 3 1 6\nf 2 3 6\nf 4 2 6\nf 1 4 6\n"));
     const MeshData& octahedron = smooth.meshes.at(0);
     EXPECT_EQ(octahedron.positions.size(), 6U) << "equal vertices are joined";
     EXPECT_EQ(octahedron.indices.size(), 24U);
@@ -344,9 +342,9 @@ TEST_F(ModelImport, makesSoundMeshes)
     }
 
     // A quad with a normal of no direction, beside a triangle of no area.
-    const ModelData mended = import(write(QStringLiteral("mended.obj"),
-                                          "v 0 0 0\nv 2 0 0\nv 2 2 0\nv 0 2 0\nv 0 0 0\nvn 0 0 0\nvn 0 0 5\n"
-                                          "f 1//1 2//2 3//2 4//2\nf 1//2 2//2 5//2\n"));
+    const ModelData mended =
+        import(write(u"mended.obj"_s, "v 0 0 0\nv 2 0 0\nv 2 2 0\nv 0 2 0\nv 0 0 0\nvn 0 0 0\nvn 0 0 5\n"
+                                      "f 1//1 2//2 3//2 4//2\nf 1//2 2//2 5//2\n"));
     const MeshData& quad = mended.meshes.at(0);
     EXPECT_EQ(quad.indices.size(), 6U);
     EXPECT_EQ(quad.positions.size(), 4U);
@@ -358,31 +356,29 @@ TEST_F(ModelImport, makesSoundMeshes)
     // A triangle far too small for a float's square, and one with a corner that is no number.
     const float tiny = 1.0e-9F;
     const ModelData numbers = import(
-        write(QStringLiteral("numbers.stl"),
+        write(u"numbers.stl"_s,
               binaryStl({{0, 0, 0, 0, 0, 0, tiny, 0, 0, 0, tiny, 0},
                          {0, 0, 1, 5, 0, 0, std::numeric_limits<float>::quiet_NaN(), 0, 0, 0, 5, 0}})));
     EXPECT_EQ(numbers.meshes.at(0).positions.size(), 3U);
     EXPECT_EQ(numbers.meshes.at(0).normals.at(0), QVector3D(0, 0, 1));
     ASSERT_EQ(numbers.warnings.size(), 1);
-    EXPECT_TRUE(numbers.warnings[0].contains(QStringLiteral(": 1 triangles")));
+    EXPECT_TRUE(numbers.warnings[0].contains(u": 1 triangles"_s));
 
     // Points and lines beside a triangle are left out.
-    const ModelData mixed =
-        import(write(QStringLiteral("mixed.obj"), triangle + "p 1\nl 1 2\nf 1/1 2/2 3/3\n"));
+    const ModelData mixed = import(write(u"mixed.obj"_s, triangle + "p 1\nl 1 2\nf 1/1 2/2 3/3\n"));
     ASSERT_EQ(mixed.instances.size(), 1U);
     EXPECT_EQ(mixed.meshes.at(0).indices.size(), 3U);
 }
 
 TEST_F(ModelImport, saysWhyAFileGivesNoModel)
 {
-    EXPECT_TRUE(failure(folder() + QStringLiteral("/none.obj")).endsWith(QStringLiteral("no such file")));
-    EXPECT_TRUE(failure(folder()).endsWith(QStringLiteral("not a file")));
-    EXPECT_TRUE(failure(write(QStringLiteral("empty.obj"), {})).endsWith(QStringLiteral("is empty")));
-    EXPECT_TRUE(failure(write(QStringLiteral("notes.txt"), "hello")).contains(QStringLiteral("OBJ, glTF")));
-    EXPECT_TRUE(failure(write(QStringLiteral("points.obj"), triangle + "p 1\nl 1 2\n"))
-                    .endsWith(QStringLiteral("no triangles")));
-    failure(write(QStringLiteral("broken.gltf"), "{\"asset\": {\"version\""));
-    failure(write(QStringLiteral("index.obj"), triangle + "f 1 2 9\n"));
+    EXPECT_TRUE(failure(folder() + u"/none.obj"_s).endsWith(u"no such file"_s));
+    EXPECT_TRUE(failure(folder()).endsWith(u"not a file"_s));
+    EXPECT_TRUE(failure(write(u"empty.obj"_s, {})).endsWith(u"is empty"_s));
+    EXPECT_TRUE(failure(write(u"notes.txt"_s, "hello")).contains(u"OBJ, glTF"_s));
+    EXPECT_TRUE(failure(write(u"points.obj"_s, triangle + "p 1\nl 1 2\n")).endsWith(u"no triangles"_s));
+    failure(write(u"broken.gltf"_s, "{\"asset\": {\"version\""));
+    failure(write(u"index.obj"_s, triangle + "f 1 2 9\n"));
 
     QString error;
     EXPECT_FALSE(importModel(folder(), nullptr).has_value()) << "an error that nobody wants";
@@ -392,12 +388,12 @@ TEST_F(ModelImport, saysWhyAFileGivesNoModel)
 TEST_F(ModelImport, survivesFilesThatCrashTheirReader)
 {
     // More faces are announced than follow.
-    EXPECT_TRUE(failure(write(QStringLiteral("cut.off"), "OFF\n3 4 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n"))
-                    .contains(QStringLiteral("damaged")));
+    EXPECT_TRUE(
+        failure(write(u"cut.off"_s, "OFF\n3 4 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n")).contains(u"damaged"_s));
     // More vertices and faces are announced than memory holds.
-    failure(write(QStringLiteral("huge.off"), "OFF\n4000000000 4000000000 0\n0 0 0\n"));
+    failure(write(u"huge.off"_s, "OFF\n4000000000 4000000000 0\n0 0 0\n"));
     // The next file is read as if nothing had been.
-    EXPECT_EQ(import(write(QStringLiteral("a.obj"), triangle + "f 1 2 3\n")).meshes.size(), 1U);
+    EXPECT_EQ(import(write(u"a.obj"_s, triangle + "f 1 2 3\n")).meshes.size(), 1U);
 }
 
 /// Every file that other projects test their importers with, the broken ones among them.
@@ -414,18 +410,17 @@ TEST(ModelImportSweep, givesAModelOrALineForEveryFile)
             QString error;
             const std::optional<ModelData> model = importModel(path, &error);
             if (!model) {
-                EXPECT_TRUE(error.startsWith(path + QStringLiteral(": cannot read model: ")));
+                EXPECT_TRUE(error.startsWith(path + u": cannot read model: "_s));
                 EXPECT_FALSE(error.contains(u'\n'));
                 // No file of these crashes Assimp, so one that does crashed what takes its scene over.
                 // An address sanitizer ends the child that asks for more memory than there is; elsewhere the
                 // allocation fails and Assimp says so.
 #if defined(__SANITIZE_ADDRESS__)
-                const bool asksForTooMuch = path.endsWith(QStringLiteral("/OutOfMemory.off"));
+                const bool asksForTooMuch = path.endsWith(u"/OutOfMemory.off"_s);
 #else
                 const bool asksForTooMuch = false;
 #endif
-                EXPECT_TRUE(asksForTooMuch || !error.contains(QStringLiteral("crashes")))
-                    << qPrintable(error);
+                EXPECT_TRUE(asksForTooMuch || !error.contains(u"crashes"_s)) << qPrintable(error);
                 continue;
             }
             ++numModels;

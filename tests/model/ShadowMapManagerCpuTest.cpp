@@ -12,6 +12,8 @@
 
 #include <Qel/model/ShadowMapManager.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 namespace {
 
@@ -376,12 +378,12 @@ TEST(ShadowMapManager, UnusableInputsAreSurvived)
     lights[1].position.setY(nan);
     QVariantList list = listOf(lights).toList();
     list.prepend(QVariant());
-    list.prepend(QStringLiteral("sun"));
+    list.prepend(u"sun"_s);
     list.prepend(QVariant::fromValue<Light*>(nullptr));
     EXPECT_TRUE(ShadowMapManager::processLights(list, data, nullptr, nullptr, nullptr));
     EXPECT_EQ(data.lights().size(), 3U);
     EXPECT_EQ(data.numLayers(), 8);
-    EXPECT_TRUE(ShadowMapManager::processLights(QStringLiteral("sun"), data, nullptr, nullptr, nullptr));
+    EXPECT_TRUE(ShadowMapManager::processLights(u"sun"_s, data, nullptr, nullptr, nullptr));
     EXPECT_EQ(data.numLayers(), 0);
 
     // A light that finds no layers left has none; a later, smaller one may.

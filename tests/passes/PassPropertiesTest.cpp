@@ -12,6 +12,8 @@
 #include "support/Pixels.h"
 #include <Qel/gl/TextureManager.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 namespace {
 
@@ -105,7 +107,7 @@ TEST_P(PassProperties, SurvivesMissingAndWrongInputs)
     PassHost host(context(), QString::fromStdString(GetParam()));
     QObject notATexture;
     for (const QVariant& everywhere :
-         {QVariant(), QVariant(QStringLiteral("no such thing")), QVariant(-3), QVariant(QRect(0, 0, 8, 8)),
+         {QVariant(), QVariant(u"no such thing"_s), QVariant(-3), QVariant(QRect(0, 0, 8, 8)),
           QVariant::fromValue<QObject*>(&notATexture), QVariant::fromValue<QObject*>(nullptr)}) {
         host.setInputs(everywhere);
         host.runFrame();
@@ -121,13 +123,13 @@ TEST_P(PassProperties, SurvivesMissingAndWrongInputs)
             << "without input " << missing;
     }
     if (GetParam() == "ShadowMapRenderPass") {
-        expectMessage(QStringLiteral("Input Geometry is NULL"));
-        expectMessage(QStringLiteral("Input Geometry is not a 'GPUModel\\*'"));
+        expectMessage(u"Input Geometry is NULL"_s);
+        expectMessage(u"Input Geometry is not a 'GPUModel\\*'"_s);
     }
     if (GetParam() == "CubemapLoaderRenderPass") {
         // The texel that stands in for one face does not fit the other five, which GL is left to report.
-        expectMessage(QStringLiteral("GL_INVALID_OPERATION in glGenerateMipmap"));
-        expectMessage(QStringLiteral("CubemapLoaderRenderPass:185\\] OpenGL error GL_INVALID_OPERATION"));
+        expectMessage(u"GL_INVALID_OPERATION in glGenerateMipmap"_s);
+        expectMessage(u"CubemapLoaderRenderPass:185\\] OpenGL error GL_INVALID_OPERATION"_s);
     }
 }
 

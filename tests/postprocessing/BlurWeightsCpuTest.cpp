@@ -9,6 +9,8 @@
 #include "support/GLTest.h"
 #include <Qel/RenderPasses/postprocessing/BlurBaseRenderPass.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 namespace {
 
@@ -120,7 +122,7 @@ TEST(BlurWeights, EveryRadiusHasAKernel)
     const MessageRecorder messages;
     EXPECT_GT(Kernel(std::numeric_limits<float>::infinity()).weights().size(), 1000);
     ASSERT_EQ(messages.failures.size(), 1);
-    EXPECT_TRUE(messages.failures[0].contains(QStringLiteral("blur radius of inf")));
+    EXPECT_TRUE(messages.failures[0].contains(u"blur radius of inf"_s));
 }
 
 } // namespace

@@ -16,6 +16,8 @@
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 namespace {
 
@@ -191,23 +193,21 @@ protected:
     Pixels runPreset(const QString& preset)
     {
         GLSLMacroProcessor processor;
-        processor.addDefine(QStringLiteral("FXAA_QUALITY_PRESET"), preset);
+        processor.addDefine(u"FXAA_QUALITY_PRESET"_s, preset);
         ShaderProgram program;
         program.setMacroProcessor(&processor);
-        program.addShader(
-            GL_VERTEX_SHADER,
-            QStringLiteral("#version 150\nin vec3 va_Vertex;\nin vec2 va_TexCoord;\nout vec2 at;\n"
-                           "void main() { gl_Position = vec4(va_Vertex, 1.0); at = va_TexCoord; }\n"),
-            {});
-        program.addShader(
-            GL_FRAGMENT_SHADER,
-            QStringLiteral("#version 150\n#include \"FXAA.glslh\"\nin vec2 at;\nout vec4 o;\n"
-                           "uniform sampler2D u_Frame;\n"
-                           "void main() { vec4 z = vec4(0.0); o = FxaaPixelShader(at, z, u_Frame,\n"
-                           "u_Frame, u_Frame, 1.0 / vec2(textureSize(u_Frame, 0)), z, z, z, 0.75,\n"
-                           "0.166, 0.0, 8.0, 0.125, 0.05, z); }\n"),
-            {});
-        program.addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("FXAA.glslc"));
+        program.addShader(GL_VERTEX_SHADER,
+                          u"#version 150\nin vec3 va_Vertex;\nin vec2 va_TexCoord;\nout vec2 at;\n"
+                          "void main() { gl_Position = vec4(va_Vertex, 1.0); at = va_TexCoord; }\n"_s,
+                          {});
+        program.addShader(GL_FRAGMENT_SHADER,
+                          u"#version 150\n#include \"FXAA.glslh\"\nin vec2 at;\nout vec4 o;\n"
+                          "uniform sampler2D u_Frame;\n"
+                          "void main() { vec4 z = vec4(0.0); o = FxaaPixelShader(at, z, u_Frame,\n"
+                          "u_Frame, u_Frame, 1.0 / vec2(textureSize(u_Frame, 0)), z, z, z, 0.75,\n"
+                          "0.166, 0.0, 8.0, 0.125, 0.05, z); }\n"_s,
+                          {});
+        program.addShaderFromFile(GL_FRAGMENT_SHADER, u"FXAA.glslc"_s);
         const std::unique_ptr<Texture> target(makeTexture(picture, GL_RGBA8));
         FramebufferObject framebuffer;
         framebuffer.attach(target.get(), GL_COLOR_ATTACHMENT0, 0);
@@ -217,7 +217,7 @@ protected:
         {
             const AutoBinder programBinder(&program);
             const AutoBinder inputBinder(input);
-            program.setUniform(QStringLiteral("u_Frame"), input->unit());
+            program.setUniform(u"u_Frame"_s, input->unit());
             const auto batch = context().fullScreenTriangle();
             const AutoBinder batchBinder(batch);
             EXPECT_TRUE(batch->draw());
@@ -265,18 +265,17 @@ TEST_F(FastApproximateAntiAliasingRenderPassTest, FiltersAsTheMethodSays)
     expectModel("soft", run(picture, {{Pass::SubPixelQuality, 1.0F}}), {.subpix = 1.0});
     expectModel("few edges", run(picture, {{Pass::EdgeThresholdQuality, 0.6F}}), {.threshold = 0.6});
     expectModel("bright edges", run(picture, {{Pass::EdgeThresholdMinQuality, 0.5F}}), {.thresholdMin = 0.5});
-    expectModel("a text counts as 0", run(picture, {{Pass::SubPixelQuality, QStringLiteral("much")}}),
-                {.subpix = 0.0});
+    expectModel("a text counts as 0", run(picture, {{Pass::SubPixelQuality, u"much"_s}}), {.subpix = 0.0});
 }
 
 TEST_F(FastApproximateAntiAliasingRenderPassTest, SearchesAsFarAsThePresetSays)
 {
     const std::vector<std::pair<QString, std::vector<double>>> presets{
-        {QStringLiteral("10"), {1.5, 3, 12}},
-        {QStringLiteral("15"), {1, 1.5, 2, 2, 2, 2, 4, 12}},
-        {QStringLiteral("20"), {1.5, 2, 8}},
-        {QStringLiteral("29"), {1, 1.5, 2, 2, 2, 2, 2, 2, 2, 2, 4, 8}},
-        {QStringLiteral("39"), {1, 1, 1, 1, 1, 1.5, 2, 2, 2, 2, 4, 8}}};
+        {u"10"_s, {1.5, 3, 12}},
+        {u"15"_s, {1, 1.5, 2, 2, 2, 2, 4, 12}},
+        {u"20"_s, {1.5, 2, 8}},
+        {u"29"_s, {1, 1.5, 2, 2, 2, 2, 2, 2, 2, 2, 4, 8}},
+        {u"39"_s, {1, 1, 1, 1, 1, 1.5, 2, 2, 2, 2, 4, 8}}};
     for (const auto& [preset, steps] : presets) {
         expectModel(qPrintable(preset), runPreset(preset), {.steps = steps});
     }

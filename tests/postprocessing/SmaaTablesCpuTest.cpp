@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/SmaaTables.h"
+#include <Qel/RenderPasses/support/SmaaTables.h>
 
 namespace Morvane::Qel::Test {
 namespace {

@@ -8,6 +8,8 @@
 #include "support/GLTest.h"
 #include "support/PassHost.h"
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 namespace {
 
@@ -27,7 +29,7 @@ class SteadyFrame : public GLTest, public testing::WithParamInterface<std::strin
 protected:
     void SetUp() override
     {
-        QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
+        QLoggingCategory::setFilterRules(u"default.debug=false"_s);
         GLTest::SetUp();
     }
 };

@@ -19,6 +19,8 @@
 #include <Qel/gl/TextureManager.h>
 #include <Qel/graph/PassRegistry.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 
 namespace {
@@ -73,9 +75,8 @@ PassHost::PassHost(OpenGLDeviceContext& context, const QString& type)
         }
     }
     if (description.hostDeclaresPorts) {
-        options[QStringLiteral("inputs")] =
-            QStringList{QStringLiteral("Qel_QRect_Viewport"), QStringLiteral("Qel_QelTexture*_Input")};
-        options[QStringLiteral("outputs")] = QStringList{QStringLiteral("Qel_QelTexture*_Output")};
+        options[u"inputs"_s] = QStringList{u"Qel_QRect_Viewport"_s, u"Qel_QelTexture*_Input"_s};
+        options[u"outputs"_s] = QStringList{u"Qel_QelTexture*_Output"_s};
     }
     const ResourceScope::Activation inside(&context, &m_scope);
     QString error;
@@ -223,8 +224,8 @@ QVariant PassHost::value(int input)
         return QVariant::fromValue<QObject*>(m_model->drawBuffers(0));
     }
     if (port.type == QLatin1StringView("QString")) {
-        return QStringLiteral(QEL_SOURCE_DIR "/examples/scenes/sky/%1.png")
-            .arg(port.name.contains(u"Cubemap") ? QStringLiteral("posx") : QStringLiteral("latlong"));
+        return u"" QEL_SOURCE_DIR "/examples/scenes/sky/%1.png"_s
+            .arg(port.name.contains(u"Cubemap") ? u"posx"_s : u"latlong"_s);
     }
     if (QVariant initial = m_pass->defaultValue(input); initial.isValid()) {
         return initial;

@@ -21,7 +21,7 @@ ProgramResult runProgram(const QStringList& arguments, const QStringList& variab
         environment.insert(variable.section(u'=', 0, 0), variable.section(u'=', 1));
     }
     process.setProcessEnvironment(environment);
-    process.start(QStringLiteral(QEL_PROGRAM), arguments);
+    process.start(u"" QEL_PROGRAM ""_s, arguments);
     EXPECT_TRUE(process.waitForFinished(120000)) << qPrintable(process.errorString());
     ProgramResult result;
     result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;

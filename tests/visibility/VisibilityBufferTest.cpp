@@ -21,6 +21,8 @@
 #include <Qel/gl/Guards.h>
 #include <Qel/gl/Texture.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 namespace {
 
@@ -296,8 +298,8 @@ TEST_F(VisibilityBufferTest, RecordsEveryLayerOfAStackOfPlanes)
     EXPECT_EQ(outputTexture(pass, Pass::Depth), nullptr);
     EXPECT_EQ(pass.output(Pass::NodeBufferWidth).toInt(), isFullMode() ? 4096 : 40);
     const QRegularExpression mode(
-        QStringLiteral(R"(^\[Core/Qel/src/RenderPasses/VisibilityBufferRenderPass:\d+\] Using %1$)")
-            .arg(isFullMode() ? QStringLiteral("GL4 mode") : QStringLiteral("non-GL4 mode")));
+        uR"(^\[Core/Qel/src/RenderPasses/VisibilityBufferRenderPass:\d+\] Using %1$)"_s.arg(
+            isFullMode() ? u"GL4 mode"_s : u"non-GL4 mode"_s));
     EXPECT_EQ(messages().information.filter(mode).size(), 1) << "it says in which mode it runs";
 }
 
@@ -323,7 +325,7 @@ TEST_F(VisibilityBufferTest, RecordsASphereInACube)
 TEST_F(VisibilityBufferTest, RecordsAModelOfManyBatchesAroundTheEye)
 {
     QString error;
-    const auto data = importModel(QStringLiteral(QEL_SOURCE_DIR "/examples/scenes/arcade.obj"), &error);
+    const auto data = importModel(u"" QEL_SOURCE_DIR "/examples/scenes/arcade.obj"_s, &error);
     ASSERT_TRUE(data) << qPrintable(error);
     GPUModel model(*data);
     ASSERT_GT(model.numBatches(), 1);

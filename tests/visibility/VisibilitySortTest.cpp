@@ -18,6 +18,8 @@
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::Test {
 namespace {
 
@@ -184,11 +186,11 @@ TEST_F(VisibilitySortTest, SortsWithAProgramFromOutside)
 {
     // Marks the first node of every list.
     ShaderProgram program;
-    program.addShader(GL_VERTEX_SHADER, QStringLiteral(R"(#version 150
+    program.addShader(GL_VERTEX_SHADER, uR"(#version 150
 in vec3 va_Vertex;
-void main() { gl_Position = vec4(va_Vertex, 1.0); })"),
+void main() { gl_Position = vec4(va_Vertex, 1.0); })"_s,
                       {});
-    program.addShader(GL_FRAGMENT_SHADER, QStringLiteral(R"(#version 150
+    program.addShader(GL_FRAGMENT_SHADER, uR"(#version 150
 #extension GL_ARB_shader_image_load_store : enable
 #extension GL_ARB_shading_language_420pack : enable
 uniform usampler2D u_SamplerHeadPointer;
@@ -200,7 +202,7 @@ void main()
     int node = int(pointer) - 1;
     imageStore(u_NodeBufferImage, ivec2(node % u_NodeBufferImageWidth, node / u_NodeBufferImageWidth),
                uvec4(0u, 77u, 0u, 0u));
-})"),
+})"_s,
                       {});
     const ListTextures textures = makeListTextures({1, 1, {makeList({0.9F, 0.2F})}});
     Pass pass;
@@ -239,7 +241,7 @@ TEST_F(VisibilitySortTest, LeavesTexturesOfOtherKindsAlone)
     runFrame(pass, {QRect(0, 0, 4, 4), textureInput(&picture), textureInput(lists.nodes.get()), 4});
     EXPECT_EQ(read(lists).at(0, 0)[0].depth, 0.9F);
     if (isFullMode()) {
-        expectMessage(QStringLiteral("head pointers must be a 2D texture of R32UI"));
+        expectMessage(u"head pointers must be a 2D texture of R32UI"_s);
     }
 }
 

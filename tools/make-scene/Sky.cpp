@@ -7,6 +7,8 @@
 #include <cmath>
 #include <functional>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel {
 
 namespace {
@@ -86,12 +88,12 @@ std::vector<NamedImage> skyImages()
         QString name;
         QVector3D forwards, s, t;
     };
-    const Face faces[] = {{QStringLiteral("posx.png"), {1, 0, 0}, {0, 0, -1}, {0, -1, 0}},
-                          {QStringLiteral("negx.png"), {-1, 0, 0}, {0, 0, 1}, {0, -1, 0}},
-                          {QStringLiteral("posy.png"), {0, 1, 0}, {1, 0, 0}, {0, 0, 1}},
-                          {QStringLiteral("negy.png"), {0, -1, 0}, {1, 0, 0}, {0, 0, -1}},
-                          {QStringLiteral("posz.png"), {0, 0, 1}, {1, 0, 0}, {0, -1, 0}},
-                          {QStringLiteral("negz.png"), {0, 0, -1}, {-1, 0, 0}, {0, -1, 0}}};
+    const Face faces[] = {{u"posx.png"_s, {1, 0, 0}, {0, 0, -1}, {0, -1, 0}},
+                          {u"negx.png"_s, {-1, 0, 0}, {0, 0, 1}, {0, -1, 0}},
+                          {u"posy.png"_s, {0, 1, 0}, {1, 0, 0}, {0, 0, 1}},
+                          {u"negy.png"_s, {0, -1, 0}, {1, 0, 0}, {0, 0, -1}},
+                          {u"posz.png"_s, {0, 0, 1}, {1, 0, 0}, {0, -1, 0}},
+                          {u"negz.png"_s, {0, 0, -1}, {-1, 0, 0}, {0, -1, 0}}};
     constexpr int FaceSize = 128;
     std::vector<NamedImage> images;
     for (const Face& face : faces) {
@@ -99,7 +101,7 @@ std::vector<NamedImage> skyImages()
                               return face.forwards + face.s * (2.0F * s - 1.0F) + face.t * (2.0F * t - 1.0F);
                           })});
     }
-    images.push_back({QStringLiteral("latlong.png"), paintSky(512, 256, latLongDirection)});
+    images.push_back({u"latlong.png"_s, paintSky(512, 256, latLongDirection)});
     return images;
 }
 

@@ -9,6 +9,8 @@
 #include <cmath>
 #include <functional>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel {
 
 namespace {
@@ -182,13 +184,10 @@ QImage frond(int size)
 
 std::vector<NamedImage> sceneTextures()
 {
-    return {{QStringLiteral("floor.png"), paint(512, floorColour)},
-            {QStringLiteral("floor-gloss.png"), paint(256, floorGloss)},
-            {QStringLiteral("plaster.png"), paint(256, plasterColour)},
-            {QStringLiteral("stone.png"), paint(256, stoneColour)},
-            {QStringLiteral("wood.png"), paint(256, woodColour)},
-            {QStringLiteral("frond.png"), frond(256)},
-            {QStringLiteral("glass.png"), paint(64, glassColour)}};
+    return {{u"floor.png"_s, paint(512, floorColour)},     {u"floor-gloss.png"_s, paint(256, floorGloss)},
+            {u"plaster.png"_s, paint(256, plasterColour)}, {u"stone.png"_s, paint(256, stoneColour)},
+            {u"wood.png"_s, paint(256, woodColour)},       {u"frond.png"_s, frond(256)},
+            {u"glass.png"_s, paint(64, glassColour)}};
 }
 
 } // namespace Morvane::Qel

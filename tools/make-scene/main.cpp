@@ -15,6 +15,8 @@
 
 #include <cstdio>
 
+using namespace Qt::StringLiterals;
+
 using namespace Morvane::Qel;
 
 namespace {
@@ -54,7 +56,7 @@ int main(int argc, char** argv)
         return 2;
     }
     const QDir folder(QFile::decodeName(argv[1]));
-    if (!report(folder.mkpath(QStringLiteral("sky")), folder.filePath(QStringLiteral("sky")))) {
+    if (!report(folder.mkpath(u"sky"_s), folder.filePath(u"sky"_s))) {
         return 1;
     }
 
@@ -63,12 +65,11 @@ int main(int argc, char** argv)
     addFurnishings(mesh);
     MeshBuilder glassware("glassware.mtl");
     addGlassware(glassware);
-    if (!writeFile(folder.filePath(QStringLiteral("arcade.obj")), mesh.obj()) ||
-        !writeFile(folder.filePath(QStringLiteral("arcade.mtl")), arcadeMaterials()) ||
-        !writeFile(folder.filePath(QStringLiteral("glassware.obj")), glassware.obj()) ||
-        !writeFile(folder.filePath(QStringLiteral("glassware.mtl")), glasswareMaterials()) ||
-        !writeImages(folder, sceneTextures()) ||
-        !writeImages(QDir(folder.filePath(QStringLiteral("sky"))), skyImages())) {
+    if (!writeFile(folder.filePath(u"arcade.obj"_s), mesh.obj()) ||
+        !writeFile(folder.filePath(u"arcade.mtl"_s), arcadeMaterials()) ||
+        !writeFile(folder.filePath(u"glassware.obj"_s), glassware.obj()) ||
+        !writeFile(folder.filePath(u"glassware.mtl"_s), glasswareMaterials()) ||
+        !writeImages(folder, sceneTextures()) || !writeImages(QDir(folder.filePath(u"sky"_s)), skyImages())) {
         return 1;
     }
     std::printf("%d objects, %d triangles\n", mesh.objectCount() + glassware.objectCount(),

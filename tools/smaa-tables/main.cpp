@@ -30,7 +30,7 @@ int main(int argc, char** argv)
         return 2;
     }
     std::ofstream out(argv[1]);
-    out << "#include \"support/SmaaTables.h\"\n\nnamespace Morvane::Qel {\n";
+    out << "#include <Qel/RenderPasses/support/SmaaTables.h>\n\nnamespace Morvane::Qel {\n";
     write(out, "smaaAreaTable", AreaTable::make());
     write(out, "smaaSearchTable", SearchTable::make());
     out << "\n} // namespace Morvane::Qel\n";

@@ -5,6 +5,8 @@
 #include "Console.h"
 #include "Failure.h"
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::App {
 
 Arguments::Arguments(QString command, QString summary)
@@ -12,27 +14,26 @@ Arguments::Arguments(QString command, QString summary)
     , m_summary(std::move(summary))
 {
     m_parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
-    addOption(QStringLiteral("help"), {}, QStringLiteral("prints this"));
-    addOption(QStringLiteral("verbose"), {},
-              QStringLiteral("also prints what is only of interest when something is wrong"));
+    addOption(u"help"_s, {}, u"prints this"_s);
+    addOption(u"verbose"_s, {}, u"also prints what is only of interest when something is wrong"_s);
 }
 
 void Arguments::addPositional(const QString& name, const QString& meaning, bool optional)
 {
-    m_positionals.push_back({optional ? QStringLiteral("[%1]").arg(name) : name, meaning});
+    m_positionals.push_back({optional ? u"[%1]"_s.arg(name) : name, meaning});
     m_numRequired += optional ? 0 : 1;
 }
 
 void Arguments::addOption(const QString& name, const QString& valueName, const QString& meaning)
 {
     m_parser.addOption(QCommandLineOption(name, meaning, valueName));
-    m_options.push_back({QStringLiteral("--%1 %2").arg(name, valueName).trimmed(), meaning});
+    m_options.push_back({u"--%1 %2"_s.arg(name, valueName).trimmed(), meaning});
 }
 
 bool Arguments::parse(const QStringList& arguments)
 {
     const bool understood = m_parser.parse(QStringList(m_command) + arguments);
-    if (m_parser.isSet(QStringLiteral("help"))) {
+    if (m_parser.isSet(u"help"_s)) {
         print(help());
         return false;
     }
@@ -46,24 +47,23 @@ bool Arguments::parse(const QStringList& arguments)
     }
     const QStringList given = m_parser.positionalArguments();
     if (given.size() < m_numRequired) {
-        fail(QStringLiteral("%1 is missing").arg(m_positionals[static_cast<size_t>(given.size())].syntax));
+        fail(u"%1 is missing"_s.arg(m_positionals[static_cast<size_t>(given.size())].syntax));
     }
     if (static_cast<size_t>(given.size()) > m_positionals.size()) {
-        fail(QStringLiteral("unexpected argument \"%1\"")
-                 .arg(given[static_cast<qsizetype>(m_positionals.size())]));
+        fail(u"unexpected argument \"%1\""_s.arg(given[static_cast<qsizetype>(m_positionals.size())]));
     }
-    installMessageHandler(isSet(QStringLiteral("verbose")));
+    installMessageHandler(isSet(u"verbose"_s));
     return true;
 }
 
 void Arguments::fail(const QString& line) const
 {
-    throw Failure{ExitCode::WrongUse, {QStringLiteral("%1: %2; see \"qel %1 --help\"").arg(m_command, line)}};
+    throw Failure{ExitCode::WrongUse, {u"%1: %2; see \"qel %1 --help\""_s.arg(m_command, line)}};
 }
 
 QString Arguments::help() const
 {
-    QString usage = QStringLiteral("Usage: qel %1 [OPTION]...").arg(m_command);
+    QString usage = u"Usage: qel %1 [OPTION]..."_s.arg(m_command);
     qsizetype width = 0;
     for (const Entry& positional : m_positionals) {
         usage += u' ' + positional.syntax;
@@ -72,11 +72,10 @@ QString Arguments::help() const
     for (const Entry& option : m_options) {
         width = std::max(width, option.syntax.size());
     }
-    QString text = QStringLiteral("%1\n\n%2\n\n").arg(usage, m_summary);
+    QString text = u"%1\n\n%2\n\n"_s.arg(usage, m_summary);
     for (const std::vector<Entry>* entries : {&m_positionals, &m_options}) {
         for (const Entry& entry : *entries) {
-            text +=
-                QStringLiteral("  %1  %2\n").arg(entry.syntax, -static_cast<int>(width)).arg(entry.meaning);
+            text += u"  %1  %2\n"_s.arg(entry.syntax, -static_cast<int>(width)).arg(entry.meaning);
         }
     }
     return text;

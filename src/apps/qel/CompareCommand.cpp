@@ -10,6 +10,8 @@
 #include "Arguments.h"
 #include "Console.h"
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::App {
 
 namespace {
@@ -53,12 +55,12 @@ public:
         , b(load(pathB))
     {
         const auto cannot = [&](const QString& cause) {
-            return Failure{ExitCode::ComparisonFailed,
-                           {QStringLiteral("%1 (%2) and %3 (%4) differ in %5")
-                                .arg(pathA, a.summary(), pathB, b.summary(), cause)}};
+            return Failure{
+                ExitCode::ComparisonFailed,
+                {u"%1 (%2) and %3 (%4) differ in %5"_s.arg(pathA, a.summary(), pathB, b.summary(), cause)}};
         };
         if (a.width != b.width || a.height != b.height) {
-            throw cannot(QStringLiteral("size"));
+            throw cannot(u"size"_s);
         }
         if (a.numChannels() == 1 && b.numChannels() == 1) {
             // Depth "Z" beside a grey picture's "R".
@@ -71,7 +73,7 @@ public:
             m_indicesA.push_back(static_cast<int>(a.channels.indexOf(channel)));
             m_indicesB.push_back(static_cast<int>(b.channels.indexOf(channel)));
             if (channel != QLatin1StringView("A") && (m_indicesA.back() < 0 || m_indicesB.back() < 0)) {
-                throw cannot(QStringLiteral("channels"));
+                throw cannot(u"channels"_s);
             }
         }
     }
@@ -108,7 +110,7 @@ private:
 Image differencePicture(const Pair& pair, bool foldAlpha)
 {
     QStringList channels = pair.channels;
-    const auto alpha = static_cast<int>(channels.indexOf(QStringLiteral("A")));
+    const auto alpha = static_cast<int>(channels.indexOf(u"A"_s));
     foldAlpha = foldAlpha && alpha >= 0 && channels.size() > 1;
     if (foldAlpha) {
         channels.removeAt(alpha);
@@ -140,27 +142,23 @@ QString number(double value)
 ExitCode compare(const QStringList& arguments)
 {
     Arguments options(
-        QStringLiteral("compare"),
-        QStringLiteral(
-            "Compares two pictures, PNG or EXR. PNG values count as 0 to 1. Prints the largest and the mean\n"
-            "difference of each channel, alpha included, and the worst pixels; NaN and infinity are\n"
-            "always differences. Ends with 1 when the largest difference is above the tolerance."));
-    options.addPositional(QStringLiteral("A"), QStringLiteral("a picture"));
-    options.addPositional(QStringLiteral("B"), QStringLiteral("the picture to compare it with"));
-    options.addOption(QStringLiteral("tolerance"), QStringLiteral("X"),
-                      QStringLiteral("largest difference that is still accepted; 0 if not given"));
-    options.addOption(QStringLiteral("difference"), QStringLiteral("FILE"),
-                      QStringLiteral("writes the absolute differences as a picture"));
+        u"compare"_s,
+        u"Compares two pictures, PNG or EXR. PNG values count as 0 to 1. Prints the largest and the mean\n"
+        "difference of each channel, alpha included, and the worst pixels; NaN and infinity are\n"
+        "always differences. Ends with 1 when the largest difference is above the tolerance."_s);
+    options.addPositional(u"A"_s, u"a picture"_s);
+    options.addPositional(u"B"_s, u"the picture to compare it with"_s);
+    options.addOption(u"tolerance"_s, u"X"_s, u"largest difference that is still accepted; 0 if not given"_s);
+    options.addOption(u"difference"_s, u"FILE"_s, u"writes the absolute differences as a picture"_s);
     if (!options.parse(arguments)) {
         return ExitCode::Done;
     }
     double tolerance = 0.0;
-    if (options.isSet(QStringLiteral("tolerance"))) {
+    if (options.isSet(u"tolerance"_s)) {
         bool isNumber = false;
-        tolerance = options.value(QStringLiteral("tolerance")).toDouble(&isNumber);
+        tolerance = options.value(u"tolerance"_s).toDouble(&isNumber);
         if (!isNumber || !(tolerance >= 0.0)) {
-            options.fail(QStringLiteral("--tolerance %1 is not a number of 0 or more")
-                             .arg(options.value(QStringLiteral("tolerance"))));
+            options.fail(u"--tolerance %1 is not a number of 0 or more"_s.arg(options.value(u"tolerance"_s)));
         }
     }
 
@@ -195,20 +193,15 @@ ExitCode compare(const QStringList& arguments)
     }
 
     const double numPixels = static_cast<double>(pair.a.width) * static_cast<double>(pair.a.height);
-    print(QStringLiteral("%1  %2  %3\n")
-              .arg(QStringLiteral("channel"), -8)
-              .arg(QStringLiteral("largest"), 14)
-              .arg(QStringLiteral("mean"), 14));
+    print(u"%1  %2  %3\n"_s.arg(u"channel"_s, -8).arg(u"largest"_s, 14).arg(u"mean"_s, 14));
     for (const ChannelDifference& channel : differences) {
-        print(QStringLiteral("%1  %2  %3\n")
-                  .arg(channel.channel, -8)
+        print(u"%1  %2  %3\n"_s.arg(channel.channel, -8)
                   .arg(number(channel.largest), 14)
                   .arg(number(channel.sum / numPixels), 14));
     }
     if (!pair.a.isInteger() && !pair.b.isInteger()) {
         const double meanSquare = sumOfSquares / (numPixels * static_cast<double>(pair.channels.size()));
-        print(
-            QStringLiteral("PSNR %1 dB, for values of 0 to 1\n").arg(number(-10.0 * std::log10(meanSquare))));
+        print(u"PSNR %1 dB, for values of 0 to 1\n"_s.arg(number(-10.0 * std::log10(meanSquare))));
     }
     for (const PixelDifference& entry : worst) {
         QStringList valuesA;
@@ -217,20 +210,16 @@ ExitCode compare(const QStringList& arguments)
             valuesA << number(pair.sampleA(entry.x, entry.y, c));
             valuesB << number(pair.sampleB(entry.x, entry.y, c));
         }
-        print(QStringLiteral("pixel (%1, %2) from the top left: %3 | %4, difference %5\n")
-                  .arg(entry.x)
-                  .arg(entry.y)
-                  .arg(valuesA.join(u' '), valuesB.join(u' '), number(entry.difference)));
+        print(u"pixel (%1, %2) from the top left: %3 | %4, difference %5\n"_s.arg(entry.x).arg(entry.y).arg(
+            valuesA.join(u' '), valuesB.join(u' '), number(entry.difference)));
     }
     const bool accepted = largest <= tolerance;
-    print(largest == 0.0
-              ? QStringLiteral("the pictures are equal\n")
-              : QStringLiteral("the largest difference, %1, is %2 the tolerance of %3\n")
-                    .arg(number(largest), accepted ? QStringLiteral("within") : QStringLiteral("above"),
-                         number(tolerance)));
+    print(largest == 0.0 ? u"the pictures are equal\n"_s
+                         : u"the largest difference, %1, is %2 the tolerance of %3\n"_s.arg(
+                               number(largest), accepted ? u"within"_s : u"above"_s, number(tolerance)));
 
-    if (options.isSet(QStringLiteral("difference"))) {
-        const QString path = options.value(QStringLiteral("difference"));
+    if (options.isSet(u"difference"_s)) {
+        const QString path = options.value(u"difference"_s);
         QString error;
         const bool png = path.endsWith(QLatin1StringView(".png"), Qt::CaseInsensitive);
         if (!writeImage(differencePicture(pair, png), path, &error)) {

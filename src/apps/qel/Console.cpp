@@ -9,6 +9,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::App {
 
 namespace {
@@ -27,7 +29,7 @@ void eraseProgress()
 
 void handleMessage(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text)
 {
-    static const QRegularExpression location(QStringLiteral("^\\[[^\\]\\n]+:\\d+\\] "));
+    static const QRegularExpression location(u"^\\[[^\\]\\n]+:\\d+\\] "_s);
     const QString message = QString(text).remove(location);
     const bool explainsFrame =
         type == QtCriticalMsg && (message.startsWith(QLatin1StringView("OpenGL")) || message.contains(u'\n'));
@@ -56,7 +58,7 @@ QString takeReport()
         return lines[0];
     }
     // The first line says what failed, the second one where and why; the rest shows the source.
-    return verboseMessages ? lines[1] : QStringLiteral("%1; --verbose shows the source").arg(lines[1]);
+    return verboseMessages ? lines[1] : u"%1; --verbose shows the source"_s.arg(lines[1]);
 }
 
 void print(const QString& text)

@@ -14,6 +14,8 @@
 #include "Setup.h"
 #include "Values.h"
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::App {
 
 namespace {
@@ -30,12 +32,11 @@ QString textureSummary(Texture* texture)
         return value;
     };
     const int layers = levelParameter(GL_TEXTURE_DEPTH);
-    return QStringLiteral("%1x%2 %3%4")
-        .arg(levelParameter(GL_TEXTURE_WIDTH))
+    return u"%1x%2 %3%4"_s.arg(levelParameter(GL_TEXTURE_WIDTH))
         .arg(levelParameter(GL_TEXTURE_HEIGHT))
         .arg(internalFormatName(static_cast<unsigned int>(levelParameter(GL_TEXTURE_INTERNAL_FORMAT))),
-             cube         ? QStringLiteral(", 6 faces")
-             : layers > 1 ? QStringLiteral(", %1 layers").arg(layers)
+             cube         ? u", 6 faces"_s
+             : layers > 1 ? u", %1 layers"_s.arg(layers)
                           : QString());
 }
 
@@ -45,25 +46,24 @@ void printOrder(const GraphPlan& plan, const std::vector<RenderGraph::Output>& o
     int position = 0;
     for (const int index : plan.order) {
         const PlannedPass& pass = plan.passes[static_cast<size_t>(index)];
-        print(QStringLiteral("%1  %2  %3\n").arg(++position, 3).arg(pass.name, pass.type));
+        print(u"%1  %2  %3\n"_s.arg(++position, 3).arg(pass.name, pass.type));
         for (const RenderGraph::Output& output : outputs) {
             if (output.pass == pass.name) {
                 Texture* texture = pointerFromVariant<Texture>(output.value);
-                print(QStringLiteral("       %1  %2\n")
-                          .arg(PortName::parse(output.port).name,
-                               texture ? textureSummary(texture) : textFromValue(output.value)));
+                print(u"       %1  %2\n"_s.arg(PortName::parse(output.port).name,
+                                               texture ? textureSummary(texture)
+                                                       : textFromValue(output.value)));
             }
         }
     }
     for (const PlannedPass& pass : plan.passes) {
         if (!pass.leftOut.isEmpty()) {
-            print(QStringLiteral("left out: %1  %2: %3\n").arg(pass.name, pass.type, pass.leftOut));
+            print(u"left out: %1  %2: %3\n"_s.arg(pass.name, pass.type, pass.leftOut));
         }
     }
     if (plan.outputPass >= 0) {
         const PlannedPass& pass = plan.passes[static_cast<size_t>(plan.outputPass)];
-        print(QStringLiteral("picture: %1.%2\n")
-                  .arg(pass.name, PortName::parse(pass.outputs[plan.outputPort]).name));
+        print(u"picture: %1.%2\n"_s.arg(pass.name, PortName::parse(pass.outputs[plan.outputPort]).name));
     }
 }
 
@@ -98,15 +98,14 @@ struct Drawing
 
 QString passId(int index)
 {
-    return QStringLiteral("pass%1").arg(index);
+    return u"pass%1"_s.arg(index);
 }
 
 Drawing drawingOf(const GraphDescription& graph, const GraphPlan& plan)
 {
     Drawing drawing;
     for (size_t i = 0; i < graph.models.size(); ++i) {
-        drawing.nodes.push_back(
-            {QStringLiteral("model%1").arg(i), {QStringLiteral("model ") + graph.models[i].name}, false});
+        drawing.nodes.push_back({u"model%1"_s.arg(i), {u"model "_s + graph.models[i].name}, false});
     }
     for (int i = 0; i < static_cast<int>(plan.passes.size()); ++i) {
         const PlannedPass& pass = plan.passes[static_cast<size_t>(i)];
@@ -116,68 +115,66 @@ Drawing drawingOf(const GraphDescription& graph, const GraphPlan& plan)
             if (input.source == InputSource::Connection) {
                 const QString from =
                     PortName::parse(plan.passes[static_cast<size_t>(input.pass)].outputs[input.output]).name;
-                drawing.edges.push_back({passId(input.pass), passId(i),
-                                         from == port ? port : QStringLiteral("%1 to %2").arg(from, port)});
+                drawing.edges.push_back(
+                    {passId(input.pass), passId(i), from == port ? port : u"%1 to %2"_s.arg(from, port)});
             } else if (input.source == InputSource::Model) {
-                drawing.edges.push_back({QStringLiteral("model%1").arg(input.model), passId(i), port});
+                drawing.edges.push_back({u"model%1"_s.arg(input.model), passId(i), port});
             }
         }
     }
     if (plan.outputPass >= 0) {
         const PlannedPass& pass = plan.passes[static_cast<size_t>(plan.outputPass)];
-        drawing.nodes.push_back({QStringLiteral("picture"), {QStringLiteral("picture")}, false});
-        drawing.edges.push_back({passId(plan.outputPass), QStringLiteral("picture"),
-                                 PortName::parse(pass.outputs[plan.outputPort]).name});
+        drawing.nodes.push_back({u"picture"_s, {u"picture"_s}, false});
+        drawing.edges.push_back(
+            {passId(plan.outputPass), u"picture"_s, PortName::parse(pass.outputs[plan.outputPort]).name});
     }
     return drawing;
 }
 
 QString dotText(QString text)
 {
-    text.replace(u'\\', QStringLiteral("\\\\")).replace(u'"', QStringLiteral("\\\""));
+    text.replace(u'\\', u"\\\\"_s).replace(u'"', u"\\\""_s);
     return text;
 }
 
 void printDot(const Drawing& drawing)
 {
-    QString text = QStringLiteral("digraph {\n    rankdir=LR;\n    node [shape=box];\n");
+    QString text = u"digraph {\n    rankdir=LR;\n    node [shape=box];\n"_s;
     for (const Drawing::Node& node : drawing.nodes) {
         QStringList lines;
         for (const QString& line : node.lines) {
             lines << dotText(line);
         }
-        text += QStringLiteral("    %1 [label=\"%2\"%3];\n")
-                    .arg(node.id, lines.join(QStringLiteral("\\n")),
-                         node.leftOut ? QStringLiteral(", style=dashed") : QString());
+        text += u"    %1 [label=\"%2\"%3];\n"_s.arg(node.id, lines.join(u"\\n"_s),
+                                                    node.leftOut ? u", style=dashed"_s : QString());
     }
     for (const Drawing::Edge& edge : drawing.edges) {
-        text += QStringLiteral("    %1 -> %2 [label=\"%3\"];\n").arg(edge.from, edge.to, dotText(edge.label));
+        text += u"    %1 -> %2 [label=\"%3\"];\n"_s.arg(edge.from, edge.to, dotText(edge.label));
     }
-    print(text + QStringLiteral("}\n"));
+    print(text + u"}\n"_s);
 }
 
 QString mermaidText(QString text)
 {
-    text.replace(u'#', QStringLiteral("#35;")).replace(u'"', QStringLiteral("#quot;"));
+    text.replace(u'#', u"#35;"_s).replace(u'"', u"#quot;"_s);
     return text;
 }
 
 void printMermaid(const Drawing& drawing)
 {
-    QString text = QStringLiteral("flowchart LR\n");
+    QString text = u"flowchart LR\n"_s;
     for (const Drawing::Node& node : drawing.nodes) {
         QStringList lines;
         for (const QString& line : node.lines) {
             lines << mermaidText(line);
         }
-        text += QStringLiteral("    %1[\"%2\"]%3\n")
-                    .arg(node.id, lines.join(QStringLiteral("<br/>")),
-                         node.leftOut ? QStringLiteral(":::leftOut") : QString());
+        text += u"    %1[\"%2\"]%3\n"_s.arg(node.id, lines.join(u"<br/>"_s),
+                                            node.leftOut ? u":::leftOut"_s : QString());
     }
     for (const Drawing::Edge& edge : drawing.edges) {
-        text += QStringLiteral("    %1 -->|\"%2\"| %3\n").arg(edge.from, mermaidText(edge.label), edge.to);
+        text += u"    %1 -->|\"%2\"| %3\n"_s.arg(edge.from, mermaidText(edge.label), edge.to);
     }
-    print(text + QStringLiteral("    classDef leftOut stroke-dasharray: 4\n"));
+    print(text + u"    classDef leftOut stroke-dasharray: 4\n"_s);
 }
 
 } // namespace
@@ -185,23 +182,20 @@ void printMermaid(const Drawing& drawing)
 ExitCode graph(const QStringList& arguments)
 {
     Arguments options(
-        QStringLiteral("graph"),
-        QStringLiteral(
-            "Checks a graph and prints its passes in running order, with the sizes and formats of what\n"
-            "they put out, or draws it as text."));
-    options.addPositional(QStringLiteral("GRAPH"), QStringLiteral("a graph file"));
-    options.addOption(QStringLiteral("dot"), {},
-                      QStringLiteral("draws the graph in the language of Graphviz"));
-    options.addOption(QStringLiteral("mermaid"), {},
-                      QStringLiteral("draws the graph as a Mermaid flow chart"));
+        u"graph"_s,
+        u"Checks a graph and prints its passes in running order, with the sizes and formats of what\n"
+        "they put out, or draws it as text."_s);
+    options.addPositional(u"GRAPH"_s, u"a graph file"_s);
+    options.addOption(u"dot"_s, {}, u"draws the graph in the language of Graphviz"_s);
+    options.addOption(u"mermaid"_s, {}, u"draws the graph as a Mermaid flow chart"_s);
     addDeviceOption(options);
     if (!options.parse(arguments)) {
         return ExitCode::Done;
     }
-    const bool dot = options.isSet(QStringLiteral("dot"));
-    const bool mermaid = options.isSet(QStringLiteral("mermaid"));
+    const bool dot = options.isSet(u"dot"_s);
+    const bool mermaid = options.isSet(u"mermaid"_s);
     if (dot && mermaid) {
-        options.fail(QStringLiteral("--dot and --mermaid exclude each other"));
+        options.fail(u"--dot and --mermaid exclude each other"_s);
     }
     const HeadlessContext::Device wanted = device(options);
 
@@ -220,7 +214,7 @@ ExitCode graph(const QStringList& arguments)
         context = makeContext(wanted);
     } catch (const Failure& failure) {
         printNote(failure.lines.join(u' '));
-        printNote(QStringLiteral("sizes and formats are left out, they need GL"));
+        printNote(u"sizes and formats are left out, they need GL"_s);
         printOrder(plan, {});
         return ExitCode::Done;
     }

@@ -11,6 +11,8 @@
 #include "Console.h"
 #include "Setup.h"
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::App {
 
 namespace {
@@ -33,11 +35,11 @@ constexpr std::array limits = {
 };
 
 /// What the library uses when it is there, apart from what the passes ask for.
-const QStringList servicesExtensions = {QStringLiteral("GL_ARB_timer_query"), QStringLiteral("GL_KHR_debug")};
+const QStringList servicesExtensions = {u"GL_ARB_timer_query"_s, u"GL_KHR_debug"_s};
 
 void printEntry(const QString& name, const QString& value)
 {
-    print(QStringLiteral("%1  %2\n").arg(name, -40).arg(value));
+    print(u"%1  %2\n"_s.arg(name, -40).arg(value));
 }
 
 } // namespace
@@ -45,25 +47,23 @@ void printEntry(const QString& name, const QString& value)
 ExitCode info(const QStringList& arguments)
 {
     Arguments options(
-        QStringLiteral("info"),
-        QStringLiteral(
-            "Tells which GL driver is used, what it offers, and which passes run in full with it."));
+        u"info"_s, u"Tells which GL driver is used, what it offers, and which passes run in full with it."_s);
     addDeviceOption(options);
     if (!options.parse(arguments)) {
         return ExitCode::Done;
     }
     const std::unique_ptr<HeadlessContext> context = makeContext(device(options));
-    printEntry(QStringLiteral("device"), context->deviceName());
-    printEntry(QStringLiteral("renderer"), context->renderer());
-    printEntry(QStringLiteral("vendor"), context->vendor());
-    printEntry(QStringLiteral("version"), context->versionString());
-    printEntry(QStringLiteral("shading language"), context->shadingLanguageVersion());
+    printEntry(u"device"_s, context->deviceName());
+    printEntry(u"renderer"_s, context->renderer());
+    printEntry(u"vendor"_s, context->vendor());
+    printEntry(u"version"_s, context->versionString());
+    printEntry(u"shading language"_s, context->shadingLanguageVersion());
 
-    print(QStringLiteral("\nlimits\n"));
+    print(u"\nlimits\n"_s);
     for (const Limit& limit : limits) {
         int value = 0;
         glGetIntegerv(limit.name, &value);
-        printEntry(QStringLiteral("  ") + QLatin1StringView(limit.meaning), QString::number(value));
+        printEntry(u"  "_s + QLatin1StringView(limit.meaning), QString::number(value));
     }
 
     const PassRegistry& registry = PassRegistry::builtin();
@@ -73,22 +73,21 @@ ExitCode info(const QStringList& arguments)
     }
     extensions.sort();
     extensions.removeDuplicates();
-    print(QStringLiteral("\nextensions\n"));
+    print(u"\nextensions\n"_s);
     for (const QString& extension : extensions) {
         const bool present = context->hasExtension(extension.toUtf8().constData());
-        printEntry(QStringLiteral("  ") + extension, present ? QStringLiteral("yes") : QStringLiteral("no"));
+        printEntry(u"  "_s + extension, present ? u"yes"_s : u"no"_s);
     }
 
-    print(QStringLiteral("\npasses\n"));
+    print(u"\npasses\n"_s);
     for (const QString& type : registry.types()) {
         const PassDescription& description = *registry.description(type);
         QStringList missing = description.fullModeExtensions;
         missing.removeIf(
             [&](const QString& name) { return context->hasExtension(name.toUtf8().constData()); });
-        printEntry(QStringLiteral("  ") + type,
-                   missing.isEmpty() ? QStringLiteral("full")
-                                     : QStringLiteral("reduced, without %1: %2")
-                                           .arg(missing.join(QStringLiteral(", ")), description.reducedMode));
+        printEntry(u"  "_s + type, missing.isEmpty() ? u"full"_s
+                                                     : u"reduced, without %1: %2"_s.arg(
+                                                           missing.join(u", "_s), description.reducedMode));
     }
     return ExitCode::Done;
 }

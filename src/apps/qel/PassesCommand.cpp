@@ -12,6 +12,8 @@
 #include "Console.h"
 #include "Values.h"
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::App {
 
 namespace {
@@ -26,20 +28,19 @@ QString defaultText(const InputDescription& input)
 void printPort(const char* kind, const QString& fullName, const QString& initial)
 {
     const PortName port = PortName::parse(fullName);
-    print(QStringLiteral("  %1  %2  %3  %4\n")
-              .arg(QLatin1StringView(kind), -3)
+    print(u"  %1  %2  %3  %4\n"_s.arg(QLatin1StringView(kind), -3)
               .arg(port.type, -16)
               .arg(port.name, -24)
               .arg(initial)
               .trimmed()
-              .prepend(QStringLiteral("  "))
+              .prepend(u"  "_s)
               .append(u'\n'));
 }
 
 void printList(const Descriptions& descriptions)
 {
     for (const PassDescription* pass : descriptions) {
-        print(QStringLiteral("%1: %2\n").arg(pass->type, pass->summary));
+        print(u"%1: %2\n"_s.arg(pass->type, pass->summary));
         for (const InputDescription& input : pass->inputs) {
             printPort("in", input.name, defaultText(input));
         }
@@ -56,7 +57,7 @@ std::vector<OptionDescription> withMembers(const std::vector<OptionDescription>&
     for (const OptionDescription& option : options) {
         all.push_back(option);
         for (OptionDescription member : withMembers(option.members)) {
-            member.name.prepend(option.name + QStringLiteral("[]."));
+            member.name.prepend(option.name + u"[]."_s);
             all.push_back(member);
         }
     }
@@ -66,34 +67,33 @@ std::vector<OptionDescription> withMembers(const std::vector<OptionDescription>&
 void printDetail(const QString& label, const QString& text)
 {
     if (!text.isEmpty()) {
-        print(QStringLiteral("        %1%2\n").arg(label, text));
+        print(u"        %1%2\n"_s.arg(label, text));
     }
 }
 
 void printDetails(const PassDescription& pass)
 {
-    print(QStringLiteral("%1: %2\n").arg(pass.type, pass.summary));
+    print(u"%1: %2\n"_s.arg(pass.type, pass.summary));
     for (const InputDescription& input : pass.inputs) {
         printPort("in", input.name, defaultText(input));
         printDetail({}, input.meaning);
-        printDetail(QStringLiteral("range: "), input.range);
-        printDetail(QStringLiteral("when missing: "), input.whenMissing);
+        printDetail(u"range: "_s, input.range);
+        printDetail(u"when missing: "_s, input.whenMissing);
     }
     for (const OutputDescription& output : pass.outputs) {
         printPort("out", output.name, {});
         printDetail({}, output.meaning);
     }
     for (const OptionDescription& option : withMembers(pass.options)) {
-        print(QStringLiteral("  option  %1  %2\n").arg(option.name, textFromValue(option.defaultValue)));
+        print(u"  option  %1  %2\n"_s.arg(option.name, textFromValue(option.defaultValue)));
         printDetail({}, option.meaning);
-        printDetail(QStringLiteral("one of: "), option.choices.join(QStringLiteral(", ")));
+        printDetail(u"one of: "_s, option.choices.join(u", "_s));
     }
     if (pass.hostDeclaresPorts) {
-        print(QStringLiteral("  further ports are those that the graph gives it\n"));
+        print(u"  further ports are those that the graph gives it\n"_s);
     }
     if (!pass.fullModeExtensions.isEmpty()) {
-        print(QStringLiteral("  without %1: %2\n")
-                  .arg(pass.fullModeExtensions.join(QStringLiteral(", ")), pass.reducedMode));
+        print(u"  without %1: %2\n"_s.arg(pass.fullModeExtensions.join(u", "_s), pass.reducedMode));
     }
 }
 
@@ -103,18 +103,16 @@ void printJson(const Descriptions& descriptions)
     for (const PassDescription* pass : descriptions) {
         QJsonArray inputs;
         for (const InputDescription& input : pass->inputs) {
-            inputs.append(QJsonObject{{QStringLiteral("name"), input.name},
-                                      {QStringLiteral("type"), PortName::parse(input.name).type},
-                                      {QStringLiteral("default"), jsonFromValue(input.defaultValue)}});
+            inputs.append(QJsonObject{{u"name"_s, input.name},
+                                      {u"type"_s, PortName::parse(input.name).type},
+                                      {u"default"_s, jsonFromValue(input.defaultValue)}});
         }
         QJsonArray outputs;
         for (const OutputDescription& output : pass->outputs) {
-            outputs.append(QJsonObject{{QStringLiteral("name"), output.name},
-                                       {QStringLiteral("type"), PortName::parse(output.name).type}});
+            outputs.append(
+                QJsonObject{{u"name"_s, output.name}, {u"type"_s, PortName::parse(output.name).type}});
         }
-        passes.append(QJsonObject{{QStringLiteral("type"), pass->type},
-                                  {QStringLiteral("inputs"), inputs},
-                                  {QStringLiteral("outputs"), outputs}});
+        passes.append(QJsonObject{{u"type"_s, pass->type}, {u"inputs"_s, inputs}, {u"outputs"_s, outputs}});
     }
     print(QString::fromUtf8(QJsonDocument(passes).toJson()));
 }
@@ -122,32 +120,30 @@ void printJson(const Descriptions& descriptions)
 /// A row of a Markdown table; the first `numCode` cells are set as code.
 QString row(const QStringList& cells, int numCode)
 {
-    QString text = QStringLiteral("|");
+    QString text = u"|"_s;
     for (qsizetype i = 0; i < cells.size(); ++i) {
         QString cell = cells[i];
-        cell.replace(u'|', QStringLiteral("\\|"));
+        cell.replace(u'|', u"\\|"_s);
         const bool code = i < numCode && !cell.isEmpty();
-        text += u' ' + (code ? u'`' + cell + u'`' : cell) + QStringLiteral(" |");
+        text += u' ' + (code ? u'`' + cell + u'`' : cell) + u" |"_s;
     }
     return text + u'\n';
 }
 
 QString heading(const QStringList& cells)
 {
-    return u'\n' + row(cells, 0) + u'|' + QStringLiteral("---|").repeated(cells.size()) + u'\n';
+    return u'\n' + row(cells, 0) + u'|' + u"---|"_s.repeated(cells.size()) + u'\n';
 }
 
 void printMarkdown(const Descriptions& descriptions)
 {
-    QString text =
-        QStringLiteral("# Passes\n\nMade by `qel passes --markdown` from the passes' own tables. A graph "
-                       "may name a port by its full name or by the part after the last underscore.\n");
+    QString text = u"# Passes\n\nMade by `qel passes --markdown` from the passes' own tables. A graph "
+                   "may name a port by its full name or by the part after the last underscore.\n"_s;
     for (const PassDescription* pass : descriptions) {
-        text += QStringLiteral("\n## %1\n\n%2\n").arg(pass->type, pass->summary);
+        text += u"\n## %1\n\n%2\n"_s.arg(pass->type, pass->summary);
         if (!pass->inputs.empty()) {
             text +=
-                heading({QStringLiteral("input"), QStringLiteral("type"), QStringLiteral("default"),
-                         QStringLiteral("meaning"), QStringLiteral("range"), QStringLiteral("when missing")});
+                heading({u"input"_s, u"type"_s, u"default"_s, u"meaning"_s, u"range"_s, u"when missing"_s});
             for (const InputDescription& input : pass->inputs) {
                 text += row({input.name, PortName::parse(input.name).type, defaultText(input), input.meaning,
                              input.range, input.whenMissing},
@@ -155,26 +151,25 @@ void printMarkdown(const Descriptions& descriptions)
             }
         }
         if (!pass->outputs.empty()) {
-            text += heading({QStringLiteral("output"), QStringLiteral("type"), QStringLiteral("meaning")});
+            text += heading({u"output"_s, u"type"_s, u"meaning"_s});
             for (const OutputDescription& output : pass->outputs) {
                 text += row({output.name, PortName::parse(output.name).type, output.meaning}, 2);
             }
         }
         if (!pass->options.empty()) {
-            text += heading({QStringLiteral("option"), QStringLiteral("default"), QStringLiteral("meaning"),
-                             QStringLiteral("choices")});
+            text += heading({u"option"_s, u"default"_s, u"meaning"_s, u"choices"_s});
             for (const OptionDescription& option : withMembers(pass->options)) {
                 text += row({option.name, textFromValue(option.defaultValue), option.meaning,
-                             option.choices.join(QStringLiteral(", "))},
+                             option.choices.join(u", "_s)},
                             2);
             }
         }
         if (pass->hostDeclaresPorts) {
-            text += QStringLiteral("\nFurther ports are those that the graph gives the pass.\n");
+            text += u"\nFurther ports are those that the graph gives the pass.\n"_s;
         }
         if (!pass->fullModeExtensions.isEmpty()) {
-            text += QStringLiteral("\nFull mode needs %1. Without: %2\n")
-                        .arg(pass->fullModeExtensions.join(QStringLiteral(", ")), pass->reducedMode);
+            text += u"\nFull mode needs %1. Without: %2\n"_s.arg(pass->fullModeExtensions.join(u", "_s),
+                                                                 pass->reducedMode);
         }
     }
     print(text);
@@ -184,21 +179,18 @@ void printMarkdown(const Descriptions& descriptions)
 
 ExitCode passes(const QStringList& arguments)
 {
-    Arguments options(
-        QStringLiteral("passes"),
-        QStringLiteral("Lists the types of passes with their ports in order, types and defaults."));
-    options.addPositional(QStringLiteral("NAME"), QStringLiteral("tells everything about this type only"),
-                          true);
-    options.addOption(QStringLiteral("json"), {}, QStringLiteral("prints the ports as JSON"));
-    options.addOption(QStringLiteral("markdown"), {},
-                      QStringLiteral("prints the reference manual as Markdown"));
+    Arguments options(u"passes"_s,
+                      u"Lists the types of passes with their ports in order, types and defaults."_s);
+    options.addPositional(u"NAME"_s, u"tells everything about this type only"_s, true);
+    options.addOption(u"json"_s, {}, u"prints the ports as JSON"_s);
+    options.addOption(u"markdown"_s, {}, u"prints the reference manual as Markdown"_s);
     if (!options.parse(arguments)) {
         return ExitCode::Done;
     }
-    const bool json = options.isSet(QStringLiteral("json"));
-    const bool markdown = options.isSet(QStringLiteral("markdown"));
+    const bool json = options.isSet(u"json"_s);
+    const bool markdown = options.isSet(u"markdown"_s);
     if (json && markdown) {
-        options.fail(QStringLiteral("--json and --markdown exclude each other"));
+        options.fail(u"--json and --markdown exclude each other"_s);
     }
 
     const PassRegistry& registry = PassRegistry::builtin();

@@ -17,6 +17,8 @@
 #include "Setup.h"
 #include "Values.h"
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::App {
 
 namespace {
@@ -31,7 +33,7 @@ int wholeNumber(const Arguments& options, const QString& text, const QString& me
     bool isNumber = false;
     const int number = text.toInt(&isNumber);
     if (!isNumber || number < 1) {
-        options.fail(QStringLiteral("%1 is not a whole number of 1 or more").arg(meaning));
+        options.fail(u"%1 is not a whole number of 1 or more"_s.arg(meaning));
     }
     return number;
 }
@@ -40,10 +42,10 @@ QSize parseSize(const Arguments& options, const QString& text)
 {
     const QStringList sides = text.split(u'x');
     if (sides.size() != 2) {
-        options.fail(QStringLiteral("--size %1 is no size; write WIDTHxHEIGHT, such as 1280x720").arg(text));
+        options.fail(u"--size %1 is no size; write WIDTHxHEIGHT, such as 1280x720"_s.arg(text));
     }
-    return {wholeNumber(options, sides[0], QStringLiteral("the width of --size %1").arg(text)),
-            wholeNumber(options, sides[1], QStringLiteral("the height of --size %1").arg(text))};
+    return {wholeNumber(options, sides[0], u"the width of --size %1"_s.arg(text)),
+            wholeNumber(options, sides[1], u"the height of --size %1"_s.arg(text))};
 }
 
 /// What --output asks for: one file, or one for each frame where its name holds a conversion such as %04d.
@@ -52,7 +54,7 @@ class OutputFiles
 public:
     OutputFiles(const Arguments& options, const QString& pattern)
     {
-        static const QRegularExpression conversion(QStringLiteral("%(?:(%)|(0?)([1-9][0-9]?)?d|)"));
+        static const QRegularExpression conversion(u"%(?:(%)|(0?)([1-9][0-9]?)?d|)"_s);
         qsizetype end = 0;
         for (auto matches = conversion.globalMatch(pattern); matches.hasNext();) {
             const QRegularExpressionMatch match = matches.next();
@@ -65,10 +67,8 @@ public:
                 m_width = match.captured(3).toInt();
                 m_parts.append(QString());
             } else {
-                options.fail(
-                    QStringLiteral("--output %1: only one number such as %04d may stand in the name; "
-                                   "write %% for a percent sign")
-                        .arg(pattern));
+                options.fail(u"--output %1: only one number such as %04d may stand in the name; "
+                             "write %% for a percent sign"_s.arg(pattern));
             }
         }
         m_parts.back() += pattern.sliced(end);
@@ -78,8 +78,7 @@ public:
 
     QString name(int frame) const
     {
-        return isNumbered() ? m_parts[0] + QStringLiteral("%1").arg(frame, m_width, 10, m_fill) + m_parts[1]
-                            : m_parts[0];
+        return isNumbered() ? m_parts[0] + u"%1"_s.arg(frame, m_width, 10, m_fill) + m_parts[1] : m_parts[0];
     }
 
 private:
@@ -106,7 +105,7 @@ Image pictureOf(const RenderGraph& graph, const GraphDescription& description)
     }
     std::vector<Image> images = readTexture(graph.picture());
     if (images.size() != 1) {
-        fail(QStringLiteral("%1: %2 is not one picture but %3; write all of them with --dump")
+        fail(u"%1: %2 is not one picture but %3; write all of them with --dump"_s
                  .arg(description.displayName(), description.output)
                  .arg(images.size()));
     }
@@ -116,12 +115,12 @@ Image pictureOf(const RenderGraph& graph, const GraphDescription& description)
 void dump(const RenderGraph& graph, const QString& folderPath)
 {
     const QDir folder(folderPath);
-    if (!folder.mkpath(QStringLiteral("."))) {
-        fail(QStringLiteral("%1: the folder cannot be made; name another one").arg(folderPath));
+    if (!folder.mkpath(u"."_s)) {
+        fail(u"%1: the folder cannot be made; name another one"_s.arg(folderPath));
     }
     QJsonObject otherValues;
     for (const RenderGraph::Output& output : graph.outputs()) {
-        const QString name = QStringLiteral("%1.%2").arg(output.pass, PortName::parse(output.port).name);
+        const QString name = u"%1.%2"_s.arg(output.pass, PortName::parse(output.port).name);
         Texture* texture = pointerFromVariant<Texture>(output.value);
         if (!texture) {
             otherValues[name] = jsonFromValue(output.value);
@@ -129,19 +128,19 @@ void dump(const RenderGraph& graph, const QString& folderPath)
         }
         const std::vector<Image> images = readTexture(texture);
         for (size_t layer = 0; layer < images.size(); ++layer) {
-            const QString number = images.size() > 1 ? QStringLiteral(".%1").arg(layer) : QString();
-            write(images[layer], folder.filePath(name + number + QStringLiteral(".exr")));
+            const QString number = images.size() > 1 ? u".%1"_s.arg(layer) : QString();
+            write(images[layer], folder.filePath(name + number + u".exr"_s));
         }
     }
-    QSaveFile file(folder.filePath(QStringLiteral("outputs.json")));
+    QSaveFile file(folder.filePath(u"outputs.json"_s));
     if (!file.open(QIODevice::WriteOnly) || file.write(QJsonDocument(otherValues).toJson()) < 0 ||
         !file.commit()) {
-        fail(QStringLiteral("%1: cannot be written: %2; see that the folder is yours and the disk has room")
-                 .arg(file.fileName(), file.errorString()));
+        fail(u"%1: cannot be written: %2; see that the folder is yours and the disk has room"_s.arg(
+            file.fileName(), file.errorString()));
     }
     for (const PlannedPass& pass : graph.plan().passes) {
         if (!pass.leftOut.isEmpty()) {
-            printNote(QStringLiteral("%1 is left out and has no outputs: %2").arg(pass.name, pass.leftOut));
+            printNote(u"%1 is left out and has no outputs: %2"_s.arg(pass.name, pass.leftOut));
         }
     }
 }
@@ -150,46 +149,38 @@ void dump(const RenderGraph& graph, const QString& folderPath)
 
 ExitCode render(const QStringList& arguments)
 {
-    Arguments options(QStringLiteral("render"), QStringLiteral("Renders a graph and writes its picture."));
-    options.addPositional(QStringLiteral("GRAPH"), QStringLiteral("a graph file"));
-    options.addOption(QStringLiteral("model"), QStringLiteral("FILE"),
-                      QStringLiteral("takes this model instead of the graph's first one"));
-    options.addOption(QStringLiteral("size"), QStringLiteral("WxH"),
-                      QStringLiteral("size of the picture in pixels instead of the graph's"));
-    options.addOption(QStringLiteral("frames"), QStringLiteral("N"),
-                      QStringLiteral("number of frames; 1 if not given"));
-    options.addOption(QStringLiteral("set"), QStringLiteral("PASS.PORT=VALUE"),
-                      QStringLiteral("sets an input; may be given several times"));
+    Arguments options(u"render"_s, u"Renders a graph and writes its picture."_s);
+    options.addPositional(u"GRAPH"_s, u"a graph file"_s);
+    options.addOption(u"model"_s, u"FILE"_s, u"takes this model instead of the graph's first one"_s);
+    options.addOption(u"size"_s, u"WxH"_s, u"size of the picture in pixels instead of the graph's"_s);
+    options.addOption(u"frames"_s, u"N"_s, u"number of frames; 1 if not given"_s);
+    options.addOption(u"set"_s, u"PASS.PORT=VALUE"_s, u"sets an input; may be given several times"_s);
     options.addOption(
-        QStringLiteral("output"), QStringLiteral("FILE"),
-        QStringLiteral(
-            "writes the last frame as PNG or EXR, or with a name such as frame%04d.png every frame, from 0"));
-    options.addOption(QStringLiteral("dump"), QStringLiteral("DIR"),
-                      QStringLiteral("writes every output of every pass of the last frame"));
-    options.addOption(QStringLiteral("profile"), {},
-                      QStringLiteral("prints the GPU and CPU time of each pass"));
+        u"output"_s, u"FILE"_s,
+        u"writes the last frame as PNG or EXR, or with a name such as frame%04d.png every frame, from 0"_s);
+    options.addOption(u"dump"_s, u"DIR"_s, u"writes every output of every pass of the last frame"_s);
+    options.addOption(u"profile"_s, {}, u"prints the GPU and CPU time of each pass"_s);
     addDeviceOption(options);
     if (!options.parse(arguments)) {
         return ExitCode::Done;
     }
-    const bool hasOutput = options.isSet(QStringLiteral("output"));
-    const bool hasDump = options.isSet(QStringLiteral("dump"));
-    const bool hasFrames = options.isSet(QStringLiteral("frames"));
-    const QString frames = options.value(QStringLiteral("frames"));
-    const int numFrames =
-        hasFrames ? wholeNumber(options, frames, QStringLiteral("--frames %1").arg(frames)) : 1;
-    const OutputFiles files(options, options.value(QStringLiteral("output")));
+    const bool hasOutput = options.isSet(u"output"_s);
+    const bool hasDump = options.isSet(u"dump"_s);
+    const bool hasFrames = options.isSet(u"frames"_s);
+    const QString frames = options.value(u"frames"_s);
+    const int numFrames = hasFrames ? wholeNumber(options, frames, u"--frames %1"_s.arg(frames)) : 1;
+    const OutputFiles files(options, options.value(u"output"_s));
     const HeadlessContext::Device wanted = device(options);
 
     QString error;
     GraphDescription description = loadGraphFile(options.positional(0));
-    if (options.isSet(QStringLiteral("model"))) {
-        description.replaceModel(options.value(QStringLiteral("model")));
+    if (options.isSet(u"model"_s)) {
+        description.replaceModel(options.value(u"model"_s));
     }
-    if (options.isSet(QStringLiteral("size"))) {
-        description.viewport = parseSize(options, options.value(QStringLiteral("size")));
+    if (options.isSet(u"size"_s)) {
+        description.viewport = parseSize(options, options.value(u"size"_s));
     }
-    for (const QString& assignment : options.values(QStringLiteral("set"))) {
+    for (const QString& assignment : options.values(u"set"_s)) {
         if (!description.set(assignment, &error)) {
             fail(error);
         }
@@ -201,13 +192,13 @@ ExitCode render(const QStringList& arguments)
 
     const std::unique_ptr<HeadlessContext> context = makeContext(wanted);
     RenderGraph::Options graphOptions;
-    graphOptions.profile = options.isSet(QStringLiteral("profile"));
+    graphOptions.profile = options.isSet(u"profile"_s);
     graphOptions.keepOutputs = hasDump;
     const std::unique_ptr<RenderGraph> graph = makeGraph(description, graphOptions);
     resizeScreen(*context, graph->viewport());
 
     {
-        Progress progress(QStringLiteral("frame"), numFrames);
+        Progress progress(u"frame"_s, numFrames);
         for (int frame = 0; frame < numFrames; ++frame) {
             renderFrame(*graph);
             if (hasOutput && (files.isNumbered() || frame == numFrames - 1)) {
@@ -217,13 +208,13 @@ ExitCode render(const QStringList& arguments)
         }
     }
     if (hasDump) {
-        dump(*graph, options.value(QStringLiteral("dump")));
+        dump(*graph, options.value(u"dump"_s));
     }
     if (graphOptions.profile) {
         print(Profiler::table(graph->profile()));
     }
     if (!hasOutput && !hasDump && !hasFrames && !graphOptions.profile) {
-        printNote(QStringLiteral("nothing is written; name a file with --output"));
+        printNote(u"nothing is written; name a file with --output"_s);
     }
     return ExitCode::Done;
 }

@@ -5,18 +5,20 @@
 #include "Console.h"
 #include "Failure.h"
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::App {
 
 void addDeviceOption(Arguments& options)
 {
-    options.addOption(QStringLiteral("device"), QStringLiteral("auto|gpu|software"),
-                      QStringLiteral("what to render on; auto takes a GPU when there is one"));
+    options.addOption(u"device"_s, u"auto|gpu|software"_s,
+                      u"what to render on; auto takes a GPU when there is one"_s);
 }
 
 HeadlessContext::Device device(const Arguments& options)
 {
-    const QString name = options.value(QStringLiteral("device"));
-    if (!options.isSet(QStringLiteral("device")) || name == QLatin1StringView("auto")) {
+    const QString name = options.value(u"device"_s);
+    if (!options.isSet(u"device"_s) || name == QLatin1StringView("auto")) {
         return HeadlessContext::Device::Auto;
     }
     if (name == QLatin1StringView("gpu")) {
@@ -25,7 +27,7 @@ HeadlessContext::Device device(const Arguments& options)
     if (name == QLatin1StringView("software")) {
         return HeadlessContext::Device::Software;
     }
-    options.fail(QStringLiteral("no device \"%1\"; there are auto, gpu and software").arg(name));
+    options.fail(u"no device \"%1\"; there are auto, gpu and software"_s.arg(name));
 }
 
 std::unique_ptr<HeadlessContext> makeContext(HeadlessContext::Device device)
@@ -57,8 +59,7 @@ void renderFrame(RenderGraph& graph)
     QString error;
     if (!graph.renderFrame(&error)) {
         const QString cause = takeReport();
-        throw Failure{ExitCode::WrongUse,
-                      {cause.isEmpty() ? error : QStringLiteral("%1: %2").arg(error, cause)}};
+        throw Failure{ExitCode::WrongUse, {cause.isEmpty() ? error : u"%1: %2"_s.arg(error, cause)}};
     }
     checkReports();
 }
@@ -67,11 +68,11 @@ void checkReports()
 {
     const QString cause = takeReport();
     if (!cause.isEmpty()) {
-        throw Failure{ExitCode::WrongUse,
-                      {QStringLiteral("the picture cannot be drawn: %1%2")
-                           .arg(cause, cause.contains(QLatin1StringView("OUT_OF_MEMORY"))
-                                           ? QStringLiteral("; ask for a smaller size")
-                                           : QString())}};
+        throw Failure{
+            ExitCode::WrongUse,
+            {u"the picture cannot be drawn: %1%2"_s.arg(
+                cause, cause.contains(QLatin1StringView("OUT_OF_MEMORY")) ? u"; ask for a smaller size"_s
+                                                                          : QString())}};
     }
 }
 
@@ -79,8 +80,7 @@ void resizeScreen(HeadlessContext& context, const QSize& size)
 {
     if (!context.resize(size)) {
         throw Failure{ExitCode::WrongUse,
-                      {QStringLiteral("the driver cannot make a screen of %1x%2; ask for a smaller size")
-                           .arg(size.width())
+                      {u"the driver cannot make a screen of %1x%2; ask for a smaller size"_s.arg(size.width())
                            .arg(size.height())}};
     }
 }

@@ -12,6 +12,8 @@
 
 #include <array>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::App {
 
 namespace {
@@ -50,7 +52,7 @@ QJsonValue jsonFromValue(const QVariant& value)
     case QMetaType::QColor: {
         const auto color = value.value<QColor>();
         // Alpha comes last, unlike in Qt's own notation.
-        const QString alpha = QStringLiteral("%1").arg(color.alpha(), 2, 16, QLatin1Char('0'));
+        const QString alpha = u"%1"_s.arg(color.alpha(), 2, 16, QLatin1Char('0'));
         return color.name() + (color.alpha() == 255 ? QString() : alpha);
     }
     case QMetaType::QSize: {

@@ -9,6 +9,8 @@
 #include "Commands.h"
 #include "Console.h"
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel::App {
 
 namespace {
@@ -30,17 +32,15 @@ constexpr std::array commands = {
 
 QString help()
 {
-    QString text = QStringLiteral("Usage: qel COMMAND [OPTION]... [ARGUMENT]...\n\n"
-                                  "Renders pictures with graphs of OpenGL passes, without a display.\n\n");
+    QString text = u"Usage: qel COMMAND [OPTION]... [ARGUMENT]...\n\n"
+                   "Renders pictures with graphs of OpenGL passes, without a display.\n\n"_s;
     for (const Command& command : commands) {
-        text += QStringLiteral("  %1  %2\n")
-                    .arg(QLatin1StringView(command.name), -8)
-                    .arg(QLatin1StringView(command.summary));
+        text +=
+            u"  %1  %2\n"_s.arg(QLatin1StringView(command.name), -8).arg(QLatin1StringView(command.summary));
     }
-    return text +
-           QStringLiteral("\nqel COMMAND --help tells more; qel --version prints the version.\n"
-                          "Ends with 0 when all is done, 1 when a comparison failed, 2 for wrong use or a\n"
-                          "wrong graph, 3 when there is no usable GL.\n");
+    return text + u"\nqel COMMAND --help tells more; qel --version prints the version.\n"
+                  "Ends with 0 when all is done, 1 when a comparison failed, 2 for wrong use or a\n"
+                  "wrong graph, 3 when there is no usable GL.\n"_s;
 }
 
 ExitCode run(const QStringList& arguments)
@@ -51,7 +51,7 @@ ExitCode run(const QStringList& arguments)
         return ExitCode::Done;
     }
     if (name == QLatin1StringView("--version")) {
-        print(QStringLiteral("qel " QEL_VERSION "\n"));
+        print(u"qel " QEL_VERSION "\n"_s);
         return ExitCode::Done;
     }
     const auto* command = std::find_if(commands.begin(), commands.end(), [&](const Command& candidate) {
@@ -59,9 +59,8 @@ ExitCode run(const QStringList& arguments)
     });
     if (command == commands.end()) {
         throw Failure{ExitCode::WrongUse,
-                      {name.isEmpty()
-                           ? QStringLiteral("no command given; see \"qel --help\"")
-                           : QStringLiteral("unknown command \"%1\"; see \"qel --help\"").arg(name)}};
+                      {name.isEmpty() ? u"no command given; see \"qel --help\""_s
+                                      : u"unknown command \"%1\"; see \"qel --help\""_s.arg(name)}};
     }
     return command->run(arguments.sliced(1));
 }
@@ -76,13 +75,13 @@ int main(int argc, char* argv[])
     const QCoreApplication application(argc, argv);
     installMessageHandler(false);
     // Remarks about pictures, without the name of the file.
-    QLoggingCategory::setFilterRules(QStringLiteral("qt.gui.imageio.*=false"));
+    QLoggingCategory::setFilterRules(u"qt.gui.imageio.*=false"_s);
     // Pictures may be as large as the driver's largest texture.
     QImageReader::setAllocationLimit(0);
     try {
         const ExitCode exitCode = run(QCoreApplication::arguments().sliced(1));
         if (!flushOutput()) {
-            throw Failure{ExitCode::WrongUse, {QStringLiteral("standard output cannot be written to")}};
+            throw Failure{ExitCode::WrongUse, {u"standard output cannot be written to"_s}};
         }
         return static_cast<int>(exitCode);
     } catch (const Failure& failure) {
@@ -92,7 +91,7 @@ int main(int argc, char* argv[])
         }
         return static_cast<int>(failure.exitCode);
     } catch (const std::bad_alloc&) {
-        printNote(QStringLiteral("not enough memory; ask for a smaller size"));
+        printNote(u"not enough memory; ask for a smaller size"_s);
         return static_cast<int>(ExitCode::WrongUse);
     }
 }

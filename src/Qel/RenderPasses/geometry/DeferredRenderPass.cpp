@@ -1,0 +1,152 @@
+#include <Qel/RenderPasses/geometry/DeferredRenderPass.h>
+
+#include <QMatrix4x4>
+#include <QRect>
+
+#include <epoxy/gl.h>
+
+#include <Qel/RenderPasses/framework/InputPointers.h>
+#include <Qel/RenderPasses/support/FullScreen.h>
+#include <Qel/RenderPasses/support/Targets.h>
+#include <Qel/gl/FramebufferObject.h>
+#include <Qel/gl/Guards.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/TextureManager.h>
+
+using namespace Qt::StringLiterals;
+
+namespace Morvane::Qel {
+
+namespace {
+
+// Deliberate, all of it: the depth is used as it is stored, from 0 to 1, though x and y are taken to -1 to 1;
+// the normal keeps the w that its texture has (1 for one without alpha); the texture coordinate is read, from
+// whatever unit 0 holds, and not used; the cosine is not clamped, so that the 8 bits of the target do it.
+const QString fragmentSource = uR"(#version 150
+uniform sampler2D u_SamplerNormal;
+uniform sampler2D u_SamplerTexCoord;
+uniform sampler2D u_SamplerDepth;
+uniform mat4 u_CameraMatrix;
+uniform mat4 u_NormalMatrix;
+uniform mat4 u_InvProjMatrix;
+in vec2 vo_TexCoord;
+out vec4 out_FragColor;
+
+vec4 positionFromDepth(vec2 uv)
+{
+    float z = texture(u_SamplerDepth, uv).r;
+    vec4 position = u_InvProjMatrix * vec4(uv * 2.0 - 1.0, z, 1.0);
+    return position / position.w;
+}
+
+void main()
+{
+    vec4 SampleVertex = positionFromDepth(vo_TexCoord);
+    vec4 SampleNormal = texture(u_SamplerNormal, vo_TexCoord);
+    vec2 SampleTexCoord = texture(u_SamplerTexCoord, vo_TexCoord).rg;
+    vec4 LightSourcePos = u_CameraMatrix * vec4(100.0, 100.0, 100.0, 1.0);
+    vec4 VertexInEyeSpace = u_CameraMatrix * SampleVertex;
+    vec4 NormalInEyeSpace = u_NormalMatrix * SampleNormal;
+    float LDotN = dot(normalize(LightSourcePos.xyz - VertexInEyeSpace.xyz), NormalInEyeSpace.xyz);
+    out_FragColor = vec4(LDotN, LDotN, LDotN, 1.0);
+}
+)"_s;
+
+} // namespace
+
+const PassDescription& DeferredRenderPass::description()
+{
+    static const PassDescription description{
+        u"DeferredRenderPass"_s,
+        u"Shades a G-buffer in grey by a point light at (100, 100, 100)."_s,
+        {{u"Qel_QRect_Viewport"_s,
+          u"size of the texture; the origin is ignored"_s,
+          u"no texture is made"_s,
+          {},
+          u"pixels"_s},
+         {u"Qel_QMatrix4x4_ProjectionMatrix"_s, u"eye space to clip space; its inverse is transposed"_s,
+          u"identity"_s},
+         {u"Qel_QMatrix4x4_CameraMatrix"_s, u"world space to eye space"_s, u"identity"_s},
+         {u"Qel_QelTexture*_Normal"_s, u"normals in world space"_s, u"black"_s},
+         {u"Qel_QelTexture*_TexCoord"_s, u"not used"_s, u"nothing changes"_s},
+         {u"Qel_QelTexture*_Depth"_s, u"depth from 0 to 1"_s, u"0 everywhere"_s}},
+        {{u"Qel_QelTexture*_Frame"_s,
+          u"cosine between normal and light as an opaque grey; GL_RGBA of 8 bits, owned by the "
+          "pass"_s}}};
+    return description;
+}
+
+DeferredRenderPass::DeferredRenderPass()
+{
+    declarePorts(description());
+}
+
+DeferredRenderPass::~DeferredRenderPass() = default;
+
+void DeferredRenderPass::start(RenderCallbacks* /*callbacks*/)
+{
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    const QRect viewport = m_inputs[Viewport].value.toRect();
+    const auto camera = m_inputs[CameraMatrix].value.value<QMatrix4x4>();
+    const auto projection = m_inputs[ProjectionMatrix].value.value<QMatrix4x4>();
+    auto* normal = getInputPointer<Texture>(Normal);
+    auto* texCoord = getInputPointer<Texture>(TexCoord);
+    auto* depth = getInputPointer<Texture>(Depth);
+    if (!depth && !m_fallback) {
+        m_fallback = makeTransparentTexture();
+    }
+    // Only a missing depth makes the fallback: until then other missing textures have none. Deliberate.
+    const auto orFallback = [&](Texture* texture) { return texture ? texture : m_fallback; };
+
+    if (!m_framebuffer) {
+        m_framebuffer = new FramebufferObject(nullptr);
+    }
+    if (viewport.width() != m_width || viewport.height() != m_height) {
+        resize(viewport.width(), viewport.height());
+    }
+    if (!m_program) {
+        buildProgram();
+    }
+
+    const AutoBinder framebufferBinder(m_framebuffer);
+    m_framebuffer->setDrawBuffers();
+    context->disable(GL_DEPTH_TEST);
+    glClear(GL_COLOR_BUFFER_BIT);
+    {
+        const AutoBinder programBinder(m_program);
+        const AutoBinder normalBinder(orFallback(normal));
+        const AutoBinder texCoordBinder(orFallback(texCoord));
+        const AutoBinder depthBinder(orFallback(depth));
+        m_program->setUniform(m_samplerNormal, samplerUnit(orFallback(normal)));
+        m_program->setUniform(m_samplerDepth, samplerUnit(orFallback(depth)));
+        m_program->setUniform(m_cameraMatrix, camera);
+        m_program->setUniform(m_normalMatrix, camera.inverted().transposed());
+        // Transposed as if it were for normals: deliberate, see the header.
+        m_program->setUniform(m_invProjMatrix, projection.inverted().transposed());
+        drawBatch(m_fullScreenBatch.data());
+    }
+    m_outputs[Frame].value = textureVariant(m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
+    for (Texture* input : {normal, texCoord, depth}) {
+        TextureManager::Instance()->releaseTempTextureRef(input, 1);
+    }
+}
+
+void DeferredRenderPass::resize(int width, int height)
+{
+    m_width = width;
+    m_height = height;
+    const AutoBinder framebufferBinder(m_framebuffer);
+    replaceAttachment(m_framebuffer, GL_COLOR_ATTACHMENT0,
+                      makeTarget(width, height, GL_RGBA, GL_BGRA, GL_UNSIGNED_BYTE));
+}
+
+void DeferredRenderPass::buildProgram()
+{
+    m_program = new ShaderProgram(nullptr);
+    addFullScreenShaders(m_program, fragmentSource);
+    Qel::buildProgram(m_program);
+    m_fullScreenBatch = OpenGLDeviceContext::current()->fullScreenTriangle();
+    enableArrays(m_fullScreenBatch, m_program);
+}
+
+} // namespace Morvane::Qel

@@ -1,0 +1,185 @@
+#include <Qel/RenderPasses/postprocessing/BlurBaseRenderPass.h>
+
+#include <cfloat>
+#include <cmath>
+
+#include <epoxy/gl.h>
+
+#include <Qel/RenderPasses/support/FullScreen.h>
+#include <Qel/RenderPasses/support/Targets.h>
+#include <Qel/core/Diagnostics.h>
+#include <Qel/gl/FramebufferObject.h>
+#include <Qel/gl/GLSLMacroProcessor.h>
+#include <Qel/gl/Guards.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/Texture.h>
+
+using namespace Qt::StringLiterals;
+
+static_assert(FLT_EVAL_METHOD == 0, "the kernel is defined by arithmetic in single precision");
+
+namespace Morvane::Qel {
+
+namespace {
+
+// u_ResolutionDivider is declared but not used, and the output's name is not the one that is bound to draw
+// buffer 0; as the only output it lands there all the same. Both are deliberate.
+const QString baseFragmentSource = uR"(#version 150
+uniform sampler2D u_Input;
+uniform vec2 stepVec;
+uniform float u_ResolutionDivider;
+uniform float weight[SAMPLES_COUNT];
+uniform float offset[SAMPLES_COUNT];
+in vec2 vo_TexCoord;
+out vec4 o_Output;
+
+vec4 fast_gaussian_blur(sampler2D s, vec4 centre, vec2 tc, vec2 step)
+{
+    vec4 sum = centre * weight[0];
+    for (int i = 1; i < SAMPLES_COUNT; ++i) {
+        sum += (texture(s, tc + offset[i] * step) + texture(s, tc - offset[i] * step)) * weight[i];
+    }
+    return sum;
+}
+
+void main()
+{
+    vec2 step = stepVec;
+    vec4 c = texture(u_Input, vo_TexCoord);
+    if (c.a > 0.0) {
+        o_Output = fast_gaussian_blur(u_Input, c, vo_TexCoord, step);
+    } else {
+        o_Output = c;
+    }
+}
+)"_s;
+
+/// Kernels end here, so that an infinite radius has one too. No driver takes uniform arrays of this size.
+constexpr float largestRadius = 16384.0F;
+
+struct Kernel
+{
+    QVector<float> weights;
+    QVector<float> offsets;
+};
+
+/// The taps on one side of the centre, at whole texels, normalised over both sides. Their number is odd.
+Kernel sampleGaussian(float radius)
+{
+    constexpr double squareRootOf2Pi = 2.5066282746310002;
+    const float sigma = radius + 0.0001F;
+    const float limit = radius * 2.0F;
+    const double norm = 1.0 / (static_cast<double>(sigma) * squareRootOf2Pi);
+    const auto denominator = static_cast<double>(sigma * (sigma + sigma));
+
+    Kernel kernel;
+    float x = 0.0F;
+    float sum = 0.0F;
+    // Negated, so that an undefined limit ends the kernel too.
+    while (x < limit || static_cast<int>(x) % 2 == 0) {
+        const auto wideX = static_cast<double>(x);
+        const auto exponent = static_cast<float>((0.0 - wideX * wideX) / denominator);
+        const auto g = static_cast<float>(std::exp(static_cast<double>(exponent)) * norm);
+        kernel.weights.append(g);
+        kernel.offsets.append(x);
+        const auto wideG = static_cast<double>(g);
+        sum = x == 0.0F ? g : static_cast<float>(static_cast<double>(sum) + wideG + wideG);
+        x += 1.0F;
+    }
+    for (float& weight : kernel.weights) {
+        weight /= sum;
+    }
+    return kernel;
+}
+
+/// Joins the taps 2i - 1 and 2i into one between them, which linear filtering splits again.
+Kernel foldTaps(const Kernel& taps)
+{
+    const auto numTaps = static_cast<float>(taps.weights.size());
+    Kernel folded{{taps.weights[0]}, {0.0F}};
+    for (int i = 1; static_cast<float>(i) < numTaps * 0.5F; ++i) {
+        const auto o = static_cast<float>(2 * i - 1);
+        const float w1 = taps.weights[2 * i - 1];
+        const float w2 = taps.weights[2 * i];
+        const float s = w1 + w2;
+        folded.weights.append(s);
+        folded.offsets.append((w2 * (o + 1.0F) + w1 * o) / s);
+    }
+    return folded;
+}
+
+} // namespace
+
+BlurBaseRenderPass::BlurBaseRenderPass()
+    : m_samplesCountDefine(u"SAMPLES_COUNT"_s)
+{
+}
+
+BlurBaseRenderPass::~BlurBaseRenderPass() = default;
+
+void BlurBaseRenderPass::calculateBlurWeights()
+{
+    if (m_blurRadius > largestRadius) {
+        logCritical(__FILE__, __LINE__,
+                    u"a blur radius of %1 is too large; %2 is used"_s.arg(m_blurRadius).arg(largestRadius));
+    }
+    const Kernel kernel = foldTaps(sampleGaussian(std::min(m_blurRadius, largestRadius)));
+    m_weights = kernel.weights;
+    m_offsets = kernel.offsets;
+}
+
+ShaderProgram* BlurBaseRenderPass::makeShaderProgram(const QString& fragmentSource) const
+{
+    GLSLMacroProcessor macroProcessor;
+    macroProcessor.addDefine(m_samplesCountDefine,
+                             QString::number(m_weights.isEmpty() ? 1 : m_weights.size(), 10));
+    auto* program = new ShaderProgram(nullptr);
+    program->setMacroProcessor(&macroProcessor);
+    addFullScreenShaders(program, fragmentSource);
+    buildProgram(program);
+    program->setMacroProcessor(nullptr);
+    return program;
+}
+
+QString BlurBaseRenderPass::getBaseVertexShaderSource()
+{
+    return fullScreenVertexSource;
+}
+
+QString BlurBaseRenderPass::getBaseFragmentShaderSource()
+{
+    return baseFragmentSource;
+}
+
+void BlurBaseRenderPass::provideDrawObjects()
+{
+    if (!m_framebuffer) {
+        m_framebuffer = std::make_unique<FramebufferObject>(nullptr);
+    }
+    if (!m_screenQuad) {
+        m_screenQuad = OpenGLDeviceContext::current()->fullScreenTriangle();
+    }
+}
+
+void BlurBaseRenderPass::beginDraw(Texture* target)
+{
+    m_framebuffer->attach(target, GL_COLOR_ATTACHMENT0, 0);
+    m_framebuffer->setDrawBuffers();
+    OpenGLDeviceContext::current()->disable(GL_DEPTH_TEST);
+    glDepthMask(GL_FALSE);
+    glClear(GL_COLOR_BUFFER_BIT);
+}
+
+void BlurBaseRenderPass::drawBlurred(Texture* source, const QVector2D& step)
+{
+    sampleLinearly(source);
+    const AutoBinder sourceBinder(source);
+    enableArrays(m_screenQuad, m_shaderProgram.get());
+    m_shaderProgram->setUniform(m_stepVec, step);
+    m_shaderProgram->setUniform(m_input, source->unit());
+    m_shaderProgram->setUniform(m_weight, m_weights);
+    m_shaderProgram->setUniform(m_offset, m_offsets);
+    drawBatch(m_screenQuad.data());
+}
+
+} // namespace Morvane::Qel

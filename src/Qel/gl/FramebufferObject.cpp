@@ -1,0 +1,256 @@
+#include <Qel/gl/FramebufferObject.h>
+
+#include <algorithm>
+
+#include <epoxy/gl.h>
+
+#include <Qel/core/Diagnostics.h>
+#include <Qel/gl/BindingRecord.h>
+#include <Qel/gl/Formats.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/Texture.h>
+
+using namespace Qt::StringLiterals;
+
+namespace Morvane::Qel {
+
+namespace {
+
+/// The mask of a GL object whose draw buffers were never set.
+constexpr unsigned int unsetMask = ~0U;
+
+BindingRecord& bindings()
+{
+    return OpenGLDeviceContext::current()->bindings();
+}
+
+/// A texture of no texels would make the framebuffer incomplete, and every clear of it a GL error; it is
+/// kept as an attachment but does not reach GL.
+bool reachesGL(const Texture* texture)
+{
+    return texture && !texture->size().isEmpty();
+}
+
+} // namespace
+
+FramebufferObject::FramebufferObject(QObject* parent)
+    : QObject(parent)
+    , m_membership(this)
+    , m_drawBufferMask(unsetMask)
+{
+}
+
+FramebufferObject::~FramebufferObject()
+{
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    if (m_name != 0 && context) {
+        context->bindings().forget(this);
+        glDeleteFramebuffers(1, &m_name);
+        glDeleteRenderbuffers(1, &m_standIn);
+    }
+}
+
+void FramebufferObject::bind()
+{
+    const bool isNew = m_name == 0;
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    context->bindings().bindFramebuffer(this);
+    if (isNew) {
+        context->label(GL_FRAMEBUFFER, m_name, u"framebuffer"_s);
+    }
+}
+
+void FramebufferObject::release()
+{
+    bindings().releaseFramebuffer(this);
+}
+
+void FramebufferObject::attach(Texture* texture, unsigned int attachment, int level)
+{
+    attachLayer(texture, attachment, -1, level);
+}
+
+void FramebufferObject::attach3D(Texture* texture, unsigned int attachment, int layer, int level)
+{
+    attachLayer(texture, attachment, layer, level);
+}
+
+size_t FramebufferObject::indexOf(unsigned int attachment) const
+{
+    if (attachment == GL_DEPTH_ATTACHMENT || attachment == GL_DEPTH_STENCIL_ATTACHMENT) {
+        return depthIndex;
+    }
+    if (attachment == GL_STENCIL_ATTACHMENT) {
+        return stencilIndex;
+    }
+    const size_t index = attachment - GL_COLOR_ATTACHMENT0;
+    if (index < numColorAttachments) {
+        return index;
+    }
+    logCritical(__FILE__, __LINE__,
+                u"0x%1 is not an attachment point; colour attachment 0 is taken"_s.arg(attachment, 4, 16,
+                                                                                       QLatin1Char('0')));
+    return 0;
+}
+
+void FramebufferObject::attachLayer(Texture* texture, unsigned int attachment, int layer, int level)
+{
+    if (!texture) {
+        detach(attachment);
+        return;
+    }
+    if (!QEL_CHECK(__FILE__, !texture->isReadOnly(), u"a read-only texture cannot be rendered into"_s)) {
+        return;
+    }
+    const auto set = [&](size_t index) {
+        Attachment& slot = m_attachments[index];
+        slot.texture = texture;
+        slot.level = level;
+        slot.layer = layer;
+        apply(index);
+    };
+    set(indexOf(attachment));
+    if (attachment != GL_DEPTH_STENCIL_ATTACHMENT) {
+        return;
+    }
+    // GL does not take a depth texture without stencil at the combined point: it goes to the depth point
+    // alone.
+    if (formatFromInternalFormat(texture->internalFormat()) == GL_DEPTH_STENCIL) {
+        set(stencilIndex);
+    } else {
+        m_attachments[stencilIndex].texture = nullptr;
+    }
+}
+
+Texture* FramebufferObject::detach(unsigned int attachment)
+{
+    Attachment& slot = m_attachments[indexOf(attachment)];
+    Texture* texture = slot.texture;
+    slot.texture = nullptr;
+    if (attachment == GL_DEPTH_STENCIL_ATTACHMENT) {
+        m_attachments[stencilIndex].texture = nullptr;
+    }
+    return texture;
+}
+
+Texture* FramebufferObject::attachment(unsigned int attachment) const
+{
+    return m_attachments[indexOf(attachment)].texture;
+}
+
+bool FramebufferObject::hasAttachment(unsigned int attachment) const
+{
+    return m_attachments[indexOf(attachment)].texture != nullptr;
+}
+
+void FramebufferObject::apply(size_t index)
+{
+    Attachment& slot = m_attachments[index];
+    Texture* texture = reachesGL(slot.texture) ? slot.texture.data() : nullptr;
+    const quint64 serial = texture ? texture->serial() : 0;
+    if (slot.appliedSerial == serial &&
+        (!texture || (slot.appliedLevel == slot.level && slot.appliedLayer == slot.layer))) {
+        return;
+    }
+    slot.appliedSerial = serial;
+    slot.appliedLevel = slot.level;
+    slot.appliedLayer = slot.layer;
+
+    const unsigned int point = index == depthIndex ? GL_DEPTH_ATTACHMENT
+                               : index == stencilIndex
+                                   ? GL_STENCIL_ATTACHMENT
+                                   : GL_COLOR_ATTACHMENT0 + static_cast<unsigned int>(index);
+    const unsigned int name = texture ? texture->textureID() : 0;
+    const bool isBound = bindings().isBound(this);
+    if (!isBound) {
+        glBindFramebuffer(GL_DRAW_FRAMEBUFFER, getFBO());
+    }
+    if (texture && slot.layer >= 0) {
+        glFramebufferTextureLayer(GL_DRAW_FRAMEBUFFER, point, name, slot.level, slot.layer);
+    } else {
+        glFramebufferTexture(GL_DRAW_FRAMEBUFFER, point, name, slot.level);
+    }
+    if (!isBound) {
+        glBindFramebuffer(GL_DRAW_FRAMEBUFFER, bindings().drawFramebuffer());
+    }
+}
+
+void FramebufferObject::setDrawBuffers()
+{
+    for (size_t i = 0; i < m_attachments.size(); ++i) {
+        apply(i);
+    }
+    selectDrawBuffers();
+    const QSize attachmentSize = size();
+    if (!attachmentSize.isEmpty()) {
+        bindings().setViewport(QRect(QPoint(0, 0), attachmentSize));
+    }
+}
+
+void FramebufferObject::selectDrawBuffers()
+{
+    unsigned int mask = 0;
+    for (size_t i = 0; i < numColorAttachments; ++i) {
+        mask |= m_attachments[i].appliedSerial != 0 ? 1U << i : 0U;
+    }
+    if (mask == 0 && m_attachments[depthIndex].appliedSerial == 0) {
+        attachStandIn();
+    } else if (m_standIn != 0 && (mask & 1U) == 0) {
+        // It would limit the drawing to its one pixel.
+        glFramebufferRenderbuffer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, 0);
+    }
+    if (mask == m_drawBufferMask) {
+        return;
+    }
+    m_drawBufferMask = mask;
+    std::array<GLenum, numColorAttachments> buffers{};
+    int count = 0;
+    for (size_t i = 0; i < numColorAttachments; ++i) {
+        const bool attached = (mask >> i & 1U) != 0;
+        buffers[i] = attached ? GL_COLOR_ATTACHMENT0 + static_cast<GLenum>(i) : GL_NONE;
+        count = attached ? static_cast<int>(i) + 1 : count;
+    }
+    glDrawBuffers(std::max(count, 1), buffers.data());
+    const auto* first = std::find_if(buffers.begin(), buffers.end(), [](GLenum b) { return b != GL_NONE; });
+    glReadBuffer(first == buffers.end() ? GL_NONE : *first);
+}
+
+void FramebufferObject::attachStandIn()
+{
+    // Without attachments a framebuffer is incomplete, and clearing it or drawing into it a GL error.
+    const OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    if (context->version() >= 43 || context->hasExtension("ARB_framebuffer_no_attachments")) {
+        glFramebufferParameteri(GL_DRAW_FRAMEBUFFER, GL_FRAMEBUFFER_DEFAULT_WIDTH, context->maxTextureSize());
+        glFramebufferParameteri(GL_DRAW_FRAMEBUFFER, GL_FRAMEBUFFER_DEFAULT_HEIGHT,
+                                context->maxTextureSize());
+        return;
+    }
+    if (m_standIn == 0) {
+        glGenRenderbuffers(1, &m_standIn);
+        glBindRenderbuffer(GL_RENDERBUFFER, m_standIn);
+        glRenderbufferStorage(GL_RENDERBUFFER, GL_RGBA8, 1, 1);
+        glBindRenderbuffer(GL_RENDERBUFFER, 0);
+    }
+    glFramebufferRenderbuffer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, m_standIn);
+}
+
+QSize FramebufferObject::size() const
+{
+    for (const Attachment& slot : m_attachments) {
+        if (slot.appliedSerial != 0) {
+            const QSize base = slot.texture->size();
+            return {std::max(1, base.width() >> slot.level), std::max(1, base.height() >> slot.level)};
+        }
+    }
+    return {};
+}
+
+unsigned int FramebufferObject::getFBO() const
+{
+    if (m_name == 0) {
+        glGenFramebuffers(1, &m_name);
+    }
+    return m_name;
+}
+
+} // namespace Morvane::Qel

@@ -1,0 +1,54 @@
+#include <Qel/gl/GLErrors.h>
+
+#include <epoxy/gl.h>
+
+#include <Qel/core/Diagnostics.h>
+
+using namespace Qt::StringLiterals;
+
+namespace Morvane::Qel {
+
+namespace {
+
+const char* errorName(GLenum error)
+{
+    switch (error) {
+    case GL_INVALID_ENUM:
+        return "GL_INVALID_ENUM";
+    case GL_INVALID_VALUE:
+        return "GL_INVALID_VALUE";
+    case GL_INVALID_OPERATION:
+        return "GL_INVALID_OPERATION";
+    case GL_INVALID_FRAMEBUFFER_OPERATION:
+        return "GL_INVALID_FRAMEBUFFER_OPERATION";
+    case GL_OUT_OF_MEMORY:
+        return "GL_OUT_OF_MEMORY";
+    default:
+        return "of an unknown kind";
+    }
+}
+
+} // namespace
+
+void checkGLError(const char* file, int line)
+{
+    hasGLError(file, line);
+}
+
+bool hasGLError(const char* file, int line)
+{
+    bool pending = false;
+    // A lost context reports errors for ever; no healthy one has this many flags.
+    constexpr int maxErrors = 16;
+    for (int i = 0; i < maxErrors; ++i) {
+        const GLenum error = glGetError();
+        if (error == GL_NO_ERROR) {
+            break;
+        }
+        logCritical(file, line, u"OpenGL error %1"_s.arg(QLatin1StringView(errorName(error))));
+        pending = true;
+    }
+    return pending;
+}
+
+} // namespace Morvane::Qel

@@ -1,0 +1,385 @@
+#include <Qel/gl/OpenGLDeviceContext.h>
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <epoxy/gl.h>
+
+#include <Qel/gl/BindingRecord.h>
+#include <Qel/gl/BufferObject.h>
+#include <Qel/gl/DrawBuffers.h>
+#include <Qel/gl/ProgramCache.h>
+#include <Qel/gl/TextureManager.h>
+#include <Qel/gl/VertexArrayObject.h>
+
+using namespace Qt::StringLiterals;
+
+namespace Morvane::Qel {
+
+namespace {
+
+thread_local OpenGLDeviceContext* currentContext = nullptr;
+
+/// The capabilities that the context keeps a record of; others are asked from GL.
+constexpr std::array recordedCapabilities{
+    static_cast<GLenum>(GL_BLEND),
+    static_cast<GLenum>(GL_COLOR_LOGIC_OP),
+    static_cast<GLenum>(GL_CULL_FACE),
+    static_cast<GLenum>(GL_DEPTH_CLAMP),
+    static_cast<GLenum>(GL_DEPTH_TEST),
+    static_cast<GLenum>(GL_FRAMEBUFFER_SRGB),
+    static_cast<GLenum>(GL_MULTISAMPLE),
+    static_cast<GLenum>(GL_POLYGON_OFFSET_FILL),
+    static_cast<GLenum>(GL_PRIMITIVE_RESTART),
+    static_cast<GLenum>(GL_PROGRAM_POINT_SIZE),
+    static_cast<GLenum>(GL_RASTERIZER_DISCARD),
+    static_cast<GLenum>(GL_SAMPLE_ALPHA_TO_COVERAGE),
+    static_cast<GLenum>(GL_SCISSOR_TEST),
+    static_cast<GLenum>(GL_STENCIL_TEST),
+};
+
+QString stringOf(GLenum name)
+{
+    return QString::fromUtf8(reinterpret_cast<const char*>(glGetString(name)));
+}
+
+int integerOf(GLenum name)
+{
+    int value = 0;
+    glGetIntegerv(name, &value);
+    return value;
+}
+
+} // namespace
+
+struct OpenGLDeviceContext::Private
+{
+    BindingRecord bindings;
+    ProgramCache programCache;
+    std::array<bool, recordedCapabilities.size()> capabilities{};
+    unsigned int frontFace = GL_CCW;
+    /// Without the "GL_" in front, sorted.
+    std::vector<std::string> extensions;
+    int version = 0;
+    int maxTextureSize = 0;
+    bool hasDebugOutput = false;
+    QString labelPrefix;
+    ResourceScope* scope = nullptr;
+    QSharedPointer<DrawBuffers> triangle;
+    QSharedPointer<DrawBuffers> quad;
+    /// Shared with the deleters of the buffers that are out.
+    std::shared_ptr<std::vector<std::unique_ptr<BufferObject>>> freeTransferBuffers =
+        std::make_shared<std::vector<std::unique_ptr<BufferObject>>>();
+
+    void readCapabilities();
+    bool* capability(GLenum name)
+    {
+        const auto* found = std::find(recordedCapabilities.begin(), recordedCapabilities.end(), name);
+        return found == recordedCapabilities.end()
+                   ? nullptr
+                   : &capabilities[static_cast<size_t>(std::distance(recordedCapabilities.begin(), found))];
+    }
+};
+
+void OpenGLDeviceContext::Private::readCapabilities()
+{
+    constexpr std::string_view prefix = "GL_";
+    const int numExtensions = integerOf(GL_NUM_EXTENSIONS);
+    for (int i = 0; i < numExtensions; ++i) {
+        std::string name(reinterpret_cast<const char*>(glGetStringi(GL_EXTENSIONS, static_cast<GLuint>(i))));
+        extensions.push_back(name.starts_with(prefix) ? name.substr(prefix.size()) : name);
+    }
+    std::sort(extensions.begin(), extensions.end());
+    version = 10 * integerOf(GL_MAJOR_VERSION) + integerOf(GL_MINOR_VERSION);
+    maxTextureSize = integerOf(GL_MAX_TEXTURE_SIZE);
+    hasDebugOutput = version >= 43 || std::binary_search(extensions.begin(), extensions.end(), "KHR_debug");
+}
+
+OpenGLDeviceContext::OpenGLDeviceContext()
+    : d(std::make_unique<Private>())
+{
+}
+
+OpenGLDeviceContext::~OpenGLDeviceContext()
+{
+    releaseObjects();
+}
+
+void OpenGLDeviceContext::releaseObjects()
+{
+    if (currentContext == this) {
+        TextureManager::Instance()->releaseContext(this);
+        d->triangle.reset();
+        d->quad.reset();
+        d->freeTransferBuffers->clear();
+        m_defaultInstanceData.clear();
+        d->programCache.clear();
+        currentContext = nullptr;
+    }
+}
+
+OpenGLDeviceContext* OpenGLDeviceContext::current()
+{
+    return currentContext;
+}
+
+void OpenGLDeviceContext::makeCurrent()
+{
+    currentContext = this;
+    if (d->version == 0) {
+        d->readCapabilities();
+    }
+    d->bindings.readFromGL();
+    d->frontFace = static_cast<unsigned int>(integerOf(GL_FRONT_FACE));
+    for (size_t i = 0; i < recordedCapabilities.size(); ++i) {
+        d->capabilities[i] = glIsEnabled(recordedCapabilities[i]) == GL_TRUE;
+    }
+}
+
+void OpenGLDeviceContext::doneCurrent()
+{
+    if (currentContext == this) {
+        currentContext = nullptr;
+    }
+}
+
+int OpenGLDeviceContext::version() const
+{
+    return d->version;
+}
+
+bool OpenGLDeviceContext::hasExtension(const char* name) const
+{
+    std::string_view wanted(name);
+    if (wanted.starts_with("GL_")) {
+        wanted.remove_prefix(3);
+    }
+    return std::binary_search(d->extensions.begin(), d->extensions.end(), wanted, std::less<>());
+}
+
+int OpenGLDeviceContext::maxTextureSize() const
+{
+    return d->maxTextureSize;
+}
+
+QString OpenGLDeviceContext::renderer() const
+{
+    return stringOf(GL_RENDERER);
+}
+
+QString OpenGLDeviceContext::vendor() const
+{
+    return stringOf(GL_VENDOR);
+}
+
+QString OpenGLDeviceContext::versionString() const
+{
+    return stringOf(GL_VERSION);
+}
+
+QString OpenGLDeviceContext::shadingLanguageVersion() const
+{
+    return stringOf(GL_SHADING_LANGUAGE_VERSION);
+}
+
+void OpenGLDeviceContext::enable(unsigned int capability)
+{
+    setEnabled(capability, true);
+}
+
+void OpenGLDeviceContext::disable(unsigned int capability)
+{
+    setEnabled(capability, false);
+}
+
+void OpenGLDeviceContext::setEnabled(unsigned int capability, bool enabled)
+{
+    if (bool* record = d->capability(capability)) {
+        *record = enabled;
+    }
+    if (enabled) {
+        glEnable(capability);
+    } else {
+        glDisable(capability);
+    }
+}
+
+bool OpenGLDeviceContext::isEnabled(unsigned int capability) const
+{
+    const bool* record = d->capability(capability);
+    return record ? *record : glIsEnabled(capability) == GL_TRUE;
+}
+
+void OpenGLDeviceContext::setViewport(int x, int y, int width, int height)
+{
+    d->bindings.setViewport(QRect(x, y, width, height));
+}
+
+QRect OpenGLDeviceContext::viewport() const
+{
+    return d->bindings.viewport();
+}
+
+void OpenGLDeviceContext::setFrontFace(unsigned int winding)
+{
+    d->frontFace = winding;
+    glFrontFace(winding);
+}
+
+unsigned int OpenGLDeviceContext::frontFace() const
+{
+    return d->frontFace;
+}
+
+void OpenGLDeviceContext::bindFramebuffer(unsigned int target, unsigned int name)
+{
+    d->bindings.bindFramebufferName(target, name);
+}
+
+void OpenGLDeviceContext::applyBaseState()
+{
+    for (const GLenum capability : recordedCapabilities) {
+        setEnabled(capability, capability == GL_MULTISAMPLE);
+    }
+    glDepthMask(GL_TRUE);
+    glDepthFunc(GL_LESS);
+    glDepthRange(0.0, 1.0);
+    glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
+    glStencilMask(~0U);
+    glStencilFunc(GL_ALWAYS, 0, ~0U);
+    glStencilOp(GL_KEEP, GL_KEEP, GL_KEEP);
+    glBlendFunc(GL_ONE, GL_ZERO);
+    glBlendEquation(GL_FUNC_ADD);
+    glCullFace(GL_BACK);
+    glPolygonMode(GL_FRONT_AND_BACK, GL_FILL);
+    glClearColor(0.0F, 0.0F, 0.0F, 0.0F);
+    glClearDepth(1.0);
+    glClearStencil(0);
+    setFrontFace(GL_CCW);
+    glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
+    glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
+    glPixelStorei(GL_PACK_ALIGNMENT, 4);
+    glPixelStorei(GL_PACK_ROW_LENGTH, 0);
+}
+
+namespace {
+
+QSharedPointer<DrawBuffers> makeFullScreenBatch(const OpenGLDeviceContext* context,
+                                                const std::vector<float>& positions,
+                                                const std::vector<float>& texCoords, GLenum primitiveType)
+{
+    const ResourceScope::Activation suspended(const_cast<OpenGLDeviceContext*>(context), nullptr);
+    const auto makeBuffer = [](const std::vector<float>& values) {
+        auto buffer = QSharedPointer<BufferObject>::create(GL_ARRAY_BUFFER);
+        buffer->upload(values.data(), static_cast<int>(values.size()), GL_STATIC_DRAW);
+        return buffer;
+    };
+    auto vertexArray = QSharedPointer<VertexArrayObject>::create();
+    vertexArray->upload(u"va_Vertex"_s, makeBuffer(positions), 3, GL_FLOAT);
+    vertexArray->upload(u"va_TexCoord"_s, makeBuffer(texCoords), 2, GL_FLOAT);
+    auto batch = QSharedPointer<DrawBuffers>::create();
+    batch->setVAO(vertexArray);
+    batch->setPrimitiveType(primitiveType);
+    batch->setVertexCount(static_cast<int>(positions.size() / 3));
+    return batch;
+}
+
+} // namespace
+
+QSharedPointer<DrawBuffers> OpenGLDeviceContext::fullScreenTriangle()
+{
+    if (!d->triangle) {
+        d->triangle =
+            makeFullScreenBatch(this, {-1, -1, 0, 3, -1, 0, -1, 3, 0}, {0, 0, 2, 0, 0, 2}, GL_TRIANGLES);
+    }
+    return d->triangle;
+}
+
+QSharedPointer<DrawBuffers> OpenGLDeviceContext::fullScreenQuad()
+{
+    if (!d->quad) {
+        d->quad = makeFullScreenBatch(this, {-1, -1, 0, 1, -1, 0, -1, 1, 0, 1, 1, 0},
+                                      {0, 0, 1, 0, 0, 1, 1, 1}, GL_TRIANGLE_STRIP);
+    }
+    return d->quad;
+}
+
+QSharedPointer<BufferObject> OpenGLDeviceContext::pixelTransferBuffer()
+{
+    std::unique_ptr<BufferObject> buffer;
+    if (d->freeTransferBuffers->empty()) {
+        buffer = std::make_unique<BufferObject>(GL_PIXEL_UNPACK_BUFFER);
+    } else {
+        buffer = std::move(d->freeTransferBuffers->back());
+        d->freeTransferBuffers->pop_back();
+    }
+    return {buffer.release(), [free = std::weak_ptr(d->freeTransferBuffers)](BufferObject* returned) {
+                std::unique_ptr<BufferObject> owner(returned);
+                if (const auto list = free.lock()) {
+                    list->push_back(std::move(owner));
+                }
+            }};
+}
+
+QSharedPointer<VertexArrayObject> OpenGLDeviceContext::createVertexArray()
+{
+    return QSharedPointer<VertexArrayObject>::create();
+}
+
+void OpenGLDeviceContext::pushDebugGroup(const char* name)
+{
+    if (d->hasDebugOutput) {
+        glPushDebugGroup(GL_DEBUG_SOURCE_APPLICATION, 0, -1, name);
+    }
+}
+
+void OpenGLDeviceContext::popDebugGroup()
+{
+    if (d->hasDebugOutput) {
+        glPopDebugGroup();
+    }
+}
+
+void OpenGLDeviceContext::setLabelPrefix(const QString& prefix)
+{
+    d->labelPrefix = prefix;
+}
+
+void OpenGLDeviceContext::label(unsigned int identifier, unsigned int name, const QString& text) const
+{
+    if (d->hasDebugOutput) {
+        const QByteArray full = (d->labelPrefix.isEmpty() ? text : d->labelPrefix + u' ' + text).toUtf8();
+        glObjectLabel(identifier, name, static_cast<int>(full.size()), full.constData());
+    }
+}
+
+ResourceScope* OpenGLDeviceContext::resourceScope() const
+{
+    return d->scope;
+}
+
+void OpenGLDeviceContext::setResourceScope(ResourceScope* scope)
+{
+    d->scope = scope;
+}
+
+BindingRecord& OpenGLDeviceContext::bindings()
+{
+    return d->bindings;
+}
+
+ProgramCache& OpenGLDeviceContext::programCache()
+{
+    return d->programCache;
+}
+
+bool hasGLExtension(const char* name)
+{
+    const OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    return context && context->hasExtension(name);
+}
+
+} // namespace Morvane::Qel

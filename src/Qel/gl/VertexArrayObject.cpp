@@ -1,0 +1,95 @@
+#include <Qel/gl/VertexArrayObject.h>
+
+#include <bit>
+
+#include <epoxy/gl.h>
+
+#include <Qel/gl/BindingRecord.h>
+#include <Qel/gl/BufferObject.h>
+#include <Qel/gl/Guards.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/ShaderProgram.h>
+
+using namespace Qt::StringLiterals;
+
+namespace Morvane::Qel {
+
+int attributeLocation(const QString& name)
+{
+    // What GL guarantees for GL_MAX_VERTEX_ATTRIBS.
+    constexpr qsizetype numLocations = 16;
+    static QStringList names{u"va_Vertex"_s, u"va_Normal"_s, u"va_TexCoord"_s};
+    const qsizetype known = names.indexOf(name);
+    if (known >= 0) {
+        return static_cast<int>(known);
+    }
+    if (names.size() == numLocations) {
+        return -1;
+    }
+    names.append(name);
+    return static_cast<int>(names.size() - 1);
+}
+
+VertexArrayObject::VertexArrayObject() = default;
+
+VertexArrayObject::~VertexArrayObject()
+{
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    if (m_name != 0 && context) {
+        context->bindings().forget(this);
+        glDeleteVertexArrays(1, &m_name);
+    }
+}
+
+void VertexArrayObject::bind()
+{
+    OpenGLDeviceContext::current()->bindings().bindVertexArray(this);
+}
+
+void VertexArrayObject::release()
+{
+    OpenGLDeviceContext::current()->bindings().releaseVertexArray(this);
+}
+
+void VertexArrayObject::upload(const QString& attribute, const QSharedPointer<BufferObject>& buffer,
+                               int components, unsigned int type)
+{
+    m_buffers.insert(attribute, buffer);
+    const int location = attributeLocation(attribute);
+    if (location < 0) {
+        return;
+    }
+    m_available |= 1U << location;
+    const AutoBinder binder(this);
+    glBindBuffer(GL_ARRAY_BUFFER, buffer->getBO());
+    glVertexAttribPointer(static_cast<unsigned int>(location), components, type, GL_FALSE, 0, nullptr);
+    glBindBuffer(GL_ARRAY_BUFFER, 0);
+}
+
+QSharedPointer<BufferObject> VertexArrayObject::bo(const QString& attribute) const
+{
+    return m_buffers.value(attribute);
+}
+
+void VertexArrayObject::enableShaderProgramArrays(const ShaderProgram* program)
+{
+    if (!program) {
+        return;
+    }
+    unsigned int missing = program->attributeMask() & m_available & ~m_enabled;
+    m_enabled |= missing;
+    while (missing != 0) {
+        glEnableVertexAttribArray(static_cast<unsigned int>(std::countr_zero(missing)));
+        missing &= missing - 1;
+    }
+}
+
+unsigned int VertexArrayObject::getVAO()
+{
+    if (m_name == 0) {
+        glGenVertexArrays(1, &m_name);
+    }
+    return m_name;
+}
+
+} // namespace Morvane::Qel

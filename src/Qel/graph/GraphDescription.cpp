@@ -1,0 +1,85 @@
+#include <Qel/graph/GraphDescription.h>
+
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+
+#include <algorithm>
+
+#include <Qel/core/PassDescription.h>
+
+#include <Qel/graph/support/Suggestions.h>
+
+using namespace Qt::StringLiterals;
+
+namespace Morvane::Qel {
+
+namespace {
+
+QJsonValue valueFromText(const QString& text)
+{
+    const QJsonDocument list = QJsonDocument::fromJson((u'[' + text + u']').toUtf8());
+    if (list.isArray() && list.array().size() == 1) {
+        return list.array().first();
+    }
+    const QFileInfo file(text);
+    return file.isFile() ? file.absoluteFilePath() : text;
+}
+
+} // namespace
+
+QString GraphDescription::displayName() const
+{
+    return file.isEmpty() ? u"graph"_s : file;
+}
+
+QString GraphDescription::resolvePath(const QString& path) const
+{
+    if (path.isEmpty()) {
+        return path;
+    }
+    const QString folder = file.isEmpty() ? QDir::currentPath() : QFileInfo(file).absolutePath();
+    return QDir::cleanPath(QDir(folder).absoluteFilePath(path));
+}
+
+void GraphDescription::replaceModel(const QString& modelFile)
+{
+    if (models.empty()) {
+        models.push_back({u"model"_s, {}});
+    }
+    models.front().file = QFileInfo(modelFile).absoluteFilePath();
+    camera.reset();
+}
+
+bool GraphDescription::set(const QString& assignment, QString* error)
+{
+    const qsizetype equals = assignment.indexOf(u'=');
+    const qsizetype dot = assignment.first(std::max<qsizetype>(equals, 0)).indexOf(u'.');
+    if (dot < 1 || dot + 1 == equals) {
+        *error = u"\"%1\" is no assignment; write PASS.PORT=VALUE"_s.arg(assignment);
+        return false;
+    }
+    const QString name = assignment.first(dot);
+    const QString port = assignment.sliced(dot + 1, equals - dot - 1);
+    const auto pass = std::find_if(passes.begin(), passes.end(),
+                                   [&](const PassSetting& candidate) { return candidate.name == name; });
+    if (pass == passes.end()) {
+        QStringList names;
+        for (const PassSetting& candidate : passes) {
+            names.append(candidate.name);
+        }
+        *error = u"%1: %2: no pass \"%3\"%4"_s.arg(displayName(), assignment, name, suggestion(name, names));
+        return false;
+    }
+    // The graph may spell the port by its full name and the assignment by its own, or the other way round.
+    const auto sameName = [&](const InputSetting& input) {
+        return input.port == port || PortName::parse(input.port).name == port ||
+               input.port == PortName::parse(port).name;
+    };
+    std::erase_if(pass->inputs, sameName);
+    pass->inputs.push_back({port, valueFromText(assignment.sliced(equals + 1))});
+    return true;
+}
+
+} // namespace Morvane::Qel

@@ -1,0 +1,69 @@
+#include <Qel/graph/support/Suggestions.h>
+
+#include <algorithm>
+#include <numeric>
+#include <vector>
+
+using namespace Qt::StringLiterals;
+
+namespace Morvane::Qel {
+
+namespace {
+
+/// Number of insertions, removals, replacements and swaps of neighbours that turn one text into the other,
+/// case apart (optimal string alignment).
+qsizetype editDistance(const QString& left, const QString& right)
+{
+    const QString a = left.toLower();
+    const QString b = right.toLower();
+    const auto width = static_cast<size_t>(b.size()) + 1;
+    std::vector<qsizetype> beforeLast(width);
+    std::vector<qsizetype> last(width);
+    std::vector<qsizetype> row(width);
+    std::iota(row.begin(), row.end(), 0);
+    for (qsizetype i = 1; i <= a.size(); ++i) {
+        std::swap(beforeLast, last);
+        std::swap(last, row);
+        row[0] = i;
+        for (qsizetype j = 1; j <= b.size(); ++j) {
+            const auto k = static_cast<size_t>(j);
+            const qsizetype replaced = last[k - 1] + (a[i - 1] == b[j - 1] ? 0 : 1);
+            row[k] = std::min({row[k - 1] + 1, last[k] + 1, replaced});
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
+                row[k] = std::min(row[k], beforeLast[k - 2] + 1);
+            }
+        }
+    }
+    return row.back();
+}
+
+} // namespace
+
+QString suggestion(const QString& wrong, const QStringList& valid)
+{
+    constexpr qsizetype few = 8;
+    const QString* nearest = nullptr;
+    // A name of which more than half would have to change is another name.
+    qsizetype best = std::max<qsizetype>(1, wrong.size() / 2) + 1;
+    for (const QString& name : valid) {
+        const qsizetype distance = editDistance(wrong, name);
+        if (distance < best) {
+            best = distance;
+            nearest = &name;
+        }
+    }
+    if (nearest) {
+        return u"; did you mean \"%1\"?"_s.arg(*nearest);
+    }
+    if (valid.isEmpty() || valid.size() > few) {
+        return {};
+    }
+    return (valid.size() == 1 ? u"; there is only %1"_s : u"; there are %1"_s).arg(quoted(valid));
+}
+
+QString quoted(const QStringList& names)
+{
+    return u'"' + names.join(u"\", \""_s) + u'"';
+}
+
+} // namespace Morvane::Qel
