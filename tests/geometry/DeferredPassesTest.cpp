@@ -11,6 +11,7 @@
 
 #include "support/Models.h"
 #include "support/Passes.h"
+#include "support/Paths.h"
 #include "support/Pixels.h"
 #include "support/ScopedGLTest.h"
 #include <Qel/RenderPasses/geometry/DeferredRenderPass.h>
@@ -312,8 +313,7 @@ void main() { out_Kd = out_Ks = out_Id = vec4(0.0); out_Normal = vo_Normal; })"_
 TEST_F(DeferredPassesTest, AModelLooksAsDrawnForward)
 {
     QString error;
-    const std::optional<ModelData> data =
-        importModel(u"" QEL_SOURCE_DIR "/examples/scenes/arcade.obj"_s, &error);
+    const std::optional<ModelData> data = importModel(sourcePath(u"examples/scenes/arcade.obj"_s), &error);
     ASSERT_TRUE(data) << qPrintable(error);
     GPUModel model(*data);
     constexpr int columns = 160;

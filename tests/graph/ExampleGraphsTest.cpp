@@ -10,12 +10,14 @@
 #include <Qel/graph/GraphFile.h>
 #include <Qel/graph/RenderGraph.h>
 
+#include "support/Paths.h"
+
 using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel::Test {
 namespace {
 
-const QDir graphFolder(u"" QEL_SOURCE_DIR "/examples/graphs"_s);
+const QDir graphFolder(sourcePath(u"examples/graphs"_s));
 
 std::vector<std::string> graphNames()
 {

@@ -14,6 +14,8 @@
 #include <Qel/graph/GraphPlan.h>
 #include <Qel/graph/PassRegistry.h>
 
+#include "support/Paths.h"
+
 using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel {
@@ -497,7 +499,7 @@ TEST_F(GraphCpuTest, AnotherModelTakesTheFirstOnesPlaceAndIsSeenWhole)
 
 TEST_F(GraphCpuTest, TheExampleOfTheManualIsAGraph)
 {
-    QFile manual(QEL_SOURCE_DIR "/docs/graph-files.md");
+    QFile manual(Test::sourcePath(u"docs/graph-files.md"_s));
     ASSERT_TRUE(manual.open(QIODevice::ReadOnly));
     const QByteArray text = manual.readAll();
     const qsizetype begin = text.indexOf("```json\n") + 8;
@@ -505,7 +507,7 @@ TEST_F(GraphCpuTest, TheExampleOfTheManualIsAGraph)
     std::optional<GraphDescription> graph =
         loadGraph(write("graph.json", text.sliced(begin, text.indexOf("```", begin) - begin)), &faults);
     ASSERT_TRUE(graph) << qPrintable(faults.join(u'\n'));
-    graph->file = QEL_SOURCE_DIR "/examples/graphs/manual.json";
+    graph->file = Test::sourcePath(u"examples/graphs/manual.json"_s);
     const std::optional<GraphPlan> plan = planGraph(*graph, PassRegistry::builtin(), 0, &faults);
     ASSERT_TRUE(plan) << qPrintable(faults.join(u'\n'));
     EXPECT_EQ(plan->order, (std::vector<int>{0, 1}));

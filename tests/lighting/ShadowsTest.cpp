@@ -12,6 +12,7 @@
 #include "support/GLTest.h"
 #include "support/Models.h"
 #include "support/Passes.h"
+#include "support/Paths.h"
 #include <Qel/RenderPasses/lighting/ShadowMapRenderPass.h>
 #include <Qel/gl/TextureManager.h>
 #include <Qel/graph/GraphFile.h>
@@ -228,7 +229,7 @@ TEST_F(ShadowsTest, TheExampleGraphDrawsTheSameShadowsInEveryFrame)
 {
     QStringList faults;
     std::optional<GraphDescription> description =
-        loadGraph(u"" QEL_SOURCE_DIR "/examples/shadows/shadows.json"_s, &faults);
+        loadGraph(sourcePath(u"examples/shadows/shadows.json"_s), &faults);
     ASSERT_TRUE(description) << qPrintable(faults.join(u'\n'));
     description->viewport = {64, 36};
     PassRegistry registry = PassRegistry::builtin();

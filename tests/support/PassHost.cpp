@@ -19,6 +19,8 @@
 #include <Qel/gl/TextureManager.h>
 #include <Qel/graph/PassRegistry.h>
 
+#include "support/Paths.h"
+
 using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel::Test {
@@ -224,7 +226,7 @@ QVariant PassHost::value(int input)
         return QVariant::fromValue<QObject*>(m_model->drawBuffers(0));
     }
     if (port.type == QLatin1StringView("QString")) {
-        return u"" QEL_SOURCE_DIR "/examples/scenes/sky/%1.png"_s
+        return sourcePath(u"examples/scenes/sky/%1.png"_s)
             .arg(port.name.contains(u"Cubemap") ? u"posx"_s : u"latlong"_s);
     }
     if (QVariant initial = m_pass->defaultValue(input); initial.isValid()) {

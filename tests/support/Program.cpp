@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/Paths.h"
+
 namespace Morvane::Qel::Test {
 
 bool ProgramResult::isOneError(const QString& part) const
@@ -12,7 +14,6 @@ bool ProgramResult::isOneError(const QString& part) const
            errors.endsWith(u'\n') && errors.contains(part);
 }
 
-#ifdef QEL_PROGRAM
 ProgramResult runProgram(const QStringList& arguments, const QStringList& variables)
 {
     QProcess process;
@@ -21,7 +22,7 @@ ProgramResult runProgram(const QStringList& arguments, const QStringList& variab
         environment.insert(variable.section(u'=', 0, 0), variable.section(u'=', 1));
     }
     process.setProcessEnvironment(environment);
-    process.start(u"" QEL_PROGRAM ""_s, arguments);
+    process.start(programPath(), arguments);
     EXPECT_TRUE(process.waitForFinished(120000)) << qPrintable(process.errorString());
     ProgramResult result;
     result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
@@ -29,6 +30,5 @@ ProgramResult runProgram(const QStringList& arguments, const QStringList& variab
     result.errors = QString::fromUtf8(process.readAllStandardError());
     return result;
 }
-#endif
 
 } // namespace Morvane::Qel::Test

@@ -15,6 +15,7 @@
 #include "support/Lists.h"
 #include "support/Models.h"
 #include "support/Passes.h"
+#include "support/Paths.h"
 #include <Qel/RenderPasses/visibility/VisibilityBufferRenderPass.h>
 #include <Qel/RenderPasses/visibility/VisibilityDeferredRenderPass.h>
 #include <Qel/gl/FramebufferObject.h>
@@ -325,7 +326,7 @@ TEST_F(VisibilityBufferTest, RecordsASphereInACube)
 TEST_F(VisibilityBufferTest, RecordsAModelOfManyBatchesAroundTheEye)
 {
     QString error;
-    const auto data = importModel(u"" QEL_SOURCE_DIR "/examples/scenes/arcade.obj"_s, &error);
+    const auto data = importModel(sourcePath(u"examples/scenes/arcade.obj"_s), &error);
     ASSERT_TRUE(data) << qPrintable(error);
     GPUModel model(*data);
     ASSERT_GT(model.numBatches(), 1);
