@@ -3,7 +3,6 @@
 #include <QMatrix4x4>
 
 #include <array>
-#include <functional>
 
 #include <epoxy/gl.h>
 
@@ -108,20 +107,21 @@ SkyboxRenderPass::~SkyboxRenderPass() = default;
 void SkyboxRenderPass::setup(RenderCallbacks* /*callbacks*/)
 {
     checkGLError(sourceFile, __LINE__);
-    provide(m_framebuffer);
-    buildScreenProgram(provide(m_cubeProgram),
+    m_framebuffer = std::make_unique<FramebufferObject>(nullptr);
+    m_cubeProgram = std::make_unique<ShaderProgram>(nullptr);
+    buildScreenProgram(*m_cubeProgram,
                        {.fragment = cubeFragmentSource, .vertex = vertexSource, .outputs = fragmentOutputs});
     checkGLError(sourceFile, __LINE__);
-    buildScreenProgram(provide(m_latLongProgram), {.fragment = latLongFragmentSource,
-                                                   .fragmentFile = u"QelUtilities.glslc"_s,
-                                                   .vertex = vertexSource,
-                                                   .outputs = fragmentOutputs});
+    m_latLongProgram = std::make_unique<ShaderProgram>(nullptr);
+    buildScreenProgram(*m_latLongProgram, {.fragment = latLongFragmentSource,
+                                           .fragmentFile = u"QelUtilities.glslc"_s,
+                                           .vertex = vertexSource,
+                                           .outputs = fragmentOutputs});
     checkGLError(sourceFile, __LINE__);
     // The quad: the vertex stage normalises the view direction, and the interpolation between unit vectors is
     // right only if all vertices are equally far from the eye. Those of the oversized triangle are not.
-    for (const auto& program : {std::cref(m_cubeProgram), std::cref(m_latLongProgram)}) {
-        provideScreenBatch(m_fullScreenBatch, *program.get(), Screen::Quad);
-    }
+    provideScreenBatch(m_fullScreenBatch, *m_cubeProgram, Screen::Quad);
+    provideScreenBatch(m_fullScreenBatch, *m_latLongProgram, Screen::Quad);
 }
 
 void SkyboxRenderPass::start(RenderCallbacks* callbacks)
