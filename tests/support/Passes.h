@@ -84,10 +84,10 @@ struct PassHolder
 {
     template<class... Arguments>
     explicit PassHolder(Arguments&&... arguments)
-        : m_pass(std::forward<Arguments>(arguments)...)
+        : ownedPass(std::forward<Arguments>(arguments)...)
     {
     }
-    Pass m_pass;
+    Pass ownedPass;
 };
 
 /// A pass with its runner; the constructor takes the arguments of the pass.
@@ -98,11 +98,11 @@ public:
     template<class... Arguments>
     explicit Runner(Arguments&&... arguments)
         : PassHolder<Pass>(std::forward<Arguments>(arguments)...)
-        , PassRunner(PassHolder<Pass>::m_pass)
+        , PassRunner(PassHolder<Pass>::ownedPass)
     {
     }
-    Pass* operator->() { return &this->m_pass; }
-    Pass& operator*() { return this->m_pass; }
+    Pass* operator->() { return &this->ownedPass; }
+    Pass& operator*() { return this->ownedPass; }
 };
 
 /// A texture as an input's value.
