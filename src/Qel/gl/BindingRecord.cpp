@@ -16,7 +16,7 @@ namespace Morvane::Qel {
 
 namespace {
 
-/// Takes the latest occurrence of an element off a stack; returns whether that was the top.
+/// Removes the latest occurrence of an element from a stack; returns whether it was the top.
 template<class T>
 bool removeLatest(std::vector<T*>& stack, const T* element)
 {
@@ -36,11 +36,16 @@ unsigned int integerState(GLenum name)
     return static_cast<unsigned int>(value);
 }
 
+void setActiveUnit(int unit)
+{
+    glActiveTexture(GL_TEXTURE0 + static_cast<unsigned int>(unit));
+}
+
 } // namespace
 
 BindingRecord::BindingRecord()
 {
-    // Deep enough that binding on a steady frame never allocates.
+    // Deep enough that binding never allocates on a steady frame.
     constexpr size_t depth = 16;
     m_programs.reserve(depth);
     m_vertexArrays.reserve(depth);
@@ -70,15 +75,10 @@ void BindingRecord::readFromGL()
     m_managedSerials.fill(0);
 }
 
-void BindingRecord::setActiveUnit(int unit)
-{
-    glActiveTexture(GL_TEXTURE0 + static_cast<unsigned int>(unit));
-}
-
 void BindingRecord::bindTexture(Texture* texture)
 {
     if (m_topUnit == numUnits) {
-        logCritical(__FILE__, __LINE__, u"all %1 texture units are taken"_s.arg(numUnits));
+        logCritical(__FILE__, __LINE__, u"all %1 texture units are in use"_s.arg(numUnits));
         ++m_numRefused;
         return;
     }
@@ -91,7 +91,7 @@ void BindingRecord::bindTexture(Texture* texture)
 void BindingRecord::releaseTexture(Texture* texture)
 {
     if (m_numRefused > 0) {
-        // Bindings nest: this is the one that was refused last.
+        // Bindings nest, so this release belongs to the binding refused last.
         --m_numRefused;
         return;
     }
@@ -105,7 +105,7 @@ void BindingRecord::releaseTexture(Texture* texture)
     while (m_topUnit > 0 && !m_units[static_cast<size_t>(m_topUnit - 1)]) {
         --m_topUnit;
     }
-    // A texture that was bound twice goes back to its earlier unit.
+    // A texture that was bound twice returns to its earlier unit.
     texture->m_unit = -1;
     for (int earlier = m_topUnit - 1; earlier >= 0; --earlier) {
         if (m_units[static_cast<size_t>(earlier)] == texture) {
@@ -197,7 +197,7 @@ void BindingRecord::releaseFramebuffer(FramebufferObject* framebuffer)
         setViewport(released.previousViewport);
         return;
     }
-    // Released out of order: what was bound on top of it will restore what it would have restored.
+    // Released out of order: the binding above now restores what this one would have restored.
     FramebufferBinding& above = *std::prev(found);
     above.previousDraw = released.previousDraw;
     above.previousRead = released.previousRead;
@@ -229,7 +229,7 @@ void BindingRecord::bindFramebufferName(unsigned int target, unsigned int name)
 void BindingRecord::setViewport(const QRect& rectangle)
 {
     m_viewport = rectangle;
-    // A rectangle turned inside out is an empty one, not a GL error.
+    // A negative size counts as empty instead of causing a GL error.
     glViewport(rectangle.x(), rectangle.y(), std::max(rectangle.width(), 0), std::max(rectangle.height(), 0));
 }
 

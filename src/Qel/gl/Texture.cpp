@@ -136,7 +136,7 @@ int* Texture::parameterSlot(unsigned int name)
         return &m_parameters.maxLevel;
     default:
         logCritical(__FILE__, __LINE__,
-                    u"texture parameter 0x%1 is not one that is kept"_s.arg(name, 4, 16, QLatin1Char('0')));
+                    u"texture parameter 0x%1 is not supported"_s.arg(name, 4, 16, QLatin1Char('0')));
         return nullptr;
     }
 }

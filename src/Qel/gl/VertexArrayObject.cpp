@@ -16,7 +16,7 @@ namespace Morvane::Qel {
 
 int attributeLocation(const QString& name)
 {
-    // What GL guarantees for GL_MAX_VERTEX_ATTRIBS.
+    // The minimum of GL_MAX_VERTEX_ATTRIBS.
     constexpr qsizetype numLocations = 16;
     static QStringList names{u"va_Vertex"_s, u"va_Normal"_s, u"va_TexCoord"_s};
     const qsizetype known = names.indexOf(name);

@@ -11,12 +11,11 @@ namespace Morvane::Qel {
 class BufferObject;
 class ShaderProgram;
 
-/// The location that an attribute has in every program and vertex array of the process: va_Vertex 0,
-/// va_Normal 1, va_TexCoord 2, other names the next free one when they are first seen. -1 when all 16 are
-/// taken.
+/// Returns the location of an attribute, which is the same in all programs and vertex arrays of the process:
+/// va_Vertex 0, va_Normal 1, va_TexCoord 2, and the next free one for each new name. -1 if all 16 are in use.
 QEL_GL_EXPORT int attributeLocation(const QString& name);
 
-/// Attribute buffers by attribute name. Because locations are fixed by name, one vertex array serves every
+/// A vertex array with attribute buffers by name. Since names have fixed locations, it works with every
 /// program.
 class QEL_GL_EXPORT VertexArrayObject : public Bindable
 {
@@ -29,16 +28,16 @@ public:
     void bind() override;
     void release() override;
 
-    /// Registers a tightly packed buffer of vectors of `components` values of a GL type as an attribute. The
-    /// buffer's contents may follow later.
+    /// Sets the buffer of an attribute: tightly packed vectors of `components` values of a GL type. The
+    /// buffer may be filled later.
     void upload(const QString& attribute, const QSharedPointer<BufferObject>& buffer, int components,
                 unsigned int type);
-    /// The buffer of an attribute, null where there is none.
+    /// Returns the buffer of an attribute, null if there is none.
     QSharedPointer<BufferObject> bo(const QString& attribute) const;
-    /// Enables the arrays that a program reads, with the vertex array bound. Attributes that the vertex array
-    /// lacks keep GL's constant (0, 0, 0, 1). A null or invalid program enables nothing.
+    /// Enables the arrays that a program reads; the vertex array must be bound. Missing attributes keep GL's
+    /// constant (0, 0, 0, 1). A null or invalid program enables nothing.
     void enableShaderProgramArrays(const ShaderProgram* program);
-    /// The GL name.
+    /// Returns the GL name.
     unsigned int getVAO();
 
 private:
