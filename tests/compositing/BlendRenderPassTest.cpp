@@ -25,12 +25,13 @@ using Mode = BlendRenderPass::BlendMode;
 
 constexpr int size = 64;
 
-/// The last bit of a half float below 1, which drivers round up or down; twice that for operators that exceed 1.
+/// The last bit of a half float below 1, which drivers round up or down; twice that for operators that
+/// exceed 1.
 constexpr float halfPrecision = 1.0F / 2048.0F;
 constexpr float above1 = 2.0F * halfPrecision;
 
-/// Random premultiplied colours on the grid of 8 bits. Alphas of 0, of 1 and between are equally frequent, and
-/// channels are often 0 or equal to alpha, where operators change branches.
+/// Random premultiplied colours on the grid of 8 bits. Alphas of 0, of 1 and between are equally frequent,
+/// and channels are often 0 or equal to alpha, where operators change branches.
 Pixels randomImage(unsigned int seed, bool opaque = false)
 {
     std::mt19937 random(seed);
@@ -193,7 +194,8 @@ TEST_F(BlendRenderPassTest, OwnOperatorsFollowTheirFormulas)
         const double lightened = cd <= 0.25 ? ((16.0 * cd - 12.0) * cd - 3.0) * cd : std::sqrt(cd) - cd;
         return cd + (2.0 * cs - 1.0) * lightened;
     };
-    // The operator jumps where cd is a quarter and bends where cs is a half; values there may take either branch.
+    // The operator jumps where cd is a quarter and bends where cs is a half; values there may take either
+    // branch.
     for (size_t i = 0; i < b.values.size(); ++i) {
         for (int c = 0; c < 3; ++c) {
             if (4.0F * b.values[i][c] == b.values[i].w()) {
@@ -233,10 +235,10 @@ TEST_F(BlendRenderPassTest, StretchesInputsOverAViewportWithAnOrigin)
     const auto left = makeTexture(2, 1, GL_RGBA8, [&](int x, int) { return x == 0 ? red : QVector4D(); });
     const auto background = makeTexture(Pixels::filled(3, 5, blue), GL_RGBA8);
     Runner<BlendRenderPass> pass(Mode::SourceOver);
-    EXPECT_TRUE(equal(pass.render({QRect(2, 1, 6, 4), left, background}),
-                      Pixels::generate(6, 4, [&](int x, int y) {
-                          return x < 2 || y < 1 ? QVector4D() : x < 5 ? red : blue;
-                      })));
+    EXPECT_TRUE(
+        equal(pass.render({QRect(2, 1, 6, 4), left, background}), Pixels::generate(6, 4, [&](int x, int y) {
+                  return x < 2 || y < 1 ? QVector4D() : x < 5 ? red : blue;
+              })));
 }
 
 TEST_F(BlendRenderPassTest, AcceptsOnePooledTextureAsBothInputs)

@@ -22,7 +22,8 @@ TEST_F(GradientRenderPassTest, InterpolatesBetweenTheColoursAtPixelCentres)
         });
     };
     // The default colours; the origin of the viewport is ignored.
-    EXPECT_TRUE(equal(pass.render({QRect(5, 9, 6, 40)}), gradient({153, 153, 153, 255}, {64, 64, 64, 255}), 1e-5F));
+    EXPECT_TRUE(
+        equal(pass.render({QRect(5, 9, 6, 40)}), gradient({153, 153, 153, 255}, {64, 64, 64, 255}), 1e-5F));
     EXPECT_TRUE(equal(pass.render({QRect(5, 9, 6, 40), QColor(10, 20, 30, 40), QColor(250, 200, 150, 100)}),
                       gradient({250, 200, 150, 100}, {10, 20, 30, 40}), 1e-5F));
 }

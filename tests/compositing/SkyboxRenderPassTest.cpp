@@ -26,9 +26,13 @@ View lookingAlong(const QVector3D& forward, const QVector3D& up = {0, 1, 0})
 const View back = lookingAlong({0, 0, 1});
 const View up = lookingAlong({0, 1, 0}, {0, 0, 1});
 const View down = lookingAlong({0, -1, 0}, {0, 0, -1});
-const std::array views{
-    lookingAlong({1, 0, 0}), lookingAlong({-1, 0, 0}),  up, down, back,
-    lookingAlong({0, 0, -1}), lookingAlong({0.48F, -0.6F, 0.64F}, {0.36F, 0.8F, 0.48F})};
+const std::array views{lookingAlong({1, 0, 0}),
+                       lookingAlong({-1, 0, 0}),
+                       up,
+                       down,
+                       back,
+                       lookingAlong({0, 0, -1}),
+                       lookingAlong({0.48F, -0.6F, 0.64F}, {0.36F, 0.8F, 0.48F})};
 
 /// The world-space direction of a pixel's centre.
 QVector3D direction(const View& view, int x, int y)
@@ -105,12 +109,13 @@ TEST_F(SkyboxRenderPassTest, LooksUpACubeMapInTheDirectionOfEveryPixel)
 
 TEST_F(SkyboxRenderPassTest, LooksUpAnImageByLongitudeAndLatitude)
 {
-    // Texels hold their own coordinates, so that filtered values tell where the image was sampled. The filters
-    // and wrap modes of the image must not count.
+    // Texels hold their own coordinates, so that filtered values tell where the image was sampled. The
+    // filters and wrap modes of the image must not count.
     constexpr int columns = 256;
     constexpr int rows = 128;
     const auto image = makeTexture(columns, rows, GL_RGBA32F, [](int x, int y) {
-        return QVector4D((static_cast<float>(x) + 0.5F) / columns, (static_cast<float>(y) + 0.5F) / rows, 0, 1);
+        return QVector4D((static_cast<float>(x) + 0.5F) / columns, (static_cast<float>(y) + 0.5F) / rows, 0,
+                         1);
     });
     Runner<SkyboxRenderPass> pass;
     for (const View& view : views) {
@@ -119,7 +124,8 @@ TEST_F(SkyboxRenderPassTest, LooksUpAnImageByLongitudeAndLatitude)
         for (int y = 0; y < height; ++y) {
             for (int x = 0; x < width; ++x) {
                 const QVector3D d = direction(view, x, y);
-                // -z in the centre, +x a quarter of the width to the right; 0 is straight down, 1 straight up.
+                // -z in the centre, +x a quarter of the width to the right; 0 is straight down, 1 straight
+                // up.
                 const float u = 0.5F + std::atan2(d.x(), -d.z()) / (2.0F * std::numbers::pi_v<float>);
                 const float v = 0.5F + std::asin(d.y()) / std::numbers::pi_v<float>;
                 if (std::min(u, 1.0F - u) > 0.5F / columns) {
@@ -138,13 +144,13 @@ TEST_F(SkyboxRenderPassTest, LooksUpAnImageByLongitudeAndLatitude)
 
 TEST_F(SkyboxRenderPassTest, WrapsImagesHorizontallyAndClampsThemVertically)
 {
-    // White at the seam, red at the top, blue at the bottom and black elsewhere, so that smaller mip levels are
-    // not white at the seam.
+    // White at the seam, red at the top, blue at the bottom and black elsewhere, so that smaller mip levels
+    // are not white at the seam.
     constexpr int columns = 64;
     constexpr int rows = 32;
     const auto image = makeTexture(columns, rows, GL_RGBA8, [](int x, int y) {
-        return y < 4           ? QVector4D(0, 0, 1, 1)
-               : y >= rows - 4 ? QVector4D(1, 0, 0, 1)
+        return y < 4                       ? QVector4D(0, 0, 1, 1)
+               : y >= rows - 4             ? QVector4D(1, 0, 0, 1)
                : x < 8 || x >= columns - 8 ? QVector4D(1, 1, 1, 1)
                                            : QVector4D(0, 0, 0, 1);
     });
@@ -163,8 +169,8 @@ TEST_F(SkyboxRenderPassTest, WrapsImagesHorizontallyAndClampsThemVertically)
     expectCentre(up, {1, 0, 0, 1});
     expectCentre(down, {0, 0, 1, 1});
     // Filters the last column with the first.
-    const auto wide = makeTexture(
-        4, 1, GL_RGBA16F, [](int x, int) { return QVector4D(x == 0 ? 1.0F : 0.0F, 0, 0, 1); });
+    const auto wide =
+        makeTexture(4, 1, GL_RGBA16F, [](int x, int) { return QVector4D(x == 0 ? 1.0F : 0.0F, 0, 0, 1); });
     const Pixels seam = render(pass, back, nullptr, wide);
     EXPECT_NEAR(seam.at(width / 2 - 1, height / 2).x(), 0.5F, 0.02F);
     EXPECT_NEAR(seam.at(width / 2, height / 2).x(), 0.5F, 0.02F);
@@ -223,7 +229,8 @@ TEST_F(SkyboxRenderPassTest, ClearsThePooledTexturesThatReplaceMissingInputs)
     EXPECT_EQ(pass.pixels().at(width - 1, height - 1), QVector4D(0, 0, 0, 0.5F));
     pool->releaseTempTextureRef(pass.texture(), 1);
     pass->teardown(nullptr);
-    EXPECT_EQ(render(pass, views[0], cubemap, nullptr).at(3, 3), QVector4D(0, 0, 0, 0.5F)) << "after teardown";
+    EXPECT_EQ(render(pass, views[0], cubemap, nullptr).at(3, 3), QVector4D(0, 0, 0, 0.5F))
+        << "after teardown";
 }
 
 } // namespace

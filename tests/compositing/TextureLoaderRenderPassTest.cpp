@@ -73,7 +73,8 @@ TEST_F(TextureLoaderRenderPassTest, LoadsSizesUpToTheDriversLimit)
 {
     const int limit = context().maxTextureSize();
     Runner<TextureLoaderRenderPass> pass;
-    for (const QSize& size : {QSize(1, 1), QSize(7, 1), QSize(limit, 1), QSize(2, limit), QSize(limit + 1, 1)}) {
+    for (const QSize& size :
+         {QSize(1, 1), QSize(7, 1), QSize(limit, 1), QSize(2, limit), QSize(limit + 1, 1)}) {
         QImage image(size, QImage::Format_Mono);
         image.fill(0);
         image.setPixel(0, 0, 1);
@@ -95,9 +96,9 @@ TEST_F(TextureLoaderRenderPassTest, ReportsOnceWhyAFileIsNotLoaded)
     ASSERT_TRUE(QDir(path({})).mkdir(u"folder.png"_s));
     Runner<TextureLoaderRenderPass> pass;
     qsizetype numNotices = 0;
-    for (const auto& [name, reason] : {std::pair(u"text.png"_s, u"cannot be read as an image: "_s),
-                                       std::pair(u"folder.png"_s, u"is not a file"_s),
-                                       std::pair(u"missing.png"_s, u"does not exist"_s)}) {
+    for (const auto& [name, reason] :
+         {std::pair(u"text.png"_s, u"cannot be read as an image: "_s),
+          std::pair(u"folder.png"_s, u"is not a file"_s), std::pair(u"missing.png"_s, u"does not exist"_s)}) {
         EXPECT_TRUE(equal(load(pass, path(name)), white)) << qPrintable(name);
         EXPECT_TRUE(equal(load(pass, path(name)), white)) << qPrintable(name);
         ASSERT_EQ(notices().size(), ++numNotices) << qPrintable(name);

@@ -54,7 +54,8 @@ TEST_F(TextureToScreenRenderPassTest, SuperSamplingSumsTheTexelsOfEachPixel)
 {
     const auto texture = makeTexture(image, GL_RGBA32F);
     Runner<TextureToScreenRenderPass> pass;
-    // A square step gives the sum, not the mean. The sum is divided by the step in x and multiplied by that in y.
+    // A square step gives the sum, not the mean. The sum is divided by the step in x and multiplied by that
+    // in y.
     const auto sum = [&](int stepX, int stepY) {
         return Pixels::generate(12 / stepX, 10 / stepY, [&](int x, int y) {
             QVector4D total;

@@ -13,8 +13,8 @@
 namespace Morvane::Qel::Test {
 namespace {
 
-/// Targets are half floats, with steps of 0.0005 below 1, and the software rasteriser filters with weights of 8
-/// bits.
+/// Targets are half floats, with steps of 0.0005 below 1, and the software rasteriser filters with weights of
+/// 8 bits.
 constexpr float tolerance = 0.003F;
 
 struct Tap
@@ -23,8 +23,8 @@ struct Tap
     double weight;
 };
 
-/// The Gaussian of a radius, normalised, with each pair of taps folded into one between its texels. The offsets
-/// of taps on one side; the centre is the first.
+/// The Gaussian of a radius, normalised, with each pair of taps folded into one between its texels. The
+/// offsets of taps on one side; the centre is the first.
 std::vector<Tap> gaussianTaps(double radius)
 {
     const auto gaussian = [&](int x) { return std::exp(-0.5 * std::pow(x / (radius + 0.0001), 2.0)); };
@@ -94,7 +94,8 @@ TEST_F(BlurTest, ConvolvesWithTheGaussianAtEveryRadiusAndResolution)
         float divider;
         bool hasHoles = false;
     };
-    // Texel centres, and so an alpha of 0 after filtering, are exact only at powers of two. 39 / 2 is truncated.
+    // Texel centres, and so an alpha of 0 after filtering, are exact only at powers of two. 39 / 2 is
+    // truncated.
     for (const Case& c : {Case{{37, 23}, 1.3F, 0.0F}, Case{{37, 23}, 9.0F, 0.0F}, Case{{37, 23}, 1.3F, 0.0F},
                           Case{{32, 16}, 4.0F, 1.0F, true}, Case{{39, 25}, 3.0F, 2.0F},
                           Case{{39, 25}, 3.0F, 3.0F}, Case{{39, 25}, 3.0F, 0.5F}}) {
@@ -143,8 +144,9 @@ TEST_F(BlurTest, BlursTransparentBlackWithoutAnInput)
 TEST_F(BlurTest, GlowKeepsTexelsFromTheThresholdOn)
 {
     // Green of 0.5, 1, 1.5 and 2; the kernel of these small radii has one tap.
-    const auto input = makeTexture(
-        4, 1, GL_RGBA32F, [](int x, int) { return QVector4D(0, 0.5F + 0.5F * static_cast<float>(x), 0, 0.25F); });
+    const auto input = makeTexture(4, 1, GL_RGBA32F, [](int x, int) {
+        return QVector4D(0, 0.5F + 0.5F * static_cast<float>(x), 0, 0.25F);
+    });
     Runner<BlurAndCombineRenderPass> pass;
     const auto expect = [&](float radius, float threshold, float first) {
         EXPECT_TRUE(equal(pass.render({QRect(0, 0, 4, 1), nullptr, radius, threshold, 1.0F, input}),
@@ -175,11 +177,10 @@ TEST_F(BlurTest, GlowAddsTheBlurredFrame)
         });
         const Pixels rows = convolve(selected, size, static_cast<double>(radius), true);
         const Pixels glow = convolve(rows, size, static_cast<double>(radius), false, false);
-        EXPECT_TRUE(equal(pass.render({QRect(3, 4, 32, 16), normalTexture, radius, threshold, 0.75F, brightTexture}),
-                          Pixels::generate(32, 16, [&](int x, int y) {
-                              return normal.at(x, y) + 0.75F * glow.at(x, y);
-                          }),
-                          tolerance));
+        EXPECT_TRUE(equal(
+            pass.render({QRect(3, 4, 32, 16), normalTexture, radius, threshold, 0.75F, brightTexture}),
+            Pixels::generate(32, 16, [&](int x, int y) { return normal.at(x, y) + 0.75F * glow.at(x, y); }),
+            tolerance));
     }
     // Either frame alone.
     const Pixels white = Pixels::filled(4, 4, {1, 1, 1, 1});

@@ -29,8 +29,8 @@ struct FoldedKernel
     QVector<float> offsets;
 };
 
-/// Computes the kernel with one rounded operation a line; volatile keeps the compiler from fusing or reordering
-/// them.
+/// Computes the kernel with one rounded operation a line; volatile keeps the compiler from fusing or
+/// reordering them.
 FoldedKernel kernelStepByStep(float radius)
 {
     const volatile float sigma = radius + 0.0001F;

@@ -42,7 +42,8 @@ double blurAt(double distance, const Lens& lens)
     return std::clamp(std::abs(imageOfPoint - imageInFocus) * (d - f) / (d * lens.fstop * 0.03), 0.0, 1.0);
 }
 
-/// Three rings of 3, 6 and 9 taps around a pixel. The dither, a fraction of a percent of a pixel, is left out.
+/// Three rings of 3, 6 and 9 taps around a pixel. The dither, a fraction of a percent of a pixel, is left
+/// out.
 QVector4D bokeh(const Pixels& frame, int x, int y, double blur)
 {
     QVector3D sum = frame.at(x, y).toVector3D();
@@ -89,8 +90,12 @@ protected:
 
     std::vector<Input> inputs(const Lens& lens) const
     {
-        return {QRect(0, 0, width, height), frame, depth, static_cast<float>(lens.focalDepth),
-                static_cast<float>(lens.focalLength), static_cast<float>(lens.fstop)};
+        return {QRect(0, 0, width, height),
+                frame,
+                depth,
+                static_cast<float>(lens.focalDepth),
+                static_cast<float>(lens.focalLength),
+                static_cast<float>(lens.fstop)};
     }
 
     const Pixels image = Pixels::generate(width, height, [](int x, int y) {
@@ -135,7 +140,8 @@ TEST_F(DepthOfFieldTest, StaysSharpWithoutALensOrDepth)
 {
     Runner<DepthOfFieldRenderPass> pass;
     for (const Lens& lens : {Lens{2.0, 0.0, 2.0}, Lens{0.0, 12.0, 2.0}, Lens{0.0, 0.0, 0.0}}) {
-        EXPECT_TRUE(equal(pass.render(inputs(lens)), opaqueImage)) << lens.focalDepth << " " << lens.focalLength;
+        EXPECT_TRUE(equal(pass.render(inputs(lens)), opaqueImage))
+            << lens.focalDepth << " " << lens.focalLength;
     }
     depth.reset();
     EXPECT_TRUE(equal(pass.render(inputs({2.0, 24.0, 1.0})), opaqueImage));

@@ -77,7 +77,8 @@ public:
         const auto excess = [&](double reach) {
             const double a = reach * along;
             const double b = across / 2.0;
-            return static_cast<double>((isHorizontal ? m_image.linear(x + a, y + b) : m_image.linear(x + b, y + a)).y()) -
+            return static_cast<double>(
+                       (isHorizontal ? m_image.linear(x + a, y + b) : m_image.linear(x + b, y + a)).y()) -
                    edgeLuma;
         };
 
@@ -161,13 +162,12 @@ TEST_F(FastApproximateAntiAliasingRenderPassTest, FiltersAsTheMethodDefines)
         QVariant value;
         Parameters parameters;
     };
-    for (const Case& c :
-         {Case{"defaults", Pass::SubPixelQuality, {}, {}},
-          Case{"long steps", Pass::RcpFrameQuality, 2.0F, {.stepX = 2.0}},
-          Case{"soft", Pass::SubPixelQuality, 1.0F, {.subpix = 1.0}},
-          Case{"strong edges", Pass::EdgeThresholdQuality, 0.6F, {.threshold = 0.6}},
-          Case{"bright edges", Pass::EdgeThresholdMinQuality, 0.5F, {.thresholdMin = 0.5}},
-          Case{"a text counts as 0", Pass::SubPixelQuality, u"much"_s, {.subpix = 0.0}}}) {
+    for (const Case& c : {Case{"defaults", Pass::SubPixelQuality, {}, {}},
+                          Case{"long steps", Pass::RcpFrameQuality, 2.0F, {.stepX = 2.0}},
+                          Case{"soft", Pass::SubPixelQuality, 1.0F, {.subpix = 1.0}},
+                          Case{"strong edges", Pass::EdgeThresholdQuality, 0.6F, {.threshold = 0.6}},
+                          Case{"bright edges", Pass::EdgeThresholdMinQuality, 0.5F, {.thresholdMin = 0.5}},
+                          Case{"a text counts as 0", Pass::SubPixelQuality, u"much"_s, {.subpix = 0.0}}}) {
         Runner<Pass> pass;
         pass.set(c.port, c.value);
         const Pixels actual = pass.render({viewport, frame}).roundedToBytes();
@@ -205,7 +205,8 @@ TEST_F(FastApproximateAntiAliasingRenderPassTest, FindsNoEdgesWithoutGreen)
     // With a minimum threshold of 0 the filter runs, shifts nothing and writes the green, 0, as alpha.
     const Pixels transparent = red.mapped([](const QVector4D& c) { return QVector4D(c.toVector3D(), 0.0F); });
     Runner<Pass> pass;
-    EXPECT_TRUE(equal(pass.render({QRect(0, 0, 16, 16), frame}).roundedToBytes(), transparent.roundedToBytes()));
+    EXPECT_TRUE(
+        equal(pass.render({QRect(0, 0, 16, 16), frame}).roundedToBytes(), transparent.roundedToBytes()));
     pass.set(Pass::EdgeThresholdMinQuality, 0.01F);
     EXPECT_TRUE(equal(pass.render().roundedToBytes(), red.roundedToBytes()));
 }

@@ -20,8 +20,8 @@ double luminanceOf(const QVector4D& colour)
 }
 
 // Widths that are no multiple of 8, portrait and panorama formats, viewports that leave the reduced target no
-// texels, and viewports of another size than the frame's. The largest sum has more texels than a shader of the
-// software rasteriser may iterate over.
+// texels, and viewports of another size than the frame's. The largest sum has more texels than a shader of
+// the software rasteriser may iterate over.
 TEST_F(LuminanceAverageTest, IsTheMeanWhateverTheShape)
 {
     Runner<Pass> pass;
@@ -36,7 +36,8 @@ TEST_F(LuminanceAverageTest, IsTheMeanWhateverTheShape)
         const auto frame = makeTexture(image, GL_RGBA32F);
         const Pixels actual = pass.render({QRect(QPoint(0, 0), viewport), frame});
         // The shader sums in single precision.
-        EXPECT_TRUE(equal(actual, Pixels::filled(1, 1, image.mean()), 2e-6F)) << size.width() << "x" << size.height();
+        EXPECT_TRUE(equal(actual, Pixels::filled(1, 1, image.mean()), 2e-6F))
+            << size.width() << "x" << size.height();
         EXPECT_NEAR(pass->output(Pass::AverageLuminance).toDouble(), luminanceOf(image.mean()), 2e-6);
     }
 }
@@ -49,7 +50,8 @@ TEST_F(LuminanceAverageTest, CountsEveryTexelOnce)
         Pixels image = Pixels::filled(53, 131, {});
         image.at(x, y) = {53.0F * 131.0F, 0.25F * 53.0F * 131.0F, 0, 0};
         const auto frame = makeTexture(image, GL_RGBA32F);
-        EXPECT_TRUE(equal(pass.render({QRect(0, 0, 53, 131), frame}), Pixels::filled(1, 1, {1, 0.25F, 0, 0}), 1e-6F))
+        EXPECT_TRUE(
+            equal(pass.render({QRect(0, 0, 53, 131), frame}), Pixels::filled(1, 1, {1, 0.25F, 0, 0}), 1e-6F))
             << x << ", " << y;
     }
 }
@@ -57,7 +59,8 @@ TEST_F(LuminanceAverageTest, CountsEveryTexelOnce)
 TEST_F(LuminanceAverageTest, KeepsItsTargetAndReleasesTheFrame)
 {
     Runner<Pass> pass;
-    pass.run({QRect(0, 0, 32, 32), makePooledTexture(Pixels::filled(32, 32, {1, 1, 1, 1}), TextureFormat::RGBA16F)});
+    pass.run({QRect(0, 0, 32, 32),
+              makePooledTexture(Pixels::filled(32, 32, {1, 1, 1, 1}), TextureFormat::RGBA16F)});
     EXPECT_EQ(TextureManager::Instance()->numReferences(), 0);
     const Texture* before = pass.texture();
     EXPECT_TRUE(equal(pass.render({QRect(0, 0, 80, 20), nullptr}), Pixels::filled(1, 1, {})));

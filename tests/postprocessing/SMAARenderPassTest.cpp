@@ -25,7 +25,8 @@ protected:
     {
         Runner<Pass> pass;
         pass.run({QRect(0, 0, image.width, image.height), makePooledTexture(image, TextureFormat::RGBA8)});
-        return {pass.pixels(0).roundedToBytes(), pass.pixels(1).roundedToBytes(), pass.pixels(2).roundedToBytes()};
+        return {pass.pixels(0).roundedToBytes(), pass.pixels(1).roundedToBytes(),
+                pass.pixels(2).roundedToBytes()};
     }
 };
 
@@ -46,17 +47,16 @@ QVector4D noise(std::mt19937& random)
 TEST_F(SMAARenderPassTest, FindsEdgesByTheStrongestChannelAndTheLocalContrast)
 {
     std::mt19937 random(3);
-    const Pixels image =
-        Pixels::generate(48, 40, [&](int x, int y) {
-            QVector4D value = noise(random);
-            value += x / 5 % 2 == y / 7 % 2 ? QVector4D(0, 0.4F, 0, 0) : QVector4D(0.1F, 0, 0, 0);
-            return value;
-        }).roundedToBytes();
+    const Pixels image = Pixels::generate(48, 40, [&](int x, int y) {
+                             QVector4D value = noise(random);
+                             value +=
+                                 x / 5 % 2 == y / 7 % 2 ? QVector4D(0, 0.4F, 0, 0) : QVector4D(0.1F, 0, 0, 0);
+                             return value;
+                         }).roundedToBytes();
     const Pixels edges = run(image)[Pass::EdgeTexture];
     // In whole steps of 1 / 255.
     const auto difference = [&](int x, int y, int dx, int dy) {
-        const QVector4D d =
-            255.0F * (image.at(x, y) - image.clamped(x + dx, y + dy));
+        const QVector4D d = 255.0F * (image.at(x, y) - image.clamped(x + dx, y + dy));
         return std::lround(std::max({std::abs(d.x()), std::abs(d.y()), std::abs(d.z())}));
     };
     int numHidden = 0;
@@ -132,8 +132,8 @@ TEST_F(SMAARenderPassTest, TurnsStaircasesIntoLines)
     }
 }
 
-// Along an endless diagonal, the line may run through the pixel corners on either side. The method takes the mean
-// of both, each of which cuts a half off the pixels of one side.
+// Along an endless diagonal, the line may run through the pixel corners on either side. The method takes the
+// mean of both, each of which cuts a half off the pixels of one side.
 TEST_F(SMAARenderPassTest, SmoothsDiagonals)
 {
     constexpr int extent = 80;
@@ -165,18 +165,19 @@ TEST_F(SMAARenderPassTest, TreatsRisingAndFallingRampsAlike)
         return Pixels::generate(extent, extent, [&](int x, int y) { return image.at(extent - 1 - x, y); });
     };
     for (int length = 3; length <= 9; ++length) {
-        const Pixels rising = threshold(
-            extent, extent, [&](double x, double y) { return y < 15.5 + std::clamp(x - 15.5, 0.0, 1.0 * length); });
-        // A diagonal suppresses the texel's other edge, but not that of the mirrored texel, to which a riser of
-        // one texel still contributes an eighth.
+        const Pixels rising = threshold(extent, extent, [&](double x, double y) {
+            return y < 15.5 + std::clamp(x - 15.5, 0.0, 1.0 * length);
+        });
+        // A diagonal suppresses the texel's other edge, but not that of the mirrored texel, to which a riser
+        // of one texel still contributes an eighth.
         EXPECT_TRUE(equal(run(mirrored(rising))[0], mirrored(run(rising)[0]), 0.125F)) << length;
     }
 }
 
 TEST_F(SMAARenderPassTest, KeepsCornersSharp)
 {
-    // At a corner, the line from half a pixel beside the end to the centre of the side cuts off about a half, of
-    // which a quarter is kept. The sides are long: shorter shapes are rounded more.
+    // At a corner, the line from half a pixel beside the end to the centre of the side cuts off about a half,
+    // of which a quarter is kept. The sides are long: shorter shapes are rounded more.
     constexpr int side = 40;
     const Pixels rectangle = threshold(
         64, 64, [](double x, double y) { return x > 12 && x < 12 + side && y > 12 && y < 12 + side; });

@@ -48,7 +48,8 @@ TEST_F(TemporalAARenderPassTest, IsTheMeanOfTheFramesAfterTheRestart)
     for (unsigned int i = 2; i <= 12; ++i) {
         frames.push_back(frame(i));
         // Every frame rounds once more, and the errors of earlier frames count less and less.
-        const float tolerance = i == 2 ? 1e-6F : blendingTolerance * (1.0F + 0.5F * static_cast<float>(i - 3));
+        const float tolerance =
+            i == 2 ? 1e-6F : blendingTolerance * (1.0F + 0.5F * static_cast<float>(i - 3));
         EXPECT_TRUE(equal(run(pass, frames.back()), mean(frames), tolerance)) << "frame " << i;
     }
 }

@@ -17,8 +17,8 @@ class Texture;
 /// an earlier set of files reads nothing.
 ///
 /// Reads every format that Qt reads. Writes GL_RGBA faces (8 bits a channel, straight alpha, values as in the
-/// file), top row first as cube maps need them, with linear filters and clamped to the edge. The cube maps are
-/// owned by the pass and deleted with it.
+/// file), top row first as cube maps need them, with linear filters and clamped to the edge. The cube maps
+/// are owned by the pass and deleted with it.
 ///
 /// If a file cannot be read, or its image is larger than the driver allows, the face is one transparent black
 /// texel; a line on the information channel says why, unless the path is that of the previous set. Faces must

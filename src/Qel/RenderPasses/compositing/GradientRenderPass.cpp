@@ -58,8 +58,9 @@ const PassDescription& GradientRenderPass::description()
                     .whenMissing = u"the whole texture is filled with the top colour, opaque"_s,
                     .defaultValue = QColor(153, 153, 153, 255)}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
-                     .meaning = u"the gradient, straight alpha, in the encoding of the colours; RGBA32F, owned "
-                                "by the pass"_s}}};
+                     .meaning =
+                         u"the gradient, straight alpha, in the encoding of the colours; RGBA32F, owned "
+                         "by the pass"_s}}};
     return description;
 }
 

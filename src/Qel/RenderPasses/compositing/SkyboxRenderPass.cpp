@@ -81,19 +81,22 @@ const PassDescription& SkyboxRenderPass::description()
                     .meaning = u"the environment as a cube map"_s,
                     .whenMissing = u"the latitude-longitude image is used"_s},
                    {.name = u"Qel_QelTexture*_LatLongMap"_s,
-                    .meaning = u"the environment as a latitude-longitude image, bottom row straight down; not "
-                               "used with a cube map"_s,
+                    .meaning =
+                        u"the environment as a latitude-longitude image, bottom row straight down; not "
+                        "used with a cube map"_s,
                     .whenMissing = u"without a cube map too, the frame is published unchanged"_s},
                    {.name = u"Qel_QelTexture*_Frame"_s,
                     .meaning = u"the colour texture to draw into"_s,
                     .whenMissing = u"a new texture, RGBA16F, cleared to opaque black"_s},
                    {.name = u"Qel_QelTexture*_Depth"_s,
-                    .meaning = u"depth-stencil texture of the frame; the stencil is not 0 where the scene was "
-                               "drawn"_s,
+                    .meaning =
+                        u"depth-stencil texture of the frame; the stencil is not 0 where the scene was "
+                        "drawn"_s,
                     .whenMissing = u"the whole frame is background"_s}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
-                     .meaning = u"the input frame, or the new one, with the environment drawn into it; colour "
-                                "encoding and alpha of the environment"_s}}};
+                     .meaning =
+                         u"the input frame, or the new one, with the environment drawn into it; colour "
+                         "encoding and alpha of the environment"_s}}};
     return description;
 }
 
@@ -140,7 +143,8 @@ void SkyboxRenderPass::start(RenderCallbacks* callbacks)
     auto* depth = getInputPointer<Texture>(Depth);
     const InputReferences inputs(cubemap, latLongMap, frame, depth);
     const PooledTexture newFrame = frame ? PooledTexture() : PooledTexture(TextureFormat::RGBA16F, size);
-    const PooledTexture newDepth = depth ? PooledTexture() : PooledTexture(TextureFormat::Depth24Stencil8, size);
+    const PooledTexture newDepth =
+        depth ? PooledTexture() : PooledTexture(TextureFormat::Depth24Stencil8, size);
     frame = frame ? frame : newFrame.get();
     depth = depth ? depth : newDepth.get();
 

@@ -26,8 +26,9 @@ const PassDescription& TextureLoaderRenderPass::description()
                     .whenMissing = u"a texture without an image; one opaque white texel if a path was set "
                                    "before"_s}},
         .outputs = {{.name = u"Qel_QelTexture*_Texture"_s,
-                     .meaning = u"the image, bottom row first, with straight alpha and the colour encoding of "
-                                "the file; RGBA8, read-only, owned by the pass"_s}}};
+                     .meaning =
+                         u"the image, bottom row first, with straight alpha and the colour encoding of "
+                         "the file; RGBA8, read-only, owned by the pass"_s}}};
     return description;
 }
 

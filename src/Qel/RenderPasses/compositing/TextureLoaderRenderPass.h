@@ -15,8 +15,8 @@ class Texture;
 ///
 /// Reads every format that Qt reads. Writes a GL_RGBA texture (8 bits a channel, straight alpha, values as in
 /// the file) whose first row is the bottom row of the image. The pass owns the texture, one object for its
-/// whole life: its image is replaced when the path changes. A file that changes on disk is not read again. The
-/// texture keeps GL's default parameters: mipmapped minification and repeat.
+/// whole life: its image is replaced when the path changes. A file that changes on disk is not read again.
+/// The texture keeps GL's default parameters: mipmapped minification and repeat.
 ///
 /// If the file cannot be read, or the image is larger than the driver allows, the texture is one opaque white
 /// texel, and a line on the information channel says why. Qt itself refuses images that need more memory than

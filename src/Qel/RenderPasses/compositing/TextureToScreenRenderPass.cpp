@@ -14,8 +14,8 @@ namespace {
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/TextureToScreenRenderPass";
 
-// Deliberate: the last line is evaluated from left to right, so the sum is divided by step.x and multiplied by
-// step.y. A square step of n yields the sum of n * n texels, not their mean.
+// Deliberate: the last line is evaluated from left to right, so the sum is divided by step.x and multiplied
+// by step.y. A square step of n yields the sum of n * n texels, not their mean.
 const QString fragmentSource = uR"(#version 150
 #include "QelUtilities.glslh"
 uniform sampler2D u_SamplerTexture;
@@ -49,8 +49,9 @@ const PassDescription& TextureToScreenRenderPass::description()
                     .meaning = u"the image, in the screen's colour encoding"_s,
                     .whenMissing = u"the screen is cleared; transparent black with super-sampling"_s},
                    {.name = u"Qel_Bool_EnableSuperSampling"_s,
-                    .meaning = u"whether a shader sums the block of texels that each pixel covers, instead of "
-                               "a blit"_s,
+                    .meaning =
+                        u"whether a shader sums the block of texels that each pixel covers, instead of "
+                        "a blit"_s,
                     .whenMissing = u"the value of the previous frame, initially off"_s}},
         .outputs = {}};
     return description;

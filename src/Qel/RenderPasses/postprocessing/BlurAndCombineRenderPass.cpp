@@ -71,8 +71,9 @@ const PassDescription& BlurAndCombineRenderPass::description()
                     .whenMissing = u"the normal frame is published unchanged"_s,
                     .range = u"texels; 0 or less publishes the normal frame unchanged"_s},
                    {.name = u"Qel_float_GlowThreshold"_s,
-                    .meaning = u"luma (Rec. 709 weights) from which a texel glows; a change takes effect with the "
-                               "next change of the radius"_s,
+                    .meaning =
+                        u"luma (Rec. 709 weights) from which a texel glows; a change takes effect with the "
+                        "next change of the radius"_s,
                     .whenMissing = u"everything glows"_s,
                     .range = u"0 or less lets everything glow"_s},
                    {.name = u"Qel_float_GlowAmount"_s,
@@ -80,7 +81,8 @@ const PassDescription& BlurAndCombineRenderPass::description()
                     .whenMissing = u"the normal frame is published unchanged"_s,
                     .range = u"0 or less publishes the normal frame unchanged"_s},
                    {.name = u"Qel_QelTexture*_BlurFrame"_s,
-                    .meaning = u"the frame whose texels glow; premultiplied alpha, encoded as the normal frame"_s,
+                    .meaning =
+                        u"the frame whose texels glow; premultiplied alpha, encoded as the normal frame"_s,
                     .whenMissing = u"no glow"_s}},
         .outputs = {{.name = u"Qel_QelTexture*_Output"_s,
                      .meaning = u"the sum of normal frame and glow in all four channels, not clamped, in the "

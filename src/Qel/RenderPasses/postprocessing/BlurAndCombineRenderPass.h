@@ -12,9 +12,9 @@ namespace Morvane::Qel {
 /// nothing is clamped. A radius or an amount of 0 or less publishes the normal frame itself.
 ///
 /// The horizontal draw copies texels of the blur frame with an alpha of 0 unchanged; the vertical draw blurs
-/// them. The threshold makes darker texels transparent, so with it the glow spreads only up and down. For glow
-/// in all directions, set no threshold and pass a blur frame whose bright texels were selected before, with
-/// alpha kept.
+/// them. The threshold makes darker texels transparent, so with it the glow spreads only up and down. For
+/// glow in all directions, set no threshold and pass a blur frame whose bright texels were selected before,
+/// with alpha kept.
 ///
 /// The threshold reaches the shader only together with a new radius: changed alone, it takes effect with the
 /// next change of the radius, except that crossing 0 turns the selection of bright texels on or off.

@@ -18,8 +18,8 @@ namespace Morvane::Qel {
 
 namespace {
 
-// Deliberate: u_ResolutionDivider is not used, and the output's name is not the one bound to draw buffer 0; as
-// the only output it is written there all the same.
+// Deliberate: u_ResolutionDivider is not used, and the output's name is not the one bound to draw buffer 0;
+// as the only output it is written there all the same.
 const QString baseFragmentSource = uR"(#version 150
 uniform sampler2D u_Input;
 uniform vec2 stepVec;
@@ -59,7 +59,8 @@ struct Kernel
     QVector<float> offsets;
 };
 
-/// The centre tap and those on one side of it, at whole texels, normalised over both sides. Their number is odd.
+/// The centre tap and those on one side of it, at whole texels, normalised over both sides. Their number is
+/// odd.
 Kernel sampleGaussian(float radius)
 {
     constexpr double squareRootOf2Pi = 2.5066282746310002;

@@ -16,8 +16,8 @@ namespace {
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/DepthOfFieldRenderPass";
 
-// Settings without a port are constants, including those of features that are off, which the compiler removes.
-// texture() replaces texture2D(), which version 150 deprecates and forward-compatible contexts lack.
+// Settings without a port are constants, including those of features that are off, which the compiler
+// removes. texture() replaces texture2D(), which version 150 deprecates and forward-compatible contexts lack.
 const QString fragmentSource = uR"(#version 150
 #define PI 3.14159265
 
@@ -233,7 +233,8 @@ const PassDescription& DepthOfFieldRenderPass::description()
                     .meaning = u"whether the focal plane lies at the depth found at the focus point"_s,
                     .whenMissing = u"the focal depth is used"_s},
                    {.name = u"Qel_QVector2D_Focus"_s,
-                    .meaning = u"focus point of autofocus, in texture coordinates; origin at the lower left"_s,
+                    .meaning =
+                        u"focus point of autofocus, in texture coordinates; origin at the lower left"_s,
                     .whenMissing = u"the lower left corner"_s,
                     .range = u"0 to 1"_s}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
@@ -272,7 +273,8 @@ void DepthOfFieldRenderPass::start(RenderCallbacks* /*callbacks*/)
     const AutoBinder programBinder(m_program.get());
     checkGLError(sourceFile, __LINE__);
     const BoundSampler frames(*m_program, m_renderedTexture, frame, Sampling::Linear);
-    const BoundSampler depths(*m_program, m_depthTexture, orTransparent(depth, m_fallbackDepth), Sampling::Own);
+    const BoundSampler depths(*m_program, m_depthTexture, orTransparent(depth, m_fallbackDepth),
+                              Sampling::Own);
     m_program->setUniform(m_renderedTextureWidth, m_width);
     m_program->setUniform(m_renderedTextureHeight, m_height);
     m_program->setUniform(m_focalDepth, m_inputs[FocalDepth].value.toFloat());

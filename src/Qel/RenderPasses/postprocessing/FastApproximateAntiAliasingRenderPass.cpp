@@ -14,8 +14,8 @@ namespace {
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/FastApproximateAntiAliasingRenderPass";
 
-// Deliberate: u_RcpFrameQuality scales only the horizontal texel size, which lengthens the steps of the search
-// along horizontal edges and the shifts across vertical ones. `colour` is never used.
+// Deliberate: u_RcpFrameQuality scales only the horizontal texel size, which lengthens the steps of the
+// search along horizontal edges and the shifts across vertical ones. `colour` is never used.
 const QString fragmentSource = uR"(#version 150
 #include "FXAA.glslh"
 uniform sampler2D u_FrameSampler;
@@ -71,7 +71,8 @@ const PassDescription& FastApproximateAntiAliasingRenderPass::description()
                     .whenMissing = u"0.166"_s,
                     .range = u"0 to 1"_s},
                    {.name = u"Qel_float_EdgeThresholdMinQuality"_s,
-                    .meaning = u"minimum local contrast that is filtered, absolute; leaves dark areas unchanged"_s,
+                    .meaning =
+                        u"minimum local contrast that is filtered, absolute; leaves dark areas unchanged"_s,
                     .whenMissing = u"0"_s,
                     .range = u"0 to 1"_s}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,

@@ -67,8 +67,7 @@ void GaussianBlurRenderPass::start(RenderCallbacks* /*callbacks*/)
     const PooledTexture blurred(TextureFormat::RGBA16F, size);
     // Deliberate: opaque red, and still set after the pass.
     glClearColor(1.0F, 0.0F, 0.0F, 1.0F);
-    drawBlurred(blurredRows.get(), blurred.get(),
-                QVector2D(0.0F, 1.0F / static_cast<float>(size.height())));
+    drawBlurred(blurredRows.get(), blurred.get(), QVector2D(0.0F, 1.0F / static_cast<float>(size.height())));
     m_outputs[Output].value = blurred.publish(m_outputs[Output].users);
 }
 

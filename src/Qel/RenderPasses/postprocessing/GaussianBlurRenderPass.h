@@ -8,8 +8,8 @@ namespace Morvane::Qel {
 /// or a fraction of it.
 ///
 /// Reads a colour texture, sampled with linear filters and clamped to its edge. Writes a pooled texture
-/// (RGBA16F) of the reduced size, whose consumers own its references. A radius of 1 or less publishes the input
-/// itself. Alpha is blurred like the colours; both draws copy texels with an alpha of 0 unchanged.
+/// (RGBA16F) of the reduced size, whose consumers own its references. A radius of 1 or less publishes the
+/// input itself. Alpha is blurred like the colours; both draws copy texels with an alpha of 0 unchanged.
 ///
 /// GL state: requires blending and scissor test to be off; leaves depth test and depth mask off and,
 /// deliberately, the clear colour at opaque red.

@@ -110,7 +110,8 @@ const PassDescription& LuminanceAverageRenderPass::description()
         .inputs = {viewportInput(u"size of the frame; the origin must be (0, 0)"_s,
                                  u"the frame is averaged in one draw"_s),
                    {.name = u"Qel_QelTexture*_Texture"_s,
-                    .meaning = u"the frame to measure; linear colour gives luminance, values are used as they are"_s,
+                    .meaning =
+                        u"the frame to measure; linear colour gives luminance, values are used as they are"_s,
                     .whenMissing = u"the mean is transparent black"_s}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning = u"the mean of each channel, alpha included, in the frame's encoding; 1 x 1, "
@@ -147,10 +148,10 @@ void LuminanceAverageRenderPass::start(RenderCallbacks* /*callbacks*/)
     QVector2D renderSize(1.0F, 1.0F);
     Texture* reduced = m_reduction ? m_reduction->attachment(GL_COLOR_ATTACHMENT0) : nullptr;
     if (reduced && !reduced->size().isEmpty() && viewport.height() > 0) {
-        // The target is square, the frame is not: with steps of frame size over target size, texels would count
-        // twice or not at all. With the smallest whole number of texels as step with which the frame fits, each
-        // texel counts once. The frame then covers the first `covered` pixels of the target, the last of them
-        // partly; the rest is empty. The second draw divides by the covered part.
+        // The target is square, the frame is not: with steps of frame size over target size, texels would
+        // count twice or not at all. With the smallest whole number of texels as step with which the frame
+        // fits, each texel counts once. The frame then covers the first `covered` pixels of the target, the
+        // last of them partly; the rest is empty. The second draw divides by the covered part.
         const auto side = static_cast<float>(reduced->size().width());
         const float drawnHeight = std::min(side, static_cast<float>(viewport.height()));
         const QSize size = sizeOf(source);

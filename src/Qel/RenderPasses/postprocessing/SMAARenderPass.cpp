@@ -162,15 +162,16 @@ const PassDescription& SMAARenderPass::description()
                    {.name = u"Qel_QelTexture*_Depth"_s,
                     .meaning = u"not read"_s,
                     .whenMissing = u"nothing changes"_s}},
-        .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
-                     .meaning = u"the anti-aliased frame, encoded as the input, alpha blended like the colours; "
-                                "RGBA8, pooled"_s},
-                    {.name = u"Qel_QelTexture*_EdgeTex"_s,
-                     .meaning = u"edges as data: 1 where there is an edge to the left neighbour (red) or to the "
-                                "one below (green), blue and alpha undefined; RGBA8, pooled"_s},
-                    {.name = u"Qel_QelTexture*_BlendTex"_s,
-                     .meaning = u"blending weights as data, 0 to 1: of the edge below (red, green) and of the edge "
-                                "on the left (blue, alpha); RGBA8, pooled"_s}}};
+        .outputs = {
+            {.name = u"Qel_QelTexture*_Frame"_s,
+             .meaning = u"the anti-aliased frame, encoded as the input, alpha blended like the colours; "
+                        "RGBA8, pooled"_s},
+            {.name = u"Qel_QelTexture*_EdgeTex"_s,
+             .meaning = u"edges as data: 1 where there is an edge to the left neighbour (red) or to the "
+                        "one below (green), blue and alpha undefined; RGBA8, pooled"_s},
+            {.name = u"Qel_QelTexture*_BlendTex"_s,
+             .meaning = u"blending weights as data, 0 to 1: of the edge below (red, green) and of the edge "
+                        "on the left (blue, alpha); RGBA8, pooled"_s}}};
     return description;
 }
 

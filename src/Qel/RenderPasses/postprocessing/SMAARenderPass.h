@@ -14,14 +14,14 @@
 
 namespace Morvane::Qel {
 
-/// Anti-aliases a finished frame in three full-screen draws: detects edges by colour, computes from their shape
-/// how much of each pixel they cover, and blends neighbouring pixels by it (J. Jimenez, J. I. Echevarria,
-/// T. Sousa, D. Gutierrez: SMAA: Enhanced subpixel morphological antialiasing, 2012).
+/// Anti-aliases a finished frame in three full-screen draws: detects edges by colour, computes from their
+/// shape how much of each pixel they cover, and blends neighbouring pixels by it (J. Jimenez, J. I.
+/// Echevarria, T. Sousa, D. Gutierrez: SMAA: Enhanced subpixel morphological antialiasing, 2012).
 ///
 /// Reads a display-encoded colour texture, sampled with linear filters and clamped to its edge. Writes three
-/// pooled textures (RGBA8): the anti-aliased frame, whose alpha is blended like the colours; the edges, red to
-/// the left neighbour and green to the one below, blue and alpha undefined; and the weights, red and green of
-/// the edge below, blue and alpha of the edge on the left.
+/// pooled textures (RGBA8): the anti-aliased frame, whose alpha is blended like the colours; the edges, red
+/// to the left neighbour and green to the one below, blue and alpha undefined; and the weights, red and green
+/// of the edge below, blue and alpha of the edge on the left.
 ///
 /// Deliberate: without a frame nothing is drawn and the outputs keep their textures. The pool may have lent
 /// them to others meanwhile, so their contents are undefined. An output whose texture the pool has deleted
@@ -30,8 +30,8 @@ namespace Morvane::Qel {
 /// GL state: all three draws clear with the current clear colour; the edges are right only if it is 0. Leaves
 /// the stencil test disabled, the depth test enabled and the viewport at the frame's size.
 ///
-/// The GL objects exist from setup to teardown and are all made anew on a new size. Deliberate: the framebuffers
-/// of the result are kept until the pass is destroyed, those replaced on a new size included.
+/// The GL objects exist from setup to teardown and are all made anew on a new size. Deliberate: the
+/// framebuffers of the result are kept until the pass is destroyed, those replaced on a new size included.
 class QEL_RENDERPASSES_EXPORT SMAARenderPass : public RenderPassHelper
 {
 public:

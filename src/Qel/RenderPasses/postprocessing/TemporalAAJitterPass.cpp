@@ -14,8 +14,8 @@ namespace {
 
 constexpr int numJitteredFrames = 30;
 
-/// Returns a uniformly distributed offset of up to half a pixel, in normalised device coordinates, which span 2
-/// units over the viewport. Deliberate: a size of 0 is not guarded and gives infinity or NaN.
+/// Returns a uniformly distributed offset of up to half a pixel, in normalised device coordinates, which span
+/// 2 units over the viewport. Deliberate: a size of 0 is not guarded and gives infinity or NaN.
 float randomOffset(int size)
 {
     return static_cast<float>(drand48() - 0.5) * 2.0F / static_cast<float>(size);
@@ -67,8 +67,8 @@ void TemporalAAJitterPass::start(RenderCallbacks* /*callbacks*/)
         jitter.translate(dx, dy, 0.0F);
         --m_framesLeft;
     }
-    // A variant keeps a matrix on the heap. Two variants alternate, so that the one no consumer holds any more is
-    // written in place, without an allocation.
+    // A variant keeps a matrix on the heap. Two variants alternate, so that the one no consumer holds any
+    // more is written in place, without an allocation.
     std::swap(m_values[0], m_values[1]);
     *static_cast<QMatrix4x4*>(m_values[0].data()) = jitter * projection;
     m_outputs[JitteredProjectionMatrix].value = m_values[0];

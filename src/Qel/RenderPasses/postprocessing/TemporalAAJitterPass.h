@@ -12,14 +12,14 @@ namespace Morvane::Qel {
 
 class ViewWatch;
 
-/// Shifts the projection of a still view by random sub-pixel offsets, so that later passes sample each pixel at
-/// other positions every frame (R. L. Cook: Stochastic sampling in computer graphics, 1986) and
+/// Shifts the projection of a still view by random sub-pixel offsets, so that later passes sample each pixel
+/// at other positions every frame (R. L. Cook: Stochastic sampling in computer graphics, 1986) and
 /// TemporalAARenderPass can average them.
 ///
-/// A change of size, projection or camera restarts the sequence, and so does a dirty flag that is true or unset.
-/// The frame of the restart has no jitter; the 30 frames after it are jittered; later frames are not. Offsets
-/// are uniform within half a pixel in x and y, the same at every depth, and come from drand48, which the pass
-/// never seeds.
+/// A change of size, projection or camera restarts the sequence, and so does a dirty flag that is true or
+/// unset. The frame of the restart has no jitter; the 30 frames after it are jittered; later frames are not.
+/// Offsets are uniform within half a pixel in x and y, the same at every depth, and come from drand48, which
+/// the pass never seeds.
 ///
 /// Makes no GL calls.
 class QEL_RENDERPASSES_EXPORT TemporalAAJitterPass : public RenderPassHelper
