@@ -1,4 +1,6 @@
 #include <QColor>
+#include <QDir>
+#include <QFile>
 #include <QImage>
 
 #include <algorithm>
@@ -7,6 +9,7 @@
 #include <csignal>
 #include <limits>
 
+#include <gtest/gtest.h>
 #include <sys/resource.h>
 
 #include <OpenEXR/ImfChannelList.h>
@@ -18,7 +21,7 @@
 
 #include <Qel/graph/ImageIO.h>
 
-#include "support/TempFolder.h"
+#include "support/Folder.h"
 
 using namespace Qt::StringLiterals;
 
@@ -57,7 +60,7 @@ protected:
         return error;
     }
 
-    TempFolder m_folder;
+    Folder m_folder;
 };
 
 const std::vector<float>& floats(const Image& image)
@@ -205,16 +208,16 @@ TEST_F(ImageIO, FailedWritesNameTheCauseAndLeaveNoFile)
     for (const char* name : {"a.jpg", "a", "a.png.bak"}) {
         EXPECT_TRUE(writeError(image, path(QString::fromUtf8(name))).contains(u".png or an .exr"_s));
     }
-    ASSERT_TRUE(QDir(m_folder.path()).mkdir(u"folder.exr"_s));
+    ASSERT_TRUE(QDir(m_folder.path({})).mkdir(u"folder.exr"_s));
     writeError(image, path(u"folder.exr"_s));
     EXPECT_TRUE(writeError({1, 1, rgba.first(1), std::vector<quint32>{1}}, path(u"id.png"_s))
-                    .contains(u"integers"_s));
-    EXPECT_EQ(m_folder.files(), QStringList());
+                    .contains(u"integer images"_s));
+    EXPECT_EQ(m_folder.files(u"*"_s), QStringList());
 
     QString error;
     EXPECT_FALSE(checkImagePath(path(u"none/a.png"_s), &error));
     EXPECT_TRUE(checkImagePath(path(u"a.EXR"_s), &error));
-    EXPECT_EQ(m_folder.files(), QStringList());
+    EXPECT_EQ(m_folder.files(u"*"_s), QStringList());
 }
 
 TEST_F(ImageIO, AFullDiskLeavesTheOldFile)
@@ -238,7 +241,7 @@ TEST_F(ImageIO, AFullDiskLeavesTheOldFile)
     const QString errors = writeError(large, path(u"a.png"_s)) + writeError(large, path(u"a.exr"_s));
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
     EXPECT_EQ(errors.count(u"check that the disk is not full"_s), 2) << qPrintable(errors);
-    EXPECT_EQ(m_folder.files(), (QStringList{u"a.exr"_s, u"a.png"_s}));
+    EXPECT_EQ(m_folder.files(u"*"_s), (QStringList{u"a.exr"_s, u"a.png"_s}));
     EXPECT_EQ(read(u"a.png"_s).summary(), old.summary());
     EXPECT_EQ(floats(read(u"a.exr"_s)), floats(old));
 }
@@ -248,9 +251,13 @@ TEST_F(ImageIO, DamagedFilesAreRejectedWithOneLine)
     const Image image{40, 40, rgba, std::vector<float>(size_t{40} * 40 * 4, 0.3F)};
     for (const QString& extension : {u"exr"_s, u"png"_s}) {
         write(image, u"whole."_s + extension);
-        const QByteArray bytes = m_folder.read(u"whole."_s + extension);
+        const QByteArray bytes = m_folder.contents(u"whole."_s + extension);
         const auto readDamaged = [&](const QByteArray& content) {
-            const QString name = m_folder.write(u"damaged."_s + extension, content);
+            const QString name = path(u"damaged."_s + extension);
+            QFile file(name);
+            EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+            file.write(content);
+            file.close();
             QString error;
             const bool readable = readImage(name, &error).has_value();
             EXPECT_NE(readable, error.startsWith(name)) << qPrintable(error);
@@ -270,7 +277,7 @@ TEST_F(ImageIO, DamagedFilesAreRejectedWithOneLine)
     QString error;
     EXPECT_FALSE(readImage(path(u"missing.exr"_s), &error));
     EXPECT_TRUE(error.contains(u"No such file"_s)) << qPrintable(error);
-    EXPECT_FALSE(readImage(m_folder.path(), &error));
+    EXPECT_FALSE(readImage(m_folder.path({}), &error));
     EXPECT_TRUE(error.contains(u"folder"_s)) << qPrintable(error);
 }
 

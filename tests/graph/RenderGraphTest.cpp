@@ -1,6 +1,6 @@
+#include "support/Folder.h"
 #include "support/GLTest.h"
 #include "support/Pixels.h"
-#include "support/TempFolder.h"
 
 #include <QColor>
 #include <QMatrix4x4>
@@ -78,6 +78,9 @@ public:
         pool->releaseTempTextureRef(getInputPointer<Texture>(1), 1);
         if (m_fault == u"error" || m_fault == u"stale") {
             setErrorCode(0xFFFFFFFFU);
+        } else if (m_fault == u"errorOnce") {
+            setErrorCode(1);
+            m_fault.clear();
         } else if (m_fault == u"staleLater") {
             m_fault = u"stale"_s;
         }
@@ -142,7 +145,8 @@ protected:
     {
         calls.clear();
         m_errors.clear();
-        const auto graph = loadGraph(m_folder.write("graph.json", text), &m_errors);
+        m_folder.write("graph.json", text);
+        const auto graph = loadGraph(m_folder.path("graph.json"), &m_errors);
         return graph ? RenderGraph::create(*graph, testRegistry(), options, &m_errors) : nullptr;
     }
 
@@ -166,10 +170,12 @@ protected:
         EXPECT_FALSE(graph.renderFrame(&error));
         EXPECT_EQ(graph.picture(), nullptr);
         EXPECT_EQ(TextureManager::Instance()->numReferences(), 0);
-        return m_folder.withoutPath(error);
+        return withoutPath(error);
     }
 
-    TempFolder m_folder;
+    QString withoutPath(QString text) const { return text.remove(m_folder.path({}) + u'/'); }
+
+    Folder m_folder;
     QStringList m_errors;
 };
 
@@ -312,6 +318,11 @@ TEST_F(RenderGraphTest, FailedFramesNameThePassAndReturnAllTextures)
         for (int frame = 0; frame < 2; ++frame) {
             EXPECT_EQ(failureOf(*graph), "graph.json: b: the pass reports error 0xffffffff");
         }
+        // The next frame starts without the error.
+        graph = makeValid(chain("", "errorOnce", "c"), options);
+        ASSERT_TRUE(graph);
+        EXPECT_EQ(failureOf(*graph), "graph.json: b: the pass reports error 0x1");
+        EXPECT_TRUE(renders(*graph));
         // Publishes in the first frame, then fails while its output still holds the texture of that frame,
         // which the pool deletes after some frames.
         graph = makeValid(chain("", "staleLater", "c"), options);
@@ -451,7 +462,7 @@ TEST_F(RenderGraphTest, InvalidChangesAreRefused)
     const auto refusal = [&](const QString& pass, const QString& port, const QJsonValue& value) {
         QString error;
         EXPECT_FALSE(graph->setConstant(pass, port, value, &error));
-        return m_folder.withoutPath(error);
+        return withoutPath(error);
     };
     EXPECT_EQ(refusal("aa", "Amount", 1), "graph.json: aa.Amount: no pass \"aa\"; did you mean \"a\"?");
     EXPECT_EQ(refusal("a", "Amuont", 1),
@@ -470,7 +481,7 @@ TEST_F(RenderGraphTest, InvalidChangesAreRefused)
                           "passes": [{"name": "p", "type": "ProbePass"}]})"));
     ASSERT_EQ(m_errors.size(), 2);
     EXPECT_TRUE(m_errors[0].contains(": viewport: 4x10000000 is out of range"));
-    EXPECT_TRUE(m_folder.withoutPath(m_errors[1]).startsWith("graph.json: models.scene: broken.obj: "))
+    EXPECT_TRUE(withoutPath(m_errors[1]).startsWith("graph.json: models.scene: broken.obj: "))
         << qPrintable(m_errors[1]);
     EXPECT_EQ(calls, QStringList());
 }
