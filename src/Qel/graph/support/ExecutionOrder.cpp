@@ -109,7 +109,7 @@ void cullUnusedPasses(GraphPlan& plan)
             plan.passes[i].leftOut =
                 readers[i].isEmpty()
                     ? u"nothing reads its outputs"_s
-                    : u"only culled passes read its outputs: %1"_s.arg(readers[i].join(u", "_s));
+                    : u"only unused passes read its outputs: %1"_s.arg(readers[i].join(u", "_s));
         }
     }
 }
