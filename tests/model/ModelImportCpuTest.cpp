@@ -169,7 +169,7 @@ TEST_F(ModelImport, ReadsMaterialLibraries)
     const ModelData without = import(obj, 1);
     EXPECT_EQ(without.materials.at(0).kd, QVector3D(0.8F, 0.8F, 0.8F));
     EXPECT_EQ(without.warnings.value(0),
-              obj + u": material library M2.MTL not found; its materials are drawn in grey"_s);
+              obj + u": material library Sub\\M2.MTL not found; its materials are drawn in grey"_s);
     write(u"sub/m2.mtl"_s, "newmtl x\nKd 1 0 0\n");
     EXPECT_EQ(import(obj).materials.at(0).kd, QVector3D(1, 0, 0));
 }
