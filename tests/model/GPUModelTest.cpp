@@ -327,7 +327,9 @@ TEST_F(GPUModelTest, TexturesRepeatAndHaveMipLevels)
     data.materials = {colour(1, 1, 1)};
     data.materials[0].mapKd = 0;
     data.meshes = {square(0)};
-    data.meshes[0].texCoords = {{0, 0}, {40, 0}, {40, 40}, {0, 40}};
+    // From half a texel on: every pixel samples the centre of a texel, where level 0 is black or white.
+    const float x = 1.0F / 32.0F;
+    data.meshes[0].texCoords = {{x, 0}, {40 + x, 0}, {40 + x, 40}, {x, 40}};
     data.instances = {{0, column(-1, 2)}};
     GPUModel model(data);
     const Texture* texture = model.materialData(0)->texture(0);
