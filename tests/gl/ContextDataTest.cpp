@@ -8,53 +8,42 @@ using namespace Qt::StringLiterals;
 namespace Morvane::Qel::Test {
 namespace {
 
-QStringList deleted;
+QStringList destroyed;
 
 template<int number>
 struct Data : ContextData
 {
     ~Data() override
     {
-        deleted.append(u"%1 %2"_s.arg(number).arg(OpenGLDeviceContext::current() != nullptr));
+        destroyed.append(
+            u"%1 %2"_s.arg(number).arg(OpenGLDeviceContext::current() ? u"current" : u"not current"));
     }
     BufferObject buffer{GL_ARRAY_BUFFER};
 };
 
-std::unique_ptr<HeadlessContext> makeContext()
-{
-    HeadlessContext::Options options;
-    options.device = HeadlessContext::Device::Software;
-    return HeadlessContext::create(options, nullptr);
-}
-
 using ContextDataTest = GLTest;
 
-TEST_F(ContextDataTest, GoesWithItsContext)
+TEST_F(ContextDataTest, IsDestroyedWithItsContext)
 {
-    deleted.clear();
-    const unsigned int own = context().data<Data<1>>().buffer.getBO();
-    auto other = makeContext();
-    EXPECT_NE(&other->data<Data<1>>(), &context().data<Data<1>>());
-    EXPECT_NE(static_cast<ContextData*>(&other->data<Data<2>>()), &other->data<Data<1>>());
-    EXPECT_EQ(other->data<Data<1>>().buffer.getBO(), own);
-    // In reverse order, and while the context is current.
-    other.reset();
-    EXPECT_EQ(deleted, (QStringList{u"2 1"_s, u"1 1"_s}));
-}
-
-TEST_F(ContextDataTest, ATwinOfAnotherContextSurvives)
-{
-    // The context does not own its native context, which stays current throughout.
-    auto other = std::make_unique<OpenGLDeviceContext>();
-    other->makeCurrent();
-    const unsigned int name = other->data<Data<1>>().buffer.getBO();
-    other->data<Data<1>>().buffer.upload(nullptr, 1, GL_STATIC_DRAW);
-    context().makeCurrent();
-    deleted.clear();
-    other.reset();
-    EXPECT_EQ(deleted, QStringList{u"1 0"_s});
-    EXPECT_EQ(OpenGLDeviceContext::current(), &context());
-    EXPECT_TRUE(glIsBuffer(name));
+    for (const bool isCurrent : {true, false}) {
+        // Wraps the native context of the fixture without owning it.
+        auto other = std::make_unique<OpenGLDeviceContext>();
+        other->makeCurrent();
+        EXPECT_NE(&other->data<Data<1>>(), &context().data<Data<1>>());
+        BufferObject& buffer = other->data<Data<2>>().buffer;
+        buffer.upload(nullptr, 1, GL_STATIC_DRAW);
+        const unsigned int name = buffer.getBO();
+        if (!isCurrent) {
+            context().makeCurrent();
+        }
+        destroyed.clear();
+        other.reset();
+        EXPECT_EQ(destroyed.join(u", "),
+                  isCurrent ? u"2 current, 1 current" : u"2 not current, 1 not current");
+        EXPECT_EQ(OpenGLDeviceContext::current(), isCurrent ? nullptr : &context());
+        EXPECT_EQ(glIsBuffer(name), isCurrent ? GL_FALSE : GL_TRUE);
+        context().makeCurrent();
+    }
 }
 
 } // namespace

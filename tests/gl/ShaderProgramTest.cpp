@@ -11,6 +11,7 @@
 #include <epoxy/gl.h>
 
 #include <Qel/gl/BufferObject.h>
+#include <Qel/gl/DrawBuffers.h>
 #include <Qel/gl/GLSLMacroProcessor.h>
 #include <Qel/gl/Guards.h>
 #include <Qel/gl/InstanceData.h>
@@ -142,7 +143,7 @@ void main()
         {"m4", matrix, {1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15, 4, 8, 12, 16}},
         {"m4", 5, {1, 5, 9, 13}},
         {"m3", matrix, {1, 5, 9, 2, 6, 10, 3, 7, 11}},
-        {"m3", QVariant::fromValue(QMatrix3x3(ramp.constData(), 3, 2)), {1, 3, 5, 2, 4, 6, 0, 0, 1}},
+        {"m3", QVariant::fromValue(matrix.toGenericMatrix<3, 3>()), {1, 5, 9, 2, 6, 10, 3, 7, 11}},
         {"m2", matrix, {1, 5, 2, 6}},
         {"m23", matrix, {0, 0, 0, 0, 0, 0}},
         {"v2", QVariant::fromValue(ramp), {1, 2}},
@@ -293,32 +294,25 @@ void main()
         Pixels::generate(1, 1, [](int, int) { return QVector4D(0.25F, 0.5F, 0.75F, 0.125F); }), GL_RGBA32F));
     materialData->setTexture(1, map.get());
 
-    const Pixels identity = Pixels::generate(12, 1, [](int x, int) {
-        QVector4D column;
-        column[x % 4] = 1.0F;
-        const QVector4D white(1, 1, 1, 1);
-        return x < 8 ? column : x == 9 ? QVector4D(0, 0, 0, 1) : white;
-    });
-    // The matrices by column. The inverse transpose of a translation after a scale holds the inverse scales,
-    // and in its last row minus the translation over the scales.
-    const QVector4D bound[] = {
-        {2, 0, 0, 0},
-        {0, 4, 0, 0},
-        {0, 0, 8, 0},
-        {1, 2, 3, 1},
-        {0.5F, 0, 0, -0.5F},
-        {0, 0.25F, 0, -0.5F},
-        {0, 0, 0.125F, -0.375F},
-        {0, 0, 0, 1},
-        {0.1F, 0.2F, 0.3F, 0.4F},
-        {0.5F, 0.6F, 0.7F, 80},
-        {1, 1, 1, 1},
-        {0.25F, 0.5F, 0.75F, 0.125F},
+    const auto row = [](const std::array<QVector4D, 12>& values) {
+        return Pixels::generate(12, 1, [&](int x, int) { return values[static_cast<size_t>(x)]; });
     };
-    EXPECT_TRUE(equal(drawScreen(*program, 12, 1), identity));
+    const QVector4D white(1, 1, 1, 1);
+    // Both matrices by column, then the material.
+    // clang-format off
+    const Pixels identity = row({{{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 1},
+                                  {1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 1},
+                                  white, {0, 0, 0, 1}, white, white}});
+    // The inverse transpose of a translation after a scale holds the inverse scales, and in its last row minus the
+    // translation over the scales.
+    const Pixels expected = row({{{2, 0, 0, 0}, {0, 4, 0, 0}, {0, 0, 8, 0}, {1, 2, 3, 1},
+                                  {0.5F, 0, 0, -0.5F}, {0, 0.25F, 0, -0.5F}, {0, 0, 0.125F, -0.375F}, {0, 0, 0, 1},
+                                  {0.1F, 0.2F, 0.3F, 0.4F}, {0.5F, 0.6F, 0.7F, 80}, white,
+                                  {0.25F, 0.5F, 0.75F, 0.125F}}});
+    // clang-format on
+    EXPECT_EQ(drawScreen(*program, 1, 1).at(0, 0), QVector4D(1, 0, 0, 0));
     instanceData->bind(nullptr);
     materialData->bind(nullptr);
-    const auto expected = Pixels::generate(12, 1, [&](int x, int) { return bound[x]; });
     EXPECT_TRUE(equal(drawScreen(*program, 12, 1), expected));
     // Building another program does not change what is bound.
     EXPECT_TRUE(equal(drawScreen(*makeShadingProgram(), 12, 1), expected));
@@ -350,33 +344,32 @@ TEST_F(ShaderProgramTest, ADefaultBlockDoesNotReplaceABoundOne)
 
 TEST_F(ShaderProgramTest, UtilitiesMapDirectionsAndEncodeGamma)
 {
-    const auto latLong = makeScreenProgram({uR"(#version 150
+    const auto program = makeScreenProgram({uR"(#version 150
 #include "QelUtilities.glslh"
 out vec4 o;
 void main()
 {
     vec3 directions[8] = vec3[](vec3(0, 0, -1), vec3(2, 0, 0), vec3(-1, 0, 0), vec3(1, 0, 1),
         vec3(0, 1, 0), vec3(0, -1, 0), vec3(1, sqrt(2.0), -1), vec3(0.001, 1, 0));
-    o = vec4(directionToLatLong_Vesk(directions[int(gl_FragCoord.x)]), 0.0, 1.0);
+    int x = int(gl_FragCoord.x);
+    o = x < 8 ? vec4(directionToLatLong_Vesk(directions[x]), 0, 1) : gammaCorrect(vec4(0.2, -1, 3, 0.3), 2.2);
 })"_s});
-    latLong->addShaderFromFile(GL_FRAGMENT_SHADER, u"QelUtilities.glslc"_s);
-    const QVector2D coordinates[] = {
-        {0.5F, 0.5F},    {0.75F, 0.5F},
-        {0.25F, 0.5F},   {0.875F, 0.5F},
-        {0.5F, 1.0F},    {0.5F, 0.0F},
-        {0.625F, 0.75F}, {0.75F, static_cast<float>(1.0 - 0.001 / std::numbers::pi)}};
-    // The software rasteriser's arc tangent is a polynomial.
-    EXPECT_TRUE(equal(drawScreen(*latLong, 8, 1),
-                      Pixels::generate(8, 1, [&](int x, int) { return QVector4D(coordinates[x], 0, 1); }),
-                      1e-5F));
-
-    const auto gamma =
-        makeScreenProgram({u"#version 150\n#include \"QelUtilities.glslh\"\nout vec4 o;\n"
-                           "void main() { o = gammaCorrect(vec4(0.2, -1.0, 3.0, 0.3), 2.2); }\n"_s});
-    gamma->addShaderFromFile(GL_FRAGMENT_SHADER, u"QelUtilities.glslc"_s);
+    program->addShaderFromFile(GL_FRAGMENT_SHADER, u"QelUtilities.glslc"_s);
+    const float nearlyUp = static_cast<float>(1.0 - 0.001 / std::numbers::pi);
+    const std::array<QVector2D, 8> coordinates{{{0.5F, 0.5F},
+                                                {0.75F, 0.5F},
+                                                {0.25F, 0.5F},
+                                                {0.875F, 0.5F},
+                                                {0.5F, 1},
+                                                {0.5F, 0},
+                                                {0.625F, 0.75F},
+                                                {0.75F, nearlyUp}}};
     const QVector4D encoded(std::pow(0.2F, 1 / 2.2F), 0, std::pow(3.0F, 1 / 2.2F), 0.3F);
-    EXPECT_TRUE(
-        equal(drawScreen(*gamma, 1, 1), Pixels::generate(1, 1, [&](int, int) { return encoded; }), 1e-5F));
+    const auto expected = Pixels::generate(9, 1, [&](int x, int) {
+        return x < 8 ? QVector4D(coordinates[static_cast<size_t>(x)], 0, 1) : encoded;
+    });
+    // The software rasteriser approximates the arc tangent by a polynomial.
+    EXPECT_TRUE(equal(drawScreen(*program, 9, 1), expected, 1e-5F));
 }
 
 } // namespace
