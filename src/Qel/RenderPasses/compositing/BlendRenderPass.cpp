@@ -2,13 +2,8 @@
 
 #include <epoxy/gl.h>
 
-#include <Qel/RenderPasses/support/FullScreen.h>
-#include <Qel/RenderPasses/support/Targets.h>
-#include <Qel/gl/FramebufferObject.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/Texture.h>
-#include <Qel/gl/TextureManager.h>
+#include <Qel/RenderPasses/framework/CommonPorts.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 
 using namespace Qt::StringLiterals;
 
@@ -17,7 +12,7 @@ namespace Morvane::Qel {
 namespace {
 
 // s is the texel of A, d that of B. Operators that work a channel at a time have a function of one channel.
-const QString operatorSource = uR"(
+const QString fragmentSource = uR"(#version 150
 uniform sampler2D u_SamplerA;
 uniform sampler2D u_SamplerB;
 uniform int u_BlendMode;
@@ -245,34 +240,33 @@ void main()
 const PassDescription& BlendRenderPass::description()
 {
     static const PassDescription description{
-        u"BlendRenderPass"_s,
-        u"Composites two textures of premultiplied colours with one of 26 operators."_s,
-        {{u"Qel_QRect_Viewport"_s,
-          u"size of the result, and the part of it that is drawn"_s,
-          u"1 x 1"_s,
-          {},
-          u"pixels, origin at the lower left"_s},
-         {u"Qel_QelTexture*_FrameA"_s, u"the source, premultiplied"_s, u"transparent black"_s},
-         {u"Qel_QelTexture*_FrameB"_s, u"the destination, premultiplied"_s, u"transparent black"_s},
-         {u"Int_BlendMode"_s,
-          u"number of the operator, in the order of the option \"mode\""_s,
-          u"as before; at first that of the option"_s,
-          {},
-          u"0 to 25; any other value gives transparent black"_s}},
-        {{u"Qel_QelTexture*_Frame"_s,
-          u"the composite, premultiplied and not clamped; RGBA16F, from the pool"_s}},
-        {{u"mode"_s,
-          u"the operator"_s,
-          u"sourceOver"_s,
-          {u"clear"_s,         u"source"_s,           u"destination"_s,
-           u"sourceOver"_s,    u"destinationOver"_s,  u"sourceIn"_s,
-           u"destinationIn"_s, u"sourceOut"_s,        u"destinationOut"_s,
-           u"sourceAtop"_s,    u"destinationAtop"_s,  u"xor"_s,
-           u"add"_s,           u"multiply"_s,         u"screen"_s,
-           u"overlay"_s,       u"darken"_s,           u"lighten"_s,
-           u"colorDodge"_s,    u"colorBurn"_s,        u"hardLight"_s,
-           u"softLight"_s,     u"exclusion"_s,        u"difference"_s,
-           u"invertAndAdd"_s,  u"multiplyKeepAlpha"_s}}}};
+        .type = u"BlendRenderPass"_s,
+        .summary = u"Composites two premultiplied images with one of 26 operators."_s,
+        .inputs = {viewportInput(u"size of the result, and the part of it that is drawn"_s, u"1 x 1"_s),
+                   {.name = u"Qel_QelTexture*_FrameA"_s,
+                    .meaning = u"the source, premultiplied"_s,
+                    .whenMissing = u"transparent black"_s},
+                   {.name = u"Qel_QelTexture*_FrameB"_s,
+                    .meaning = u"the destination, premultiplied"_s,
+                    .whenMissing = u"transparent black"_s},
+                   {.name = u"Int_BlendMode"_s,
+                    .meaning = u"the operator, as an index into the choices of the option \"mode\""_s,
+                    .whenMissing = u"the operator last in use, at first that of the option"_s,
+                    .range = u"0 to 25; any other value gives transparent black"_s}},
+        .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
+                     .meaning = u"the composite, premultiplied, not clamped; RGBA16F, from the pool"_s}},
+        .options = {{.name = u"mode"_s,
+                     .meaning = u"the operator"_s,
+                     .defaultValue = u"sourceOver"_s,
+                     .choices = {u"clear"_s,         u"source"_s,           u"destination"_s,
+                                 u"sourceOver"_s,    u"destinationOver"_s,  u"sourceIn"_s,
+                                 u"destinationIn"_s, u"sourceOut"_s,        u"destinationOut"_s,
+                                 u"sourceAtop"_s,    u"destinationAtop"_s,  u"xor"_s,
+                                 u"add"_s,           u"multiply"_s,         u"screen"_s,
+                                 u"overlay"_s,       u"darken"_s,           u"lighten"_s,
+                                 u"colorDodge"_s,    u"colorBurn"_s,        u"hardLight"_s,
+                                 u"softLight"_s,     u"exclusion"_s,        u"difference"_s,
+                                 u"invertAndAdd"_s,  u"multiplyKeepAlpha"_s}}}};
     return description;
 }
 
@@ -286,8 +280,6 @@ BlendRenderPass::~BlendRenderPass() = default;
 
 void BlendRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    TextureManager* pool = TextureManager::Instance();
     const QRect viewport = m_inputs[Viewport].value.toRect();
     const QVariant& mode = m_inputs[ModeInput].value;
     if (!mode.isNull()) {
@@ -295,60 +287,24 @@ void BlendRenderPass::start(RenderCallbacks* /*callbacks*/)
     }
     auto* frameA = getInputPointer<Texture>(FrameA);
     auto* frameB = getInputPointer<Texture>(FrameB);
-    Texture* source = orTransparent(frameA);
-    Texture* destination = orTransparent(frameB);
+    const InputReferences inputs(frameA, frameB);
 
-    if (!m_framebuffer) {
-        m_framebuffer = std::make_unique<FramebufferObject>(nullptr);
-    }
-    const AutoBinder framebufferBinder(m_framebuffer.get());
-    m_framebuffer->attach(pool->tempTexture(TextureFormat::RGBA16F, viewport.width(), viewport.height(), -1),
-                          GL_COLOR_ATTACHMENT0, 0);
-    if (!m_program) {
-        buildProgram();
-    }
-
-    m_framebuffer->setDrawBuffers();
+    const PooledTarget target(provide(m_framebuffer), TextureFormat::RGBA16F, viewport.size());
+    provideScreenProgram(m_program, m_fullScreenBatch, {fragmentSource});
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     context->disable(GL_DEPTH_TEST);
     context->disable(GL_BLEND);
     context->setViewport(viewport.x(), viewport.y(), viewport.width(), viewport.height());
     glClear(GL_COLOR_BUFFER_BIT);
-    {
-        const AutoBinder programBinder(m_program.get());
-        const AutoBinder sourceBinder(source);
-        const AutoBinder destinationBinder(destination);
-        m_program->setUniform(m_samplerA, source->unit());
-        m_program->setUniform(m_samplerB, destination->unit());
-        m_program->setUniform(m_blendMode, static_cast<int>(m_mode));
-        drawBatch(m_fullScreenBatch.data());
-    }
 
-    Texture* result = m_framebuffer->attachment(GL_COLOR_ATTACHMENT0);
-    m_outputs[Frame].value = textureVariant(result);
-    pool->addTempTextureRef(result, m_outputs[Frame].users);
-    pool->releaseTempTextureRef(frameA, 1);
-    pool->releaseTempTextureRef(frameB, 1);
-    pool->releaseTempTextureRef(m_framebuffer->detach(GL_COLOR_ATTACHMENT0), 1);
-}
-
-void BlendRenderPass::buildProgram()
-{
-    m_program = std::make_unique<ShaderProgram>(nullptr);
-    addFullScreenShaders(m_program.get(), u"#version 150\n"_s + operatorSource);
-    Qel::buildProgram(m_program.get());
-    m_fullScreenBatch = OpenGLDeviceContext::current()->fullScreenTriangle();
-    enableArrays(m_fullScreenBatch, m_program.get());
-}
-
-Texture* BlendRenderPass::orTransparent(Texture* texture)
-{
-    if (texture) {
-        return texture;
-    }
-    if (!m_transparentTexture) {
-        m_transparentTexture.reset(makeTransparentTexture());
-    }
-    return m_transparentTexture.get();
+    const AutoBinder programBinder(m_program.get());
+    const BoundSampler source(*m_program, m_samplerA, orTransparent(frameA, m_transparentTexture),
+                              Sampling::Own);
+    const BoundSampler destination(*m_program, m_samplerB, orTransparent(frameB, m_transparentTexture),
+                                   Sampling::Own);
+    m_program->setUniform(m_blendMode, static_cast<int>(m_mode));
+    drawBatch(m_fullScreenBatch);
+    m_outputs[Frame].value = target.publish(m_outputs[Frame].users);
 }
 
 } // namespace Morvane::Qel

@@ -83,9 +83,6 @@ public:
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    void buildProgram();
-    Texture* orTransparent(Texture* texture);
-
     std::unique_ptr<FramebufferObject> m_framebuffer;
     std::unique_ptr<ShaderProgram> m_program;
     QSharedPointer<DrawBuffers> m_fullScreenBatch;

@@ -85,68 +85,36 @@ DeferredRenderPass::~DeferredRenderPass() = default;
 
 void DeferredRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    const QRect viewport = m_inputs[Viewport].value.toRect();
     const auto camera = m_inputs[CameraMatrix].value.value<QMatrix4x4>();
     const auto projection = m_inputs[ProjectionMatrix].value.value<QMatrix4x4>();
     auto* normal = getInputPointer<Texture>(Normal);
     auto* texCoord = getInputPointer<Texture>(TexCoord);
     auto* depth = getInputPointer<Texture>(Depth);
+    const InputReferences inputs(normal, texCoord, depth);
     if (!depth && !m_fallback) {
-        m_fallback = makeTransparentTexture();
+        m_fallback = makeTexelTexture(Qt::transparent);
     }
     // Only a missing depth makes the fallback: until then other missing textures have none. Deliberate.
     const auto orFallback = [&](Texture* texture) { return texture ? texture : m_fallback; };
 
-    if (!m_framebuffer) {
-        m_framebuffer = new FramebufferObject(nullptr);
-    }
-    if (viewport.width() != m_width || viewport.height() != m_height) {
-        resize(viewport.width(), viewport.height());
-    }
-    if (!m_program) {
-        buildProgram();
-    }
-
+    provideTargets(m_framebuffer, m_width, m_height, m_inputs[Viewport].value.toRect(),
+                   {{GL_COLOR_ATTACHMENT0, GL_RGBA, GL_BGRA, GL_UNSIGNED_BYTE}});
+    provideScreenProgram(m_program, m_fullScreenBatch, {fragmentSource});
     const AutoBinder framebufferBinder(m_framebuffer);
     m_framebuffer->setDrawBuffers();
-    context->disable(GL_DEPTH_TEST);
+    OpenGLDeviceContext::current()->disable(GL_DEPTH_TEST);
     glClear(GL_COLOR_BUFFER_BIT);
-    {
-        const AutoBinder programBinder(m_program);
-        const AutoBinder normalBinder(orFallback(normal));
-        const AutoBinder texCoordBinder(orFallback(texCoord));
-        const AutoBinder depthBinder(orFallback(depth));
-        m_program->setUniform(m_samplerNormal, samplerUnit(orFallback(normal)));
-        m_program->setUniform(m_samplerDepth, samplerUnit(orFallback(depth)));
-        m_program->setUniform(m_cameraMatrix, camera);
-        m_program->setUniform(m_normalMatrix, camera.inverted().transposed());
-        // Transposed as if it were for normals: deliberate, see the header.
-        m_program->setUniform(m_invProjMatrix, projection.inverted().transposed());
-        drawBatch(m_fullScreenBatch.data());
-    }
+
+    const AutoBinder programBinder(m_program);
+    const BoundSampler normals(*m_program, m_samplerNormal, orFallback(normal), Sampling::Nearest);
+    const AutoBinder texCoordBinder(orFallback(texCoord));
+    const BoundSampler depths(*m_program, m_samplerDepth, orFallback(depth), Sampling::Nearest);
+    m_program->setUniform(m_cameraMatrix, camera);
+    m_program->setUniform(m_normalMatrix, camera.inverted().transposed());
+    // Transposed as if it were for normals: deliberate, see the header.
+    m_program->setUniform(m_invProjMatrix, projection.inverted().transposed());
+    drawBatch(m_fullScreenBatch);
     m_outputs[Frame].value = textureVariant(m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
-    for (Texture* input : {normal, texCoord, depth}) {
-        TextureManager::Instance()->releaseTempTextureRef(input, 1);
-    }
-}
-
-void DeferredRenderPass::resize(int width, int height)
-{
-    m_width = width;
-    m_height = height;
-    const AutoBinder framebufferBinder(m_framebuffer);
-    replaceAttachment(m_framebuffer, GL_COLOR_ATTACHMENT0,
-                      makeTarget(width, height, GL_RGBA, GL_BGRA, GL_UNSIGNED_BYTE));
-}
-
-void DeferredRenderPass::buildProgram()
-{
-    m_program = new ShaderProgram(nullptr);
-    addFullScreenShaders(m_program, fragmentSource);
-    Qel::buildProgram(m_program);
-    m_fullScreenBatch = OpenGLDeviceContext::current()->fullScreenTriangle();
-    enableArrays(m_fullScreenBatch, m_program);
 }
 
 } // namespace Morvane::Qel

@@ -55,9 +55,6 @@ public:
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    void resize(int width, int height);
-    void buildProgram();
-
     FramebufferObject* m_framebuffer = nullptr;
     ShaderProgram* m_program = nullptr;
     QSharedPointer<DrawBuffers> m_fullScreenBatch;

@@ -17,19 +17,6 @@ using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel {
 
-namespace {
-
-Texture* makeTexelTexture(const std::array<unsigned char, 4>& texel)
-{
-    auto* texture = new Texture;
-    texture->setTarget(GL_TEXTURE_2D);
-    texture->setFilter(GL_NEAREST, GL_NEAREST);
-    texture->setImage2D(0, GL_RGBA, 1, 1, GL_BGRA, GL_UNSIGNED_BYTE, texel.data());
-    return texture;
-}
-
-} // namespace
-
 Texture* makeTarget(int width, int height, unsigned int internalFormat, unsigned int format,
                     unsigned int type)
 {
@@ -83,12 +70,12 @@ QStringList outputNames(const std::vector<FBOConfig>& attachments)
 
 Texture* makeTransparentTexture()
 {
-    return makeTexelTexture({0, 0, 0, 0});
+    return makeTexelTexture(Qt::transparent);
 }
 
 Texture* makeWhiteTexture()
 {
-    return makeTexelTexture({255, 255, 255, 255});
+    return makeTexelTexture(Qt::white);
 }
 
 Texture* takeTransparentTexture()
@@ -110,11 +97,6 @@ void sampleLinearly(Texture* texture)
     texture->setFilter(GL_LINEAR, GL_LINEAR);
     texture->setParameter(GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
     texture->setParameter(GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
-}
-
-QVariant textureVariant(Texture* texture)
-{
-    return QVariant::fromValue<QObject*>(texture);
 }
 
 Texture* attachTempTarget(FramebufferObject* framebuffer, TextureFormat format, int width, int height)

@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include <Qel/RenderPasses/framework/FBOConfig.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/gl/TextureManager.h>
 
 namespace Morvane::Qel {
@@ -50,9 +50,6 @@ int samplerUnit(const Texture* texture);
 
 /// Sets the filters that neighbouring texels are blended by, and clamps to the edge.
 void sampleLinearly(Texture* texture);
-
-/// A texture as the passes publish it, a QObject*.
-QVariant textureVariant(Texture* texture);
 
 /// Takes a pooled texture, with one reference, and attaches it at colour attachment 0.
 Texture* attachTempTarget(FramebufferObject* framebuffer, TextureFormat format, int width, int height);
