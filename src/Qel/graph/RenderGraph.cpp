@@ -67,7 +67,8 @@ std::unique_ptr<RenderGraph> RenderGraph::create(GraphPlan plan, const Options& 
         errors->append(u"%1: viewport: %2"_s.arg(name, error));
     }
     auto d = std::make_unique<Private>(std::move(plan), options);
-    const std::optional<std::vector<ModelData>> models = importModels(d->plan.graph, errors);
+    const std::optional<std::vector<ModelData>> models =
+        importModels(d->plan.graph, options.modelImport, errors);
     {
         const ResourceScope::Activation activation(d->context, &d->scope);
         d->runner->createPasses(d->plan, errors);

@@ -13,6 +13,7 @@
 #include <Qel/graph/GraphPlan.h>
 #include <Qel/graph/PassRegistry.h>
 #include <Qel/graph/Profiler.h>
+#include <Qel/model/ModelImport.h>
 
 namespace Morvane::Qel {
 
@@ -40,6 +41,8 @@ public:
         bool keepOutputs = false;
         /// Passed to every operation of the passes; must outlive the graph.
         RenderCallbacks* callbacks = nullptr;
+        /// How model files are read; by default in the calling process.
+        ImportOptions modelImport{};
     };
 
     /// Loads the models of a planned graph and creates its passes. Returns null on failure, with a line in

@@ -42,8 +42,9 @@ std::unique_ptr<HeadlessContext> makeContext(HeadlessContext::Device device)
     return context;
 }
 
-std::unique_ptr<RenderGraph> makeGraph(const GraphPlan& plan, const RenderGraph::Options& options)
+std::unique_ptr<RenderGraph> makeGraph(const GraphPlan& plan, RenderGraph::Options options)
 {
+    options.modelImport.isolated = true;
     QStringList errors;
     std::unique_ptr<RenderGraph> graph = RenderGraph::create(plan, options, &errors);
     if (!graph) {

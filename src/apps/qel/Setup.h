@@ -18,8 +18,9 @@ HeadlessContext::Device device(const Arguments& options);
 /// A context on that device, made current.
 std::unique_ptr<HeadlessContext> makeContext(HeadlessContext::Device device);
 
-/// Creates a planned graph on the current context.
-std::unique_ptr<RenderGraph> makeGraph(const GraphPlan& plan, const RenderGraph::Options& options);
+/// Creates a planned graph on the current context. Models are read in child processes, so that a damaged file
+/// gives an error.
+std::unique_ptr<RenderGraph> makeGraph(const GraphPlan& plan, RenderGraph::Options options);
 void renderFrame(RenderGraph& graph);
 /// Fails when GL has reported an error: what was drawn or read back is not to be trusted then.
 void checkReports();

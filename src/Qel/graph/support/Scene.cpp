@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <limits>
 
-#include <Qel/model/ModelImport.h>
-
 #include <Qel/graph/support/Camera.h>
 
 using namespace Qt::StringLiterals;
@@ -51,13 +49,14 @@ QPair<QVector3D, QVector3D> boundsOf(const std::vector<std::unique_ptr<GPUModel>
 
 } // namespace
 
-std::optional<std::vector<ModelData>> importModels(const GraphDescription& graph, QStringList* errors)
+std::optional<std::vector<ModelData>> importModels(const GraphDescription& graph,
+                                                   const ImportOptions& options, QStringList* errors)
 {
     std::vector<ModelData> models;
     for (const ModelDescription& model : graph.models) {
         const QString prefix = u"%1: models.%2: "_s.arg(graph.displayName(), model.name);
         QString error;
-        std::optional<ModelData> imported = importModel(graph.resolvePath(model.file), &error);
+        std::optional<ModelData> imported = importModel(graph.resolvePath(model.file), &error, options);
         if (!imported) {
             errors->append(prefix + error);
             continue;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include <Qel/model/GPUModel.h>
+#include <Qel/model/ModelImport.h>
 #include <Qel/model/ShadowMapManager.h>
 
 #include <Qel/graph/GraphDescription.h>
@@ -22,7 +23,8 @@ namespace Morvane::Qel {
 
 /// Reads the model files of a graph, in its order. On failure returns nothing and adds a line to `errors` for
 /// each file that cannot be read. Logs the warnings of the import.
-std::optional<std::vector<ModelData>> importModels(const GraphDescription& graph, QStringList* errors);
+std::optional<std::vector<ModelData>> importModels(const GraphDescription& graph,
+                                                   const ImportOptions& options, QStringList* errors);
 
 /// The models of a graph on the GPU, and its frame values.
 class Scene
