@@ -64,7 +64,8 @@ void Texture::bind()
     const bool isNew = m_name == 0;
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     context->bindings().bindTexture(this);
-    if (isNew) {
+    // Without a free unit there is still no GL object.
+    if (isNew && m_name != 0) {
         context->label(GL_TEXTURE, m_name, u"texture"_s);
     }
 }
