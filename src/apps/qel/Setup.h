@@ -18,9 +18,9 @@ HeadlessContext::Device device(const Arguments& options);
 /// A context on that device, made current.
 std::unique_ptr<HeadlessContext> makeContext(HeadlessContext::Device device);
 
-/// A graph of the built-in passes on the current context.
-std::unique_ptr<RenderGraph> makeGraph(const GraphDescription& description,
-                                       const RenderGraph::Options& options);
+/// Creates a graph of the built-in passes on the current context. Models are read in child processes, so that
+/// a damaged file gives an error.
+std::unique_ptr<RenderGraph> makeGraph(const GraphDescription& description, RenderGraph::Options options);
 void renderFrame(RenderGraph& graph);
 /// Fails when GL has reported an error: what was drawn or read back is not to be trusted then.
 void checkReports();
