@@ -9,7 +9,7 @@ namespace Morvane::Qel {
 
 void logInformation(const char* file, int line, const QString& text)
 {
-    // Passes log in every frame; where nobody listens, that must not cost an allocation.
+    // Passes log in every frame, which must not allocate while debug output is off.
     if (QLoggingCategory::defaultCategory()->isDebugEnabled()) {
         qDebug("[%s:%d] %s", file, line, qUtf8Printable(text));
     }

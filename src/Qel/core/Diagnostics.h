@@ -4,28 +4,28 @@
 
 #include <Qel/core/Export.h>
 
-/// The fixed message formats of the passes, sent through Qt's message handler.
+/// Messages in fixed formats, sent through Qt's message handler.
 namespace Morvane::Qel {
 
-/// "[file:line] text" on the debug channel, for information such as a program's log. Nothing is formatted
-/// while the channel is off.
+/// Logs "[file:line] text" at debug level, for details such as a program's log. Formats nothing while debug
+/// output is off.
 QEL_CORE_EXPORT void logInformation(const char* file, int line, const QString& text);
 
-/// "[file:line] text" on the information channel, for what a user should see though nothing failed, such as
-/// why a picture was replaced.
+/// Logs "[file:line] text" at info level, for what a user should know although nothing failed, such as why an
+/// image was replaced.
 QEL_CORE_EXPORT void logNotice(const char* file, int line, const QString& text);
 
-/// "[file:line] text" on the critical channel.
+/// Logs "[file:line] text" at critical level.
 QEL_CORE_EXPORT void logCritical(const char* file, int line, const QString& text);
 
-/// "[file:line] [ !! ] Assertion 'condition' failed: explanation" on the critical channel. Execution goes on;
-/// the caller takes its failure path.
+/// Logs "[file:line] [ !! ] Assertion 'condition' failed: explanation" at critical level. Execution
+/// continues; the caller takes its error path.
 QEL_CORE_EXPORT void logFailedCheck(const char* file, int line, const char* condition,
                                     const QString& explanation);
 
 } // namespace Morvane::Qel
 
-/// Evaluates to whether condition holds; reports a failed check when it does not. `file` is the source path
-/// that the message names.
+/// Evaluates to whether the condition holds and reports a failed check if it does not. `file` is the source
+/// path in the message.
 #define QEL_CHECK(file, condition, explanation)                                                              \
     ((condition) ? true : (::Morvane::Qel::logFailedCheck(file, __LINE__, #condition, explanation), false))

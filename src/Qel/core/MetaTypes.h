@@ -5,7 +5,7 @@
 
 namespace Morvane::Qel {
 
-/// The metatype id of T*, registered under its full qualified name on the first call.
+/// Returns the metatype id of T*; the first call registers the fully qualified name.
 template<class T>
 int pointerMetaTypeId()
 {
@@ -13,19 +13,12 @@ int pointerMetaTypeId()
     return id;
 }
 
-/// The T that a value carries, either typed or as a plain QObject*; null for everything else.
+/// Returns the object that a value holds as T* or as QObject*; null if it holds anything else.
 template<class T>
 T* pointerFromVariant(const QVariant& value)
 {
-    const int id = pointerMetaTypeId<T>();
-    if (value.userType() == id) {
-        if (T* pointer = *static_cast<T* const*>(value.constData())) {
-            return pointer;
-        }
-    } else if (id < QMetaType::User) {
-        if (T* pointer = value.value<T*>()) {
-            return pointer;
-        }
+    if (value.userType() == pointerMetaTypeId<T>()) {
+        return *static_cast<T* const*>(value.constData());
     }
     return qobject_cast<T*>(value.value<QObject*>());
 }

@@ -10,71 +10,71 @@
 
 namespace Morvane::Qel {
 
-/// One input port as a user reads about it.
+/// Declares and documents an input port.
 struct InputDescription
 {
     /// The full name, Qel_<Type>_<Name>.
     QString name;
     QString meaning;
-    /// What happens when nobody sets the input.
+    /// What the pass does if the input is not set.
     QString whenMissing;
-    /// The initial value; invalid where there is none.
+    /// The initial value; invalid if there is none.
     QVariant defaultValue = {};
-    /// Unit and range in words, such as "texels, 0 or more"; empty where the type says it all.
+    /// Unit and range in words, such as "texels, 0 or more"; empty if the type is enough.
     QString range = {};
 };
 
-/// One output port as a user reads about it.
+/// Declares and documents an output port.
 struct OutputDescription
 {
     QString name;
-    /// What the value holds, its format and who owns it.
+    /// Content, format and owner of the value.
     QString meaning;
 };
 
-/// What a pass takes through its constructor or its setters rather than through ports.
+/// A parameter of a pass that is set through its constructor or a setter instead of a port.
 struct OptionDescription
 {
     QString name;
     QString meaning;
-    /// The type of this value is the type of the option.
+    /// Determines the type of the option too.
     QVariant defaultValue;
-    /// The names that a text option accepts; empty where any text will do.
+    /// The texts that the option accepts; empty if it accepts any.
     QStringList choices = {};
-    /// Whether a text is the path of a file that must exist; graph files give it relative to themselves.
+    /// Whether the text is the path of an existing file. Graph files give paths relative to themselves.
     bool isFile = false;
-    /// For a list (QVariantList) of objects: their members, each with its default. An element is given to the
-    /// pass as a QVariantMap with all of them.
+    /// For a list (QVariantList) of objects, the members of an element with their defaults. The pass gets
+    /// each element as a QVariantMap with all members.
     std::vector<OptionDescription> members = {};
 };
 
-/// The one declaration of a pass: its constructor declares the ports from it, and the program's listings,
-/// the reference manual and the checks of graph files read it.
+/// Declares and documents a pass: its constructor declares the ports from it; the command line listings, the
+/// reference manual and the validation of graph files use it too.
 struct PassDescription
 {
-    /// The name of the class.
+    /// The class name.
     QString type;
     /// One sentence.
     QString summary;
     std::vector<InputDescription> inputs;
     std::vector<OutputDescription> outputs;
     std::vector<OptionDescription> options = {};
-    /// Whether the host adds ports of its own.
+    /// Whether the host adds ports.
     bool hostDeclaresPorts = false;
-    /// The GL extensions of the pass's full mode; without all of them it runs in its reduced mode.
+    /// The GL extensions that the full mode requires; without all of them the pass runs in its reduced mode.
     QStringList fullModeExtensions = {};
-    /// What the pass does in its reduced mode.
+    /// What the pass does in reduced mode.
     QString reducedMode = {};
 };
 
-/// The parts of a port name Qel_<Type>_<Name>. A name of another form has an empty type and is its own name.
+/// The parts of a port name Qel_<Type>_<Name>. A name of any other form is kept whole, with an empty type.
 struct QEL_CORE_EXPORT PortName
 {
     QString type;
     QString name;
 
-    /// Splits a full port name. Lists keep their element type in the type field:
-    /// "Qel_QList_QelShadowMapManagerLight*_Lights" is of type "QList_QelShadowMapManagerLight*". The one
+    /// Splits a port name. The type of a list includes its element type:
+    /// "Qel_QList_QelShadowMapManagerLight*_Lights" has the type "QList_QelShadowMapManagerLight*". The only
     /// name without the prefix, "Int_BlendMode", is an int.
     static PortName parse(const QString& fullName);
 };

@@ -4,8 +4,8 @@
 
 namespace Morvane::Qel {
 
-/// What a host hands to every operation of a frame, so that passes of its own can reach it. The passes of
-/// this library ask nothing of it and accept null. A host derives from it and casts back in its own passes.
+/// An object that the host passes to every call, so that its own passes can reach the host. A host derives
+/// from it and casts back in its own passes. The passes of this library ignore it and accept null.
 class QEL_CORE_EXPORT RenderCallbacks
 {
 public:

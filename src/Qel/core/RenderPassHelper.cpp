@@ -8,22 +8,26 @@ namespace Morvane::Qel {
 
 namespace {
 
-template<class Port>
-const Port* portAt(const std::vector<Port>& ports, int index)
+/// The port at an index, null if it does not exist.
+template<class Ports>
+auto* portAt(Ports& ports, int index)
 {
     return index >= 0 && static_cast<size_t>(index) < ports.size() ? &ports[static_cast<size_t>(index)]
                                                                    : nullptr;
 }
 
-template<class Port>
-Port* writablePortAt(std::vector<Port>& ports, int index, const char* kind)
+/// The port at an index; one that does not exist is reported.
+template<class Ports>
+auto* writablePortAt(Ports& ports, int index, const char* kind)
 {
-    if (index >= 0 && static_cast<size_t>(index) < ports.size()) {
-        return &ports[static_cast<size_t>(index)];
+    auto* port = portAt(ports, index);
+    if (!port) {
+        logCritical(__FILE__, __LINE__,
+                    u"there is no %1 %2; the pass has %3"_s.arg(QLatin1StringView(kind))
+                        .arg(index)
+                        .arg(ports.size()));
     }
-    logCritical(__FILE__, __LINE__,
-                u"no %1 %2; the pass has %3"_s.arg(QLatin1StringView(kind)).arg(index).arg(ports.size()));
-    return nullptr;
+    return port;
 }
 
 template<class Port>

@@ -8,8 +8,9 @@
 
 namespace Morvane::Qel {
 
-/// The bookkeeping of ports that every pass inherits. Ports are addressed by their index in the order of
-/// declaration. An index that does not exist reads as empty and is reported when it is written.
+/// The base class of all passes, which keeps their ports. Ports are addressed by index in the order of
+/// declaration. Reading an index that does not exist returns an empty value; writing to it is reported as
+/// critical and has no effect.
 class QEL_CORE_EXPORT RenderPassHelper : public RenderPass
 {
 public:
@@ -37,17 +38,18 @@ public:
     unsigned int errorCode() const override;
     void setErrorCode(unsigned int code) override;
 
-    /// The index of the port of exactly this name, -1 when there is none.
+    /// Returns the index of the input with exactly this name, -1 if there is none.
     int findInput(const QString& name) const;
+    /// Returns the index of the output with exactly this name, -1 if there is none.
     int findOutput(const QString& name) const;
 
-    /// Appends a port. Public for hosts that give a ShaderRenderPass its ports; other passes declare theirs
-    /// in their constructors.
+    /// Appends a port. Public so that hosts can add ports to a ShaderRenderPass; other passes declare theirs
+    /// in the constructor.
     void addInput(const QString& name, const QVariant& defaultValue = {});
     void addOutput(const QString& name);
 
-    /// Reads a pointer-valued input, given typed (T*) or as a QObject* that is a T. Null is how a pass learns
-    /// that an input is unconnected. The index must exist.
+    /// Returns the object on an input, given as T* or as QObject*; null if the input is unconnected or holds
+    /// anything else. The index must exist.
     template<class T>
     T* getInputPointer(int index)
     {
@@ -68,10 +70,10 @@ protected:
         int users = 0;
     };
 
-    /// Declares the ports of a table, in its order.
+    /// Appends the ports of a description in its order.
     void declarePorts(const PassDescription& description);
 
-    /// Read and written directly by the passes, by index.
+    /// Accessed by the passes directly, by index.
     std::vector<Input> m_inputs;
     std::vector<Output> m_outputs;
 

@@ -4,8 +4,8 @@
 
 namespace Morvane::Qel {
 
-/// Something that is made current on the context. Bindings nest: release restores what was current before
-/// the matching bind. Use AutoBinder rather than calling these by hand.
+/// An object that can be bound to the context. Bindings nest: release restores what was bound before the
+/// matching bind. Prefer AutoBinder to calling these functions directly.
 class QEL_GL_EXPORT Bindable
 {
 public:

@@ -12,7 +12,7 @@ namespace Morvane::Qel {
 
 namespace {
 
-/// Takes the latest occurrence of an element off a stack; returns whether that was the top.
+/// Removes the latest occurrence of an object from a stack; returns whether it was the top.
 template<class Stack, class T>
 bool removeLatest(Stack& stack, const T* element)
 {
@@ -40,11 +40,16 @@ unsigned int integerState(GLenum name)
     return static_cast<unsigned int>(value);
 }
 
+void setActiveUnit(int unit)
+{
+    glActiveTexture(GL_TEXTURE0 + static_cast<unsigned int>(unit));
+}
+
 } // namespace
 
 BindingRecord::BindingRecord()
 {
-    // Deep enough that binding on a steady frame never allocates.
+    // Deep enough that binding never allocates on a steady frame.
     constexpr size_t depth = 16;
     m_programs.reserve(depth);
     m_vertexArrays.reserve(depth);
@@ -74,15 +79,10 @@ void BindingRecord::readFromGL()
     m_managedSerials.fill(0);
 }
 
-void BindingRecord::setActiveUnit(int unit)
-{
-    glActiveTexture(GL_TEXTURE0 + static_cast<unsigned int>(unit));
-}
-
 void BindingRecord::bindTexture(int* unit, unsigned int target, unsigned int name)
 {
     if (m_topUnit == numUnits) {
-        logCritical(__FILE__, __LINE__, u"all %1 texture units are taken"_s.arg(numUnits));
+        logCritical(__FILE__, __LINE__, u"all %1 texture units are in use"_s.arg(numUnits));
         ++m_numRefused;
         return;
     }
@@ -95,7 +95,7 @@ void BindingRecord::bindTexture(int* unit, unsigned int target, unsigned int nam
 void BindingRecord::releaseTexture(int* unit, unsigned int target)
 {
     if (m_numRefused > 0) {
-        // Bindings nest: this is the one that was refused last.
+        // Bindings nest, so this release belongs to the binding refused last.
         --m_numRefused;
         return;
     }
@@ -108,7 +108,7 @@ void BindingRecord::releaseTexture(int* unit, unsigned int target)
     while (m_topUnit > 0 && !m_units[static_cast<size_t>(m_topUnit - 1)]) {
         --m_topUnit;
     }
-    // A texture that was bound twice goes back to its earlier unit.
+    // A texture that was bound twice returns to its earlier unit.
     *unit = -1;
     for (int earlier = m_topUnit - 1; earlier >= 0; --earlier) {
         if (m_units[static_cast<size_t>(earlier)] == unit) {
@@ -199,7 +199,7 @@ void BindingRecord::releaseFramebuffer(FramebufferObject* framebuffer)
         setViewport(released.previousViewport);
         return;
     }
-    // Released out of order: what was bound on top of it will restore what it would have restored.
+    // Released out of order: the binding above now restores what this one would have restored.
     FramebufferBinding& above = *std::prev(found);
     above.previousDraw = released.previousDraw;
     above.previousRead = released.previousRead;
@@ -231,7 +231,7 @@ void BindingRecord::bindFramebufferName(unsigned int target, unsigned int name)
 void BindingRecord::setViewport(const QRect& rectangle)
 {
     m_viewport = rectangle;
-    // A rectangle turned inside out is an empty one, not a GL error.
+    // A negative size counts as empty instead of causing a GL error.
     glViewport(rectangle.x(), rectangle.y(), std::max(rectangle.width(), 0), std::max(rectangle.height(), 0));
 }
 

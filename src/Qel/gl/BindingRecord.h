@@ -11,34 +11,34 @@ class FramebufferObject;
 class ShaderProgram;
 class VertexArrayObject;
 
-/// What is bound on a context, as stacks, so that a release restores what was bound before without asking GL.
-/// Releases that do not nest are tolerated: the binding in force stays until it is released itself.
-/// Not installed; the Bindable classes of this library keep it.
+/// Tracks the bindings of a context in stacks, so that a release restores the previous binding without
+/// querying GL. Releases out of order are tolerated: the current binding stays until it is released itself.
+/// Internal to the library; the Bindable classes use it.
 class BindingRecord
 {
 public:
-    /// Units that texture bindings take, stack-wise, from 0 on. The units from firstManagedUnit on belong to
-    /// the textures of materials; together they are the 48 that every GL 3.2 context has.
+    /// The number of units for texture bindings, which take them from 0 upwards like a stack. The managed
+    /// units after them hold material textures. Together they are the 48 that every GL 3.2 context has.
     static constexpr int numUnits = 44;
     static constexpr int firstManagedUnit = numUnits;
     static constexpr int numManagedUnits = 4;
 
     BindingRecord();
-    /// Reads program, vertex array, framebuffers and viewport from GL as the bottoms of the stacks, and
-    /// forgets everything else.
+    /// Reads program, vertex array, framebuffers and viewport from GL as the base of the stacks and forgets
+    /// all other bindings.
     void readFromGL();
 
     /// Binds a texture to the next free unit and writes that to `unit`, whose address stands for the texture.
     void bindTexture(int* unit, unsigned int target, unsigned int name);
     void releaseTexture(int* unit, unsigned int target);
-    /// Binds a texture to a managed unit, where it stays.
+    /// Binds a texture to a managed unit until another one replaces it.
     void bindManagedTexture(int slot, quint64 serial, unsigned int target, unsigned int name);
-    /// The serial of the texture on a managed unit, 0 for none.
+    /// Returns the serial of the texture on a managed unit, 0 if there is none.
     quint64 managedSerial(int slot) const { return m_managedSerials[static_cast<size_t>(slot)]; }
 
     void bindProgram(ShaderProgram* program, unsigned int name);
     void releaseProgram(ShaderProgram* program);
-    /// The program in force; null when none is, or when the one that was bound last is not valid.
+    /// Returns the current program; null if there is none or the one bound last is invalid.
     ShaderProgram* currentProgram() const;
 
     void bindVertexArray(VertexArrayObject* vertexArray, unsigned int name);
@@ -49,13 +49,13 @@ public:
     void releaseFramebuffer(FramebufferObject* framebuffer);
     bool isBound(const FramebufferObject* framebuffer) const;
     unsigned int drawFramebuffer() const;
-    /// Binds a framebuffer by name until the next change; for reading (GL_READ_FRAMEBUFFER) or drawing.
+    /// Binds a framebuffer by GL name to GL_FRAMEBUFFER, GL_DRAW_FRAMEBUFFER or GL_READ_FRAMEBUFFER.
     void bindFramebufferName(unsigned int target, unsigned int name);
 
     void setViewport(const QRect& rectangle);
     QRect viewport() const { return m_viewport; }
 
-    /// Removes a destroyed object from every stack.
+    /// Removes all bindings of a destroyed object.
     void forgetTexture(int* unit, unsigned int target, quint64 serial);
     void forget(ShaderProgram* program);
     void forget(VertexArrayObject* vertexArray);
@@ -77,13 +77,12 @@ private:
         unsigned int previousRead;
         QRect previousViewport;
     };
-    void setActiveUnit(int unit);
     void applyFramebuffers(unsigned int draw, unsigned int read);
 
     /// What each unit was written to; null for a free unit.
     std::array<int*, numUnits> m_units{};
     int m_topUnit = 0;
-    /// Bindings in force that found no unit.
+    /// The number of unreleased bindings that found no free unit.
     int m_numRefused = 0;
     std::array<quint64, numManagedUnits> m_managedSerials{};
     std::vector<Named<ShaderProgram>> m_programs;

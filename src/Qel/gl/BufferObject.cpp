@@ -68,7 +68,7 @@ void BufferObject::uploadGLuintData(const unsigned int* values, int count, unsig
 
 void BufferObject::uploadBytes(const void* data, qsizetype size, unsigned int usage)
 {
-    // Through a target of its own: an index buffer's would change the vertex array that happens to be bound.
+    // Binding to GL_ELEMENT_ARRAY_BUFFER would change the vertex array that happens to be bound.
     glBindBuffer(GL_COPY_WRITE_BUFFER, getBO());
     glBufferData(GL_COPY_WRITE_BUFFER, size, data, usage);
     glBindBuffer(GL_COPY_WRITE_BUFFER, 0);

@@ -6,7 +6,7 @@
 
 namespace Morvane::Qel {
 
-/// A GL buffer. The GL name is made on first need and deleted with the object.
+/// A GL buffer, created on first use and deleted with the object.
 class QEL_GL_EXPORT BufferObject : public Bindable
 {
 public:
@@ -18,30 +18,31 @@ public:
 
     void setTarget(unsigned int target);
     unsigned int target() const { return m_target; }
-    /// Makes bind attach `size` bytes from `offset` at an indexed binding point (GL_UNIFORM_BUFFER,
-    /// GL_ATOMIC_COUNTER_BUFFER, ...).
+    /// Makes bind attach `size` bytes from `offset` to an indexed binding point of a target such as
+    /// GL_UNIFORM_BUFFER or GL_ATOMIC_COUNTER_BUFFER.
     void setIndexedTarget(unsigned int target, unsigned int index, qintptr offset, qsizetype size);
 
-    /// Binds to the target, or the range to the indexed binding point; release leaves nothing bound there.
+    /// Binds to the target, or the range to the indexed binding point.
     void bind() override;
+    /// Unbinds; unlike for other objects, the previous binding is not restored.
     void release() override;
 
-    /// Replaces the contents by `count` values; `usage` as for glBufferData.
+    /// Replaces the contents with `count` values; `usage` as in glBufferData.
     void upload(const float* values, int count, unsigned int usage);
     void uploadGLuintData(const unsigned int* values, int count, unsigned int usage);
-    /// Replaces the contents by `size` bytes, undefined ones where `data` is null.
+    /// Replaces the contents with `size` bytes, which are undefined if `data` is null.
     void uploadBytes(const void* data, qsizetype size, unsigned int usage);
-    /// Replaces the first `size` bytes, which must have been uploaded before.
+    /// Overwrites the first `size` bytes. The buffer must be at least that large.
     void updateBytes(const void* data, qsizetype size);
-    /// Replaces the first `size` bytes by those of another buffer, without the CPU seeing them. Both must
-    /// have that many.
+    /// Overwrites the first `size` bytes with those of another buffer, on the GPU. Both must be at least that
+    /// large.
     void copyBytes(BufferObject* source, qsizetype size);
-    /// Maps the whole buffer, bound for the call; null on failure.
+    /// Maps the whole buffer; null on failure.
     void* map(unsigned int access);
     void unmap();
-    /// The GL name.
+    /// Returns the GL name.
     unsigned int getBO();
-    /// Size in bytes of what was uploaded.
+    /// The size in bytes.
     qsizetype size() const { return m_size; }
 
 private:

@@ -60,7 +60,7 @@ void DrawBuffers::setDrawElementsIndirectCommands(const DrawElementsIndirectComm
 QSharedPointer<BufferObject> DrawBuffers::getDrawElementsIndirectCommandsUniformBufferObject()
 {
     if (!m_commandBlock) {
-        // std140 rounds the array's stride up to a multiple of a vec4.
+        // std140 rounds the array stride up to a multiple of 16 bytes.
         struct alignas(32) Element
         {
             DrawElementsIndirectCommand command;
@@ -101,11 +101,11 @@ bool DrawBuffers::draw()
     if (!program || !m_vertexArray) {
         return false;
     }
-    // Passes match arrays to their program when they take the batch; one that was replaced since may read
-    // more.
+    // Passes enable the arrays of their program when they take the batch, but the program may have been
+    // replaced since by one that reads more.
     m_vertexArray->enableShaderProgramArrays(program);
     if (m_indexBuffer) {
-        // The binding is part of the vertex array, which batches may share: GL skips it when it is in force.
+        // The index buffer is part of the vertex array's state, and batches may share a vertex array.
         glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, m_indexBuffer->getBO());
         glDrawElements(m_primitiveType, m_indexCount, m_indexType, nullptr);
     } else {

@@ -13,7 +13,7 @@ namespace Morvane::Qel {
 class BufferObject;
 class VertexArrayObject;
 
-/// GL's record of an indexed indirect draw; the field order is GL's.
+/// The parameters of an indexed indirect draw, in GL's order.
 struct DrawElementsIndirectCommand
 {
     unsigned int count = 0;
@@ -34,7 +34,7 @@ struct DrawElementsIndirectCommand
     }
 };
 
-/// A drawable batch: a vertex array, a primitive type and either a vertex count or an index buffer.
+/// A batch of primitives: a vertex array, a primitive type and either a vertex count or an index buffer.
 class QEL_GL_EXPORT DrawBuffers : public QObject, public Bindable
 {
     Q_OBJECT
@@ -44,32 +44,33 @@ public:
 
     void setVAO(const QSharedPointer<VertexArrayObject>& vertexArray);
     const QSharedPointer<VertexArrayObject>& VAO() const { return m_vertexArray; }
-    /// GL_TRIANGLES, the initial one, GL_LINES, GL_POINTS, ...
+    /// Sets GL_TRIANGLES (the default), GL_LINES, GL_POINTS, ...
     void setPrimitiveType(unsigned int type);
     unsigned int primitiveType() const { return m_primitiveType; }
     void setVertexCount(int count);
-    /// Draws `count` indices of a GL type from a buffer from now on.
+    /// Makes draw use the first `count` indices of a buffer, of a GL type such as GL_UNSIGNED_INT.
     void setIndexedDraw(const QSharedPointer<BufferObject>& buffer, int count, unsigned int type);
     const QSharedPointer<BufferObject>& indexBO() const { return m_indexBuffer; }
-    /// Number of indices, or of vertices without an index buffer.
+    /// The number of indices, or of vertices if there is no index buffer.
     int count() const { return m_indexBuffer ? m_indexCount : m_vertexCount; }
 
-    /// Commands that shaders look up to find a draw's first index and base vertex; draw does not issue them.
+    /// Sets commands in which shaders look up a draw's first index and base vertex; draw ignores them.
     void setDrawElementsIndirectCommands(const DrawElementsIndirectCommand* commands, int count);
     const std::vector<DrawElementsIndirectCommand>& drawElementsIndirectCommands() const
     {
         return m_commands;
     }
-    /// The commands as the std140 block "DrawElementsIndirectCommands", whose elements are 32 bytes apart and
-    /// hold the five values in GL's order; binding the buffer binds the block. A batch without commands has
-    /// one that says what draw issues. Made on the first call and kept until what it says changes.
+    /// Returns the commands as the std140 block "DrawElementsIndirectCommands", whose elements are 32 bytes
+    /// apart and hold the five values in GL's order; binding the buffer binds the block. A batch without
+    /// commands has one that describes its draw call. Created on first use and kept until the contents
+    /// change.
     QSharedPointer<BufferObject> getDrawElementsIndirectCommandsUniformBufferObject();
 
     /// Binds the vertex array.
     void bind() override;
     void release() override;
-    /// Issues the draw call with the current program, with the batch bound. Returns false and draws nothing
-    /// while no valid program is current or the batch has no vertex array.
+    /// Draws with the current program; the batch must be bound. Returns false and draws nothing if no valid
+    /// program is current or the batch has no vertex array.
     bool draw();
 
 private:

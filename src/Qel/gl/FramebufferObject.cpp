@@ -16,7 +16,7 @@ namespace Morvane::Qel {
 
 namespace {
 
-/// The mask of a GL object whose draw buffers were never set.
+/// The mask before the first setDrawBuffers.
 constexpr unsigned int unsetMask = ~0U;
 
 BindingRecord& bindings()
@@ -24,8 +24,8 @@ BindingRecord& bindings()
     return OpenGLDeviceContext::current()->bindings();
 }
 
-/// A texture of no texels would make the framebuffer incomplete, and every clear of it a GL error; it is
-/// kept as an attachment but does not reach GL.
+/// Whether GL gets to see an attachment. An empty texture would make the framebuffer incomplete and every
+/// clear a GL error.
 bool reachesGL(const Texture* texture)
 {
     return texture && !texture->size().isEmpty();
@@ -46,7 +46,7 @@ FramebufferObject::~FramebufferObject()
     if (m_name != 0 && context) {
         context->bindings().forget(this);
         glDeleteFramebuffers(1, &m_name);
-        glDeleteRenderbuffers(1, &m_standIn);
+        glDeleteRenderbuffers(1, &m_placeholder);
     }
 }
 
@@ -88,8 +88,8 @@ size_t FramebufferObject::indexOf(unsigned int attachment) const
         return index;
     }
     logCritical(__FILE__, __LINE__,
-                u"0x%1 is not an attachment point; colour attachment 0 is taken"_s.arg(attachment, 4, 16,
-                                                                                       QLatin1Char('0')));
+                u"0x%1 is not an attachment point; colour attachment 0 is used"_s.arg(attachment, 4, 16,
+                                                                                      QLatin1Char('0')));
     return 0;
 }
 
@@ -113,8 +113,7 @@ void FramebufferObject::attachLayer(Texture* texture, unsigned int attachment, i
     if (attachment != GL_DEPTH_STENCIL_ATTACHMENT) {
         return;
     }
-    // GL does not take a depth texture without stencil at the combined point: it goes to the depth point
-    // alone.
+    // GL rejects a depth texture without stencil at the combined point.
     if (formatFromInternalFormat(texture->internalFormat()) == GL_DEPTH_STENCIL) {
         set(stencilIndex);
     } else {
@@ -194,9 +193,9 @@ void FramebufferObject::selectDrawBuffers()
         mask |= m_attachments[i].appliedSerial != 0 ? 1U << i : 0U;
     }
     if (mask == 0 && m_attachments[depthIndex].appliedSerial == 0) {
-        attachStandIn();
-    } else if (m_standIn != 0 && (mask & 1U) == 0) {
-        // It would limit the drawing to its one pixel.
+        attachPlaceholder();
+    } else if (m_placeholder != 0 && (mask & 1U) == 0) {
+        // It would limit rendering to one pixel.
         glFramebufferRenderbuffer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, 0);
     }
     if (mask == m_drawBufferMask) {
@@ -215,9 +214,9 @@ void FramebufferObject::selectDrawBuffers()
     glReadBuffer(first == buffers.end() ? GL_NONE : *first);
 }
 
-void FramebufferObject::attachStandIn()
+void FramebufferObject::attachPlaceholder()
 {
-    // Without attachments a framebuffer is incomplete, and clearing it or drawing into it a GL error.
+    // A framebuffer without attachments is incomplete, and clearing it or drawing into it is a GL error.
     const OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     if (context->version() >= 43 || context->hasExtension("ARB_framebuffer_no_attachments")) {
         glFramebufferParameteri(GL_DRAW_FRAMEBUFFER, GL_FRAMEBUFFER_DEFAULT_WIDTH, context->maxTextureSize());
@@ -225,13 +224,13 @@ void FramebufferObject::attachStandIn()
                                 context->maxTextureSize());
         return;
     }
-    if (m_standIn == 0) {
-        glGenRenderbuffers(1, &m_standIn);
-        glBindRenderbuffer(GL_RENDERBUFFER, m_standIn);
+    if (m_placeholder == 0) {
+        glGenRenderbuffers(1, &m_placeholder);
+        glBindRenderbuffer(GL_RENDERBUFFER, m_placeholder);
         glRenderbufferStorage(GL_RENDERBUFFER, GL_RGBA8, 1, 1);
         glBindRenderbuffer(GL_RENDERBUFFER, 0);
     }
-    glFramebufferRenderbuffer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, m_standIn);
+    glFramebufferRenderbuffer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, m_placeholder);
 }
 
 QSize FramebufferObject::size() const

@@ -13,11 +13,11 @@ namespace Morvane::Qel {
 
 class Texture;
 
-/// A framebuffer of texture attachments. While bound it is what draws and clears go to; release restores the
-/// framebuffer and the viewport that were in force before. It never deletes its textures.
+/// A framebuffer with texture attachments, which it does not own. While bound it is the target of draws and
+/// clears; release restores the previous framebuffer and viewport.
 ///
-/// A detached texture leaves the GL object at the next setDrawBuffers, so that a pass that attaches a pooled
-/// texture every frame and gets the same one again changes nothing in GL.
+/// A detached texture stays in the GL object until the next setDrawBuffers, so that a pass that gets the same
+/// pooled texture in every frame causes no GL calls.
 class QEL_GL_EXPORT FramebufferObject : public QObject, public Bindable
 {
     Q_OBJECT
@@ -32,18 +32,18 @@ public:
     /// GL_STENCIL_ATTACHMENT or GL_DEPTH_STENCIL_ATTACHMENT. A null texture detaches; a read-only one is
     /// refused and reported.
     void attach(Texture* texture, unsigned int attachment, int level);
-    /// Attaches one layer of an array texture.
+    /// Attaches a layer of an array texture.
     void attach3D(Texture* texture, unsigned int attachment, int layer, int level);
-    /// Removes an attachment and returns its texture, null where nothing was attached.
+    /// Removes an attachment and returns its texture, null if there was none.
     Texture* detach(unsigned int attachment);
-    /// The texture at an attachment, null where nothing is attached.
+    /// Returns the texture at an attachment point, null if there is none.
     Texture* attachment(unsigned int attachment) const;
     bool hasAttachment(unsigned int attachment) const;
 
-    /// Selects all attached colour attachments as draw buffers, in order, and sets the viewport to the size
-    /// of the attachments. With the framebuffer bound.
+    /// Selects all colour attachments as draw buffers, in order, and sets the viewport to the size of the
+    /// attachments. The framebuffer must be bound.
     void setDrawBuffers();
-    /// The GL name.
+    /// Returns the GL name.
     unsigned int getFBO() const;
 
 private:
@@ -53,7 +53,7 @@ private:
         int level = 0;
         /// -1 for the whole level.
         int layer = -1;
-        /// What the GL object holds: the serial of its texture, 0 for none.
+        /// The state of the GL object; the serial of its texture is 0 if there is none.
         quint64 appliedSerial = 0;
         int appliedLevel = 0;
         int appliedLayer = -1;
@@ -66,12 +66,13 @@ private:
     void attachLayer(Texture* texture, unsigned int attachment, int layer, int level);
     void apply(size_t index);
     void selectDrawBuffers();
-    void attachStandIn();
+    void attachPlaceholder();
     QSize size() const;
 
     ResourceScope::Membership m_membership;
     mutable unsigned int m_name = 0;
-    unsigned int m_standIn = 0;
+    /// A renderbuffer for GL versions that cannot render without attachments.
+    unsigned int m_placeholder = 0;
     unsigned int m_drawBufferMask;
     std::array<Attachment, numColorAttachments + 2> m_attachments;
 };

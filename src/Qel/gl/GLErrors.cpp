@@ -24,7 +24,7 @@ const char* errorName(GLenum error)
     case GL_OUT_OF_MEMORY:
         return "GL_OUT_OF_MEMORY";
     default:
-        return "of an unknown kind";
+        return "of unknown kind";
     }
 }
 
@@ -38,7 +38,7 @@ void checkGLError(const char* file, int line)
 bool hasGLError(const char* file, int line)
 {
     bool pending = false;
-    // A lost context reports errors for ever; no healthy one has this many flags.
+    // A lost context reports errors forever; a healthy one has fewer error flags.
     constexpr int maxErrors = 16;
     for (int i = 0; i < maxErrors; ++i) {
         const GLenum error = glGetError();

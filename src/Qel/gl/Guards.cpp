@@ -27,26 +27,14 @@ AutoBinder::~AutoBinder()
     }
 }
 
-AutoEnabler::AutoEnabler(unsigned int capability)
+CapabilityGuard::CapabilityGuard(unsigned int capability, bool enabled)
     : m_capability(capability)
     , m_wasEnabled(OpenGLDeviceContext::current()->isEnabled(capability))
 {
-    OpenGLDeviceContext::current()->enable(capability);
+    OpenGLDeviceContext::current()->setEnabled(capability, enabled);
 }
 
-AutoEnabler::~AutoEnabler()
-{
-    OpenGLDeviceContext::current()->setEnabled(m_capability, m_wasEnabled);
-}
-
-AutoDisabler::AutoDisabler(unsigned int capability)
-    : m_capability(capability)
-    , m_wasEnabled(OpenGLDeviceContext::current()->isEnabled(capability))
-{
-    OpenGLDeviceContext::current()->disable(capability);
-}
-
-AutoDisabler::~AutoDisabler()
+CapabilityGuard::~CapabilityGuard()
 {
     OpenGLDeviceContext::current()->setEnabled(m_capability, m_wasEnabled);
 }

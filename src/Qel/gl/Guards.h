@@ -6,7 +6,7 @@
 
 namespace Morvane::Qel {
 
-/// Binds for its lifetime and restores the previous binding. A null binds nothing.
+/// Binds an object for its own lifetime and then restores the previous binding. Null binds nothing.
 class QEL_GL_EXPORT AutoBinder
 {
 public:
@@ -21,32 +21,38 @@ private:
     QSharedPointer<Bindable> m_owner;
 };
 
-/// Enables a GL capability for its lifetime and restores what the context's record held before.
-class QEL_GL_EXPORT AutoEnabler
+/// Enables or disables a GL capability for its lifetime and then restores the previous state.
+class QEL_GL_EXPORT CapabilityGuard
 {
 public:
-    explicit AutoEnabler(unsigned int capability);
-    ~AutoEnabler();
-    AutoEnabler(const AutoEnabler&) = delete;
-    AutoEnabler& operator=(const AutoEnabler&) = delete;
+    CapabilityGuard(unsigned int capability, bool enabled);
+    ~CapabilityGuard();
+    CapabilityGuard(const CapabilityGuard&) = delete;
+    CapabilityGuard& operator=(const CapabilityGuard&) = delete;
 
 private:
     unsigned int m_capability;
     bool m_wasEnabled;
 };
 
-/// Disables a GL capability for its lifetime and restores what the context's record held before.
-class QEL_GL_EXPORT AutoDisabler
+/// Enables a GL capability for its lifetime and then restores the previous state.
+class AutoEnabler : private CapabilityGuard
 {
 public:
-    explicit AutoDisabler(unsigned int capability);
-    ~AutoDisabler();
-    AutoDisabler(const AutoDisabler&) = delete;
-    AutoDisabler& operator=(const AutoDisabler&) = delete;
+    explicit AutoEnabler(unsigned int capability)
+        : CapabilityGuard(capability, true)
+    {
+    }
+};
 
-private:
-    unsigned int m_capability;
-    bool m_wasEnabled;
+/// Disables a GL capability for its lifetime and then restores the previous state.
+class AutoDisabler : private CapabilityGuard
+{
+public:
+    explicit AutoDisabler(unsigned int capability)
+        : CapabilityGuard(capability, false)
+    {
+    }
 };
 
 } // namespace Morvane::Qel

@@ -64,7 +64,8 @@ void Texture::bind()
     const bool isNew = m_name == 0;
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     context->bindings().bindTexture(&m_unit, m_target, textureID());
-    if (isNew) {
+    // GL knows the texture only once it has been bound to a unit.
+    if (isNew && m_unit >= 0) {
         context->label(GL_TEXTURE, m_name, u"texture"_s);
     }
 }
@@ -136,7 +137,7 @@ int* Texture::parameterSlot(unsigned int name)
         return &m_parameters.maxLevel;
     default:
         logCritical(__FILE__, __LINE__,
-                    u"texture parameter 0x%1 is not one that is kept"_s.arg(name, 4, 16, QLatin1Char('0')));
+                    u"texture parameter 0x%1 is not supported"_s.arg(name, 4, 16, QLatin1Char('0')));
         return nullptr;
     }
 }

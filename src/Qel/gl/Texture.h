@@ -11,9 +11,8 @@ namespace Morvane::Qel {
 
 class BufferObject;
 
-/// A GL texture. Empty until an image is given; the GL name is made on first need and deleted with the
-/// object. Not thread-safe; the context in which it was made must be current for every operation, the
-/// destructor included.
+/// A GL texture, created on first use and deleted with the object; empty until it gets an image. Not
+/// thread-safe: its context must be current for every call, including the destructor.
 class QEL_GL_EXPORT Texture : public QObject, public Bindable
 {
     Q_OBJECT
@@ -21,62 +20,63 @@ public:
     explicit Texture(QObject* parent = nullptr);
     ~Texture() override;
 
-    /// GL target for binding: GL_TEXTURE_2D (the initial one), GL_TEXTURE_CUBE_MAP, GL_TEXTURE_2D_ARRAY,
-    /// GL_TEXTURE_BUFFER. Set it before the first bind.
+    /// Sets the GL target: GL_TEXTURE_2D (the default), GL_TEXTURE_CUBE_MAP, GL_TEXTURE_2D_ARRAY or
+    /// GL_TEXTURE_BUFFER. Call it before the first bind.
     void setTarget(unsigned int target);
     unsigned int target() const { return m_target; }
-    /// The GL name.
+    /// Returns the GL name.
     unsigned int textureID();
-    /// The unit that the latest bind in force took, -1 while unbound. Sampler uniforms are set to it.
+    /// The unit of the latest binding, -1 while unbound; the value for sampler uniforms.
     int unit() const { return m_unit; }
-    /// Marks a texture that consumers must not render into.
+    /// Forbids rendering into the texture.
     void setReadOnly();
     bool isReadOnly() const { return m_readOnly; }
 
-    /// Makes the texture current on the context's next free unit.
+    /// Binds the texture to the context's next free unit.
     void bind() override;
     void release() override;
 
     /// \name Images
     /// @{
 
-    /// glTexImage2D of a level of a GL_TEXTURE_2D (or of a face, for cube maps), with the texture bound for
-    /// the call. Level 0 sets width, height and internal format. `pixels` may be null.
+    /// Specifies a mip level of a 2D texture, with parameters as in glTexImage2D. Level 0 sets size and
+    /// internal format. Null `pixels` leave the contents undefined.
     void setImage2D(int level, unsigned int internalFormat, int width, int height, unsigned int format,
                     unsigned int type, const void* pixels);
+    /// Specifies a mip level of a cube map face (GL_TEXTURE_CUBE_MAP_POSITIVE_X, ...).
     void setFaceImage(unsigned int face, int level, unsigned int internalFormat, int width, int height,
                       unsigned int format, unsigned int type, const void* pixels);
-    /// glTexImage3D of level 0, for GL_TEXTURE_2D_ARRAY.
+    /// Specifies level 0 of a 2D array texture, with parameters as in glTexImage3D.
     void setImage3D(unsigned int internalFormat, int width, int height, int layers, unsigned int format,
                     unsigned int type, const void* pixels);
-    /// glTexBuffer: shows a buffer, for GL_TEXTURE_BUFFER, as texels of a sized format. The caller keeps the
-    /// buffer; contents that it gets later show too.
+    /// Makes a buffer texture show a buffer as texels of a sized format, and follow its later contents. The
+    /// caller keeps the buffer alive.
     void setBuffer(unsigned int internalFormat, BufferObject* buffer);
     void generateMipmap();
-    /// Size of level 0, as far as it was set through this object.
+    /// The size of level 0, as set through this object.
     QSize size() const { return m_size; }
     int layers() const { return m_layers; }
-    /// How many mip levels have an image, as far as they were set through this object; 0 without any.
+    /// The number of mip levels with an image, as set through this object.
     int levels() const { return m_levels; }
     unsigned int internalFormat() const { return m_internalFormat; }
     /// @}
 
     /// \name Parameters
-    /// Kept as a record, so that setting what is already set costs no GL call and saving and restoring reads
-    /// nothing back. Set parameters through here rather than through glTexParameter.
+    /// Recorded in this object, so that setting an equal value costs no GL call and reading needs no query.
+    /// Do not call glTexParameter for them.
     /// @{
 
-    /// GL_TEXTURE_MIN_FILTER, GL_TEXTURE_MAG_FILTER, GL_TEXTURE_WRAP_S, _T, _R, GL_TEXTURE_MAX_LEVEL.
+    /// Sets GL_TEXTURE_MIN_FILTER, GL_TEXTURE_MAG_FILTER, GL_TEXTURE_WRAP_S, _T, _R or GL_TEXTURE_MAX_LEVEL.
     void setParameter(unsigned int name, int value);
     int parameter(unsigned int name);
     void setFilter(int minFilter, int magFilter);
-    /// All three directions.
+    /// Sets the wrap mode of all three directions.
     void setWrap(int mode);
-    /// What lies outside where a direction wraps by GL_CLAMP_TO_BORDER. Not kept: every call reaches GL.
+    /// Sets the colour outside the image for GL_CLAMP_TO_BORDER. Not recorded: every call reaches GL.
     void setBorderColor(const QVector4D& color);
     /// @}
 
-    /// A number that no other texture of this process ever had, unlike its GL name.
+    /// A number that, unlike the GL name, no other texture of the process ever has.
     quint64 serial() const { return m_serial; }
 
 private:

@@ -28,12 +28,12 @@ struct Entry
     int width;
     int height;
     int references;
-    /// Frames since the latest loan.
+    /// Frames since the texture was last taken.
     quint64 age;
 };
 
-/// Free textures that were not taken for this many frames are deleted: long enough for a pass that draws
-/// every few frames, short enough that an animated size does not fill the memory.
+/// Free textures older than this are deleted: old enough for passes that draw only every few frames, young
+/// enough that an animated size does not exhaust memory.
 constexpr quint64 framesToKeep = 8;
 
 unsigned int internalFormatOf(TextureFormat format)
@@ -123,7 +123,7 @@ Texture* TextureManager::tempTexture(TextureFormat format, int width, int height
     if (std::max(width, height) > context->maxTextureSize()) {
         logCritical(
             __FILE__, __LINE__,
-            u"a texture of %1x%2 is over the driver's limit of %3; 1x1 is used"_s.arg(width).arg(height).arg(
+            u"a texture of %1x%2 exceeds the driver's limit of %3; 1x1 is used"_s.arg(width).arg(height).arg(
                 context->maxTextureSize()));
         width = height = 1;
     }
@@ -143,7 +143,7 @@ Texture* TextureManager::tempTexture(TextureFormat format, int width, int height
         entry = std::prev(entries.end());
     } else if (entry->texture->internalFormat() != internalFormatOf(format) ||
                entry->texture->size() != QSize(width, height)) {
-        // Its last borrower gave it contents of another kind.
+        // Its last user gave it an image of another size or format.
         allocate(*entry->texture, format, width, height);
     }
     entry->references = count < 0 ? 1 : count;
@@ -168,7 +168,7 @@ void TextureManager::releaseTempTextureRef(Texture* texture, int references)
     }
     if (references > entry->references) {
         logCritical(__FILE__, __LINE__,
-                    u"%1 references of a pooled texture are released, of which %2 are out"_s.arg(references)
+                    u"%1 references to a pooled texture are released but only %2 are held"_s.arg(references)
                         .arg(entry->references));
         references = entry->references;
     }

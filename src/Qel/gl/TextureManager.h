@@ -13,9 +13,9 @@ class Texture;
 /// Formats of pooled textures.
 enum class TextureFormat : int
 {
-    /// GL_RGBA8. Anti-aliasing needs its edge and weight targets in 8 bits.
+    /// GL_RGBA8, which anti-aliasing requires for its edges and weights.
     RGBA8 = 3,
-    /// GL_RGBA32F with its whole mip chain allocated; for positions.
+    /// GL_RGBA32F with a full mip chain, for positions.
     RGBA32FMipmapped = 6,
     /// GL_RGBA16F.
     RGBA16F = 7,
@@ -23,28 +23,28 @@ enum class TextureFormat : int
     Depth24Stencil8 = 21,
 };
 
-/// The pool of temporary textures, one a process, its textures kept apart by context.
+/// The process-wide pool of temporary textures, which are never shared between contexts.
 ///
-/// Reference protocol: a producer takes a texture with one reference, adds one reference for every consumer
-/// of the output on which it publishes it, and drops its own; every consumer drops one reference of each
-/// texture input it read. At zero the texture is free for the next loan. Textures that the pool does not own
-/// and null are accepted everywhere and ignored, so that passes treat every input alike.
+/// Reference protocol: a producer takes a texture with one reference, adds one for each consumer of the
+/// output that publishes it, and releases its own. Each consumer releases one reference of every texture
+/// input that it read. At zero the texture is free to be taken again. Null and textures from elsewhere are
+/// ignored, so that passes can treat all inputs alike.
 class QEL_GL_EXPORT TextureManager
 {
 public:
     static TextureManager* Instance();
 
-    /// A texture of this format and size, with linear filters and clamped to its edge, whose contents are
-    /// undefined. A size below 1 becomes 1; one over the driver's limit is logged and becomes 1. `count`
-    /// references are held by the caller; -1 stands for one.
+    /// Takes a texture with undefined contents, linear filters and wrap mode GL_CLAMP_TO_EDGE. The caller
+    /// holds `count` references; -1 means one. A size below 1 becomes 1; one above the driver's limit is
+    /// reported and becomes 1x1.
     Texture* tempTexture(TextureFormat format, int width, int height, int count = -1);
     void addTempTextureRef(Texture* texture, int references);
     void releaseTempTextureRef(Texture* texture, int references);
 
-    /// Says that a frame of the current context is over; textures that nobody took for some frames are
-    /// deleted. RenderGraph calls it; a host that drives passes by hand does so itself.
+    /// Ends a frame of the current context and deletes textures that were not taken for several frames.
+    /// RenderGraph calls it; hosts without one must call it themselves.
     void endFrame();
-    /// Deletes every free texture of the current context.
+    /// Deletes all free textures of the current context.
     void releaseFreeTextures();
 
     struct Loan
@@ -53,23 +53,24 @@ public:
         TextureFormat format;
         int references;
     };
-    /// The textures of the current context that are still referenced; empty when the protocol is kept.
+    /// Returns the referenced textures of the current context; empty between frames if all passes follow the
+    /// protocol.
     std::vector<Loan> loans() const;
-    /// How many references of the current context's textures are out.
+    /// Returns the number of references to textures of the current context.
     int numReferences() const;
-    /// How many textures the pool holds for the current context.
+    /// Returns the number of textures in the pool for the current context.
     int numTextures() const;
 
-    /// \name Textures of materials
-    /// Slot 0 is a material's diffuse map, slot 1 its specular map. Shaders read them with
+    /// \name Material textures
+    /// Slot 0 is the diffuse map, slot 1 the specular map. Shaders sample them with
     /// managedTexture(getMap_Kd(), uv) of "TextureManager.glslh".
     /// @{
 
-    /// Puts a texture into a slot of the current context; null puts the stand-in there.
+    /// Binds a texture to a slot of the current context; null binds the stand-in.
     void bindManagedTexture(int slot, Texture* texture);
-    /// What materials sample on the current context where they have no map, at once in the slots that hold
-    /// the stand-in; null stands for opaque white, the initial one. Not owned; once it is deleted, white is
-    /// back. Returns what it was before, for whoever sets it around a draw.
+    /// Sets the stand-in for missing maps on the current context, also in slots that already hold it. Null,
+    /// the default, means opaque white, and so does a texture that was deleted since. Not owned. Returns the
+    /// previous one, to be restored after a draw.
     Texture* setManagedTextureStandIn(Texture* texture);
     /// @}
 

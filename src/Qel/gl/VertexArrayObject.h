@@ -12,7 +12,7 @@ namespace Morvane::Qel {
 class BufferObject;
 class ShaderProgram;
 
-/// Attribute buffers by attribute name. Because locations are fixed by name, one vertex array serves every
+/// A vertex array with attribute buffers by name. Since names have fixed locations, it works with every
 /// program.
 class QEL_GL_EXPORT VertexArrayObject : public Bindable
 {
@@ -25,16 +25,16 @@ public:
     void bind() override;
     void release() override;
 
-    /// Registers a tightly packed buffer of vectors of `components` values of a GL type as an attribute. The
-    /// buffer's contents may follow later.
+    /// Sets the buffer of an attribute: tightly packed vectors of `components` values of a GL type. The
+    /// buffer may be filled later.
     void upload(const QString& attribute, const QSharedPointer<BufferObject>& buffer, int components,
                 unsigned int type);
-    /// The buffer of an attribute, null where there is none.
+    /// Returns the buffer of an attribute, null if there is none.
     QSharedPointer<BufferObject> bo(const QString& attribute) const;
-    /// Enables the arrays that a program reads, with the vertex array bound. Attributes that the vertex array
-    /// lacks keep GL's constant (0, 0, 0, 1). A null or invalid program enables nothing.
+    /// Enables the arrays that a program reads; the vertex array must be bound. Missing attributes keep GL's
+    /// constant (0, 0, 0, 1). A null or invalid program enables nothing.
     void enableShaderProgramArrays(const ShaderProgram* program);
-    /// The GL name.
+    /// Returns the GL name.
     unsigned int getVAO();
 
 private:
