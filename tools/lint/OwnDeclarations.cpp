@@ -1,6 +1,6 @@
-// A plugin for clang-tidy that restricts its matchers to the declarations outside of system headers. They would
-// otherwise visit some 180,000 lines of Qt, GoogleTest and the standard library for every file, only for the
-// findings there to be dropped afterwards. Matchers still see whatever a visited declaration refers to.
+// A clang-tidy plugin that restricts the matchers to declarations outside system headers. Otherwise they
+// visit some 180,000 lines of Qt, GoogleTest and the standard library per file, and clang-tidy then drops
+// what they find there.
 #include <clang/AST/ASTConsumer.h>
 #include <clang/AST/ASTContext.h>
 #include <clang/AST/DeclBase.h>
@@ -11,37 +11,42 @@
 
 namespace {
 
-class OwnDeclarations : public clang::ASTConsumer {
+class OwnDeclarations : public clang::ASTConsumer
+{
 public:
     bool HandleTopLevelDecl(clang::DeclGroupRef group) override
     {
-        for (clang::Decl *declaration : group) {
-            const clang::SourceManager &sources = declaration->getASTContext().getSourceManager();
+        for (clang::Decl* declaration : group) {
+            const clang::SourceManager& sources = declaration->getASTContext().getSourceManager();
             if (!sources.isInSystemHeader(sources.getExpansionLoc(declaration->getLocation())))
                 m_declarations.push_back(declaration);
         }
         return true;
     }
 
-    void HandleTranslationUnit(clang::ASTContext &context) override { context.setTraversalScope(m_declarations); }
+    void HandleTranslationUnit(clang::ASTContext& context) override
+    {
+        context.setTraversalScope(m_declarations);
+    }
 
 private:
-    std::vector<clang::Decl *> m_declarations;
+    std::vector<clang::Decl*> m_declarations;
 };
 
-class RestrictToOwnDeclarations : public clang::PluginASTAction {
+class RestrictToOwnDeclarations : public clang::PluginASTAction
+{
 protected:
-    std::unique_ptr<clang::ASTConsumer> CreateASTConsumer(clang::CompilerInstance &, llvm::StringRef) override
+    std::unique_ptr<clang::ASTConsumer> CreateASTConsumer(clang::CompilerInstance&, llvm::StringRef) override
     {
         return std::make_unique<OwnDeclarations>();
     }
 
-    bool ParseArgs(const clang::CompilerInstance &, const std::vector<std::string> &) override { return true; }
+    bool ParseArgs(const clang::CompilerInstance&, const std::vector<std::string>&) override { return true; }
 
     ActionType getActionType() override { return AddBeforeMainAction; }
 };
 
-const clang::FrontendPluginRegistry::Add<RestrictToOwnDeclarations> registration(
-    "own-declarations", "restricts matchers to declarations outside of system headers");
+const clang::FrontendPluginRegistry::Add<RestrictToOwnDeclarations>
+    registration("own-declarations", "restricts matchers to declarations outside of system headers");
 
 } // namespace
