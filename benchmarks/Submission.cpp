@@ -5,6 +5,7 @@
 
 #include <epoxy/gl.h>
 
+#include "support/ByHand.h"
 #include "support/Sides.h"
 #include <Qel/RenderPasses/framework/ShaderRenderPass.h>
 #include <Qel/gl/BufferObject.h>
@@ -41,30 +42,12 @@ void main()
 }
 )"_s;
 
-std::unique_ptr<Texture> makeTexture()
-{
-    auto texture = std::make_unique<Texture>();
-    texture->setFilter(GL_LINEAR, GL_LINEAR);
-    texture->setWrap(GL_CLAMP_TO_EDGE);
-    texture->setImage2D(0, GL_RGBA8, side, side, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
-    return texture;
-}
-
-unsigned int compile(unsigned int stage, const char* source)
-{
-    const unsigned int shader = glCreateShader(stage);
-    glShaderSource(shader, 1, &source, nullptr);
-    glCompileShader(shader);
-    return shader;
-}
-
-/// A full-screen pass of one program, two textures and one target: a ShaderRenderPass against the calls that
-/// a careful programmer would write for the same picture.
+/// Compares a ShaderRenderPass with two textures and one target to plain GL calls that draw the same image.
 void SubmitFullScreenPass(benchmark::State& state)
 {
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    const auto a = makeTexture();
-    const auto b = makeTexture();
+    const auto a = makeLinearTexture({side, side}, nullptr);
+    const auto b = makeLinearTexture({side, side}, nullptr);
 
     ShaderRenderPass pass;
     pass.addInput(u"Qel_QRect_Viewport"_s, QRect(0, 0, side, side));
@@ -73,19 +56,16 @@ void SubmitFullScreenPass(benchmark::State& state)
     pass.addOutput(u"Qel_QelTexture*_Frame"_s);
     pass.setFragmentShaderSource(mixSource);
 
-    const auto target = makeTexture();
+    const auto target = makeLinearTexture({side, side}, nullptr);
     unsigned int framebuffer = 0;
     glGenFramebuffers(1, &framebuffer);
-    const unsigned int program = glCreateProgram();
-    glAttachShader(program, compile(GL_VERTEX_SHADER, R"(#version 150
+    const unsigned int program =
+        linkProgram(R"(#version 150
 in vec3 va_Vertex;
 in vec2 va_TexCoord;
 out vec2 vo_TexCoord;
-void main() { gl_Position = vec4(va_Vertex, 1.0); vo_TexCoord = va_TexCoord; })"));
-    glAttachShader(program, compile(GL_FRAGMENT_SHADER, mixSource.toUtf8().constData()));
-    glBindAttribLocation(program, 0, "va_Vertex");
-    glBindAttribLocation(program, 2, "va_TexCoord");
-    glLinkProgram(program);
+void main() { gl_Position = vec4(va_Vertex, 1.0); vo_TexCoord = va_TexCoord; })",
+                    mixSource.toStdString(), {"va_Vertex", "va_Normal", "va_TexCoord"});
     const int locationA = glGetUniformLocation(program, "u_A");
     const int locationB = glGetUniformLocation(program, "u_B");
     const QSharedPointer<DrawBuffers> batch = context->fullScreenTriangle();
@@ -156,11 +136,11 @@ void SubmitGraph(benchmark::State& state)
     for (int i = 0; i < numPasses; ++i) {
         description.passes.push_back({u"pass%1"_s.arg(i), u"IdleRenderPass"_s, {}, {}});
     }
-    QStringList faults;
-    const auto graph = RenderGraph::create(description, registry, {}, &faults);
+    QStringList errors;
+    const auto graph = RenderGraph::create(description, registry, {}, &errors);
     QString error;
     if (!graph || !graph->renderFrame(&error)) {
-        state.SkipWithError(qPrintable(faults.join(u' ') + error));
+        state.SkipWithError(qPrintable(errors.join(u' ') + error));
         return;
     }
     for ([[maybe_unused]] auto iteration : state) {
@@ -201,7 +181,7 @@ void main() { out_FragColor = vec4(getKd(), getD()); })"_s,
                       {});
     program.addShader(GL_FRAGMENT_SHADER, registry->getPlan(u"OBJMaterial"_s)->glslc(), {});
 
-    const auto target = makeTexture();
+    const auto target = makeLinearTexture({side, side}, nullptr);
     FramebufferObject framebuffer;
     const AutoBinder framebufferBinder(&framebuffer);
     framebuffer.attach(target.get(), GL_COLOR_ATTACHMENT0, 0);

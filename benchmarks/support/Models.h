@@ -2,7 +2,7 @@
 
 #include <functional>
 
-#include <Qel/model/ModelData.h>
+#include <Qel/model/ModelImport.h>
 
 namespace Morvane::Qel::Bench {
 
@@ -13,8 +13,8 @@ struct SurfacePoint
     QVector2D texCoord;
 };
 
-/// Returns one mesh of 2 * columns * rows triangles over the parameters u and v, both from 0 to 1, with one instance
-/// and a default material. Triangles are counter-clockwise where u, v and the normal are right-handed.
+/// Returns one mesh of 2 * columns * rows triangles over the parameters u and v, both from 0 to 1, with one
+/// instance and a default material.
 ModelData makeSurface(unsigned int columns, unsigned int rows,
                       const std::function<SurfacePoint(float u, float v)>& point);
 
