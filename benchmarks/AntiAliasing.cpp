@@ -1,4 +1,4 @@
-// FXAA and SMAA against the same shaders drawn by hand.
+// FXAA and SMAA against the same shaders in plain GL.
 
 #include <QRect>
 #include <QVector4D>
@@ -44,7 +44,7 @@ std::unique_ptr<Texture> makeFrame(int width, int height)
 class DrawByHand
 {
 public:
-    /// The functions and the main of the stages, which find the texture coordinate in `at`.
+    /// `vertex` and `fragment` are the bodies of the stages; the texture coordinate is `at`.
     DrawByHand(int width, int height, const QString& vertex, const QString& fragment, const QString& file,
                const std::vector<const char*>& samplers);
     ~DrawByHand()
@@ -141,7 +141,7 @@ void compareFxaa(benchmark::State& state, Wait wait, int width, int height)
         state, wait, [&] { pass.start(nullptr); }, [&] { byHand.draw({frame->textureID()}); });
 }
 
-/// The pass, and its three draws by hand, on one frame.
+/// The pass and its three draws in plain GL, on one frame.
 class Smaa
 {
 public:
@@ -212,8 +212,8 @@ void compareSmaa(benchmark::State& state, Wait wait, int width, int height)
         state, wait, [&] { smaa.runPass(); }, [&] { smaa.drawByHand(); }, &Smaa::prepare);
 }
 
-/// While it lives, every glDrawArrays waits for its pixels and is timed. One at a time, and not before the
-/// function was called once, since its first call looks it up.
+/// Times every glDrawArrays until its pixels are drawn, for its lifetime. Only one may exist, and
+/// glDrawArrays must have been called before, because the first call resolves the function.
 class DrawTimer
 {
 public:
@@ -250,7 +250,7 @@ void smaaFullHD(benchmark::State& state)
 {
     compareSmaa(state, Wait::Pixels, 1920, 1080);
 }
-/// The median of each of the three draws, in microseconds, and its ratio to the one by hand.
+/// Reports the median of each of the three draws in microseconds, and its ratio to plain GL.
 void smaaStagesFullHD(benchmark::State& state)
 {
     constexpr std::array<const char*, 3> stages{"edges", "weights", "blend"};

@@ -1,4 +1,4 @@
-// The Gaussian blur against two draws written by hand with the same taps.
+// The Gaussian blur against two plain GL draws with the same taps.
 
 #include <QRect>
 #include <QVariant>
@@ -145,8 +145,8 @@ void blurFullHD(benchmark::State& state)
 }
 BENCHMARK(blurFullHD)->Name("GaussianBlur/1920x1080/radius5")->Unit(benchmark::kMillisecond);
 
-/// Frames whose radius changes, always to one that was there before, against frames whose radius stays. The
-/// difference is the rebuild of the kernel and of one program for the blur and two for the glow.
+/// Compares frames that change to a previously used radius with frames that keep theirs. The difference is
+/// the rebuild of the kernel and of one program (blur) or two (glow).
 template<class Pass>
 void changeRadius(benchmark::State& state)
 {

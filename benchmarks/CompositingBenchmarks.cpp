@@ -1,5 +1,5 @@
-// The compositing passes against GL by hand: a program for the one operator, or for the one environment,
-// drawn into a texture that is made once.
+// The compositing passes against plain GL: a program for a single operator or environment, drawn into a
+// texture that is created once.
 
 #include <QMatrix4x4>
 #include <QRect>
@@ -216,7 +216,7 @@ void main()
     pass.setInput(SkyboxRenderPass::ProjectionMatrix, projection);
     pass.setInput(SkyboxRenderPass::CameraMatrix, camera);
     pass.setInput(SkyboxRenderPass::Cubemap, QVariant::fromValue<QObject*>(&cubemap));
-    // A frame and a stencil of the caller's, so that the pass has nothing to clear, as behind a scene.
+    // The caller provides a frame and a stencil, as behind a scene, so the pass clears nothing.
     TextureManager* pool = TextureManager::Instance();
     Texture* frame = pool->tempTexture(TextureFormat::RGBA16F, width, height);
     Texture depth;

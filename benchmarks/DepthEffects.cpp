@@ -1,4 +1,4 @@
-// Positions and ambient obscurance against the same methods drawn by hand.
+// Positions and ambient obscurance against the same methods in plain GL.
 
 #include <QMatrix4x4>
 #include <QRect>
@@ -38,7 +38,7 @@ QMatrix4x4 makeProjection()
     return projection;
 }
 
-/// Bumps at a distance of about five, with a strip of background.
+/// Returns a depth image of bumps at a distance of about 5, with a strip of background.
 std::unique_ptr<Texture> makeDepth()
 {
     std::vector<float> depths;
@@ -187,7 +187,7 @@ void main()
 
 BENCHMARK(comparePositions)->Name("Positions/1280x720")->Unit(benchmark::kMillisecond);
 
-/// The bare shader: the same choices at run time, between depth and positions and of the number of taps.
+/// Compares the pass to its bare shader, with the same run-time choices of input and number of samples.
 void compareObscurance(benchmark::State& state)
 {
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();

@@ -1,4 +1,4 @@
-// G-buffers and deferred shading against the same work in plain GL.
+// G-buffers and deferred shading against plain GL.
 
 #include <QMatrix4x4>
 #include <QRect>

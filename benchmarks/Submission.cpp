@@ -1,4 +1,4 @@
-// What the library adds to the CPU time of submitting work.
+// Overhead of the library in the CPU time of submission.
 
 #include <array>
 #include <vector>
@@ -27,7 +27,7 @@ using namespace Qt::StringLiterals;
 namespace Morvane::Qel::Bench {
 namespace {
 
-// So small that rasterising costs next to nothing.
+// Small enough that rasterising costs almost nothing.
 constexpr int side = 8;
 
 const QString mixSource = uR"(#version 150
@@ -109,7 +109,7 @@ void main() { gl_Position = vec4(va_Vertex, 1.0); vo_TexCoord = va_TexCoord; })"
 }
 BENCHMARK(SubmitFullScreenPass);
 
-/// Does nothing, so that all time is the graph's.
+/// A pass that does nothing, so that only the graph costs time.
 class IdleRenderPass : public RenderPassHelper
 {
 public:
@@ -125,7 +125,7 @@ public:
     IdleRenderPass() { declarePorts(description()); }
 };
 
-/// The graph's own cost of a pass.
+/// Measures the overhead of the graph per pass.
 void SubmitGraph(benchmark::State& state)
 {
     const auto numPasses = static_cast<int>(state.range(0));
@@ -146,13 +146,13 @@ void SubmitGraph(benchmark::State& state)
     for ([[maybe_unused]] auto iteration : state) {
         graph->renderFrame(&error);
     }
-    // Seconds for each pass and frame; printed with its unit, such as 400n.
+    // Seconds per pass and frame, printed with an SI prefix such as 400n.
     state.counters["s_per_pass"] = benchmark::Counter(
         numPasses, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 BENCHMARK(SubmitGraph)->Arg(1)->Arg(10)->Arg(50);
 
-/// Drawing a model of many small batches against a loop of the calls that each batch needs.
+/// Compares drawing a model of many small batches to a loop over the GL calls of each batch.
 void SubmitModel(benchmark::State& state)
 {
     const auto numBatches = static_cast<int>(state.range(0));

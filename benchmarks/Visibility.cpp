@@ -176,7 +176,7 @@ ModelData makeStack(int numLayers)
     data.materials.emplace_back();
     MeshData& mesh = data.meshes[0];
     for (int i = 0; i < numLayers; ++i) {
-        // 37 has no divisor in common with the numbers of layers.
+        // 37 is coprime to the numbers of layers.
         const float height = static_cast<float>(i * 37 % numLayers) / static_cast<float>(numLayers);
         const auto first = static_cast<unsigned int>(mesh.positions.size());
         for (const QVector2D& corner :
@@ -201,7 +201,7 @@ void SortFragmentLists(benchmark::State& state)
         return;
     }
     const auto numLayers = static_cast<int>(state.range(0));
-    // 32 layers of it fit into the node buffer.
+    // At this size, 32 layers fit into the node buffer.
     const QRect viewport(0, 0, 640, 360);
     GPUModel model(makeStack(numLayers));
     VisibilityBufferRenderPass lists;
@@ -210,7 +210,7 @@ void SortFragmentLists(benchmark::State& state)
     VisibilitySortRenderPass sort;
     sort.setInput(VisibilitySortRenderPass::Viewport, viewport);
     const auto run = [&] {
-        // Sorted lists are another task: each round gets its own.
+        // The pass sorts in place, so every round needs new lists.
         lists.start(nullptr);
         sort.setInput(VisibilitySortRenderPass::HeadPointers, lists.output(0));
         sort.setInput(VisibilitySortRenderPass::NodeBuffer, lists.output(1));
