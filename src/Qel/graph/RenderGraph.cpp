@@ -15,7 +15,6 @@
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
 #include <Qel/model/GPUModel.h>
-#include <Qel/model/ModelImport.h>
 #include <Qel/model/ShadowMapManager.h>
 
 #include <Qel/graph/support/Camera.h>
@@ -175,7 +174,8 @@ bool RenderGraph::Private::importModels(std::vector<ModelData>* data, QStringLis
     for (const ModelDescription& model : description.models) {
         const QString prefix = u"%1: models.%2: "_s.arg(description.displayName(), model.name);
         QString error;
-        std::optional<ModelData> imported = importModel(description.resolvePath(model.file), &error);
+        std::optional<ModelData> imported =
+            importModel(description.resolvePath(model.file), &error, options.modelImport);
         if (!imported) {
             faults->append(prefix + error);
             continue;

@@ -13,6 +13,7 @@
 #include <Qel/graph/GraphPlan.h>
 #include <Qel/graph/PassRegistry.h>
 #include <Qel/graph/Profiler.h>
+#include <Qel/model/ModelImport.h>
 
 namespace Morvane::Qel {
 
@@ -41,6 +42,8 @@ public:
         bool keepOutputs = false;
         /// Handed to every operation of a frame; must outlive the graph.
         RenderCallbacks* callbacks = nullptr;
+        /// How model files are read; by default in the calling process.
+        ImportOptions modelImport{};
     };
 
     /// Checks a graph, loads its models and makes its passes. Null on failure, with one line for each fault

@@ -42,9 +42,9 @@ std::unique_ptr<HeadlessContext> makeContext(HeadlessContext::Device device)
     return context;
 }
 
-std::unique_ptr<RenderGraph> makeGraph(const GraphDescription& description,
-                                       const RenderGraph::Options& options)
+std::unique_ptr<RenderGraph> makeGraph(const GraphDescription& description, RenderGraph::Options options)
 {
+    options.modelImport.isolated = true;
     QStringList errors;
     std::unique_ptr<RenderGraph> graph =
         RenderGraph::create(description, PassRegistry::builtin(), options, &errors);

@@ -18,9 +18,9 @@ HeadlessContext::Device device(const Arguments& options);
 /// Creates a context on a device and makes it current.
 std::unique_ptr<HeadlessContext> makeContext(HeadlessContext::Device device);
 
-/// Creates a graph of built-in passes on the current context.
-std::unique_ptr<RenderGraph> makeGraph(const GraphDescription& description,
-                                       const RenderGraph::Options& options);
+/// Creates a graph of built-in passes on the current context. Models are read in child processes, so that
+/// a damaged file gives an error.
+std::unique_ptr<RenderGraph> makeGraph(const GraphDescription& description, RenderGraph::Options options);
 void renderFrame(RenderGraph& graph);
 /// Fails if GL has reported an error, because rendered or read-back pixels may then be wrong.
 void checkReports();
