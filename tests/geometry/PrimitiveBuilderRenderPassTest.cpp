@@ -174,7 +174,10 @@ TEST_F(PrimitiveBuilderRenderPassTest, AGraphListsPrimitives)
                                     .object();
     GraphDescription description;
     description.viewport = {4, 4};
-    description.passes = {{u"primitives"_s, u"PrimitiveBuilderRenderPass"_s, {}, options}};
+    description.passes = {
+        {u"primitives"_s, u"PrimitiveBuilderRenderPass"_s, {}, options},
+        {u"gbuffer"_s, u"GBufferRenderPass"_s, {{u"Geometry"_s, u"@primitives.Geometry"_s}}, {}}};
+    description.output = u"@gbuffer.Id"_s;
     QStringList errors;
     const auto graph = RenderGraph::create(description, PassRegistry::builtin(), {}, &errors);
     ASSERT_TRUE(graph) << qPrintable(errors.join(u'\n'));
