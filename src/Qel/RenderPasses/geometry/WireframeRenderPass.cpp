@@ -115,7 +115,8 @@ void WireframeRenderPass::start(RenderCallbacks* /*callbacks*/)
     m_program->setUniform(m_idSamplerHeight, viewport.height());
     m_program->setUniform(m_wireframeColour, QColor(26, 26, 26, 26));
     checkGLError(sourceFile, 176);
-    const BoundSampler sampler(*m_program, m_idSampler, ids, Sampling::Nearest);
+    // Deliberate: beyond the border the Id texture's own wrap mode decides.
+    const BoundSampler sampler(*m_program, m_idSampler, ids, Sampling::Own);
     drawBatch(m_fullScreenBatch);
     output.value = target.publish(output.users);
 }

@@ -19,8 +19,11 @@ class Texture;
 ///
 /// Reads an Id image as the scene passes write it: the first component is the primitive's number plus one,
 /// where 0 is the background; the third component, if there is one, numbers the parts of a tessellated
-/// primitive, whose edges weigh a third. Ids are rounded down after 0.1 is added. The image is sampled at
-/// nearest and clamped to the edge, so opposite borders of the frame do not meet.
+/// primitive, whose edges weigh a third. Ids are rounded down after 0.1 is added.
+///
+/// Deliberate: neighbours beyond the border follow the wrap mode of the Id texture. The Ids of the scene
+/// passes repeat, so pixels at opposite borders count as neighbours, and the overlay draws the frame's
+/// border.
 ///
 /// Writes 26 / 255 in all four components, scaled by the weight of the differing neighbours: a premultiplied
 /// faint white. The output is a pooled texture (RGBA8) of the viewport's size whose references its consumers
