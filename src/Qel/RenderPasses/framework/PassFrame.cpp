@@ -123,6 +123,11 @@ QVariant textureVariant(Texture* texture)
     return QVariant::fromValue<QObject*>(texture);
 }
 
+QVariant attachedTexture(const FramebufferObject* framebuffer, unsigned int attachment)
+{
+    return textureVariant(framebuffer->attachment(attachment));
+}
+
 QVariant publishTexture(Texture* texture, int users)
 {
     TextureManager::Instance()->addTempTextureRef(texture, users);
@@ -169,6 +174,17 @@ BoundTarget::BoundTarget(FramebufferObject& framebuffer, Texture* texture)
 BoundTarget::~BoundTarget()
 {
     m_framebuffer.detach(GL_COLOR_ATTACHMENT0);
+}
+
+AttachedDepth::AttachedDepth(FramebufferObject& framebuffer, Texture* depth)
+    : m_framebuffer(framebuffer)
+{
+    m_framebuffer.attach(depth, GL_DEPTH_STENCIL_ATTACHMENT, 0);
+}
+
+AttachedDepth::~AttachedDepth()
+{
+    m_framebuffer.detach(GL_DEPTH_STENCIL_ATTACHMENT);
 }
 
 BoundSampler::BoundSampler(ShaderProgram& program, Uniform& sampler, Texture* texture, Sampling sampling)
