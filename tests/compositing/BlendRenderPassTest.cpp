@@ -25,14 +25,14 @@ using Mode = BlendRenderPass::BlendMode;
 
 constexpr int size = 64;
 
-/// The last bit of a half float below 1, by which results are rounded, up or down as the driver likes; twice
-/// that for operators that exceed 1.
+/// The last bit of a half float below 1, which drivers round up or down; twice that for operators that
+/// exceed 1.
 constexpr float halfPrecision = 1.0F / 2048.0F;
 constexpr float above1 = 2.0F * halfPrecision;
 
-/// Random premultiplied colours on the grid of 8 bits, with alphas 0, 1 and between, equally often, and with
-/// channels at their ends, where operators change branches.
-Pixels randomPicture(unsigned int seed, bool opaque = false)
+/// Random premultiplied colours on the grid of 8 bits. Alphas of 0, of 1 and between are equally frequent,
+/// and channels are often 0 or equal to alpha, where operators change branches.
+Pixels randomImage(unsigned int seed, bool opaque = false)
 {
     std::mt19937 random(seed);
     const auto upTo = [&](int limit) {
@@ -54,15 +54,14 @@ class BlendRenderPassTest : public GLTest
 protected:
     static Pixels blend(const Pixels& a, const Pixels& b, Mode mode)
     {
-        BlendRenderPass pass(mode);
-        const std::unique_ptr<Texture> source(makeTexture(a, GL_RGBA32F));
-        const std::unique_ptr<Texture> destination(makeTexture(b, GL_RGBA32F));
-        return render(pass,
-                      {QRect(0, 0, size, size), textureInput(source.get()), textureInput(destination.get())});
+        Runner<BlendRenderPass> pass(mode);
+        const auto source = makeTexture(a, GL_RGBA32F);
+        const auto destination = makeTexture(b, GL_RGBA32F);
+        return pass.render({QRect(0, 0, size, size), source, destination});
     }
 };
 
-/// What Qt's raster painter makes of the pair, in its format of 32-bit floats.
+/// Composites with Qt's raster painter, in 32-bit floats.
 Pixels paint(const Pixels& a, const Pixels& b, QPainter::CompositionMode mode)
 {
     const auto image = [](const Pixels& pixels) {
@@ -82,8 +81,8 @@ Pixels paint(const Pixels& a, const Pixels& b, QPainter::CompositionMode mode)
     });
 }
 
-/// The general form of a separable blend mode, which composites what a function of the straight colours
-/// gives: (source, destination, channel of the destination as it is stored) -> colour where both are opaque.
+/// The general form of a separable blend mode. `function` takes the straight source, the straight destination
+/// and the stored destination, and returns the colour where both are opaque.
 Pixels composite(const Pixels& a, const Pixels& b,
                  const std::function<double(double, double, double)>& function)
 {
@@ -105,8 +104,7 @@ Pixels composite(const Pixels& a, const Pixels& b,
     });
 }
 
-/// Makes the pair agree with its like wherever the destination is transparent, for operators that divide by
-/// its alpha.
+/// Replaces both colours wherever the destination is transparent, for operators that divide by its alpha.
 void excludeTransparentDestination(Pixels& a, Pixels& b)
 {
     for (size_t i = 0; i < b.values.size(); ++i) {
@@ -139,8 +137,8 @@ TEST_F(BlendRenderPassTest, AgreesWithARasterPainter)
         std::pair{Mode::Exclusion, QPainter::CompositionMode_Exclusion},
         std::pair{Mode::Difference, QPainter::CompositionMode_Difference},
     };
-    const Pixels a = randomPicture(1);
-    const Pixels b = randomPicture(2);
+    const Pixels a = randomImage(1);
+    const Pixels b = randomImage(2);
     for (const auto& [mode, painterMode] : operators) {
         EXPECT_TRUE(equal(blend(a, b, mode), paint(a, b, painterMode), halfPrecision))
             << "operator " << static_cast<int>(mode);
@@ -153,11 +151,11 @@ TEST_F(BlendRenderPassTest, AgreesWithARasterPainter)
                       paint(someA, someB, QPainter::CompositionMode_ColorDodge), halfPrecision));
     EXPECT_TRUE(equal(blend(someA, someB, Mode::ColorBurn),
                       paint(someA, someB, QPainter::CompositionMode_ColorBurn), halfPrecision));
-    // Over an opaque destination the two tests of overlay are the same.
-    const Pixels opaque = randomPicture(3, true);
+    // Over an opaque destination, comparing with 1 and with the alpha is the same.
+    const Pixels opaque = randomImage(3, true);
     EXPECT_TRUE(equal(blend(a, opaque, Mode::Overlay), paint(a, opaque, QPainter::CompositionMode_Overlay),
                       halfPrecision));
-    // The painter's sum stops at 1 in alpha.
+    // The painter clamps the sum of the alphas to 1.
     Pixels sum = blend(a, b, Mode::Add);
     for (QVector4D& value : sum.values) {
         value[3] = std::min(value[3], 1.0F);
@@ -167,8 +165,8 @@ TEST_F(BlendRenderPassTest, AgreesWithARasterPainter)
 
 TEST_F(BlendRenderPassTest, OwnOperatorsFollowTheirFormulas)
 {
-    Pixels a = randomPicture(4);
-    Pixels b = randomPicture(5);
+    Pixels a = randomImage(4);
+    Pixels b = randomImage(5);
     const auto overlay = [](double cs, double cd, double stored) {
         return 2.0 * stored <= 1.0 ? 2.0 * cs * cd : 1.0 - 2.0 * (1.0 - cs) * (1.0 - cd);
     };
@@ -177,7 +175,7 @@ TEST_F(BlendRenderPassTest, OwnOperatorsFollowTheirFormulas)
     EXPECT_TRUE(equal(blend(a, b, Mode::MultiplyKeepAlpha),
                       Pixels::generate(size, size, [&](int x, int y) { return a.at(x, y) * b.at(x, y); }),
                       halfPrecision));
-    // The inverted destination is that of the stored, premultiplied colours.
+    // Inverts the stored, premultiplied destination.
     const auto invertAndAdd = Pixels::generate(size, size, [&](int x, int y) {
         const QVector4D s = a.at(x, y);
         const QVector4D d = b.at(x, y);
@@ -196,8 +194,8 @@ TEST_F(BlendRenderPassTest, OwnOperatorsFollowTheirFormulas)
         const double lightened = cd <= 0.25 ? ((16.0 * cd - 12.0) * cd - 3.0) * cd : std::sqrt(cd) - cd;
         return cd + (2.0 * cs - 1.0) * lightened;
     };
-    // The operator jumps where cd is a quarter and bends where cs is a half: pairs on these edges may fall to
-    // either side.
+    // The operator jumps where cd is a quarter and bends where cs is a half; values there may take either
+    // branch.
     for (size_t i = 0; i < b.values.size(); ++i) {
         for (int c = 0; c < 3; ++c) {
             if (4.0F * b.values[i][c] == b.values[i].w()) {
@@ -208,66 +206,47 @@ TEST_F(BlendRenderPassTest, OwnOperatorsFollowTheirFormulas)
     EXPECT_TRUE(equal(blend(a, b, Mode::SoftLight), composite(a, b, softLight), above1));
 }
 
-TEST_F(BlendRenderPassTest, TheModeInputStaysInForceAndStrangeModesAreTransparent)
+TEST_F(BlendRenderPassTest, KeepsTheLastModeAndReplacesMissingInputsByTransparentBlack)
 {
-    const Pixels a = randomPicture(6);
-    const Pixels b = randomPicture(7);
-    const std::unique_ptr<Texture> source(makeTexture(a, GL_RGBA16F));
-    const std::unique_ptr<Texture> destination(makeTexture(b, GL_RGBA16F));
-    // What half floats make of the pictures.
-    const Pixels halfA = readTexture(source.get());
-    const Pixels halfB = readTexture(destination.get());
-    const auto blendWith = [&](BlendRenderPass& pass, const QVariant& mode) {
-        return render(pass, {QRect(0, 0, size, size), textureInput(source.get()),
-                             textureInput(destination.get()), mode});
-    };
-    const Pixels transparent = Pixels::generate(size, size, [](int, int) { return QVector4D(); });
-
-    BlendRenderPass pass(Mode::Source);
-    EXPECT_TRUE(equal(blendWith(pass, {}), halfA));
-    EXPECT_TRUE(equal(blendWith(pass, 2), halfB));
-    EXPECT_TRUE(equal(blendWith(pass, {}), halfB)) << "an input that is taken away leaves its last mode";
-    EXPECT_TRUE(equal(blendWith(pass, u"1"_s), halfA));
-    for (const int strange : {-1, 26, 1 << 30}) {
-        EXPECT_TRUE(equal(blendWith(pass, strange), transparent)) << strange;
+    const auto source = makeTexture(randomImage(6), GL_RGBA16F);
+    const auto destination = makeTexture(randomImage(7), GL_RGBA16F);
+    // As rounded to half floats.
+    const Pixels a = readTexture(source.get());
+    const Pixels b = readTexture(destination.get());
+    const Pixels transparent = Pixels::filled(size, size, {});
+    const QRect viewport(0, 0, size, size);
+    Runner<BlendRenderPass> pass(Mode::Source);
+    EXPECT_TRUE(equal(pass.render({viewport, source, destination}), a));
+    EXPECT_TRUE(equal(pass.render({viewport, source, destination, 2}), b));
+    EXPECT_TRUE(equal(pass.render({viewport, source, destination, {}}), b)) << "the last mode";
+    EXPECT_TRUE(equal(pass.render({viewport, source, destination, u"1"_s}), a));
+    for (const int unknown : {-1, 26, 1 << 30}) {
+        EXPECT_TRUE(equal(pass.render({viewport, source, destination, unknown}), transparent)) << unknown;
     }
+    EXPECT_TRUE(equal(pass.render({viewport, nullptr, destination, 3}), b));
+    EXPECT_TRUE(equal(pass.render({viewport, source, nullptr, 3}), a));
+    EXPECT_TRUE(equal(pass.render({viewport, nullptr, nullptr, 3}), transparent));
+}
 
-    // A missing source lets the destination through, a missing destination the source.
+TEST_F(BlendRenderPassTest, StretchesInputsOverAViewportWithAnOrigin)
+{
+    const QVector4D red(1, 0, 0, 1);
+    const QVector4D blue(0, 0, 1, 1);
+    const auto left = makeTexture(2, 1, GL_RGBA8, [&](int x, int) { return x == 0 ? red : QVector4D(); });
+    const auto background = makeTexture(Pixels::filled(3, 5, blue), GL_RGBA8);
+    Runner<BlendRenderPass> pass(Mode::SourceOver);
     EXPECT_TRUE(
-        equal(render(pass, {QRect(0, 0, size, size), {}, textureInput(destination.get()), 3}), halfB));
-    EXPECT_TRUE(equal(render(pass, {QRect(0, 0, size, size), textureInput(source.get()), {}, 3}), halfA));
-    EXPECT_TRUE(equal(render(pass, {QRect(0, 0, size, size), {}, {}, 3}), transparent));
+        equal(pass.render({QRect(2, 1, 6, 4), left, background}), Pixels::generate(6, 4, [&](int x, int y) {
+                  return x < 2 || y < 1 ? QVector4D() : x < 5 ? red : blue;
+              })));
 }
 
-TEST_F(BlendRenderPassTest, StretchesInputsOverAViewportThatMayLieAside)
+TEST_F(BlendRenderPassTest, AcceptsOnePooledTextureAsBothInputs)
 {
-    const std::unique_ptr<Texture> left(makeTexture(
-        Pixels::generate(2, 1, [](int x, int) { return x == 0 ? QVector4D(1, 0, 0, 1) : QVector4D(); }),
-        GL_RGBA8));
-    const std::unique_ptr<Texture> blue(
-        makeTexture(Pixels::generate(3, 5, [](int, int) { return QVector4D(0, 0, 1, 1); }), GL_RGBA8));
-    BlendRenderPass pass(Mode::SourceOver);
-    const Pixels picture =
-        render(pass, {QRect(2, 1, 6, 4), textureInput(left.get()), textureInput(blue.get())});
-    const Pixels expected = Pixels::generate(6, 4, [](int x, int y) {
-        if (x < 2 || y < 1) {
-            return QVector4D();
-        }
-        return x < 5 ? QVector4D(1, 0, 0, 1) : QVector4D(0, 0, 1, 1);
-    });
-    EXPECT_TRUE(equal(picture, expected));
-}
-
-TEST_F(BlendRenderPassTest, OnePooledTextureMayBeBothInputs)
-{
-    TextureManager* pool = TextureManager::Instance();
-    Texture* both = pool->tempTexture(TextureFormat::RGBA16F, 2, 2, 2);
-    const std::vector<QVector4D> grey(4, QVector4D(0.5F, 0.5F, 0.5F, 1.0F));
-    both->setImage2D(0, GL_RGBA16F, 2, 2, GL_RGBA, GL_FLOAT, grey.data());
-    BlendRenderPass pass(Mode::Add);
-    const Pixels picture = render(pass, {QRect(0, 0, 2, 2), textureInput(both), textureInput(both)});
-    EXPECT_TRUE(equal(picture, Pixels::generate(2, 2, [](int, int) { return QVector4D(1, 1, 1, 2); })));
-    EXPECT_EQ(pool->numReferences(), 0);
+    Texture* both = makePooledTexture(Pixels::filled(2, 2, {0.5F, 0.5F, 0.5F, 1.0F}), TextureFormat::RGBA16F);
+    TextureManager::Instance()->addTempTextureRef(both, 1);
+    Runner<BlendRenderPass> pass(Mode::Add);
+    EXPECT_TRUE(equal(pass.render({QRect(0, 0, 2, 2), both, both}), Pixels::filled(2, 2, {1, 1, 1, 2})));
 }
 
 } // namespace

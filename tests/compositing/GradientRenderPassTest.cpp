@@ -1,12 +1,9 @@
-#include <Qel/RenderPasses/compositing/GradientRenderPass.h>
-
 #include <QColor>
 #include <QRect>
 
 #include "support/GLTest.h"
 #include "support/Passes.h"
-#include "support/Pixels.h"
-#include <Qel/gl/Texture.h>
+#include <Qel/RenderPasses/compositing/GradientRenderPass.h>
 
 namespace Morvane::Qel::Test {
 namespace {
@@ -15,43 +12,42 @@ class GradientRenderPassTest : public GLTest
 {
 };
 
-TEST_F(GradientRenderPassTest, RunsFromTheBottomColourToTheTopColourAtPixelCentres)
+TEST_F(GradientRenderPassTest, InterpolatesBetweenTheColoursAtPixelCentres)
 {
-    GradientRenderPass pass;
-    const QVector4D top(64, 64, 64, 255);
-    const QVector4D bottom(153, 153, 153, 255);
-    // The origin of the viewport does not matter.
-    const Pixels actual = render(pass, {QRect(5, 9, 6, 40)});
-    EXPECT_TRUE(equal(actual,
-                      Pixels::generate(6, 40,
-                                       [&](int, int y) {
-                                           const float t = (static_cast<float>(y) + 0.5F) / 40.0F;
-                                           return (bottom * (1.0F - t) + top * t) / 255.0F;
-                                       }),
-                      1e-5F));
+    Runner<GradientRenderPass> pass;
+    const auto gradient = [](const QVector4D& bottom, const QVector4D& top) {
+        return Pixels::generate(6, 40, [=](int, int y) {
+            const float t = (static_cast<float>(y) + 0.5F) / 40.0F;
+            return (bottom * (1.0F - t) + top * t) / 255.0F;
+        });
+    };
+    // The default colours; the origin of the viewport is ignored.
+    EXPECT_TRUE(
+        equal(pass.render({QRect(5, 9, 6, 40)}), gradient({153, 153, 153, 255}, {64, 64, 64, 255}), 1e-5F));
+    EXPECT_TRUE(equal(pass.render({QRect(5, 9, 6, 40), QColor(10, 20, 30, 40), QColor(250, 200, 150, 100)}),
+                      gradient({250, 200, 150, 100}, {10, 20, 30, 40}), 1e-5F));
 }
 
 TEST_F(GradientRenderPassTest, FillsWithTheTopColourWithoutABottomColour)
 {
-    GradientRenderPass pass;
-    const QVector4D colour(51.0F / 255.0F, 102.0F / 255.0F, 204.0F / 255.0F, 1.0F);
-    const Pixels expected = Pixels::generate(3, 2, [&](int, int) { return colour; });
-    // Opaque whatever the alpha of the colour.
-    EXPECT_TRUE(equal(render(pass, {QRect(0, 0, 3, 2), QColor(51, 102, 204, 7), QVariant()}), expected));
+    Runner<GradientRenderPass> pass;
+    const Pixels expected = Pixels::filled(3, 2, QVector4D(51, 102, 204, 255) / 255.0F);
+    // Opaque, whatever the alpha of the colour.
+    EXPECT_TRUE(equal(pass.render({QRect(0, 0, 3, 2), QColor(51, 102, 204, 7), {}}), expected));
 
-    // Without a top colour the texture stays as it is, and the same.
-    const Texture* before = outputTexture(pass);
-    EXPECT_TRUE(equal(render(pass, {QRect(0, 0, 3, 2), QVariant(), QVariant()}), expected));
-    EXPECT_EQ(outputTexture(pass), before);
-    EXPECT_EQ(pass.errorCode(), 0U);
+    // Without a top colour the texture keeps its contents.
+    const Texture* before = pass.texture();
+    EXPECT_TRUE(equal(pass.render({QRect(0, 0, 3, 2), {}, {}}), expected));
+    EXPECT_EQ(pass.texture(), before);
+    EXPECT_EQ(pass->errorCode(), 0U);
 }
 
-TEST_F(GradientRenderPassTest, GivesAnEmptyTextureWithoutAViewport)
+TEST_F(GradientRenderPassTest, PublishesAnEmptyTextureWithoutAViewport)
 {
-    GradientRenderPass pass;
-    runFrame(pass, {});
-    ASSERT_TRUE(outputTexture(pass));
-    EXPECT_EQ(outputTexture(pass)->size(), QSize(0, 0));
+    Runner<GradientRenderPass> pass;
+    pass.run();
+    ASSERT_TRUE(pass.texture());
+    EXPECT_EQ(pass.texture()->size(), QSize(0, 0));
 }
 
 } // namespace

@@ -8,11 +8,9 @@
 #include <epoxy/gl.h>
 
 #include "support/GLTest.h"
-#include "support/Pixels.h"
+#include "support/Passes.h"
 #include <Qel/RenderPasses/postprocessing/SMAARenderPass.h>
 #include <Qel/gl/ResourceScope.h>
-#include <Qel/gl/Texture.h>
-#include <Qel/gl/TextureManager.h>
 
 namespace Morvane::Qel::Test {
 namespace {
@@ -22,54 +20,14 @@ using Pass = SMAARenderPass;
 class SMAARenderPassTest : public GLTest
 {
 protected:
-    void SetUp() override
+    /// Returns the result, the edges and the weights of an image.
+    static std::array<Pixels, 3> run(const Pixels& image)
     {
-        GLTest::SetUp();
-        context().applyBaseState();
-        pass = std::make_unique<Pass>();
-        pass->setup(nullptr);
-        for (int output = 0; output < pass->numOutputs(); ++output) {
-            pass->setNumOutputUsers(output, 1);
-        }
+        Runner<Pass> pass;
+        pass.run({QRect(0, 0, image.width, image.height), makePooledTexture(image, TextureFormat::RGBA8)});
+        return {pass.pixels(0).roundedToBytes(), pass.pixels(1).roundedToBytes(),
+                pass.pixels(2).roundedToBytes()};
     }
-    void TearDown() override
-    {
-        pass->teardown(nullptr);
-        pass.reset();
-        GLTest::TearDown();
-    }
-
-    Texture* output(int port) { return qobject_cast<Texture*>(pass->output(port).value<QObject*>()); }
-
-    void start(const Pixels& picture)
-    {
-        Texture* input =
-            TextureManager::Instance()->tempTexture(TextureFormat::RGBA8, picture.width, picture.height);
-        input->setImage2D(0, GL_RGBA8, picture.width, picture.height, GL_RGBA, GL_FLOAT,
-                          picture.values.data());
-        pass->setInput(Pass::Viewport, QRect(0, 0, picture.width, picture.height));
-        pass->setInput(Pass::Frame, QVariant::fromValue<QObject*>(input));
-        pass->start(nullptr);
-    }
-    void releaseOutputs()
-    {
-        for (int port = 0; port < pass->numOutputs(); ++port) {
-            TextureManager::Instance()->releaseTempTextureRef(output(port), 1);
-        }
-    }
-    /// The result, the edges and the weights.
-    std::array<Pixels, 3> run(const Pixels& picture)
-    {
-        start(picture);
-        std::array<Pixels, 3> outputs;
-        for (int port = 0; port < pass->numOutputs(); ++port) {
-            outputs[static_cast<size_t>(port)] = readTexture(output(port)).roundedToBytes();
-        }
-        releaseOutputs();
-        return outputs;
-    }
-
-    std::unique_ptr<Pass> pass;
 };
 
 /// White where the function holds at the pixel's centre, else black.
@@ -89,22 +47,21 @@ QVector4D noise(std::mt19937& random)
 TEST_F(SMAARenderPassTest, FindsEdgesByTheStrongestChannelAndTheLocalContrast)
 {
     std::mt19937 random(3);
-    const Pixels picture =
-        Pixels::generate(48, 40, [&](int x, int y) {
-            QVector4D value = noise(random);
-            value += x / 5 % 2 == y / 7 % 2 ? QVector4D(0, 0.4F, 0, 0) : QVector4D(0.1F, 0, 0, 0);
-            return value;
-        }).roundedToBytes();
-    const Pixels edges = run(picture)[Pass::EdgeTexture];
-    // In steps of 1 / 255, where everything is whole.
+    const Pixels image = Pixels::generate(48, 40, [&](int x, int y) {
+                             QVector4D value = noise(random);
+                             value +=
+                                 x / 5 % 2 == y / 7 % 2 ? QVector4D(0, 0.4F, 0, 0) : QVector4D(0.1F, 0, 0, 0);
+                             return value;
+                         }).roundedToBytes();
+    const Pixels edges = run(image)[Pass::EdgeTexture];
+    // In whole steps of 1 / 255.
     const auto difference = [&](int x, int y, int dx, int dy) {
-        const QVector4D d =
-            255.0F * (picture.at(x, y) - picture.at(std::clamp(x + dx, 0, 47), std::clamp(y + dy, 0, 39)));
+        const QVector4D d = 255.0F * (image.at(x, y) - image.clamped(x + dx, y + dy));
         return std::lround(std::max({std::abs(d.x()), std::abs(d.y()), std::abs(d.z())}));
     };
     int numHidden = 0;
-    for (int y = 0; y < picture.height; ++y) {
-        for (int x = 0; x < picture.width; ++x) {
+    for (int y = 0; y < image.height; ++y) {
+        for (int x = 0; x < image.width; ++x) {
             const long left = difference(x, y, -1, 0);
             const long below = difference(x, y, 0, -1);
             const long strongest = std::max({left, below, difference(x, y, 1, 0), difference(x, y, 0, 1),
@@ -122,12 +79,11 @@ TEST_F(SMAARenderPassTest, FindsEdgesByTheStrongestChannelAndTheLocalContrast)
             expectEdge(edges.at(x, y).y(), below);
         }
     }
-    EXPECT_GT(numHidden, 50) << "the picture does not try the local contrast";
+    EXPECT_GT(numHidden, 50) << "the image does not test the local contrast";
 }
 
-// Along a staircase whose steps are longer than they are high the method draws the line through the middles
-// of the risers; what it covers of each pixel is known. Steps of 9 texels: distances to the ends run from 0
-// to 8.
+// Along a staircase with steps longer than high, the method draws the line through the centres of the risers,
+// whose coverage of each pixel is known. With steps of 9 texels, the distances to the ends run from 0 to 8.
 TEST_F(SMAARenderPassTest, TurnsStaircasesIntoLines)
 {
     constexpr int extent = 64;
@@ -152,23 +108,23 @@ TEST_F(SMAARenderPassTest, TurnsStaircasesIntoLines)
             }
             return (orientation & 4) != 0 ? std::pair(y, x) : std::pair(x, y);
         };
-        const auto pictureOf = [&](const std::function<double(double, double)>& f) {
+        const auto imageOf = [&](const std::function<double(double, double)>& f) {
             return Pixels::generate(extent, extent, [&](int x, int y) {
                 const auto [u, v] = turned(x, y);
                 const auto level = static_cast<float>(f(u + 0.5, v + 0.5));
                 return QVector4D(level, level, level, 1.0F);
             });
         };
-        const Pixels stairs = pictureOf([&](double x, double y) { return y < line(x) ? 1.0 : 0.0; });
-        const Pixels expected = pictureOf(coverage);
+        const Pixels stairs = imageOf([&](double x, double y) { return y < line(x) ? 1.0 : 0.0; });
+        const Pixels expected = imageOf(coverage);
         const Pixels result = run(stairs)[Pass::AntiAliasedFrame];
         for (int y = 0; y < extent; ++y) {
             for (int x = 0; x < extent; ++x) {
                 if (const int u = turned(x, y).first; u < 12 || u > 51) {
-                    // The steps at the border of the picture have no riser at one end.
+                    // Steps at the border of the image have no riser at one end.
                     continue;
                 }
-                // The area table holds 8 bits at square distances and mixes between them.
+                // The area table holds 8 bits at squared distances and is interpolated between them.
                 EXPECT_NEAR(result.at(x, y).x(), expected.at(x, y).x(), 0.02)
                     << orientation << ": " << x << ", " << y;
             }
@@ -176,8 +132,8 @@ TEST_F(SMAARenderPassTest, TurnsStaircasesIntoLines)
     }
 }
 
-// Along a diagonal without end the line may run through the corners of the pixels on either side; the method
-// takes the mean of both, of which each cuts a half off the pixels of one side.
+// Along an endless diagonal, the line may run through the pixel corners on either side. The method takes the
+// mean of both, each of which cuts a half off the pixels of one side.
 TEST_F(SMAARenderPassTest, SmoothsDiagonals)
 {
     constexpr int extent = 80;
@@ -187,14 +143,14 @@ TEST_F(SMAARenderPassTest, SmoothsDiagonals)
             return side(x, y) > 0 ? QVector4D(1, 1, 1, 1) : QVector4D(0, 0, 0, 1);
         });
         const Pixels result = run(steps)[Pass::AntiAliasedFrame];
-        // Out of the search's sight of the picture's border.
+        // Beyond the reach of the search from the border.
         for (int y = 20; y < extent - 20; ++y) {
             for (int x = 20; x < extent - 20; ++x) {
                 const double expected = side(x, y) > 1    ? 1.0
                                         : side(x, y) == 1 ? 3.0 / 4.0
                                         : side(x, y) == 0 ? 1.0 / 4.0
                                                           : 0.0;
-                // The table counts 30 x 30 samples, those on the line as outside.
+                // The table was computed from 30 x 30 samples, with those on the line outside.
                 EXPECT_NEAR(result.at(x, y).x(), expected, 0.02) << falls << ": " << x << ", " << y;
             }
         }
@@ -205,43 +161,39 @@ TEST_F(SMAARenderPassTest, SmoothsDiagonals)
 TEST_F(SMAARenderPassTest, TreatsRisingAndFallingRampsAlike)
 {
     constexpr int extent = 40;
-    const auto mirrored = [](const Pixels& pixels) {
-        return Pixels::generate(extent, extent, [&](int x, int y) { return pixels.at(extent - 1 - x, y); });
+    const auto mirrored = [](const Pixels& image) {
+        return Pixels::generate(extent, extent, [&](int x, int y) { return image.at(extent - 1 - x, y); });
     };
-    // A diagonal takes the texel's other edge with it, but not that of the mirrored texel, to which a riser
-    // of one texel still gives its eighth.
-    constexpr float tolerance = 0.125F;
     for (int length = 3; length <= 9; ++length) {
-        const Pixels rising = Pixels::generate(extent, extent, [&](int x, int y) {
-            return y < 15 + std::clamp(x - 15, 0, length) ? QVector4D(1, 1, 1, 1) : QVector4D(0, 0, 0, 1);
+        const Pixels rising = threshold(extent, extent, [&](double x, double y) {
+            return y < 15.5 + std::clamp(x - 15.5, 0.0, 1.0 * length);
         });
-        const Pixels result = run(rising)[Pass::AntiAliasedFrame];
-        EXPECT_TRUE(equal(run(mirrored(rising))[Pass::AntiAliasedFrame], mirrored(result), tolerance))
-            << length;
+        // A diagonal suppresses the texel's other edge, but not that of the mirrored texel, to which a riser
+        // of one texel still contributes an eighth.
+        EXPECT_TRUE(equal(run(mirrored(rising))[0], mirrored(run(rising)[0]), 0.125F)) << length;
     }
 }
 
 TEST_F(SMAARenderPassTest, KeepsCornersSharp)
 {
-    // A rectangle whose sides are longer than short shapes, which are rounded more. At its corner the line
-    // from half a pixel beside the end to the middle of the side cuts off about a half; a quarter of that is
-    // left.
+    // At a corner, the line from half a pixel beside the end to the centre of the side cuts off about a half,
+    // of which a quarter is kept. The sides are long: shorter shapes are rounded more.
     constexpr int side = 40;
     const Pixels rectangle = threshold(
         64, 64, [](double x, double y) { return x > 12 && x < 12 + side && y > 12 && y < 12 + side; });
     const auto [result, edges, weights] = run(rectangle);
     const double cut = 0.5 * (0.5 + 0.5 * (1.0 - 2.0 / side));
     for (const auto& [x, y] : {std::pair(12, 12), std::pair(12 + side - 1, 12)}) {
-        // The edge below the corner: what the corner's own pixel keeps of its neighbour.
+        // The weights of the edge below the corner.
         const QVector4D weight = weights.at(x, y);
-        // The crossing edge that says so is read where the search ended, up to a quarter of a texel off.
+        // The crossing edge is sampled up to a quarter of a texel beside the end.
         EXPECT_NEAR(weight.x() + weight.y(), 0.25 * cut, 0.04) << x << ", " << y;
     }
     // In the middle of a side nothing is cut off.
     EXPECT_LT(weights.at(12 + side / 2, 12).x() + weights.at(12 + side / 2, 12).y(), 0.02);
 }
 
-TEST_F(SMAARenderPassTest, LeavesAreasWithoutEdgesAsTheyAre)
+TEST_F(SMAARenderPassTest, CopiesAreasWithoutEdges)
 {
     std::mt19937 random(5);
     // Below the threshold of 0.05 everywhere, alpha aside; sizes that are no powers of two.
@@ -258,50 +210,44 @@ TEST_F(SMAARenderPassTest, LeavesAreasWithoutEdgesAsTheyAre)
     }
 }
 
-TEST_F(SMAARenderPassTest, HandsThreeTexturesToTheirUsersAndBuildsNothingOnASteadyFrame)
+TEST_F(SMAARenderPassTest, KeepsItsObjectsAndOutputs)
 {
-    const Pixels picture = threshold(32, 24, [](double x, double y) { return 3 * y < x + 20; });
+    const Pixels image = threshold(32, 24, [](double x, double y) { return 3 * y < x + 20; });
     TextureManager* pool = TextureManager::Instance();
     ResourceScope scope(&context());
     {
-        const ResourceScope::Activation inside(&context(), &scope);
-        pass->setNumOutputUsers(Pass::EdgeTexture, 2);
-        pass->setNumOutputUsers(Pass::BlendTexture, 0);
-        start(picture);
-        ASSERT_EQ(pool->loans().size(), 2U);
-        EXPECT_EQ(pool->numReferences(), 3);
-        pool->releaseTempTextureRef(output(Pass::AntiAliasedFrame), 1);
-        pool->releaseTempTextureRef(output(Pass::EdgeTexture), 2);
-        pass->setNumOutputUsers(Pass::EdgeTexture, 1);
-        pass->setNumOutputUsers(Pass::BlendTexture, 1);
-
+        const ResourceScope::Activation activation(&context(), &scope);
+        const auto frame = makeTexture(image, GL_RGBA8);
+        Runner<Pass> pass;
+        const auto expectOutputs = [&] {
+            pass.run({QRect(0, 0, 32, 24), frame});
+            EXPECT_EQ(pool->numReferences(), 3);
+        };
+        expectOutputs();
         const int numObjects = scope.numObjects();
         const int numTextures = pool->numTextures();
-        for (int frame = 0; frame < 5; ++frame) {
-            start(picture);
-            releaseOutputs();
-        }
+        expectOutputs();
         EXPECT_EQ(scope.numObjects(), numObjects);
         EXPECT_EQ(pool->numTextures(), numTextures);
+        EXPECT_EQ(frame->parameter(GL_TEXTURE_MIN_FILTER), GL_NEAREST);
 
-        // A new size replaces everything but the framebuffer of the result, which stays.
-        run(threshold(24, 32, [](double x, double y) { return y < x; }));
-        EXPECT_EQ(scope.numObjects(), numObjects + 1);
-
-        // Without a frame the outputs keep their textures, whose users drop a reference as always, until the
-        // pool gives them up.
-        const QVariant edges = pass->output(Pass::EdgeTexture);
-        pass->setInput(Pass::Frame, QVariant());
-        pass->start(nullptr);
-        EXPECT_EQ(pass->output(Pass::EdgeTexture), edges);
-        releaseOutputs();
+        // Without a frame the outputs keep their textures, of which users release references as always, until
+        // the pool deletes them.
+        const Texture* edges = pass.texture(Pass::EdgeTexture);
+        pass.run({QRect(0, 0, 32, 24), nullptr});
+        EXPECT_EQ(pass.texture(Pass::EdgeTexture), edges);
+        EXPECT_EQ(pool->numReferences(), 3);
+        pass.releaseOutputs();
         pool->releaseFreeTextures();
-        pass->start(nullptr);
+        pass.run();
         EXPECT_FALSE(pass->output(Pass::EdgeTexture).isValid());
-        pass.reset();
-        EXPECT_EQ(scope.numObjects(), 0);
-        pass = std::make_unique<Pass>();
+
+        // Deliberate: a new size keeps the framebuffer of the old result.
+        const int before = scope.numObjects();
+        pass.run({QRect(0, 0, 24, 32), nullptr});
+        EXPECT_EQ(scope.numObjects(), before + 1);
     }
+    EXPECT_EQ(scope.numObjects(), 0);
 }
 
 } // namespace

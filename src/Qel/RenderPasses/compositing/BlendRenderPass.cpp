@@ -11,7 +11,7 @@ namespace Morvane::Qel {
 
 namespace {
 
-// s is the texel of A, d that of B. Operators that work a channel at a time have a function of one channel.
+// s is the texel of A, d the texel of B. The functions ending in 1 compute one channel.
 const QString fragmentSource = uR"(#version 150
 uniform sampler2D u_SamplerA;
 uniform sampler2D u_SamplerB;
@@ -24,7 +24,7 @@ float unionAlpha(vec4 s, vec4 d)
     return s.a + d.a - s.a * d.a;
 }
 
-// What of each picture lies where the other is not.
+// The part of each colour that the other image does not cover.
 vec3 uncovered(vec4 s, vec4 d)
 {
     return s.rgb * (1.0 - d.a) + d.rgb * (1.0 - s.a);
@@ -105,7 +105,7 @@ vec4 blendScreen(vec4 s, vec4 d)
     return vec4(s.rgb + d.rgb - s.rgb * d.rgb, unionAlpha(s, d));
 }
 
-// The test is against 1 rather than d.a. Deliberate: a half-transparent destination counts as dark.
+// Deliberate: the test compares with 1, not with d.a, so a half-transparent destination counts as dark.
 vec4 blendOverlay(vec4 s, vec4 d)
 {
     vec3 dark = 2.0 * s.rgb * d.rgb + uncovered(s, d);
@@ -158,8 +158,8 @@ vec4 blendHardLight(vec4 s, vec4 d)
     return vec4(mix(light, dark, lessThanEqual(2.0 * s.rgb, vec3(s.a))), unionAlpha(s, d));
 }
 
-// The cubic ends in -3 m, the published one in +3 m. Deliberate: under a light source, the darkest quarter of
-// the destination is darkened rather than lightened, with a jump where the square root takes over.
+// Deliberate: the cubic ends in -3 m where the published one has +3 m. A light source therefore darkens the
+// darkest quarter of the destination, and the result jumps where the square root takes over.
 float blendSoftLight1(float sca, float sa, float dca, float da)
 {
     float m = dca / da;
@@ -242,19 +242,20 @@ const PassDescription& BlendRenderPass::description()
     static const PassDescription description{
         .type = u"BlendRenderPass"_s,
         .summary = u"Composites two premultiplied images with one of 26 operators."_s,
-        .inputs = {viewportInput(u"size of the result, and the part of it that is drawn"_s, u"1 x 1"_s),
+        .inputs = {viewportInput(u"size of the output, and the rectangle of it that is drawn"_s, u"1 x 1"_s),
                    {.name = u"Qel_QelTexture*_FrameA"_s,
-                    .meaning = u"the source, premultiplied"_s,
+                    .meaning = u"the source; premultiplied alpha"_s,
                     .whenMissing = u"transparent black"_s},
                    {.name = u"Qel_QelTexture*_FrameB"_s,
-                    .meaning = u"the destination, premultiplied"_s,
+                    .meaning = u"the destination; premultiplied alpha"_s,
                     .whenMissing = u"transparent black"_s},
                    {.name = u"Int_BlendMode"_s,
                     .meaning = u"the operator, as an index into the choices of the option \"mode\""_s,
-                    .whenMissing = u"the operator last in use, at first that of the option"_s,
+                    .whenMissing = u"the operator of the previous frame, initially that of the option"_s,
                     .range = u"0 to 25; any other value gives transparent black"_s}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
-                     .meaning = u"the composite, premultiplied, not clamped; RGBA16F, from the pool"_s}},
+                     .meaning = u"the composite: premultiplied alpha, colour encoding of the inputs, not "
+                                "clamped; RGBA16F, pooled"_s}},
         .options = {{.name = u"mode"_s,
                      .meaning = u"the operator"_s,
                      .defaultValue = u"sourceOver"_s,

@@ -14,33 +14,40 @@ class DrawBuffers;
 class FramebufferObject;
 class Texture;
 
-/// Composites texture A, the source, with texture B, the destination, by one of 26 operators: those of T.
-/// Porter and T. Duff (Compositing digital images, 1984) and the separable blend modes of the W3C's
-/// Compositing and Blending Level 1, in their form for premultiplied colours, and two of this library's own.
+/// Composites texture A, the source, over or with texture B, the destination, by one of 26 operators.
 ///
-/// Reads and writes premultiplied RGBA. The result is a pooled texture (RGBA16F) of the viewport's size,
-/// whose consumers own its references; both inputs are stretched over it with the filters that are set on
-/// them. Nothing is clamped: a sum may exceed 1. Where an operator divides by a zero alpha (ColorDodge,
+/// The operators are those of T. Porter and T. Duff (Compositing digital images, 1984), the separable blend
+/// modes of the W3C's Compositing and Blending Level 1 in their form for premultiplied colours, and two of
+/// this library's own.
+///
+/// Reads and writes premultiplied RGBA. The output is a pooled texture (RGBA16F) of the viewport's size; its
+/// consumers own its references. Both inputs are stretched over it and sampled with the filters that are set
+/// on them. Nothing is clamped: a sum may exceed 1. Where an operator divides by an alpha of 0 (ColorDodge,
 /// ColorBurn and SoftLight over a transparent destination) the result is undefined.
 ///
-/// A viewport whose origin is not 0 shifts the drawing inside the result; what lies outside keeps the clear
-/// colour in force. GL state: leaves depth test and blending disabled.
+/// A viewport whose origin is not 0 shifts the drawing inside the output; pixels outside it keep the current
+/// clear colour. GL state: leaves depth test and blending disabled.
 class QEL_RENDERPASSES_EXPORT BlendRenderPass : public RenderPassHelper
 {
 public:
     enum InputPort
     {
+        /// QRect, pixels.
         Viewport,
+        /// Source, premultiplied RGBA.
         FrameA,
+        /// Destination, premultiplied RGBA.
         FrameB,
+        /// int, a value of BlendMode.
         ModeInput
     };
     enum OutputPort
     {
+        /// Premultiplied RGBA16F, pooled.
         Frame
     };
 
-    /// The operators; any other value yields transparent black.
+    /// The operators. Any other value yields transparent black.
     enum class BlendMode : int
     {
         Clear = 0,
@@ -59,7 +66,7 @@ public:
         Add = 12,
         Multiply = 13,
         Screen = 14,
-        /// Chooses its branch by the destination's premultiplied colour alone, whatever its alpha.
+        /// Compares the destination's premultiplied colour with 0.5, whatever its alpha.
         Overlay = 15,
         Darken = 16,
         Lighten = 17,
@@ -69,7 +76,7 @@ public:
         SoftLight = 21,
         Exclusion = 22,
         Difference = 23,
-        /// The mean of the source and the inverted destination, where both are opaque.
+        /// For opaque inputs, the mean of the source and the inverted destination.
         InvertAndAdd = 24,
         /// The product, alpha included.
         MultiplyKeepAlpha = 25,
@@ -87,7 +94,7 @@ private:
     std::unique_ptr<ShaderProgram> m_program;
     QSharedPointer<DrawBuffers> m_fullScreenBatch;
     std::unique_ptr<Texture> m_transparentTexture;
-    /// The constructor's until the input is set, then the input's last value.
+    /// The constructor's mode until the input is set, then the input's last value.
     BlendMode m_mode;
     Uniform m_samplerA{"u_SamplerA"};
     Uniform m_samplerB{"u_SamplerB"};

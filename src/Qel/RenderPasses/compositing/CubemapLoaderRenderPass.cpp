@@ -4,14 +4,11 @@
 
 #include <epoxy/gl.h>
 
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/RenderPasses/support/Images.h>
-#include <Qel/RenderPasses/support/Targets.h>
 #include <Qel/core/Diagnostics.h>
 #include <Qel/gl/BufferObject.h>
 #include <Qel/gl/GLErrors.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/Texture.h>
 
 using namespace Qt::StringLiterals;
 
@@ -21,7 +18,7 @@ namespace {
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/CubemapLoaderRenderPass";
 
-void uploadFace(Texture* cubemap, unsigned int face, const QImage& image)
+void uploadFace(Texture& cubemap, unsigned int face, const QImage& image)
 {
     const QSharedPointer<BufferObject> buffer = OpenGLDeviceContext::current()->pixelTransferBuffer();
     buffer->setTarget(GL_PIXEL_UNPACK_BUFFER);
@@ -32,9 +29,8 @@ void uploadFace(Texture* cubemap, unsigned int face, const QImage& image)
         buffer->unmap();
     }
     checkGLError(sourceFile, 168);
-    // The null is an offset into the buffer.
-    cubemap->setFaceImage(face, 0, GL_RGBA, image.width(), image.height(), GL_BGRA, GL_UNSIGNED_BYTE,
-                          nullptr);
+    // With a pixel-unpack buffer bound, the null pointer is offset 0 in it.
+    cubemap.setFaceImage(face, 0, GL_RGBA, image.width(), image.height(), GL_BGRA, GL_UNSIGNED_BYTE, nullptr);
     checkGLError(sourceFile, 176);
 }
 
@@ -42,17 +38,20 @@ void uploadFace(Texture* cubemap, unsigned int face, const QImage& image)
 
 const PassDescription& CubemapLoaderRenderPass::description()
 {
-    const auto face = [](const QString& name, const QString& meaning) {
-        return InputDescription{u"Qel_QString_CubemapPath"_s + name,
-                                u"the image file of the face "_s + meaning, u"a transparent black face"_s};
+    const auto face = [](const QString& name, const QString& direction) {
+        return InputDescription{.name = u"Qel_QString_CubemapPath"_s + name,
+                                .meaning = u"path of the image file of the %1 face"_s.arg(direction),
+                                .whenMissing = u"a transparent black face"_s};
     };
     static const PassDescription description{
-        u"CubemapLoaderRenderPass"_s,
-        u"Loads six image files into a cube map with mipmaps."_s,
-        {face(u"PosX"_s, u"to the right (+x)"_s), face(u"NegX"_s, u"to the left (-x)"_s),
-         face(u"PosY"_s, u"above (+y)"_s), face(u"NegY"_s, u"below (-y)"_s),
-         face(u"PosZ"_s, u"behind (+z)"_s), face(u"NegZ"_s, u"ahead (-z)"_s)},
-        {{u"Qel_QelTexture*_Cubemap"_s, u"the cube map, GL_RGBA with straight alpha, owned by the pass"_s}}};
+        .type = u"CubemapLoaderRenderPass"_s,
+        .summary = u"Loads six image files into a cube map with mip levels."_s,
+        .inputs = {face(u"PosX"_s, u"+x (right)"_s), face(u"NegX"_s, u"-x (left)"_s),
+                   face(u"PosY"_s, u"+y (top)"_s), face(u"NegY"_s, u"-y (bottom)"_s),
+                   face(u"PosZ"_s, u"+z (back)"_s), face(u"NegZ"_s, u"-z (front)"_s)},
+        .outputs = {{.name = u"Qel_QelTexture*_Cubemap"_s,
+                     .meaning = u"the cube map, with straight alpha and the colour encoding of the files; "
+                                "RGBA8, owned by the pass"_s}}};
     return description;
 }
 
@@ -82,8 +81,8 @@ void CubemapLoaderRenderPass::start(RenderCallbacks* /*callbacks*/)
 
 QString CubemapLoaderRenderPass::key(const Paths& paths)
 {
-    // Nothing stands between the paths. Deliberate: sets whose paths read the same when joined in this order,
-    // such as one file that moves from a face to another while the rest is unset, share a cube map.
+    // Deliberate: no separator. Sets of paths that concatenate to the same text share a cube map, such as one
+    // file on different faces with the other five unset.
     return paths[CubemapPathPosX] + paths[CubemapPathPosY] + paths[CubemapPathPosZ] + paths[CubemapPathNegX] +
            paths[CubemapPathNegY] + paths[CubemapPathNegZ];
 }
@@ -104,12 +103,12 @@ std::unique_ptr<Texture> CubemapLoaderRenderPass::build(const Paths& paths) cons
         if (image.isNull()) {
             if (paths[i] != m_paths[i]) {
                 logNotice(sourceFile, __LINE__,
-                          u"face %1: \"%2\" %3; a transparent black texel stands in"_s.arg(
+                          u"face %1: \"%2\" %3; using one transparent black texel"_s.arg(
                               QLatin1StringView(faceNames[i]), paths[i], problem));
             }
             image = makeTexel(Qt::transparent);
         }
-        uploadFace(cubemap.get(), GL_TEXTURE_CUBE_MAP_POSITIVE_X + static_cast<unsigned int>(i), image);
+        uploadFace(*cubemap, GL_TEXTURE_CUBE_MAP_POSITIVE_X + static_cast<unsigned int>(i), image);
     }
     cubemap->generateMipmap();
     checkGLError(sourceFile, 185);

@@ -13,22 +13,23 @@ namespace Morvane::Qel {
 
 class Texture;
 
-/// Turns six image files into a cube map with mipmaps, and keeps every cube map that it made: going back to
+/// Loads six image files into a cube map with mip levels, and keeps every cube map that it made: returning to
 /// an earlier set of files reads nothing.
 ///
-/// Reads any format that Qt reads; writes GL_RGBA faces (8 bits a channel, straight alpha), top row first as
-/// cube maps want them, with linear filters and clamped to the edge. The cube maps are the pass's own and
-/// live as long as it does.
+/// Reads every format that Qt reads. Writes GL_RGBA faces (8 bits a channel, straight alpha, values as in the
+/// file), top row first as cube maps need them, with linear filters and clamped to the edge. The cube maps
+/// are owned by the pass and deleted with it.
 ///
-/// Where a path names no readable image, or one larger than the driver allows, the face is one transparent
-/// black texel; a line on the information channel says why, unless that path did not change. Faces must be
-/// square and of one size: others are handed to GL as they are, which reports an error and leaves a cube map
-/// that samples as black.
+/// If a file cannot be read, or its image is larger than the driver allows, the face is one transparent black
+/// texel; a line on the information channel says why, unless the path is that of the previous set. Faces must
+/// be square and of equal size: others are passed to GL as they are, which reports an error and leaves an
+/// incomplete cube map that samples as black.
 class QEL_RENDERPASSES_EXPORT CubemapLoaderRenderPass : public RenderPassHelper
 {
 public:
     enum InputPort
     {
+        /// QString each, path of an image file.
         CubemapPathPosX,
         CubemapPathNegX,
         CubemapPathPosY,
@@ -38,6 +39,7 @@ public:
     };
     enum OutputPort
     {
+        /// GL_TEXTURE_CUBE_MAP, RGBA8, straight alpha, owned by the pass.
         Cubemap
     };
 
@@ -49,13 +51,13 @@ public:
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    /// One path a face, in the order of the inputs.
+    /// One path for each face, in the order of the inputs.
     using Paths = std::array<QString, 6>;
     static QString key(const Paths& paths);
     std::unique_ptr<Texture> build(const Paths& paths) const;
 
     Texture* m_current = nullptr;
-    /// What the current cube map was made from.
+    /// The files of the current cube map.
     Paths m_paths;
     std::unordered_map<QString, std::unique_ptr<Texture>> m_cubemaps;
 };

@@ -4,13 +4,9 @@
 
 #include <epoxy/gl.h>
 
-#include <Qel/RenderPasses/support/FullScreen.h>
-#include <Qel/RenderPasses/support/Targets.h>
-#include <Qel/gl/FramebufferObject.h>
+#include <Qel/RenderPasses/framework/CommonPorts.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/gl/GLErrors.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/Texture.h>
 
 using namespace Qt::StringLiterals;
 
@@ -50,18 +46,21 @@ void main()
 const PassDescription& GradientRenderPass::description()
 {
     static const PassDescription description{
-        u"GradientRenderPass"_s,
-        u"Fills a texture with a vertical gradient of two colours, or with one colour."_s,
-        {{u"Qel_QRect_Viewport"_s,
-          u"size of the texture; the origin is ignored"_s,
-          u"an empty texture"_s,
-          {},
-          u"pixels"_s},
-         {u"Qel_QColor_ColorTop"_s, u"colour at the upper edge"_s,
-          u"nothing is drawn and the texture keeps its contents"_s, QColor(64, 64, 64, 255)},
-         {u"Qel_QColor_ColorBottom"_s, u"colour at the lower edge"_s,
-          u"the whole texture gets the top colour, opaque"_s, QColor(153, 153, 153, 255)}},
-        {{u"Qel_QelTexture*_Frame"_s, u"the gradient, RGBA32F, owned by the pass"_s}}};
+        .type = u"GradientRenderPass"_s,
+        .summary = u"Fills a texture with a vertical gradient of two colours, or with one colour."_s,
+        .inputs = {viewportInput(u"size of the texture; the origin is ignored"_s, u"an empty texture"_s),
+                   {.name = u"Qel_QColor_ColorTop"_s,
+                    .meaning = u"colour at the top edge"_s,
+                    .whenMissing = u"nothing is drawn and the texture keeps its contents"_s,
+                    .defaultValue = QColor(64, 64, 64, 255)},
+                   {.name = u"Qel_QColor_ColorBottom"_s,
+                    .meaning = u"colour at the bottom edge"_s,
+                    .whenMissing = u"the whole texture is filled with the top colour, opaque"_s,
+                    .defaultValue = QColor(153, 153, 153, 255)}},
+        .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
+                     .meaning =
+                         u"the gradient, straight alpha, in the encoding of the colours; RGBA32F, owned "
+                         "by the pass"_s}}};
     return description;
 }
 
@@ -72,33 +71,22 @@ GradientRenderPass::GradientRenderPass()
 
 GradientRenderPass::~GradientRenderPass()
 {
-    if (m_framebuffer) {
-        delete m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
-    }
+    deleteTarget(m_framebuffer.get(), GL_COLOR_ATTACHMENT0);
 }
 
 void GradientRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    const QRect viewport = m_inputs[Viewport].value.toRect();
-    if (!m_framebuffer) {
-        m_framebuffer = std::make_unique<FramebufferObject>(nullptr);
-    }
-    // An empty viewport has the size that the pass starts with, and still gets its empty texture.
-    if (viewport.width() != m_width || viewport.height() != m_height ||
-        !m_framebuffer->hasAttachment(GL_COLOR_ATTACHMENT0)) {
-        resize(viewport.width(), viewport.height());
-    }
-    if (!m_program) {
-        buildProgram();
-    }
-
+    provideTargets(m_framebuffer, m_width, m_height, m_inputs[Viewport].value.toRect(),
+                   {{GL_COLOR_ATTACHMENT0, GL_RGBA32F, GL_BGRA, GL_FLOAT}}, EmptyViewport::EmptyTextures);
+    // The quad's vertices lie on the edges of the viewport, between which the colours are interpolated.
+    provideScreenProgram(m_program, m_fullScreenBatch, {.fragment = fragmentSource, .vertex = vertexSource},
+                         Screen::Quad);
     const QVariant& top = m_inputs[ColorTop].value;
     const QVariant& bottom = m_inputs[ColorBottom].value;
     if (!top.isNull()) {
         const AutoBinder framebufferBinder(m_framebuffer.get());
         m_framebuffer->setDrawBuffers();
-        context->setViewport(0, 0, m_width, m_height);
+        OpenGLDeviceContext* context = OpenGLDeviceContext::current();
         context->disable(GL_DEPTH_TEST);
         context->disable(GL_STENCIL_TEST);
         context->disable(GL_BLEND);
@@ -107,31 +95,10 @@ void GradientRenderPass::start(RenderCallbacks* /*callbacks*/)
         if (bottom.isNull()) {
             fill(top.value<QColor>());
         } else {
-            drawGradient();
+            drawGradient(top.value<QColor>(), bottom.value<QColor>());
         }
     }
     m_outputs[Frame].value = textureVariant(m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
-}
-
-void GradientRenderPass::resize(int width, int height)
-{
-    m_width = width;
-    m_height = height;
-    const AutoBinder framebufferBinder(m_framebuffer.get());
-    replaceAttachment(m_framebuffer.get(), GL_COLOR_ATTACHMENT0,
-                      makeTarget(width, height, GL_RGBA32F, GL_BGRA, GL_FLOAT));
-}
-
-void GradientRenderPass::buildProgram()
-{
-    m_program = std::make_unique<ShaderProgram>(nullptr);
-    m_program->setFragDataLocations({u"out_FragColor"_s});
-    m_program->addShader(GL_VERTEX_SHADER, vertexSource, {});
-    m_program->addShader(GL_FRAGMENT_SHADER, fragmentSource, {});
-    Qel::buildProgram(m_program.get());
-    // The quad: the colours are interpolated from vertices that lie on the edges of the viewport.
-    m_fullScreenBatch = OpenGLDeviceContext::current()->fullScreenQuad();
-    enableArrays(m_fullScreenBatch, m_program.get());
 }
 
 void GradientRenderPass::fill(const QColor& color)
@@ -145,13 +112,13 @@ void GradientRenderPass::fill(const QColor& color)
     }
 }
 
-void GradientRenderPass::drawGradient()
+void GradientRenderPass::drawGradient(const QColor& top, const QColor& bottom)
 {
     const AutoBinder programBinder(m_program.get());
-    m_program->setUniform(m_colorTop, m_inputs[ColorTop].value.value<QColor>());
-    m_program->setUniform(m_colorBottom, m_inputs[ColorBottom].value.value<QColor>());
+    m_program->setUniform(m_colorTop, top);
+    m_program->setUniform(m_colorBottom, bottom);
     checkGLError(sourceFile, 205);
-    if (!drawBatch(m_fullScreenBatch.data())) {
+    if (!drawBatch(m_fullScreenBatch)) {
         setErrorCode(drawFailed);
     }
 }

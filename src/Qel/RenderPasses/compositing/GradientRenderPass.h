@@ -13,12 +13,12 @@ namespace Morvane::Qel {
 class DrawBuffers;
 class FramebufferObject;
 
-/// Fills a texture of the viewport's size with a vertical gradient from the bottom colour at the lower edge
-/// to the top colour at the upper one, or with the top colour alone when there is no bottom colour.
+/// Fills a texture of the viewport's size with a vertical gradient from the bottom colour to the top colour,
+/// or with the top colour alone if there is no bottom colour.
 ///
-/// Reads two colours (0 to 255 a channel, straight alpha); writes a texture of 32-bit floats that the pass
-/// owns and that stays the same object until the size changes. The solid fill is opaque whatever the top
-/// colour's alpha; the gradient interpolates alpha as it is.
+/// Reads two colours (0 to 255 a channel, straight alpha). Writes a texture of 32-bit floats that the pass
+/// owns, one object until the size changes. The solid fill is opaque whatever the top colour's alpha; the
+/// gradient interpolates alpha too.
 ///
 /// Sets the error code 0xFFFFFFFF after a GL error in the solid fill or a failed draw, and never resets it.
 /// GL state: leaves tests, blending and culling disabled, the colour mask full and, after a solid fill, the
@@ -28,12 +28,16 @@ class QEL_RENDERPASSES_EXPORT GradientRenderPass : public RenderPassHelper
 public:
     enum InputPort
     {
+        /// QRect, pixels.
         Viewport,
+        /// QColor, straight alpha.
         ColorTop,
+        /// QColor, straight alpha.
         ColorBottom
     };
     enum OutputPort
     {
+        /// RGBA32F, straight alpha, owned by the pass.
         Frame
     };
 
@@ -45,10 +49,8 @@ public:
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    void resize(int width, int height);
-    void buildProgram();
     void fill(const QColor& color);
-    void drawGradient();
+    void drawGradient(const QColor& top, const QColor& bottom);
 
     std::unique_ptr<FramebufferObject> m_framebuffer;
     std::unique_ptr<ShaderProgram> m_program;

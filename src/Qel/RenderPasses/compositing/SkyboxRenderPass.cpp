@@ -6,14 +6,9 @@
 
 #include <epoxy/gl.h>
 
-#include <Qel/RenderPasses/support/FullScreen.h>
-#include <Qel/RenderPasses/support/Targets.h>
-#include <Qel/gl/FramebufferObject.h>
+#include <Qel/RenderPasses/framework/CommonPorts.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/gl/GLErrors.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/Texture.h>
-#include <Qel/gl/TextureManager.h>
 
 using namespace Qt::StringLiterals;
 
@@ -53,8 +48,7 @@ void main()
 }
 )"_s;
 
-// The jump of u at the seam needs no care with derivatives: the minification filter that is set on the image
-// reads no mipmaps.
+// The jump of u at the seam needs no explicit derivatives: the image is sampled without mip levels.
 const QString latLongFragmentSource = uR"(#version 150
 #include "QelUtilities.glslh"
 uniform sampler2D u_EnvTexture;
@@ -67,48 +61,42 @@ void main()
 }
 )"_s;
 
-std::unique_ptr<ShaderProgram> makeProgram(const QString& fragmentSource, const QString& sharedFile)
-{
-    auto program = std::make_unique<ShaderProgram>(nullptr);
-    // Neither stage writes out_Id: Ids that are attached beside the frame stay as they are.
-    program->setFragDataLocations({u"out_FragColor"_s, u"out_Id"_s});
-    program->addShader(GL_VERTEX_SHADER, vertexSource, {});
-    program->addShader(GL_FRAGMENT_SHADER, fragmentSource, {});
-    if (!sharedFile.isEmpty()) {
-        program->addShaderFromFile(GL_FRAGMENT_SHADER, sharedFile);
-    }
-    buildProgram(program.get());
-    checkGLError(sourceFile, __LINE__);
-    return program;
-}
+// Neither fragment stage writes out_Id: Ids that are attached beside the frame stay as they are.
+const QStringList fragmentOutputs{u"out_FragColor"_s, u"out_Id"_s};
 
 } // namespace
 
 const PassDescription& SkyboxRenderPass::description()
 {
     static const PassDescription description{
-        u"SkyboxRenderPass"_s,
-        u"Fills the background of a frame, where the stencil is 0, with a cube map or an image "
-        "in latitude and longitude."_s,
-        {{u"Qel_QRect_Viewport"_s,
-          u"size of the textures that stand in for missing ones; the origin is ignored"_s,
-          u"1 x 1"_s,
-          {},
-          u"pixels"_s},
-         {u"Qel_QMatrix4x4_ProjectionMatrix"_s, u"eye space to clip space"_s, u"identity"_s},
-         {u"Qel_QMatrix4x4_CameraMatrix"_s, u"world space to eye space"_s, u"identity"_s},
-         {u"Qel_QelTexture*_Cubemap"_s, u"the environment as a cube map"_s,
-          u"the image in latitude and longitude is used"_s},
-         {u"Qel_QelTexture*_LatLongMap"_s,
-          u"the environment as an image in latitude and longitude, bottom row straight down; "
-          "not used with a cube map"_s,
-          u"without a cube map too, the frame is published as it came"_s},
-         {u"Qel_QelTexture*_Frame"_s, u"the picture to draw into"_s,
-          u"a new texture, RGBA16F, cleared to opaque black"_s},
-         {u"Qel_QelTexture*_Depth"_s,
-          u"depth and stencil of the frame; the stencil is not 0 where the scene was drawn"_s,
-          u"the whole frame is background"_s}},
-        {{u"Qel_QelTexture*_Frame"_s, u"the frame that came in, or the new one, with the environment"_s}}};
+        .type = u"SkyboxRenderPass"_s,
+        .summary = u"Fills the background of a frame, where the stencil is 0, with a cube map or a "
+                   "latitude-longitude image."_s,
+        .inputs = {viewportInput(u"size of the textures that replace a missing frame or depth; the origin is "
+                                 "ignored"_s,
+                                 u"1 x 1"_s),
+                   projectionMatrixInput(),
+                   cameraMatrixInput(),
+                   {.name = u"Qel_QelTexture*_Cubemap"_s,
+                    .meaning = u"the environment as a cube map"_s,
+                    .whenMissing = u"the latitude-longitude image is used"_s},
+                   {.name = u"Qel_QelTexture*_LatLongMap"_s,
+                    .meaning =
+                        u"the environment as a latitude-longitude image, bottom row straight down; not "
+                        "used with a cube map"_s,
+                    .whenMissing = u"without a cube map too, the frame is published unchanged"_s},
+                   {.name = u"Qel_QelTexture*_Frame"_s,
+                    .meaning = u"the colour texture to draw into"_s,
+                    .whenMissing = u"a new texture, RGBA16F, cleared to opaque black"_s},
+                   {.name = u"Qel_QelTexture*_Depth"_s,
+                    .meaning =
+                        u"depth-stencil texture of the frame; the stencil is not 0 where the scene was "
+                        "drawn"_s,
+                    .whenMissing = u"the whole frame is background"_s}},
+        .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
+                     .meaning =
+                         u"the input frame, or the new one, with the environment drawn into it; colour "
+                         "encoding and alpha of the environment"_s}}};
     return description;
 }
 
@@ -123,70 +111,69 @@ void SkyboxRenderPass::setup(RenderCallbacks* /*callbacks*/)
 {
     checkGLError(sourceFile, __LINE__);
     m_framebuffer = std::make_unique<FramebufferObject>(nullptr);
-    m_cubeProgram = makeProgram(cubeFragmentSource, {});
-    m_latLongProgram = makeProgram(latLongFragmentSource, u"QelUtilities.glslc"_s);
-    // The quad: the view direction is a unit vector at each vertex, and what lies between is right only where
-    // the vertices are equally far from the eye. Those of the oversized triangle are not.
-    m_fullScreenBatch = OpenGLDeviceContext::current()->fullScreenQuad();
+    m_cubeProgram = std::make_unique<ShaderProgram>(nullptr);
+    buildScreenProgram(*m_cubeProgram,
+                       {.fragment = cubeFragmentSource, .vertex = vertexSource, .outputs = fragmentOutputs});
+    checkGLError(sourceFile, __LINE__);
+    m_latLongProgram = std::make_unique<ShaderProgram>(nullptr);
+    buildScreenProgram(*m_latLongProgram, {.fragment = latLongFragmentSource,
+                                           .fragmentFile = u"QelUtilities.glslc"_s,
+                                           .vertex = vertexSource,
+                                           .outputs = fragmentOutputs});
+    checkGLError(sourceFile, __LINE__);
+    // The quad: the vertex stage normalises the view direction, and the interpolation between unit vectors is
+    // right only if all vertices are equally far from the eye. Those of the oversized triangle are not.
+    provideScreenBatch(m_fullScreenBatch, *m_cubeProgram, Screen::Quad);
+    provideScreenBatch(m_fullScreenBatch, *m_latLongProgram, Screen::Quad);
 }
 
 void SkyboxRenderPass::start(RenderCallbacks* callbacks)
 {
     const QSize size = m_inputs[Viewport].value.toRect().size();
     if (!m_framebuffer || size.width() != m_width || size.height() != m_height) {
-        // The first frame builds again what the host's setup built, as no size was known then. Deliberate.
+        // Deliberate: the first frame rebuilds what the host's setup built, because no size was known then.
         teardown(callbacks);
         m_width = size.width();
         m_height = size.height();
         setup(callbacks);
     }
-    TextureManager* pool = TextureManager::Instance();
     auto* cubemap = getInputPointer<Texture>(Cubemap);
     auto* latLongMap = getInputPointer<Texture>(LatLongMap);
     auto* frame = getInputPointer<Texture>(InputFrame);
     auto* depth = getInputPointer<Texture>(Depth);
-    const bool newFrame = !frame;
-    const bool newDepth = !depth;
-    if (newFrame) {
-        frame = pool->tempTexture(TextureFormat::RGBA16F, m_width, m_height, -1);
-    }
-    if (newDepth) {
-        depth = pool->tempTexture(TextureFormat::Depth24Stencil8, m_width, m_height, -1);
-    }
+    const InputReferences inputs(cubemap, latLongMap, frame, depth);
+    const PooledTexture newFrame = frame ? PooledTexture() : PooledTexture(TextureFormat::RGBA16F, size);
+    const PooledTexture newDepth =
+        depth ? PooledTexture() : PooledTexture(TextureFormat::Depth24Stencil8, size);
+    frame = frame ? frame : newFrame.get();
+    depth = depth ? depth : newDepth.get();
 
     const AutoBinder framebufferBinder(m_framebuffer.get());
     checkGLError(sourceFile, __LINE__);
     m_framebuffer->attach(frame, GL_COLOR_ATTACHMENT0, 0);
     m_framebuffer->attach(depth, GL_DEPTH_STENCIL_ATTACHMENT, 0);
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     if (cubemap || latLongMap) {
         m_framebuffer->setDrawBuffers();
         checkGLError(sourceFile, __LINE__);
-        clearNewTargets(newFrame, newDepth);
-        OpenGLDeviceContext::current()->disable(GL_DEPTH_TEST);
+        clearNewTargets(newFrame.get() != nullptr, newDepth.get() != nullptr);
+        context->disable(GL_DEPTH_TEST);
         checkGLError(sourceFile, __LINE__);
     }
-
-    OpenGLDeviceContext::current()->enable(GL_STENCIL_TEST);
+    context->enable(GL_STENCIL_TEST);
     glStencilFunc(GL_EQUAL, 0, 0xff);
     glStencilOp(GL_KEEP, GL_KEEP, GL_KEEP);
     glStencilMask(0);
     if (cubemap) {
-        drawEnvironment(m_cubeProgram.get(), cubemap);
+        drawEnvironment(*m_cubeProgram, cubemap, Sampling::Own);
     } else if (latLongMap) {
-        latLongMap->setParameter(GL_TEXTURE_WRAP_S, GL_REPEAT);
-        latLongMap->setParameter(GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
-        latLongMap->setParameter(GL_TEXTURE_MIN_FILTER, GL_LINEAR);
-        drawEnvironment(m_latLongProgram.get(), latLongMap);
+        drawEnvironment(*m_latLongProgram, latLongMap, Sampling::LinearAround);
     }
-    OpenGLDeviceContext::current()->disable(GL_STENCIL_TEST);
+    context->disable(GL_STENCIL_TEST);
 
-    m_outputs[Frame].value = textureVariant(frame);
-    pool->addTempTextureRef(frame, m_outputs[Frame].users);
-    pool->releaseTempTextureRef(cubemap, 1);
-    pool->releaseTempTextureRef(latLongMap, 1);
-    for (const unsigned int attachment : {GL_COLOR_ATTACHMENT0, GL_DEPTH_STENCIL_ATTACHMENT}) {
-        pool->releaseTempTextureRef(m_framebuffer->detach(attachment), 1);
-    }
+    m_outputs[Frame].value = publishTexture(frame, m_outputs[Frame].users);
+    m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
+    m_framebuffer->detach(GL_DEPTH_STENCIL_ATTACHMENT);
 }
 
 void SkyboxRenderPass::teardown(RenderCallbacks* /*callbacks*/)
@@ -204,25 +191,23 @@ void SkyboxRenderPass::clearNewTargets(bool newFrame, bool newDepth)
         glClearBufferfv(GL_COLOR, 0, opaqueBlack.data());
     }
     if (newDepth) {
-        // The frame before left the stencil mask 0, which would keep what the pool's texture held.
+        // The previous frame left the stencil mask at 0, with which the clear would keep the old stencil.
         glDepthMask(GL_TRUE);
         glStencilMask(0xff);
         glClearBufferfi(GL_DEPTH_STENCIL, 0, 1.0F, 0);
     }
 }
 
-void SkyboxRenderPass::drawEnvironment(ShaderProgram* program, Texture* environment)
+void SkyboxRenderPass::drawEnvironment(ShaderProgram& program, Texture* environment, Sampling sampling)
 {
     const auto projection = m_inputs[ProjectionMatrix].value.value<QMatrix4x4>();
     const auto camera = m_inputs[CameraMatrix].value.value<QMatrix4x4>();
-    const AutoBinder programBinder(program);
-    const AutoBinder textureBinder(environment);
-    enableArrays(m_fullScreenBatch, program);
-    program->setUniform(m_envTexture, environment->unit());
-    program->setUniform(m_invCameraMatrix, camera.inverted());
-    program->setUniform(m_ndcCoordToDirection, projection.inverted());
+    const AutoBinder programBinder(&program);
+    const BoundSampler sampler(program, m_envTexture, environment, sampling);
+    program.setUniform(m_invCameraMatrix, camera.inverted());
+    program.setUniform(m_ndcCoordToDirection, projection.inverted());
     checkGLError(sourceFile, __LINE__);
-    drawBatch(m_fullScreenBatch.data());
+    drawBatch(m_fullScreenBatch);
 }
 
 } // namespace Morvane::Qel

@@ -13,43 +13,51 @@ namespace Morvane::Qel {
 class DrawBuffers;
 class FramebufferObject;
 class Texture;
+enum class Sampling;
 
-/// Fills the background of a picture with an environment: a cube map or, where there is none, an image in
-/// latitude and longitude.
+/// Fills the background of a frame with an environment: a cube map or, without one, a latitude-longitude
+/// image.
 ///
-/// Reads the frame and its depth-stencil texture, the matrices and the environment; draws into the frame
-/// itself wherever the stencil is 0 and publishes it again. The environment is infinitely far away: it is
-/// looked up by the direction in world space in which a pixel lies, so the camera's place does not matter.
-/// Colours, alpha included, are written as the environment holds them, not blended. Cube maps are sampled as
-/// GL defines them, whose faces are pictures seen from outside: from inside, writing on a face that was not
-/// made for this reads mirrored. Images in latitude and longitude have -z in the middle, +x a quarter to the
-/// right, and repeat around the vertical axis.
+/// Draws into the frame itself wherever its stencil is 0, and publishes it again. The environment is
+/// infinitely far away: it is looked up by the world-space view direction of the pixel, so the position of
+/// the camera does not matter. All four channels are written as the environment holds them, without blending.
+/// Cube maps follow GL's convention, in which faces are seen from outside: text on a face that was not made
+/// for it reads mirrored. Latitude-longitude images have -z in the centre and +x a quarter of the width to
+/// the right; they are sampled with linear filters, repeated horizontally and clamped vertically, whatever is
+/// set on them.
 ///
-/// Where frame or depth are missing, pooled textures (RGBA16F, cleared to opaque black; depth 1, stencil 0)
-/// stand in; the frame's consumers own its references.
+/// If frame or depth are missing, pooled textures are used (RGBA16F cleared to opaque black; depth 1,
+/// stencil 0). The consumers of the output own the frame's references.
 ///
 /// Directions are interpolated from unit vectors at the corners of the screen. That is exact for projections
-/// that are symmetric about the view axis. For others it is not: a shift of a twentieth of the width turns
-/// the environment by up to 1.5 degrees against the scene (60 degrees of view, 16:9), half a pixel's jitter
-/// by a fifth of a pixel.
+/// that are symmetric about the view axis, and approximate for others: an off-centre projection by a
+/// twentieth of the width turns the environment by up to 1.5 degrees against the scene (60 degrees of view,
+/// 16:9), half a pixel's jitter by a fifth of a pixel.
 ///
-/// GL state: leaves the depth and the stencil test disabled and the stencil mask 0; the environment in
-/// latitude and longitude keeps the wrap modes and the filter that are set on it.
+/// GL state: leaves depth and stencil test disabled and the stencil mask 0.
 class QEL_RENDERPASSES_EXPORT SkyboxRenderPass : public RenderPassHelper
 {
 public:
     enum InputPort
     {
+        /// QRect, pixels.
         Viewport,
+        /// QMatrix4x4, eye space to clip space.
         ProjectionMatrix,
+        /// QMatrix4x4, world space to eye space.
         CameraMatrix,
+        /// GL_TEXTURE_CUBE_MAP.
         Cubemap,
+        /// GL_TEXTURE_2D.
         LatLongMap,
+        /// Colour texture, drawn into.
         InputFrame,
+        /// Depth-stencil texture of the frame's size.
         Depth
     };
     enum OutputPort
     {
+        /// The input frame, or a pooled RGBA16F.
         Frame
     };
 
@@ -64,7 +72,7 @@ public:
 
 private:
     void clearNewTargets(bool newFrame, bool newDepth);
-    void drawEnvironment(ShaderProgram* program, Texture* environment);
+    void drawEnvironment(ShaderProgram& program, Texture* environment, Sampling sampling);
 
     std::unique_ptr<FramebufferObject> m_framebuffer;
     std::unique_ptr<ShaderProgram> m_cubeProgram;

@@ -2,12 +2,9 @@
 
 #include <epoxy/gl.h>
 
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/RenderPasses/support/Images.h>
-#include <Qel/RenderPasses/support/Targets.h>
 #include <Qel/core/Diagnostics.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/Texture.h>
 
 using namespace Qt::StringLiterals;
 
@@ -22,13 +19,16 @@ constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/TextureLoaderRende
 const PassDescription& TextureLoaderRenderPass::description()
 {
     static const PassDescription description{
-        u"TextureLoaderRenderPass"_s,
-        u"Loads an image file into a texture with mipmaps."_s,
-        {{u"Qel_QString_TexturePath"_s, u"the image file"_s,
-          u"a texture without an image; one opaque white texel once a path was set"_s}},
-        {{u"Qel_QelTexture*_Texture"_s,
-          u"the image, bottom row first, GL_RGBA with straight alpha, read-only, owned by the "
-          "pass"_s}}};
+        .type = u"TextureLoaderRenderPass"_s,
+        .summary = u"Loads an image file into a texture with mip levels."_s,
+        .inputs = {{.name = u"Qel_QString_TexturePath"_s,
+                    .meaning = u"path of the image file"_s,
+                    .whenMissing = u"a texture without an image; one opaque white texel if a path was set "
+                                   "before"_s}},
+        .outputs = {{.name = u"Qel_QelTexture*_Texture"_s,
+                     .meaning =
+                         u"the image, bottom row first, with straight alpha and the colour encoding of "
+                         "the file; RGBA8, read-only, owned by the pass"_s}}};
     return description;
 }
 
@@ -41,33 +41,29 @@ TextureLoaderRenderPass::~TextureLoaderRenderPass() = default;
 
 void TextureLoaderRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
-    if (!m_texture) {
-        m_texture = std::make_unique<Texture>(nullptr);
-        m_texture->setTarget(GL_TEXTURE_2D);
-    }
+    Texture& texture = provide(m_texture);
     const QString path = m_inputs[TexturePath].value.toString();
     if (path != m_path) {
-        load(path);
+        load(texture, path);
         m_path = path;
     }
-    m_outputs[LoadedTexture].value = textureVariant(m_texture.get());
+    m_outputs[LoadedTexture].value = textureVariant(&texture);
 }
 
-void TextureLoaderRenderPass::load(const QString& path)
+void TextureLoaderRenderPass::load(Texture& texture, const QString& path)
 {
     QString problem;
     QImage image = loadImage(path, OpenGLDeviceContext::current()->maxTextureSize(), &problem);
     if (image.isNull()) {
-        logNotice(sourceFile, __LINE__, u"\"%1\" %2; an opaque white texel stands in"_s.arg(path, problem));
+        logNotice(sourceFile, __LINE__, u"\"%1\" %2; using one opaque white texel"_s.arg(path, problem));
         image = makeTexel(Qt::white);
     } else {
         image = image.mirrored(false, true);
     }
-    const AutoBinder binder(m_texture.get());
-    m_texture->setImage2D(0, GL_RGBA, image.width(), image.height(), GL_BGRA, GL_UNSIGNED_BYTE,
-                          image.constBits());
-    m_texture->generateMipmap();
-    m_texture->setReadOnly();
+    texture.setImage2D(0, GL_RGBA, image.width(), image.height(), GL_BGRA, GL_UNSIGNED_BYTE,
+                       image.constBits());
+    texture.generateMipmap();
+    texture.setReadOnly();
 }
 
 } // namespace Morvane::Qel

@@ -11,25 +11,27 @@ namespace Morvane::Qel {
 
 class Texture;
 
-/// Turns an image file into a texture with mipmaps.
+/// Loads an image file into a texture with mip levels.
 ///
-/// Reads any format that Qt reads; writes a GL_RGBA texture (8 bits a channel, straight alpha, values as they
-/// are in the file) whose first row is the bottom row of the picture. The texture is the pass's own and the
-/// same object for the pass's whole life; only its image changes, and only when the path does: a file that
-/// changes on disk is not read again. GL's default parameters apply, mipmapped minification and repeat.
+/// Reads every format that Qt reads. Writes a GL_RGBA texture (8 bits a channel, straight alpha, values as in
+/// the file) whose first row is the bottom row of the image. The pass owns the texture, one object for its
+/// whole life: its image is replaced when the path changes. A file that changes on disk is not read again.
+/// The texture keeps GL's default parameters: mipmapped minification and repeat.
 ///
-/// Where the path names no readable image, or one larger than the driver allows, the texture is one opaque
-/// white texel and a line on the information channel says why. Qt itself refuses images that take more memory
-/// than QImageReader::allocationLimit(). Before a path was ever set, the texture has no image at all.
+/// If the file cannot be read, or the image is larger than the driver allows, the texture is one opaque white
+/// texel, and a line on the information channel says why. Qt itself refuses images that need more memory than
+/// QImageReader::allocationLimit(). Until a path is set, the texture has no image.
 class QEL_RENDERPASSES_EXPORT TextureLoaderRenderPass : public RenderPassHelper
 {
 public:
     enum InputPort
     {
+        /// QString, path of an image file.
         TexturePath
     };
     enum OutputPort
     {
+        /// RGBA8, straight alpha, owned by the pass.
         LoadedTexture
     };
 
@@ -41,10 +43,10 @@ public:
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    void load(const QString& path);
+    static void load(Texture& texture, const QString& path);
 
     std::unique_ptr<Texture> m_texture;
-    /// The path that the image was loaded from, also when that failed.
+    /// The path loaded last, also if loading failed.
     QString m_path;
 };
 

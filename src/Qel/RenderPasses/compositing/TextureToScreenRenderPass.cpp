@@ -2,14 +2,9 @@
 
 #include <epoxy/gl.h>
 
-#include <Qel/RenderPasses/support/FullScreen.h>
-#include <Qel/RenderPasses/support/Targets.h>
-#include <Qel/gl/FramebufferObject.h>
+#include <Qel/RenderPasses/framework/CommonPorts.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/gl/GLErrors.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/Texture.h>
-#include <Qel/gl/TextureManager.h>
 
 using namespace Qt::StringLiterals;
 
@@ -19,8 +14,8 @@ namespace {
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/TextureToScreenRenderPass";
 
-// The sum is divided by step.x and then multiplied by step.y, from left to right. Deliberate: a square step
-// of n yields the plain sum of n * n texels, not their mean.
+// Deliberate: the last line is evaluated from left to right, so the sum is divided by step.x and multiplied
+// by step.y. A square step of n yields the sum of n * n texels, not their mean.
 const QString fragmentSource = uR"(#version 150
 #include "QelUtilities.glslh"
 uniform sampler2D u_SamplerTexture;
@@ -47,19 +42,18 @@ void main()
 const PassDescription& TextureToScreenRenderPass::description()
 {
     static const PassDescription description{
-        u"TextureToScreenRenderPass"_s,
-        u"Puts a texture on the screen, by a blit or adding up the texels that fall on each pixel."_s,
-        {{u"Qel_QRect_Viewport"_s,
-          u"the part of the screen to draw"_s,
-          u"nothing is drawn"_s,
-          {},
-          u"pixels, origin at the lower left"_s},
-         {u"Qel_QelTexture*_Texture"_s, u"the picture"_s,
-          u"the screen is cleared; transparent black with super-sampling"_s},
-         {u"Qel_Bool_EnableSuperSampling"_s,
-          u"whether the shader adds up the block of texels that falls on each pixel"_s,
-          u"as before; at first off"_s}},
-        {}};
+        .type = u"TextureToScreenRenderPass"_s,
+        .summary = u"Draws a texture to the screen, by a blit or by summing the texels of each pixel."_s,
+        .inputs = {viewportInput(u"the rectangle of the screen to draw"_s, u"nothing is drawn"_s),
+                   {.name = u"Qel_QelTexture*_Texture"_s,
+                    .meaning = u"the image, in the screen's colour encoding"_s,
+                    .whenMissing = u"the screen is cleared; transparent black with super-sampling"_s},
+                   {.name = u"Qel_Bool_EnableSuperSampling"_s,
+                    .meaning =
+                        u"whether a shader sums the block of texels that each pixel covers, instead of "
+                        "a blit"_s,
+                    .whenMissing = u"the value of the previous frame, initially off"_s}},
+        .outputs = {}};
     return description;
 }
 
@@ -73,45 +67,34 @@ TextureToScreenRenderPass::~TextureToScreenRenderPass() = default;
 void TextureToScreenRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
     const QRect viewport = m_inputs[Viewport].value.toRect();
-    // Only as a QObject*, which a typed texture converts to as well.
+    // Read only as a QObject*, to which a typed texture converts as well.
     auto* texture = qobject_cast<Texture*>(m_inputs[SourceTexture].value.value<QObject*>());
+    const InputReferences inputs(texture);
     updateSuperSampling();
     if (m_superSampling) {
-        if (!texture) {
-            if (!m_fallbackTexture) {
-                m_fallbackTexture.reset(makeTransparentTexture());
-            }
-            texture = m_fallbackTexture.get();
-        }
-        drawSuperSampled(viewport, texture);
+        drawSuperSampled(viewport, orTransparent(texture, m_fallbackTexture));
     } else if (texture) {
-        blit(viewport, texture);
+        blit(viewport.width(), viewport.height(), *texture);
     } else {
         glClear(GL_COLOR_BUFFER_BIT);
     }
     checkGLError(sourceFile, 206);
-    TextureManager::Instance()->releaseTempTextureRef(texture, 1);
 }
 
 void TextureToScreenRenderPass::updateSuperSampling()
 {
     const QVariant& value = m_inputs[EnableSuperSampling].value;
-    if (value.isNull()) {
+    if (value.isNull() || value.toBool() == m_superSampling) {
         return;
     }
-    const bool superSampling = value.toBool();
-    if (superSampling != m_superSampling) {
-        m_superSampling = superSampling;
-        m_program.reset();
-    }
+    m_superSampling = !m_superSampling;
+    m_program.reset();
 }
 
 void TextureToScreenRenderPass::drawSuperSampled(const QRect& viewport, Texture* texture)
 {
+    provideScreenProgram(m_program, m_fullScreenBatch, {fragmentSource}, Screen::Quad);
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    if (!m_program) {
-        buildProgram();
-    }
     context->setViewport(viewport.x(), viewport.y(), viewport.width(), viewport.height());
     context->disable(GL_DEPTH_TEST);
     context->disable(GL_BLEND);
@@ -119,33 +102,19 @@ void TextureToScreenRenderPass::drawSuperSampled(const QRect& viewport, Texture*
     glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
 
     const AutoBinder programBinder(m_program.get());
-    const AutoBinder textureBinder(texture);
-    m_program->setUniform(m_samplerTexture, texture->unit());
+    const BoundSampler sampler(*m_program, m_samplerTexture, texture, Sampling::Nearest);
     m_program->setUniform(
         m_renderSize, QVector2D(static_cast<float>(viewport.width()), static_cast<float>(viewport.height())));
-    drawBatch(m_fullScreenBatch.data());
+    drawBatch(m_fullScreenBatch);
 }
 
-void TextureToScreenRenderPass::buildProgram()
-{
-    m_program = std::make_unique<ShaderProgram>(nullptr);
-    addFullScreenShaders(m_program.get(), fragmentSource);
-    Qel::buildProgram(m_program.get());
-    m_fullScreenBatch = OpenGLDeviceContext::current()->fullScreenQuad();
-    enableArrays(m_fullScreenBatch, m_program.get());
-}
-
-void TextureToScreenRenderPass::blit(const QRect& viewport, Texture* texture)
+void TextureToScreenRenderPass::blit(int width, int height, Texture& texture)
 {
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    if (!m_readFramebuffer) {
-        m_readFramebuffer = std::make_unique<FramebufferObject>(nullptr);
-    }
-    context->bindFramebuffer(GL_READ_FRAMEBUFFER, m_readFramebuffer->getFBO());
-    glFramebufferTexture(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, texture->textureID(), 0);
+    context->bindFramebuffer(GL_READ_FRAMEBUFFER, provide(m_readFramebuffer).getFBO());
+    glFramebufferTexture(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, texture.textureID(), 0);
     context->bindFramebuffer(GL_DRAW_FRAMEBUFFER, 0);
-    glBlitFramebuffer(0, 0, viewport.width(), viewport.height(), 0, 0, viewport.width(), viewport.height(),
-                      GL_COLOR_BUFFER_BIT, GL_NEAREST);
+    glBlitFramebuffer(0, 0, width, height, 0, 0, width, height, GL_COLOR_BUFFER_BIT, GL_NEAREST);
     glFramebufferTexture(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, 0, 0);
     context->bindFramebuffer(GL_READ_FRAMEBUFFER, 0);
     context->bindFramebuffer(GL_DRAW_FRAMEBUFFER, 0);

@@ -14,12 +14,14 @@ class DrawBuffers;
 class FramebufferObject;
 class Texture;
 
-/// Puts a texture on the screen: copies it into the default framebuffer by a blit or, with super-sampling,
-/// adds up by a shader the block of texels that falls on each pixel, into the framebuffer that is bound.
+/// Draws a texture to the screen: blits it into the default framebuffer or, with super-sampling, sums the
+/// block of texels that each pixel covers into the bound framebuffer.
 ///
 /// Reads a colour texture; publishes nothing. The blit copies the lower left part of the texture to the lower
-/// left corner of the screen and ignores the viewport's origin; the shader draws at the origin but reads from
-/// the pixel's position on the screen, so that the picture shifts with it.
+/// left corner of the screen and ignores the viewport's origin. The shader draws at the origin but fetches
+/// from the pixel's position on the screen, so the image shifts with the origin. The block is the texture's
+/// size over the viewport's, rounded, at least one texel; a square block of n * n yields the sum of its
+/// texels, not their mean.
 ///
 /// GL state: super-sampling leaves depth test, stencil test and blending disabled, the colour mask full and
 /// the viewport set; the blit leaves framebuffer 0 bound. Without a texture the bound framebuffer is cleared.
@@ -28,8 +30,11 @@ class QEL_RENDERPASSES_EXPORT TextureToScreenRenderPass : public RenderPassHelpe
 public:
     enum InputPort
     {
+        /// QRect, pixels.
         Viewport,
+        /// Any colour format.
         SourceTexture,
+        /// bool.
         EnableSuperSampling
     };
 
@@ -43,8 +48,7 @@ public:
 private:
     void updateSuperSampling();
     void drawSuperSampled(const QRect& viewport, Texture* texture);
-    void blit(const QRect& viewport, Texture* texture);
-    void buildProgram();
+    void blit(int width, int height, Texture& texture);
 
     std::unique_ptr<ShaderProgram> m_program;
     QSharedPointer<DrawBuffers> m_fullScreenBatch;

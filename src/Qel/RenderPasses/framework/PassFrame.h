@@ -4,6 +4,7 @@
 #include <QRect>
 #include <QSharedPointer>
 #include <QString>
+#include <QStringList>
 #include <QVariant>
 
 #include <array>
@@ -303,13 +304,15 @@ enum class Screen
     Quad
 };
 
-/// The sources of a program that draws full-screen into one output, "out_FragColor".
+/// The sources of a program that draws full-screen.
 struct ScreenSources
 {
     QString fragment;
     /// A shader file added to the fragment stage, such as "QelUtilities.glslc"; none when empty.
     QString fragmentFile = {};
     QString vertex = fullScreenVertexSource;
+    /// The fragment outputs, in the order of the draw buffers.
+    QStringList outputs = {QStringLiteral("out_FragColor")};
     /// Needed for sources with defines of the pass's own; must live during the call.
     GLSLMacroProcessor* macroProcessor = nullptr;
 };

@@ -2,12 +2,8 @@
 
 #include <epoxy/gl.h>
 
-#include <Qel/RenderPasses/framework/InputPointers.h>
-#include <Qel/RenderPasses/support/FullScreen.h>
-#include <Qel/RenderPasses/support/Targets.h>
-#include <Qel/gl/FramebufferObject.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/TextureManager.h>
+#include <Qel/RenderPasses/framework/CommonPorts.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 
 using namespace Qt::StringLiterals;
 
@@ -64,33 +60,33 @@ void main()
 const PassDescription& BlurAndCombineRenderPass::description()
 {
     static const PassDescription description{
-        u"BlurAndCombineRenderPass"_s,
-        u"Adds glow: blurs the bright texels of one frame and adds them to another."_s,
-        {{u"Qel_QRect_Viewport"_s,
-          u"size of the picture; the origin is ignored"_s,
-          u"a single pixel"_s,
-          {},
-          u"pixels"_s},
-         {u"Qel_QelTexture*_NormalFrame"_s, u"the picture that receives the glow"_s, u"the glow alone"_s},
-         {u"Qel_float_BlurRadius"_s,
-          u"radius of the glow, about one standard deviation"_s,
-          u"the normal frame is passed on"_s,
-          {},
-          u"texels; 0 or less passes the normal frame on"_s},
-         {u"Qel_float_GlowThreshold"_s,
-          u"luma (Rec. 709 weights) from which a texel glows; a change takes effect with the "
-          "next change of the radius"_s,
-          u"everything glows"_s,
-          {},
-          u"0 or less lets everything glow"_s},
-         {u"Qel_float_GlowAmount"_s,
-          u"factor of the glow"_s,
-          u"the normal frame is passed on"_s,
-          {},
-          u"0 or less passes the normal frame on"_s},
-         {u"Qel_QelTexture*_BlurFrame"_s, u"the picture whose texels glow"_s, u"no glow"_s}},
-        {{u"Qel_QelTexture*_Output"_s,
-          u"the normal frame and its glow, RGBA16F, pooled; or the normal frame itself"_s}}};
+        .type = u"BlurAndCombineRenderPass"_s,
+        .summary = u"Adds glow: blurs the bright texels of one frame and adds them to another."_s,
+        .inputs = {viewportInput(u"size of the image; the origin is ignored"_s, u"1 x 1"_s),
+                   {.name = u"Qel_QelTexture*_NormalFrame"_s,
+                    .meaning = u"the frame that the glow is added to; premultiplied alpha"_s,
+                    .whenMissing = u"the output is the glow alone"_s},
+                   {.name = u"Qel_float_BlurRadius"_s,
+                    .meaning = u"radius of the glow, about one standard deviation"_s,
+                    .whenMissing = u"the normal frame is published unchanged"_s,
+                    .range = u"texels; 0 or less publishes the normal frame unchanged"_s},
+                   {.name = u"Qel_float_GlowThreshold"_s,
+                    .meaning =
+                        u"luma (Rec. 709 weights) from which a texel glows; a change takes effect with the "
+                        "next change of the radius"_s,
+                    .whenMissing = u"everything glows"_s,
+                    .range = u"0 or less lets everything glow"_s},
+                   {.name = u"Qel_float_GlowAmount"_s,
+                    .meaning = u"factor of the glow"_s,
+                    .whenMissing = u"the normal frame is published unchanged"_s,
+                    .range = u"0 or less publishes the normal frame unchanged"_s},
+                   {.name = u"Qel_QelTexture*_BlurFrame"_s,
+                    .meaning =
+                        u"the frame whose texels glow; premultiplied alpha, encoded as the normal frame"_s,
+                    .whenMissing = u"no glow"_s}},
+        .outputs = {{.name = u"Qel_QelTexture*_Output"_s,
+                     .meaning = u"the sum of normal frame and glow in all four channels, not clamped, in the "
+                                "encoding of the inputs; RGBA16F, pooled; or the normal frame itself"_s}}};
     return description;
 }
 
@@ -108,106 +104,80 @@ void BlurAndCombineRenderPass::start(RenderCallbacks* callbacks)
     m_glowAmount = m_inputs[GlowAmount].value.toFloat();
     RenderPassHelper::start(callbacks);
     auto* normalFrame = getInputPointer<Texture>(NormalFrame);
-    auto* source = getInputPointer<Texture>(BlurFrame);
-    TextureManager* pool = TextureManager::Instance();
+    auto* blurFrame = getInputPointer<Texture>(BlurFrame);
+    const InputReferences inputs(normalFrame, blurFrame);
     if (radius <= 0.0F || m_glowAmount <= 0.0F) {
-        m_outputs[Output].value = publishPooled(normalFrame, m_outputs[Output].users);
-        pool->releaseTempTextureRef(source, 1);
+        m_outputs[Output].value = publishTexture(normalFrame, m_outputs[Output].users);
         return;
     }
 
-    const bool kernelChanged = updateKernel(radius);
-    const QRect viewport = m_inputs[Viewport].value.toRect();
-    m_viewportWidth = static_cast<float>(viewport.width());
-    m_viewportHeight = static_cast<float>(viewport.height());
-    for (Texture** frame : {&normalFrame, &source}) {
-        if (!*frame) {
-            *frame = takeTransparentTexture();
-        }
-        sampleLinearly(*frame);
+    const bool kernelChanged = providePrograms(radius);
+    const QSize size = m_inputs[Viewport].value.toRect().size();
+    m_viewportWidth = static_cast<float>(size.width());
+    m_viewportHeight = static_cast<float>(size.height());
+    const PooledTexture fallback = normalFrame && blurFrame ? PooledTexture() : PooledTexture::transparent();
+    Texture* source = blurFrame ? blurFrame : fallback.get();
+    PooledTexture bright;
+    if (m_glowThreshold > 0.0F) {
+        bright = PooledTexture(TextureFormat::RGBA16F, size);
+        drawWithThresholdShader(kernelChanged, source, bright.get());
+        source = bright.get();
     }
-    provideDrawObjects();
+    const PooledTexture blurred(TextureFormat::RGBA16F, size);
+    drawWithBlurOnlyShader(kernelChanged, source, blurred.get());
+    // Returned early, so that the pool can reuse it as the result.
+    bright = PooledTexture();
+    const PooledTexture result(TextureFormat::RGBA16F, size);
+    drawWithBlurAndAddShader(kernelChanged, normalFrame ? normalFrame : fallback.get(), blurred.get(),
+                             result.get());
+    m_outputs[Output].value = result.publish(m_outputs[Output].users);
+}
+
+bool BlurAndCombineRenderPass::providePrograms(float radius)
+{
+    const bool kernelChanged = provideKernel(radius);
+    if (kernelChanged) {
+        m_blurAndAddProgram.reset(makeShaderProgram(blurAndAddSource));
+    }
     if (!m_thresholdProgram) {
         m_thresholdProgram.reset(makeShaderProgram(thresholdSource));
     }
-
-    const auto takeTarget = [&] {
-        return pool->tempTexture(TextureFormat::RGBA16F, viewport.width(), viewport.height(), -1);
-    };
-    const AutoBinder framebufferBinder(m_framebuffer.get());
-    Texture* target = takeTarget();
-    if (m_glowThreshold > 0.0F) {
-        drawWithThresholdShader(kernelChanged, source, target);
-        pool->releaseTempTextureRef(source, 1);
-        source = target;
-        target = takeTarget();
-    }
-    drawWithBlurOnlyShader(kernelChanged, source, target);
-    pool->releaseTempTextureRef(source, 1);
-    source = target;
-    target = takeTarget();
-    drawWithBlurAndAddShader(kernelChanged, normalFrame, source, target);
-
-    m_outputs[Output].value = publishPooled(target, m_outputs[Output].users);
-    pool->releaseTempTextureRef(normalFrame, 1);
-    pool->releaseTempTextureRef(source, 1);
-}
-
-/// Returns whether kernel and programs were rebuilt.
-bool BlurAndCombineRenderPass::updateKernel(float radius)
-{
-    if (m_shaderProgram && m_blurAndAddProgram && radius == m_blurRadius) {
-        return false;
-    }
-    m_blurRadius = radius;
-    calculateBlurWeights();
-    m_shaderProgram.reset(makeShaderProgram(getBaseFragmentShaderSource()));
-    m_blurAndAddProgram.reset(makeShaderProgram(blurAndAddSource));
-    return true;
+    return kernelChanged;
 }
 
 void BlurAndCombineRenderPass::drawWithThresholdShader(const bool& kernelChanged, Texture* source,
                                                        Texture* target)
 {
-    beginDraw(target);
+    const BoundTarget boundTarget(provide(m_framebuffer), target);
+    clearTarget();
     const AutoBinder programBinder(m_thresholdProgram.get());
-    const AutoBinder sourceBinder(source);
-    enableArrays(m_screenQuad, m_thresholdProgram.get());
-    m_thresholdProgram->setUniform(m_thresholdInput, source->unit());
-    // Only with a new kernel, so that a change of the threshold alone has no effect until then: deliberate.
+    const BoundSampler input(*m_thresholdProgram, m_thresholdInput, source, Sampling::Linear);
+    // Deliberate: set only with a new kernel, so a change of the threshold alone has no effect until then.
     if (kernelChanged) {
         m_thresholdProgram->setUniform(m_thresholdUniform, m_glowThreshold);
     }
-    drawBatch(m_screenQuad.data());
-    m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
+    drawBatch(m_screenQuad);
 }
 
 void BlurAndCombineRenderPass::drawWithBlurOnlyShader(const bool& /*kernelChanged*/, Texture* source,
                                                       Texture* target)
 {
-    beginDraw(target);
-    const AutoBinder programBinder(m_shaderProgram.get());
-    drawBlurred(source, QVector2D(1.0F / m_viewportWidth, 0.0F));
-    m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
+    drawBlurred(source, target, QVector2D(1.0F / m_viewportWidth, 0.0F));
 }
 
 void BlurAndCombineRenderPass::drawWithBlurAndAddShader(const bool& /*kernelChanged*/, Texture* base,
                                                         Texture* blurred, Texture* target)
 {
-    beginDraw(target);
-    sampleLinearly(blurred);
+    const BoundTarget boundTarget(provide(m_framebuffer), target);
+    clearTarget();
     const AutoBinder programBinder(m_blurAndAddProgram.get());
-    const AutoBinder baseBinder(base);
-    const AutoBinder blurredBinder(blurred);
-    enableArrays(m_screenQuad, m_blurAndAddProgram.get());
+    const BoundSampler original(*m_blurAndAddProgram, m_original, base, Sampling::Linear);
+    const BoundSampler glow(*m_blurAndAddProgram, m_blurred, blurred, Sampling::Linear);
     m_blurAndAddProgram->setUniform(m_addStepVec, QVector2D(0.0F, 1.0F / m_viewportHeight));
-    m_blurAndAddProgram->setUniform(m_blurred, blurred->unit());
-    m_blurAndAddProgram->setUniform(m_original, base->unit());
     m_blurAndAddProgram->setUniform(m_amountUniform, m_glowAmount);
     m_blurAndAddProgram->setUniform(m_addWeight, m_weights);
     m_blurAndAddProgram->setUniform(m_addOffset, m_offsets);
-    drawBatch(m_screenQuad.data());
-    m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
+    drawBatch(m_screenQuad);
 }
 
 } // namespace Morvane::Qel

@@ -4,37 +4,43 @@
 
 namespace Morvane::Qel {
 
-/// Adds glow to a picture: keeps the bright texels of the blur frame, blurs them horizontally and vertically,
-/// and adds them, scaled, onto the normal frame.
+/// Adds glow to a frame: selects the bright texels of the blur frame, blurs them horizontally and vertically,
+/// and adds the scaled result to the normal frame.
 ///
-/// Reads two colour textures, whose filters it sets to linear and whose wrap modes to clamp to edge; writes a
-/// pooled texture (RGBA, 16-bit floats) of the viewport's size, whose references its consumers own. All four
-/// channels are added, alpha too, and nothing is clamped. A radius or an amount of 0 or less passes the
-/// normal frame on as it is.
+/// Reads two colour textures, sampled with linear filters and clamped to their edges. Writes a pooled texture
+/// (RGBA16F) of the viewport's size, whose consumers own its references. All four channels are added, and
+/// nothing is clamped. A radius or an amount of 0 or less publishes the normal frame itself.
 ///
-/// Texels of the blur frame whose alpha is 0 stay as they are in the horizontal draw, but not in the vertical
-/// one. The threshold makes what is darker transparent, so that with it glow spreads upwards and downwards
-/// only; for glow all around, pass highlights that were selected before and kept their alpha, without a
-/// threshold.
+/// The horizontal draw copies texels of the blur frame with an alpha of 0 unchanged; the vertical draw blurs
+/// them. The threshold makes darker texels transparent, so with it the glow spreads only up and down. For
+/// glow in all directions, set no threshold and pass a blur frame whose bright texels were selected before,
+/// with alpha kept.
 ///
-/// The threshold reaches the shader only together with a new radius: changed alone it takes effect with the
-/// next change of the radius, unless it crosses 0, which switches the selection of bright texels on and off.
+/// The threshold reaches the shader only together with a new radius: changed alone, it takes effect with the
+/// next change of the radius, except that crossing 0 turns the selection of bright texels on or off.
 ///
-/// GL state: relies on blending and scissor test being off; leaves depth test and depth mask off.
+/// GL state: requires blending and scissor test to be off; leaves depth test and depth mask off.
 class QEL_RENDERPASSES_EXPORT BlurAndCombineRenderPass : public BlurBaseRenderPass
 {
 public:
     enum InputPort
     {
+        /// QRect, pixels.
         Viewport,
+        /// Colour texture, premultiplied alpha.
         NormalFrame,
+        /// float, texels.
         BlurRadius,
+        /// float, luma.
         GlowThreshold,
+        /// float, a factor.
         GlowAmount,
+        /// Colour texture, premultiplied alpha.
         BlurFrame
     };
     enum OutputPort
     {
+        /// RGBA16F, pooled, or the normal frame.
         Output
     };
 
@@ -46,7 +52,8 @@ public:
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    bool updateKernel(float radius);
+    /// Provides the kernel of a radius and all programs. Returns whether the kernel was rebuilt.
+    bool providePrograms(float radius);
     void drawWithThresholdShader(const bool& kernelChanged, Texture* source, Texture* target);
     void drawWithBlurOnlyShader(const bool& kernelChanged, Texture* source, Texture* target);
     void drawWithBlurAndAddShader(const bool& kernelChanged, Texture* base, Texture* blurred,

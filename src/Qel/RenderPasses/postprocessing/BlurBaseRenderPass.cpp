@@ -1,29 +1,25 @@
 #include <Qel/RenderPasses/postprocessing/BlurBaseRenderPass.h>
 
+#include <algorithm>
 #include <cfloat>
 #include <cmath>
 
 #include <epoxy/gl.h>
 
-#include <Qel/RenderPasses/support/FullScreen.h>
-#include <Qel/RenderPasses/support/Targets.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/core/Diagnostics.h>
-#include <Qel/gl/FramebufferObject.h>
 #include <Qel/gl/GLSLMacroProcessor.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/Texture.h>
 
 using namespace Qt::StringLiterals;
 
-static_assert(FLT_EVAL_METHOD == 0, "the kernel is defined by arithmetic in single precision");
+static_assert(FLT_EVAL_METHOD == 0, "the kernel is defined in single-precision arithmetic");
 
 namespace Morvane::Qel {
 
 namespace {
 
-// u_ResolutionDivider is declared but not used, and the output's name is not the one that is bound to draw
-// buffer 0; as the only output it lands there all the same. Both are deliberate.
+// Deliberate: u_ResolutionDivider is not used, and the output's name is not the one bound to draw buffer 0;
+// as the only output it is written there all the same.
 const QString baseFragmentSource = uR"(#version 150
 uniform sampler2D u_Input;
 uniform vec2 stepVec;
@@ -54,7 +50,7 @@ void main()
 }
 )"_s;
 
-/// Kernels end here, so that an infinite radius has one too. No driver takes uniform arrays of this size.
+/// Bounds the kernel, so that an infinite radius has one. No driver accepts uniform arrays of its size.
 constexpr float largestRadius = 16384.0F;
 
 struct Kernel
@@ -63,7 +59,8 @@ struct Kernel
     QVector<float> offsets;
 };
 
-/// The taps on one side of the centre, at whole texels, normalised over both sides. Their number is odd.
+/// The centre tap and those on one side of it, at whole texels, normalised over both sides. Their number is
+/// odd.
 Kernel sampleGaussian(float radius)
 {
     constexpr double squareRootOf2Pi = 2.5066282746310002;
@@ -75,7 +72,7 @@ Kernel sampleGaussian(float radius)
     Kernel kernel;
     float x = 0.0F;
     float sum = 0.0F;
-    // Negated, so that an undefined limit ends the kernel too.
+    // Written so that a NaN limit ends the loop.
     while (x < limit || static_cast<int>(x) % 2 == 0) {
         const auto wideX = static_cast<double>(x);
         const auto exponent = static_cast<float>((0.0 - wideX * wideX) / denominator);
@@ -92,7 +89,7 @@ Kernel sampleGaussian(float radius)
     return kernel;
 }
 
-/// Joins the taps 2i - 1 and 2i into one between them, which linear filtering splits again.
+/// Replaces taps 2i - 1 and 2i by one between them, at which linear filtering weights both texels.
 Kernel foldTaps(const Kernel& taps)
 {
     const auto numTaps = static_cast<float>(taps.weights.size());
@@ -134,10 +131,7 @@ ShaderProgram* BlurBaseRenderPass::makeShaderProgram(const QString& fragmentSour
     macroProcessor.addDefine(m_samplesCountDefine,
                              QString::number(m_weights.isEmpty() ? 1 : m_weights.size(), 10));
     auto* program = new ShaderProgram(nullptr);
-    program->setMacroProcessor(&macroProcessor);
-    addFullScreenShaders(program, fragmentSource);
-    buildProgram(program);
-    program->setMacroProcessor(nullptr);
+    buildScreenProgram(*program, {.fragment = fragmentSource, .macroProcessor = &macroProcessor});
     return program;
 }
 
@@ -151,35 +145,35 @@ QString BlurBaseRenderPass::getBaseFragmentShaderSource()
     return baseFragmentSource;
 }
 
-void BlurBaseRenderPass::provideDrawObjects()
+bool BlurBaseRenderPass::provideKernel(float radius)
 {
-    if (!m_framebuffer) {
-        m_framebuffer = std::make_unique<FramebufferObject>(nullptr);
+    if (m_shaderProgram && radius == m_blurRadius) {
+        return false;
     }
-    if (!m_screenQuad) {
-        m_screenQuad = OpenGLDeviceContext::current()->fullScreenTriangle();
-    }
+    m_blurRadius = radius;
+    calculateBlurWeights();
+    m_shaderProgram.reset(makeShaderProgram(getBaseFragmentShaderSource()));
+    provideScreenBatch(m_screenQuad, *m_shaderProgram, Screen::Triangle);
+    return true;
 }
 
-void BlurBaseRenderPass::beginDraw(Texture* target)
+void BlurBaseRenderPass::clearTarget()
 {
-    m_framebuffer->attach(target, GL_COLOR_ATTACHMENT0, 0);
-    m_framebuffer->setDrawBuffers();
     OpenGLDeviceContext::current()->disable(GL_DEPTH_TEST);
     glDepthMask(GL_FALSE);
     glClear(GL_COLOR_BUFFER_BIT);
 }
 
-void BlurBaseRenderPass::drawBlurred(Texture* source, const QVector2D& step)
+void BlurBaseRenderPass::drawBlurred(Texture* source, Texture* target, const QVector2D& step)
 {
-    sampleLinearly(source);
-    const AutoBinder sourceBinder(source);
-    enableArrays(m_screenQuad, m_shaderProgram.get());
+    const BoundTarget boundTarget(provide(m_framebuffer), target);
+    clearTarget();
+    const AutoBinder programBinder(m_shaderProgram.get());
+    const BoundSampler input(*m_shaderProgram, m_input, source, Sampling::Linear);
     m_shaderProgram->setUniform(m_stepVec, step);
-    m_shaderProgram->setUniform(m_input, source->unit());
     m_shaderProgram->setUniform(m_weight, m_weights);
     m_shaderProgram->setUniform(m_offset, m_offsets);
-    drawBatch(m_screenQuad.data());
+    drawBatch(m_screenQuad);
 }
 
 } // namespace Morvane::Qel

@@ -2,18 +2,11 @@
 
 #include <QVector2D>
 
-#include <algorithm>
-
 #include <epoxy/gl.h>
 
-#include <Qel/RenderPasses/framework/InputPointers.h>
-#include <Qel/RenderPasses/support/FullScreen.h>
-#include <Qel/RenderPasses/support/Targets.h>
-#include <Qel/gl/FramebufferObject.h>
+#include <Qel/RenderPasses/framework/CommonPorts.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/gl/GLErrors.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/TextureManager.h>
 
 using namespace Qt::StringLiterals;
 
@@ -23,9 +16,8 @@ namespace {
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/DepthOfFieldRenderPass";
 
-// The settings that no port drives are constants, those of features that are off included; the compiler drops
-// what they switch off. Texels come from texture(): it does what texture2D() did, which version 150
-// deprecates and forward-compatible contexts lack.
+// Settings without a port are constants, including those of features that are off, which the compiler
+// removes. texture() replaces texture2D(), which version 150 deprecates and forward-compatible contexts lack.
 const QString fragmentSource = uR"(#version 150
 #define PI 3.14159265
 
@@ -34,21 +26,21 @@ uniform sampler2D bgl_DepthTexture;
 uniform int bgl_RenderedTextureWidth;
 uniform int bgl_RenderedTextureHeight;
 
-uniform float focalDepth;              // distance of the plane in focus, in metres
-uniform float focalLength = 1.0;       // of the lens, in millimetres
+uniform float focalDepth;              // distance of the focal plane, in metres
+uniform float focalLength = 1.0;       // in millimetres
 uniform float fstop;
-uniform bool autofocus;                // focus on what is at "focus" instead of at focalDepth
+uniform bool autofocus;                // focus at the depth found at "focus", not at focalDepth
 uniform vec2 focus = vec2(0.5, 0.5);
-uniform bool showFocus = false;        // colours the picture by its sharpness
+uniform bool showFocus = false;        // tints the image by its sharpness
 
-const float znear = 0.1;               // of the depth texture, in metres
-const float zfar = 100.0;
-const float CoC = 0.03;                // spot on the film that nobody tells from a point, in millimetres
+const float znear = 0.1;               // near plane of the depth texture, in metres
+const float zfar = 100.0;              // far plane, in metres
+const float CoC = 0.03;                // acceptable circle of confusion, in millimetres
 
-const int samples = 3;                 // of ring 1; ring n has n times as many
+const int samples = 3;                 // taps of ring 1; ring n has n times as many
 const int rings = 3;
 
-const bool manualdof = false;          // blur by distances from the plane in focus instead of by a lens
+const bool manualdof = false;          // blur by distance from the focal plane, not by a thin lens
 const float ndofstart = 1.0;
 const float ndofdist = 2.0;
 const float fdofstart = 1.0;
@@ -57,20 +49,20 @@ const float fdofdist = 3.0;
 const bool vignetting = false;
 const float vignout = 1.3;
 const float vignin = 0.0;
-const float vignfade = 22.0;           // stopping down by this moves the darkening outwards by 1
+const float vignfade = 22.0;           // f-stops that move the darkening outwards by 1
 
-const float maxblur = 1.0;             // pixels between two rings where the blur is 1
-const float threshold = 0.5;           // of highlights
+const float maxblur = 1.0;             // pixels between two rings at a blur of 1
+const float threshold = 0.5;           // luma above which a tap counts as a highlight
 const float gain = 2.0;
-const float bias = 0.5;                // 0 weighs all rings alike, 1 by their radius
-const float fringe = 0.7;              // pixels that the channels drift apart where the blur is 1
-const bool noise = true;               // the offsets of the rings are random, or else regular
+const float bias = 0.5;                // 0 weights all rings equally, 1 by their radius
+const float fringe = 0.7;              // chromatic shift of a channel in pixels at a blur of 1
+const bool noise = true;               // dither by noise instead of a regular pattern
 const float namount = 0.0001;
 
-const bool depthblur = false;          // distances are averaged over 3x3 texels
-const float dbsize = 1.25;             // pixels between those
+const bool depthblur = false;          // average the depth over 3x3 taps
+const float dbsize = 1.25;             // pixels between those taps
 
-const bool pentagon = false;           // spots have five sides, or else are round
+const bool pentagon = false;           // pentagonal instead of round bokeh
 const float feather = 0.4;
 
 in vec2 vo_TexCoord;
@@ -78,7 +70,7 @@ out vec4 out_FragColor;
 
 vec2 texel;
 
-// Distance from the camera of a window depth.
+// The distance from the camera, in metres, of a window depth.
 float metresAt(float windowDepth)
 {
     return znear * zfar / (zfar - windowDepth * (zfar - znear));
@@ -96,7 +88,7 @@ float smoothedDepth(vec2 uv)
     return sum;
 }
 
-// From 0, in focus, to 1.
+// From 0, in focus, to 1, the largest blur.
 float blurAmount(float depth, float focalDistance)
 {
     if (manualdof) {
@@ -113,7 +105,7 @@ float blurAmount(float depth, float focalDistance)
     return clamp(abs(a - b) * c, 0.0, 1.0);
 }
 
-// A pair of values from -1 to 1.
+// Two pseudo-random values from -1 to 1.
 vec2 dither(vec2 uv)
 {
     if (noise) {
@@ -126,7 +118,7 @@ vec2 dither(vec2 uv)
     return vec2(column * 0.25 + row * 0.75, column * 0.75 + row * 0.25) * 2.0 - 1.0;
 }
 
-// How much of a tap lies within a pentagon around the origin.
+// The coverage of a tap by a pentagon around the origin.
 float pentagonWeight(vec2 position)
 {
     const float scale = float(rings) - 1.3;
@@ -140,7 +132,7 @@ float pentagonWeight(vec2 position)
     return clamp(sum - 4.0, 0.0, 1.0);
 }
 
-// The frame with its channels fringed and its highlights gained.
+// The frame with chromatic fringing and highlight gain.
 vec3 bokehTap(vec2 uv, float blur)
 {
     vec2 shift = texel * fringe * blur;
@@ -171,7 +163,7 @@ vec3 gatherRings(vec3 centre, float blur)
     return sum / total;
 }
 
-// Warm in the plane in focus, cool from there to where the blur stops growing.
+// Tints warm at the focal plane, and cool from there to where the blur saturates.
 vec3 tintFocus(vec3 colour, float blur, float metres)
 {
     float transition = 0.002 * metres;
@@ -181,7 +173,7 @@ vec3 tintFocus(vec3 colour, float blur, float metres)
     return mix(warm, vec3(0.0, 0.5, 1.0), 0.2 * (leaving - saturated));
 }
 
-// What is left of the light towards the corners.
+// The fraction of light that vignetting leaves.
 float cornerFalloff(vec2 uv)
 {
     vec2 range = vec2(vignin, vignout) + fstop / vignfade;
@@ -196,7 +188,7 @@ void main()
     float blur = blurAmount(depth, focalDistance);
 
     vec3 colour = texture(bgl_RenderedTexture, vo_TexCoord).rgb;
-    // A lens that is not defined yields NaN, which is not above the limit either.
+    // An undefined lens gives NaN, which fails this comparison.
     if (blur >= 0.05) {
         colour = gatherRings(colour, blur);
     }
@@ -215,38 +207,39 @@ void main()
 const PassDescription& DepthOfFieldRenderPass::description()
 {
     static const PassDescription description{
-        u"DepthOfFieldRenderPass"_s,
-        u"Blurs what is out of focus, as a lens does, with bokeh-shaped highlights."_s,
-        {{u"Qel_QRect_Viewport"_s,
-          u"size of the picture; the origin is ignored"_s,
-          u"an empty texture"_s,
-          {},
-          u"pixels"_s},
-         {u"Qel_QelTexture*_Frame"_s, u"the picture"_s, u"no output"_s},
-         {u"Qel_QelTexture*_Depth"_s, u"its depth, 0 to 1, taken as made with planes at 0.1 m and 100 m"_s,
-          u"the picture stays sharp"_s},
-         {u"Qel_float_FocalDepth"_s,
-          u"distance of the plane in focus, without autofocus"_s,
-          u"the picture stays sharp"_s,
-          {},
-          u"metres, above 0"_s},
-         {u"Qel_float_FocalLength"_s,
-          u"focal length of the lens; longer lenses blur more"_s,
-          u"the picture stays sharp"_s,
-          {},
-          u"millimetres, 0 or more"_s},
-         {u"Qel_float_FStop"_s,
-          u"focal length over aperture; smaller numbers blur more"_s,
-          u"everything out of focus is blurred as far as it goes"_s,
-          {},
-          u"above 0"_s},
-         {u"Qel_bool_AutoFocus"_s, u"focuses on what is at the focus point"_s, u"the focal depth counts"_s},
-         {u"Qel_QVector2D_Focus"_s,
-          u"the focus point of autofocus; origin at the lower left"_s,
-          u"the lower left corner"_s,
-          {},
-          u"0 to 1"_s}},
-        {{u"Qel_QelTexture*_Frame"_s, u"the blurred picture, RGBA32F, opaque, owned by the pass"_s}}};
+        .type = u"DepthOfFieldRenderPass"_s,
+        .summary = u"Blurs what is out of focus as a lens does, with bokeh-shaped highlights."_s,
+        .inputs = {viewportInput(u"size of the image; the origin is ignored"_s, u"an empty texture"_s),
+                   {.name = u"Qel_QelTexture*_Frame"_s,
+                    .meaning = u"the colour frame, in any encoding (linear gives physical highlights)"_s,
+                    .whenMissing = u"the output is empty"_s},
+                   {.name = u"Qel_QelTexture*_Depth"_s,
+                    .meaning = u"window depth of the frame, interpreted with planes at 0.1 m and 100 m"_s,
+                    .whenMissing = u"the image stays sharp"_s,
+                    .range = u"0 to 1"_s},
+                   {.name = u"Qel_float_FocalDepth"_s,
+                    .meaning = u"distance of the focal plane, without autofocus"_s,
+                    .whenMissing = u"the image stays sharp"_s,
+                    .range = u"metres, above 0"_s},
+                   {.name = u"Qel_float_FocalLength"_s,
+                    .meaning = u"focal length of the lens; longer lenses blur more"_s,
+                    .whenMissing = u"the image stays sharp"_s,
+                    .range = u"millimetres, 0 or more"_s},
+                   {.name = u"Qel_float_FStop"_s,
+                    .meaning = u"focal length over aperture; smaller numbers blur more"_s,
+                    .whenMissing = u"everything out of focus gets the largest blur"_s,
+                    .range = u"above 0"_s},
+                   {.name = u"Qel_bool_AutoFocus"_s,
+                    .meaning = u"whether the focal plane lies at the depth found at the focus point"_s,
+                    .whenMissing = u"the focal depth is used"_s},
+                   {.name = u"Qel_QVector2D_Focus"_s,
+                    .meaning =
+                        u"focus point of autofocus, in texture coordinates; origin at the lower left"_s,
+                    .whenMissing = u"the lower left corner"_s,
+                    .range = u"0 to 1"_s}},
+        .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
+                     .meaning = u"the blurred image, opaque, in the frame's encoding, not clamped; RGBA32F, "
+                                "owned by the pass"_s}}};
     return description;
 }
 
@@ -257,90 +250,41 @@ DepthOfFieldRenderPass::DepthOfFieldRenderPass()
 
 DepthOfFieldRenderPass::~DepthOfFieldRenderPass()
 {
-    if (m_framebuffer) {
-        delete m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
-    }
+    deleteTarget(m_framebuffer.get(), GL_COLOR_ATTACHMENT0);
 }
 
 void DepthOfFieldRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
-    const QRect viewport = m_inputs[Viewport].value.toRect();
     auto* frame = getInputPointer<Texture>(Frame);
     auto* depth = getInputPointer<Texture>(Depth);
-    if (frame) {
-        if (!m_framebuffer) {
-            m_framebuffer = std::make_unique<FramebufferObject>(nullptr);
-        }
-        if (viewport.width() != m_width || viewport.height() != m_height ||
-            !m_framebuffer->hasAttachment(GL_COLOR_ATTACHMENT0)) {
-            resize(viewport.width(), viewport.height());
-        }
-        if (!m_program) {
-            buildProgram();
-        }
-        draw(frame, depth);
-        m_outputs[OutputFrame].value = textureVariant(m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
-    } else {
+    const InputReferences inputs(frame, depth);
+    if (!frame) {
         m_outputs[OutputFrame].value = QVariant();
+        return;
     }
-    TextureManager::Instance()->releaseTempTextureRef(frame, 1);
-    TextureManager::Instance()->releaseTempTextureRef(depth, 1);
-}
-
-void DepthOfFieldRenderPass::resize(int width, int height)
-{
-    m_width = width;
-    m_height = height;
-    const AutoBinder framebufferBinder(m_framebuffer.get());
-    replaceAttachment(m_framebuffer.get(), GL_COLOR_ATTACHMENT0,
-                      makeTarget(width, height, GL_RGBA32F, GL_BGRA, GL_FLOAT));
-}
-
-void DepthOfFieldRenderPass::buildProgram()
-{
-    m_program = std::make_unique<ShaderProgram>(nullptr);
-    addFullScreenShaders(m_program.get(), fragmentSource);
-    Qel::buildProgram(m_program.get());
-    m_screenQuad = OpenGLDeviceContext::current()->fullScreenTriangle();
-    enableArrays(m_screenQuad, m_program.get());
-}
-
-void DepthOfFieldRenderPass::draw(Texture* frame, Texture* depth)
-{
-    // Without depth nothing says what is out of focus: a focal length of 0 keeps all of the frame sharp.
-    const float focalLength = depth ? m_inputs[FocalLength].value.toFloat() : 0.0F;
-    if (!depth) {
-        if (!m_fallbackDepth) {
-            m_fallbackDepth.reset(makeTransparentTexture());
-        }
-        depth = m_fallbackDepth.get();
-    }
-
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    provideTargets(m_framebuffer, m_width, m_height, m_inputs[Viewport].value.toRect(),
+                   {{GL_COLOR_ATTACHMENT0, GL_RGBA32F, GL_BGRA, GL_FLOAT}}, EmptyViewport::EmptyTextures);
+    provideScreenProgram(m_program, m_screenQuad, {fragmentSource});
     const AutoBinder framebufferBinder(m_framebuffer.get());
     m_framebuffer->setDrawBuffers();
-    context->disable(GL_DEPTH_TEST);
-    context->setViewport(0, 0, std::max(m_width, 0), std::max(m_height, 0));
+    OpenGLDeviceContext::current()->disable(GL_DEPTH_TEST);
     glClear(GL_COLOR_BUFFER_BIT);
+
     const AutoBinder programBinder(m_program.get());
     checkGLError(sourceFile, __LINE__);
-
-    const AutoBinder frameBinder(frame);
-    const AutoBinder depthBinder(depth);
-    const int minFilter = frame->parameter(GL_TEXTURE_MIN_FILTER);
-    const int magFilter = frame->parameter(GL_TEXTURE_MAG_FILTER);
-    frame->setFilter(GL_LINEAR, GL_LINEAR);
-    m_program->setUniform(m_renderedTexture, frame->unit());
-    m_program->setUniform(m_depthTexture, depth->unit());
+    const BoundSampler frames(*m_program, m_renderedTexture, frame, Sampling::Linear);
+    const BoundSampler depths(*m_program, m_depthTexture, orTransparent(depth, m_fallbackDepth),
+                              Sampling::Own);
     m_program->setUniform(m_renderedTextureWidth, m_width);
     m_program->setUniform(m_renderedTextureHeight, m_height);
     m_program->setUniform(m_focalDepth, m_inputs[FocalDepth].value.toFloat());
-    m_program->setUniform(m_focalLength, focalLength);
+    // A focal length of 0 keeps the whole frame sharp if there is no depth.
+    m_program->setUniform(m_focalLength, depth ? m_inputs[FocalLength].value.toFloat() : 0.0F);
     m_program->setUniform(m_fstop, m_inputs[FStop].value.toFloat());
     m_program->setUniform(m_autofocus, m_inputs[AutoFocus].value.toBool());
     m_program->setUniform(m_focus, m_inputs[Focus].value.value<QVector2D>());
-    drawBatch(m_screenQuad.data());
-    frame->setFilter(minFilter, magFilter);
+    drawBatch(m_screenQuad);
+    m_outputs[OutputFrame].value = textureVariant(m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
 }
 
 } // namespace Morvane::Qel

@@ -14,36 +14,47 @@ class DrawBuffers;
 class FramebufferObject;
 class Texture;
 
-/// Blurs a frame by each pixel's distance from the plane in focus, with bokeh: circles of confusion of a thin
-/// lens (M. Potmesil, I. Chakravarty: A lens and aperture camera model for synthetic image generation, 1981),
-/// gathered on three rings of taps with gained highlights and fringed colours (M. Upitis: GLSL depth of field
-/// with bokeh, version 2.4, 2012).
+/// Blurs a frame by the distance of each pixel from the focal plane, with bokeh.
 ///
-/// Reads a colour frame and its depth (a depth texture or red, window depth 0 to 1), which is taken as made
-/// with a near plane at 0.1 m and a far plane at 100 m whatever the camera's are; writes a texture of 32-bit
-/// floats that the pass owns and that stays the same object until the size changes. Alpha becomes 1, and
-/// nothing is clamped: gained highlights exceed 1. The largest blur reaches 3 pixels. Pixels that are nearly
-/// in focus are copied as they are, and so is the whole frame without depth, with a focal length of 0 or
-/// where the lens is not defined (an f-stop or focal depth of 0).
+/// The circle of confusion is that of a thin lens (M. Potmesil, I. Chakravarty: A lens and aperture camera
+/// model for synthetic image generation, 1981); it is gathered on three rings of taps, with highlight gain
+/// and chromatic fringing (M. Upitis: GLSL depth of field with bokeh, version 2.4, 2012).
 ///
-/// The wrap mode of the frame is left alone: blur at the border reads what it says. GL state: relies on
-/// blending and scissor test being off; leaves the depth test off.
+/// Reads a colour frame, sampled with linear filters and clamped to its edge, and its depth (a depth texture,
+/// or the red channel; window depth 0 to 1). Depth is interpreted with a near plane at 0.1 m and a far plane
+/// at 100 m, whatever the camera's are. Writes a texture of 32-bit floats that the pass owns, one object
+/// until the size changes. Alpha is 1, and nothing is clamped: highlights with gain exceed 1.
+///
+/// The largest blur radius is 3 pixels. Pixels that are nearly in focus are copied unchanged, and so is the
+/// whole frame without depth, with a focal length of 0, or if the lens is undefined (an f-stop or focal depth
+/// of 0).
+///
+/// GL state: requires blending and scissor test to be off; leaves the depth test off.
 class QEL_RENDERPASSES_EXPORT DepthOfFieldRenderPass : public RenderPassHelper
 {
 public:
     enum InputPort
     {
+        /// QRect, pixels.
         Viewport,
+        /// Colour texture.
         Frame,
+        /// Window depth, 0 to 1.
         Depth,
+        /// float, metres.
         FocalDepth,
+        /// float, millimetres.
         FocalLength,
+        /// float, focal length over aperture.
         FStop,
+        /// bool.
         AutoFocus,
+        /// QVector2D, texture coordinates.
         Focus
     };
     enum OutputPort
     {
+        /// RGBA32F, opaque, owned by the pass.
         OutputFrame
     };
 
@@ -55,16 +66,12 @@ public:
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    void resize(int width, int height);
-    void buildProgram();
-    void draw(Texture* frame, Texture* depth);
-
     std::unique_ptr<FramebufferObject> m_framebuffer;
     std::unique_ptr<ShaderProgram> m_program;
     QSharedPointer<DrawBuffers> m_screenQuad;
-    std::unique_ptr<Texture> m_fallbackDepth;
     int m_width = 0;
     int m_height = 0;
+    std::unique_ptr<Texture> m_fallbackDepth;
     Uniform m_renderedTexture{"bgl_RenderedTexture"};
     Uniform m_depthTexture{"bgl_DepthTexture"};
     Uniform m_renderedTextureWidth{"bgl_RenderedTextureWidth"};

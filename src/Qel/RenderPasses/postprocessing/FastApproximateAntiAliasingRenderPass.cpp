@@ -1,17 +1,10 @@
 #include <Qel/RenderPasses/postprocessing/FastApproximateAntiAliasingRenderPass.h>
 
-#include <QRect>
-
 #include <epoxy/gl.h>
 
-#include <Qel/RenderPasses/support/FullScreen.h>
-#include <Qel/RenderPasses/support/Targets.h>
-#include <Qel/gl/FramebufferObject.h>
+#include <Qel/RenderPasses/framework/CommonPorts.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/gl/GLErrors.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/Texture.h>
-#include <Qel/gl/TextureManager.h>
 
 using namespace Qt::StringLiterals;
 
@@ -21,8 +14,8 @@ namespace {
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/FastApproximateAntiAliasingRenderPass";
 
-// RcpFrameQuality scales only the horizontal size of a texel. Deliberate: it lengthens the steps of the
-// search along horizontal edges and the shifts across vertical ones. The colour read at first is never used.
+// Deliberate: u_RcpFrameQuality scales only the horizontal texel size, which lengthens the steps of the
+// search along horizontal edges and the shifts across vertical ones. `colour` is never used.
 const QString fragmentSource = uR"(#version 150
 #include "FXAA.glslh"
 uniform sampler2D u_FrameSampler;
@@ -59,38 +52,32 @@ void main()
 const PassDescription& FastApproximateAntiAliasingRenderPass::description()
 {
     static const PassDescription description{
-        u"FastApproximateAntiAliasingRenderPass"_s,
-        u"Smooths the staircases of a finished frame in one draw (FXAA)."_s,
-        {{u"Qel_QRect_Viewport"_s,
-          u"size of the frame; the origin is ignored"_s,
-          u"a frame of one pixel"_s,
-          {},
-          u"pixels"_s},
-         {u"Qel_QelTexture*_Frame"_s, u"the frame; edges are found in its green channel"_s,
-          u"nothing is drawn and the output is empty"_s},
-         {u"Qel_float_SubPixelQuality"_s,
-          u"how much of detail smaller than a pixel is smoothed away"_s,
-          u"0.75"_s,
-          {},
-          u"0 (off) to 1 (softest)"_s},
-         {u"Qel_float_RcpFrameQuality"_s,
-          u"scale of the horizontal steps of the search along edges and of horizontal shifts"_s,
-          u"1"_s,
-          {},
-          u"texels, above 0"_s},
-         {u"Qel_float_EdgeThresholdQuality"_s,
-          u"least local contrast that is filtered, relative to the local maximum"_s,
-          u"0.166"_s,
-          {},
-          u"0 to 1"_s},
-         {u"Qel_float_EdgeThresholdMinQuality"_s,
-          u"least local contrast that is filtered, absolute; keeps dark areas as they are"_s,
-          u"0"_s,
-          {},
-          u"0 to 1"_s}},
-        {{u"Qel_QelTexture*_Frame"_s,
-          u"the smoothed frame, RGBA8, pooled; alpha is the green of the input where the filter "
-          "acted and the input's elsewhere"_s}}};
+        .type = u"FastApproximateAntiAliasingRenderPass"_s,
+        .summary = u"Anti-aliases a finished frame in one draw (FXAA)."_s,
+        .inputs = {viewportInput(u"size of the frame; the origin is ignored"_s, u"1 x 1"_s),
+                   {.name = u"Qel_QelTexture*_Frame"_s,
+                    .meaning = u"the frame, display-encoded; edges are found in its green channel"_s,
+                    .whenMissing = u"nothing is drawn and the output is empty"_s},
+                   {.name = u"Qel_float_SubPixelQuality"_s,
+                    .meaning = u"how much detail smaller than a pixel is smoothed"_s,
+                    .whenMissing = u"0.75"_s,
+                    .range = u"0 (off) to 1 (softest)"_s},
+                   {.name = u"Qel_float_RcpFrameQuality"_s,
+                    .meaning = u"scale of the horizontal steps of the edge search and of horizontal shifts"_s,
+                    .whenMissing = u"1"_s,
+                    .range = u"texels, above 0"_s},
+                   {.name = u"Qel_float_EdgeThresholdQuality"_s,
+                    .meaning = u"minimum local contrast that is filtered, relative to the local maximum"_s,
+                    .whenMissing = u"0.166"_s,
+                    .range = u"0 to 1"_s},
+                   {.name = u"Qel_float_EdgeThresholdMinQuality"_s,
+                    .meaning =
+                        u"minimum local contrast that is filtered, absolute; leaves dark areas unchanged"_s,
+                    .whenMissing = u"0"_s,
+                    .range = u"0 to 1"_s}},
+        .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
+                     .meaning = u"the anti-aliased frame, encoded as the input; RGBA8, pooled; alpha is the "
+                                "input's green where the filter acted and the input's alpha elsewhere"_s}}};
     return description;
 }
 
@@ -103,71 +90,40 @@ FastApproximateAntiAliasingRenderPass::~FastApproximateAntiAliasingRenderPass() 
 
 void FastApproximateAntiAliasingRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    const QRect viewport = m_inputs[Viewport].value.toRect();
-    const float subPixelQuality = quality(SubPixelQuality, 0.75F);
-    const float rcpFrameQuality = quality(RcpFrameQuality, 1.0F);
-    const float edgeThresholdQuality = quality(EdgeThresholdQuality, 0.166F);
-    const float edgeThresholdMinQuality = quality(EdgeThresholdMinQuality, 0.0F);
+    const QSize size = m_inputs[Viewport].value.toRect().size();
     auto* frame = getInputPointer<Texture>(Frame);
+    const InputReferences inputs(frame);
     if (!frame) {
         m_outputs[AntiAliasedFrame].value = QVariant();
         return;
     }
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    // Before the framebuffer is bound, so that the viewport stays after it is released.
+    context->setViewport(0, 0, size.width(), size.height());
+    const PooledTarget target(provide(m_framebuffer), TextureFormat::RGBA8, size);
+    provideScreenProgram(m_program, m_fullScreenBatch,
+                         {.fragment = fragmentSource, .fragmentFile = u"FXAA.glslc"_s});
+    context->disable(GL_DEPTH_TEST);
+    glClear(GL_COLOR_BUFFER_BIT);
 
-    if (!m_framebuffer) {
-        m_framebuffer = std::make_unique<FramebufferObject>(nullptr);
-    }
-    const int width = viewport.width();
-    const int height = viewport.height();
-    attachTempTarget(m_framebuffer.get(), TextureFormat::RGBA8, width, height);
-    if (!m_program) {
-        buildProgram();
-    }
-    {
-        const AutoBinder framebufferBinder(m_framebuffer.get());
-        m_framebuffer->setDrawBuffers();
-        context->disable(GL_DEPTH_TEST);
-        context->setViewport(0, 0, width, height);
-        glClear(GL_COLOR_BUFFER_BIT);
-
-        const AutoBinder programBinder(m_program.get());
-        checkGLError(sourceFile, 212);
-        const AutoBinder frameBinder(frame);
-        const int magFilter = frame->parameter(GL_TEXTURE_MAG_FILTER);
-        const int minFilter = frame->parameter(GL_TEXTURE_MIN_FILTER);
-        frame->setFilter(GL_LINEAR, GL_LINEAR);
-        m_program->setUniform(m_frameSampler, frame->unit());
-        m_program->setUniform(m_width, width);
-        m_program->setUniform(m_height, height);
-        m_program->setUniform(m_subPixelQuality, subPixelQuality);
-        m_program->setUniform(m_rcpFrameQuality, rcpFrameQuality);
-        m_program->setUniform(m_edgeThresholdQuality, edgeThresholdQuality);
-        m_program->setUniform(m_edgeThresholdMinQuality, edgeThresholdMinQuality);
-        drawBatch(m_fullScreenBatch.data());
-        frame->setFilter(minFilter, magFilter);
-    }
-    context->setViewport(0, 0, width, height);
-    m_outputs[AntiAliasedFrame].value =
-        publishPooled(m_framebuffer->detach(GL_COLOR_ATTACHMENT0), m_outputs[AntiAliasedFrame].users);
-    TextureManager::Instance()->releaseTempTextureRef(frame, 1);
+    const AutoBinder programBinder(m_program.get());
+    checkGLError(sourceFile, 212);
+    const BoundSampler sampler(*m_program, m_frameSampler, frame, Sampling::Linear);
+    m_program->setUniform(m_width, size.width());
+    m_program->setUniform(m_height, size.height());
+    m_program->setUniform(m_subPixelQuality, quality(SubPixelQuality, 0.75F));
+    m_program->setUniform(m_rcpFrameQuality, quality(RcpFrameQuality, 1.0F));
+    m_program->setUniform(m_edgeThresholdQuality, quality(EdgeThresholdQuality, 0.166F));
+    m_program->setUniform(m_edgeThresholdMinQuality, quality(EdgeThresholdMinQuality, 0.0F));
+    drawBatch(m_fullScreenBatch);
+    m_outputs[AntiAliasedFrame].value = target.publish(m_outputs[AntiAliasedFrame].users);
 }
 
-/// A value that is set but is not a number counts as 0 rather than as unset. Deliberate.
 float FastApproximateAntiAliasingRenderPass::quality(InputPort port, float whenUnset) const
 {
     const QVariant& value = m_inputs[port].value;
+    // Deliberate: a value that is set but is not a number is 0, not the default.
     return value.isValid() ? value.toFloat() : whenUnset;
-}
-
-void FastApproximateAntiAliasingRenderPass::buildProgram()
-{
-    m_program = std::make_unique<ShaderProgram>(nullptr);
-    addFullScreenShaders(m_program.get(), fragmentSource);
-    m_program->addShaderFromFile(GL_FRAGMENT_SHADER, u"FXAA.glslc"_s);
-    Qel::buildProgram(m_program.get());
-    m_fullScreenBatch = OpenGLDeviceContext::current()->fullScreenTriangle();
-    enableArrays(m_fullScreenBatch, m_program.get());
 }
 
 } // namespace Morvane::Qel

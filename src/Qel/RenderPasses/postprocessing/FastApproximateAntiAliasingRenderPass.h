@@ -13,30 +13,37 @@ namespace Morvane::Qel {
 class DrawBuffers;
 class FramebufferObject;
 
-/// Smooths the staircases of a finished frame in one full-screen draw, by FXAA in its quality form (T.
-/// Lottes: FXAA (white paper), 2009; the algorithm of revision 3.11, 2011), preset 12.
+/// Anti-aliases a finished frame in one full-screen draw, by FXAA in its quality form, preset 12 (T. Lottes:
+/// FXAA (white paper), 2009; the algorithm of revision 3.11, 2011).
 ///
-/// Reads a colour texture; edges are found in its green channel alone, so one without contrast in green is
-/// left as it is. Writes a pooled texture (RGBA, 8 bits). Where nothing is filtered the texel is the input's,
-/// alpha included; where the filter acts, the alpha is the green of the input's texel. With the least
-/// contrast at 0, its default, the filter acts on areas without any green too: their alpha becomes 0.
+/// Reads a display-encoded colour texture, sampled with linear filters and clamped to its edge. Edges are
+/// found in the green channel alone, so a frame without contrast in green is left unchanged. Writes a pooled
+/// texture (RGBA8). Where nothing is filtered the texel is copied, alpha included; where the filter acts,
+/// alpha is the green of the input's texel. With a minimum threshold of 0, the default, the filter also acts
+/// on areas without green: their alpha becomes 0.
 ///
-/// GL state: leaves the depth test disabled and the viewport at the frame's size. Relies on the clear colour
-/// for nothing: every pixel is drawn.
+/// GL state: leaves the depth test disabled and the viewport at the frame's size.
 class QEL_RENDERPASSES_EXPORT FastApproximateAntiAliasingRenderPass : public RenderPassHelper
 {
 public:
     enum InputPort
     {
+        /// QRect, pixels.
         Viewport,
+        /// Display-encoded colour texture.
         Frame,
+        /// float, 0 to 1.
         SubPixelQuality,
+        /// float, texels.
         RcpFrameQuality,
+        /// float, 0 to 1, relative to the local maximum.
         EdgeThresholdQuality,
+        /// float, 0 to 1.
         EdgeThresholdMinQuality
     };
     enum OutputPort
     {
+        /// RGBA8, pooled.
         AntiAliasedFrame
     };
 
@@ -48,8 +55,8 @@ public:
     void start(RenderCallbacks* callbacks) override;
 
 private:
+    /// The value of a quality input, or its default while it is unset.
     float quality(InputPort port, float whenUnset) const;
-    void buildProgram();
 
     std::unique_ptr<FramebufferObject> m_framebuffer;
     std::unique_ptr<ShaderProgram> m_program;

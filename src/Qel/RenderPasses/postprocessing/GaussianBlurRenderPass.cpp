@@ -2,12 +2,9 @@
 
 #include <epoxy/gl.h>
 
-#include <Qel/RenderPasses/framework/InputPointers.h>
+#include <Qel/RenderPasses/framework/CommonPorts.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/RenderPasses/support/Numbers.h>
-#include <Qel/RenderPasses/support/Targets.h>
-#include <Qel/gl/FramebufferObject.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/TextureManager.h>
 
 using namespace Qt::StringLiterals;
 
@@ -16,27 +13,24 @@ namespace Morvane::Qel {
 const PassDescription& GaussianBlurRenderPass::description()
 {
     static const PassDescription description{
-        u"GaussianBlurRenderPass"_s,
-        u"Blurs a texture with a separable Gaussian kernel, at full or reduced resolution."_s,
-        {{u"Qel_QRect_Viewport"_s,
-          u"full-resolution size of the picture; the origin is ignored"_s,
-          u"a single pixel"_s,
-          {},
-          u"pixels"_s},
-         {u"Qel_QelTexture*_Input"_s,
-          u"the picture to blur; its filters become linear, its wrap modes clamp to edge"_s,
-          u"transparent black is blurred, or nothing passed on"_s},
-         {u"Qel_float_BlurRadius"_s,
-          u"radius of the blur, about one standard deviation"_s,
-          u"the input is passed on"_s,
-          {},
-          u"texels of the reduced picture; 1 or less passes the input on"_s},
-         {u"Qel_float_ResolutionDivider"_s,
-          u"what the size is divided by; the result is rounded down"_s,
-          u"full resolution"_s,
-          {},
-          u"1 or more; 0 acts as 1"_s}},
-        {{u"Qel_QelTexture*_Output"_s, u"the blurred picture, RGBA16F, pooled; or the input itself"_s}}};
+        .type = u"GaussianBlurRenderPass"_s,
+        .summary = u"Blurs a texture with a separable Gaussian kernel, at full or reduced resolution."_s,
+        .inputs = {viewportInput(u"full-resolution size of the image; the origin is ignored"_s, u"1 x 1"_s),
+                   {.name = u"Qel_QelTexture*_Input"_s,
+                    .meaning = u"the image to blur; premultiplied alpha, any colour encoding"_s,
+                    .whenMissing = u"transparent black is blurred; with a radius of 1 or less the output is "
+                                   "empty"_s},
+                   {.name = u"Qel_float_BlurRadius"_s,
+                    .meaning = u"radius of the blur, about one standard deviation"_s,
+                    .whenMissing = u"the input is published unchanged"_s,
+                    .range = u"texels of the reduced image; 1 or less publishes the input unchanged"_s},
+                   {.name = u"Qel_float_ResolutionDivider"_s,
+                    .meaning = u"divides width and height, which are then truncated"_s,
+                    .whenMissing = u"full resolution"_s,
+                    .range = u"1 or more; 0 acts as 1"_s}},
+        .outputs = {{.name = u"Qel_QelTexture*_Output"_s,
+                     .meaning = u"the blurred image, with the alpha and encoding of the input; RGBA16F, "
+                                "pooled; or the input itself"_s}}};
     return description;
 }
 
@@ -53,50 +47,28 @@ void GaussianBlurRenderPass::start(RenderCallbacks* /*callbacks*/)
     if (divider == 0.0F) {
         divider = 1.0F;
     }
-    TextureManager* pool = TextureManager::Instance();
-    updateKernel(m_inputs[BlurRadius].value.toFloat());
-    auto* source = getInputPointer<Texture>(Input);
+    auto* input = getInputPointer<Texture>(Input);
+    const InputReferences inputs(input);
+    provideKernel(m_inputs[BlurRadius].value.toFloat());
     if (m_blurRadius <= 1.0F) {
-        m_outputs[Output].value = publishPooled(source, m_outputs[Output].users);
+        m_outputs[Output].value = publishTexture(input, m_outputs[Output].users);
         return;
     }
 
     const QRect viewport = m_inputs[Viewport].value.toRect();
-    const int width = truncated(static_cast<float>(viewport.width()) / divider);
-    const int height = truncated(static_cast<float>(viewport.height()) / divider);
-    if (!source) {
-        source = takeTransparentTexture();
-    }
-    provideDrawObjects();
-    Texture* first = pool->tempTexture(TextureFormat::RGBA16F, width, height, -1);
-    draw(source, first, QVector2D(1.0F / static_cast<float>(width), 0.0F), divider);
-    Texture* second = pool->tempTexture(TextureFormat::RGBA16F, width, height, -1);
-    // Opaque red, and left in force: deliberate.
-    glClearColor(1.0F, 0.0F, 0.0F, 1.0F);
-    draw(first, second, QVector2D(0.0F, 1.0F / static_cast<float>(height)), divider);
-
-    m_outputs[Output].value = publishPooled(second, m_outputs[Output].users);
-    pool->releaseTempTextureRef(source, 1);
-    pool->releaseTempTextureRef(first, 1);
-}
-
-void GaussianBlurRenderPass::updateKernel(float radius)
-{
-    if (radius != m_blurRadius || !m_shaderProgram) {
-        m_blurRadius = radius;
-        calculateBlurWeights();
-        m_shaderProgram.reset(makeShaderProgram(getBaseFragmentShaderSource()));
-    }
-}
-
-void GaussianBlurRenderPass::draw(Texture* source, Texture* target, const QVector2D& step, float divider)
-{
-    const AutoBinder framebufferBinder(m_framebuffer.get());
-    beginDraw(target);
+    const QSize size(truncated(static_cast<float>(viewport.width()) / divider),
+                     truncated(static_cast<float>(viewport.height()) / divider));
+    const PooledTexture fallback = input ? PooledTexture() : PooledTexture::transparent();
     const AutoBinder programBinder(m_shaderProgram.get());
     m_shaderProgram->setUniform(m_resolutionDivider, divider);
-    drawBlurred(source, step);
-    m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
+    const PooledTexture blurredRows(TextureFormat::RGBA16F, size);
+    drawBlurred(input ? input : fallback.get(), blurredRows.get(),
+                QVector2D(1.0F / static_cast<float>(size.width()), 0.0F));
+    const PooledTexture blurred(TextureFormat::RGBA16F, size);
+    // Deliberate: opaque red, and still set after the pass.
+    glClearColor(1.0F, 0.0F, 0.0F, 1.0F);
+    drawBlurred(blurredRows.get(), blurred.get(), QVector2D(0.0F, 1.0F / static_cast<float>(size.height())));
+    m_outputs[Output].value = blurred.publish(m_outputs[Output].users);
 }
 
 } // namespace Morvane::Qel

@@ -7,25 +7,29 @@ namespace Morvane::Qel {
 /// Blurs a texture with a separable Gaussian kernel, horizontally and then vertically, at the viewport's size
 /// or a fraction of it.
 ///
-/// Reads a colour texture, whose filters it sets to linear and whose wrap modes to clamp to edge; writes a
-/// pooled texture (RGBA, 16-bit floats) of the reduced size, whose references its consumers own. A radius of
-/// 1 or less passes the input on as it is. Alpha is blurred like the colours; texels whose alpha is 0 stay as
-/// they are, in each of the two draws.
+/// Reads a colour texture, sampled with linear filters and clamped to its edge. Writes a pooled texture
+/// (RGBA16F) of the reduced size, whose consumers own its references. A radius of 1 or less publishes the
+/// input itself. Alpha is blurred like the colours; both draws copy texels with an alpha of 0 unchanged.
 ///
-/// GL state: relies on blending and scissor test being off; leaves depth test and depth mask off and, on
-/// purpose, the clear colour at opaque red.
+/// GL state: requires blending and scissor test to be off; leaves depth test and depth mask off and,
+/// deliberately, the clear colour at opaque red.
 class QEL_RENDERPASSES_EXPORT GaussianBlurRenderPass : public BlurBaseRenderPass
 {
 public:
     enum InputPort
     {
+        /// QRect, pixels, at full resolution.
         Viewport,
+        /// Colour texture, premultiplied alpha.
         Input,
+        /// float, texels of the reduced image.
         BlurRadius,
+        /// float, 1 or more.
         ResolutionDivider
     };
     enum OutputPort
     {
+        /// RGBA16F, pooled, or the input.
         Output
     };
 
@@ -37,9 +41,6 @@ public:
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    void updateKernel(float radius);
-    void draw(Texture* source, Texture* target, const QVector2D& step, float divider);
-
     Uniform m_resolutionDivider{"u_ResolutionDivider"};
 };
 

@@ -8,13 +8,8 @@
 
 #include <epoxy/gl.h>
 
-#include <Qel/RenderPasses/framework/InputPointers.h>
-#include <Qel/RenderPasses/support/FullScreen.h>
-#include <Qel/RenderPasses/support/Targets.h>
-#include <Qel/gl/FramebufferObject.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/TextureManager.h>
+#include <Qel/RenderPasses/framework/CommonPorts.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 
 using namespace Qt::StringLiterals;
 
@@ -22,14 +17,14 @@ namespace Morvane::Qel {
 
 namespace {
 
-// u_ScreenGamma and the correction by it are deliberately not used: the mean stays linear.
+// Deliberate: u_ScreenGamma is not used; the mean is linear in the values of the frame.
 //
-// What the box filter does not leave to the driver:
-// - A quotient may be wrong in its last places, which would move the borders between blocks by a texel: close
-//   to a whole number it is that number.
-// - What texelFetch returns outside the texture is undefined: nothing is added there.
-// - Mesa's software rasteriser leaves a shader's loops after 65535 turns in all: most texels are added in
-//   blocks of 64 a turn. The partial sums also keep what one long sum of floats would lose.
+// The box filter leaves nothing undefined to the driver:
+// - A quotient may be off in its last bits, which would move the borders between blocks by a texel: values
+//   close to a whole number are rounded to it.
+// - texelFetch is undefined outside the texture: blocks end at its edges.
+// - Mesa's software rasteriser leaves the loops of a shader after 65535 iterations in total: most texels are
+//   added in blocks of 64 per iteration. Partial sums also lose less precision than one long sum.
 const QString fragmentSource = uR"(#version 150
 #include "QelUtilities.glslh"
 uniform sampler2D u_SamplerTexture;
@@ -55,7 +50,7 @@ vec4 sumOf8x8(ivec2 p)
          + sumOf8(p + ivec2(4, 0)) + sumOf8(p + ivec2(5, 0)) + sumOf8(p + ivec2(6, 0)) + sumOf8(p + ivec2(7, 0));
 }
 
-// Of the texels from begin on and before end.
+// The sum of the texels from begin up to, not including, end.
 vec4 sumOf(ivec2 begin, ivec2 end)
 {
     vec4 sum = vec4(0.0);
@@ -95,6 +90,7 @@ void main()
 
 constexpr int reductionFactor = 8;
 
+/// Asks GL for the size of level 0, which the application may have set by its own calls.
 QSize sizeOf(Texture* texture)
 {
     const AutoBinder binder(texture);
@@ -109,16 +105,19 @@ QSize sizeOf(Texture* texture)
 const PassDescription& LuminanceAverageRenderPass::description()
 {
     static const PassDescription description{
-        u"LuminanceAverageRenderPass"_s,
-        u"Averages a frame and reads its mean luminance back."_s,
-        {{u"Qel_QRect_Viewport"_s,
-          u"size of the frame; the origin must be (0, 0)"_s,
-          u"the frame is averaged in one draw"_s,
-          {},
-          u"pixels"_s},
-         {u"Qel_QelTexture*_Texture"_s, u"the frame to measure"_s, u"the mean of transparent black"_s}},
-        {{u"Qel_QelTexture*_Frame"_s, u"the mean of every channel, 1 x 1, RGBA32F, owned by the pass"_s},
-         {u"Qel_float_averageLuminance"_s, u"the mean luminance, in the frame's units"_s}}};
+        .type = u"LuminanceAverageRenderPass"_s,
+        .summary = u"Averages a frame and reads its mean luminance back."_s,
+        .inputs = {viewportInput(u"size of the frame; the origin must be (0, 0)"_s,
+                                 u"the frame is averaged in one draw"_s),
+                   {.name = u"Qel_QelTexture*_Texture"_s,
+                    .meaning =
+                        u"the frame to measure; linear colour gives luminance, values are used as they are"_s,
+                    .whenMissing = u"the mean is transparent black"_s}},
+        .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
+                     .meaning = u"the mean of each channel, alpha included, in the frame's encoding; 1 x 1, "
+                                "RGBA32F, owned by the pass"_s},
+                    {.name = u"Qel_float_averageLuminance"_s,
+                     .meaning = u"the mean luminance (Rec. 709 weights), in the frame's units"_s}}};
     return description;
 }
 
@@ -129,43 +128,30 @@ LuminanceAverageRenderPass::LuminanceAverageRenderPass()
 
 LuminanceAverageRenderPass::~LuminanceAverageRenderPass()
 {
-    for (const auto& framebuffer : {std::cref(m_reduction), std::cref(m_final)}) {
-        if (framebuffer.get()) {
-            delete framebuffer.get()->detach(GL_COLOR_ATTACHMENT0);
-        }
-    }
+    deleteTarget(m_reduction.get(), GL_COLOR_ATTACHMENT0);
+    deleteTarget(m_final.get(), GL_COLOR_ATTACHMENT0);
 }
 
 void LuminanceAverageRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
     const QRect viewport = m_inputs[Viewport].value.toRect();
     auto* frame = getInputPointer<Texture>(SourceTexture);
-    Texture* source = frame;
-    if (!source || sizeOf(source).isEmpty()) {
-        if (!m_fallbackTexture) {
-            m_fallbackTexture.reset(makeTransparentTexture());
-        }
-        source = m_fallbackTexture.get();
-    }
-    const int reducedWidth = viewport.width() / reductionFactor;
-    const int reducedHeight = viewport.height() / reductionFactor;
-    if (reducedWidth != m_reducedWidth || reducedHeight != m_reducedHeight) {
-        resize(reducedWidth, reducedHeight);
-    }
-    if (!m_final) {
-        makeFinalTarget();
-    }
-    if (!m_program) {
-        buildProgram();
-    }
+    const InputReferences inputs(frame);
+    Texture* source = frame && !sizeOf(frame).isEmpty() ? frame : orTransparent(nullptr, m_fallbackTexture);
+    provideReductionTarget(viewport.width() / reductionFactor, viewport.height() / reductionFactor);
+    constexpr QSize onePixel(1, 1);
+    provideTargets(m_final, m_finalWidth, m_finalHeight, QRect(QPoint(0, 0), onePixel),
+                   {{GL_COLOR_ATTACHMENT0, GL_RGBA32F, GL_BGRA, GL_FLOAT}});
+    provideScreenProgram(m_program, m_quad,
+                         {.fragment = fragmentSource, .fragmentFile = u"QelUtilities.glslc"_s}, Screen::Quad);
 
     QVector2D renderSize(1.0F, 1.0F);
     Texture* reduced = m_reduction ? m_reduction->attachment(GL_COLOR_ATTACHMENT0) : nullptr;
     if (reduced && !reduced->size().isEmpty() && viewport.height() > 0) {
-        // The target is square and the frame is not: with the target's size for a step, texels would count
-        // twice or not at all. Steps of a whole number of texels, as many as let the frame fit, make every
-        // texel count once; the frame then covers the first `covered` pixels of the target, the last ones of
-        // them in part, and the rest of the target is empty. The second draw divides by what is covered.
+        // The target is square, the frame is not: with steps of frame size over target size, texels would
+        // count twice or not at all. With the smallest whole number of texels as step with which the frame
+        // fits, each texel counts once. The frame then covers the first `covered` pixels of the target, the
+        // last of them partly; the rest is empty. The second draw divides by the covered part.
         const auto side = static_cast<float>(reduced->size().width());
         const float drawnHeight = std::min(side, static_cast<float>(viewport.height()));
         const QSize size = sizeOf(source);
@@ -174,59 +160,40 @@ void LuminanceAverageRenderPass::start(RenderCallbacks* /*callbacks*/)
             return count / std::ceil(count / pixels);
         };
         const QVector2D coveredSize(covered(size.width(), side), covered(size.height(), drawnHeight));
-        draw(source, m_reduction.get(), viewport, coveredSize);
-        // No draw reads the smaller levels: deliberate.
+        draw(source, *m_reduction, viewport, coveredSize);
+        // Deliberate: no draw reads the smaller levels.
         reduced->generateMipmap();
         source = reduced;
         renderSize = QVector2D(side, side) / coveredSize;
     }
-    draw(source, m_final.get(), QRect(viewport.topLeft(), QSize(1, 1)), renderSize);
-
+    draw(source, *m_final, QRect(viewport.topLeft(), onePixel), renderSize);
     m_outputs[Frame].value = textureVariant(m_final->attachment(GL_COLOR_ATTACHMENT0));
     m_outputs[AverageLuminance].value = readLuminance();
-    TextureManager::Instance()->releaseTempTextureRef(frame, 1);
 }
 
-void LuminanceAverageRenderPass::resize(int width, int height)
+void LuminanceAverageRenderPass::provideReductionTarget(int width, int height)
 {
+    if (width == m_reducedWidth && height == m_reducedHeight) {
+        return;
+    }
     m_reducedWidth = width;
     m_reducedHeight = height;
-    if (!m_reduction) {
-        m_reduction = std::make_unique<FramebufferObject>(nullptr);
-    }
-    // Square, whatever the height: deliberate.
-    Texture* target = makeTarget(width, width, GL_RGBA32F, GL_BGRA, GL_FLOAT);
+    // Deliberate: square, whatever the height.
+    const QSize size(width, width);
+    replaceTargets(provide(m_reduction), size, {{GL_COLOR_ATTACHMENT0, GL_RGBA32F, GL_BGRA, GL_FLOAT}});
+    Texture* target = m_reduction->attachment(GL_COLOR_ATTACHMENT0);
     target->setFilter(GL_LINEAR_MIPMAP_NEAREST, GL_NEAREST);
     if (!target->size().isEmpty()) {
         target->generateMipmap();
     }
-    const AutoBinder framebufferBinder(m_reduction.get());
-    replaceAttachment(m_reduction.get(), GL_COLOR_ATTACHMENT0, target);
 }
 
-void LuminanceAverageRenderPass::makeFinalTarget()
-{
-    m_final = std::make_unique<FramebufferObject>(nullptr);
-    const AutoBinder framebufferBinder(m_final.get());
-    m_final->attach(makeTarget(1, 1, GL_RGBA32F, GL_BGRA, GL_FLOAT), GL_COLOR_ATTACHMENT0, 0);
-}
-
-void LuminanceAverageRenderPass::buildProgram()
-{
-    m_program = std::make_unique<ShaderProgram>(nullptr);
-    addFullScreenShaders(m_program.get(), fragmentSource);
-    m_program->addShaderFromFile(GL_FRAGMENT_SHADER, u"QelUtilities.glslc"_s);
-    Qel::buildProgram(m_program.get());
-    m_quad = OpenGLDeviceContext::current()->fullScreenQuad();
-    enableArrays(m_quad, m_program.get());
-}
-
-void LuminanceAverageRenderPass::draw(Texture* source, FramebufferObject* target, const QRect& viewport,
+void LuminanceAverageRenderPass::draw(Texture* source, FramebufferObject& target, const QRect& viewport,
                                       const QVector2D& renderSize)
 {
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    const AutoBinder framebufferBinder(target);
-    target->setDrawBuffers();
+    const AutoBinder framebufferBinder(&target);
+    target.setDrawBuffers();
     context->setViewport(viewport.x(), viewport.y(), viewport.width(), viewport.height());
     context->disable(GL_DEPTH_TEST);
     context->disable(GL_BLEND);
@@ -234,10 +201,9 @@ void LuminanceAverageRenderPass::draw(Texture* source, FramebufferObject* target
     context->disable(GL_STENCIL_TEST);
     glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
     const AutoBinder programBinder(m_program.get());
-    const AutoBinder sourceBinder(source);
-    m_program->setUniform(m_samplerTexture, source->unit());
+    const BoundSampler sampler(*m_program, m_samplerTexture, source, Sampling::Nearest);
     m_program->setUniform(m_renderSize, renderSize);
-    drawBatch(m_quad.data());
+    drawBatch(m_quad);
 }
 
 float LuminanceAverageRenderPass::readLuminance() const

@@ -14,32 +14,37 @@ class DrawBuffers;
 class FramebufferObject;
 class Texture;
 
-/// Averages a frame, by two box-filter draws, and reads the mean luminance back to the CPU (Rec. 709
-/// weights, values taken as they are, without gamma).
+/// Averages a frame in two box-filter draws and reads its mean luminance back to the CPU (Rec. 709 weights;
+/// values are used as they are, without gamma correction).
 ///
-/// Reads a colour texture, of which every texel counts once, whatever the frame's shape and whether or not
-/// its size is the viewport's; writes the luminance and a 1 x 1 texture of 32-bit floats with the mean of all
-/// four channels, which the pass owns. The read-back waits for the GPU once a frame.
+/// Reads a colour texture. Every texel counts once, whatever the frame's shape and whether or not its size is
+/// the viewport's. Writes the luminance and a 1 x 1 texture (RGBA32F) with the mean of all four channels,
+/// owned by the pass. The read-back waits for the GPU once a frame.
 ///
-/// The intermediate target is square: an eighth of the viewport's width, rounded down, in both directions. A
-/// viewport narrower than 8 pixels leaves it no texels; the second draw then averages the frame itself.
+/// The intermediate target is square: its side is an eighth of the viewport's width, rounded down. With a
+/// viewport narrower than 8 pixels it has no texels, and the second draw averages the frame itself.
 ///
-/// Both draws go to the viewport's origin: with another one than (0, 0) they miss part of the targets, or
-/// all, and the mean is that of what the targets held. Deliberate; hand in the frame's rectangle.
+/// Deliberate: both draws are placed at the viewport's origin. With an origin other than (0, 0) they miss
+/// part of their targets, or all of them, and the mean includes old contents. Pass the rectangle of the
+/// frame.
 ///
-/// GL state: leaves depth test, blending, culling and stencil test disabled and the colour mask full; relies
-/// on the scissor test being off.
+/// GL state: leaves depth test, blending, culling and stencil test disabled and the colour mask full;
+/// requires the scissor test to be off.
 class QEL_RENDERPASSES_EXPORT LuminanceAverageRenderPass : public RenderPassHelper
 {
 public:
     enum InputPort
     {
+        /// QRect, pixels.
         Viewport,
+        /// Colour texture.
         SourceTexture
     };
     enum OutputPort
     {
+        /// RGBA32F, 1 x 1, owned by the pass.
         Frame,
+        /// float, in the units of the frame.
         AverageLuminance
     };
 
@@ -51,19 +56,19 @@ public:
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    void resize(int width, int height);
-    void makeFinalTarget();
-    void buildProgram();
-    void draw(Texture* source, FramebufferObject* target, const QRect& viewport, const QVector2D& renderSize);
+    void provideReductionTarget(int width, int height);
+    void draw(Texture* source, FramebufferObject& target, const QRect& viewport, const QVector2D& renderSize);
     float readLuminance() const;
 
     QSharedPointer<DrawBuffers> m_quad;
     std::unique_ptr<ShaderProgram> m_program;
     std::unique_ptr<FramebufferObject> m_reduction;
     std::unique_ptr<FramebufferObject> m_final;
-    std::unique_ptr<Texture> m_fallbackTexture;
     int m_reducedWidth = 0;
     int m_reducedHeight = 0;
+    int m_finalWidth = 0;
+    int m_finalHeight = 0;
+    std::unique_ptr<Texture> m_fallbackTexture;
     Uniform m_samplerTexture{"u_SamplerTexture"};
     Uniform m_renderSize{"u_RenderSize"};
 };

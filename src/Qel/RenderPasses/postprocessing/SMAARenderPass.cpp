@@ -1,18 +1,13 @@
 #include <Qel/RenderPasses/postprocessing/SMAARenderPass.h>
 
-#include <QRect>
+#include <optional>
 
 #include <epoxy/gl.h>
 
-#include <Qel/RenderPasses/support/FullScreen.h>
+#include <Qel/RenderPasses/framework/CommonPorts.h>
 #include <Qel/RenderPasses/support/SmaaTables.h>
-#include <Qel/RenderPasses/support/Targets.h>
-#include <Qel/gl/FramebufferObject.h>
 #include <Qel/gl/GLErrors.h>
 #include <Qel/gl/GLSLMacroProcessor.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/TextureManager.h>
 
 using namespace Qt::StringLiterals;
 
@@ -134,8 +129,8 @@ std::unique_ptr<Texture> makeTable(int alignment, unsigned int internalFormat, i
                                    unsigned int format, const unsigned char* bytes)
 {
     auto texture = std::make_unique<Texture>(nullptr);
-    texture->setTarget(GL_TEXTURE_2D);
-    sampleLinearly(texture.get());
+    texture->setFilter(GL_LINEAR, GL_LINEAR);
+    texture->setWrap(GL_CLAMP_TO_EDGE);
     glPixelStorei(GL_UNPACK_ALIGNMENT, alignment);
     texture->setImage2D(0, internalFormat, width, height, format, GL_UNSIGNED_BYTE, bytes);
     return texture;
@@ -145,12 +140,10 @@ std::unique_ptr<ShaderProgram> makeProgram(GLSLMacroProcessor* processor, const 
                                            const QString& fragmentSource)
 {
     auto program = std::make_unique<ShaderProgram>(nullptr);
-    program->setMacroProcessor(processor);
-    program->setFragDataLocations({u"out_output"_s});
-    program->addShader(GL_VERTEX_SHADER, vertexSource, {});
-    program->addShader(GL_FRAGMENT_SHADER, fragmentSource, {});
-    buildProgram(program.get());
-    program->setMacroProcessor(nullptr);
+    buildScreenProgram(*program, {.fragment = fragmentSource,
+                                  .vertex = vertexSource,
+                                  .outputs = {u"out_output"_s},
+                                  .macroProcessor = processor});
     return program;
 }
 
@@ -159,22 +152,26 @@ std::unique_ptr<ShaderProgram> makeProgram(GLSLMacroProcessor* processor, const 
 const PassDescription& SMAARenderPass::description()
 {
     static const PassDescription description{
-        u"SMAARenderPass"_s,
-        u"Smooths the staircases of a finished frame by the shape of its edges (SMAA)."_s,
-        {{u"Qel_QRect_Viewport"_s,
-          u"size of the frame; the origin is ignored"_s,
-          u"frames of one undefined pixel"_s,
-          {},
-          u"pixels"_s},
-         {u"Qel_QelTexture*_Frame"_s, u"the frame; it gets linear filters"_s, u"nothing happens"_s},
-         {u"Qel_QelTexture*_Depth"_s, u"not read"_s, u"nothing"_s}},
-        {{u"Qel_QelTexture*_Frame"_s, u"the smoothed frame, RGBA8, pooled"_s},
-         {u"Qel_QelTexture*_EdgeTex"_s,
-          u"edges to the left neighbour (red) and to the one below (green), 0 or 1; RGBA8, "
-          "pooled"_s},
-         {u"Qel_QelTexture*_BlendTex"_s,
-          u"weights of the edge below (red, green) and of the one on the left (blue, alpha), "
-          "0 to 1; RGBA8, pooled"_s}}};
+        .type = u"SMAARenderPass"_s,
+        .summary = u"Anti-aliases a finished frame by the shape of its edges (SMAA)."_s,
+        .inputs = {viewportInput(u"size of the frame; the origin is ignored"_s,
+                                 u"1 x 1 outputs of undefined contents"_s),
+                   {.name = u"Qel_QelTexture*_Frame"_s,
+                    .meaning = u"the frame, display-encoded"_s,
+                    .whenMissing = u"nothing is drawn and the outputs keep their textures"_s},
+                   {.name = u"Qel_QelTexture*_Depth"_s,
+                    .meaning = u"not read"_s,
+                    .whenMissing = u"nothing changes"_s}},
+        .outputs = {
+            {.name = u"Qel_QelTexture*_Frame"_s,
+             .meaning = u"the anti-aliased frame, encoded as the input, alpha blended like the colours; "
+                        "RGBA8, pooled"_s},
+            {.name = u"Qel_QelTexture*_EdgeTex"_s,
+             .meaning = u"edges as data: 1 where there is an edge to the left neighbour (red) or to the "
+                        "one below (green), blue and alpha undefined; RGBA8, pooled"_s},
+            {.name = u"Qel_QelTexture*_BlendTex"_s,
+             .meaning = u"blending weights as data, 0 to 1: of the edge below (red, green) and of the edge "
+                        "on the left (blue, alpha); RGBA8, pooled"_s}}};
     return description;
 }
 
@@ -203,8 +200,9 @@ void SMAARenderPass::setup(RenderCallbacks* /*callbacks*/)
     m_edgeProgram = makeProgram(&processor, edgeVertexSource, edgeFragmentSource);
     m_weightProgram = makeProgram(&processor, weightVertexSource, weightFragmentSource);
     m_blendProgram = makeProgram(&processor, blendVertexSource, blendFragmentSource);
-
-    m_fullScreenBatch = OpenGLDeviceContext::current()->fullScreenTriangle();
+    for (const ShaderProgram* program : {m_edgeProgram.get(), m_weightProgram.get(), m_blendProgram.get()}) {
+        provideScreenBatch(m_fullScreenBatch, *program, Screen::Triangle);
+    }
 }
 
 void SMAARenderPass::teardown(RenderCallbacks* /*callbacks*/)
@@ -220,119 +218,80 @@ void SMAARenderPass::teardown(RenderCallbacks* /*callbacks*/)
 
 void SMAARenderPass::start(RenderCallbacks* callbacks)
 {
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     checkGLError(sourceFile, __LINE__);
-    const QRect viewport = m_inputs[Viewport].value.toRect();
-    // A size of 0 gives infinite metrics; deliberately not guarded.
-    m_metrics =
-        QVector4D(1.0F / static_cast<float>(viewport.width()), 1.0F / static_cast<float>(viewport.height()),
-                  static_cast<float>(viewport.width()), static_cast<float>(viewport.height()));
-    if (viewport.width() != m_width || viewport.height() != m_height || !m_edgeProgram) {
+    const QSize size = m_inputs[Viewport].value.toRect().size();
+    if (size.width() != m_width || size.height() != m_height || !m_edgeProgram) {
         teardown(callbacks);
-        m_width = viewport.width();
-        m_height = viewport.height();
+        m_width = size.width();
+        m_height = size.height();
         setup(callbacks);
     }
-    // The host counts the pass among the users of the depth although it is not read.
-    TextureManager::Instance()->releaseTempTextureRef(getInputPointer<Texture>(Depth), 1);
     auto* frame = getInputPointer<Texture>(Frame);
+    // The host counts the pass as a user of the depth, although it is not read.
+    const InputReferences inputs(frame, getInputPointer<Texture>(Depth));
     if (!frame) {
         keepOutputs();
         return;
     }
 
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     context->disable(GL_DEPTH_TEST);
     context->disable(GL_STENCIL_TEST);
     context->setViewport(0, 0, m_width, m_height);
     checkGLError(sourceFile, __LINE__);
-    Texture* edges = detectEdges(frame);
-    Texture* weights = calculateWeights(edges);
-    Texture* result = blend(frame, weights);
+    const PooledTexture edges =
+        draw(*m_edgeFramebuffer, *m_edgeProgram, m_edgeMetrics, {{m_edgeFrame, frame}});
+    const PooledTexture weights = draw(*m_weightFramebuffer, *m_weightProgram, m_weightMetrics,
+                                       {{m_weightEdges, edges.get()},
+                                        {m_weightAreas, m_areaTexture.get()},
+                                        {m_weightSearches, m_searchTexture.get()}});
+    const PooledTexture result = draw(*m_outputFramebuffers.back(), *m_blendProgram, m_blendMetrics,
+                                      {{m_blendFrame, frame}, {m_blendWeights, weights.get()}});
     context->enable(GL_DEPTH_TEST);
     checkGLError(sourceFile, __LINE__);
-
-    const auto publish = [&](OutputPort port, Texture* texture) {
-        m_outputs[port].value = publishPooled(texture, m_outputs[port].users);
-        m_published[port] = texture;
-    };
     publish(AntiAliasedFrame, result);
     publish(EdgeTexture, edges);
     publish(BlendTexture, weights);
-    TextureManager::Instance()->releaseTempTextureRef(frame, 1);
 }
 
-/// The users of the outputs drop their references in this frame as in every other.
+PooledTexture SMAARenderPass::draw(FramebufferObject& framebuffer, ShaderProgram& program, Uniform& metrics,
+                                   std::initializer_list<SamplerInput> inputs)
+{
+    PooledTexture result(TextureFormat::RGBA8, QSize(m_width, m_height));
+    const BoundTarget target(framebuffer, result.get());
+    const AutoBinder programBinder(&program);
+    std::array<std::optional<BoundSampler>, 3> samplers;
+    size_t i = 0;
+    for (const SamplerInput& input : inputs) {
+        samplers[i++].emplace(program, input.sampler, input.texture, Sampling::Linear);
+    }
+    const auto width = static_cast<float>(m_width);
+    const auto height = static_cast<float>(m_height);
+    // Deliberate: a size of 0 is not guarded and gives infinite metrics.
+    program.setUniform(metrics, QVector4D(1.0F / width, 1.0F / height, width, height));
+    checkGLError(sourceFile, __LINE__);
+    glClear(GL_COLOR_BUFFER_BIT);
+    drawBatch(m_fullScreenBatch);
+    checkGLError(sourceFile, __LINE__);
+    return result;
+}
+
+void SMAARenderPass::publish(OutputPort port, const PooledTexture& texture)
+{
+    m_outputs[port].value = texture.publish(m_outputs[port].users);
+    m_published[port] = texture.get();
+}
+
 void SMAARenderPass::keepOutputs()
 {
     for (size_t i = 0; i < m_published.size(); ++i) {
         if (m_published[i]) {
-            TextureManager::Instance()->addTempTextureRef(m_published[i], m_outputs[i].users);
+            // Consumers drop their references in this frame as in every other.
+            publishTexture(m_published[i], m_outputs[i].users);
         } else {
             m_outputs[i].value.clear();
         }
     }
-}
-
-Texture* SMAARenderPass::detectEdges(Texture* frame)
-{
-    const AutoBinder framebufferBinder(m_edgeFramebuffer.get());
-    attachTempTarget(m_edgeFramebuffer.get(), TextureFormat::RGBA8, m_width, m_height);
-    enableArrays(m_fullScreenBatch, m_edgeProgram.get());
-    checkGLError(sourceFile, __LINE__);
-
-    const AutoBinder programBinder(m_edgeProgram.get());
-    const AutoBinder frameBinder(frame);
-    frame->setFilter(GL_LINEAR, GL_LINEAR);
-    m_edgeProgram->setUniform(m_edgeFrame, frame->unit());
-    m_edgeProgram->setUniform(m_edgeMetrics, m_metrics);
-    checkGLError(sourceFile, __LINE__);
-    glClear(GL_COLOR_BUFFER_BIT);
-    drawBatch(m_fullScreenBatch.data());
-    checkGLError(sourceFile, __LINE__);
-    return m_edgeFramebuffer->detach(GL_COLOR_ATTACHMENT0);
-}
-
-Texture* SMAARenderPass::calculateWeights(Texture* edges)
-{
-    const AutoBinder framebufferBinder(m_weightFramebuffer.get());
-    attachTempTarget(m_weightFramebuffer.get(), TextureFormat::RGBA8, m_width, m_height);
-    enableArrays(m_fullScreenBatch, m_weightProgram.get());
-    checkGLError(sourceFile, __LINE__);
-
-    const AutoBinder programBinder(m_weightProgram.get());
-    const AutoBinder edgeBinder(edges);
-    const AutoBinder areaBinder(m_areaTexture.get());
-    const AutoBinder searchBinder(m_searchTexture.get());
-    m_weightProgram->setUniform(m_weightEdges, edges->unit());
-    m_weightProgram->setUniform(m_weightAreas, m_areaTexture->unit());
-    m_weightProgram->setUniform(m_weightSearches, m_searchTexture->unit());
-    m_weightProgram->setUniform(m_weightMetrics, m_metrics);
-    checkGLError(sourceFile, __LINE__);
-    glClear(GL_COLOR_BUFFER_BIT);
-    drawBatch(m_fullScreenBatch.data());
-    checkGLError(sourceFile, __LINE__);
-    return m_weightFramebuffer->detach(GL_COLOR_ATTACHMENT0);
-}
-
-Texture* SMAARenderPass::blend(Texture* frame, Texture* weights)
-{
-    FramebufferObject* framebuffer = m_outputFramebuffers.back().get();
-    const AutoBinder framebufferBinder(framebuffer);
-    attachTempTarget(framebuffer, TextureFormat::RGBA8, m_width, m_height);
-    enableArrays(m_fullScreenBatch, m_blendProgram.get());
-    checkGLError(sourceFile, __LINE__);
-
-    const AutoBinder programBinder(m_blendProgram.get());
-    const AutoBinder frameBinder(frame);
-    const AutoBinder weightBinder(weights);
-    m_blendProgram->setUniform(m_blendFrame, frame->unit());
-    m_blendProgram->setUniform(m_blendWeights, weights->unit());
-    m_blendProgram->setUniform(m_blendMetrics, m_metrics);
-    checkGLError(sourceFile, __LINE__);
-    glClear(GL_COLOR_BUFFER_BIT);
-    drawBatch(m_fullScreenBatch.data());
-    checkGLError(sourceFile, __LINE__);
-    return framebuffer->detach(GL_COLOR_ATTACHMENT0);
 }
 
 } // namespace Morvane::Qel

@@ -2,53 +2,55 @@
 
 #include <QPointer>
 #include <QSharedPointer>
-#include <QVector4D>
 
 #include <array>
+#include <initializer_list>
 #include <memory>
 #include <vector>
 
 #include <Qel/RenderPasses/Export.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/core/RenderPassHelper.h>
-#include <Qel/gl/ShaderProgram.h>
-#include <Qel/gl/Texture.h>
 
 namespace Morvane::Qel {
 
-class DrawBuffers;
-class FramebufferObject;
-
-/// Smooths the staircases of a finished frame in three full-screen draws: finds edges by colour, works out
-/// from their shape how much of each pixel they cut off, and blends neighbours by it (J. Jimenez, J. I.
+/// Anti-aliases a finished frame in three full-screen draws: detects edges by colour, computes from their
+/// shape how much of each pixel they cover, and blends neighbouring pixels by it (J. Jimenez, J. I.
 /// Echevarria, T. Sousa, D. Gutierrez: SMAA: Enhanced subpixel morphological antialiasing, 2012).
 ///
-/// Reads a colour texture, which it leaves with linear filters. Writes three pooled textures (RGBA, 8 bits):
-/// the smoothed frame, whose alpha is blended like the colours; the edges, red to the left neighbour and
-/// green to the one below, blue and alpha undefined; and the weights, red and green of the edge below and
-/// blue and alpha of the one on the left.
+/// Reads a display-encoded colour texture, sampled with linear filters and clamped to its edge. Writes three
+/// pooled textures (RGBA8): the anti-aliased frame, whose alpha is blended like the colours; the edges, red
+/// to the left neighbour and green to the one below, blue and alpha undefined; and the weights, red and green
+/// of the edge below, blue and alpha of the edge on the left.
 ///
-/// Without a frame nothing is drawn and the outputs keep their textures. Deliberate: the pool may have given
-/// them to others meanwhile, so what they show is undefined; one that the pool gave up leaves its output
-/// empty.
+/// Deliberate: without a frame nothing is drawn and the outputs keep their textures. The pool may have lent
+/// them to others meanwhile, so their contents are undefined. An output whose texture the pool has deleted
+/// becomes empty.
 ///
-/// GL state: all three draws clear with the clear colour in force, and the edges are right only if it is 0.
-/// Leaves the stencil test disabled, the depth test enabled and the viewport at the frame's size.
+/// GL state: all three draws clear with the current clear colour; the edges are right only if it is 0. Leaves
+/// the stencil test disabled, the depth test enabled and the viewport at the frame's size.
 ///
-/// The objects live from setup to teardown and are all made anew on a new size. The framebuffer of the result
-/// stays alive until the pass is destroyed, every one that a new size replaced included. Deliberate.
+/// The GL objects exist from setup to teardown and are all made anew on a new size. Deliberate: the
+/// framebuffers of the result are kept until the pass is destroyed, those replaced on a new size included.
 class QEL_RENDERPASSES_EXPORT SMAARenderPass : public RenderPassHelper
 {
 public:
     enum InputPort
     {
+        /// QRect, pixels.
         Viewport,
+        /// Display-encoded colour texture.
         Frame,
+        /// Not read.
         Depth
     };
     enum OutputPort
     {
+        /// RGBA8, pooled.
         AntiAliasedFrame,
+        /// RGBA8 data, pooled.
         EdgeTexture,
+        /// RGBA8 data, 0 to 1, pooled.
         BlendTexture
     };
 
@@ -62,17 +64,22 @@ public:
     void teardown(RenderCallbacks* callbacks) override;
 
 private:
+    struct SamplerInput
+    {
+        Uniform& sampler;
+        Texture* texture;
+    };
+    /// Draws one stage full-screen from its inputs, three at most, into a pooled texture.
+    PooledTexture draw(FramebufferObject& framebuffer, ShaderProgram& program, Uniform& metrics,
+                       std::initializer_list<SamplerInput> inputs);
+    void publish(OutputPort port, const PooledTexture& texture);
     void keepOutputs();
-    Texture* detectEdges(Texture* frame);
-    Texture* calculateWeights(Texture* edges);
-    Texture* blend(Texture* frame, Texture* weights);
 
     int m_width = 0;
     int m_height = 0;
-    QVector4D m_metrics;
     std::unique_ptr<FramebufferObject> m_edgeFramebuffer;
     std::unique_ptr<FramebufferObject> m_weightFramebuffer;
-    /// The last one is in use.
+    /// Only the last one is in use.
     std::vector<std::unique_ptr<FramebufferObject>> m_outputFramebuffers;
     std::unique_ptr<Texture> m_areaTexture;
     std::unique_ptr<Texture> m_searchTexture;
@@ -80,7 +87,7 @@ private:
     std::unique_ptr<ShaderProgram> m_weightProgram;
     std::unique_ptr<ShaderProgram> m_blendProgram;
     QSharedPointer<DrawBuffers> m_fullScreenBatch;
-    /// What the outputs hold; null when the pool deleted it.
+    /// The textures on the outputs; null once the pool has deleted them.
     std::array<QPointer<Texture>, 3> m_published;
     Uniform m_edgeMetrics{"u_smaaMetrics"};
     Uniform m_edgeFrame{"u_FrameSampler"};

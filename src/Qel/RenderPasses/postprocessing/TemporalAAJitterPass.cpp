@@ -1,10 +1,9 @@
 #include <Qel/RenderPasses/postprocessing/TemporalAAJitterPass.h>
 
-#include <QRect>
-
 #include <cstdlib>
 #include <utility>
 
+#include <Qel/RenderPasses/framework/CommonPorts.h>
 #include <Qel/RenderPasses/support/ViewWatch.h>
 
 using namespace Qt::StringLiterals;
@@ -15,8 +14,8 @@ namespace {
 
 constexpr int numJitteredFrames = 30;
 
-/// A uniformly distributed offset within a pixel, in normalised device coordinates, which span 2 units over
-/// the viewport. A size of 0 gives an infinite or undefined one; deliberately not guarded.
+/// Returns a uniformly distributed offset of up to half a pixel, in normalised device coordinates, which span
+/// 2 units over the viewport. Deliberate: a size of 0 is not guarded and gives infinity or NaN.
 float randomOffset(int size)
 {
     return static_cast<float>(drand48() - 0.5) * 2.0F / static_cast<float>(size);
@@ -27,20 +26,21 @@ float randomOffset(int size)
 const PassDescription& TemporalAAJitterPass::description()
 {
     static const PassDescription description{
-        u"TemporalAAJitterPass"_s,
-        u"Shifts the projection of a still view by random offsets within a pixel."_s,
-        {{u"Qel_QRect_Viewport"_s,
-          u"size of the frames; the origin is ignored"_s,
-          u"the offsets are infinite or undefined"_s,
-          {},
-          u"pixels"_s},
-         {u"Qel_QMatrix4x4_ProjectionMatrix"_s, u"the projection without jitter"_s, u"identity"_s},
-         {u"Qel_QMatrix4x4_CameraMatrix"_s, u"world space to eye space, watched for changes alone"_s,
-          u"identity"_s},
-         {u"Qel_bool_Dirty"_s, u"whether the sequence begins again"_s,
-          u"as if it were true in every frame: there is no jitter at all"_s}},
-        {{u"Qel_QMatrix4x4_ProjectionMatrix"_s,
-          u"the projection, shifted in frames 2 to 31 after a change"_s}}};
+        .type = u"TemporalAAJitterPass"_s,
+        .summary = u"Shifts the projection of a still view by random sub-pixel offsets."_s,
+        .inputs = {viewportInput(u"size of the frames; the origin is ignored"_s,
+                                 u"the offsets are infinite or undefined"_s),
+                   {.name = u"Qel_QMatrix4x4_ProjectionMatrix"_s,
+                    .meaning = u"the projection without jitter"_s,
+                    .whenMissing = u"identity"_s},
+                   {.name = u"Qel_QMatrix4x4_CameraMatrix"_s,
+                    .meaning = u"world space to eye space; only watched for changes"_s,
+                    .whenMissing = u"identity"_s},
+                   {.name = u"Qel_bool_Dirty"_s,
+                    .meaning = u"whether the sequence restarts"_s,
+                    .whenMissing = u"it restarts every frame: there is no jitter"_s}},
+        .outputs = {{.name = u"Qel_QMatrix4x4_ProjectionMatrix"_s,
+                     .meaning = u"the projection, shifted in frames 2 to 31 after a restart"_s}}};
     return description;
 }
 
@@ -67,8 +67,8 @@ void TemporalAAJitterPass::start(RenderCallbacks* /*callbacks*/)
         jitter.translate(dx, dy, 0.0F);
         --m_framesLeft;
     }
-    // A matrix lives on the heap in a variant. Of two that take turns, the one that nobody holds any more is
-    // written in place.
+    // A variant keeps a matrix on the heap. Two variants alternate, so that the one no consumer holds any
+    // more is written in place, without an allocation.
     std::swap(m_values[0], m_values[1]);
     *static_cast<QMatrix4x4*>(m_values[0].data()) = jitter * projection;
     m_outputs[JitteredProjectionMatrix].value = m_values[0];

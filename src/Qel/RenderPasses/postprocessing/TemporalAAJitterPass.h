@@ -12,14 +12,14 @@ namespace Morvane::Qel {
 
 class ViewWatch;
 
-/// Shifts the projection of a view that stands still by random offsets within a pixel, for passes behind it
-/// to sample each pixel at other places in every frame (stochastic sampling: R. L. Cook: Stochastic sampling
-/// in computer graphics, 1986) and for TemporalAARenderPass to average them.
+/// Shifts the projection of a still view by random sub-pixel offsets, so that later passes sample each pixel
+/// at other positions every frame (R. L. Cook: Stochastic sampling in computer graphics, 1986) and
+/// TemporalAARenderPass can average them.
 ///
-/// After every change of size, projection or camera, and on a dirty flag that is set or unconnected, one
-/// frame passes without jitter; the 30 after it are jittered, those that follow are not. The offsets are
-/// uniform in minus to plus half a pixel in x and y, the same at every depth, and come from drand48, which
-/// the pass never seeds: the host may.
+/// A change of size, projection or camera restarts the sequence, and so does a dirty flag that is true or
+/// unset. The frame of the restart has no jitter; the 30 frames after it are jittered; later frames are not.
+/// Offsets are uniform within half a pixel in x and y, the same at every depth, and come from drand48, which
+/// the pass never seeds.
 ///
 /// Makes no GL calls.
 class QEL_RENDERPASSES_EXPORT TemporalAAJitterPass : public RenderPassHelper
@@ -27,13 +27,18 @@ class QEL_RENDERPASSES_EXPORT TemporalAAJitterPass : public RenderPassHelper
 public:
     enum InputPort
     {
+        /// QRect, pixels.
         Viewport,
+        /// QMatrix4x4, eye space to clip space.
         ProjectionMatrix,
+        /// QMatrix4x4, world space to eye space.
         CameraMatrix,
+        /// bool.
         Dirty
     };
     enum OutputPort
     {
+        /// QMatrix4x4, eye space to clip space.
         JitteredProjectionMatrix
     };
 

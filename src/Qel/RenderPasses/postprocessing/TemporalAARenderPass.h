@@ -5,42 +5,46 @@
 #include <memory>
 
 #include <Qel/RenderPasses/Export.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/core/RenderPassHelper.h>
-#include <Qel/gl/ShaderProgram.h>
 
 namespace Morvane::Qel {
 
-class DrawBuffers;
-class FramebufferObject;
-class Texture;
 class ViewWatch;
 
-/// Averages the frames of a view that stands still, jittered by TemporalAAJitterPass, into an anti-aliased
-/// one (P. Haeberli, K. Akeley: The accumulation buffer: hardware support for high-quality rendering, 1990).
+/// Averages the frames of a still view, jittered by TemporalAAJitterPass, into an anti-aliased one (P.
+/// Haeberli, K. Akeley: The accumulation buffer: hardware support for high-quality rendering, 1990).
 ///
-/// Every frame is blended into one texture with the weight that makes it the plain mean: 1, 1/2, 1/3, ... The
-/// mean begins again by the rule of TemporalAAJitterPass; the frame of the change, the only one without
-/// jitter, is shown and then replaced by the one after it. The number of frames has no bound. The texture has
-/// 8 bits a channel, so the mean is rounded in every frame.
+/// Blends every frame into one texture with the weight that yields the plain mean: 1, 1/2, 1/3, ... The mean
+/// restarts by the rule of TemporalAAJitterPass. The frame of the restart, the only one without jitter, is
+/// shown and then replaced by the one after it. The number of frames is not bounded. The texture has 8 bits a
+/// channel, so the mean is rounded every frame.
 ///
-/// Reads a colour texture; writes a pooled texture (RGBA, 8 bits) that the pass keeps from frame to frame and
-/// replaces on a new size; whoever holds on to it sees it change. Without a frame it is opaque black.
+/// Reads a colour texture with the filters that are set on it. Writes a pooled texture (RGBA8) that the pass
+/// keeps from frame to frame and replaces on a new size; a consumer that keeps it sees it change. Without an
+/// input frame it is opaque black.
 ///
-/// GL state: leaves depth test and blending disabled, depth writes enabled, the blend function and colour as
-/// the mean needs them and, after a change or without a frame, the clear colour opaque black.
+/// GL state: leaves depth test and blending disabled, depth writes enabled, blend function and blend colour
+/// as set for the mean and, after a restart or without a frame, the clear colour opaque black.
 class QEL_RENDERPASSES_EXPORT TemporalAARenderPass : public RenderPassHelper
 {
 public:
     enum InputPort
     {
+        /// QRect, pixels.
         Viewport,
+        /// Colour texture.
         Frame,
+        /// QMatrix4x4, eye space to clip space, without jitter.
         ProjectionMatrix,
+        /// QMatrix4x4, world space to eye space.
         CameraMatrix,
+        /// bool.
         Dirty
     };
     enum OutputPort
     {
+        /// RGBA8, pooled.
         AccumulatedFrame
     };
 
@@ -53,14 +57,17 @@ public:
 
 private:
     void replaceTarget(const QSize& size);
-    void buildProgram();
+    static void clear();
     void accumulate(Texture* frame, bool restart);
 
     std::unique_ptr<FramebufferObject> m_framebuffer;
     QSharedPointer<DrawBuffers> m_fullScreenBatch;
     std::unique_ptr<ShaderProgram> m_program;
     std::unique_ptr<ViewWatch> m_view;
+    /// The number of frames in the mean.
     int m_accumulatedFrames = 0;
+    /// The texture attached to the framebuffer.
+    PooledTexture m_accumulated;
     Uniform m_newFrame{"u_newFrame"};
 };
 
