@@ -124,8 +124,7 @@ void main()
         m_program->addShader(GL_FRAGMENT_SHADER, registry->getPlan(u"OBJMaterial"_s)->glslc(), QString());
         m_program->addShaderFromFile(GL_FRAGMENT_SHADER, u"TextureManager.glslc"_s);
         ASSERT_TRUE(m_program->isValid()) << qPrintable(m_program->log());
-        m_texture.reset(
-            makeTexture(Pixels::generate(8, 4, [](int, int) { return QVector4D(); }), GL_RGBA32F));
+        m_texture = makeTexture(Pixels::filled(8, 4, {}), GL_RGBA32F);
         m_framebuffer = std::make_unique<FramebufferObject>();
     }
 

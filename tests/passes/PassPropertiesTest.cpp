@@ -1,4 +1,4 @@
-// What every pass must keep, whatever it does: run for each registered type.
+// Properties that hold for every pass, run for each registered type.
 
 #include <array>
 #include <set>
@@ -17,7 +17,7 @@ using namespace Qt::StringLiterals;
 namespace Morvane::Qel::Test {
 namespace {
 
-/// Every GL object of the kinds that passes make.
+/// All GL objects of the kinds that passes create.
 std::set<std::pair<int, unsigned int>> livingObjects()
 {
     constexpr unsigned int highestName = 2000;
@@ -36,7 +36,7 @@ std::set<std::pair<int, unsigned int>> livingObjects()
     return objects;
 }
 
-/// What an application might have left behind.
+/// Sets state as an application might leave it behind.
 void makeStateDirty()
 {
     for (const GLenum capability : {GL_BLEND, GL_CULL_FACE, GL_DEPTH_TEST, GL_SCISSOR_TEST, GL_STENCIL_TEST,
@@ -60,7 +60,7 @@ void makeStateDirty()
     glViewport(5, 6, 7, 8);
 }
 
-/// How many pooled textures a pass holds from frame to frame.
+/// The number of pooled textures that a pass holds from frame to frame.
 int numKeptTextures(const std::string& type)
 {
     return type == "TemporalAARenderPass" ? 1 : 0;
@@ -70,19 +70,25 @@ class PassProperties : public GLTest, public testing::WithParamInterface<std::st
 {
 };
 
-TEST_P(PassProperties, DrawsTheSameWhateverTheStateWasAndReturnsItsTextures)
+TEST_P(PassProperties, DrawsTheSameFromAnyStateAndKeepsReferencesBalancedForAnyNumberOfUsers)
 {
-    constexpr int numFrames = 4;
-    // The random offsets of the jitter pass repeat with the seed.
+    constexpr size_t numFrames = 4;
+    const auto setNumUsers = [](PassHost& host, size_t frame) {
+        constexpr std::array<int, numFrames> users{1, 2, 0, 1};
+        host.setNumUsers(users[frame]);
+    };
+    // Makes the random offsets of the jitter pass repeat.
     srand48(1);
     std::vector<std::vector<Pixels>> clean;
     std::vector<Pixels> cleanScreens;
     {
         PassHost host(context(), QString::fromStdString(GetParam()));
-        for (int frame = 0; frame < numFrames; ++frame) {
+        for (size_t frame = 0; frame < numFrames; ++frame) {
+            setNumUsers(host, frame);
             host.connectInputs();
             clean.push_back(host.runFrame());
             cleanScreens.push_back(readScreen(host.size().width(), host.size().height()));
+            // Every user has released its reference: one too many is reported as critical, one too few stays.
             EXPECT_EQ(TextureManager::Instance()->numReferences(), numKeptTextures(GetParam()))
                 << "after frame " << frame;
         }
@@ -90,6 +96,7 @@ TEST_P(PassProperties, DrawsTheSameWhateverTheStateWasAndReturnsItsTextures)
     srand48(1);
     PassHost host(context(), QString::fromStdString(GetParam()));
     for (size_t frame = 0; frame < numFrames; ++frame) {
+        setNumUsers(host, frame);
         host.connectInputs();
         makeStateDirty();
         context().makeCurrent();
@@ -127,7 +134,7 @@ TEST_P(PassProperties, SurvivesMissingAndWrongInputs)
         expectMessage(u"Input Geometry is not a 'GPUModel\\*'"_s);
     }
     if (GetParam() == "CubemapLoaderRenderPass") {
-        // The texel that stands in for one face does not fit the other five, which GL is left to report.
+        // The 1x1 image that replaces a missing face does not match the other five; GL reports it.
         expectMessage(u"GL_INVALID_OPERATION in glGenerateMipmap"_s);
         expectMessage(u"CubemapLoaderRenderPass:185\\] OpenGL error GL_INVALID_OPERATION"_s);
     }
@@ -136,7 +143,7 @@ TEST_P(PassProperties, SurvivesMissingAndWrongInputs)
 TEST_P(PassProperties, FollowsAHundredSizesAndLeavesNoObject)
 {
     {
-        // What the context and the pool make once for all passes.
+        // Creates what the context and the pool share between passes.
         PassHost warmUp(context(), QString::fromStdString(GetParam()));
         warmUp.connectInputs();
         warmUp.runFrame();
@@ -148,12 +155,12 @@ TEST_P(PassProperties, FollowsAHundredSizesAndLeavesNoObject)
         for (int i = 0; i < 100; ++i) {
             host.size() = QSize(1 + (i * 37) % 61, 1 + (i * 23) % 53);
             host.connectInputs();
-            for (const Pixels& picture : host.runFrame()) {
-                EXPECT_GT(picture.width, 0);
+            for (const Pixels& image : host.runFrame()) {
+                EXPECT_GT(image.width, 0);
             }
             EXPECT_EQ(TextureManager::Instance()->numReferences(), numKeptTextures(GetParam()));
         }
-        EXPECT_LT(TextureManager::Instance()->numTextures(), 60) << "the pool keeps sizes that nobody uses";
+        EXPECT_LT(TextureManager::Instance()->numTextures(), 60) << "the pool keeps unused sizes";
     }
     TextureManager::Instance()->releaseFreeTextures();
     EXPECT_EQ(livingObjects(), before);

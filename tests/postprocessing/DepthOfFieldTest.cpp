@@ -117,9 +117,9 @@ protected:
     void SetUp() override
     {
         GLTest::SetUp();
-        m_frame.reset(makeTexture(framePicture(), GL_RGBA32F));
+        m_frame = makeTexture(framePicture(), GL_RGBA32F);
         m_frame->setWrap(GL_CLAMP_TO_EDGE);
-        m_depth.reset(makeTexture(depthPicture(), GL_R32F));
+        m_depth = makeTexture(depthPicture(), GL_R32F);
         m_pass = std::make_unique<Pass>();
         m_pass->setInput(Pass::Viewport, QRect(0, 0, width, height));
         m_pass->setInput(Pass::Frame, QVariant::fromValue<QObject*>(m_frame.get()));

@@ -61,15 +61,6 @@ bool isBefore(const Fragment& a, const Fragment& b)
     return std::tie(a.depth, a.draw, a.primitive) < std::tie(b.depth, b.draw, b.primitive);
 }
 
-std::unique_ptr<Texture> makeIntegerTexture(int width, int height, unsigned int internalFormat,
-                                            unsigned int format, const void* texels)
-{
-    auto texture = std::make_unique<Texture>();
-    texture->setFilter(GL_NEAREST, GL_NEAREST);
-    texture->setImage2D(0, internalFormat, width, height, format, GL_UNSIGNED_INT, texels);
-    return texture;
-}
-
 } // namespace
 
 Lists Lists::sorted() const
@@ -151,8 +142,12 @@ ListTextures makeListTextures(const Lists& lists)
     }
     const int height = std::max(1, (static_cast<int>(nodes.size()) + width - 1) / width);
     nodes.resize(static_cast<size_t>(width) * static_cast<size_t>(height));
-    return {makeIntegerTexture(lists.width, lists.height, GL_R32UI, GL_RED_INTEGER, heads.data()),
-            makeIntegerTexture(width, height, GL_RGBA32UI, GL_RGBA_INTEGER, nodes.data()), width};
+    std::vector<unsigned int> components;
+    for (const Node& node : nodes) {
+        components.insert(components.end(), node.begin(), node.end());
+    }
+    return {makeIntegerTexture(lists.width, lists.height, GL_R32UI, heads),
+            makeIntegerTexture(width, height, GL_RGBA32UI, components), width};
 }
 
 } // namespace Morvane::Qel::Test

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace Morvane::Qel::Test {
 
@@ -40,14 +41,51 @@ MeshData makeCube()
     return cube;
 }
 
-std::unique_ptr<GPUModel> makeCubeModel()
+MeshData makeSphere(int columns, int rows)
+{
+    constexpr float pi = std::numbers::pi_v<float>;
+    MeshData sphere;
+    for (int row = 0; row <= rows; ++row) {
+        for (int column = 0; column <= columns; ++column) {
+            const float u = static_cast<float>(column) / static_cast<float>(columns);
+            const float v = static_cast<float>(row) / static_cast<float>(rows);
+            const float longitude = 2.0F * pi * u;
+            sphere.positions.emplace_back(std::sin(pi * v) * std::sin(longitude), -std::cos(pi * v),
+                                          std::sin(pi * v) * std::cos(longitude));
+            sphere.texCoords.emplace_back(u, v);
+            if (row < rows && column < columns) {
+                const int first = row * (columns + 1) + column;
+                for (const int offset : {0, 1, columns + 1, columns + 1, 1, columns + 2}) {
+                    sphere.indices.push_back(static_cast<unsigned int>(first + offset));
+                }
+            }
+        }
+    }
+    sphere.normals = sphere.positions;
+    return sphere;
+}
+
+int addObject(ModelData& data, MeshData mesh, const MaterialData& material, const QMatrix4x4& transform)
+{
+    mesh.material = static_cast<int>(data.materials.size());
+    data.materials.push_back(material);
+    data.instances.push_back({static_cast<int>(data.meshes.size()), transform});
+    data.meshes.push_back(std::move(mesh));
+    return static_cast<int>(data.instances.size()) - 1;
+}
+
+ModelData makeModelData(const MeshData& mesh, const MaterialData& material, const QMatrix4x4& transform)
 {
     ModelData data;
-    data.meshes = {makeCube()};
-    data.materials.emplace_back();
-    data.materials[0].kd = {1.0F, 1.0F, 1.0F};
-    data.instances.emplace_back();
-    return std::make_unique<GPUModel>(data);
+    addObject(data, mesh, material, transform);
+    return data;
+}
+
+std::unique_ptr<GPUModel> makeCubeModel()
+{
+    MaterialData white;
+    white.kd = {1.0F, 1.0F, 1.0F};
+    return std::make_unique<GPUModel>(makeModelData(makeCube(), white));
 }
 
 QVector3D blinnPhong(const MaterialData& material, const QVector3D& normal)

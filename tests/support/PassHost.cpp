@@ -13,7 +13,6 @@
 #include "support/Models.h"
 #include <Qel/core/MetaTypes.h>
 #include <Qel/gl/DrawBuffers.h>
-#include <Qel/gl/Guards.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
@@ -27,10 +26,10 @@ namespace Morvane::Qel::Test {
 
 namespace {
 
-/// Lists of three fragments, the middle one nearest, of the primitives of a cube.
+/// Lists of three fragments each, the middle one nearest, of the primitives of a cube.
 Lists makeLists()
 {
-    // As large as the largest picture of the tests.
+    // At least the largest viewport of the property tests.
     constexpr int side = 64;
     Lists lists{side, side, {}};
     for (unsigned int pixel = 0; pixel < side * side; ++pixel) {
@@ -68,7 +67,7 @@ PassHost::PassHost(OpenGLDeviceContext& context, const QString& type)
     for (const OptionDescription& option : description.options) {
         options[option.name] = option.defaultValue;
         if (!option.members.empty()) {
-            // One element, so that there is something.
+            // Lists get one element, so that none is empty.
             QVariantMap element;
             for (const OptionDescription& member : option.members) {
                 element[member.name] = member.defaultValue;
@@ -84,11 +83,12 @@ PassHost::PassHost(OpenGLDeviceContext& context, const QString& type)
     QString error;
     m_pass = registry.create(type, options, &error);
     EXPECT_TRUE(m_pass) << qPrintable(error);
+    m_runner = std::make_unique<PassRunner>(*m_pass);
 }
 
 PassHost::~PassHost()
 {
-    m_pass->teardown(nullptr);
+    m_runner.reset();
     m_pass.reset();
 }
 
@@ -118,80 +118,51 @@ void PassHost::setInputs(const QVariant& everywhere)
 void PassHost::runFrame(const std::function<void(RenderPass&)>& callStart)
 {
     const ResourceScope::Activation inside(&m_context, &m_scope);
-    m_pass->resetNumOutputUsers();
-    for (int i = 0; i < m_pass->numOutputs(); ++i) {
-        m_pass->setNumOutputUsers(i, 1);
-    }
-    if (!m_isSetUp) {
-        m_pass->setup(nullptr);
-        m_isSetUp = true;
-    }
-    m_context.applyBaseState();
-    m_pass->beginFrame(nullptr);
-    callStart(*m_pass);
-    m_pass->endFrame(nullptr);
-    releaseOutputs();
+    m_runner->runAround(callStart);
+    m_runner->releaseOutputs();
     TextureManager::Instance()->endFrame();
 }
 
 std::vector<Pixels> PassHost::runFrame()
 {
-    std::vector<Pixels> pictures;
+    std::vector<Pixels> images;
     runFrame([&](RenderPass& pass) {
         pass.start(nullptr);
-        readOutputs(&pictures);
+        images = readOutputs();
     });
-    return pictures;
+    return images;
 }
 
-void PassHost::readOutputs(std::vector<Pixels>* pictures) const
+std::vector<Pixels> PassHost::readOutputs() const
 {
+    std::vector<Pixels> images;
     Texture* headPointers = outputTexture(QLatin1StringView("HeadPointers"));
     Texture* nodes = outputTexture(QLatin1StringView("NodeBuffer"));
-    for (Texture* texture : outputTextures()) {
-        if (texture->target() != GL_TEXTURE_2D || texture->size().isEmpty() || texture == nodes) {
+    for (int i = 0; i < m_pass->numOutputs(); ++i) {
+        Texture* texture = m_runner->texture(i);
+        if (!texture || texture->target() != GL_TEXTURE_2D || texture->size().isEmpty() || texture == nodes) {
             continue;
         }
         if (texture == headPointers) {
             if (const int width = nodes ? m_pass->output(2).toInt() : 0; width > 0) {
-                pictures->push_back(readLists(headPointers, nodes, width).sorted().layers());
+                images.push_back(readLists(headPointers, nodes, width).sorted().layers());
             }
         } else {
-            pictures->push_back(readTexture(texture));
+            images.push_back(readTexture(texture));
         }
     }
+    return images;
 }
 
-/// The texture on the output of this own name, null where there is none.
+/// The texture on the output with this last part of a name, null where there is none.
 Texture* PassHost::outputTexture(QLatin1StringView name) const
 {
     for (int i = 0; i < m_pass->numOutputs(); ++i) {
         if (PortName::parse(m_pass->outputName(i)).name == name) {
-            return pointerFromVariant<Texture>(m_pass->output(i));
+            return m_runner->texture(i);
         }
     }
     return nullptr;
-}
-
-std::vector<Texture*> PassHost::outputTextures() const
-{
-    std::vector<Texture*> textures;
-    for (int i = 0; i < m_pass->numOutputs(); ++i) {
-        // An opaque value (QVariant by the port's type) may be a pointer to something that is no QObject.
-        if (PortName::parse(m_pass->outputName(i)).type == QLatin1StringView("QelTexture*")) {
-            if (auto* texture = pointerFromVariant<Texture>(m_pass->output(i))) {
-                textures.push_back(texture);
-            }
-        }
-    }
-    return textures;
-}
-
-void PassHost::releaseOutputs()
-{
-    for (Texture* texture : outputTextures()) {
-        TextureManager::Instance()->releaseTempTextureRef(texture, 1);
-    }
 }
 
 QVariant PassHost::value(int input)
@@ -252,7 +223,6 @@ QVariant PassHost::value(int input)
 
 Texture* PassHost::texture(const QString& name)
 {
-    TextureManager* pool = TextureManager::Instance();
     const int width = m_size.width();
     const int height = m_size.height();
     if (name == QLatin1StringView("Cubemap")) {
@@ -275,23 +245,17 @@ Texture* PassHost::texture(const QString& name)
         return m_lists.nodes.get();
     }
     if (name == QLatin1StringView("Depth")) {
-        Texture* depth = pool->tempTexture(TextureFormat::Depth24Stencil8, width, height);
-        // Depth 0.75, stencil 0.
-        const std::vector<unsigned int> texels(static_cast<size_t>(width) * static_cast<size_t>(height),
-                                               0xC0000000U);
-        const AutoBinder binder(depth);
-        glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, width, height, GL_DEPTH_STENCIL, GL_UNSIGNED_INT_24_8,
-                        texels.data());
-        return depth;
+        return makePooledTexture(Pixels::filled(width, height, {0.75F, 0.0F, 0.0F, 0.0F}),
+                                 TextureFormat::Depth24Stencil8);
     }
-    Texture* colour = pool->tempTexture(TextureFormat::RGBA16F, width, height);
-    const Pixels picture = Pixels::generate(width, height, [](int x, int y) {
-        return QVector4D(static_cast<float>(x % 7) / 7.0F, static_cast<float>(y % 5) / 5.0F,
-                         (x / 4 + y / 4) % 2 == 0 ? 0.9F : 0.1F, 1.0F);
-    });
-    const AutoBinder binder(colour);
-    glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, width, height, GL_RGBA, GL_FLOAT, picture.values.data());
-    return colour;
+    return makePooledTexture(Pixels::generate(width, height,
+                                              [](int x, int y) {
+                                                  return QVector4D(static_cast<float>(x % 7) / 7.0F,
+                                                                   static_cast<float>(y % 5) / 5.0F,
+                                                                   (x / 4 + y / 4) % 2 == 0 ? 0.9F : 0.1F,
+                                                                   1.0F);
+                                              }),
+                             TextureFormat::RGBA16F);
 }
 
 } // namespace Morvane::Qel::Test

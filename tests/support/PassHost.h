@@ -10,8 +10,7 @@
 #include <vector>
 
 #include "support/Lists.h"
-#include "support/Pixels.h"
-#include <Qel/core/RenderPass.h>
+#include "support/Passes.h"
 #include <Qel/gl/ResourceScope.h>
 #include <Qel/model/GPUModel.h>
 #include <Qel/model/ShadowMapManager.h>
@@ -22,11 +21,10 @@ class OpenGLDeviceContext;
 
 namespace Morvane::Qel::Test {
 
-/// The types of passes of this library.
+/// The types of all registered passes.
 std::vector<std::string> builtinTypes();
 
-/// Drives one pass of a registered type as a host does, with inputs that suit its ports and one user of every
-/// output.
+/// Drives a pass of a registered type with inputs that suit its ports.
 class PassHost
 {
 public:
@@ -38,17 +36,21 @@ public:
     RenderPass& pass() { return *m_pass; }
     QSize& size() { return m_size; }
 
-    /// Sets every input to a value that suits its port, textures with the one reference that the pass drops.
+    /// Sets every input to a value that suits its port; pooled textures carry the reference that the pass
+    /// releases.
     void connectInputs();
-    /// Takes an input away, with the reference that the pass would have dropped.
+    /// Clears an input and releases the reference that the pass would have released.
     void disconnectInput(int index);
     /// Sets all inputs to the same value.
     void setInputs(const QVariant& everywhere);
 
-    /// A frame from the base state; returns the pictures of the outputs that are 2D textures. Lists of
-    /// fragments become one picture, in which the order of the nodes, which is left to chance, does not show.
+    /// Sets how many consumers each output has; 1 at first. They release their references after every frame.
+    void setNumUsers(int users) { m_runner->setNumUsers(users); }
+
+    /// Runs a frame; returns the images on the outputs that are 2D textures. Lists of fragments become one
+    /// image that does not depend on the order of the nodes, which is left to chance.
     std::vector<Pixels> runFrame();
-    /// The same with something around start, which it must call; no picture is read.
+    /// Runs a frame in which `callStart` calls start.
     void runFrame(const std::function<void(RenderPass&)>& callStart);
 
 private:
@@ -56,19 +58,18 @@ private:
     Texture* texture(const QString& name);
     std::vector<Texture*> outputTextures() const;
     Texture* outputTexture(QLatin1StringView name) const;
-    void readOutputs(std::vector<Pixels>* pictures) const;
-    void releaseOutputs();
+    std::vector<Pixels> readOutputs() const;
 
     OpenGLDeviceContext& m_context;
     std::unique_ptr<GPUModel> m_model;
-    /// One of each type.
+    /// One light of each type.
     std::array<ShadowMapManager::Light, 3> m_lights;
     std::unique_ptr<Texture> m_cubemap;
     ListTextures m_lists;
     ResourceScope m_scope;
     std::unique_ptr<RenderPass> m_pass;
+    std::unique_ptr<PassRunner> m_runner;
     std::vector<QVariant> m_values;
-    bool m_isSetUp = false;
     QSize m_size{40, 32};
 };
 

@@ -2,15 +2,108 @@
 
 #include <QVariant>
 
+#include <functional>
+#include <memory>
+#include <type_traits>
 #include <vector>
 
 #include "support/Pixels.h"
-
-namespace Morvane::Qel {
-class RenderPass;
-}
+#include <Qel/core/RenderPass.h>
+#include <Qel/gl/DrawBuffers.h>
+#include <Qel/gl/Texture.h>
 
 namespace Morvane::Qel::Test {
+
+/// A value for an input port. Pointers to objects, null too, may be given as they are or in a unique_ptr.
+class Input
+{
+public:
+    Input() = default;
+    template<class T>
+    Input(const T& value) // NOLINT(google-explicit-constructor)
+    {
+        if constexpr (std::is_same_v<T, QVariant>) {
+            m_value = value;
+        } else if constexpr (requires { value.release(); }) {
+            m_value = Input(value.get()).m_value;
+        } else if constexpr (std::is_null_pointer_v<T> || std::is_convertible_v<T, Texture*> ||
+                             std::is_convertible_v<T, DrawBuffers*>) {
+            m_value = QVariant::fromValue<QObject*>(value);
+        } else {
+            m_value = QVariant::fromValue(value);
+        }
+    }
+
+    const QVariant& value() const { return m_value; }
+
+private:
+    QVariant m_value;
+};
+
+/// Drives a pass as a host does: setup before the first frame, each frame from the base state, and teardown
+/// at the end. Holds the references of the pooled outputs until the next frame or its own end.
+class PassRunner
+{
+public:
+    explicit PassRunner(RenderPass& pass);
+    ~PassRunner();
+    PassRunner(const PassRunner&) = delete;
+    PassRunner& operator=(const PassRunner&) = delete;
+
+    /// Sets an input by index, or by the last part of its port name.
+    void set(int input, const Input& value);
+    void set(const QString& name, const Input& value);
+    /// Sets how many consumers each output has from the next frame on; 1 at first.
+    void setNumUsers(int users) { m_users = users; }
+
+    /// Runs a frame. Inputs are in port order; those left out keep their values.
+    void run(const std::vector<Input>& inputs = {});
+    /// Runs a frame in which `callStart` calls start.
+    void runAround(const std::function<void(RenderPass&)>& callStart);
+    /// Runs a frame and reads its first output.
+    Pixels render(const std::vector<Input>& inputs = {});
+
+    /// The texture on an output, null where there is none.
+    Texture* texture(int output = 0) const;
+    Pixels pixels(int output = 0) const { return readTexture(texture(output)); }
+    /// Hands an output with one of its references to another pass, which releases it.
+    QVariant take(int output = 0);
+    /// Releases the references of the outputs.
+    void releaseOutputs();
+
+private:
+    RenderPass& m_pass;
+    bool m_isSetUp = false;
+    int m_users = 1;
+    /// References held for each output.
+    std::vector<int> m_held;
+};
+
+template<class Pass>
+struct PassHolder
+{
+    template<class... Arguments>
+    explicit PassHolder(Arguments&&... arguments)
+        : ownedPass(std::forward<Arguments>(arguments)...)
+    {
+    }
+    Pass ownedPass;
+};
+
+/// A pass with its runner; the constructor takes the arguments of the pass.
+template<class Pass>
+class Runner : private PassHolder<Pass>, public PassRunner
+{
+public:
+    template<class... Arguments>
+    explicit Runner(Arguments&&... arguments)
+        : PassHolder<Pass>(std::forward<Arguments>(arguments)...)
+        , PassRunner(PassHolder<Pass>::ownedPass)
+    {
+    }
+    Pass* operator->() { return &this->ownedPass; }
+    Pass& operator*() { return this->ownedPass; }
+};
 
 /// A texture as an input's value.
 QVariant textureInput(Texture* texture);
@@ -18,11 +111,10 @@ QVariant textureInput(Texture* texture);
 /// The texture on an output, null where there is none.
 Texture* outputTexture(const RenderPass& pass, int output = 0);
 
-/// Runs a frame as a graph does, from the base state and with one user of every output, whose references the
-/// caller drops. Inputs are given in the order of the ports; those that are left out keep their values.
+/// Runs a frame with one user of every output, whose references the caller drops.
 void runFrame(RenderPass& pass, const std::vector<QVariant>& inputs);
 
-/// The same; returns the picture on the first output and drops the references of all.
+/// Runs a frame, reads the first output and releases all.
 Pixels render(RenderPass& pass, const std::vector<QVariant>& inputs);
 
 } // namespace Morvane::Qel::Test
