@@ -24,7 +24,7 @@ public:
     {
         if constexpr (std::is_same_v<T, QVariant>) {
             m_value = value;
-        } else if constexpr (requires { value.release(); }) {
+        } else if constexpr (requires { typename T::deleter_type; }) {
             m_value = Input(value.get()).m_value;
         } else if constexpr (std::is_null_pointer_v<T> || std::is_convertible_v<T, Texture*> ||
                              std::is_convertible_v<T, DrawBuffers*>) {
