@@ -36,7 +36,7 @@ Texture::~Texture()
 {
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     if (m_name != 0 && context) {
-        context->bindings().forget(this);
+        context->bindings().forgetTexture(&m_unit, m_target, m_serial);
         glDeleteTextures(1, &m_name);
     }
 }
@@ -63,7 +63,7 @@ void Texture::bind()
 {
     const bool isNew = m_name == 0;
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    context->bindings().bindTexture(this);
+    context->bindings().bindTexture(&m_unit, m_target, textureID());
     if (isNew) {
         context->label(GL_TEXTURE, m_name, u"texture"_s);
     }
@@ -71,7 +71,7 @@ void Texture::bind()
 
 void Texture::release()
 {
-    OpenGLDeviceContext::current()->bindings().releaseTexture(this);
+    OpenGLDeviceContext::current()->bindings().releaseTexture(&m_unit, m_target);
 }
 
 void Texture::setImage2D(int level, unsigned int internalFormat, int width, int height, unsigned int format,

@@ -2,14 +2,12 @@
 
 #include <QString>
 
-#include <memory>
 #include <vector>
 
 #include <Qel/gl/Export.h>
 
 namespace Morvane::Qel {
 
-class OpenGLDeviceContext;
 class Texture;
 
 /// Formats of pooled textures.
@@ -48,8 +46,6 @@ public:
     void endFrame();
     /// Deletes every free texture of the current context.
     void releaseFreeTextures();
-    /// Deletes every texture of a context that is about to go.
-    void releaseContext(OpenGLDeviceContext* context);
 
     struct Loan
     {
@@ -80,8 +76,6 @@ public:
 private:
     TextureManager();
     ~TextureManager();
-    struct Private;
-    std::unique_ptr<Private> d;
 };
 
 } // namespace Morvane::Qel

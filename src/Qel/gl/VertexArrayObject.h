@@ -4,17 +4,13 @@
 #include <QSharedPointer>
 #include <QString>
 
+#include <Qel/gl/AttributeLocations.h>
 #include <Qel/gl/Bindable.h>
 
 namespace Morvane::Qel {
 
 class BufferObject;
 class ShaderProgram;
-
-/// The location that an attribute has in every program and vertex array of the process: va_Vertex 0,
-/// va_Normal 1, va_TexCoord 2, other names the next free one when they are first seen. -1 when all 16 are
-/// taken.
-QEL_GL_EXPORT int attributeLocation(const QString& name);
 
 /// Attribute buffers by attribute name. Because locations are fixed by name, one vertex array serves every
 /// program.

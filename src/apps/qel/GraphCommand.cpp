@@ -67,11 +67,11 @@ void printOrder(const GraphPlan& plan, const std::vector<RenderGraph::Output>& o
     }
 }
 
-void printWithFormats(const GraphDescription& description, HeadlessContext& context)
+void printWithFormats(const GraphPlan& plan, HeadlessContext& context)
 {
     RenderGraph::Options options;
     options.keepOutputs = true;
-    const std::unique_ptr<RenderGraph> graph = makeGraph(description, options);
+    const std::unique_ptr<RenderGraph> graph = makeGraph(plan, options);
     resizeScreen(context, graph->viewport());
     renderFrame(*graph);
     printOrder(graph->plan(), graph->outputs());
@@ -200,7 +200,7 @@ ExitCode graph(const QStringList& arguments)
     const HeadlessContext::Device wanted = device(options);
 
     const GraphDescription description = loadGraphFile(options.positional(0));
-    const GraphPlan plan = checkGraph(description);
+    const GraphPlan plan = planOf(description);
     if (dot) {
         printDot(drawingOf(description, plan));
         return ExitCode::Done;
@@ -218,7 +218,7 @@ ExitCode graph(const QStringList& arguments)
         printOrder(plan, {});
         return ExitCode::Done;
     }
-    printWithFormats(description, *context);
+    printWithFormats(plan, *context);
     return ExitCode::Done;
 }
 

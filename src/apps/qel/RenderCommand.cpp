@@ -185,7 +185,7 @@ ExitCode render(const QStringList& arguments)
             fail(error);
         }
     }
-    checkGraph(description);
+    const GraphPlan plan = planOf(description);
     if (hasOutput && !checkImagePath(files.name(0), &error)) {
         fail(error);
     }
@@ -194,7 +194,7 @@ ExitCode render(const QStringList& arguments)
     RenderGraph::Options graphOptions;
     graphOptions.profile = options.isSet(u"profile"_s);
     graphOptions.keepOutputs = hasDump;
-    const std::unique_ptr<RenderGraph> graph = makeGraph(description, graphOptions);
+    const std::unique_ptr<RenderGraph> graph = makeGraph(plan, graphOptions);
     resizeScreen(*context, graph->viewport());
 
     {

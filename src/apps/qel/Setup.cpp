@@ -42,14 +42,13 @@ std::unique_ptr<HeadlessContext> makeContext(HeadlessContext::Device device)
     return context;
 }
 
-std::unique_ptr<RenderGraph> makeGraph(const GraphDescription& description,
-                                       const RenderGraph::Options& options)
+std::unique_ptr<RenderGraph> makeGraph(const GraphPlan& plan, RenderGraph::Options options)
 {
-    QStringList faults;
-    std::unique_ptr<RenderGraph> graph =
-        RenderGraph::create(description, PassRegistry::builtin(), options, &faults);
+    options.modelImport.isolated = true;
+    QStringList errors;
+    std::unique_ptr<RenderGraph> graph = RenderGraph::create(plan, options, &errors);
     if (!graph) {
-        throw Failure{ExitCode::WrongUse, faults};
+        throw Failure{ExitCode::WrongUse, errors};
     }
     return graph;
 }
@@ -95,12 +94,12 @@ GraphDescription loadGraphFile(const QString& path)
     return std::move(*graph);
 }
 
-GraphPlan checkGraph(const GraphDescription& graph)
+GraphPlan planOf(const GraphDescription& graph)
 {
-    QStringList faults;
-    std::optional<GraphPlan> plan = planGraph(graph, PassRegistry::builtin(), 0, &faults);
+    QStringList errors;
+    std::optional<GraphPlan> plan = planGraph(graph, PassRegistry::builtin(), &errors);
     if (!plan) {
-        throw Failure{ExitCode::WrongUse, faults};
+        throw Failure{ExitCode::WrongUse, errors};
     }
     return std::move(*plan);
 }

@@ -18,9 +18,9 @@ HeadlessContext::Device device(const Arguments& options);
 /// A context on that device, made current.
 std::unique_ptr<HeadlessContext> makeContext(HeadlessContext::Device device);
 
-/// A graph of the built-in passes on the current context.
-std::unique_ptr<RenderGraph> makeGraph(const GraphDescription& description,
-                                       const RenderGraph::Options& options);
+/// Creates a planned graph on the current context. Models are read in child processes, so that a damaged file
+/// gives an error.
+std::unique_ptr<RenderGraph> makeGraph(const GraphPlan& plan, RenderGraph::Options options);
 void renderFrame(RenderGraph& graph);
 /// Fails when GL has reported an error: what was drawn or read back is not to be trusted then.
 void checkReports();
@@ -28,7 +28,7 @@ void checkReports();
 void resizeScreen(HeadlessContext& context, const QSize& size);
 
 GraphDescription loadGraphFile(const QString& path);
-/// Checks what can be known about a graph of the built-in passes before there is a context.
-GraphPlan checkGraph(const GraphDescription& graph);
+/// Plans a graph of the built-in passes, which needs no context.
+GraphPlan planOf(const GraphDescription& graph);
 
 } // namespace Morvane::Qel::App
