@@ -248,7 +248,8 @@ enum class Sampling
     Own,
     /// The nearest texel of level 0, clamped to the edge.
     Nearest,
-    /// The nearest texel of the nearest mip level, clamped to the edge.
+    /// The nearest texel of the nearest mip level, clamped to the edge; as Nearest where the texture has no
+    /// complete chain of levels.
     NearestMipmap,
     /// The four nearest texels of level 0, blended, clamped to the edge.
     Linear,

@@ -1,3 +1,0 @@
-#pragma once
-
-#include <Qel/RenderPasses/framework/ModelPrograms.h>
