@@ -1,4 +1,4 @@
-// FXAA and SMAA against the same shaders drawn by hand.
+// FXAA and SMAA against the same shaders in plain GL.
 
 #include <QRect>
 #include <QVector4D>
@@ -12,6 +12,7 @@
 
 #include <epoxy/gl.h>
 
+#include "support/ByHand.h"
 #include "support/Sides.h"
 #include <Qel/RenderPasses/postprocessing/FastApproximateAntiAliasingRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/SMAARenderPass.h>
@@ -25,7 +26,7 @@ using namespace Qt::StringLiterals;
 namespace Morvane::Qel::Bench {
 namespace {
 
-/// Slanted bands: silhouettes a few dozen pixels apart, as finished frames have them.
+/// Returns slanted bands, with silhouettes a few dozen pixels apart as in a typical frame.
 std::unique_ptr<Texture> makeFrame(int width, int height)
 {
     std::vector<unsigned char> texels;
@@ -36,28 +37,14 @@ std::unique_ptr<Texture> makeFrame(int width, int height)
             texels.insert(texels.end(), {level, level, static_cast<unsigned char>(level / 2), 255});
         }
     }
-    auto frame = std::make_unique<Texture>();
-    frame->setFilter(GL_LINEAR, GL_LINEAR);
-    frame->setWrap(GL_CLAMP_TO_EDGE);
-    frame->setImage2D(0, GL_RGBA8, width, height, GL_RGBA, GL_UNSIGNED_BYTE, texels.data());
-    return frame;
+    return makeLinearTexture({width, height}, texels.data());
 }
 
-std::unique_ptr<Texture> makeTable(unsigned int internalFormat, int width, int height, unsigned int format,
-                                   const unsigned char* bytes)
-{
-    auto table = std::make_unique<Texture>();
-    table->setFilter(GL_LINEAR, GL_LINEAR);
-    table->setWrap(GL_CLAMP_TO_EDGE);
-    table->setImage2D(0, internalFormat, width, height, format, GL_UNSIGNED_BYTE, bytes);
-    return table;
-}
-
-/// One full-screen draw in plain GL into a texture of its own.
+/// Draws full-screen in plain GL into its own texture.
 class DrawByHand
 {
 public:
-    /// The functions and the main of the stages, which find the texture coordinate in `at`.
+    /// `vertex` and `fragment` are the bodies of the stages; the texture coordinate is `at`.
     DrawByHand(int width, int height, const QString& vertex, const QString& fragment, const QString& file,
                const std::vector<const char*>& samplers);
     ~DrawByHand()
@@ -129,22 +116,11 @@ DrawByHand::DrawByHand(int width, int height, const QString& vertex, const QStri
     m_program.release();
 
     glGenVertexArrays(1, &m_vertexArray);
-    glGenTextures(1, &m_target);
-    glBindTexture(GL_TEXTURE_2D, m_target);
-    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, width, height, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
-    for (const GLenum filter : {GLenum{GL_TEXTURE_MIN_FILTER}, GLenum{GL_TEXTURE_MAG_FILTER}}) {
-        glTexParameteri(GL_TEXTURE_2D, filter, GL_LINEAR);
-    }
-    for (const GLenum wrap : {GLenum{GL_TEXTURE_WRAP_S}, GLenum{GL_TEXTURE_WRAP_T}}) {
-        glTexParameteri(GL_TEXTURE_2D, wrap, GL_CLAMP_TO_EDGE);
-    }
-    glGenFramebuffers(1, &m_framebuffer);
-    glBindFramebuffer(GL_FRAMEBUFFER, m_framebuffer);
-    glFramebufferTexture(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, m_target, 0);
-    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    m_target = makeTexture({width, height}, GL_RGBA8, GL_RGBA, GL_UNSIGNED_BYTE, GL_LINEAR);
+    m_framebuffer = makeFramebuffer({m_target});
 }
 
-/// Places the corner and its texture coordinate.
+/// Sets the position and texture coordinate of a corner.
 const QString corner = u"at = vec2(gl_VertexID == 1 ? 2.0 : 0.0, gl_VertexID == 2 ? 2.0 : 0.0);\n"
                        "gl_Position = vec4(at * 2.0 - 1.0, 0.0, 1.0);\n"_s;
 
@@ -165,7 +141,7 @@ void compareFxaa(benchmark::State& state, Wait wait, int width, int height)
         state, wait, [&] { pass.start(nullptr); }, [&] { byHand.draw({frame->textureID()}); });
 }
 
-/// The pass, and its three draws by hand, on one frame.
+/// The pass and its three draws in plain GL, on one frame.
 class Smaa
 {
 public:
@@ -190,8 +166,8 @@ public:
 
 private:
     std::unique_ptr<Texture> m_frame;
-    std::unique_ptr<Texture> m_areas = makeTable(GL_RG8, 160, 560, GL_RG, smaaAreaTable.data());
-    std::unique_ptr<Texture> m_searches = makeTable(GL_R8, 64, 16, GL_RED, smaaSearchTable.data());
+    std::unique_ptr<Texture> m_areas = makeLinearTexture({160, 560}, smaaAreaTable.data(), GL_RG8, GL_RG);
+    std::unique_ptr<Texture> m_searches = makeLinearTexture({64, 16}, smaaSearchTable.data(), GL_R8, GL_RED);
     DrawByHand m_edges;
     DrawByHand m_weights;
     DrawByHand m_result;
@@ -236,8 +212,8 @@ void compareSmaa(benchmark::State& state, Wait wait, int width, int height)
         state, wait, [&] { smaa.runPass(); }, [&] { smaa.drawByHand(); }, &Smaa::prepare);
 }
 
-/// While it lives, every glDrawArrays waits for its pixels and is timed. One at a time, and not before the
-/// function was called once, since its first call looks it up.
+/// Times every glDrawArrays until its pixels are drawn, for its lifetime. Only one may exist, and
+/// glDrawArrays must have been called before, because the first call resolves the function.
 class DrawTimer
 {
 public:
@@ -274,7 +250,7 @@ void smaaFullHD(benchmark::State& state)
 {
     compareSmaa(state, Wait::Pixels, 1920, 1080);
 }
-/// The median of each of the three draws, in microseconds, and its ratio to the one by hand.
+/// Reports the median of each of the three draws in microseconds, and its ratio to plain GL.
 void smaaStagesFullHD(benchmark::State& state)
 {
     constexpr std::array<const char*, 3> stages{"edges", "weights", "blend"};
@@ -319,7 +295,7 @@ void smaaStagesFullHD(benchmark::State& state)
         state.counters[name + "_ratio"] = library / byHand;
     }
 }
-// Small pictures, for the pixels not to hide what the calls cost.
+// Small images, so that pixels do not hide the cost of the calls.
 void submitFxaa(benchmark::State& state)
 {
     compareFxaa(state, Wait::Submission, 16, 16);

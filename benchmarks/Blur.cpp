@@ -1,4 +1,4 @@
-// The Gaussian blur against two draws written by hand with the same taps.
+// The Gaussian blur against two plain GL draws with the same taps.
 
 #include <QRect>
 #include <QVariant>
@@ -11,6 +11,7 @@
 
 #include <epoxy/gl.h>
 
+#include "support/ByHand.h"
 #include "support/Sides.h"
 #include <Qel/RenderPasses/postprocessing/BlurAndCombineRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/GaussianBlurRenderPass.h>
@@ -27,20 +28,16 @@ constexpr int height = 1080;
 constexpr int radius = 5;
 constexpr int numTaps = 1 + radius;
 
-std::unique_ptr<Texture> makePicture()
+std::unique_ptr<Texture> makeImage()
 {
     std::vector<unsigned char> texels(static_cast<size_t>(width * height * 4));
     for (size_t i = 0; i < texels.size(); ++i) {
         texels[i] = i % 4 == 3 ? 255 : static_cast<unsigned char>(i * 2654435761U >> 13);
     }
-    auto picture = std::make_unique<Texture>();
-    picture->setFilter(GL_LINEAR, GL_LINEAR);
-    picture->setWrap(GL_CLAMP_TO_EDGE);
-    picture->setImage2D(0, GL_RGBA8, width, height, GL_RGBA, GL_UNSIGNED_BYTE, texels.data());
-    return picture;
+    return makeLinearTexture({width, height}, texels.data());
 }
 
-/// What somebody would write for this one blur.
+/// The same blur in plain GL, for this radius only.
 class BlurByHand
 {
 public:
@@ -49,13 +46,13 @@ public:
     BlurByHand(const BlurByHand&) = delete;
     BlurByHand& operator=(const BlurByHand&) = delete;
 
-    void draw(unsigned int picture) const
+    void draw(unsigned int image) const
     {
         glUseProgram(m_program);
         glBindVertexArray(m_vertexArray);
         glViewport(0, 0, width, height);
         glActiveTexture(GL_TEXTURE0);
-        drawInto(0, picture, 1.0F / width, 0.0F);
+        drawInto(0, image, 1.0F / width, 0.0F);
         drawInto(1, m_textures[0], 0.0F, 1.0F / height);
         glBindFramebuffer(GL_FRAMEBUFFER, 0);
         glBindTexture(GL_TEXTURE_2D, 0);
@@ -79,27 +76,9 @@ private:
     std::array<unsigned int, 2> m_framebuffers{};
 };
 
-unsigned int compile(unsigned int program, unsigned int stage, const char* source)
-{
-    const unsigned int shader = glCreateShader(stage);
-    glShaderSource(shader, 1, &source, nullptr);
-    glCompileShader(shader);
-    glAttachShader(program, shader);
-    return shader;
-}
-
 BlurByHand::BlurByHand()
-    : m_program(glCreateProgram())
-{
-    glDeleteShader(compile(m_program, GL_VERTEX_SHADER, R"(#version 150
-out vec2 uv;
-void main()
-{
-    uv = vec2(gl_VertexID == 1 ? 2.0 : 0.0, gl_VertexID == 2 ? 2.0 : 0.0);
-    gl_Position = vec4(uv * 2.0 - 1.0, 0.0, 1.0);
-})"));
-    glDeleteShader(compile(m_program, GL_FRAGMENT_SHADER, R"(#version 150
-uniform sampler2D picture;
+    : m_program(linkProgram(fullScreenVertexSource, R"(#version 150
+uniform sampler2D image;
 uniform vec2 texel;
 uniform float weights[6];
 uniform float offsets[6];
@@ -107,13 +86,13 @@ in vec2 uv;
 out vec4 colour;
 void main()
 {
-    colour = texture(picture, uv) * weights[0];
+    colour = texture(image, uv) * weights[0];
     for (int i = 1; i < 6; ++i) {
-        colour += (texture(picture, uv + offsets[i] * texel) + texture(picture, uv - offsets[i] * texel))
+        colour += (texture(image, uv + offsets[i] * texel) + texture(image, uv - offsets[i] * texel))
                 * weights[i];
     }
-})"));
-    glLinkProgram(m_program);
+})"))
+{
     m_step = glGetUniformLocation(m_program, "texel");
 
     std::array<float, 2 * numTaps - 1> taps{};
@@ -135,21 +114,10 @@ void main()
     glUseProgram(0);
 
     glGenVertexArrays(1, &m_vertexArray);
-    glGenTextures(2, m_textures.data());
-    glGenFramebuffers(2, m_framebuffers.data());
     for (size_t i = 0; i < m_textures.size(); ++i) {
-        glBindTexture(GL_TEXTURE_2D, m_textures[i]);
-        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA16F, width, height, 0, GL_RGBA, GL_HALF_FLOAT, nullptr);
-        for (const GLenum filter : {GL_TEXTURE_MIN_FILTER, GL_TEXTURE_MAG_FILTER}) {
-            glTexParameteri(GL_TEXTURE_2D, filter, GL_LINEAR);
-        }
-        for (const GLenum wrap : {GL_TEXTURE_WRAP_S, GL_TEXTURE_WRAP_T}) {
-            glTexParameteri(GL_TEXTURE_2D, wrap, GL_CLAMP_TO_EDGE);
-        }
-        glBindFramebuffer(GL_FRAMEBUFFER, m_framebuffers[i]);
-        glFramebufferTexture(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, m_textures[i], 0);
+        m_textures[i] = makeTexture({width, height}, GL_RGBA16F, GL_RGBA, GL_HALF_FLOAT, GL_LINEAR);
+        m_framebuffers[i] = makeFramebuffer({m_textures[i]});
     }
-    glBindFramebuffer(GL_FRAMEBUFFER, 0);
     glBindTexture(GL_TEXTURE_2D, 0);
 }
 
@@ -166,30 +134,30 @@ void blurFullHD(benchmark::State& state)
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     context->makeCurrent();
     context->applyBaseState();
-    const auto picture = makePicture();
+    const auto image = makeImage();
     GaussianBlurRenderPass pass;
     pass.setInput(GaussianBlurRenderPass::Viewport, QRect(0, 0, width, height));
-    pass.setInput(GaussianBlurRenderPass::Input, QVariant::fromValue<QObject*>(picture.get()));
+    pass.setInput(GaussianBlurRenderPass::Input, QVariant::fromValue<QObject*>(image.get()));
     pass.setInput(GaussianBlurRenderPass::BlurRadius, static_cast<float>(radius));
     const BlurByHand byHand;
     compareSides(
-        state, Wait::Pixels, [&] { pass.start(nullptr); }, [&] { byHand.draw(picture->textureID()); });
+        state, Wait::Pixels, [&] { pass.start(nullptr); }, [&] { byHand.draw(image->textureID()); });
 }
 BENCHMARK(blurFullHD)->Name("GaussianBlur/1920x1080/radius5")->Unit(benchmark::kMillisecond);
 
-/// Frames whose radius changes, always to one that was there before, against frames whose radius stays. The
-/// difference is the rebuild of the kernel and of one program for the blur and two for the glow.
+/// Compares frames that change to a previously used radius with frames that keep theirs. The difference is
+/// the rebuild of the kernel and of one program (blur) or two (glow).
 template<class Pass>
 void changeRadius(benchmark::State& state)
 {
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     context->makeCurrent();
     context->applyBaseState();
-    const auto picture = makePicture();
+    const auto image = makeImage();
     const auto setUp = [&](Pass& pass) {
         for (int i = 0; i < pass.numInputs(); ++i) {
             if (pass.inputName(i).startsWith(u"Qel_QelTexture*_"_s)) {
-                pass.setInput(i, QVariant::fromValue<QObject*>(picture.get()));
+                pass.setInput(i, QVariant::fromValue<QObject*>(image.get()));
             }
         }
         pass.setInput(Pass::Viewport, QRect(0, 0, 16, 16));

@@ -1,5 +1,5 @@
-// The compositing passes against GL by hand: a program for the one operator, or for the one environment,
-// drawn into a texture that is made once.
+// The compositing passes against plain GL: a program for a single operator or environment, drawn into a
+// texture that is created once.
 
 #include <QMatrix4x4>
 #include <QRect>
@@ -26,27 +26,20 @@ namespace {
 constexpr int width = 1920;
 constexpr int height = 1080;
 
-/// What a program by hand needs around it: a framebuffer of RGBA16F and a vertex array without attributes.
-/// The GL objects live as long as the program runs.
+/// A GL_RGBA16F framebuffer and an empty vertex array, to draw full-screen in plain GL. Its objects are never
+/// deleted.
 class ByHand
 {
 public:
     ByHand()
     {
         glGenVertexArrays(1, &m_vertexArray);
-        glGenTextures(1, &m_target);
         glActiveTexture(GL_TEXTURE0);
-        glBindTexture(GL_TEXTURE_2D, m_target);
-        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA16F, width, height, 0, GL_RGBA, GL_HALF_FLOAT, nullptr);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
-        glGenFramebuffers(1, &m_framebuffer);
-        glBindFramebuffer(GL_FRAMEBUFFER, m_framebuffer);
-        glFramebufferTexture(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, m_target, 0);
-        glBindFramebuffer(GL_FRAMEBUFFER, 0);
+        m_target = makeTexture({width, height}, GL_RGBA16F, GL_RGBA, GL_HALF_FLOAT, GL_NEAREST);
+        m_framebuffer = makeFramebuffer({m_target});
     }
 
-    /// Draws one oversized triangle, without saving or restoring anything that the library's side would rely
-    /// on.
+    /// Draws one oversized triangle. The state that the library relies on is neither saved nor restored.
     void draw(unsigned int program, const std::vector<Texture*>& textures) const
     {
         glBindFramebuffer(GL_FRAMEBUFFER, m_framebuffer);
@@ -69,7 +62,7 @@ private:
     unsigned int m_framebuffer = 0;
 };
 
-/// Runs one side after the other's GL calls: each may find any binding.
+/// Returns a frame of the pass that makes no assumption about GL state.
 std::function<void()> librarySide(RenderPass& pass)
 {
     return [&pass] {
@@ -78,7 +71,7 @@ std::function<void()> librarySide(RenderPass& pass)
     };
 }
 
-std::unique_ptr<Texture> makePicture(int seed)
+std::unique_ptr<Texture> makeImage(int seed)
 {
     std::vector<unsigned char> texels(static_cast<size_t>(width) * static_cast<size_t>(height) * 4);
     for (size_t i = 0; i < texels.size(); i += 4) {
@@ -89,14 +82,10 @@ std::unique_ptr<Texture> makePicture(int seed)
         texels[i + 2] = static_cast<unsigned char>((n >> 16U) % (alpha + 1U));
         texels[i + 3] = alpha;
     }
-    auto picture = std::make_unique<Texture>();
-    picture->setFilter(GL_LINEAR, GL_LINEAR);
-    picture->setWrap(GL_CLAMP_TO_EDGE);
-    picture->setImage2D(0, GL_RGBA8, width, height, GL_RGBA, GL_UNSIGNED_BYTE, texels.data());
-    return picture;
+    return makeLinearTexture({width, height}, texels.data());
 }
 
-/// The operators in the order of their numbers, of the texels s and d; S and D are their colours.
+/// The blend operators in numerical order, as GLSL of the texels s and d with colours S and D.
 struct Operator
 {
     const char* name;
@@ -169,8 +158,8 @@ void main()
     glUseProgram(program);
     glUniform1i(glGetUniformLocation(program, "A"), 0);
     glUniform1i(glGetUniformLocation(program, "B"), 1);
-    const std::unique_ptr<Texture> a = makePicture(1);
-    const std::unique_ptr<Texture> b = makePicture(2);
+    const std::unique_ptr<Texture> a = makeImage(1);
+    const std::unique_ptr<Texture> b = makeImage(2);
     BlendRenderPass pass(static_cast<BlendRenderPass::BlendMode>(state.range(0)));
     pass.setInput(BlendRenderPass::Viewport, QRect(0, 0, width, height));
     pass.setInput(BlendRenderPass::FrameA, QVariant::fromValue<QObject*>(a.get()));
@@ -227,7 +216,7 @@ void main()
     pass.setInput(SkyboxRenderPass::ProjectionMatrix, projection);
     pass.setInput(SkyboxRenderPass::CameraMatrix, camera);
     pass.setInput(SkyboxRenderPass::Cubemap, QVariant::fromValue<QObject*>(&cubemap));
-    // A frame and a stencil of the caller's, so that the pass has nothing to clear, as behind a scene.
+    // The caller provides a frame and a stencil, as behind a scene, so the pass clears nothing.
     TextureManager* pool = TextureManager::Instance();
     Texture* frame = pool->tempTexture(TextureFormat::RGBA16F, width, height);
     Texture depth;

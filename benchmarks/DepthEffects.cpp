@@ -1,4 +1,4 @@
-// Positions and ambient obscurance against the same methods drawn by hand.
+// Positions and ambient obscurance against the same methods in plain GL.
 
 #include <QMatrix4x4>
 #include <QRect>
@@ -38,7 +38,7 @@ QMatrix4x4 makeProjection()
     return projection;
 }
 
-/// Bumps at a distance of about five, with a strip of background.
+/// Returns a depth image of bumps at a distance of about 5, with a strip of background.
 std::unique_ptr<Texture> makeDepth()
 {
     std::vector<float> depths;
@@ -57,20 +57,13 @@ std::unique_ptr<Texture> makeDepth()
     return texture;
 }
 
-/// A program of a full-screen triangle, whose fragments find the texture coordinate in `uv`.
+/// Returns a program for a full-screen triangle; `uv` is the texture coordinate.
 unsigned int makeProgram(const char* fragments)
 {
-    return linkProgram(R"(#version 150
-out vec2 uv;
-void main()
-{
-    uv = vec2(gl_VertexID == 1 ? 2.0 : 0.0, gl_VertexID == 2 ? 2.0 : 0.0);
-    gl_Position = vec4(uv * 2.0 - 1.0, 0.0, 1.0);
-})",
-                       fragments);
+    return linkProgram(fullScreenVertexSource, fragments);
 }
 
-/// Textures of one kind with a framebuffer for each of their levels, made once.
+/// A mipmapped texture with a framebuffer for each of its levels.
 class TargetByHand
 {
 public:
@@ -132,8 +125,8 @@ private:
     std::vector<unsigned int> m_framebuffers;
 };
 
-/// Both sides fill all levels with the same pattern, since neither could do what the positions are for
-/// without: one draw for the positions and one for each smaller level.
+/// Compares one draw of the positions and one per smaller mip level. Both sides fill all levels in the same
+/// pattern.
 void comparePositions(benchmark::State& state)
 {
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
@@ -194,7 +187,7 @@ void main()
 
 BENCHMARK(comparePositions)->Name("Positions/1280x720")->Unit(benchmark::kMillisecond);
 
-/// The bare shader: the same choices at run time, between depth and positions and of the number of taps.
+/// Compares the pass to its bare shader, with the same run-time choices of input and number of samples.
 void compareObscurance(benchmark::State& state)
 {
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();

@@ -1,4 +1,4 @@
-// G-buffers and deferred shading against the same work in plain GL.
+// G-buffers and deferred shading against plain GL.
 
 #include <QMatrix4x4>
 #include <QRect>
@@ -12,6 +12,7 @@
 #include <epoxy/gl.h>
 
 #include "support/ByHand.h"
+#include "support/Models.h"
 #include "support/Sides.h"
 #include <Qel/RenderPasses/geometry/DeferredRenderPass.h>
 #include <Qel/RenderPasses/geometry/GBufferRenderPass.h>
@@ -28,30 +29,16 @@ namespace {
 constexpr int width = 1280;
 constexpr int height = 720;
 
-/// A torus of 250 x 200 quads, 100,000 triangles, with a chequered material.
+/// Returns a torus of 250 x 200 quads, 100,000 triangles, with a chequered material.
 ModelData makeTorus()
 {
-    constexpr int around = 250;
-    constexpr int across = 200;
-    ModelData data;
-    MeshData& mesh = data.meshes.emplace_back();
-    for (int i = 0; i <= around; ++i) {
-        const float a = 2.0F * std::numbers::pi_v<float> * static_cast<float>(i) / around;
-        for (int j = 0; j <= across; ++j) {
-            const float b = 2.0F * std::numbers::pi_v<float> * static_cast<float>(j) / across;
-            const QVector3D normal(std::cos(a) * std::cos(b), std::sin(b), std::sin(a) * std::cos(b));
-            mesh.positions.push_back(QVector3D(std::cos(a), 0, std::sin(a)) + 0.45F * normal);
-            mesh.normals.push_back(normal);
-            mesh.texCoords.emplace_back(8.0F * static_cast<float>(i) / around,
-                                        3.0F * static_cast<float>(j) / across);
-            if (i < around && j < across) {
-                const auto corner = static_cast<unsigned int>(i * (across + 1) + j);
-                for (const unsigned int offset : {0U, 1U, across + 1U, across + 1U, 1U, across + 2U}) {
-                    mesh.indices.push_back(corner + offset);
-                }
-            }
-        }
-    }
+    ModelData data = makeSurface(250, 200, [](float u, float v) {
+        const float a = 2.0F * std::numbers::pi_v<float> * u;
+        const float b = 2.0F * std::numbers::pi_v<float> * v;
+        const QVector3D normal(std::cos(a) * std::cos(b), std::sin(b), std::sin(a) * std::cos(b));
+        return SurfacePoint{
+            QVector3D(std::cos(a), 0, std::sin(a)) + 0.45F * normal, normal, {8.0F * u, 3.0F * v}};
+    });
     QImage chequers(64, 64, QImage::Format_RGBA8888);
     for (int y = 0; y < 64; ++y) {
         for (int x = 0; x < 64; ++x) {
@@ -60,13 +47,12 @@ ModelData makeTorus()
         }
     }
     data.images = {chequers};
-    MaterialData& material = data.materials.emplace_back();
+    MaterialData& material = data.materials[0];
     material.kd = {0.8F, 0.9F, 1.0F};
     material.ks = {0.5F, 0.5F, 0.5F};
     material.ns = 40.0F;
     material.mapKd = 0;
     material.mapKs = 0;
-    data.instances.emplace_back();
     return data;
 }
 
@@ -86,24 +72,25 @@ QMatrix4x4 makeCamera()
 
 const std::vector<const char*> attributes{"position", "normal", "texCoord"};
 
-/// A framebuffer of textures of these formats, with a depth texture where that is asked for.
+/// A framebuffer of textures with these internal formats, and optionally a depth texture.
 class TargetsByHand
 {
 public:
     TargetsByHand(const std::vector<unsigned int>& formats, bool hasDepth)
     {
-        glGenFramebuffers(1, &m_framebuffer);
-        glBindFramebuffer(GL_FRAMEBUFFER, m_framebuffer);
-        std::vector<unsigned int> drawBuffers;
         for (const unsigned int format : formats) {
-            drawBuffers.push_back(GL_COLOR_ATTACHMENT0 + static_cast<unsigned int>(drawBuffers.size()));
-            attach(drawBuffers.back(), format, GL_RGBA);
+            // Format and type as the pass gives them, since drivers choose the byte order by them.
+            const bool isByte = format == GL_RGBA;
+            m_textures.push_back(makeTexture({width, height}, format, isByte ? GL_BGRA : GL_RGBA,
+                                             isByte ? GL_UNSIGNED_BYTE : GL_FLOAT, GL_NEAREST));
         }
+        const std::vector<unsigned int> colours = m_textures;
         if (hasDepth) {
-            attach(GL_DEPTH_ATTACHMENT, GL_DEPTH_COMPONENT32F, GL_DEPTH_COMPONENT);
+            m_textures.push_back(makeTexture({width, height}, GL_DEPTH_COMPONENT32F, GL_DEPTH_COMPONENT,
+                                             GL_FLOAT, GL_NEAREST));
         }
-        glDrawBuffers(static_cast<int>(drawBuffers.size()), drawBuffers.data());
-        glBindFramebuffer(GL_FRAMEBUFFER, 0);
+        glBindTexture(GL_TEXTURE_2D, 0);
+        m_framebuffer = makeFramebuffer(colours, hasDepth ? m_textures.back() : 0);
     }
     ~TargetsByHand()
     {
@@ -120,28 +107,11 @@ public:
     }
 
 private:
-    void attach(unsigned int attachment, unsigned int internalFormat, unsigned int format)
-    {
-        unsigned int texture = 0;
-        glGenTextures(1, &texture);
-        glBindTexture(GL_TEXTURE_2D, texture);
-        // As the pass asks for it, since drivers choose the order of bytes by format and type.
-        const unsigned int type = internalFormat == GL_RGBA ? GL_UNSIGNED_BYTE : GL_FLOAT;
-        glTexImage2D(GL_TEXTURE_2D, 0, static_cast<int>(internalFormat), width, height, 0,
-                     internalFormat == GL_RGBA ? GL_BGRA : format, type, nullptr);
-        for (const unsigned int filter : {GL_TEXTURE_MIN_FILTER, GL_TEXTURE_MAG_FILTER}) {
-            glTexParameteri(GL_TEXTURE_2D, filter, GL_NEAREST);
-        }
-        glFramebufferTexture(GL_FRAMEBUFFER, attachment, texture, 0);
-        glBindTexture(GL_TEXTURE_2D, 0);
-        m_textures.push_back(texture);
-    }
-
     unsigned int m_framebuffer = 0;
     std::vector<unsigned int> m_textures;
 };
 
-/// The arrays of a mesh, drawn by one call.
+/// The vertex and index buffers of a mesh, drawn by one call.
 class MeshByHand
 {
 public:
@@ -211,7 +181,7 @@ void bindTextures(const std::vector<unsigned int>& textures)
     }
 }
 
-/// Draws a mesh into a G-buffer with a program whose matrices come new in every frame.
+/// Draws a mesh into a G-buffer, and sets the matrices in every frame.
 class GBufferByHand
 {
 public:
@@ -259,12 +229,6 @@ void setView(Pass& pass)
     pass.setInput(Pass::Viewport, QRect(0, 0, width, height));
     pass.setInput(Pass::ProjectionMatrix, makeProjection());
     pass.setInput(Pass::CameraMatrix, makeCamera());
-}
-
-void applyBaseState()
-{
-    OpenGLDeviceContext::current()->makeCurrent();
-    OpenGLDeviceContext::current()->applyBaseState();
 }
 
 void drawModelGBuffer(benchmark::State& state)
@@ -372,20 +336,13 @@ void main()
 }
 BENCHMARK(drawBatchGBuffer)->Name("GBuffer/1280x720/100000")->Unit(benchmark::kMillisecond);
 
-/// A full-screen shader and nothing else.
+/// Draws one full-screen triangle with a fragment shader.
 class FullScreenByHand
 {
 public:
     FullScreenByHand(const char* fragment, const std::vector<const char*>& samplers)
         : m_targets({GL_RGBA}, false)
-        , m_program(linkProgram(R"(#version 150
-out vec2 uv;
-void main()
-{
-    uv = vec2(gl_VertexID == 1 ? 2.0 : 0.0, gl_VertexID == 2 ? 2.0 : 0.0);
-    gl_Position = vec4(uv * 2.0 - 1.0, 0.0, 1.0);
-})",
-                                fragment, {}, {"color"}))
+        , m_program(linkProgram(fullScreenVertexSource, fragment, {}, {"color"}))
     {
         setSamplers(m_program, samplers);
         glGenVertexArrays(1, &m_vertexArray);

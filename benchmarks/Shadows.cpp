@@ -1,11 +1,13 @@
-// What the shadow map pass adds to the draws of its maps.
+// Overhead of the shadow map pass over drawing its maps in plain GL.
 
 #include <array>
 #include <cmath>
+#include <numbers>
 
 #include <epoxy/gl.h>
 
 #include "support/ByHand.h"
+#include "support/Models.h"
 #include "support/Sides.h"
 #include <Qel/RenderPasses/lighting/ShadowMapRenderPass.h>
 #include <Qel/gl/BufferObject.h>
@@ -20,32 +22,16 @@ namespace {
 constexpr int side = ShadowMapManager::mapSize;
 constexpr int numLayers = 4;
 
-/// A sphere of radius 1 of 100,352 triangles.
+/// Returns a sphere of radius 1 of 100,352 triangles, counter-clockwise from outside.
 ModelData makeSphere()
 {
-    constexpr unsigned int steps = 224;
-    ModelData data;
-    MeshData& mesh = data.meshes.emplace_back();
-    for (unsigned int row = 0; row <= steps; ++row) {
-        const double polar = M_PI * row / steps;
-        for (unsigned int column = 0; column <= steps; ++column) {
-            const double azimuth = 2.0 * M_PI * column / steps;
-            mesh.positions.emplace_back(static_cast<float>(std::sin(polar) * std::cos(azimuth)),
-                                        static_cast<float>(std::cos(polar)),
-                                        static_cast<float>(-std::sin(polar) * std::sin(azimuth)));
-            const unsigned int corner = row * (steps + 1) + column;
-            if (row < steps && column < steps) {
-                for (const unsigned int offset : {0U, steps + 1, steps + 2, 0U, steps + 2, 1U}) {
-                    mesh.indices.push_back(corner + offset);
-                }
-            }
-        }
-    }
-    mesh.normals = mesh.positions;
-    mesh.texCoords.resize(mesh.positions.size());
-    data.materials.emplace_back();
-    data.instances.emplace_back();
-    return data;
+    return makeSurface(224, 224, [](float u, float v) {
+        const float polar = std::numbers::pi_v<float> * v;
+        const float azimuth = 2.0F * std::numbers::pi_v<float> * u;
+        const QVector3D point(std::sin(polar) * std::cos(azimuth), std::cos(polar),
+                              -std::sin(polar) * std::sin(azimuth));
+        return SurfacePoint{point, point, {}};
+    });
 }
 
 unsigned int makeArray()
@@ -63,8 +49,8 @@ unsigned int makeArray()
     return texture;
 }
 
-/// The same maps by the calls that a careful programmer would write: the scene into each layer, then the blur
-/// of each layer across and up, with the shaders of the pass.
+/// Draws the same maps in plain GL: the scene into each layer, then the horizontal and vertical blur of each
+/// layer, with the shaders of the pass.
 class MapsByHand
 {
 public:
@@ -179,7 +165,7 @@ public:
             glUniformMatrix4fv(m_transform, 1, GL_FALSE, data.transform(layer).constData());
             glDrawElements(GL_TRIANGLES, m_numIndices, GL_UNSIGNED_INT, nullptr);
         }
-        // No depth is needed any more, and every pixel of a layer is written.
+        // The blur needs no depth and writes every texel of a layer.
         glDisable(GL_DEPTH_TEST);
         glDisable(GL_DEPTH_CLAMP);
         glDisable(GL_CULL_FACE);
@@ -221,7 +207,7 @@ private:
     unsigned int m_quad = 0;
 };
 
-/// The maps of four directional lights.
+/// Draws the maps of four directional lights.
 void ShadowMaps(benchmark::State& state)
 {
     GPUModel model(makeSphere());
@@ -252,7 +238,7 @@ void ShadowMaps(benchmark::State& state)
 }
 BENCHMARK(ShadowMaps);
 
-/// A frame in which nothing changed.
+/// Runs the pass in a frame in which nothing changed.
 void SubmitUnchangedShadowMaps(benchmark::State& state)
 {
     GPUModel model(makeSphere());

@@ -1,10 +1,11 @@
-// What the library adds to the CPU time of submitting work.
+// Overhead of the library in the CPU time of submission.
 
 #include <array>
 #include <vector>
 
 #include <epoxy/gl.h>
 
+#include "support/ByHand.h"
 #include "support/Sides.h"
 #include <Qel/RenderPasses/framework/ShaderRenderPass.h>
 #include <Qel/gl/BufferObject.h>
@@ -26,7 +27,7 @@ using namespace Qt::StringLiterals;
 namespace Morvane::Qel::Bench {
 namespace {
 
-// So small that rasterising costs next to nothing.
+// Small enough that rasterising costs almost nothing.
 constexpr int side = 8;
 
 const QString mixSource = uR"(#version 150
@@ -41,30 +42,12 @@ void main()
 }
 )"_s;
 
-std::unique_ptr<Texture> makeTexture()
-{
-    auto texture = std::make_unique<Texture>();
-    texture->setFilter(GL_LINEAR, GL_LINEAR);
-    texture->setWrap(GL_CLAMP_TO_EDGE);
-    texture->setImage2D(0, GL_RGBA8, side, side, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
-    return texture;
-}
-
-unsigned int compile(unsigned int stage, const char* source)
-{
-    const unsigned int shader = glCreateShader(stage);
-    glShaderSource(shader, 1, &source, nullptr);
-    glCompileShader(shader);
-    return shader;
-}
-
-/// A full-screen pass of one program, two textures and one target: a ShaderRenderPass against the calls that
-/// a careful programmer would write for the same picture.
+/// Compares a ShaderRenderPass with two textures and one target to plain GL calls that draw the same image.
 void SubmitFullScreenPass(benchmark::State& state)
 {
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    const auto a = makeTexture();
-    const auto b = makeTexture();
+    const auto a = makeLinearTexture({side, side}, nullptr);
+    const auto b = makeLinearTexture({side, side}, nullptr);
 
     ShaderRenderPass pass;
     pass.addInput(u"Qel_QRect_Viewport"_s, QRect(0, 0, side, side));
@@ -73,19 +56,16 @@ void SubmitFullScreenPass(benchmark::State& state)
     pass.addOutput(u"Qel_QelTexture*_Frame"_s);
     pass.setFragmentShaderSource(mixSource);
 
-    const auto target = makeTexture();
+    const auto target = makeLinearTexture({side, side}, nullptr);
     unsigned int framebuffer = 0;
     glGenFramebuffers(1, &framebuffer);
-    const unsigned int program = glCreateProgram();
-    glAttachShader(program, compile(GL_VERTEX_SHADER, R"(#version 150
+    const unsigned int program =
+        linkProgram(R"(#version 150
 in vec3 va_Vertex;
 in vec2 va_TexCoord;
 out vec2 vo_TexCoord;
-void main() { gl_Position = vec4(va_Vertex, 1.0); vo_TexCoord = va_TexCoord; })"));
-    glAttachShader(program, compile(GL_FRAGMENT_SHADER, mixSource.toUtf8().constData()));
-    glBindAttribLocation(program, 0, "va_Vertex");
-    glBindAttribLocation(program, 2, "va_TexCoord");
-    glLinkProgram(program);
+void main() { gl_Position = vec4(va_Vertex, 1.0); vo_TexCoord = va_TexCoord; })",
+                    mixSource.toStdString(), {"va_Vertex", "va_Normal", "va_TexCoord"});
     const int locationA = glGetUniformLocation(program, "u_A");
     const int locationB = glGetUniformLocation(program, "u_B");
     const QSharedPointer<DrawBuffers> batch = context->fullScreenTriangle();
@@ -129,7 +109,7 @@ void main() { gl_Position = vec4(va_Vertex, 1.0); vo_TexCoord = va_TexCoord; })"
 }
 BENCHMARK(SubmitFullScreenPass);
 
-/// Does nothing, so that all time is the graph's.
+/// A pass that does nothing, so that only the graph costs time.
 class IdleRenderPass : public RenderPassHelper
 {
 public:
@@ -145,7 +125,7 @@ public:
     IdleRenderPass() { declarePorts(description()); }
 };
 
-/// The graph's own cost of a pass.
+/// Measures the overhead of the graph per pass.
 void SubmitGraph(benchmark::State& state)
 {
     const auto numPasses = static_cast<int>(state.range(0));
@@ -156,23 +136,23 @@ void SubmitGraph(benchmark::State& state)
     for (int i = 0; i < numPasses; ++i) {
         description.passes.push_back({u"pass%1"_s.arg(i), u"IdleRenderPass"_s, {}, {}});
     }
-    QStringList faults;
-    const auto graph = RenderGraph::create(description, registry, {}, &faults);
+    QStringList errors;
+    const auto graph = RenderGraph::create(description, registry, {}, &errors);
     QString error;
     if (!graph || !graph->renderFrame(&error)) {
-        state.SkipWithError(qPrintable(faults.join(u' ') + error));
+        state.SkipWithError(qPrintable(errors.join(u' ') + error));
         return;
     }
     for ([[maybe_unused]] auto iteration : state) {
         graph->renderFrame(&error);
     }
-    // Seconds for each pass and frame; printed with its unit, such as 400n.
+    // Seconds per pass and frame, printed with an SI prefix such as 400n.
     state.counters["s_per_pass"] = benchmark::Counter(
         numPasses, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 BENCHMARK(SubmitGraph)->Arg(1)->Arg(10)->Arg(50);
 
-/// Drawing a model of many small batches against a loop of the calls that each batch needs.
+/// Compares drawing a model of many small batches to a loop over the GL calls of each batch.
 void SubmitModel(benchmark::State& state)
 {
     const auto numBatches = static_cast<int>(state.range(0));
@@ -201,7 +181,7 @@ void main() { out_FragColor = vec4(getKd(), getD()); })"_s,
                       {});
     program.addShader(GL_FRAGMENT_SHADER, registry->getPlan(u"OBJMaterial"_s)->glslc(), {});
 
-    const auto target = makeTexture();
+    const auto target = makeLinearTexture({side, side}, nullptr);
     FramebufferObject framebuffer;
     const AutoBinder framebufferBinder(&framebuffer);
     framebuffer.attach(target.get(), GL_COLOR_ATTACHMENT0, 0);

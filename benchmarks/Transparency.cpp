@@ -1,5 +1,5 @@
-// Order-independent transparency against GL by hand: the same shading, the same targets, and every batch
-// drawn into both as the method's single unordered pass has it.
+// Order-independent transparency against plain GL: the same shading and render targets, and every batch drawn
+// in a single unordered pass.
 
 #include <QMatrix4x4>
 #include <QRect>
@@ -22,6 +22,8 @@
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/VertexArrayObject.h>
 #include <Qel/model/GPUModel.h>
+
+using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel::Bench {
 
@@ -97,8 +99,8 @@ void main()
 }
 )";
 
-/// The model's batches and the targets as plain GL objects, which live as long as the program runs; vertex
-/// arrays and indices are those of the uploaded model.
+/// The model's batches and the render targets in plain GL, never deleted. Vertex arrays and indices are those
+/// of the uploaded model.
 class ByHand
 {
 public:
@@ -107,13 +109,13 @@ public:
     {
         for (const QImage& image : data.images) {
             const QImage rgba = image.convertToFormat(QImage::Format_RGBA8888);
-            m_maps.push_back(makeTexture(rgba.size(), GL_RGBA8, GL_RGBA, GL_UNSIGNED_BYTE, rgba.constBits()));
+            m_maps.push_back(makeMap(rgba.size(), rgba.constBits()));
             glGenerateMipmap(GL_TEXTURE_2D);
             glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_LINEAR);
             glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
         }
         constexpr unsigned int texel = ~0U;
-        const unsigned int white = makeTexture({1, 1}, GL_RGBA8, GL_RGBA, GL_UNSIGNED_BYTE, &texel);
+        const unsigned int white = makeMap({1, 1}, &texel);
         const auto mapOf = [&](int index) { return index < 0 ? white : m_maps[static_cast<size_t>(index)]; };
 
         std::vector<char> blocks(2 * stride * data.instances.size());
@@ -137,12 +139,12 @@ public:
         glBufferData(GL_UNIFORM_BUFFER, static_cast<GLsizeiptr>(blocks.size()), blocks.data(),
                      GL_STATIC_DRAW);
 
-        m_colour = makeTexture(size, GL_RGBA32F, GL_RGBA, GL_FLOAT, nullptr);
-        m_depth = makeTexture(size, GL_DEPTH_COMPONENT32F, GL_DEPTH_COMPONENT, GL_FLOAT, nullptr);
-        m_colours = makeTexture(size, GL_RGBA32F, GL_RGBA, GL_FLOAT, nullptr);
-        m_coverages = makeTexture(size, GL_R32F, GL_RED, GL_FLOAT, nullptr);
-        m_opaqueFramebuffer = makeFramebuffer({m_colour});
-        m_accumulationFramebuffer = makeFramebuffer({m_colours, m_coverages});
+        m_colour = makeTexture(size, GL_RGBA32F, GL_RGBA, GL_FLOAT, GL_NEAREST);
+        m_depth = makeTexture(size, GL_DEPTH_COMPONENT32F, GL_DEPTH_COMPONENT, GL_FLOAT, GL_NEAREST);
+        m_colours = makeTexture(size, GL_RGBA32F, GL_RGBA, GL_FLOAT, GL_NEAREST);
+        m_coverages = makeTexture(size, GL_R32F, GL_RED, GL_FLOAT, GL_NEAREST);
+        m_opaqueFramebuffer = makeFramebuffer({m_colour}, m_depth);
+        m_accumulationFramebuffer = makeFramebuffer({m_colours, m_coverages}, m_depth);
         glGenVertexArrays(1, &m_emptyVertexArray);
 
         m_opaque = makeModelProgram(opaqueSource);
@@ -152,7 +154,6 @@ public:
         glUniform1i(glGetUniformLocation(m_resolve, "a"), 0);
         glUniform1i(glGetUniformLocation(m_resolve, "b"), 1);
         glUseProgram(0);
-        glBindFramebuffer(GL_FRAMEBUFFER, 0);
     }
 
     void draw(const QMatrix4x4& projection, const QMatrix4x4& camera) const
@@ -188,7 +189,7 @@ public:
         glBindFramebuffer(GL_FRAMEBUFFER, 0);
     }
 
-    unsigned int picture() const { return m_colour; }
+    unsigned int texture() const { return m_colour; }
 
 private:
     static constexpr size_t stride = 256;
@@ -208,33 +209,14 @@ private:
         int camera;
     };
 
-    static unsigned int makeTexture(const QSize& size, unsigned int internalFormat, unsigned int format,
-                                    unsigned int type, const void* pixels)
+    /// Returns a repeating texture, bound to unit 0.
+    static unsigned int makeMap(const QSize& size, const void* texels)
     {
-        unsigned int texture = 0;
-        glGenTextures(1, &texture);
         glActiveTexture(GL_TEXTURE0);
-        glBindTexture(GL_TEXTURE_2D, texture);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
-        glTexImage2D(GL_TEXTURE_2D, 0, static_cast<int>(internalFormat), size.width(), size.height(), 0,
-                     format, type, pixels);
-        return texture;
-    }
-
-    unsigned int makeFramebuffer(const std::vector<unsigned int>& colours) const
-    {
-        unsigned int framebuffer = 0;
-        glGenFramebuffers(1, &framebuffer);
-        glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
-        std::vector<unsigned int> drawBuffers;
-        for (const unsigned int texture : colours) {
-            drawBuffers.push_back(GL_COLOR_ATTACHMENT0 + static_cast<unsigned int>(drawBuffers.size()));
-            glFramebufferTexture(GL_FRAMEBUFFER, drawBuffers.back(), texture, 0);
-        }
-        glFramebufferTexture(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, m_depth, 0);
-        glDrawBuffers(static_cast<int>(drawBuffers.size()), drawBuffers.data());
-        return framebuffer;
+        const unsigned int map = makeTexture(size, GL_RGBA8, GL_RGBA, GL_UNSIGNED_BYTE, GL_NEAREST, texels);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_REPEAT);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_REPEAT);
+        return map;
     }
 
     static ModelProgram makeModelProgram(const std::string& fragmentSource)
@@ -300,7 +282,7 @@ private:
     unsigned int m_resolve = 0;
 };
 
-std::vector<float> readPicture(unsigned int texture, const QSize& size)
+std::vector<float> readTexels(unsigned int texture, const QSize& size)
 {
     std::vector<float> texels(static_cast<size_t>(size.width() * size.height()) * 4);
     glActiveTexture(GL_TEXTURE0);
@@ -318,30 +300,24 @@ void compareTransparency(benchmark::State& state, Wait wait, const ModelData& da
     pass.setInput(TransparencyRenderPass::ProjectionMatrix, projection);
     pass.setInput(TransparencyRenderPass::CameraMatrix, camera);
     pass.setInput(TransparencyRenderPass::Geometry, QVariant::fromValue(&model));
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    context->applyBaseState();
+    applyBaseState();
     pass.start(nullptr);
     const ByHand byHand(data, model, size);
     byHand.draw(projection, camera);
-    auto* picture = qobject_cast<Texture*>(pass.output(TransparencyRenderPass::Frame).value<QObject*>());
-    const std::vector<float> drawn = readPicture(picture->textureID(), size);
-    const std::vector<float> drawnByHand = readPicture(byHand.picture(), size);
+    auto* frame = qobject_cast<Texture*>(pass.output(TransparencyRenderPass::Frame).value<QObject*>());
+    const std::vector<float> drawn = readTexels(frame->textureID(), size);
+    const std::vector<float> drawnByHand = readTexels(byHand.texture(), size);
     for (size_t i = 0; i < drawn.size(); ++i) {
         if (!(std::abs(drawn[i] - drawnByHand[i]) < 1e-3F)) {
-            state.SkipWithError("the two sides draw different pictures");
+            state.SkipWithError("the two sides draw different images");
             return;
         }
     }
-    // Each side may find any binding of the other's.
     compareSides(
-        state, wait, [&] { pass.start(nullptr); }, [&] { byHand.draw(projection, camera); },
-        [&] {
-            context->makeCurrent();
-            context->applyBaseState();
-        });
+        state, wait, [&] { pass.start(nullptr); }, [&] { byHand.draw(projection, camera); }, applyBaseState);
 }
 
-/// The example scene with its curtains and leaves.
+/// Draws the example scene, with its transparent curtains and leaves.
 void Transparency(benchmark::State& state)
 {
     QString error;
@@ -360,7 +336,7 @@ void Transparency(benchmark::State& state)
 }
 BENCHMARK(Transparency)->Unit(benchmark::kMillisecond);
 
-/// Small batches, every second one transparent, on so few pixels that they cost next to nothing.
+/// Draws small batches, every second one transparent, to so few pixels that only the calls cost time.
 void SubmitTransparency(benchmark::State& state)
 {
     ModelData data;

@@ -1,4 +1,4 @@
-// Building lists of fragments against the same draw by hand, and what sorting costs by the number of layers.
+// Building fragment lists against the same draw by hand, and the cost of sorting by the number of layers.
 
 #include <QMatrix4x4>
 #include <QRect>
@@ -6,10 +6,13 @@
 #include <array>
 #include <chrono>
 #include <cmath>
+#include <numbers>
 #include <vector>
 
 #include <epoxy/gl.h>
 
+#include "support/ByHand.h"
+#include "support/Models.h"
 #include "support/Sides.h"
 #include <Qel/RenderPasses/visibility/VisibilityBufferRenderPass.h>
 #include <Qel/RenderPasses/visibility/VisibilitySortRenderPass.h>
@@ -25,50 +28,19 @@ using namespace Qt::StringLiterals;
 namespace Morvane::Qel::Bench {
 namespace {
 
-/// A ring of 100,000 triangles, one to four layers deep.
+/// Returns a ring of 100,000 triangles, one to four layers deep.
 ModelData makeRing()
 {
-    constexpr unsigned int columns = 500;
-    constexpr unsigned int rows = 100;
-    constexpr float turn = 6.2831853F;
-    ModelData data;
-    MeshData& mesh = data.meshes.emplace_back();
-    for (unsigned int column = 0; column <= columns; ++column) {
-        for (unsigned int row = 0; row <= rows; ++row) {
-            const float u = turn * static_cast<float>(column) / columns;
-            const float v = turn * static_cast<float>(row) / rows;
-            const QVector3D outwards(std::cos(u), std::sin(u), 0.0F);
-            const QVector3D normal = std::cos(v) * outwards + QVector3D(0.0F, 0.0F, std::sin(v));
-            mesh.positions.push_back(0.75F * outwards + 0.3F * normal);
-            mesh.normals.push_back(normal);
-            mesh.texCoords.emplace_back(u, v);
-            if (column < columns && row < rows) {
-                const unsigned int first = column * (rows + 1) + row;
-                for (const unsigned int offset : {0U, rows + 1, 1U, 1U, rows + 1, rows + 2}) {
-                    mesh.indices.push_back(first + offset);
-                }
-            }
-        }
-    }
-    data.materials.emplace_back();
-    data.instances.emplace_back();
-    return data;
+    constexpr float turn = 2.0F * std::numbers::pi_v<float>;
+    return makeSurface(500, 100, [](float u, float v) {
+        const QVector3D outwards(std::cos(turn * u), std::sin(turn * u), 0.0F);
+        const QVector3D normal = std::cos(turn * v) * outwards + QVector3D(0.0F, 0.0F, std::sin(turn * v));
+        return SurfacePoint{0.75F * outwards + 0.3F * normal, normal, {u, v}};
+    });
 }
 
-unsigned int makeTexture(int width, int height, GLenum internalFormat, GLenum format, GLenum type)
-{
-    unsigned int texture = 0;
-    glGenTextures(1, &texture);
-    glBindTexture(GL_TEXTURE_2D, texture);
-    glTexImage2D(GL_TEXTURE_2D, 0, static_cast<int>(internalFormat), width, height, 0, format, type, nullptr);
-    for (const GLenum filter : {GLenum{GL_TEXTURE_MIN_FILTER}, GLenum{GL_TEXTURE_MAG_FILTER}}) {
-        glTexParameteri(GL_TEXTURE_2D, filter, GL_NEAREST);
-    }
-    return texture;
-}
-
-/// The same lists in plain GL. It does not clear nodes, which a programmer who reads only what the head
-/// pointers lead to need not.
+/// Builds the same lists in plain GL, without clearing the nodes: lists that are only read from their head
+/// pointers do not need it.
 class ListsByHand
 {
 public:
@@ -122,17 +94,12 @@ void main()
     m_program.setUniform(u"side"_s, 4096);
     m_program.release();
 
-    m_textures = {makeTexture(width, height, GL_RGBA16F, GL_RGBA, GL_FLOAT),
-                  makeTexture(width, height, GL_DEPTH_COMPONENT32F, GL_DEPTH_COMPONENT, GL_FLOAT),
-                  makeTexture(width, height, GL_R32UI, GL_RED_INTEGER, GL_UNSIGNED_INT),
-                  makeTexture(4096, 4096, GL_RGBA32UI, GL_RGBA_INTEGER, GL_UNSIGNED_INT)};
-    glGenFramebuffers(2, m_framebuffers.data());
-    glBindFramebuffer(GL_FRAMEBUFFER, m_framebuffers[0]);
-    glFramebufferTexture(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, m_textures[0], 0);
-    glFramebufferTexture(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, m_textures[1], 0);
-    glBindFramebuffer(GL_FRAMEBUFFER, m_framebuffers[1]);
-    glFramebufferTexture(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, m_textures[2], 0);
-    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    m_textures = {
+        makeTexture({width, height}, GL_RGBA16F, GL_RGBA, GL_FLOAT, GL_NEAREST),
+        makeTexture({width, height}, GL_DEPTH_COMPONENT32F, GL_DEPTH_COMPONENT, GL_FLOAT, GL_NEAREST),
+        makeTexture({width, height}, GL_R32UI, GL_RED_INTEGER, GL_UNSIGNED_INT, GL_NEAREST),
+        makeTexture({4096, 4096}, GL_RGBA32UI, GL_RGBA_INTEGER, GL_UNSIGNED_INT, GL_NEAREST)};
+    m_framebuffers = {makeFramebuffer({m_textures[0]}, m_textures[1]), makeFramebuffer({m_textures[2]})};
     glGenBuffers(1, &m_counter);
     glBindBuffer(GL_ATOMIC_COUNTER_BUFFER, m_counter);
     glBufferData(GL_ATOMIC_COUNTER_BUFFER, 4, nullptr, GL_DYNAMIC_DRAW);
@@ -201,7 +168,7 @@ void BuildFragmentLists(benchmark::State& state)
 }
 BENCHMARK(BuildFragmentLists)->Unit(benchmark::kMillisecond);
 
-/// Planes that cover the picture, in an order that sorting has to change.
+/// Returns planes that cover the viewport, in an order that sorting has to change.
 ModelData makeStack(int numLayers)
 {
     ModelData data;
@@ -209,7 +176,7 @@ ModelData makeStack(int numLayers)
     data.materials.emplace_back();
     MeshData& mesh = data.meshes[0];
     for (int i = 0; i < numLayers; ++i) {
-        // 37 has no divisor in common with the numbers of layers.
+        // 37 is coprime to the numbers of layers.
         const float height = static_cast<float>(i * 37 % numLayers) / static_cast<float>(numLayers);
         const auto first = static_cast<unsigned int>(mesh.positions.size());
         for (const QVector2D& corner :
@@ -226,7 +193,7 @@ ModelData makeStack(int numLayers)
     return data;
 }
 
-/// Sorting every list of a picture, by the length of the lists.
+/// Sorts the lists of all pixels, by list length.
 void SortFragmentLists(benchmark::State& state)
 {
     if (!hasGLExtension("ARB_shader_image_load_store")) {
@@ -234,7 +201,7 @@ void SortFragmentLists(benchmark::State& state)
         return;
     }
     const auto numLayers = static_cast<int>(state.range(0));
-    // 32 layers of it fit into the node buffer.
+    // At this size, 32 layers fit into the node buffer.
     const QRect viewport(0, 0, 640, 360);
     GPUModel model(makeStack(numLayers));
     VisibilityBufferRenderPass lists;
@@ -243,7 +210,7 @@ void SortFragmentLists(benchmark::State& state)
     VisibilitySortRenderPass sort;
     sort.setInput(VisibilitySortRenderPass::Viewport, viewport);
     const auto run = [&] {
-        // Sorted lists are another task: each round gets its own.
+        // The pass sorts in place, so every round needs new lists.
         lists.start(nullptr);
         sort.setInput(VisibilitySortRenderPass::HeadPointers, lists.output(0));
         sort.setInput(VisibilitySortRenderPass::NodeBuffer, lists.output(1));

@@ -1,7 +1,7 @@
-// Ratios of the library to the same GL calls written by hand, in one process. Run all:
+// Compares the library to hand-written GL calls in one process. Run all benchmarks:
 //   qel-benchmarks
-// Submission is measured with LP_NUM_THREADS=0, which takes the wake-ups of the software rasteriser's
-// threads out of the figures:
+// Measure submission with LP_NUM_THREADS=0, so that the figures exclude waking the threads of the software
+// rasteriser:
 //   LP_NUM_THREADS=0 qel-benchmarks --benchmark_filter=Submit
 
 #include <QLoggingCategory>
@@ -20,12 +20,12 @@ using namespace Qt::StringLiterals;
 int main(int argc, char** argv)
 {
     using Morvane::Qel::HeadlessContext;
-    // The software rasteriser allocates and frees large blocks every frame: with glibc's heap trimming the
-    // same pass costs nearly twice as much by the luck of the heap.
+    // The software rasteriser allocates and frees large blocks every frame. With glibc's heap trimming, the
+    // cost of a pass varies by nearly a factor of two with the heap layout.
     mallopt(M_TRIM_THRESHOLD, -1);
     mallopt(M_MMAP_MAX, 0);
 
-    // Some passes say in every frame how they run.
+    // Some passes log in every frame.
     QLoggingCategory::setFilterRules(u"default.debug=false"_s);
 
     benchmark::Initialize(&argc, argv);

@@ -1,9 +1,9 @@
-# How this project's targets are made, so that every one is made alike.
+# Functions that define the targets of this project.
 
-# Where includes start: <Qel/gl/Texture.h> is src/Qel/gl/Texture.h.
+# The include folder: <Qel/gl/Texture.h> is src/Qel/gl/Texture.h.
 set(QEL_INCLUDE_DIR "${PROJECT_SOURCE_DIR}/src")
 
-# What every target of this project compiles with. Kept out of the exported interface.
+# Sets the compile options of a target; none of them are exported.
 function(qel_compile_options target)
     set_target_properties(${target} PROPERTIES
         CXX_STANDARD 20 CXX_STANDARD_REQUIRED ON CXX_EXTENSIONS OFF
@@ -22,8 +22,8 @@ function(qel_compile_options target)
 endfunction()
 
 # qel_add_library(GL [AUTOMOC] HEADERS ... SOURCES ... PUBLIC ... PRIVATE ...)
-# makes libQelGL, alias Qel::GL, from the folder that calls it. HEADERS are installed and keep their path below
-# src; headers among SOURCES stay private.
+# defines libQelGL, alias Qel::GL, in the calling folder. HEADERS are installed under their path below src; headers
+# among SOURCES are private.
 function(qel_add_library name)
     cmake_parse_arguments(ARG "AUTOMOC" "" "HEADERS;SOURCES;PUBLIC;PRIVATE" ${ARGN})
     set(target Qel${name})
@@ -67,7 +67,7 @@ function(qel_install_package)
         DESTINATION "${package_dir}")
     install(EXPORT QelTargets NAMESPACE Qel:: DESTINATION "${package_dir}")
 
-    # Relative, for the files to stay right under cmake --install --prefix.
+    # Relative, so that cmake --install --prefix works.
     file(RELATIVE_PATH QEL_PC_PREFIX "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
     set(requires_Core "Qt6Core Qt6Gui")
     set(requires_GL "QelCore Qt6Core Qt6Gui epoxy")

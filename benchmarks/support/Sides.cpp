@@ -21,7 +21,7 @@ double microseconds(Wait wait, const std::function<void()>& prepare, const std::
         glFinish();
     }
     const std::chrono::duration<double, std::micro> elapsed = std::chrono::steady_clock::now() - start;
-    // What was submitted must not run into the other side's time.
+    // Work still queued must not count towards the other side.
     glFinish();
     return elapsed.count();
 }
@@ -46,7 +46,7 @@ void compareSides(benchmark::State& state, Wait wait, const std::function<void()
     std::vector<double> libraryTimes;
     std::vector<double> byHandTimes;
     for ([[maybe_unused]] auto iteration : state) {
-        // The side that comes first alternates too.
+        // The sides also alternate in which one runs first.
         if (libraryTimes.size() % 2 == 0) {
             libraryTimes.push_back(microseconds(wait, prepare, library));
             byHandTimes.push_back(microseconds(wait, prepare, byHand));
@@ -55,7 +55,7 @@ void compareSides(benchmark::State& state, Wait wait, const std::function<void()
             libraryTimes.push_back(microseconds(wait, prepare, library));
         }
     }
-    // What the side by hand left current may be deleted next, and nobody is to come back to it.
+    // The plain GL objects still bound here may be deleted next.
     glUseProgram(0);
     glBindVertexArray(0);
     glBindFramebuffer(GL_FRAMEBUFFER, 0);

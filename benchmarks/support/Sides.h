@@ -7,23 +7,23 @@
 
 namespace Morvane::Qel::Bench {
 
-/// What a measurement waits for.
+/// What the timing of one side includes.
 enum class Wait
 {
-    /// The calls alone: the CPU time to submit.
+    /// The CPU time to submit the calls.
     Submission,
-    /// The pixels: glFinish after each side.
+    /// The time until the pixels are drawn: glFinish is part of it.
     Pixels,
 };
 
-/// Runs two ways of doing the same alternately and reports the median time of each, in microseconds, and
-/// their ratio: the only figure that means something on a shared machine. Call it once in a benchmark.
-/// What `prepare` does before each side is not timed.
+/// Runs two implementations of the same work alternately and reports their median times in microseconds, and
+/// the ratio, the only meaningful figure on a shared machine. Call it once per benchmark. `prepare` runs
+/// before each side and is not timed.
 void compareSides(
     benchmark::State& state, Wait wait, const std::function<void()>& library,
     const std::function<void()>& byHand, const std::function<void()>& prepare = [] {});
 
-/// The middle one of at least one value; reorders them.
+/// Returns the median of one or more values, and reorders them.
 double median(std::vector<double>& values);
 
 } // namespace Morvane::Qel::Bench

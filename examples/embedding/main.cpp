@@ -1,4 +1,4 @@
-// Draws a model through a graph made in code, without a window, and writes the picture:
+// Renders a model through a graph made in code, without a window, and writes the image:
 //   qel-embedding MODEL OUTPUT.png
 
 #include <QJsonArray>
@@ -20,7 +20,7 @@ int fail(const QString& message)
     return 1;
 }
 
-/// The model, drawn by the forward pass and copied by a user shader pass with the default shader.
+/// A graph that draws the model with the forward pass and copies the frame with a shader pass.
 GraphDescription makeGraph(const QString& modelFile)
 {
     GraphDescription graph;
@@ -44,18 +44,19 @@ int main(int argc, char** argv)
         return fail("usage: qel-embedding MODEL OUTPUT.png");
     }
 
-    // An application with a window makes its own context current and tells an OpenGLDeviceContext instead.
+    // An application with a window makes its own context current instead and passes it to
+    // OpenGLDeviceContext.
     QString error;
     const auto context = HeadlessContext::create({}, &error);
     if (!context) {
         return fail(error);
     }
 
-    QStringList faults;
+    QStringList errors;
     const auto graph =
-        RenderGraph::create(makeGraph(QString::fromLocal8Bit(argv[1])), PassRegistry::builtin(), {}, &faults);
+        RenderGraph::create(makeGraph(QString::fromLocal8Bit(argv[1])), PassRegistry::builtin(), {}, &errors);
     if (!graph) {
-        return fail(faults.join('\n'));
+        return fail(errors.join('\n'));
     }
     if (!graph->renderFrame(&error)) {
         return fail(error);

@@ -1,7 +1,6 @@
 #include "ShadowedForwardRenderPass.h"
 
 #include <QMatrix4x4>
-#include <QRect>
 #include <QtMath>
 
 #include <algorithm>
@@ -9,12 +8,8 @@
 
 #include <epoxy/gl.h>
 
-#include <Qel/gl/FramebufferObject.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/InstanceData.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/Texture.h>
-#include <Qel/gl/TextureManager.h>
+#include <Qel/RenderPasses/framework/CommonPorts.h>
+#include <Qel/RenderPasses/framework/ModelPrograms.h>
 #include <Qel/model/GPUModel.h>
 #include <Qel/model/ShadowMapManager.h>
 
@@ -48,8 +43,7 @@ void main()
 }
 )"_s;
 
-// %1 and %2 are the sizes of the arrays, %3 the part of a cascade that has been passed when it begins to
-// fade.
+// %1 and %2 are the array sizes, %3 the fraction of a cascade's end at which it begins to fade.
 const QString fragmentSource = uR"(#version 150
 #instancedata "OBJMaterial"
 #include "TextureManager.glslh"
@@ -74,27 +68,27 @@ in vec3 vo_Normal;
 in vec2 vo_TexCoord;
 out vec4 out_FragColor;
 
-/// The share of a light that arrives at a depth, by the mean and the mean square of the depths around the
-/// place; negative where the blur mixed in places at which the map is empty, for then it tells nothing.
+/// The fraction of light that reaches a depth at a position in the map, from the mean and the mean square of
+/// the depths around it. Negative if the blur mixed in empty parts of the map, which make it useless.
 float shareOfLight(vec3 place, float depth)
 {
     vec2 moments = textureLod(u_ShadowMaps, place, 0.0).rg;
     if (moments.x > 1.5) {
         return -1.0;
     }
-    // The maps end at depth 1, and so does what is compared with them.
+    // The maps end at depth 1, so the depth is clamped before the comparison.
     float behind = min(depth, 1.0) - moments.x;
     if (behind <= 0.0) {
         return 1.0;
     }
-    // What single precision loses when two squares of nearly 1 are subtracted must not count as shadow.
+    // The rounding error of subtracting two squares close to 1 must not count as shadow.
     const float leastVariance = 5e-7;
     float variance = max(moments.y - moments.x * moments.x, leastVariance);
     float bound = variance / (variance + behind * behind);
     return clamp((bound - u_BleedingReduction) / (1.0 - u_BleedingReduction), 0.0, 1.0);
 }
 
-/// The same at this place, whose surface has the normal N.
+/// The fraction of light that a layer of the map lets through to this fragment, whose normal is N.
 float visibility(int layer, vec3 N)
 {
     mat4 transform = u_LayerTransforms[layer];
@@ -105,8 +99,8 @@ float visibility(int layer, vec3 N)
     if (share >= 0.0) {
         return share;
     }
-    // Beside an empty part of the map, such as a window: ask beyond the reach of the blur, at the depths of the
-    // plane on which this place lies. Where all is empty, nothing stands in the light.
+    // Beside an empty part of the map, such as a window: average samples beyond the radius of the blur, each
+    // compared at the depth of this surface's plane. If all are empty, nothing blocks the light.
     vec4 plane = vec4(N, -dot(N, vo_Position)) * inverse(transform);
     float sum = 0.0;
     float count = 0.0;
@@ -122,8 +116,8 @@ float visibility(int layer, vec3 N)
     return count > 0.0 ? sum / count : 1.0;
 }
 
-/// The share of a directional light that arrives: by the first cascade that reaches so far, which fades into
-/// the next one along its last part.
+/// The fraction of a directional light that arrives, from the first cascade that covers the view depth. Each
+/// cascade fades into the next one near its end.
 float visibilityInCascades(int first, int count, vec3 N)
 {
     int layer = first;
@@ -136,7 +130,7 @@ float visibilityInCascades(int first, int count, vec3 N)
     return layer < last && fade > 0.0 ? mix(share, visibility(layer + 1, N), fade) : share;
 }
 
-/// Which face of the cube around a point light the ray from it passes.
+/// The face of the cube around a point light that a ray from the light passes through.
 int faceOf(vec3 ray)
 {
     vec3 size = abs(ray);
@@ -202,18 +196,27 @@ void setVector(QVector<float>& array, int index, const QVector3D& xyz, float w)
 const PassDescription& ShadowedForwardRenderPass::description()
 {
     static const PassDescription description{
-        "ShadowedForwardRenderPass",
-        "Draws a model lit by the lights of a shadow map record, with their shadows.",
-        {{"Qel_QRect_Viewport", "size of the picture", "1 x 1", {}, "pixels"},
-         {"Qel_QMatrix4x4_ProjectionMatrix", "eye space to clip space", "identity"},
-         {"Qel_QMatrix4x4_CameraMatrix", "world space to eye space", "identity"},
-         {"Qel_QelGPUModel*_Geometry", "the model; all its batches are drawn", "the picture is empty"},
-         {"Qel_QVariant_ShadowMapData", "the record that a ShadowMapRenderPass publishes",
-          "ambient light only"},
-         {"Qel_float_Ambient", "light that comes from everywhere", "0", 0.1F, "0 or more"},
-         {"Qel_float_LightBleedingReduction", "below this share of its light, a lamp counts as hidden", "0",
-          0.25F, "0 to 0.99"}},
-        {{"Qel_QelTexture*_Frame", "the lit model, RGBA8; alpha 0 where there is nothing"}}};
+        .type = "ShadowedForwardRenderPass",
+        .summary = "Draws a model with the lights and shadows of a shadow map record.",
+        .inputs = {viewportInput("size of the output", "1 x 1"),
+                   projectionMatrixInput(),
+                   cameraMatrixInput(),
+                   modelInput("the model; all its batches are drawn", "the output is cleared to 0"),
+                   {.name = "Qel_QVariant_ShadowMapData",
+                    .meaning = "the record that a ShadowMapRenderPass publishes",
+                    .whenMissing = "ambient light only"},
+                   {.name = "Qel_float_Ambient",
+                    .meaning = "light that comes evenly from all directions",
+                    .whenMissing = "0",
+                    .defaultValue = 0.1F,
+                    .range = "0 or more"},
+                   {.name = "Qel_float_LightBleedingReduction",
+                    .meaning = "fraction of visible light below which a light counts as blocked",
+                    .whenMissing = "0",
+                    .defaultValue = 0.25F,
+                    .range = "0 to 0.99"}},
+        .outputs = {{.name = "Qel_QelTexture*_Frame",
+                     .meaning = "the lit model, sRGB, alpha 0 on the background; RGBA8, from the pool"}}};
     return description;
 }
 
@@ -232,54 +235,29 @@ ShadowedForwardRenderPass::~ShadowedForwardRenderPass() = default;
 
 void ShadowedForwardRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
-    const QRect viewport = m_inputs[Viewport].value.toRect();
+    const QSize size = m_inputs[Viewport].value.toRect().size();
     auto* model = getInputPointer<GPUModel>(Geometry);
     const auto* data = getInputPointer<ShadowMapManager::RenderData>(ShadowMapData);
-    if (!m_program) {
-        build();
-    }
     setLights(data);
 
-    TextureManager* pool = TextureManager::Instance();
-    Texture* frame = pool->tempTexture(TextureFormat::RGBA8, viewport.width(), viewport.height());
-    Texture* depth = pool->tempTexture(TextureFormat::Depth24Stencil8, viewport.width(), viewport.height());
-    {
-        const AutoBinder framebufferBinder(m_framebuffer.get());
-        m_framebuffer->attach(frame, GL_COLOR_ATTACHMENT0, 0);
-        m_framebuffer->attach(depth, GL_DEPTH_STENCIL_ATTACHMENT, 0);
-        m_framebuffer->setDrawBuffers();
-        glClearColor(0.0F, 0.0F, 0.0F, 0.0F);
-        glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-        if (model) {
-            draw(*model, data);
-        }
-        m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
-        m_framebuffer->detach(GL_DEPTH_STENCIL_ATTACHMENT);
+    const PooledTexture depth(TextureFormat::Depth24Stencil8, size);
+    const AttachedDepth attachedDepth(provide(m_framebuffer), depth.get());
+    const PooledTarget target(*m_framebuffer, TextureFormat::RGBA8, size);
+    if (!m_program) {
+        buildModelProgram(
+            provide(m_program), {"out_FragColor"}, vertexSource,
+            fragmentSource.arg(QString::number(maxLights), QString::number(maxLayers),
+                               QString::number(double(ShadowMapManager::cascadeFadeBegin), 'f')));
     }
-    pool->releaseTempTextureRef(depth, 1);
-    m_outputs[Frame].value = QVariant::fromValue<QObject*>(frame);
-    pool->addTempTextureRef(frame, m_outputs[Frame].users);
-    pool->releaseTempTextureRef(frame, 1);
+    glClearColor(0.0F, 0.0F, 0.0F, 0.0F);
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    if (model) {
+        draw(*model, data ? data->projectionTexture() : nullptr);
+    }
+    m_outputs[Frame].value = target.publish(m_outputs[Frame].users);
 }
 
-void ShadowedForwardRenderPass::build()
-{
-    const InstanceDataRegistry* plans = InstanceDataRegistry::Instance();
-    m_framebuffer = std::make_unique<FramebufferObject>();
-    m_program = std::make_unique<ShaderProgram>();
-    m_program->setFragDataLocations({"out_FragColor"});
-    m_program->addShader(GL_VERTEX_SHADER, vertexSource, "ShadowedForwardRenderPass.vert");
-    m_program->addShader(GL_VERTEX_SHADER, plans->getPlan("InstanceInfo")->glslc(), {});
-    m_program->addShader(GL_FRAGMENT_SHADER,
-                         fragmentSource.arg(QString::number(maxLights), QString::number(maxLayers),
-                                            QString::number(double(ShadowMapManager::cascadeFadeBegin), 'f')),
-                         "ShadowedForwardRenderPass.frag");
-    m_program->addShader(GL_FRAGMENT_SHADER, plans->getPlan("OBJMaterial")->glslc(), {});
-    m_program->addShaderFromFile(GL_FRAGMENT_SHADER, "TextureManager.glslc");
-    m_program->addShaderFromFile(GL_FRAGMENT_SHADER, "QelUtilities.glslc");
-}
-
-/// Fills the arrays with as many lights as they hold.
+/// Fills the uniform arrays with the lights, up to the sizes of the arrays.
 void ShadowedForwardRenderPass::setLights(const ShadowMapRenderData* data)
 {
     m_numLights = 0;
@@ -309,21 +287,18 @@ void ShadowedForwardRenderPass::setLights(const ShadowMapRenderData* data)
     }
 }
 
-void ShadowedForwardRenderPass::draw(GPUModel& model, const ShadowMapRenderData* data)
+void ShadowedForwardRenderPass::draw(GPUModel& model, Texture* shadowMaps)
 {
     const auto camera = m_inputs[CameraMatrix].value.value<QMatrix4x4>();
     const AutoEnabler depthTest(GL_DEPTH_TEST);
     const AutoBinder programBinder(m_program.get());
-    // An AutoBinder of null binds nothing.
-    Texture* shadowMaps = data ? data->projectionTexture() : nullptr;
-    const AutoBinder shadowMapsBinder(shadowMaps);
+    const BoundSampler sampler(*m_program, m_shadowMaps, shadowMaps, Sampling::Linear);
     m_program->setUniform(m_projectionMatrix, m_inputs[ProjectionMatrix].value.value<QMatrix4x4>());
     m_program->setUniform(m_cameraMatrix, camera);
     m_program->setUniform(m_cameraPosition, camera.inverted().column(3).toVector3D());
     m_program->setUniform(m_ambient, m_inputs[Ambient].value.toFloat());
     m_program->setUniform(m_bleedingReduction,
                           std::clamp(m_inputs[LightBleedingReduction].value.toFloat(), 0.0F, 0.99F));
-    m_program->setUniform(m_shadowMaps, shadowMaps ? shadowMaps->unit() : 0);
     m_program->setUniform(m_numLightsUniform, shadowMaps ? m_numLights : 0);
     m_program->setUniform(m_lightColors, m_colors);
     m_program->setUniform(m_lightPositions, m_positions);

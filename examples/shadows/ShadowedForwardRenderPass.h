@@ -4,26 +4,24 @@
 
 #include <memory>
 
-#include <Qel/core/RenderPassHelper.h>
-#include <Qel/gl/ShaderProgram.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 
 namespace Morvane::Qel {
-class FramebufferObject;
 class GPUModel;
 class ShadowMapRenderData;
 } // namespace Morvane::Qel
 
-/// Draws a model lit by the lights of a shadow map record, and by an even ambient light, with the Blinn-Phong
-/// model. Shadows come from the moments in the record's maps by Chebyshev's inequality (W. Donnelly,
-/// A. Lauritzen: Variance shadow maps, 2006); the light that leaks in where shadows overlap is cut off
-/// (A. Lauritzen: Summed-area variance shadow maps, GPU Gems 3, 2007).
+/// Draws a model with the Blinn-Phong model, lit by the lights of a shadow map record and by an even ambient
+/// light. Shadows come from the moments in the record's maps by Chebyshev's inequality (W. Donnelly,
+/// A. Lauritzen: Variance shadow maps, 2006); light bleeding is cut off (A. Lauritzen: Summed-area variance
+/// shadow maps, GPU Gems 3, 2007).
 ///
-/// Light falls off with the square of the distance and ends at the range of its lamp. Texels of diffuse maps
-/// with an alpha below one half are left out. Colours in textures and in the frame are sRGB, for which a
-/// power of 2.2 stands in; brightness approaches white by 1 - exp(-x). The frame's alpha is 1 where something
-/// was drawn and 0 elsewhere. It is a pooled texture whose references its consumers own.
+/// Light falls off with the square of the distance and ends at the light's range. Texels of diffuse maps with
+/// an alpha below one half are discarded. Colours in textures and in the output are sRGB, approximated by a
+/// gamma of 2.2; radiance x is tone-mapped to 1 - exp(-x). Alpha is 1 where something was drawn, else 0. The
+/// output is a pooled texture (RGBA8) whose references its consumers own.
 ///
-/// At most maxLights lights with maxLayers shadow maps together are shaded; those beyond are left out.
+/// At most maxLights lights with maxLayers shadow maps in total are used; the rest are ignored.
 class ShadowedForwardRenderPass : public Morvane::Qel::RenderPassHelper
 {
 public:
@@ -32,16 +30,24 @@ public:
 
     enum InputPort
     {
+        /// QRect in pixels; only the size counts.
         Viewport,
+        /// QMatrix4x4, eye space to clip space.
         ProjectionMatrix,
+        /// QMatrix4x4, world space to eye space.
         CameraMatrix,
+        /// GPUModel*.
         Geometry,
+        /// ShadowMapManager::RenderData*.
         ShadowMapData,
+        /// float, 0 or more.
         Ambient,
+        /// float, 0 to 0.99.
         LightBleedingReduction
     };
     enum OutputPort
     {
+        /// Texture*, RGBA8.
         Frame
     };
 
@@ -53,15 +59,14 @@ public:
     void start(Morvane::Qel::RenderCallbacks* callbacks) override;
 
 private:
-    void build();
     void setLights(const Morvane::Qel::ShadowMapRenderData* data);
-    void draw(Morvane::Qel::GPUModel& model, const Morvane::Qel::ShadowMapRenderData* data);
+    void draw(Morvane::Qel::GPUModel& model, Morvane::Qel::Texture* shadowMaps);
 
     std::unique_ptr<Morvane::Qel::FramebufferObject> m_framebuffer;
     std::unique_ptr<Morvane::Qel::ShaderProgram> m_program;
 
     int m_numLights = 0;
-    /// As the shader's arrays take them: vectors of four and two, matrices, numbers.
+    /// Contents of the uniform arrays: vec4 each, then vec2, mat4 and float.
     QVector<float> m_colors;
     QVector<float> m_positions;
     QVector<float> m_directions;

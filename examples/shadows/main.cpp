@@ -1,4 +1,4 @@
-// Draws a graph that uses a pass of this program beside those of the library, and writes the picture:
+// Renders a graph that uses this program's own pass beside those of the library, and writes the image:
 //   qel-shadows GRAPH OUTPUT.png
 
 #include <cstdio>
@@ -29,10 +29,10 @@ int main(int argc, char** argv)
     if (argc != 3) {
         return fail("usage: qel-shadows GRAPH OUTPUT.png");
     }
-    QStringList faults;
-    const auto description = loadGraph(QString::fromLocal8Bit(argv[1]), &faults);
+    QStringList errors;
+    const auto description = loadGraph(QString::fromLocal8Bit(argv[1]), &errors);
     if (!description) {
-        return fail(faults.join('\n'));
+        return fail(errors.join('\n'));
     }
 
     QString error;
@@ -42,9 +42,9 @@ int main(int argc, char** argv)
     }
     PassRegistry registry = PassRegistry::builtin();
     registry.add<ShadowedForwardRenderPass>();
-    const auto graph = RenderGraph::create(*description, registry, {}, &faults);
+    const auto graph = RenderGraph::create(*description, registry, {}, &errors);
     if (!graph) {
-        return fail(faults.join('\n'));
+        return fail(errors.join('\n'));
     }
     if (!graph->renderFrame(&error)) {
         return fail(error);

@@ -1,262 +1,179 @@
-// Forward drawing and the material G-buffer of a model, on geometry whose answer is known.
+// Forward drawing, the material G-buffer and its shading, on a scene that a CPU ray caster knows.
 
-#include <QMatrix4x4>
-#include <QRect>
-
-#include <cmath>
-#include <memory>
+#include <algorithm>
 
 #include <epoxy/gl.h>
 
-#include "support/Models.h"
-#include "support/Passes.h"
-#include "support/Pixels.h"
+#include "support/Scene.h"
 #include "support/ScopedGLTest.h"
 #include <Qel/RenderPasses/geometry/ForwardRenderPass.h>
+#include <Qel/RenderPasses/geometry/GBufferRenderPass.h>
+#include <Qel/RenderPasses/geometry/ModelDeferredPass.h>
 #include <Qel/RenderPasses/geometry/ModelRenderPass.h>
-#include <Qel/gl/Texture.h>
 
 using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel::Test {
 namespace {
 
-constexpr int side = 16;
+const QSize size(48, 40);
+/// Half a step of 8 bits, and as much again for the precision of the power function.
+constexpr float shadingTolerance = 1.02F / 255.0F;
 
-/// Two squares behind each other, the nearer one tilted, squeezed and to the right; distinct materials.
-ModelData makeScene()
+/// The shaded colour in 8 bits, with the dissolve as alpha.
+QVector4D lit(const MaterialData& material, const QVector3D& eyeNormal)
 {
-    ModelData data;
-    data.meshes = {makeSquare(), makeSquare()};
-    data.meshes[1].material = 1;
-    data.materials.resize(2);
-    data.materials[0].kd = {0.5F, 0.25F, 0.75F};
-    data.materials[0].ks = {0.3F, 0.2F, 0.1F};
-    data.materials[0].ns = 3.0F;
-    data.materials[0].d = 0.4F;
-    data.materials[1].kd = {0.1F, 0.6F, 0.2F};
-    data.materials[1].ns = 250.0F;
-    data.instances.resize(2);
-    data.instances[1].mesh = 1;
-    data.instances[1].transform.translate(0.25F, 0.0F, 0.5F);
-    data.instances[1].transform.scale(0.5F, 1.0F, 3.0F);
-    data.instances[1].transform.rotate(30.0F, 1.0F, 0.0F, 0.0F);
-    return data;
-}
-
-/// Orthographic, looking along -z from z = 2: one unit of x and y is half of the picture.
-QMatrix4x4 makeProjection()
-{
-    QMatrix4x4 projection;
-    projection.ortho(-1.0F, 1.0F, -1.0F, 1.0F, 0.5F, 3.5F);
-    return projection;
-}
-
-QMatrix4x4 makeCamera()
-{
-    QMatrix4x4 camera;
-    camera.translate(0.0F, 0.0F, -2.0F);
-    return camera;
-}
-
-std::vector<QVariant> inputs(GPUModel* model)
-{
-    return {QRect(0, 0, side, side), makeProjection(), makeCamera(), QVariant::fromValue(model)};
-}
-
-/// The normal of the second square as the instance's transform takes it, not of unit length.
-QVector3D tiltedNormal(const ModelData& data)
-{
-    const QMatrix4x4 matrix = data.instances[1].transform.inverted().transposed();
-    return matrix.mapVector({0, 0, 1});
-}
-
-enum class Cover
-{
-    Nothing,
-    Back,
-    Front
-};
-
-/// Height of the tilted square above z = 0 at a place on the screen; tan 30 degrees, stretched by 3.
-float tiltedHeight(float v)
-{
-    return 0.5F + 3.0F * v * 0.57735027F;
-}
-
-/// What covers a pixel: the back square spans -0.5 to 0.5, the tilted one 0 to 0.5 in x and half of cos 30
-/// degrees in y; its lower end dips behind the back square.
-Cover coverAt(int x, int y)
-{
-    const float u = (static_cast<float>(x) + 0.5F) / side * 2.0F - 1.0F;
-    const float v = (static_cast<float>(y) + 0.5F) / side * 2.0F - 1.0F;
-    constexpr float halfHeight = 0.5F * 0.8660254F;
-    if (u > 0.0F && u < 0.5F && std::abs(v) < halfHeight && tiltedHeight(v) > 0.0F) {
-        return Cover::Front;
+    QVector4D color(blinnPhong(material, eyeNormal), material.d);
+    for (int i = 0; i < 4; ++i) {
+        color[i] = std::clamp(color[i], 0.0F, 1.0F);
     }
-    return std::abs(u) < 0.5F && std::abs(v) < 0.5F ? Cover::Back : Cover::Nothing;
+    return color;
 }
 
 using ModelPassesTest = ScopedGLTest;
 
-TEST_F(ModelPassesTest, ForwardLightsWhatIsNearest)
+TEST_F(ModelPassesTest, ForwardAndDeferredShadeWhatIsNearest)
 {
-    const ModelData data = makeScene();
-    GPUModel model(data);
-    ForwardRenderPass pass;
-    runFrame(pass, inputs(&model));
-    const QVector3D back = blinnPhong(data.materials[0], {0, 0, 1});
-    // Lit with the normal as it comes, which the instance's scale has shortened or stretched.
-    const QVector3D front = blinnPhong(data.materials[1], tiltedNormal(data));
-    EXPECT_TRUE(equal(readTexture(outputTexture(pass, ForwardRenderPass::Frame)),
-                      Pixels::generate(side, side,
-                                       [&](int x, int y) {
-                                           switch (coverAt(x, y)) {
-                                           case Cover::Front:
-                                               return QVector4D(front, data.materials[1].d);
-                                           case Cover::Back:
-                                               return QVector4D(back, data.materials[0].d);
-                                           default:
-                                               return QVector4D();
-                                           }
-                                       }),
-                      0.51F / 255.0F));
-    // The target's 8 bits hold no more of an Id than whether there is one.
-    EXPECT_TRUE(equal(readTexture(outputTexture(pass, ForwardRenderPass::Id)),
-                      Pixels::generate(side, side, [](int x, int y) {
-                          return coverAt(x, y) == Cover::Nothing ? QVector4D() : QVector4D(1, 1, 1, 1);
-                      })));
-}
+    const Scene scene(makeSceneData());
+    GPUModel model(scene.data());
+    const View view = makeSceneView(size);
+    const auto image = [&](const std::function<QVector4D(const Hit&)>& value, const QVector4D& background) {
+        return scene.image(view, [&](const Hit* hit) { return hit ? value(*hit) : background; });
+    };
+    const auto eyeNormal = [&](const Hit& hit) { return view.camera.mapVector(hit.normal); };
 
-TEST_F(ModelPassesTest, MaterialBufferHoldsMaterialsNormalsDepthAndIds)
-{
-    const ModelData data = makeScene();
-    GPUModel model(data);
-    ModelRenderPass pass;
-    runFrame(pass, inputs(&model));
-    const auto expect = [&](int output, const QVector4D& back, const QVector4D& front, float tolerance) {
-        EXPECT_TRUE(equal(readTexture(outputTexture(pass, output)),
-                          Pixels::generate(side, side,
-                                           [&](int x, int y) {
-                                               const Cover cover = coverAt(x, y);
-                                               return cover == Cover::Front  ? front
-                                                      : cover == Cover::Back ? back
-                                                                             : QVector4D();
-                                           }),
-                          tolerance))
+    // Forward shades with normals as they are interpolated, of any length.
+    Runner<ForwardRenderPass> forward;
+    forward.run(view.inputs({&model}));
+    EXPECT_TRUE(equal(forward.pixels(ForwardRenderPass::Frame),
+                      image([&](const Hit& hit) { return lit(scene.material(hit), eyeNormal(hit)); }, {}),
+                      shadingTolerance));
+    // 8 bits clamp every Id to 1.
+    EXPECT_TRUE(equal(forward.pixels(ForwardRenderPass::Id),
+                      image([](const Hit&) { return QVector4D(1, 1, 1, 1); }, {})));
+
+    Runner<ModelRenderPass> material;
+    material.run(view.inputs({&model}));
+    const auto expect = [&](int output, float tolerance, const QVector4D& background,
+                            const std::function<QVector4D(const Hit&)>& value) {
+        EXPECT_TRUE(equal(material.pixels(output), image(value, background), tolerance))
             << "output " << output;
     };
-    const MaterialData& m0 = data.materials[0];
-    const MaterialData& m1 = data.materials[1];
-    expect(ModelRenderPass::Diffuse, QVector4D(m0.kd, m0.d), QVector4D(m1.kd, m1.d), 0.0F);
-    expect(ModelRenderPass::Specular, QVector4D(m0.ks, m0.ns), QVector4D(m1.ks, m1.ns), 0.0F);
+    expect(ModelRenderPass::Diffuse, 0.0F, {},
+           [&](const Hit& hit) { return QVector4D(scene.material(hit).kd, scene.material(hit).d); });
+    expect(ModelRenderPass::Specular, 0.0F, {},
+           [&](const Hit& hit) { return QVector4D(scene.material(hit).ks, scene.material(hit).ns); });
+    expect(ModelRenderPass::Normal, 2e-5F, {0, 0, 0, 1},
+           [&](const Hit& hit) { return QVector4D(eyeNormal(hit).normalized(), 1); });
+    expect(ModelRenderPass::Id, 0.0F, {0, 0, 0, 1},
+           [](const Hit& hit) { return QVector4D(static_cast<float>(hit.primitive + 1), 0, 0, 1); });
+    EXPECT_TRUE(equal(material.pixels(ModelRenderPass::Depth), scene.depths(view), 1e-5F));
 
-    // The colour formats of fewer components read back with the alpha that GL gives them, 1.
-    const Pixels normals = readTexture(outputTexture(pass, ModelRenderPass::Normal));
-    const Pixels ids = readTexture(outputTexture(pass, ModelRenderPass::Id));
-    const Pixels depths = readTexture(outputTexture(pass, ModelRenderPass::Depth));
-    const QVector3D tilted = tiltedNormal(data).normalized();
-    for (int y = 0; y < side; ++y) {
-        for (int x = 0; x < side; ++x) {
-            const Cover cover = coverAt(x, y);
-            const QVector3D normal = cover == Cover::Front  ? tilted
-                                     : cover == Cover::Back ? QVector3D(0, 0, 1)
-                                                            : QVector3D();
-            EXPECT_LT((normals.at(x, y).toVector3D() - normal).length(), 1e-5F) << x << ", " << y;
-            // Two triangles a square, the lower right one first; on the diagonal either may win.
-            const float id = ids.at(x, y).x();
-            if (cover == Cover::Nothing) {
-                EXPECT_EQ(id, 0.0F);
-            } else if (cover == Cover::Back && x != y) {
-                EXPECT_EQ(id, y < x ? 1.0F : 2.0F) << x << ", " << y;
-            } else {
-                EXPECT_TRUE(id == 1.0F || id == 2.0F) << id;
-            }
-            // z = 0 lies half way between the planes at distances 0.5 and 3.5.
-            const float depth = depths.at(x, y).x();
-            if (cover != Cover::Front) {
-                EXPECT_NEAR(depth, cover == Cover::Back ? 0.5F : 1.0F, 1e-6F);
-            } else {
-                const float v = (static_cast<float>(y) + 0.5F) / side * 2.0F - 1.0F;
-                // The camera is at z = 2.
-                EXPECT_NEAR(depth, (2.0F - tiltedHeight(v) - 0.5F) / 3.0F, 1e-5F);
-            }
-        }
-    }
+    // The background's pow(0, 0) is up to the driver.
+    Runner<ModelDeferredPass> deferred;
+    EXPECT_TRUE(
+        equal(deferred.render(view.inputs(
+                  {material.take(ModelRenderPass::Diffuse), material.take(ModelRenderPass::Specular),
+                   material.take(ModelRenderPass::Normal), material.take(ModelRenderPass::Depth)})),
+              image([&](const Hit& hit) { return lit(scene.material(hit), eyeNormal(hit).normalized()); },
+                    anyPixel),
+              shadingTolerance));
 }
 
-TEST_F(ModelPassesTest, DiscardsByTheDiffuseMapsAlphaWhenAskedBeforeTheFirstFrame)
+TEST_F(ModelPassesTest, NormalsAreExtendedWithOne)
 {
-    ModelData data;
-    data.meshes = {makeSquare()};
-    // The left texel transparent, the right one just above the limit.
+    // Under this camera the last column of the normal matrix is (-0.5, 0, 0, 1).
+    QMatrix4x4 camera;
+    camera(3, 0) = 0.5F;
+    const ModelData data = makeModelData(makeSquare());
+    GPUModel model(data);
+    const QVector3D normal(-0.5F, 0, 1);
+    Runner<ForwardRenderPass> forward;
+    const std::vector<Input> inputs{QRect(0, 0, 5, 5), {}, camera, &model};
+    const Pixels frame = forward.render(inputs);
+    EXPECT_LT((frame.at(2, 2) - lit(data.materials[0], normal)).length(), shadingTolerance);
+    Runner<ModelRenderPass> material;
+    material.run(inputs);
+    EXPECT_LT((material.pixels(ModelRenderPass::Normal).at(2, 2).toVector3D() - normal.normalized()).length(),
+              1e-5F);
+}
+
+TEST_F(ModelPassesTest, DiscardsByTheDiffuseMapsAlphaIfSetBeforeTheFirstFrame)
+{
+    ModelData data = makeModelData(makeSquare());
+    // 2 / 255 is below the limit of 0.01, 3 / 255 above.
     QImage image(2, 1, QImage::Format_RGBA8888);
     image.setPixelColor(0, 0, QColor(255, 255, 255, 2));
     image.setPixelColor(1, 0, QColor(255, 255, 255, 3));
     data.images = {image};
-    data.materials.resize(1);
     data.materials[0].mapKd = 0;
-    data.instances.resize(1);
     GPUModel model(data);
-    const auto numCovered = [&](ModelRenderPass& pass) {
-        runFrame(pass, inputs(&model));
-        int count = 0;
-        for (const QVector4D& depth : readTexture(outputTexture(pass, ModelRenderPass::Depth)).values) {
-            count += depth.x() < 1.0F ? 1 : 0;
-        }
-        return count;
+    // The square covers the middle quarter of the view.
+    const auto isDrawn = [&](Runner<ModelRenderPass>& pass, int x) {
+        pass.run({QRect(0, 0, 16, 16), {}, {}, &model});
+        return pass.pixels(ModelRenderPass::Depth).at(x, 8).x() < 1.0F;
     };
-    ModelRenderPass keeps;
-    EXPECT_EQ(numCovered(keeps), side * side / 4);
-    keeps.setDiscardOnDiffuseAlpha(true);
-    EXPECT_EQ(numCovered(keeps), side * side / 4) << "too late to change anything";
-    ModelRenderPass discards;
-    discards.setDiscardOnDiffuseAlpha(true);
-    EXPECT_LT(numCovered(discards), side * side / 4);
+    Runner<ModelRenderPass> keeps;
+    EXPECT_TRUE(isDrawn(keeps, 4));
+    keeps->setDiscardOnDiffuseAlpha(true);
+    EXPECT_TRUE(isDrawn(keeps, 4)) << "too late";
+    Runner<ModelRenderPass> discards;
+    discards->setDiscardOnDiffuseAlpha(true);
+    EXPECT_FALSE(isDrawn(discards, 4));
+    EXPECT_TRUE(isDrawn(discards, 11));
 }
 
-TEST_F(ModelPassesTest, WithoutAModelTheImagesAreClearAndFollowTheSize)
+TEST_F(ModelPassesTest, WithoutAModelTheOutputsAreClearedAndFollowTheSize)
 {
-    ForwardRenderPass pass;
-    runFrame(pass, {});
-    EXPECT_EQ(outputTexture(pass), nullptr) << "no size, no texture";
-    const auto empty = [](int width, int height) {
-        return Pixels::generate(width, height, [](int, int) { return QVector4D(); });
+    const auto check = [](auto& pass) {
+        pass.run();
+        EXPECT_EQ(pass.texture(), nullptr) << "no size, no texture";
+        EXPECT_TRUE(equal(pass.render({QRect(0, 0, 9, 4)}), Pixels::filled(9, 4, {})));
+        const Texture* before = pass.texture();
+        EXPECT_TRUE(equal(pass.render({QRect(7, 7, 9, 4)}), Pixels::filled(9, 4, {})));
+        EXPECT_EQ(pass.texture(), before) << "the same size keeps the textures";
+        EXPECT_TRUE(equal(pass.render({QRect(0, 0, 3, 8)}), Pixels::filled(3, 8, {})));
     };
-    EXPECT_TRUE(equal(render(pass, {QRect(0, 0, 9, 4)}), empty(9, 4)));
-    const Texture* before = outputTexture(pass);
-    EXPECT_TRUE(equal(render(pass, {QRect(7, 7, 9, 4)}), empty(9, 4)));
-    EXPECT_EQ(outputTexture(pass), before) << "the same size keeps the textures";
-    EXPECT_TRUE(equal(render(pass, {QRect(0, 0, 3, 8)}), empty(3, 8)));
+    Runner<ForwardRenderPass> forward;
+    check(forward);
+    Runner<ModelRenderPass> material;
+    check(material);
 }
 
-TEST_F(ModelPassesTest, DrawsWithAProgramFromOutside)
+template<class Pass>
+void expectOwnProgramDraws(const QStringList& outputs, const Input& geometry)
 {
-    const auto model = makeCubeModel();
+    QString fragments = u"#version 150\n"_s;
+    QString assignments;
+    for (const QString& output : outputs) {
+        fragments += u"out vec4 %1;\n"_s.arg(output);
+        assignments += u"%1 = vec4(0.2, 0.4, 0.6, 0.8);\n"_s.arg(output);
+    }
     ShaderProgram program;
-    program.setFragDataLocations({u"out_FragColor"_s, u"out_Id"_s});
+    program.setFragDataLocations(outputs);
     program.addShader(GL_VERTEX_SHADER, uR"(#version 150
 uniform mat4 u_ProjectionMatrix;
 uniform mat4 u_CameraMatrix;
 in vec3 va_Vertex;
 void main() { gl_Position = u_ProjectionMatrix * u_CameraMatrix * vec4(va_Vertex, 1.0); })"_s,
                       {});
-    program.addShader(GL_FRAGMENT_SHADER, uR"(#version 150
-out vec4 out_FragColor;
-out vec4 out_Id;
-void main() { out_FragColor = vec4(0.2, 0.4, 0.6, 0.8); out_Id = vec4(0.0); })"_s,
-                      {});
-    const auto expected = Pixels::generate(side, side, [](int x, int y) {
-        const bool inside = x >= side / 4 && x < side * 3 / 4 && y >= side / 4 && y < side * 3 / 4;
-        return inside ? QVector4D(0.2F, 0.4F, 0.6F, 0.8F) : QVector4D();
-    });
+    program.addShader(GL_FRAGMENT_SHADER, fragments + u"void main() {"_s + assignments + u"}"_s, {});
     {
-        ForwardRenderPass pass;
-        pass.setShaderProgram(&program);
-        EXPECT_TRUE(equal(render(pass, inputs(model.get())), expected, 1e-6F));
+        Runner<Pass> pass;
+        pass->setShaderProgram(&program);
+        const Pixels image = pass.render({QRect(0, 0, 4, 4), {}, {}, geometry});
+        EXPECT_LT((image.at(1, 2) - QVector4D(0.2F, 0.4F, 0.6F, image.at(1, 2).w())).length(), 1e-6F);
     }
-    // The program outlives the pass.
-    EXPECT_TRUE(program.isValid());
+    EXPECT_TRUE(program.isValid()) << "the caller keeps it";
+}
+
+TEST_F(ModelPassesTest, DrawWithAProgramOfTheCaller)
+{
+    const auto model = makeCubeModel();
+    expectOwnProgramDraws<ForwardRenderPass>({u"out_FragColor"_s, u"out_Id"_s}, model);
+    expectOwnProgramDraws<ModelRenderPass>({u"out_Kd"_s, u"out_Ks"_s, u"out_Normal"_s, u"out_Id"_s}, model);
+    expectOwnProgramDraws<GBufferRenderPass>({u"out_Normal"_s, u"out_TexCoord"_s, u"out_Id"_s},
+                                             model->drawBuffers(0));
 }
 
 } // namespace

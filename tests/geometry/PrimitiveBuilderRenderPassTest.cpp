@@ -1,26 +1,21 @@
 // Generated primitives, read back from their buffers and drawn.
 
-#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QPointer>
-#include <QRect>
-#include <QTemporaryDir>
 
 #include <array>
 #include <functional>
-#include <set>
 #include <vector>
 
 #include <epoxy/gl.h>
 
 #include "support/Passes.h"
-#include "support/Pixels.h"
 #include "support/ScopedGLTest.h"
 #include <Qel/RenderPasses/geometry/GBufferRenderPass.h>
 #include <Qel/RenderPasses/geometry/PrimitiveBuilderRenderPass.h>
 #include <Qel/gl/BufferObject.h>
-#include <Qel/gl/DrawBuffers.h>
 #include <Qel/gl/VertexArrayObject.h>
-#include <Qel/graph/GraphFile.h>
 #include <Qel/graph/RenderGraph.h>
 
 using namespace Qt::StringLiterals;
@@ -28,10 +23,24 @@ using namespace Qt::StringLiterals;
 namespace Morvane::Qel::Test {
 namespace {
 
-DrawBuffers* build(PrimitiveBuilderRenderPass& pass)
+DrawBuffers* build(Runner<PrimitiveBuilderRenderPass>& pass)
 {
-    runFrame(pass, {});
-    return qobject_cast<DrawBuffers*>(pass.output(PrimitiveBuilderRenderPass::Geometry).value<QObject*>());
+    pass.run();
+    return qobject_cast<DrawBuffers*>(pass->output(PrimitiveBuilderRenderPass::Geometry).value<QObject*>());
+}
+
+/// Draws a batch without matrices, which looks along +z, and compares the Ids. Two triangles that share a
+/// square count as one: the image holds the first Id of each pair.
+testing::AssertionResult covers(DrawBuffers* batch, int size, const std::function<float(int, int)>& firstId)
+{
+    Runner<GBufferRenderPass> gbuffer;
+    gbuffer.run({QRect(0, 0, size, size), {}, {}, batch});
+    const Pixels ids = gbuffer.pixels(GBufferRenderPass::Id).mapped([](const QVector4D& id) {
+        const int number = static_cast<int>(id.x());
+        return QVector4D(static_cast<float>(number == 0 ? 0 : (number - 1) / 2 * 2 + 1), 0, 0, 1);
+    });
+    return equal(
+        ids, Pixels::generate(size, size, [&](int x, int y) { return QVector4D(firstId(x, y), 0, 0, 1); }));
 }
 
 template<class Value>
@@ -65,9 +74,9 @@ using PrimitiveBuilderRenderPassTest = ScopedGLTest;
 
 TEST_F(PrimitiveBuilderRenderPassTest, ACubeHasItsFacesInOrderEachWithItsNormalAndSquareOfCoordinates)
 {
-    PrimitiveBuilderRenderPass pass;
-    pass.addCube(2.0F, {1, 0, 0});
-    const DrawBuffers* batch = build(pass);
+    Runner<PrimitiveBuilderRenderPass> pass;
+    pass->addCube(2.0F, {1, 0, 0});
+    DrawBuffers* batch = build(pass);
     ASSERT_TRUE(batch);
     const auto positions = readAttribute<Floats3>(*batch, "va_Vertex");
     const auto normals = readAttribute<Floats3>(*batch, "va_Normal");
@@ -102,11 +111,11 @@ TEST_F(PrimitiveBuilderRenderPassTest, ACubeHasItsFacesInOrderEachWithItsNormalA
 
 TEST_F(PrimitiveBuilderRenderPassTest, PrimitivesShareOneBatchInTheirOrder)
 {
-    PrimitiveBuilderRenderPass pass;
-    pass.addCube(0.5F, {-0.5F, 0, 0});
-    pass.addQuad(-0.25F, {0.5F, 0.5F, 0.25F});
-    pass.addQuad(0.25F, {0.5F, -0.5F, -0.75F});
-    const DrawBuffers* batch = build(pass);
+    Runner<PrimitiveBuilderRenderPass> pass;
+    pass->addCube(0.5F, {-0.5F, 0, 0});
+    pass->addQuad(-0.25F, {0.5F, 0.5F, 0.25F});
+    pass->addQuad(0.25F, {0.5F, -0.5F, -0.75F});
+    DrawBuffers* batch = build(pass);
     ASSERT_TRUE(batch);
     const auto indices = readBuffer<unsigned int>(batch->indexBO());
     EXPECT_EQ(std::vector(indices.begin() + 36, indices.end()),
@@ -121,50 +130,25 @@ TEST_F(PrimitiveBuilderRenderPassTest, PrimitivesShareOneBatchInTheirOrder)
     EXPECT_EQ(positions[41], (Floats3{0.25F, -0.25F, -0.75F}));
     EXPECT_EQ(normals[37], (Floats3{0, 0, -1})) << "whatever the size";
 
-    // Drawn without matrices, that is seen from -z: the cube's face z-, and both quads.
-    GBufferRenderPass gbuffer;
-    runFrame(gbuffer, {QRect(0, 0, 16, 16), QVariant(), QVariant(), pass.output(0)});
-    const Pixels ids = readTexture(outputTexture(gbuffer, GBufferRenderPass::Id));
-    const Pixels coords = readTexture(outputTexture(gbuffer, GBufferRenderPass::TexCoord));
-    const auto covers = [](int x, int y, int left, int bottom) {
-        return x >= left && x < left + 4 && y >= bottom && y < bottom + 4;
-    };
-    std::set<float> seen;
-    for (int y = 0; y < 16; ++y) {
-        for (int x = 0; x < 16; ++x) {
-            const float id = ids.at(x, y).x();
-            seen.insert(id);
-            const float first = covers(x, y, 2, 6)     ? 1.0F
-                                : covers(x, y, 10, 10) ? 13.0F
-                                : covers(x, y, 10, 2)  ? 15.0F
-                                                       : 0.0F;
-            EXPECT_TRUE(id == first || (first > 0.0F && id == first + 1.0F))
-                << x << ", " << y << ": " << id << ", not " << first;
-            if (first == 15.0F) {
-                EXPECT_EQ(coords.at(x, y).toVector2D(),
-                          QVector2D(static_cast<float>(x - 10) + 0.5F, static_cast<float>(y - 2) + 0.5F) / 4);
-            }
-        }
-    }
-    EXPECT_EQ(seen, (std::set<float>{0, 1, 2, 13, 14, 15, 16})) << "both triangles of each";
+    // The cube's face z- and both quads.
+    EXPECT_TRUE(covers(batch, 16, [](int x, int y) {
+        const auto isIn = [&](int left, int bottom) {
+            return x >= left && x < left + 4 && y >= bottom && y < bottom + 4;
+        };
+        return isIn(2, 6) ? 1.0F : isIn(10, 10) ? 13.0F : isIn(10, 2) ? 15.0F : 0.0F;
+    }));
+    EXPECT_EQ((readAttribute<Floats2>(*batch, "va_TexCoord")[42]), (Floats2{1, 0}));
 }
 
 TEST_F(PrimitiveBuilderRenderPassTest, BuildsAnewOnlyAfterAChangeAndDeletesTheBatchBefore)
 {
-    PrimitiveBuilderRenderPass pass;
+    Runner<PrimitiveBuilderRenderPass> pass;
     EXPECT_EQ(build(pass), nullptr);
-    EXPECT_EQ(pass.output(0).metaType(), QMetaType::fromType<QObject*>());
-
-    // The setting is the initial one, and the batch is empty.
-    pass.setUseIndirectDrawCommands(true);
+    // Setting the initial value builds a batch too, an empty one.
+    pass->setUseIndirectDrawCommands(true);
     const DrawBuffers* empty = build(pass);
     ASSERT_TRUE(empty);
     EXPECT_EQ(empty->count(), 0);
-    GBufferRenderPass gbuffer;
-    runFrame(gbuffer, {QRect(0, 0, 2, 2), QVariant(), QVariant(), pass.output(0)});
-    EXPECT_TRUE(equal(readTexture(outputTexture(gbuffer)),
-                      Pixels::generate(2, 2, [](int, int) { return QVector4D(0, 0, 0, 1); })));
-
     const int numObjects = scope().numObjects();
     const auto expectReplaced = [&](const std::function<void()>& change, size_t numCommands) {
         const QPointer<DrawBuffers> before = build(pass);
@@ -176,48 +160,38 @@ TEST_F(PrimitiveBuilderRenderPassTest, BuildsAnewOnlyAfterAChangeAndDeletesTheBa
         EXPECT_EQ(after->drawElementsIndirectCommands().size(), numCommands);
         EXPECT_EQ(scope().numObjects(), numObjects);
     };
-    expectReplaced([&] { pass.addQuad(1.0F, {}); }, 1);
-    expectReplaced([&] { pass.addCube(1.0F, {}); }, 2);
-    expectReplaced([&] { pass.setUseIndirectDrawCommands(false); }, 0);
-    expectReplaced([&] { pass.setUseIndirectDrawCommands(false); }, 0);
+    expectReplaced([&] { pass->addQuad(1.0F, {}); }, 1);
+    expectReplaced([&] { pass->addCube(1.0F, {}); }, 2);
+    expectReplaced([&] { pass->setUseIndirectDrawCommands(false); }, 0);
+    expectReplaced([&] { pass->setUseIndirectDrawCommands(false); }, 0);
 }
 
 TEST_F(PrimitiveBuilderRenderPassTest, AGraphListsPrimitives)
 {
-    QTemporaryDir folder;
-    const QString path = folder.filePath(u"graph.json"_s);
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(R"({"viewport": [4, 4], "passes": [
-        {"name": "primitives", "type": "PrimitiveBuilderRenderPass", "options": {"primitives": [
-            {"type": "quad", "size": 0.25, "position": [-0.75, 0.25, 0]}, {"position": [0.5, -0.5, 0.5]}],
-         "useIndirectDrawCommands": false}},
-        {"name": "gbuffer", "type": "GBufferRenderPass",
-         "inputs": {"Geometry": "@primitives.Geometry", "ProjectionMatrix": null, "CameraMatrix": null}}],
-        "output": "@gbuffer.Id"})");
-    file.close();
-    QStringList faults;
-    const std::optional<GraphDescription> description = loadGraph(path, &faults);
-    ASSERT_TRUE(description) << qPrintable(faults.join(u'\n'));
-    const auto graph = RenderGraph::create(*description, PassRegistry::builtin(), {}, &faults);
-    ASSERT_TRUE(graph) << qPrintable(faults.join(u'\n'));
-    QString error;
-    ASSERT_TRUE(graph->renderFrame(&error)) << qPrintable(error);
-    // A quad of one pixel and the front of a cube of four, whose triangles come after the quad's.
-    const Pixels ids = readTexture(graph->picture());
-    for (int y = 0; y < 4; ++y) {
-        for (int x = 0; x < 4; ++x) {
-            const float first = x == 0 && y == 2 ? 1.0F : x >= 2 && y < 2 ? 3.0F : 0.0F;
-            const float id = ids.at(x, y).x();
-            EXPECT_TRUE(id == first || (first > 0.0F && id == first + 1.0F)) << x << ", " << y << ": " << id;
-        }
-    }
+    const QJsonObject options = QJsonDocument::fromJson(R"({"primitives": [
+        {"type": "quad", "size": 0.25, "position": [-0.75, 0.25, 0]}, {"position": [0.5, -0.5, 0.5]}],
+        "useIndirectDrawCommands": false})")
+                                    .object();
+    GraphDescription description;
+    description.viewport = {4, 4};
+    description.passes = {
+        {u"primitives"_s, u"PrimitiveBuilderRenderPass"_s, {}, options},
+        {u"gbuffer"_s, u"GBufferRenderPass"_s, {{u"Geometry"_s, u"@primitives.Geometry"_s}}, {}}};
+    description.output = u"@gbuffer.Id"_s;
+    QStringList errors;
+    const auto graph = RenderGraph::create(description, PassRegistry::builtin(), {}, &errors);
+    ASSERT_TRUE(graph) << qPrintable(errors.join(u'\n'));
     const PlannedPass& planned = graph->plan().passes[0];
+    QString error;
     const auto pass = PassRegistry::builtin().create(planned.type, planned.options, &error);
-    runFrame(*pass, {});
-    const auto* batch = qobject_cast<DrawBuffers*>(pass->output(0).value<QObject*>());
+    PassRunner(*pass).run();
+    auto* batch = qobject_cast<DrawBuffers*>(pass->output(0).value<QObject*>());
     EXPECT_EQ(batch->count(), 6 + 36);
     EXPECT_TRUE(batch->drawElementsIndirectCommands().empty());
+    // A quad of one pixel, then the front of a cube of four.
+    EXPECT_TRUE(covers(batch, 4, [](int x, int y) {
+        return x == 0 && y == 2 ? 1.0F : x >= 2 && y < 2 ? 3.0F : 0.0F;
+    }));
 }
 
 } // namespace

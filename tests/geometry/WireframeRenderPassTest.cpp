@@ -1,54 +1,42 @@
 // The overlay against a count of differing neighbours on the CPU.
 
-#include <QRect>
-
 #include <algorithm>
 #include <cmath>
 #include <functional>
-#include <memory>
 
 #include <epoxy/gl.h>
 
 #include "support/GLTest.h"
 #include "support/Passes.h"
-#include "support/Pixels.h"
 #include <Qel/RenderPasses/geometry/WireframeRenderPass.h>
-#include <Qel/gl/Texture.h>
-#include <Qel/gl/TextureManager.h>
 
 using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel::Test {
 namespace {
 
-using Pass = WireframeRenderPass;
-
-/// Primitives of three by two pixels, some split into parts by a diagonal, on a background of a margin.
+/// Primitives of three by two pixels, some split into parts by a diagonal, with a margin of background.
 Pixels makeIds(int width, int height)
 {
     return Pixels::generate(width, height, [](int x, int y) {
         if (x < 2 || y < 2) {
             return QVector4D();
         }
-        const int number = 1 + x / 3 + 100 * (y / 2);
-        const auto primitive = static_cast<float>(number);
+        const auto primitive = static_cast<float>(1 + x / 3 + 100 * (y / 2));
         const float part = x / 3 % 2 == 0 && x % 3 > y % 2 ? 1.0F : 0.0F;
         return QVector4D(primitive, primitive, part, primitive);
     });
 }
 
-/// The fraction of neighbours that differ, whose places are whole numbers of texels.
-float fractionAt(const Pixels& ids, int x, int y, int step = 1)
+/// The weight of the differing neighbours at a distance of `step` texels, clamped to the edge.
+float weightAt(const Pixels& ids, int x, int y, int step = 1)
 {
     const auto whole = [](float value) { return std::floor(value + 0.1F); };
-    const auto at = [&](int i, int j) {
-        return ids.at(std::clamp(i, 0, ids.width - 1), std::clamp(j, 0, ids.height - 1));
-    };
-    const QVector4D centre = at(x, y);
+    const QVector4D& centre = ids.at(x, y);
     float sum = 0.0F;
     for (const int j : {-step, 0, step}) {
         for (const int i : {-step, 0, step}) {
-            const QVector4D neighbour = at(x + i, y + j);
+            const QVector4D& neighbour = ids.clamped(x + i, y + j);
             if (whole(neighbour.x()) != whole(centre.x())) {
                 sum += 1.0F;
             } else if (whole(neighbour.z()) != whole(centre.z())) {
@@ -59,96 +47,66 @@ float fractionAt(const Pixels& ids, int x, int y, int step = 1)
     return sum / 8.0F;
 }
 
-/// Whether each pixel is the premultiplied overlay of its fraction.
-testing::AssertionResult shows(const Pixels& picture, const std::function<float(int, int)>& fraction)
+/// Whether an image is the premultiplied overlay of these weights.
+testing::AssertionResult shows(const Pixels& image, const std::function<float(int, int)>& weight)
 {
     // Drivers round halves to 8 bits either way.
     constexpr float halfStep = 0.501F / 255.0F;
-    return equal(picture,
-                 Pixels::generate(picture.width, picture.height,
-                                  [&](int x, int y) {
-                                      const float level = 26.0F * fraction(x, y) / 255.0F;
-                                      return QVector4D(level, level, level, level);
-                                  }),
+    return equal(image,
+                 Pixels::generate(
+                     image.width, image.height,
+                     [&](int x, int y) { return QVector4D(1, 1, 1, 1) * (26.0F / 255.0F * weight(x, y)); }),
                  halfStep);
 }
 
-std::unique_ptr<Texture> makeIdTexture(const Pixels& ids)
+using WireframeRenderPassTest = GLTest;
+
+TEST_F(WireframeRenderPassTest, WeighsNeighboursOnePixelOfTheViewportApart)
 {
-    std::unique_ptr<Texture> texture(makeTexture(ids, GL_RGBA32F));
+    const Pixels ids = makeIds(24, 18);
+    const auto texture = makeTexture(ids, GL_RGBA32F);
     texture->setWrap(GL_CLAMP_TO_EDGE);
-    return texture;
-}
+    Runner<WireframeRenderPass> pass;
+    for (const int users : {1, 0, 2}) {
+        pass.setNumUsers(users);
+        EXPECT_TRUE(shows(pass.render({QRect(0, 0, 24, 18), texture}),
+                          [&](int x, int y) { return weightAt(ids, x, y); }));
+    }
+    // At a third of the size, pixel centres fall on every third texel.
+    EXPECT_TRUE(shows(pass.render({QRect(0, 0, 8, 6), texture}),
+                      [&](int x, int y) { return weightAt(ids, 3 * x + 1, 3 * y + 1, 3); }));
+    // An origin shifts the drawing inside the output; the rest is cleared.
+    EXPECT_TRUE(shows(pass.render({QRect(5, 3, 24, 18), texture}),
+                      [&](int x, int y) { return x < 5 || y < 3 ? 0.0F : weightAt(ids, x - 5, y - 3); }));
 
-class WireframeRenderPassTest : public GLTest
-{
-};
-
-TEST_F(WireframeRenderPassTest, CountsTheNeighboursOfOtherPrimitivesAndParts)
-{
-    const Pixels ids = makeIds(24, 16);
-    const std::unique_ptr<Texture> texture = makeIdTexture(ids);
-    Pass pass;
-    const Pixels actual = render(pass, {QRect(0, 0, 24, 16), textureInput(texture.get())});
-    EXPECT_EQ(QSize(actual.width, actual.height), QSize(24, 16));
-    EXPECT_TRUE(shows(actual, [&](int x, int y) { return fractionAt(ids, x, y); }));
-    EXPECT_EQ(actual.at(0, 0), QVector4D()) << "background amid background";
+    // If the texture repeats, the opposite border is next.
+    const auto halves =
+        makeTexture(8, 8, GL_RGBA32F, [](int x, int) { return QVector4D(x < 4 ? 1.0F : 2.0F, 0, 0, 0); });
+    halves->setWrap(GL_REPEAT);
+    EXPECT_TRUE(shows(pass.render({QRect(0, 0, 8, 8), halves}),
+                      [](int x, int) { return x == 3 || x == 4 || x % 7 == 0 ? 0.375F : 0.0F; }));
 }
 
 TEST_F(WireframeRenderPassTest, RoundsIdsDownAfterATenth)
 {
-    // Two columns, each with one neighbouring column.
+    // Two columns, each with three neighbours in the other.
     const struct
     {
         float left;
         float right;
-        float fraction;
+        float weight;
     } cases[] = {{4.9999F, 5.0F, 0.0F}, {5.0F, 5.95F, 0.375F}, {5.0F, 5.85F, 0.0F}, {0.0F, 1.0F, 0.375F}};
-    Pass pass;
+    Runner<WireframeRenderPass> pass;
     for (const auto& c : cases) {
-        const Pixels ids = Pixels::generate(2, 3, [&](int x, int) {
-            const float id = x == 0 ? c.left : c.right;
-            return QVector4D(id, 0, 0, 0);
-        });
-        const std::unique_ptr<Texture> texture = makeIdTexture(ids);
-        const Pixels actual = render(pass, {QRect(0, 0, 2, 3), textureInput(texture.get())});
-        EXPECT_TRUE(shows(actual, [&](int, int) { return c.fraction; })) << c.left << " and " << c.right;
+        const auto texture = makeTexture(
+            2, 3, GL_RGBA32F, [&](int x, int) { return QVector4D(x == 0 ? c.left : c.right, 0, 0, 0); });
+        texture->setWrap(GL_CLAMP_TO_EDGE);
+        EXPECT_TRUE(shows(pass.render({QRect(0, 0, 2, 3), texture}), [&](int, int) { return c.weight; }))
+            << c.left << " and " << c.right;
     }
 }
 
-TEST_F(WireframeRenderPassTest, NeighboursAreOnePixelOfTheViewportApart)
-{
-    const Pixels ids = makeIds(24, 18);
-    const std::unique_ptr<Texture> texture = makeIdTexture(ids);
-    Pass pass;
-    // A third of the size: the centres of pixels lie on those of every third texel.
-    const Pixels small = render(pass, {QRect(0, 0, 8, 6), textureInput(texture.get())});
-    EXPECT_TRUE(shows(small, [&](int x, int y) { return fractionAt(ids, 3 * x + 1, 3 * y + 1, 3); }));
-
-    // An origin shifts the drawing in a target of the viewport's size; the rest is cleared.
-    const Pixels shifted = render(pass, {QRect(5, 3, 24, 18), textureInput(texture.get())});
-    EXPECT_TRUE(
-        shows(shifted, [&](int x, int y) { return x < 5 || y < 3 ? 0.0F : fractionAt(ids, x - 5, y - 3); }));
-}
-
-TEST_F(WireframeRenderPassTest, BordersFollowTheWrapMode)
-{
-    const Pixels ids = Pixels::generate(8, 8, [](int x, int) {
-        const float id = x < 4 ? 1.0F : 2.0F;
-        return QVector4D(id, id, id, id);
-    });
-    const std::unique_ptr<Texture> texture = makeIdTexture(ids);
-    Pass pass;
-    const auto edges = [&](bool aroundTheBorder) {
-        return
-            [=](int x, int) { return x == 3 || x == 4 || (aroundTheBorder && x % 7 == 0) ? 0.375F : 0.0F; };
-    };
-    EXPECT_TRUE(shows(render(pass, {QRect(0, 0, 8, 8), textureInput(texture.get())}), edges(false)));
-    texture->setWrap(GL_REPEAT);
-    EXPECT_TRUE(shows(render(pass, {QRect(0, 0, 8, 8), textureInput(texture.get())}), edges(true)));
-}
-
-/// Ports in places of its own.
+/// Has a port before the inherited ones, and no outputs at first.
 class RearrangedPass : public WireframeRenderPass
 {
 public:
@@ -162,21 +120,18 @@ public:
 TEST_F(WireframeRenderPassTest, FindsItsPortsByName)
 {
     TextureManager* pool = TextureManager::Instance();
-    RearrangedPass pass;
-    Texture* ids = pool->tempTexture(TextureFormat::RGBA8, 4, 4);
-    const std::vector<QVariant> inputs{7, QRect(0, 0, 4, 4), textureInput(ids)};
-    runFrame(pass, inputs);
+    Runner<RearrangedPass> pass;
+    Texture* ids = makePooledTexture(makeIds(4, 4), TextureFormat::RGBA8);
+    pass.run({7, QRect(0, 0, 4, 4), ids});
     EXPECT_EQ(pool->numReferences(), 1) << "without its output the pass does nothing";
-    pass.addOutput(u"Qel_int_Own"_s);
-    pass.addOutput(u"Qel_QelTexture*_Frame"_s);
-    runFrame(pass, inputs);
-    ASSERT_TRUE(outputTexture(pass, 1));
-    EXPECT_EQ(outputTexture(pass, 1)->size(), QSize(4, 4));
-    EXPECT_EQ(pool->numReferences(), 1) << "that of the output's user";
-    pool->releaseTempTextureRef(outputTexture(pass, 1), 1);
-
-    runFrame(pass, {7, QRect(0, 0, 4, 4), QVariant()});
-    EXPECT_FALSE(pass.output(1).isValid());
+    pass->addOutput(u"Qel_int_Own"_s);
+    pass->addOutput(u"Qel_QelTexture*_Frame"_s);
+    pass.run();
+    ASSERT_TRUE(pass.texture(1));
+    EXPECT_EQ(pass.texture(1)->size(), QSize(4, 4));
+    EXPECT_EQ(pool->numReferences(), 1) << "only that of the output's user";
+    pass.run({7, QRect(0, 0, 4, 4), nullptr});
+    EXPECT_FALSE(pass->output(1).isValid());
 }
 
 } // namespace

@@ -19,6 +19,7 @@
 #include <Qel/gl/UniformBlocks.h>
 #include <Qel/gl/VertexArrayObject.h>
 
+#include "support/GLState.h"
 #include "support/GLTest.h"
 #include "support/Pixels.h"
 
@@ -28,24 +29,9 @@ namespace Morvane::Qel::Test {
 
 namespace {
 
-unsigned int stateInGL(GLenum name)
-{
-    int value = -1;
-    glGetIntegerv(name, &value);
-    return static_cast<unsigned int>(value);
-}
-
-/// The 2D texture of a unit.
-unsigned int textureAt(int unit)
-{
-    glActiveTexture(GL_TEXTURE0 + static_cast<unsigned int>(unit));
-    return stateInGL(GL_TEXTURE_BINDING_2D);
-}
-
 std::unique_ptr<Texture> makeTexel(const QVector4D& value = {})
 {
-    return std::unique_ptr<Texture>(
-        makeTexture(Pixels::generate(1, 1, [&](int, int) { return value; }), GL_RGBA8));
+    return makeTexture(Pixels::filled(1, 1, value), GL_RGBA8);
 }
 
 std::unique_ptr<ShaderProgram> makeProgram(const char* fragmentShader)
@@ -61,103 +47,91 @@ std::unique_ptr<ShaderProgram> makeProgram(const char* fragmentShader)
 
 const char* const whiteFragment = "#version 150\nout vec4 o;\nvoid main() { o = vec4(1.0); }\n";
 
-class Bindings : public GLTest
-{
-};
+using Bindings = GLTest;
 
-TEST_F(Bindings, TexturesTakeUnitsStackWise)
+/// Checks the textures of the first units, null for none, and that each knows its latest unit.
+void expectUnits(const std::vector<Texture*>& textures)
+{
+    for (size_t i = 0; i < textures.size(); ++i) {
+        Texture* texture = textures[i];
+        EXPECT_EQ(textureAt(static_cast<int>(i)), texture ? texture->textureID() : 0U) << "unit " << i;
+        if (texture && std::find(textures.begin() + static_cast<int>(i) + 1, textures.end(), texture) ==
+                           textures.end()) {
+            EXPECT_EQ(texture->unit(), static_cast<int>(i));
+        }
+    }
+}
+
+TEST_F(Bindings, TexturesTakeUnitsLikeAStack)
 {
     const auto a = makeTexel();
     const auto b = makeTexel();
     const auto c = makeTexel();
     a->bind();
     b->bind();
-    EXPECT_EQ(a->unit(), 0);
-    EXPECT_EQ(b->unit(), 1);
-    EXPECT_EQ(textureAt(0), a->textureID());
-    EXPECT_EQ(textureAt(1), b->textureID());
-
-    // Bound again, it has two units, and goes back to the earlier one.
     {
+        // A texture that is bound again has two units and returns to the earlier one.
         const AutoBinder binder(a.get());
-        EXPECT_EQ(a->unit(), 2);
-        EXPECT_EQ(textureAt(2), a->textureID());
+        expectUnits({a.get(), b.get(), a.get()});
     }
-    EXPECT_EQ(a->unit(), 0);
-    EXPECT_EQ(textureAt(0), a->textureID());
-    EXPECT_EQ(textureAt(2), 0U);
+    expectUnits({a.get(), b.get(), nullptr});
 
-    // Released out of order: what is bound on top stays where samplers look for it.
+    // A release out of order leaves the later textures on their units.
     a->release();
     EXPECT_EQ(a->unit(), -1);
-    EXPECT_EQ(b->unit(), 1);
-    EXPECT_EQ(textureAt(0), 0U);
-    EXPECT_EQ(textureAt(1), b->textureID());
     c->bind();
-    EXPECT_NE(c->unit(), b->unit());
-    EXPECT_EQ(textureAt(c->unit()), c->textureID());
-    EXPECT_EQ(textureAt(b->unit()), b->textureID());
+    expectUnits({nullptr, b.get(), c.get()});
     b->release();
     c->release();
     c->release();
     b->bind();
-    EXPECT_EQ(b->unit(), 0) << "every unit is free again";
+    expectUnits({b.get(), nullptr});
 
-    // Changes to a texture do not disturb what is bound.
+    // Changing a texture does not disturb the bindings.
     a->setFilter(GL_LINEAR, GL_LINEAR);
     a->setImage2D(0, GL_RGBA8, 2, 2, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
     EXPECT_EQ(a->unit(), -1);
-    EXPECT_EQ(textureAt(b->unit()), b->textureID());
+    expectUnits({b.get(), nullptr});
     b->release();
 
-    // Deleted while bound, and of another target than its neighbour.
+    // A texture of another target is deleted while bound.
     auto cube = std::make_unique<Texture>();
     cube->setTarget(GL_TEXTURE_CUBE_MAP);
     cube->bind();
     cube->bind();
     cube.reset();
-    a->bind();
-    EXPECT_EQ(a->unit(), 0);
+    const AutoBinder binder(a.get());
+    expectUnits({a.get()});
     EXPECT_EQ(stateInGL(GL_TEXTURE_BINDING_CUBE_MAP), 0U);
-    a->release();
 }
 
-TEST_F(Bindings, MoreTexturesThanUnitsAreReportedAndLeaveTheOuterBindings)
+TEST_F(Bindings, MoreTexturesThanUnitsAreReportedAndLeaveTheBindings)
 {
-    const QVector4D red(1.0F, 0.0F, 0.0F, 1.0F);
-    const auto numReports = [&] { return messages().failures.filter(u"texture units are taken"_s).size(); };
-    std::vector<std::unique_ptr<Texture>> textures(BindingRecord::numUnits);
-    for (std::unique_ptr<Texture>& texture : textures) {
-        texture = makeTexel(red);
-    }
-    const auto extra = makeTexel();
-    for (const auto& texture : textures) {
-        texture->bind();
+    const auto numReports = [&] { return messages().failures.filter(u"texture units are in use"_s).size(); };
+    std::vector<std::unique_ptr<Texture>> owners;
+    std::vector<Texture*> textures;
+    for (int i = 0; i < BindingRecord::numUnits; ++i) {
+        textures.push_back(owners.emplace_back(makeTexel()).get());
+        textures.back()->bind();
     }
     EXPECT_EQ(numReports(), 0);
+    Texture extra;
     {
-        // Both one that is new to the units and one that has a unit already.
-        const AutoBinder newBinder(extra.get());
+        // A new texture, and one that already has a unit.
+        const AutoBinder newBinder(&extra);
         EXPECT_EQ(numReports(), 1);
-        EXPECT_EQ(extra->unit(), -1);
-        const AutoBinder againBinder(textures[3].get());
-        EXPECT_EQ(numReports(), 2);
+        EXPECT_EQ(extra.unit(), -1);
+        const AutoBinder againBinder(textures[3]);
     }
-    EXPECT_EQ(numReports(), 2) << "once for each binding";
-    expectMessage(u"all %1 texture units are taken"_s.arg(BindingRecord::numUnits));
-    for (int i = 0; i < BindingRecord::numUnits; ++i) {
-        const auto& texture = textures[static_cast<size_t>(i)];
-        EXPECT_EQ(texture->unit(), i);
-        EXPECT_EQ(textureAt(i), texture->textureID()) << i;
-    }
-    for (const auto& texture : textures) {
+    EXPECT_EQ(numReports(), 2);
+    expectMessage(u"all %1 texture units are in use"_s.arg(BindingRecord::numUnits));
+    expectUnits(textures);
+    for (Texture* texture : textures) {
         texture->release();
         EXPECT_EQ(texture->unit(), -1);
     }
-    extra->bind();
-    EXPECT_EQ(extra->unit(), 0);
-    extra->release();
-    EXPECT_EQ(textureAt(3), 0U);
+    const AutoBinder binder(&extra);
+    expectUnits({&extra, nullptr, nullptr, nullptr});
 }
 
 TEST_F(Bindings, ProgramsAndVertexArraysNest)
@@ -166,6 +140,10 @@ TEST_F(Bindings, ProgramsAndVertexArraysNest)
     auto inner = makeProgram(whiteFragment);
     VertexArrayObject outerArray;
     auto innerArray = std::make_unique<VertexArrayObject>();
+    const auto expectBound = [](unsigned int program, unsigned int vertexArray) {
+        EXPECT_EQ(stateInGL(GL_CURRENT_PROGRAM), program);
+        EXPECT_EQ(stateInGL(GL_VERTEX_ARRAY_BINDING), vertexArray);
+    };
     const AutoBinder nothing(static_cast<Bindable*>(nullptr));
     {
         const AutoBinder outerBinder(outer.get());
@@ -173,27 +151,23 @@ TEST_F(Bindings, ProgramsAndVertexArraysNest)
         {
             const AutoBinder innerBinder(inner.get());
             const AutoBinder innerArrayBinder(innerArray.get());
-            EXPECT_EQ(stateInGL(GL_CURRENT_PROGRAM), inner->programID());
-            EXPECT_EQ(stateInGL(GL_VERTEX_ARRAY_BINDING), innerArray->getVAO());
+            expectBound(inner->programID(), innerArray->getVAO());
         }
-        EXPECT_EQ(stateInGL(GL_CURRENT_PROGRAM), outer->programID());
-        EXPECT_EQ(stateInGL(GL_VERTEX_ARRAY_BINDING), outerArray.getVAO());
+        expectBound(outer->programID(), outerArray.getVAO());
 
         // Destroyed while bound.
         inner->bind();
         innerArray->bind();
         inner.reset();
         innerArray.reset();
-        EXPECT_EQ(stateInGL(GL_CURRENT_PROGRAM), outer->programID());
-        EXPECT_EQ(stateInGL(GL_VERTEX_ARRAY_BINDING), outerArray.getVAO());
+        expectBound(outer->programID(), outerArray.getVAO());
     }
-    EXPECT_EQ(stateInGL(GL_CURRENT_PROGRAM), 0U);
-    EXPECT_EQ(stateInGL(GL_VERTEX_ARRAY_BINDING), 0U);
+    expectBound(0, 0);
 }
 
 TEST_F(Bindings, CapabilitiesAreRestoredAsTheyWere)
 {
-    // One that the context keeps a record of and one that it asks GL for.
+    // One that the context records and one for which it queries GL.
     for (const GLenum capability : {GL_BLEND, GL_SAMPLE_ALPHA_TO_COVERAGE}) {
         for (const bool before : {false, true}) {
             context().setEnabled(capability, before);
@@ -210,16 +184,11 @@ TEST_F(Bindings, CapabilitiesAreRestoredAsTheyWere)
             }
             EXPECT_EQ(glIsEnabled(capability) == GL_TRUE, before);
             EXPECT_EQ(context().isEnabled(capability), before);
-            {
-                const AutoDisabler disabler(capability);
-                EXPECT_FALSE(glIsEnabled(capability));
-            }
-            EXPECT_EQ(glIsEnabled(capability) == GL_TRUE, before);
         }
     }
 }
 
-TEST_F(Bindings, MakeCurrentReadsWhatTheApplicationChanged)
+TEST_F(Bindings, MakeCurrentReadsTheStateThatTheApplicationChanged)
 {
     const auto color = makeTexel();
     const auto program = makeProgram(whiteFragment);
@@ -259,24 +228,20 @@ TEST_F(Bindings, MakeCurrentReadsWhatTheApplicationChanged)
     EXPECT_EQ(stateInGL(GL_VERTEX_ARRAY_BINDING), applicationArray.getVAO());
     EXPECT_EQ(stateInGL(GL_DRAW_FRAMEBUFFER_BINDING), applicationFramebuffer.getFBO());
     EXPECT_EQ(context().viewport(), QRect(7, 8, 9, 10));
-    std::array<int, 4> viewport{};
-    glGetIntegerv(GL_VIEWPORT, viewport.data());
-    EXPECT_EQ(viewport, (std::array<int, 4>{7, 8, 9, 10}));
+    EXPECT_EQ(viewportInGL(), QRect(7, 8, 9, 10));
     glUseProgram(0);
     glBindVertexArray(0);
     glBindFramebuffer(GL_FRAMEBUFFER, 0);
     context().makeCurrent();
 }
 
-TEST_F(Bindings, AScopeDeletesWhatIsLeft)
+TEST_F(Bindings, AScopeDeletesTheObjectsThatAreLeft)
 {
     QObject parent;
     QPointer<Texture> left;
-    QPointer<Texture> ofParent;
-    QPointer<Texture> adopted;
-    QPointer<Texture> suspended;
-    QPointer<Texture> before = new Texture;
     QPointer<FramebufferObject> framebuffer;
+    std::array<QPointer<Texture>, 4> others;
+    others[0] = new Texture;
     unsigned int name = 0;
     {
         ResourceScope scope(&context());
@@ -286,33 +251,32 @@ TEST_F(Bindings, AScopeDeletesWhatIsLeft)
             name = left->textureID();
             framebuffer = new FramebufferObject;
             framebuffer->bind();
-            ofParent = new Texture(&parent);
-            adopted = new Texture;
-            adopted->setParent(&parent);
+            // Objects with a parent belong to the parent.
+            others[1] = new Texture(&parent);
+            others[2] = new Texture;
+            others[2]->setParent(&parent);
             {
                 const ResourceScope::Activation suspension(&context(), nullptr);
-                suspended = new Texture;
+                others[3] = new Texture;
             }
             const auto deletedByItsOwner = makeTexel();
-            // Deleted together with the one that owns it.
             (new Texture)->setParent(left);
             EXPECT_EQ(scope.numObjects(), 5);
         }
-        EXPECT_EQ(scope.numObjects(), 4) << "what was deleted left the scope";
-        const std::unique_ptr<Texture> after(new Texture);
-        EXPECT_EQ(scope.numObjects(), 4) << "the scope is not active any more";
+        EXPECT_EQ(scope.numObjects(), 4) << "deleted objects leave the scope";
+        const Texture after;
+        EXPECT_EQ(scope.numObjects(), 4) << "the scope is no longer active";
     }
     EXPECT_TRUE(left.isNull());
     EXPECT_FALSE(glIsTexture(name));
     EXPECT_TRUE(framebuffer.isNull());
     EXPECT_EQ(stateInGL(GL_DRAW_FRAMEBUFFER_BINDING), 0U);
-    EXPECT_FALSE(ofParent.isNull());
-    EXPECT_FALSE(adopted.isNull());
-    EXPECT_FALSE(suspended.isNull());
-    EXPECT_FALSE(before.isNull());
+    for (const QPointer<Texture>& other : others) {
+        EXPECT_FALSE(other.isNull());
+    }
     EXPECT_EQ(context().resourceScope(), nullptr);
-    delete suspended.data();
-    delete before.data();
+    delete others[0].data();
+    delete others[3].data();
 }
 
 TEST_F(Bindings, ABatchDrawsOnlyWithAValidProgram)
@@ -324,7 +288,7 @@ TEST_F(Bindings, ABatchDrawsOnlyWithAValidProgram)
     framebuffer.setDrawBuffers();
     const auto batch = context().fullScreenTriangle();
     const AutoBinder batchBinder(batch);
-    const auto picture = [&] { return readTexture(color.get()).at(0, 0); };
+    const auto pixel = [&] { return readTexture(color.get()).at(0, 0); };
 
     EXPECT_FALSE(batch->draw());
     const auto valid = makeProgram(whiteFragment);
@@ -333,15 +297,15 @@ TEST_F(Bindings, ABatchDrawsOnlyWithAValidProgram)
         const auto broken = makeProgram("#version 150\nvoid main() { nonsense }\n");
         const AutoBinder brokenBinder(broken.get());
         expectMessage(u"cannot be built"_s);
-        EXPECT_FALSE(batch->draw()) << "not even with the program around it";
-        EXPECT_EQ(picture(), QVector4D());
+        EXPECT_FALSE(batch->draw()) << "nor with the program bound before";
+        EXPECT_EQ(pixel(), QVector4D());
     }
     DrawBuffers withoutArray;
     withoutArray.setVertexCount(3);
     EXPECT_FALSE(withoutArray.draw());
-    EXPECT_EQ(picture(), QVector4D());
+    EXPECT_EQ(pixel(), QVector4D());
     EXPECT_TRUE(batch->draw());
-    EXPECT_EQ(picture(), QVector4D(1.0F, 1.0F, 1.0F, 1.0F));
+    EXPECT_EQ(pixel(), QVector4D(1.0F, 1.0F, 1.0F, 1.0F));
 }
 
 TEST_F(Bindings, AnIndexedTargetBindsItsRange)
@@ -374,7 +338,7 @@ TEST_F(Bindings, AnIndexedTargetBindsItsRange)
 
 TEST_F(Bindings, ShadersReadTheIndirectCommandsOfABatch)
 {
-    // Reads the five values of two commands, one a pixel.
+    // Writes the five values of two commands to four pixels.
     const auto program = makeProgram(R"(#version 150
 struct Command { uint count; uint instanceCount; uint firstIndex; uint baseVertex; uint baseInstance; };
 layout(std140) uniform DrawElementsIndirectCommands { Command commands[2]; };
@@ -386,8 +350,7 @@ void main()
                                      : vec4(c.baseInstance);
 })");
     ASSERT_TRUE(program->isValid());
-    const std::unique_ptr<Texture> target(
-        makeTexture(Pixels::generate(4, 1, [](int, int) { return QVector4D(); }), GL_RGBA32F));
+    const auto target = makeTexture(Pixels::filled(4, 1, {}), GL_RGBA32F);
     FramebufferObject framebuffer;
     framebuffer.attach(target.get(), GL_COLOR_ATTACHMENT0, 0);
     const AutoBinder framebufferBinder(&framebuffer);
@@ -402,13 +365,11 @@ void main()
         const AutoBinder triangleBinder(triangle);
         ASSERT_TRUE(triangle->draw());
     }
-    const Pixels picture = readTexture(target.get());
-    EXPECT_EQ(picture.at(0, 0), QVector4D(30, 1, 6, 70));
-    EXPECT_EQ(picture.at(1, 0), QVector4D(11, 11, 11, 11));
-    EXPECT_EQ(picture.at(2, 0), QVector4D(12, 2, 36, 90));
-    EXPECT_EQ(picture.at(3, 0), QVector4D(13, 13, 13, 13));
+    const Pixels image = readTexture(target.get());
+    EXPECT_EQ(image.values,
+              (std::vector<QVector4D>{{30, 1, 6, 70}, {11, 11, 11, 11}, {12, 2, 36, 90}, {13, 13, 13, 13}}));
 
-    // Without commands: what draw issues, also after that changed.
+    // Without commands the block describes the draw call, also after changes.
     const auto countInBlock = [](DrawBuffers& drawn) {
         const auto block = drawn.getDrawElementsIndirectCommandsUniformBufferObject();
         std::array<unsigned int, 2> values{};
@@ -436,13 +397,13 @@ TEST_F(Bindings, GLErrorsAreReportedWithTheirPlace)
     glEnable(GL_RGBA);
     EXPECT_TRUE(hasGLError("Core/A", 23));
     EXPECT_TRUE(messages().failures.contains(u"[Core/A:23] OpenGL error GL_INVALID_ENUM"_s));
-    EXPECT_FALSE(hasGLError("Core/A", 24)) << "the error was taken";
+    EXPECT_FALSE(hasGLError("Core/A", 24)) << "the error was consumed";
     glBindBuffer(GL_ARRAY_BUFFER, 0);
     glBufferData(GL_ARRAY_BUFFER, 4, nullptr, GL_STATIC_DRAW);
     checkGLError("Core/B", 25);
     EXPECT_TRUE(messages().failures.contains(u"[Core/B:25] OpenGL error GL_INVALID_OPERATION"_s));
     expectMessage(u"^\\[Core/[AB]:2[35]\\] OpenGL error "_s);
-    // The debug context says the same where it happens.
+    // The debug context reports the errors too.
     expectMessage(u"^OpenGL: "_s);
 }
 

@@ -12,6 +12,7 @@
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
 
+#include "support/GLState.h"
 #include "support/GLTest.h"
 #include "support/Pixels.h"
 
@@ -26,7 +27,7 @@ class TextureManagerTest : public GLTest
 protected:
     static TextureManager& pool() { return *TextureManager::Instance(); }
 
-    /// Takes a texture and gives it back at once; which one it is.
+    /// Takes a texture, releases it at once and returns it.
     static Texture* borrow(TextureFormat format, int width, int height)
     {
         Texture* texture = pool().tempTexture(format, width, height);
@@ -35,16 +36,12 @@ protected:
     }
     static QSize sizeInGL(Texture* texture, int level)
     {
-        const AutoBinder binder(texture);
-        int width = 0;
-        int height = 0;
-        glGetTexLevelParameteriv(GL_TEXTURE_2D, level, GL_TEXTURE_WIDTH, &width);
-        glGetTexLevelParameteriv(GL_TEXTURE_2D, level, GL_TEXTURE_HEIGHT, &height);
-        return {width, height};
+        const Pixels pixels = readTexture(texture, level);
+        return {pixels.width, pixels.height};
     }
 };
 
-/// The native context that is current, to come back to.
+/// Remembers the current native context to return to it.
 class NativeContext
 {
 public:
@@ -66,35 +63,25 @@ private:
     EGLContext m_context;
 };
 
-TEST_F(TextureManagerTest, LendsAFreeTextureOfTheSameKindAgain)
+TEST_F(TextureManagerTest, ReusesATextureOfTheSameKindOnceItsReferencesAreReleased)
 {
-    Texture* first = pool().tempTexture(TextureFormat::RGBA8, 8, 4);
-    Texture* second = pool().tempTexture(TextureFormat::RGBA8, 8, 4);
-    EXPECT_NE(first, second);
-    pool().releaseTempTextureRef(first, 1);
-
-    EXPECT_NE(borrow(TextureFormat::RGBA8, 4, 8), first);
-    EXPECT_NE(borrow(TextureFormat::RGBA16F, 8, 4), first);
-    EXPECT_NE(borrow(TextureFormat::RGBA8, 8, 8), first);
-    EXPECT_EQ(borrow(TextureFormat::RGBA8, 8, 4), first);
-    pool().releaseTempTextureRef(second, 1);
-}
-
-TEST_F(TextureManagerTest, CountsReferences)
-{
-    Texture* texture = pool().tempTexture(TextureFormat::RGBA16F, 8, 8, 3);
+    Texture* texture = pool().tempTexture(TextureFormat::RGBA8, 8, 4, 3);
     pool().addTempTextureRef(texture, 2);
     pool().releaseTempTextureRef(texture, 4);
-    EXPECT_EQ(pool().numReferences(), 1);
-    EXPECT_NE(borrow(TextureFormat::RGBA16F, 8, 8), texture);
     ASSERT_EQ(pool().loans().size(), 1U);
     EXPECT_EQ(pool().loans()[0].texture, texture);
     EXPECT_EQ(pool().loans()[0].references, 1);
+    EXPECT_EQ(pool().numReferences(), 1);
+    EXPECT_NE(borrow(TextureFormat::RGBA8, 8, 4), texture);
+    pool().releaseFreeTextures();
     pool().releaseTempTextureRef(texture, 1);
     EXPECT_TRUE(pool().loans().empty());
+    EXPECT_NE(borrow(TextureFormat::RGBA8, 4, 8), texture);
+    EXPECT_NE(borrow(TextureFormat::RGBA16F, 8, 4), texture);
+    EXPECT_EQ(borrow(TextureFormat::RGBA8, 8, 4), texture);
     pool().releaseFreeTextures();
 
-    // What the pool does not own is left alone.
+    // Null and textures from elsewhere are ignored.
     Texture own;
     for (Texture* ignored : {&own, static_cast<Texture*>(nullptr)}) {
         pool().addTempTextureRef(ignored, 5);
@@ -102,17 +89,17 @@ TEST_F(TextureManagerTest, CountsReferences)
     }
     EXPECT_EQ(pool().numReferences(), 0);
 
-    // One release too many is reported and does not spoil the next loan.
+    // One release too many is reported and does not affect the next use.
     Texture* spoiled = pool().tempTexture(TextureFormat::RGBA8, 2, 2);
     pool().releaseTempTextureRef(spoiled, 3);
-    expectMessage(u"3 references of a pooled texture are released, of which 1 are out"_s);
+    expectMessage(u"3 references to a pooled texture are released but only 1 are held"_s);
     EXPECT_EQ(pool().tempTexture(TextureFormat::RGBA8, 2, 2), spoiled);
     EXPECT_EQ(pool().numReferences(), 1);
     EXPECT_NE(borrow(TextureFormat::RGBA8, 2, 2), spoiled);
     pool().releaseTempTextureRef(spoiled, 1);
 }
 
-TEST_F(TextureManagerTest, EveryLoanIsAsNew)
+TEST_F(TextureManagerTest, ResetsFormatSizeAndParametersOnReuse)
 {
     constexpr std::array<unsigned int, 5> names{GL_TEXTURE_MIN_FILTER, GL_TEXTURE_MAG_FILTER,
                                                 GL_TEXTURE_WRAP_S, GL_TEXTURE_WRAP_T, GL_TEXTURE_WRAP_R};
@@ -128,7 +115,7 @@ TEST_F(TextureManagerTest, EveryLoanIsAsNew)
     };
     Texture* texture = pool().tempTexture(TextureFormat::RGBA8, 8, 4);
     EXPECT_EQ(parameters(texture), expected);
-    // Contents of another format, and of another size.
+    // An image of another format, then one of another size.
     for (const auto& [format, width] : {std::pair(GL_RGBA32F, 8), std::pair(GL_RGBA8, 2)}) {
         texture->setFilter(GL_NEAREST_MIPMAP_NEAREST, GL_NEAREST);
         texture->setWrap(GL_MIRRORED_REPEAT);
@@ -143,30 +130,24 @@ TEST_F(TextureManagerTest, EveryLoanIsAsNew)
     pool().releaseTempTextureRef(texture, 1);
 }
 
-TEST_F(TextureManagerTest, SizesAreKeptWithinWhatTheDriverOffers)
+TEST_F(TextureManagerTest, ClampsSizesAndAllocatesMipChains)
 {
     const int limit = context().maxTextureSize();
-    const struct
-    {
-        int width;
-        int height;
-        QSize expected;
-        bool reported;
-    } cases[] = {
-        {0, 0, {1, 1}, false},         {-5, 3, {1, 3}, false},       {4, 0, {4, 1}, false},
-        {limit, 1, {limit, 1}, false}, {limit + 1, 2, {1, 1}, true}, {2, limit + 1, {1, 1}, true},
-    };
-    for (const auto& c : cases) {
-        Texture* texture = borrow(TextureFormat::RGBA8, c.width, c.height);
-        EXPECT_EQ(sizeInGL(texture, 0), c.expected) << c.width << "x" << c.height;
-        EXPECT_EQ(texture->size(), c.expected);
-        EXPECT_EQ(messages().failures.isEmpty(), !c.reported) << c.width << "x" << c.height;
-        if (c.reported) {
-            expectMessage(u"%1x%2 is over the driver's limit of %3"_s.arg(c.width).arg(c.height).arg(limit));
+    for (const auto& [size, expected] : {std::pair(QSize(-5, 0), QSize(1, 1)),
+                                         {QSize(limit, 1), QSize(limit, 1)},
+                                         {QSize(limit + 1, 2), QSize(1, 1)},
+                                         {QSize(2, limit + 1), QSize(1, 1)}}) {
+        Texture* texture = borrow(TextureFormat::RGBA8, size.width(), size.height());
+        EXPECT_EQ(sizeInGL(texture, 0), expected);
+        EXPECT_EQ(texture->size(), expected);
+        if (std::max(size.width(), size.height()) > limit) {
+            expectMessage(
+                u"%1x%2 exceeds the driver's limit of %3"_s.arg(size.width()).arg(size.height()).arg(limit));
         }
+        EXPECT_TRUE(messages().failures.isEmpty());
     }
 
-    // The whole mip chain, down to one texel.
+    // The mip chain goes down to one texel.
     Texture* mipmapped = borrow(TextureFormat::RGBA32FMipmapped, 13, 5);
     const std::array<QSize, 5> levels{QSize(13, 5), QSize(6, 2), QSize(3, 1), QSize(1, 1), QSize(0, 0)};
     for (size_t level = 0; level < levels.size(); ++level) {
@@ -174,10 +155,18 @@ TEST_F(TextureManagerTest, SizesAreKeptWithinWhatTheDriverOffers)
     }
 }
 
-TEST_F(TextureManagerTest, DeletesWhatNobodyTakesAnyMore)
+TEST_F(TextureManagerTest, DeletesTexturesThatAreNoLongerTaken)
 {
-    Texture* held = pool().tempTexture(TextureFormat::RGBA8, 4, 4);
-    // Taken every few frames, it is still the same one.
+    Texture* held = nullptr;
+    {
+        // Pooled textures outlive the scope in which they were created.
+        ResourceScope scope(&context());
+        const ResourceScope::Activation activation(&context(), &scope);
+        held = pool().tempTexture(TextureFormat::RGBA8, 4, 4);
+        pool().bindManagedTexture(0, nullptr);
+        EXPECT_EQ(scope.numObjects(), 0);
+    }
+    // A texture that is taken every few frames stays.
     Texture* rare = borrow(TextureFormat::RGBA8, 8, 8);
     for (int i = 0; i < 10; ++i) {
         for (int frame = 0; frame < 4; ++frame) {
@@ -198,21 +187,7 @@ TEST_F(TextureManagerTest, DeletesWhatNobodyTakesAnyMore)
     EXPECT_EQ(pool().numTextures(), 0);
 }
 
-TEST_F(TextureManagerTest, PooledTexturesOutliveTheScopeInWhichTheyWereMade)
-{
-    Texture* texture = nullptr;
-    {
-        ResourceScope scope(&context());
-        const ResourceScope::Activation activation(&context(), &scope);
-        texture = borrow(TextureFormat::RGBA8, 4, 4);
-        pool().bindManagedTexture(0, nullptr);
-        EXPECT_EQ(scope.numObjects(), 0);
-    }
-    EXPECT_EQ(borrow(TextureFormat::RGBA8, 4, 4), texture);
-    EXPECT_TRUE(glIsTexture(texture->textureID()));
-}
-
-TEST_F(TextureManagerTest, KeepsTheTexturesOfContextsApart)
+TEST_F(TextureManagerTest, KeepsContextsApart)
 {
     const NativeContext firstNative;
     Texture* ofFirst = borrow(TextureFormat::RGBA8, 4, 4);
@@ -243,7 +218,7 @@ TEST_F(TextureManagerTest, KeepsTheTexturesOfContextsApart)
     pool().releaseFreeTextures();
     EXPECT_EQ(pool().numTextures(), 0);
 
-    // Frames of one context are no frames of another.
+    // A frame of one context does not age the textures of another.
     for (int frame = 0; frame < 60; ++frame) {
         pool().endFrame();
     }
@@ -261,14 +236,9 @@ TEST_F(TextureManagerTest, KeepsTheTexturesOfContextsApart)
     EXPECT_EQ(pool().numTextures(), 1);
 }
 
-TEST_F(TextureManagerTest, AMaterialWithoutAMapSamplesTheStandIn)
+TEST_F(TextureManagerTest, MissingMapsSampleTheStandIn)
 {
-    const auto boundTo = [](int slot) {
-        glActiveTexture(GL_TEXTURE0 + static_cast<unsigned int>(BindingRecord::firstManagedUnit + slot));
-        int name = 0;
-        glGetIntegerv(GL_TEXTURE_BINDING_2D, &name);
-        return static_cast<unsigned int>(name);
-    };
+    const auto boundTo = [](int slot) { return textureAt(BindingRecord::firstManagedUnit + slot); };
     const auto texelOf = [&](int slot) {
         boundTo(slot);
         std::array<float, 4> texel{};
@@ -277,8 +247,7 @@ TEST_F(TextureManagerTest, AMaterialWithoutAMapSamplesTheStandIn)
     };
     constexpr std::array<float, 4> white{1.0F, 1.0F, 1.0F, 1.0F};
     const auto makeTexel = [](const QVector4D& value) {
-        return std::unique_ptr<Texture>(
-            makeTexture(Pixels::generate(1, 1, [&](int, int) { return value; }), GL_RGBA32F));
+        return makeTexture(Pixels::filled(1, 1, value), GL_RGBA32F);
     };
     const auto map = makeTexel({0.25F, 0.5F, 0.75F, 0.125F});
     pool().bindManagedTexture(0, map.get());
@@ -292,10 +261,10 @@ TEST_F(TextureManagerTest, AMaterialWithoutAMapSamplesTheStandIn)
     EXPECT_EQ(pool().setManagedTextureStandIn(chosen.get()), nullptr);
     pool().bindManagedTexture(0, nullptr);
     EXPECT_EQ(boundTo(0), chosen->textureID());
-    EXPECT_EQ(boundTo(1), chosen->textureID()) << "a slot that holds the stand-in takes the new one";
+    EXPECT_EQ(boundTo(1), chosen->textureID()) << "a slot that holds the stand-in gets the new one";
     pool().bindManagedTexture(0, map.get());
 
-    // Around a draw: nothing of it stays, and maps are left alone.
+    // Set around a draw and restored; maps are left alone.
     {
         const auto around = makeTexel({0.0F, 0.5F, 0.0F, 1.0F});
         Texture* former = pool().setManagedTextureStandIn(around.get());
@@ -307,7 +276,7 @@ TEST_F(TextureManagerTest, AMaterialWithoutAMapSamplesTheStandIn)
         EXPECT_EQ(boundTo(1), chosen->textureID());
     }
 
-    // A map in the place of a deleted one, with its address and perhaps its GL name, is bound anew.
+    // A map with the address, and perhaps the GL name, of a deleted one is bound anew.
     std::optional<Texture> reused;
     for (int i = 0; i < 2; ++i) {
         reused.emplace();
@@ -315,7 +284,7 @@ TEST_F(TextureManagerTest, AMaterialWithoutAMapSamplesTheStandIn)
         EXPECT_EQ(boundTo(1), reused->textureID()) << i;
     }
 
-    // Without its stand-in the pool is back to white.
+    // A deleted stand-in is replaced by white.
     chosen.reset();
     pool().bindManagedTexture(0, nullptr);
     EXPECT_EQ(texelOf(0), white);

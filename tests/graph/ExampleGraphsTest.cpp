@@ -1,4 +1,4 @@
-// Every graph of examples/graphs, small.
+// Renders every graph of examples/graphs in a small size.
 
 #include <QDir>
 
@@ -32,16 +32,16 @@ class ExampleGraph : public GLTest, public testing::WithParamInterface<std::stri
 {
 };
 
-TEST_P(ExampleGraph, DrawsAPictureAndGivesEveryTextureBack)
+TEST_P(ExampleGraph, RendersAnImageAndReturnsAllTextures)
 {
-    QStringList faults;
+    QStringList errors;
     std::optional<GraphDescription> description =
-        loadGraph(graphFolder.filePath(QString::fromStdString(GetParam()) + u".json"_s), &faults);
-    ASSERT_TRUE(description) << qPrintable(faults.join(u'\n'));
+        loadGraph(graphFolder.filePath(QString::fromStdString(GetParam()) + u".json"_s), &errors);
+    ASSERT_TRUE(description) << qPrintable(errors.join(u'\n'));
     description->viewport = {64, 36};
     std::unique_ptr<RenderGraph> graph =
-        RenderGraph::create(*description, PassRegistry::builtin(), {}, &faults);
-    ASSERT_TRUE(graph) << qPrintable(faults.join(u'\n'));
+        RenderGraph::create(*description, PassRegistry::builtin(), {}, &errors);
+    ASSERT_TRUE(graph) << qPrintable(errors.join(u'\n'));
     for (int frame = 1; frame <= 3; ++frame) {
         QString error;
         ASSERT_TRUE(graph->renderFrame(&error)) << "frame " << frame << ": " << qPrintable(error);
@@ -49,10 +49,10 @@ TEST_P(ExampleGraph, DrawsAPictureAndGivesEveryTextureBack)
     const Pixels picture = readTexture(graph->picture());
     EXPECT_TRUE(std::any_of(picture.values.begin(), picture.values.end(), [&](const QVector4D& value) {
         return value != picture.values.front();
-    })) << "all of the picture has one colour";
+    })) << "the whole image has one colour";
 
     graph->releaseOutputs();
-    // An accumulation lives on from frame to frame.
+    // A temporal accumulation texture lives across frames.
     const auto numAccumulations =
         std::count_if(description->passes.begin(), description->passes.end(),
                       [](const PassSetting& pass) { return pass.type == u"TemporalAARenderPass"; });

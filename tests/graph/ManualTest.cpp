@@ -1,4 +1,4 @@
-// The pass of docs/writing-a-pass.md, in a graph.
+// Runs the pass of docs/writing-a-pass.md in a graph.
 
 #include "DimRenderPass.h"
 
@@ -15,7 +15,7 @@ class ManualTest : public GLTest
 {
 };
 
-TEST_F(ManualTest, TheWrittenPassRuns)
+TEST_F(ManualTest, TheExamplePassDimsItsInput)
 {
     GraphDescription description;
     description.viewport = {5, 3};
@@ -28,9 +28,9 @@ TEST_F(ManualTest, TheWrittenPassRuns)
 
     PassRegistry registry = PassRegistry::builtin();
     registry.add<DimRenderPass>();
-    QStringList faults;
-    const auto graph = RenderGraph::create(description, registry, {}, &faults);
-    ASSERT_TRUE(graph) << qPrintable(faults.join(u'\n'));
+    QStringList errors;
+    const auto graph = RenderGraph::create(description, registry, {}, &errors);
+    ASSERT_TRUE(graph) << qPrintable(errors.join(u'\n'));
     QString error;
     ASSERT_TRUE(graph->renderFrame(&error)) << qPrintable(error);
     // A quarter of 255 and of 128, rounded to 8 bits.

@@ -1,25 +1,15 @@
-// Ambient obscurance against a model of the method on the CPU, and in rooms whose corners are known.
-
-#include <QMatrix4x4>
-#include <QRect>
+// Ambient obscurance against the method computed on the CPU, in the corner of a room.
 
 #include <array>
 #include <cmath>
 #include <functional>
-#include <memory>
-#include <optional>
-#include <vector>
 
 #include <epoxy/gl.h>
 
 #include "support/GLTest.h"
-#include "support/Passes.h"
-#include "support/Pixels.h"
+#include "support/Scene.h"
 #include <Qel/RenderPasses/geometry/CameraSpaceZBufferRenderPass.h>
 #include <Qel/RenderPasses/lighting/ScalableAmbientObscuranceRenderPass.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/Texture.h>
-#include <Qel/gl/TextureManager.h>
 
 using namespace Qt::StringLiterals;
 
@@ -33,113 +23,27 @@ constexpr int height = 64;
 constexpr float nearPlane = 0.5F;
 constexpr float farPlane = 20.0F;
 
-/// What values of 16-bit floats up to 1 are off by, and the little that sine and cosine differ.
+/// The error of 16-bit floats up to 1, plus the small differences in sine and cosine.
 constexpr float halfPrecision = 5e-4F;
 
-QMatrix4x4 makePerspective()
+const Pixels white = Pixels::filled(width, height, {1, 1, 1, 1});
+
+/// The inside of a cube.
+Scene makeRoom()
 {
-    QMatrix4x4 projection;
-    projection.perspective(60.0F, static_cast<float>(width) / height, nearPlane, farPlane);
-    return projection;
+    QMatrix4x4 transform;
+    transform.scale(4.6F);
+    return Scene(makeModelData(makeCube(), {}, transform));
 }
 
-QMatrix4x4 makeOrthographic()
+/// Looks from the centre into the corner at (2.3, 2.3, 2.3), which is in the middle of the image.
+View lookIntoCorner(View view = View::perspective({width, height}, 60.0F, nearPlane, farPlane))
 {
-    QMatrix4x4 projection;
-    projection.ortho(-3.0F, 3.0F, -2.0F, 2.0F, nearPlane, farPlane);
-    return projection;
-}
-
-/// A plane that bounds a room from outside: the points p with normal . p = distance; the camera is inside, at
-/// the origin and looking along -z.
-struct Wall
-{
-    QVector3D normal;
-    float distance;
-};
-
-const std::vector<Wall> tiltedPlane{{QVector3D(0.4F, -0.3F, -0.8660254F), 4.0F}};
-
-const QVector3D corner(0.2F, -0.1F, -4.0F);
-/// Outward normals of three walls at right angles that meet in the corner, all of them in view.
-const std::vector<QVector3D> outward{{0.8164966F, 0.0F, -0.5773503F},
-                                     {-0.4082483F, 0.7071068F, -0.5773503F},
-                                     {-0.4082483F, -0.7071068F, -0.5773503F}};
-
-std::vector<Wall> makeRoom()
-{
-    std::vector<Wall> walls;
-    walls.reserve(outward.size());
-    for (const QVector3D& normal : outward) {
-        walls.push_back({normal, QVector3D::dotProduct(normal, corner)});
-    }
-    return walls;
-}
-const std::vector<Wall> room = makeRoom();
-
-/// Where a texel is in a picture's list of them.
-size_t indexOf(int x, int y, int w = width)
-{
-    return static_cast<size_t>(y) * static_cast<size_t>(w) + static_cast<size_t>(x);
-}
-
-/// The wall behind a pixel and where the line of sight meets it; none where it leaves the view volume first.
-struct Hit
-{
-    Wall wall;
-    QVector3D position;
-};
-
-std::optional<Hit> hitAt(const std::vector<Wall>& walls, const QMatrix4x4& projection, int w, int h, int x,
-                         int y)
-{
-    const QMatrix4x4 inverse = projection.inverted();
-    const auto at = [&](float depth) {
-        return inverse.map(QVector3D(2.0F * (static_cast<float>(x) + 0.5F) / static_cast<float>(w) - 1.0F,
-                                     2.0F * (static_cast<float>(y) + 0.5F) / static_cast<float>(h) - 1.0F,
-                                     depth));
-    };
-    const QVector3D start = at(-1.0F);
-    const QVector3D end = at(1.0F);
-    std::optional<Hit> nearest;
-    float nearestFraction = 1.0F;
-    for (const Wall& wall : walls) {
-        const float atStart = QVector3D::dotProduct(wall.normal, start);
-        const float fraction =
-            (wall.distance - atStart) / (QVector3D::dotProduct(wall.normal, end) - atStart);
-        if (fraction > 0.0F && fraction < nearestFraction) {
-            nearestFraction = fraction;
-            nearest = Hit{wall, start + (end - start) * fraction};
-        }
-    }
-    return nearest;
-}
-
-/// The depth of a room; 1 where no wall is.
-std::vector<float> depthsOf(const std::vector<Wall>& walls, const QMatrix4x4& projection, int w = width,
-                            int h = height)
-{
-    std::vector<float> depths;
-    for (int y = 0; y < h; ++y) {
-        for (int x = 0; x < w; ++x) {
-            const std::optional<Hit> hit = hitAt(walls, projection, w, h, x, y);
-            depths.push_back(hit ? 0.5F * projection.map(hit->position).z() + 0.5F : 1.0F);
-        }
-    }
-    return depths;
-}
-
-std::unique_ptr<Texture> makeDepth(const std::vector<float>& depths, int w = width, int h = height)
-{
-    auto texture = std::make_unique<Texture>();
-    texture->setFilter(GL_NEAREST, GL_NEAREST);
-    texture->setImage2D(0, GL_DEPTH_COMPONENT32F, w, h, GL_DEPTH_COMPONENT, GL_FLOAT, depths.data());
-    return texture;
+    return view.from({0, 0, 0}, {1, 1, 1});
 }
 
 struct Settings
 {
-    QMatrix4x4 projection = makePerspective();
     float radius = 0.5F;
     float bias = 0.01F;
     float intensity = 2.0F;
@@ -149,74 +53,54 @@ struct Settings
     float divider = 1.0F;
 };
 
-std::vector<QVariant> inputs(const Settings& settings, Texture* depth, Texture* positions = nullptr,
-                             Texture* normals = nullptr, const QMatrix4x4& camera = {})
+std::vector<Input> inputs(const View& view, const Settings& s, const Input& depth,
+                          const Input& positions = {}, const Input& normals = {})
 {
-    return {QRect(0, 0, width, height),
-            settings.projection,
-            camera,
-            nearPlane,
-            farPlane,
-            textureInput(depth),
-            settings.radius,
-            settings.bias,
-            settings.intensity,
-            textureInput(positions),
-            textureInput(normals),
-            settings.numSamples,
-            settings.logMaxOffset,
-            settings.numTurns,
-            settings.divider};
+    return view.inputs({nearPlane, farPlane, depth, s.radius, s.bias, s.intensity, positions, normals,
+                        s.numSamples, s.logMaxOffset, s.numTurns, s.divider});
 }
 
-/// The method, in the single precision that the angles of its taps depend on.
-class Model
+/// The published method, in the single precision that the angles of its taps depend on.
+struct Method
 {
-public:
-    Model(const Settings& settings, std::vector<float> depths)
-        : m_settings(settings)
-        , m_depths(std::move(depths))
-    {
-    }
+    Settings settings;
+    QMatrix4x4 projection;
+    Pixels depths;
+    /// The depth that a tap reads, if not that of its pixel.
+    std::function<float(int, int)> tapDepth = {};
+    /// The eye-space normal of a pixel, if not computed from positions.
+    std::function<QVector3D(int, int)> normal = {};
 
-    /// The texel of the depth that taps see, where it is not the one of their pixel.
-    std::function<float(int, int)> tapDepth;
-    /// The normal of a pixel, where it does not come from the positions.
-    std::function<QVector3D(int, int)> normal;
-
-    Pixels picture() const
+    Pixels image() const
     {
         return Pixels::generate(width, height, [&](int x, int y) {
             const float a = depthAt(x, y) == 1.0F ? 1.0F : visibility(x, y);
             return QVector4D(a, a, a, 1.0F);
         });
     }
-
-private:
-    float depthAt(int x, int y) const { return m_depths[indexOf(x, y)]; }
+    float depthAt(int x, int y) const { return depths.at(x, y).x(); }
     QVector3D position(int x, int y, float depth) const
     {
         const float distance = nearPlane * farPlane / (farPlane - depth * (farPlane - nearPlane));
         const auto ndc = [](int pixel, int size) {
             return 2.0F * (static_cast<float>(pixel) + 0.5F) / static_cast<float>(size) - 1.0F;
         };
-        return {ndc(x, width) / m_settings.projection(0, 0) * distance,
-                ndc(y, height) / m_settings.projection(1, 1) * distance, -distance};
+        return {ndc(x, width) / projection(0, 0) * distance, ndc(y, height) / projection(1, 1) * distance,
+                -distance};
     }
     QVector3D position(int x, int y) const { return position(x, y, depthAt(x, y)); }
-    /// Derivatives belong to blocks of two by two pixels.
-    QVector3D calculatedNormal(int x, int y) const
+    /// From the derivatives, which belong to blocks of 2 x 2 pixels.
+    QVector3D computedNormal(int x, int y) const
     {
-        const QVector3D alongX = position(x | 1, y) - position(x & ~1, y);
-        const QVector3D alongY = position(x, y | 1) - position(x, y & ~1);
-        return QVector3D::crossProduct(alongX, alongY).normalized();
+        return QVector3D::normal(position(x | 1, y) - position(x & ~1, y),
+                                 position(x, y | 1) - position(x, y & ~1));
     }
     float visibility(int x, int y) const
     {
-        const Settings& s = m_settings;
+        const Settings& s = settings;
         const QVector3D centre = position(x, y);
-        const QVector3D n = normal ? normal(x, y) : calculatedNormal(x, y);
-        const float diskRadius = 0.5F * s.projection(1, 1) * height * s.radius / -centre.z();
+        const QVector3D n = normal ? normal(x, y) : computedNormal(x, y);
+        const float diskRadius = 0.5F * projection(1, 1) * height * s.radius / -centre.z();
         const auto rotation = static_cast<float>((3 * (x ^ y) + x * y) * 10);
         const float count = std::trunc(s.numSamples);
         float sum = 0.0F;
@@ -233,280 +117,206 @@ private:
         }
         return std::max(0.0F, 1.0F - sum * s.intensity * 5.0F / count);
     }
-
-    Settings m_settings;
-    std::vector<float> m_depths;
 };
-
-/// The mean around the pixel that shows a point.
-float meanAround(const Pixels& picture, const QMatrix4x4& projection, const QVector3D& point)
-{
-    const QVector3D ndc = projection.map(point);
-    const int centreX = static_cast<int>((ndc.x() * 0.5F + 0.5F) * width);
-    const int centreY = static_cast<int>((ndc.y() * 0.5F + 0.5F) * height);
-    constexpr int reach = 3;
-    float sum = 0.0F;
-    for (int y = -reach; y <= reach; ++y) {
-        for (int x = -reach; x <= reach; ++x) {
-            sum += picture.at(centreX + x, centreY + y).x();
-        }
-    }
-    return sum / ((2 * reach + 1) * (2 * reach + 1));
-}
-
-Pixels white(int w, int h)
-{
-    return Pixels::generate(w, h, [](int, int) { return QVector4D(1, 1, 1, 1); });
-}
 
 class ScalableAmbientObscuranceTest : public GLTest
 {
 protected:
-    /// Renders the positions of a depth image and keeps the reference that the pass will drop.
-    Texture* makePositions(Texture* depth, const QMatrix4x4& projection)
-    {
-        if (!m_positions) {
-            m_positions = std::make_unique<CameraSpaceZBufferRenderPass>();
-        }
-        runFrame(*m_positions, {QRect(0, 0, width, height), textureInput(depth), projection});
-        return outputTexture(*m_positions);
-    }
-    void TearDown() override
-    {
-        m_positions.reset();
-        GLTest::TearDown();
-    }
-
-private:
-    std::unique_ptr<CameraSpaceZBufferRenderPass> m_positions;
+    const Scene room = makeRoom();
+    const View view = lookIntoCorner();
+    const Pixels depths = room.depths(view);
 };
 
 TEST_F(ScalableAmbientObscuranceTest, FollowsTheMethod)
 {
-    Settings narrow;
-    narrow.radius = 0.2F;
-    narrow.bias = 0.02F;
-    narrow.intensity = 8.0F;
-    narrow.numSamples = 7.9F;
-    narrow.numTurns = 5.5F;
-    Pass pass;
+    const auto depth = makeTexture(depths, GL_DEPTH_COMPONENT32F);
+    const Settings narrow{0.2F, 0.02F, 8.0F, 7.9F, 3.0F, 5.5F, 1.0F};
+    Runner<Pass> pass;
+    pass.setNumUsers(2);
     for (const Settings& settings : {Settings(), narrow}) {
-        const std::vector<float> depths = depthsOf(room, settings.projection);
-        const auto depth = makeDepth(depths);
-        const Pixels actual = render(pass, inputs(settings, depth.get()));
-        EXPECT_TRUE(equal(actual, Model(settings, depths).picture(), halfPrecision));
+        EXPECT_TRUE(equal(pass.render(inputs(view, settings, depth)),
+                          Method{settings, view.projection, depths}.image(), halfPrecision));
     }
-}
 
-TEST_F(ScalableAmbientObscuranceTest, CornersAreDarkerThanEdgesAndPlanesAreWhite)
-{
-    // Beside the corner, away from one wall and from two.
-    const QVector3D edge = corner - 1.2F * outward[0];
-    const QVector3D wall = edge - 1.2F * outward[1];
-    for (const bool orthographic : {false, true}) {
-        Settings settings;
-        settings.projection = orthographic ? makeOrthographic() : makePerspective();
-        for (const bool throughPositions : {false, true}) {
-            if (orthographic && !throughPositions) {
-                continue;
-            }
-            Pass pass;
-            const auto renderRoom = [&](const std::vector<Wall>& walls) {
-                const auto depth = makeDepth(depthsOf(walls, settings.projection));
-                Texture* positions =
-                    throughPositions ? makePositions(depth.get(), settings.projection) : nullptr;
-                return render(pass, inputs(settings, depth.get(), positions));
-            };
-            EXPECT_TRUE(equal(renderRoom(tiltedPlane), white(width, height)));
-            const Pixels picture = renderRoom(room);
-            EXPECT_EQ(meanAround(picture, settings.projection, wall), 1.0F);
-            const float atEdge = meanAround(picture, settings.projection, edge);
-            const float atCorner = meanAround(picture, settings.projection, corner);
-            EXPECT_LT(atEdge, 0.95F);
-            EXPECT_LT(atCorner, atEdge - 0.03F);
+    // Background is unoccluded and casts nothing, even within a radius that reaches it.
+    Settings wide;
+    wide.radius = 30.0F;
+    Pixels cut = depths;
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width / 3; ++x) {
+            cut.at(x, y) = {1, 1, 1, 1};
         }
     }
+    const auto cutDepth = makeTexture(cut, GL_DEPTH_COMPONENT32F);
+    const Pixels image = pass.render(inputs(view, wide, cutDepth));
+    EXPECT_TRUE(equal(image, Method{wide, view.projection, cut}.image(), halfPrecision));
+    EXPECT_EQ(image.at(3, 3), QVector4D(1, 1, 1, 1));
+
+    EXPECT_TRUE(equal(pass.render(inputs(view, {}, nullptr)), white));
+    Settings none;
+    none.radius = 0.0F;
+    EXPECT_TRUE(equal(pass.render(inputs(view, none, depth)), white));
+    none = {};
+    none.numSamples = 0.9F;
+    EXPECT_TRUE(equal(pass.render(inputs(view, none, depth)), white));
 }
 
-TEST_F(ScalableAmbientObscuranceTest, PositionsGiveWhatTheDepthGives)
+TEST_F(ScalableAmbientObscuranceTest, CornersAreDarkerThanEdgesAndWallsAreUnoccluded)
 {
-    const Settings settings;
-    const auto depth = makeDepth(depthsOf(room, settings.projection));
-    Pass pass;
-    const Pixels fromDepth = render(pass, inputs(settings, depth.get()));
-    const Pixels fromPositions =
-        render(pass, inputs(settings, depth.get(), makePositions(depth.get(), settings.projection)));
-    // Taps are whole pixels away in the one and round to the nearest pixel in the other, so that single
-    // pixels differ; their neighbourhoods do not.
-    double sum = 0.0;
-    for (size_t i = 0; i < fromDepth.values.size(); ++i) {
-        sum += static_cast<double>(fromDepth.values[i].x() - fromPositions.values[i].x());
+    const QVector3D corner(2.3F, 2.3F, 2.3F);
+    const QVector3D edge = corner - QVector3D(0, 1.2F, 0);
+    const QVector3D wall = edge - QVector3D(1.2F, 0, 0);
+    const View parallel =
+        lookIntoCorner(View::orthographic({width, height}, 3.0F, 2.0F, nearPlane, farPlane));
+    Runner<CameraSpaceZBufferRenderPass> positions;
+    Runner<Pass> pass;
+    const auto expectCorner = [&](const View& v, const Pixels& image) {
+        const auto around = [&](const QVector3D& point) {
+            const QVector3D ndc = (v.projection * v.camera).map(point);
+            const int left = static_cast<int>((ndc.x() + 1.0F) / 2.0F * width) - 3;
+            const int bottom = static_cast<int>((ndc.y() + 1.0F) / 2.0F * height) - 3;
+            return Pixels::generate(7, 7, [&](int x, int y) { return image.at(left + x, bottom + y); })
+                .mean()
+                .x();
+        };
+        EXPECT_EQ(around(wall), 1.0F);
+        EXPECT_LT(around(edge), 0.95F);
+        EXPECT_LT(around(corner), around(edge) - 0.03F);
+    };
+    const auto depth = makeTexture(depths, GL_DEPTH_COMPONENT32F);
+    const Pixels fromDepth = pass.render(inputs(view, {}, depth));
+    expectCorner(view, fromDepth);
+    positions.run({view.viewport(), depth, view.projection});
+    const Pixels fromPositions = pass.render(inputs(view, {}, depth, positions.take()));
+    expectCorner(view, fromPositions);
+    // Taps are rounded to pixels differently, so single pixels differ.
+    EXPECT_NEAR(fromDepth.mean().x(), fromPositions.mean().x(), 0.01F);
+
+    const auto parallelDepth = makeTexture(room.depths(parallel), GL_DEPTH_COMPONENT32F);
+    positions.run({view.viewport(), parallelDepth, parallel.projection});
+    expectCorner(parallel, pass.render(inputs(parallel, {}, parallelDepth, positions.take())));
+}
+
+TEST_F(ScalableAmbientObscuranceTest, TapsReadTheMipLevelsThatTheTexturesHave)
+{
+    auto depth = makeTexture(depths, GL_DEPTH_COMPONENT32F);
+    Settings settings;
+    Runner<Pass> pass;
+    const Pixels finest = pass.render(inputs(view, settings, depth));
+    // So far below the level of any tap that all ask for level 5.
+    settings.logMaxOffset = -40.0F;
+    EXPECT_TRUE(equal(pass.render(inputs(view, settings, depth)), finest)) << "there is only one level";
+
+    // Levels 1 and 2, every second texel of the level before.
+    for (int level = 1; level <= 2; ++level) {
+        std::vector<float> texels;
+        for (int y = 0; y < height >> level; ++y) {
+            for (int x = 0; x < width >> level; ++x) {
+                texels.push_back(depths.at(x << level, y << level).x());
+            }
+        }
+        depth->setImage2D(level, GL_DEPTH_COMPONENT32F, width >> level, height >> level, GL_DEPTH_COMPONENT,
+                          GL_FLOAT, texels.data());
     }
-    EXPECT_NEAR(sum / static_cast<double>(fromDepth.values.size()), 0.0, 0.01);
+    depth->setParameter(GL_TEXTURE_MAX_LEVEL, 2);
+    const auto coarse = [&](int x, int y) { return depths.at(x & ~3, y & ~3).x(); };
+    const Pixels expected = Method{settings, view.projection, depths, coarse}.image();
+    for (const int filter : {GL_NEAREST_MIPMAP_NEAREST, GL_LINEAR}) {
+        depth->setFilter(filter, GL_NEAREST);
+        EXPECT_TRUE(equal(pass.render(inputs(view, settings, depth)), expected, halfPrecision));
+        EXPECT_EQ(depth->parameter(GL_TEXTURE_MIN_FILTER), filter);
+    }
+
+    // A plane whose coarsest level lies in front of it: occluded, also if sampled linearly before.
+    const auto normals = makeTexture(Pixels::filled(width, height, {0, 0, 1, 0}), GL_RGBA32F);
+    const auto positions = makeTexture(Pixels::filled(width, height, {0, 0, -4, 1}), GL_RGBA32F);
+    Runner<Pass> plane;
+    plane->setNormalProcessing(Pass::NORMAL_SCREENSPACE);
+    EXPECT_TRUE(equal(plane.render(inputs(view, settings, depth, positions, normals)), white));
+    positions->generateMipmap();
+    const std::vector<QVector4D> inFront(3 * 2, {0, 0, -3.8F, 1});
+    positions->setImage2D(5, GL_RGBA32F, 3, 2, GL_RGBA, GL_FLOAT, inFront.data());
+    positions->setFilter(GL_LINEAR, GL_LINEAR);
+    EXPECT_TRUE(equal(plane.render(inputs(view, settings, depth, positions, normals)),
+                      Pixels::filled(width, height, {0, 0, 0, 1})));
 }
 
 TEST_F(ScalableAmbientObscuranceTest, TakesNormalsOfTheWorldAndOfTheCamera)
 {
-    const Settings settings;
-    const std::vector<float> depths = depthsOf(room, settings.projection);
-    const auto depth = makeDepth(depths);
-    const auto normalAt = [&](int x, int y) {
-        return -hitAt(room, settings.projection, width, height, x, y)->wall.normal;
-    };
-    Model model(settings, depths);
-    model.normal = normalAt;
-    const Pixels expected = model.picture();
+    View scaled = view;
+    scaled.camera.scale(1.0F, 1.3F, 0.8F);
+    const Pixels scaledDepths = room.depths(scaled);
+    const auto depth = makeTexture(scaledDepths, GL_DEPTH_COMPONENT32F);
+    // Inward, whereas those of the cube point outward.
+    const auto worldNormal = [&](int x, int y) { return -room.at(scaled, x, y)->normal; };
+    const QMatrix4x4 toEye = scaled.camera.inverted().transposed();
+    Method method{{}, scaled.projection, scaledDepths};
+    method.normal = [&](int x, int y) { return toEye.mapVector(worldNormal(x, y)).normalized(); };
+    const Pixels expected = method.image();
 
-    QMatrix4x4 camera;
-    camera.rotate(40.0F, 1.0F, 2.0F, -1.0F);
-    camera.scale(1.0F, 2.0F, 0.5F);
-    camera.translate(3.0F, 1.0F, 2.0F);
-    // What the inverse of the transposed linear part takes to eye-space normals.
-    const QMatrix4x4 toWorld = camera.transposed();
-    const std::unique_ptr<Texture> worldNormals(makeTexture(
-        Pixels::generate(width, height,
-                         [&](int x, int y) { return QVector4D(toWorld.mapVector(normalAt(x, y)), 0.0F); }),
-        GL_RGBA32F));
-    Pass world;
-    EXPECT_TRUE(equal(render(world, inputs(settings, depth.get(), nullptr, worldNormals.get(), camera)),
-                      expected, halfPrecision));
+    const auto worldNormals = makeTexture(
+        width, height, GL_RGBA32F, [&](int x, int y) { return QVector4D(2.0F * worldNormal(x, y), 0.0F); });
+    Runner<Pass> world;
+    EXPECT_TRUE(equal(world.render(inputs(scaled, {}, depth, {}, worldNormals)), expected, halfPrecision));
 
-    // Of any length, and turned around where they point away.
-    const std::unique_ptr<Texture> eyeNormals(
-        makeTexture(Pixels::generate(width, height,
-                                     [&](int x, int y) {
-                                         const QVector3D normal = normalAt(x, y);
-                                         return QVector4D((x + y) % 2 == 0 ? -3.0F * normal : normal, 0.0F);
-                                     }),
-                    GL_RGBA32F));
-    Pass eye;
-    eye.setNormalProcessing(Pass::NORMAL_SCREENSPACE);
-    EXPECT_TRUE(equal(render(eye, inputs(settings, depth.get(), nullptr, eyeNormals.get(), camera)), expected,
-                      halfPrecision));
+    // Of any length, and flipped where they point away.
+    const auto eyeNormals = makeTexture(width, height, GL_RGBA32F, [&](int x, int y) {
+        return QVector4D((x + y) % 2 == 0 ? -3.0F * method.normal(x, y) : method.normal(x, y), 0.0F);
+    });
+    Runner<Pass> eye;
+    eye->setNormalProcessing(Pass::NORMAL_SCREENSPACE);
+    EXPECT_TRUE(equal(eye.render(inputs(scaled, {}, depth, {}, eyeNormals)), expected, halfPrecision));
 }
 
 TEST_F(ScalableAmbientObscuranceTest, NormalProcessingIsFrozenByTheFirstFrame)
 {
-    const Settings settings;
-    const std::vector<float> depths = depthsOf(room, settings.projection);
-    const auto depth = makeDepth(depths);
-    // Without a normal texture normals are calculated, whatever was set.
-    Pass pass;
-    pass.setNormalProcessing(Pass::NORMAL_SCREENSPACE);
-    const Pixels before = render(pass, inputs(settings, depth.get()));
-    EXPECT_TRUE(equal(before, Model(settings, depths).picture(), halfPrecision));
-    pass.setNormalProcessing(Pass::NORMAL_TRANSPOSE_INVERT);
+    const auto depth = makeTexture(depths, GL_DEPTH_COMPONENT32F);
+    // Without a normal texture normals are computed, whatever was set.
+    Runner<Pass> pass;
+    pass->setNormalProcessing(Pass::NORMAL_SCREENSPACE);
+    const Pixels before = pass.render(inputs(view, {}, depth));
+    EXPECT_TRUE(equal(before, Method{{}, view.projection, depths}.image(), halfPrecision));
+    pass->setNormalProcessing(Pass::NORMAL_TRANSPOSE_INVERT);
     expectMessage(uR"(ScalableAmbientObscuranceRenderPass:\d+\] \[ !! \] Assertion )"
                   R"('NULL == m_shaderProgram' failed: Do not set the normal processing )"
                   R"(once a shader has been created\.$)"_s);
-    EXPECT_TRUE(equal(render(pass, inputs(settings, depth.get())), before));
+    EXPECT_TRUE(equal(pass.render(), before));
 
-    // A normal texture beside the order to calculate normals: no such program, and nothing is obscured.
-    const std::unique_ptr<Texture> normals(makeTexture(white(width, height), GL_RGBA32F));
-    Pass broken;
-    broken.setNormalProcessing(Pass::NORMAL_CALCULATE);
-    EXPECT_TRUE(
-        equal(render(broken, inputs(settings, depth.get(), nullptr, normals.get())), white(width, height)));
+    // NORMAL_CALCULATE with a normal texture: the program fails to build and nothing is occluded.
+    Runner<Pass> broken;
+    broken->setNormalProcessing(Pass::NORMAL_CALCULATE);
+    EXPECT_TRUE(equal(broken.render(inputs(view, {}, depth, {}, makeTexture(white, GL_RGBA32F))), white));
     expectMessage(u"Not know Normal processing"_s);
-}
-
-TEST_F(ScalableAmbientObscuranceTest, TapsReadTheLevelsThatTheDepthHas)
-{
-    Settings settings;
-    const std::vector<float> depths = depthsOf(room, settings.projection);
-    const auto depth = makeDepth(depths);
-    Pass pass;
-    const Pixels finest = render(pass, inputs(settings, depth.get()));
-    // Far below what any tap's level comes to, so that all want level 5.
-    settings.logMaxOffset = -40.0F;
-    EXPECT_TRUE(equal(render(pass, inputs(settings, depth.get())), finest)) << "there is but one level";
-
-    // Every second texel, and then every second of those.
-    std::vector<float> coarse;
-    for (int level = 1; level <= 2; ++level) {
-        coarse.clear();
-        for (int y = 0; y < height >> level; ++y) {
-            for (int x = 0; x < width >> level; ++x) {
-                coarse.push_back(depths[indexOf(x << level, y << level)]);
-            }
-        }
-        depth->setImage2D(level, GL_DEPTH_COMPONENT32F, width >> level, height >> level, GL_DEPTH_COMPONENT,
-                          GL_FLOAT, coarse.data());
-    }
-    depth->setParameter(GL_TEXTURE_MAX_LEVEL, 2);
-    Model model(settings, depths);
-    model.tapDepth = [&](int x, int y) { return coarse[indexOf(x >> 2, y >> 2, width >> 2)]; };
-    for (const int filter : {GL_NEAREST, GL_NEAREST_MIPMAP_NEAREST}) {
-        depth->setFilter(filter, GL_NEAREST);
-        const Pixels actual = render(pass, inputs(settings, depth.get()));
-        EXPECT_TRUE(equal(actual, model.picture(), halfPrecision)) << "filter " << filter;
-    }
-}
-
-TEST_F(ScalableAmbientObscuranceTest, BackgroundAndMissingDepthAreUnoccluded)
-{
-    Settings settings;
-    // So wide that the room would take light from the far plane.
-    settings.radius = 30.0F;
-    // A slab in front of nothing.
-    std::vector<float> depths = depthsOf(room, settings.projection);
-    for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width / 3; ++x) {
-            depths[indexOf(x, y)] = 1.0F;
-        }
-    }
-    const auto depth = makeDepth(depths);
-    Pass pass;
-    const Pixels picture = render(pass, inputs(settings, depth.get()));
-    EXPECT_TRUE(equal(picture, Model(settings, depths).picture(), halfPrecision));
-    EXPECT_EQ(picture.at(3, 3), QVector4D(1, 1, 1, 1));
-
-    EXPECT_TRUE(equal(render(pass, inputs(settings, nullptr)), white(width, height)));
-    Settings none;
-    none.radius = 0.0F;
-    EXPECT_TRUE(equal(render(pass, inputs(none, depth.get())), white(width, height)));
-    none = Settings();
-    none.numSamples = 0.9F;
-    EXPECT_TRUE(equal(render(pass, inputs(none, depth.get())), white(width, height)));
 }
 
 TEST_F(ScalableAmbientObscuranceTest, DividesTheSizeAndCountsWholeTaps)
 {
+    const auto depth = makeTexture(depths, GL_DEPTH_COMPONENT32F);
     Settings settings;
-    const auto depth = makeDepth(depthsOf(room, settings.projection));
-    Pass pass;
-    const Pixels full = render(pass, inputs(settings, depth.get()));
+    Runner<Pass> pass;
+    const Pixels full = pass.render(inputs(view, settings, depth));
     settings.divider = 0.0F;
-    EXPECT_TRUE(equal(render(pass, inputs(settings, depth.get())), full));
-    settings.divider = 1.0F;
     settings.numSamples = 11.7F;
-    EXPECT_TRUE(equal(render(pass, inputs(settings, depth.get())), full));
+    EXPECT_TRUE(equal(pass.render(inputs(view, settings, depth)), full));
 
-    // 96 x 64 over 2.5 is 38.4 x 25.6: the same as a viewport of 38 x 25.
-    settings = {};
-    const auto smallDepth = makeDepth(depthsOf(room, settings.projection, 38, 25), 38, 25);
-    std::vector<QVariant> small = inputs(settings, smallDepth.get());
-    small[Pass::Viewport] = QRect(7, 9, 38, 25);
-    const Pixels expected = render(pass, small);
+    // 96 x 64 over 2.5 is 38.4 x 25.6, which acts as a viewport of 38 x 25.
+    View small = view;
+    small.size = {38, 25};
+    const auto smallDepth = makeTexture(room.depths(small), GL_DEPTH_COMPONENT32F);
+    const Pixels expected = pass.render(inputs(small, {}, smallDepth));
     settings.divider = 2.5F;
-    EXPECT_TRUE(equal(render(pass, inputs(settings, smallDepth.get())), expected));
+    EXPECT_TRUE(equal(pass.render(inputs(view, settings, smallDepth)), expected));
     EXPECT_EQ(expected.width, 38);
 }
 
-TEST_F(ScalableAmbientObscuranceTest, AttachesEveryDepthFormatAndLeavesTheDepth)
+TEST_F(ScalableAmbientObscuranceTest, AttachesEveryDepthFormatAndLeavesTheDepthAndTheStateThatItNames)
 {
-    const Settings settings;
     TextureManager* pool = TextureManager::Instance();
-    Texture* pooled = pool->tempTexture(TextureFormat::Depth24Stencil8, width, height);
-    const std::vector<unsigned int> texels(static_cast<size_t>(width) * height, 0xC0000000U);
-    {
-        const AutoBinder binder(pooled);
-        glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, width, height, GL_DEPTH_STENCIL, GL_UNSIGNED_INT_24_8,
-                        texels.data());
-    }
+    Texture* pooled =
+        makePooledTexture(Pixels::filled(width, height, {0.75F, 0, 0, 0}), TextureFormat::Depth24Stencil8);
     pool->addTempTextureRef(pooled, 1);
-    Pass pass;
-    EXPECT_TRUE(equal(render(pass, inputs(settings, pooled)), white(width, height)));
+    Runner<Pass> pass;
+    EXPECT_TRUE(equal(pass.render(inputs(view, {}, pooled)), white));
     EXPECT_NEAR(readTexture(pooled).at(5, 5).x(), 0.75F, 1e-6F);
     pool->releaseTempTextureRef(pooled, 1);
 
@@ -520,10 +330,10 @@ TEST_F(ScalableAmbientObscuranceTest, AttachesEveryDepthFormatAndLeavesTheDepth)
     EXPECT_EQ(depthMask, GL_FALSE);
     EXPECT_EQ(stencilMask, 0);
 
-    const std::unique_ptr<Texture> colour(makeTexture(white(width, height), GL_RGBA8));
-    render(pass, inputs(settings, colour.get()));
+    const auto colour = makeTexture(white, GL_RGBA8);
+    pass.run(inputs(view, {}, colour));
     expectMessage(uR"(\[ !! \] Assertion 'false' failed: Unhandled depth format$)"_s);
-    // GL takes no colour as depth.
+    // GL does not accept a colour texture as depth attachment.
     expectMessage(u"GL_INVALID_FRAMEBUFFER_OPERATION"_s);
     EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_INVALID_FRAMEBUFFER_OPERATION));
 }

@@ -7,6 +7,7 @@
 #include "SteadyCounter.h"
 #include "support/GLTest.h"
 #include "support/PassHost.h"
+#include <Qel/graph/RenderGraph.h>
 
 using namespace Qt::StringLiterals;
 
@@ -59,6 +60,40 @@ TEST_P(SteadyFrame, AllocatesAndCreatesNothing)
 
 INSTANTIATE_TEST_SUITE_P(Every, SteadyFrame, testing::ValuesIn(builtinTypes()),
                          [](const auto& instance) { return instance.param; });
+
+/// Counts the runner of graphs too, with the debug channel off.
+class SteadyGraph : public GLTest
+{
+protected:
+    void SetUp() override
+    {
+        QLoggingCategory::setFilterRules(u"default.debug=false"_s);
+        GLTest::SetUp();
+    }
+};
+
+TEST_F(SteadyGraph, AllocatesAndCreatesNothing)
+{
+    GraphDescription description;
+    description.viewport = {16, 16};
+    description.passes = {
+        {u"sky"_s, u"GradientRenderPass"_s, {}, {}},
+        {u"screen"_s, u"TextureToScreenRenderPass"_s, {{u"Texture"_s, u"@sky.Frame"_s}}, {}}};
+    description.output = u"@sky.Frame"_s;
+    QStringList errors;
+    const auto graph = RenderGraph::create(description, PassRegistry::builtin(), {}, &errors);
+    ASSERT_TRUE(graph) << qPrintable(errors.join(u'\n'));
+    QString error;
+    for (int frame = 0; frame < 4; ++frame) {
+        ASSERT_TRUE(graph->renderFrame(&error)) << qPrintable(error);
+    }
+    const SteadyCounter counter;
+    for (int frame = 0; frame < 3; ++frame) {
+        graph->renderFrame(&error);
+    }
+    EXPECT_EQ(SteadyCounter::numAllocations(), 0);
+    EXPECT_EQ(SteadyCounter::numObjects(), 0);
+}
 
 } // namespace
 } // namespace Morvane::Qel::Test

@@ -4,7 +4,7 @@
 
 namespace Morvane::Qel {
 
-/// What stands and hangs in the hall: railings, the curtain in the cross arch, plants, spheres on plinths.
+/// Adds the furnishings of the hall: railings, the curtain in the cross arch, plants, spheres on plinths.
 void addFurnishings(MeshBuilder& mesh);
 
 } // namespace Morvane::Qel

@@ -23,7 +23,7 @@ std::vector<QVector2D> rounded(const std::vector<QVector2D>& outline)
     return result;
 }
 
-/// Turns a wall of glass: the outline on the outside, and on the inside the way back. It has no bottom.
+/// Adds a glass wall of revolution, with an outer and an inner surface and no bottom.
 void addVessel(MeshBuilder& mesh, const QVector3D& foot, const std::vector<QVector2D>& corners)
 {
     constexpr float Thickness = 0.012F;
@@ -42,7 +42,7 @@ void addVessel(MeshBuilder& mesh, const QVector3D& foot, const std::vector<QVect
 void addGlassware(MeshBuilder& mesh)
 {
     mesh.beginObject("glassware", "glass", 1.3F);
-    // In no order of depth, so that it shows who sorts.
+    // Not in depth order, so that missing sorting becomes visible.
     addVessel(mesh, {-0.3F, 0.0F, 0.0F}, {{0.14F, 0.0F}, {0.17F, 0.3F}, {0.2F, 0.62F}});
     addVessel(mesh, {0.0F, 0.0F, 0.55F},
               {{0.22F, 0.0F}, {0.34F, 0.05F}, {0.45F, 0.17F}, {0.47F, 0.33F}, {0.5F, 0.44F}});

@@ -4,7 +4,7 @@
 
 namespace Morvane::Qel {
 
-/// Vessels of thin tinted glass that stand in front of and in each other, as one object of one material.
+/// Adds vessels of thin tinted glass, behind and inside each other, as one object with one material.
 void addGlassware(MeshBuilder& mesh);
 
 } // namespace Morvane::Qel

@@ -4,7 +4,7 @@
 
 namespace Morvane::Qel {
 
-/// The measures of the hall in metres that its furniture has to fit. The nave runs along z between two
+/// Dimensions of the hall in metres, which the furnishings have to fit. The nave runs along z between two
 /// arcades, behind each of which lies an aisle; the floor is y = 0. Walls, floor and roof are solid, so that
 /// light enters through the windows, the portal and the skylight only, whichever faces are culled.
 namespace HallSize {
@@ -22,7 +22,7 @@ constexpr float columnLineZ(int line)
     return static_cast<float>(line) * HallSize::BayLength - HallSize::HalfLength;
 }
 
-/// The building: floor, walls, arcades, vaults, roof and what is mounted to them.
+/// Adds the building: floor, walls, arcades, vaults, roof and their mouldings.
 void addHall(MeshBuilder& mesh);
 
 } // namespace Morvane::Qel

@@ -10,7 +10,8 @@ constexpr int PositionDecimals = 4;
 constexpr int UvDecimals = 3;
 constexpr int NormalDecimals = 3;
 
-/// The shortest text of a number rounded to that many decimals: no trailing zeros, no negative zero.
+/// Returns the shortest text of a number rounded to this many decimals, without trailing zeros or negative
+/// zero.
 QByteArray shortNumber(float value, int decimals)
 {
     QByteArray text = QByteArray::number(static_cast<double>(value), 'f', decimals);

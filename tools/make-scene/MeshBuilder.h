@@ -18,11 +18,10 @@ struct Vertex
     QVector2D uv;
 };
 
-/// Gathers objects and writes them as OBJ text.
+/// Collects objects and writes them as OBJ text.
 ///
-/// Positions, texture coordinates and normals that read the same in the file are written once, so equal
-/// shapes at different places share most of their numbers, and neighbouring shapes meet without a crack. The
-/// text depends on nothing but the order of the calls.
+/// Positions, texture coordinates and normals that are equal as text are written once, which keeps repeated
+/// shapes small and adjacent shapes free of cracks. The text depends only on the order of the calls.
 class MeshBuilder
 {
 public:
@@ -31,8 +30,8 @@ public:
     /// Starts an object of one material; the faces that follow belong to it.
     void beginObject(const QByteArray& name, const QByteArray& material, float metresPerRepeat = 1.0F);
 
-    /// A face whose corners run counter-clockwise as seen from its front. Corners that coincide become one: a
-    /// quad that touches a pole becomes a triangle, and one without area is left out.
+    /// Adds a face with corners counter-clockwise as seen from the front. Coincident corners are merged: a
+    /// quad at a pole becomes a triangle, and a face without area is dropped.
     void addQuad(const Vertex& a, const Vertex& b, const Vertex& c, const Vertex& d);
 
     QByteArray obj() const { return m_text; }

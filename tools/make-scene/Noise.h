@@ -2,13 +2,13 @@
 
 namespace Morvane::Qel {
 
-/// A number in [0, 1) that depends on the arguments alone.
+/// Returns a hash of the arguments in [0, 1).
 float hashedUnit(int x, int y, int seed);
 
-/// Smooth noise in [0, 1] whose lattice has `period` cells and then repeats.
+/// Returns smooth noise in [0, 1] that repeats after `period` lattice cells.
 float tiledNoise(float x, float y, int period, int seed);
 
-/// Four octaves of tiledNoise, each half as strong and twice as fine as the one before, in [0, 1].
+/// Returns four octaves of tiledNoise in [0, 1], each with half the amplitude and twice the frequency.
 float tiledClouds(float x, float y, int period, int seed);
 
 } // namespace Morvane::Qel

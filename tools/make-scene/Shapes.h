@@ -10,7 +10,7 @@ namespace Morvane::Qel {
 
 constexpr float Pi = 3.14159265F;
 
-/// A plane to build on: s runs to the right, t upwards, depth towards the one who looks at it.
+/// A plane to build on: s runs to the right, t upwards and depth towards the viewer.
 struct Frame
 {
     QVector3D origin;
@@ -44,8 +44,8 @@ struct Opening
 /// point leads away from the axis (or the wall), y along it, and the surface faces the right side of the way.
 using Profile = std::vector<std::vector<QVector2D>>;
 
-/// Columns x rows quads between the vertices that `at(column, row)` gives, facing (along columns) x (along
-/// rows).
+/// Adds columns x rows quads between the vertices `at(column, row)`; they face the cross product of the
+/// column and the row direction.
 void addPatch(MeshBuilder& mesh, int columns, int rows, const std::function<Vertex(int, int)>& at);
 
 /// A box between two corners. The texture's u runs along the longer edge of every side, as grain does.

@@ -40,7 +40,7 @@ QImage paint(int size, const Painter& colourAt)
     return image;
 }
 
-/// Rounds a shade to few levels: invisible under the noise, and the image packs to a fraction of its size.
+/// Quantises a shade to a few levels, invisible under the noise, so that the image compresses much better.
 float coarse(float shade)
 {
     constexpr float Levels = 40.0F;

@@ -1,5 +1,5 @@
-# Runs the tool twice and compares both outputs with the committed scene, byte for byte. A change of the tool
-# must come with the files that it makes: qel-make-scene examples/scenes
+# Runs the tool twice and compares both outputs with the committed scene, byte for byte. A commit that changes the
+# output must also update the scene: qel-make-scene examples/scenes
 file(GLOB_RECURSE committed_files RELATIVE "${COMMITTED}"
     "${COMMITTED}/arcade.*" "${COMMITTED}/glassware.*" "${COMMITTED}/*.png")
 list(SORT committed_files)

@@ -1,6 +1,6 @@
-// Makes the example scenes: `qel-make-scene OUTDIR` writes arcade.obj, a hall, and glassware.obj, translucent
-// vessels, with their materials and textures, and sky/.
-// The same bytes every time; the committed files in examples/scenes are its output.
+// Generates the example scenes: `qel-make-scene OUTDIR` writes arcade.obj (a hall), glassware.obj
+// (translucent vessels), their materials and textures, and sky/. The output is deterministic; examples/scenes
+// holds it.
 
 #include "Furnishings.h"
 #include "Glassware.h"
@@ -39,7 +39,7 @@ bool writeImages(const QDir& folder, const std::vector<NamedImage>& images)
 {
     for (const NamedImage& named : images) {
         const QString path = folder.filePath(named.name);
-        constexpr int SmallestFile = 0; // as "quality": PNG loses nothing, it only packs harder
+        constexpr int SmallestFile = 0; // PNG is lossless; "quality" sets the compression
         if (!report(named.image.save(path, "PNG", SmallestFile), path)) {
             return false;
         }

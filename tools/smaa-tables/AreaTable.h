@@ -2,8 +2,8 @@
 
 #include <vector>
 
-/// The table of the areas that a straightened edge covers on both sides of it (J. Jimenez, J. I. Echevarria,
-/// T. Sousa, D. Gutierrez: SMAA: Enhanced subpixel morphological antialiasing, 2012), two bytes a texel.
+/// The table of the areas that a smoothed edge covers on either side (J. Jimenez, J. I. Echevarria,
+/// T. Sousa, D. Gutierrez: SMAA: Enhanced subpixel morphological antialiasing, 2012), two bytes per texel.
 ///
 /// A pattern is the set of crossing edges at both ends of an edge, a cell of the table one pattern over the
 /// distances to both ends: left to right to the left end, downwards to the right end. Orthogonal edges have

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-/// The table that says how many pixels the search along an edge went too far or may still go (J. Jimenez, J.
+/// The table of how many pixels to add to or subtract from a search along an edge (J. Jimenez, J.
 /// I. Echevarria, T. Sousa, D. Gutierrez: SMAA: Enhanced subpixel morphological antialiasing, 2012), one byte
 /// a texel.
 ///

@@ -1,4 +1,4 @@
-// Writes the two look-up tables of SMAA as a C++ source for the library to compile.
+// Writes the two look-up tables of SMAA as a C++ source file of the library.
 
 #include <cstdio>
 #include <fstream>

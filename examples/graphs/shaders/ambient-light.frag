@@ -1,5 +1,5 @@
 #version 150
-// The model with some light from everywhere added where a primitive covers the pixel, the background elsewhere.
+// Adds ambient light to the model and puts it over a background.
 
 uniform sampler2D u_Frame;
 uniform sampler2D u_Diffuse;

@@ -1,7 +1,7 @@
 #version 150
-// The background behind a picture of the transparency pass, which has none of its own. Where nothing opaque
-// was drawn, the picture's alpha is r (1 - r), r being what the transparent layers let through; as no material
-// of this scene lets through more than half, that gives r.
+// Adds a background behind the output of the transparency pass. Where nothing opaque was drawn, its alpha is
+// r (1 - r) for a transmittance r of all layers. No material of this scene has a transmittance above one half, so
+// that the smaller solution is r.
 
 uniform sampler2D u_Frame;
 uniform sampler2D u_Depth;

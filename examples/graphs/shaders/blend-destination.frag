@@ -1,6 +1,6 @@
 #version 150
-// A square, premultiplied: dark at the bottom and bright at the top, on the left half opaque. Around it lies a
-// veil of the least alpha that 8 bits hold, because some operators divide by the destination's alpha.
+// Destination image of the blend examples, premultiplied: a square with a vertical gradient, opaque in its left
+// half. Its surroundings have an alpha of 1/255, because some operators divide by the destination's alpha.
 
 in vec2 vo_TexCoord;
 out vec4 o_Picture;

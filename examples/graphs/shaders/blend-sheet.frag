@@ -1,6 +1,6 @@
 #version 150
-// Some tiles of a sheet, premultiplied, over a chequered ground: seven a row from the upper left. What comes
-// before them is the sheet so far.
+// Draws premultiplied tiles over a checkerboard, seven per row from the upper left. Tiles before the first one
+// are copied from the sheet so far.
 
 uniform sampler2D u_SheetSoFar;
 uniform sampler2D u_Tile0;

@@ -1,5 +1,5 @@
 #version 150
-// A disc, premultiplied: hues from left to right, opaque on the left and fading out to the right.
+// Source image of the blend examples, premultiplied: a disc with a hue gradient that fades out to the right.
 
 in vec2 vo_TexCoord;
 out vec4 o_Picture;

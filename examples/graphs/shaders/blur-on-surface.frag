@@ -1,16 +1,16 @@
 #version 150
-// Blurs along one axis over pixels of the same surface: taps count the less the farther they lie off the plane
-// through the pixel, so that neither silhouettes nor creases bleed.
+// Blurs along one axis without blurring across silhouettes and creases: the weight of a tap falls off with its
+// distance from the tangent plane of the pixel.
 
 uniform sampler2D u_Frame;
 uniform sampler2D u_Position;          // eye space
 uniform sampler2D u_Normal;            // eye space, 0 where there is no surface
 uniform vec2 Qel_QVector2D_Axis;
-uniform float Qel_float_Thickness;     // distance off the plane from which taps do not count
+uniform float Qel_float_Thickness;     // distance from the plane at which the weight is 0
 in vec2 vo_TexCoord;
 out vec4 o_Frame;
 
-const int reach = 6;                   // taps to either side
+const int reach = 6;                   // taps on either side
 
 void main()
 {

@@ -1,7 +1,6 @@
 #version 150
-// Exposes the picture for its mean luminance: the mean is mapped to the key, and what gets brighter than
-// white is compressed (E. Reinhard, M. Stark, P. Shirley, J. Ferwerda: Photographic tone reproduction for
-// digital images, 2002).
+// Tone mapping: scales the mean luminance to the key and compresses highlights (E. Reinhard, M. Stark, P. Shirley,
+// J. Ferwerda: Photographic tone reproduction for digital images, 2002).
 
 uniform sampler2D u_Frame;
 uniform float Qel_float_MeanLuminance;

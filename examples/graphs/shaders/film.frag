@@ -1,5 +1,5 @@
 #version 150
-// Exposes the picture along a filmic tone curve and darkens its corners.
+// Applies an exponential tone curve and a vignette.
 
 uniform sampler2D u_Frame;
 uniform vec4 Qel_QRect_Viewport;

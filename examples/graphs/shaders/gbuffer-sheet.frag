@@ -1,5 +1,5 @@
 #version 150
-// The four images of a G-buffer on one sheet, each so that the eye can read it.
+// Shows the four textures of a G-buffer side by side: normals, texture coordinates, depth and ids.
 
 uniform sampler2D u_Normal;
 uniform sampler2D u_TexCoord;
@@ -14,7 +14,7 @@ out vec4 o_Sheet;
 
 const vec3 ground = vec3(0.12, 0.13, 0.15);
 
-// A colour of its own for each number.
+// A distinct colour for each id.
 vec3 numberColor(float number)
 {
     vec3 hash = fract(number * vec3(0.61803399, 0.75487767, 0.56984029));
@@ -37,7 +37,7 @@ void main()
     } else if (upper) {
         color = vec3(fract(texelFetch(u_TexCoord, texel, 0).xy), 0.35);
     } else if (left) {
-        // Distance from the eye: the depth is anything but proportional to it.
+        // Linear distance from the eye.
         float distance = Qel_float_NearPlane * Qel_float_FarPlane /
                          mix(Qel_float_FarPlane, Qel_float_NearPlane, depth);
         color = vec3(exp(-distance / Qel_float_DepthRange));

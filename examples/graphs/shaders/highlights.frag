@@ -1,6 +1,6 @@
 #version 150
-// Keeps what is brighter than the threshold and fades the rest to black. Alpha stays, since a blur does not
-// spread into transparent texels.
+// Bright pass: fades everything darker than the threshold to black. Keeps alpha, because the blur does not spread
+// into transparent texels.
 
 uniform sampler2D u_Frame;
 uniform float Qel_float_Threshold;

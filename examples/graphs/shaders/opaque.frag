@@ -1,5 +1,5 @@
 #version 150
-// FXAA leaves luma in the alpha of the pixels that it filtered; a picture file is to be opaque.
+// Sets alpha to 1: FXAA leaves luma in the alpha of the pixels that it filters.
 uniform sampler2D u_Frame;
 in vec2 vo_TexCoord;
 out vec4 o_Frame;

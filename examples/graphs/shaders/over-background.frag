@@ -1,5 +1,5 @@
 #version 150
-// The model where a primitive covers the pixel, the background elsewhere.
+// Puts the model over a background.
 
 uniform sampler2D u_Frame;
 uniform sampler2D u_Background;

@@ -1,6 +1,6 @@
 #version 150
-// Paints shaded primitives by their numbers: cubes, which come first in the batch, each in a colour of its
-// own, quads as dark tiles.
+// Colours shaded primitives by their ids: each cube gets its own colour, all quads the same one. Cubes come first
+// in the batch.
 
 uniform sampler2D u_Shading;
 uniform sampler2D u_TexCoord;

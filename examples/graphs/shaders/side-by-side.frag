@@ -1,5 +1,5 @@
 #version 150
-// The middle of one frame on the left and of another on the right, over a plain background.
+// Shows the middle halves of two frames side by side over a gradient.
 uniform sampler2D u_Left;
 uniform sampler2D u_Right;
 in vec2 vo_TexCoord;

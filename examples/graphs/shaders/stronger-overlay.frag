@@ -1,5 +1,5 @@
 #version 150
-// Makes a faint overlay of premultiplied colours stronger.
+// Amplifies a faint premultiplied overlay without exceeding full opacity.
 
 uniform sampler2D u_Frame;
 uniform float Qel_float_Factor;

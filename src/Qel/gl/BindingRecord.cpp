@@ -5,10 +5,6 @@
 #include <epoxy/gl.h>
 
 #include <Qel/core/Diagnostics.h>
-#include <Qel/gl/FramebufferObject.h>
-#include <Qel/gl/ShaderProgram.h>
-#include <Qel/gl/Texture.h>
-#include <Qel/gl/VertexArrayObject.h>
 
 using namespace Qt::StringLiterals;
 
@@ -16,17 +12,25 @@ namespace Morvane::Qel {
 
 namespace {
 
-/// Removes the latest occurrence of an element from a stack; returns whether it was the top.
-template<class T>
-bool removeLatest(std::vector<T*>& stack, const T* element)
+/// Removes the latest occurrence of an object from a stack; returns whether it was the top.
+template<class Stack, class T>
+bool removeLatest(Stack& stack, const T* element)
 {
-    const auto found = std::find(stack.rbegin(), stack.rend(), element);
+    const auto found = std::find_if(stack.rbegin(), stack.rend(),
+                                    [&](const auto& binding) { return binding.object == element; });
     if (found == stack.rend()) {
         return false;
     }
     const bool wasTop = found == stack.rbegin();
     stack.erase(std::next(found).base());
     return wasTop;
+}
+
+template<class Stack, class T>
+bool contains(const Stack& stack, const T* element)
+{
+    return std::any_of(stack.begin(), stack.end(),
+                       [&](const auto& binding) { return binding.object == element; });
 }
 
 unsigned int integerState(GLenum name)
@@ -64,9 +68,9 @@ void BindingRecord::readFromGL()
     std::array<int, 4> viewport{};
     glGetIntegerv(GL_VIEWPORT, viewport.data());
     m_viewport = QRect(viewport[0], viewport[1], viewport[2], viewport[3]);
-    for (Texture* texture : m_units) {
-        if (texture) {
-            texture->m_unit = -1;
+    for (int* unit : m_units) {
+        if (unit) {
+            *unit = -1;
         }
     }
     m_units.fill(nullptr);
@@ -75,92 +79,91 @@ void BindingRecord::readFromGL()
     m_managedSerials.fill(0);
 }
 
-void BindingRecord::bindTexture(Texture* texture)
+void BindingRecord::bindTexture(int* unit, unsigned int target, unsigned int name)
 {
     if (m_topUnit == numUnits) {
         logCritical(__FILE__, __LINE__, u"all %1 texture units are in use"_s.arg(numUnits));
         ++m_numRefused;
         return;
     }
-    texture->m_unit = m_topUnit++;
-    m_units[static_cast<size_t>(texture->m_unit)] = texture;
-    setActiveUnit(texture->m_unit);
-    glBindTexture(texture->target(), texture->textureID());
+    *unit = m_topUnit++;
+    m_units[static_cast<size_t>(*unit)] = unit;
+    setActiveUnit(*unit);
+    glBindTexture(target, name);
 }
 
-void BindingRecord::releaseTexture(Texture* texture)
+void BindingRecord::releaseTexture(int* unit, unsigned int target)
 {
     if (m_numRefused > 0) {
         // Bindings nest, so this release belongs to the binding refused last.
         --m_numRefused;
         return;
     }
-    const int unit = texture->m_unit;
-    if (unit < 0) {
+    if (*unit < 0) {
         return;
     }
-    setActiveUnit(unit);
-    glBindTexture(texture->target(), 0);
-    m_units[static_cast<size_t>(unit)] = nullptr;
+    setActiveUnit(*unit);
+    glBindTexture(target, 0);
+    m_units[static_cast<size_t>(*unit)] = nullptr;
     while (m_topUnit > 0 && !m_units[static_cast<size_t>(m_topUnit - 1)]) {
         --m_topUnit;
     }
     // A texture that was bound twice returns to its earlier unit.
-    texture->m_unit = -1;
+    *unit = -1;
     for (int earlier = m_topUnit - 1; earlier >= 0; --earlier) {
-        if (m_units[static_cast<size_t>(earlier)] == texture) {
-            texture->m_unit = earlier;
+        if (m_units[static_cast<size_t>(earlier)] == unit) {
+            *unit = earlier;
             setActiveUnit(earlier);
             break;
         }
     }
 }
 
-void BindingRecord::bindManagedTexture(int slot, Texture* texture)
+void BindingRecord::bindManagedTexture(int slot, quint64 serial, unsigned int target, unsigned int name)
 {
-    quint64& serial = m_managedSerials[static_cast<size_t>(slot)];
-    if (serial == texture->serial()) {
+    quint64& bound = m_managedSerials[static_cast<size_t>(slot)];
+    if (bound == serial) {
         return;
     }
-    serial = texture->serial();
+    bound = serial;
     setActiveUnit(firstManagedUnit + slot);
-    glBindTexture(texture->target(), texture->textureID());
+    glBindTexture(target, name);
 }
 
-void BindingRecord::bindProgram(ShaderProgram* program)
+void BindingRecord::bindProgram(ShaderProgram* program, unsigned int name)
 {
-    m_programs.push_back(program);
-    glUseProgram(program->programID());
+    m_programs.push_back({program, name});
+    glUseProgram(name);
 }
 
 void BindingRecord::releaseProgram(ShaderProgram* program)
 {
     if (removeLatest(m_programs, program)) {
-        glUseProgram(m_programs.empty() ? m_baseProgram : m_programs.back()->programID());
+        glUseProgram(m_programs.empty() ? m_baseProgram : m_programs.back().name);
     }
 }
 
 ShaderProgram* BindingRecord::currentProgram() const
 {
-    return m_programs.empty() || m_programs.back()->programID() == 0 ? nullptr : m_programs.back();
+    return m_programs.empty() || m_programs.back().name == 0 ? nullptr : m_programs.back().object;
 }
 
-void BindingRecord::bindVertexArray(VertexArrayObject* vertexArray)
+void BindingRecord::bindVertexArray(VertexArrayObject* vertexArray, unsigned int name)
 {
-    m_vertexArrays.push_back(vertexArray);
-    glBindVertexArray(vertexArray->getVAO());
+    m_vertexArrays.push_back({vertexArray, name});
+    glBindVertexArray(name);
 }
 
 void BindingRecord::releaseVertexArray(VertexArrayObject* vertexArray)
 {
     if (removeLatest(m_vertexArrays, vertexArray)) {
-        glBindVertexArray(m_vertexArrays.empty() ? m_baseVertexArray : m_vertexArrays.back()->getVAO());
+        glBindVertexArray(m_vertexArrays.empty() ? m_baseVertexArray : m_vertexArrays.back().name);
     }
 }
 
 VertexArrayObject* BindingRecord::currentVertexArray() const
 {
-    return m_vertexArrays.empty() ? nullptr : m_vertexArrays.back();
+    return m_vertexArrays.empty() ? nullptr : m_vertexArrays.back().object;
 }
 
 void BindingRecord::applyFramebuffers(unsigned int draw, unsigned int read)
@@ -175,10 +178,9 @@ void BindingRecord::applyFramebuffers(unsigned int draw, unsigned int read)
     }
 }
 
-void BindingRecord::bindFramebuffer(FramebufferObject* framebuffer)
+void BindingRecord::bindFramebuffer(FramebufferObject* framebuffer, unsigned int name)
 {
     m_framebuffers.push_back({framebuffer, m_drawFramebuffer, m_readFramebuffer, m_viewport});
-    const unsigned int name = framebuffer->getFBO();
     applyFramebuffers(name, name);
 }
 
@@ -233,25 +235,25 @@ void BindingRecord::setViewport(const QRect& rectangle)
     glViewport(rectangle.x(), rectangle.y(), std::max(rectangle.width(), 0), std::max(rectangle.height(), 0));
 }
 
-void BindingRecord::forget(Texture* texture)
+void BindingRecord::forgetTexture(int* unit, unsigned int target, quint64 serial)
 {
     m_numRefused = 0;
-    while (texture->m_unit >= 0) {
-        releaseTexture(texture);
+    while (*unit >= 0) {
+        releaseTexture(unit, target);
     }
-    std::replace(m_managedSerials.begin(), m_managedSerials.end(), texture->serial(), quint64(0));
+    std::replace(m_managedSerials.begin(), m_managedSerials.end(), serial, quint64(0));
 }
 
 void BindingRecord::forget(ShaderProgram* program)
 {
-    while (std::find(m_programs.begin(), m_programs.end(), program) != m_programs.end()) {
+    while (contains(m_programs, program)) {
         releaseProgram(program);
     }
 }
 
 void BindingRecord::forget(VertexArrayObject* vertexArray)
 {
-    while (std::find(m_vertexArrays.begin(), m_vertexArrays.end(), vertexArray) != m_vertexArrays.end()) {
+    while (contains(m_vertexArrays, vertexArray)) {
         releaseVertexArray(vertexArray);
     }
 }

@@ -9,7 +9,6 @@ namespace Morvane::Qel {
 
 class FramebufferObject;
 class ShaderProgram;
-class Texture;
 class VertexArrayObject;
 
 /// Tracks the bindings of a context in stacks, so that a release restores the previous binding without
@@ -29,23 +28,24 @@ public:
     /// all other bindings.
     void readFromGL();
 
-    void bindTexture(Texture* texture);
-    void releaseTexture(Texture* texture);
+    /// Binds a texture to the next free unit and writes that to `unit`, whose address stands for the texture.
+    void bindTexture(int* unit, unsigned int target, unsigned int name);
+    void releaseTexture(int* unit, unsigned int target);
     /// Binds a texture to a managed unit until another one replaces it.
-    void bindManagedTexture(int slot, Texture* texture);
+    void bindManagedTexture(int slot, quint64 serial, unsigned int target, unsigned int name);
     /// Returns the serial of the texture on a managed unit, 0 if there is none.
     quint64 managedSerial(int slot) const { return m_managedSerials[static_cast<size_t>(slot)]; }
 
-    void bindProgram(ShaderProgram* program);
+    void bindProgram(ShaderProgram* program, unsigned int name);
     void releaseProgram(ShaderProgram* program);
     /// Returns the current program; null if there is none or the one bound last is invalid.
     ShaderProgram* currentProgram() const;
 
-    void bindVertexArray(VertexArrayObject* vertexArray);
+    void bindVertexArray(VertexArrayObject* vertexArray, unsigned int name);
     void releaseVertexArray(VertexArrayObject* vertexArray);
     VertexArrayObject* currentVertexArray() const;
 
-    void bindFramebuffer(FramebufferObject* framebuffer);
+    void bindFramebuffer(FramebufferObject* framebuffer, unsigned int name);
     void releaseFramebuffer(FramebufferObject* framebuffer);
     bool isBound(const FramebufferObject* framebuffer) const;
     unsigned int drawFramebuffer() const;
@@ -56,12 +56,20 @@ public:
     QRect viewport() const { return m_viewport; }
 
     /// Removes all bindings of a destroyed object.
-    void forget(Texture* texture);
+    void forgetTexture(int* unit, unsigned int target, quint64 serial);
     void forget(ShaderProgram* program);
     void forget(VertexArrayObject* vertexArray);
     void forget(FramebufferObject* framebuffer);
 
 private:
+    /// An object that is bound, with its GL name. The record looks into no object, so that it depends on none
+    /// of their classes.
+    template<class T>
+    struct Named
+    {
+        T* object;
+        unsigned int name;
+    };
     struct FramebufferBinding
     {
         FramebufferObject* framebuffer;
@@ -71,14 +79,15 @@ private:
     };
     void applyFramebuffers(unsigned int draw, unsigned int read);
 
-    std::array<Texture*, numUnits> m_units{};
+    /// What each unit was written to; null for a free unit.
+    std::array<int*, numUnits> m_units{};
     int m_topUnit = 0;
     /// The number of unreleased bindings that found no free unit.
     int m_numRefused = 0;
     std::array<quint64, numManagedUnits> m_managedSerials{};
-    std::vector<ShaderProgram*> m_programs;
+    std::vector<Named<ShaderProgram>> m_programs;
     unsigned int m_baseProgram = 0;
-    std::vector<VertexArrayObject*> m_vertexArrays;
+    std::vector<Named<VertexArrayObject>> m_vertexArrays;
     unsigned int m_baseVertexArray = 0;
     std::vector<FramebufferBinding> m_framebuffers;
     unsigned int m_drawFramebuffer = 0;

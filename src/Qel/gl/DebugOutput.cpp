@@ -13,7 +13,7 @@ namespace {
 void GLAPIENTRY reportDebugMessage(GLenum source, GLenum type, GLuint /*id*/, GLenum severity,
                                    GLsizei /*length*/, const GLchar* message, const void* /*user*/)
 {
-    // What the compiler says is reported by the program, with files and lines.
+    // ShaderProgram reports compiler messages itself, with files and lines.
     if (severity == GL_DEBUG_SEVERITY_NOTIFICATION || source == GL_DEBUG_SOURCE_SHADER_COMPILER) {
         return;
     }

@@ -54,7 +54,7 @@ void FramebufferObject::bind()
 {
     const bool isNew = m_name == 0;
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    context->bindings().bindFramebuffer(this);
+    context->bindings().bindFramebuffer(this, getFBO());
     if (isNew) {
         context->label(GL_FRAMEBUFFER, m_name, u"framebuffer"_s);
     }

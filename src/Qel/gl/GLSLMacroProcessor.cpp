@@ -8,8 +8,6 @@
 
 #include <algorithm>
 
-#include <Qel/gl/InstanceData.h>
-
 using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel {
@@ -18,12 +16,12 @@ namespace {
 
 using Result = GLSLMacroProcessor::Result;
 
-/// Tells code from comments, line by line.
+/// Blanks out comments, line by line.
 class CommentStripper
 {
 public:
-    /// The line with its comments replaced by as many spaces. Quotes of include directives protect their
-    /// contents; elsewhere GLSL knows no quotes.
+    /// The line with every character of a comment replaced by a space. Text in quotes is not searched for
+    /// comments: only the names in directives are quoted, GLSL itself has no strings.
     QString code(QStringView line)
     {
         QString code = line.toString();
@@ -70,8 +68,8 @@ QList<QStringView> linesOf(const QString& text)
     return lines;
 }
 
-/// How many lines the #version and #extension directives at the beginning of a source take, with the comments
-/// before and between them.
+/// The number of lines up to the last of the #version and #extension directives at the start of a source,
+/// including the comments before and between them.
 qsizetype numLeadingLines(const QList<QStringView>& lines)
 {
     static const QRegularExpression leading(uR"(^\s*#\s*(version|extension)\b)"_s);
@@ -111,13 +109,15 @@ QString quoted(const QString& text)
     return u'"' + text + u'"';
 }
 
-/// A result while it is put together.
+/// Builds the result of one source.
 class Composition
 {
 public:
-    Composition(const QString& name, const QStringList& searchPaths, const QStringList& defines)
+    Composition(const QString& name, const QStringList& searchPaths, const QStringList& defines,
+                const QMap<QString, QString>& prototypes)
         : m_searchPaths(searchPaths)
         , m_defines(defines)
+        , m_prototypes(prototypes)
     {
         m_result.files.append(name);
         m_included.insert(QFileInfo(name).canonicalFilePath());
@@ -134,11 +134,12 @@ private:
     void appendLine(const QString& line, Result::Position origin);
     void appendDefines();
     void include(const QString& name, Result::Position place);
-    QString prototypes(const QString& plan, Result::Position place);
+    QString prototypesOf(const QString& plan, Result::Position place);
     void reportError(Result::Position place, const QString& text);
 
     const QStringList& m_searchPaths;
     const QStringList& m_defines;
+    const QMap<QString, QString>& m_prototypes;
     Result m_result;
     QSet<QString> m_included;
     int m_numLines = 0;
@@ -162,11 +163,11 @@ void Composition::append(const QString& text, int file)
         }
         const QString original = lines[i].toString();
         const QString code = comments.code(lines[i]);
-        // What stands around a directive may end and begin comments, so it stays.
+        // The text around a directive is kept, since comments may end or begin there.
         const auto before = [&](const QRegularExpressionMatch& match) {
             return original.left(match.capturedStart(1));
         };
-        const auto behind = [&](const QRegularExpressionMatch& match) {
+        const auto after = [&](const QRegularExpressionMatch& match) {
             return original.mid(match.capturedEnd(1));
         };
         if (const QRegularExpressionMatch match = insertion.match(code); match.hasMatch()) {
@@ -178,9 +179,9 @@ void Composition::append(const QString& text, int file)
             } else if (match.captured(2) == u"include") {
                 appendLine(before(match), here);
                 include(name, here);
-                appendLine(behind(match), here);
+                appendLine(after(match), here);
             } else {
-                appendLine(before(match) + prototypes(name, here) + behind(match), here);
+                appendLine(before(match) + prototypesOf(name, here) + after(match), here);
             }
         } else if (const QRegularExpressionMatch versionMatch = version.match(code);
                    versionMatch.hasMatch()) {
@@ -189,11 +190,11 @@ void Composition::append(const QString& text, int file)
                     versionMatch.captured(2).toInt() >= 330 || versionMatch.captured(3) == u"es";
                 appendLine(original, here);
             } else {
-                appendLine(before(versionMatch) + behind(versionMatch), here);
+                appendLine(before(versionMatch) + after(versionMatch), here);
             }
         } else if (const QRegularExpressionMatch lineMatch = line.match(code); lineMatch.hasMatch()) {
-            appendLine(before(lineMatch) + behind(lineMatch), here);
-            // Up to version 1.50 the directive gives its own line the number, later the one that follows.
+            appendLine(before(lineMatch) + after(lineMatch), here);
+            // Up to version 1.50 #line numbers its own line, in later versions the following one.
             here.line = lineMatch.captured(2).toInt() - (m_lineNamesNextLine ? 1 : 0);
         } else {
             appendLine(original, here);
@@ -251,18 +252,15 @@ void Composition::include(const QString& name, Result::Position place)
     append(QString::fromUtf8(file.readAll()), static_cast<int>(m_result.files.size()) - 1);
 }
 
-QString Composition::prototypes(const QString& plan, Result::Position place)
+QString Composition::prototypesOf(const QString& plan, Result::Position place)
 {
-    QStringList known;
-    for (const auto& candidate : InstanceDataRegistry::Instance()->plans()) {
-        if (candidate->name() == plan) {
-            return candidate->glslh();
-        }
-        known.append(quoted(candidate->name()));
+    if (!m_prototypes.contains(plan)) {
+        QStringList known = m_prototypes.keys();
+        std::transform(known.begin(), known.end(), known.begin(), quoted);
+        reportError(place,
+                    u"unknown instance-data plan %1; known are %2"_s.arg(quoted(plan), known.join(u", "_s)));
     }
-    reportError(place,
-                u"unknown instance-data plan %1; known are %2"_s.arg(quoted(plan), known.join(u", "_s)));
-    return {};
+    return m_prototypes.value(plan);
 }
 
 void Composition::reportError(Result::Position place, const QString& text)
@@ -298,7 +296,8 @@ void GLSLMacroProcessor::addIncludePath(const QString& path)
     m_includePaths.append(path);
 }
 
-GLSLMacroProcessor::Result GLSLMacroProcessor::process(const QString& source, const QString& name) const
+GLSLMacroProcessor::Result GLSLMacroProcessor::process(const QString& source, const QString& name,
+                                                       const QMap<QString, QString>& prototypes) const
 {
     static const QRegularExpression ownDirective(uR"(#\s*(include|instancedata|line)\b)"_s);
     if (m_defines.isEmpty() && !ownDirective.match(source).hasMatch()) {
@@ -308,7 +307,7 @@ GLSLMacroProcessor::Result GLSLMacroProcessor::process(const QString& source, co
     for (const auto& [define, value] : m_defines) {
         defines.append(u"#define %1 %2"_s.arg(define, value));
     }
-    return Composition(name, searchPaths(), defines).compose(source);
+    return Composition(name, searchPaths(), defines, prototypes).compose(source);
 }
 
 QString GLSLMacroProcessor::findFile(const QString& name) const

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QList>
+#include <QMap>
 #include <QPair>
 #include <QString>
 #include <QStringList>
@@ -11,26 +12,29 @@
 
 namespace Morvane::Qel {
 
-/// A preprocessor that runs before the driver's:
-/// - `#include "file"` is replaced by the file, searched beside the including file, in the include paths in
-///   the order in which they were added, and in ":/Media/Shaders". A file is included once in a source, and
-///   its own #version is dropped.
+/// A preprocessor for GLSL that runs before the driver's own:
+/// - `#include "file"` is replaced by the file, which is searched for beside the including file, then in the
+///   include paths in the order in which they were added, then in ":/Media/Shaders". Each file is included
+///   only once per source, and its own #version is dropped.
 /// - `#instancedata "Plan"` is replaced by the prototypes of the plan's accessor functions.
-/// - Defines are inserted behind the #version and #extension lines at the beginning of the source.
-/// - `#line` directives of the sources are taken out and followed in Result::origin, which says where a line
-///   of the composed source comes from. None are put in: drivers disagree with each other, and their
-///   preprocessors with their compilers, about the lines and the files that a #line names.
-/// Directives inside comments are left alone. Conditionals are not evaluated: a directive counts in whichever
+/// - Defines are inserted after the #version and #extension lines at the start of the source.
+/// - `#line` directives are removed and taken into account by Result::origin, which maps a line of the
+/// composed
+///   source to the file and line it comes from. None are emitted: drivers, and even a driver's preprocessor
+///   and compiler, disagree about which line and file a #line means.
+///
+/// Directives in comments are ignored. Conditionals are not evaluated: a directive takes effect in whatever
 /// branch it stands.
 class QEL_GL_EXPORT GLSLMacroProcessor
 {
 public:
     GLSLMacroProcessor();
 
-    /// A later define of the same name replaces the earlier one.
+    /// Adds a define; replaces an earlier one of the same name.
     void addDefine(const QString& name, const QString& value);
     void addIncludePath(const QString& path);
 
+    /// A preprocessed source.
     struct QEL_GL_EXPORT Result
     {
         struct Position
@@ -40,28 +44,31 @@ public:
             /// From 1 on.
             int line;
         };
-        /// Where a line of `source`, counted from 1 on, comes from.
+        /// Where a line of `source`, counted from 1, comes from.
         Position origin(int composedLine) const;
 
         QString source;
-        /// The files that the source is composed of. Entry 0 is the name of the source itself; the inserted
+        /// The files that `source` is composed of. Entry 0 is the name of the source itself; the inserted
         /// defines count as a file.
         QStringList files;
-        /// One message for each directive that could not be resolved, "name:line: what"; empty on success.
+        /// A message "name:line: text" for each directive that could not be resolved; empty on success.
         QStringList errors;
 
-        /// Lines that follow each other in `source` as in their file, until the next run begins.
+        /// Consecutive lines of `source` that are consecutive in their file too.
         struct Run
         {
             int firstComposedLine;
             Position origin;
         };
-        /// In the order of `source`, the first one at line 1.
+        /// In the order of `source`; the first run starts at line 1.
         std::vector<Run> runs;
     };
-    /// Preprocesses one source; `name` is its name in messages.
-    Result process(const QString& source, const QString& name) const;
-    /// The path of a file searched as an include of no file, empty when it is not found.
+    /// Preprocesses one source. `name` is its name in messages. `prototypes` holds, by the name of the plan,
+    /// what
+    /// `#instancedata` inserts; ShaderProgram passes those of all plans (InstanceDataRegistry::prototypes).
+    Result process(const QString& source, const QString& name,
+                   const QMap<QString, QString>& prototypes = {}) const;
+    /// The path of a file, searched for as if a source without a folder included it; empty if not found.
     QString findFile(const QString& name) const;
 
 private:

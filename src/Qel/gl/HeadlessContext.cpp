@@ -21,13 +21,14 @@ bool hasToken(const char* list, const char* token)
     return list && QByteArray(list).split(' ').contains(token);
 }
 
-/// A way to get a display, in the order in which they are tried.
+/// An EGL display that can be tried.
 struct Candidate
 {
     QString name;
     EGLDisplay display;
 };
 
+/// The displays to try, in order.
 std::vector<Candidate> findCandidates(HeadlessContext::Device wanted)
 {
     using Device = HeadlessContext::Device;
@@ -90,7 +91,7 @@ struct HeadlessContext::Egl
     Egl& operator=(const Egl&) = delete;
     ~Egl();
 
-    /// Null on success, else what went wrong.
+    /// Creates the context and its surface and makes them current. Null on success, otherwise the reason.
     QString open(const Candidate& candidate, const Options& options);
     EGLSurface makeSurface(const QSize& size) const;
 };
@@ -107,14 +108,14 @@ HeadlessContext::Egl::~Egl()
     if (context != EGL_NO_CONTEXT) {
         eglDestroyContext(display, context);
     }
-    // The display stays initialised: the contexts of a process share it, and the driver's libraries do not
-    // survive being unloaded and loaded again without leaking.
+    // The display stays initialised: all contexts of the process share it, and drivers leak memory when their
+    // libraries are unloaded and loaded again.
 }
 
 QString HeadlessContext::Egl::open(const Candidate& candidate, const Options& options)
 {
     if (candidate.display == EGL_NO_DISPLAY || !eglInitialize(candidate.display, nullptr, nullptr)) {
-        return u"the display does not open"_s;
+        return u"the display cannot be initialised"_s;
     }
     display = candidate.display;
     name = candidate.name;
@@ -137,7 +138,7 @@ QString HeadlessContext::Egl::open(const Candidate& candidate, const Options& op
     EGLint numConfigs = 0;
     if (!eglBindAPI(EGL_OPENGL_API) ||
         !eglChooseConfig(display, configAttributes.data(), &config, 1, &numConfigs) || numConfigs == 0) {
-        return u"it has no OpenGL configuration with a pbuffer"_s;
+        return u"no OpenGL configuration supports pbuffers"_s;
     }
     constexpr std::array<std::array<EGLint, 2>, 9> versions{
         {{4, 6}, {4, 5}, {4, 4}, {4, 3}, {4, 2}, {4, 1}, {4, 0}, {3, 3}, {3, 2}}};
@@ -157,14 +158,14 @@ QString HeadlessContext::Egl::open(const Candidate& candidate, const Options& op
         }
     }
     if (context == EGL_NO_CONTEXT) {
-        return u"it offers no OpenGL 3.2 core context"_s;
+        return u"no OpenGL 3.2 core context is available"_s;
     }
     surface = makeSurface(options.size);
     if (surface == EGL_NO_SURFACE) {
-        return u"it makes no pbuffer of %1x%2"_s.arg(options.size.width()).arg(options.size.height());
+        return u"a pbuffer of %1x%2 cannot be created"_s.arg(options.size.width()).arg(options.size.height());
     }
     if (!eglMakeCurrent(display, surface, surface, context)) {
-        return u"its context cannot be made current"_s;
+        return u"the context cannot be made current"_s;
     }
     return {};
 }

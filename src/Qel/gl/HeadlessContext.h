@@ -9,14 +9,15 @@
 
 namespace Morvane::Qel {
 
-/// A GL core context without a window or a display server, made through EGL: the highest version that the
-/// driver offers, at least 3.2, with a pbuffer as framebuffer 0. KHR_debug messages go to the log.
+/// A GL core context that needs no window and no display server. It is created through EGL with the highest
+/// version that the driver offers, at least 3.2, and a pbuffer as framebuffer 0. KHR_debug messages go to the
+/// log.
 class QEL_GL_EXPORT HeadlessContext : public OpenGLDeviceContext
 {
 public:
     enum class Device
     {
-        /// A GPU when there is one, else software.
+        /// A GPU if there is one, otherwise the software rasteriser.
         Auto,
         Gpu,
         /// Mesa's software rasteriser.
@@ -25,20 +26,20 @@ public:
     struct Options
     {
         Device device = Device::Auto;
-        /// Asks for a debug context, whose errors are reported where they happen.
+        /// Requests a debug context, which reports errors inside the call that causes them.
         bool debug = false;
-        /// Size of framebuffer 0.
+        /// The size of framebuffer 0.
         QSize size = {1, 1};
     };
 
-    /// Makes a context and makes it current on this thread. Null on failure, with one line in `error` that
-    /// says what was tried, what each attempt answered and what would help.
+    /// Creates a context and makes it current on this thread. Returns null on failure and puts one line in
+    /// `error`: what was tried, why each attempt failed and what would help. `error` may be null.
     static std::unique_ptr<HeadlessContext> create(const Options& options, QString* error);
     ~HeadlessContext() override;
 
-    /// Gives framebuffer 0 another size; false when the driver cannot, and the old size stays.
+    /// Changes the size of framebuffer 0. Returns false and keeps the old size if the driver cannot.
     bool resize(const QSize& size);
-    /// What EGL runs on, such as "EGL device 0 (/dev/dri/card0)" or "EGL surfaceless".
+    /// The EGL display in use, such as "EGL device 0 (/dev/dri/card0)" or "EGL surfaceless".
     QString deviceName() const;
 
 private:

@@ -1,5 +1,7 @@
 #include <Qel/gl/InstanceData.h>
 
+#include <QHash>
+
 #include <cstring>
 
 #include <epoxy/gl.h>
@@ -7,7 +9,6 @@
 #include <Qel/core/Diagnostics.h>
 #include <Qel/gl/BufferObject.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/ShaderProgram.h>
 #include <Qel/gl/TextureManager.h>
 #include <Qel/gl/UniformBlocks.h>
 
@@ -33,6 +34,17 @@ QByteArray toBytes(const Block& block)
 void bindBlock(const InstanceDataPlan& plan, BufferObject& buffer, qintptr offset)
 {
     glBindBufferRange(GL_UNIFORM_BUFFER, plan.bindingPoint(), buffer.getBO(), offset, plan.blockSize());
+}
+
+/// The buffers with the default data of the plans that were used on a context.
+struct DefaultBlocks : ContextData
+{
+    QHash<const InstanceDataPlan*, QSharedPointer<BufferObject>> buffers;
+};
+
+QHash<const InstanceDataPlan*, QSharedPointer<BufferObject>>& defaultBlocks()
+{
+    return OpenGLDeviceContext::current()->data<DefaultBlocks>().buffers;
 }
 
 const QString instanceInfoPrototypes = u"mat4 getModelMatrix(); mat4 getModelNormalMatrix();"_s;
@@ -89,32 +101,9 @@ InstanceDataPlan::InstanceDataPlan(QString name, QString prototypes, QString def
 {
 }
 
-bool InstanceDataPlan::assertShaderProgram(const ShaderProgram* program) const
-{
-    if (!QEL_CHECK(__FILE__, program != nullptr && program->programID() != 0,
-                   u"plan \"%1\" needs a program that is built"_s.arg(m_name))) {
-        return false;
-    }
-    const int index = program->uniformBlockIndex(m_name.toUtf8().constData());
-    if (index < 0) {
-        return true;
-    }
-    int size = 0;
-    int binding = 0;
-    const auto block = static_cast<unsigned int>(index);
-    glGetActiveUniformBlockiv(program->programID(), block, GL_UNIFORM_BLOCK_DATA_SIZE, &size);
-    glGetActiveUniformBlockiv(program->programID(), block, GL_UNIFORM_BLOCK_BINDING, &binding);
-    return QEL_CHECK(__FILE__, size == blockSize() && static_cast<unsigned int>(binding) == m_bindingPoint,
-                     u"block \"%1\" has %2 bytes at binding point %3, not %4 at %5"_s.arg(m_name)
-                         .arg(size)
-                         .arg(binding)
-                         .arg(blockSize())
-                         .arg(m_bindingPoint));
-}
-
 void InstanceDataPlan::bindDefault() const
 {
-    QSharedPointer<BufferObject>& buffer = OpenGLDeviceContext::current()->m_defaultInstanceData[this];
+    QSharedPointer<BufferObject>& buffer = defaultBlocks()[this];
     if (!buffer) {
         buffer.reset(new BufferObject(GL_UNIFORM_BUFFER));
         buffer->uploadBytes(m_defaultBlock.constData(), m_defaultBlock.size(), GL_STATIC_DRAW);
@@ -124,7 +113,7 @@ void InstanceDataPlan::bindDefault() const
 
 void InstanceDataPlan::provideDefault() const
 {
-    if (!OpenGLDeviceContext::current()->m_defaultInstanceData.contains(this)) {
+    if (!defaultBlocks().contains(this)) {
         bindDefault();
     }
 }
@@ -145,6 +134,9 @@ InstanceDataRegistry::InstanceDataRegistry()
     m_plans.emplace_back(new InstanceDataPlan(u"VeskInstance"_s, veskInstancePrototypes,
                                               veskInstanceDefinitions, UniformBlocks::veskInstance,
                                               toBytes(VeskInstanceBlock{toArray(QMatrix4x4())}), 0));
+    for (const auto& plan : m_plans) {
+        m_prototypes.insert(plan->name(), plan->glslh());
+    }
 }
 
 const InstanceDataPlan* InstanceDataRegistry::getPlan(const QString& name) const
@@ -188,7 +180,7 @@ Texture* InstanceDataCollection::texture(int slot) const
 
 void InstanceDataCollection::bind(TextureManager* textureManager)
 {
-    // A program that is built while the collection is bound must not take the default for missing.
+    // Otherwise a program that is built while the collection is bound would bind the default over it.
     m_plan->provideDefault();
     bindBlock(*m_plan, *m_buffer, m_offset);
     TextureManager* manager = textureManager != nullptr ? textureManager : TextureManager::Instance();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QMap>
 #include <QMatrix4x4>
 #include <QObject>
 #include <QSharedPointer>
@@ -19,28 +20,29 @@ class ShaderProgram;
 class Texture;
 class TextureManager;
 
-/// How the data of an instance or of a material reaches a shader: a std140 uniform block at a fixed binding
-/// point, and GLSL functions that read it.
+/// The layout in which shaders receive the data of an instance or a material: a std140 uniform block at a
+/// fixed binding point, and GLSL functions that read it.
 class QEL_GL_EXPORT InstanceDataPlan
 {
 public:
-    /// The name, which is that of the block as well.
+    /// The name of the plan and of its uniform block.
     QString name() const { return m_name; }
-    /// GLSL that defines the accessor functions; added as a further source of the stage that calls them.
+    /// GLSL that defines the accessor functions, to be added as another source of the stage that calls them.
     QString glslc() const { return m_definitions; }
-    /// GLSL that declares them, in one line; what `#instancedata "name"` stands for.
+    /// GLSL that declares the accessor functions, in one line; inserted for `#instancedata "name"`.
     QString glslh() const { return m_prototypes; }
-    /// Checks that a linked program has the block with the size that the host writes; reports a failed check
-    /// and returns false otherwise. A program that calls no accessor has no block and passes.
+    /// Checks that the block of a linked program has the size and the binding point that the host uses; if
+    /// not, logs a failed check and returns false. A program that calls no accessor has no block and passes.
     bool assertShaderProgram(const ShaderProgram* program) const;
     unsigned int bindingPoint() const { return m_bindingPoint; }
-    /// Size of the block in bytes.
+    /// The size of the block in bytes.
     qsizetype blockSize() const { return m_defaultBlock.size(); }
-    /// How many managed texture slots the plan's accessors name, from 0 on.
+    /// The number of material texture slots that the plan uses, from slot 0 on.
     int numTextures() const { return m_numTextures; }
-    /// Binds the data that draws read while no collection is bound: identity matrices, a white material.
+    /// Binds the default block, which draws read while no collection is bound: identity matrices, a white
+    /// material.
     void bindDefault() const;
-    /// The same the first time on the current context; nothing later, so that what is bound stays.
+    /// Binds the default block, but only on the first call per context, so that later bindings survive.
     void provideDefault() const;
 
 private:
@@ -56,38 +58,42 @@ private:
     int m_numTextures;
 };
 
-/// The plans by name:
+/// All instance-data plans:
 /// - "InstanceInfo": getModelMatrix() and getModelNormalMatrix() (mat4) of a model's batch.
-/// - "OBJMaterial": getKd(), getKs() (vec3), getNs(), getD() (float), getMap_Kd(), getMap_Ks() (int, for
-///   managedTexture).
-/// - "VeskInstance": getModelMatrix() of an instance; identity where no collection is bound.
+/// - "OBJMaterial": getKd(), getKs() (vec3), getNs(), getD() (float), and getMap_Kd(), getMap_Ks() (int, to
+/// be
+///   passed to managedTexture).
+/// - "VeskInstance": getModelMatrix() (mat4) of an instance; identity if no collection is bound.
 class QEL_GL_EXPORT InstanceDataRegistry
 {
 public:
     static InstanceDataRegistry* Instance();
-    /// Null for an unknown name, which is reported.
+    /// The plan of a name; null, and logged, if there is none.
     const InstanceDataPlan* getPlan(const QString& name) const;
-    /// Every plan; a linked program's blocks are bound by them.
+    /// Every plan, in the order of binding points.
     const std::vector<std::unique_ptr<InstanceDataPlan>>& plans() const { return m_plans; }
+    /// InstanceDataPlan::glslh of every plan by its name, for GLSLMacroProcessor::process.
+    const QMap<QString, QString>& prototypes() const { return m_prototypes; }
 
 private:
     InstanceDataRegistry();
     std::vector<std::unique_ptr<InstanceDataPlan>> m_plans;
+    QMap<QString, QString> m_prototypes;
 };
 
-/// The block of "InstanceInfo" as the host writes it.
+/// The std140 layout of the block "InstanceInfo"; matrices are column-major.
 struct QEL_GL_EXPORT InstanceInfoBlock
 {
     explicit InstanceInfoBlock(const QMatrix4x4& modelMatrix);
     std::array<float, 16> modelMatrix;
-    /// Transposed inverse of the model matrix.
+    /// The inverse transpose of the model matrix.
     std::array<float, 16> modelNormalMatrix;
 };
 
-/// The block of "OBJMaterial" as the host writes it.
+/// The std140 layout of the block "OBJMaterial".
 struct OBJMaterialBlock
 {
-    /// Diffuse colour and dissolve (1 is opaque).
+    /// Diffuse colour and opacity (1 is opaque).
     float kd[3] = {1.0F, 1.0F, 1.0F};
     float d = 1.0F;
     /// Specular colour and exponent.
@@ -95,14 +101,14 @@ struct OBJMaterialBlock
     float ns = 1.0F;
 };
 
-/// The block of "VeskInstance" as the host writes it.
+/// The std140 layout of the block "VeskInstance"; the matrix is column-major.
 struct VeskInstanceBlock
 {
     std::array<float, 16> modelMatrix;
 };
 
-/// The data of one instance or material, in a range of a buffer that may hold many, and its textures. Bound
-/// around a draw.
+/// The data of one instance or material, to be bound around a draw: a range of a uniform buffer, which may
+/// hold many of them, and textures.
 class QEL_GL_EXPORT InstanceDataCollection : public QObject
 {
     Q_OBJECT
@@ -113,17 +119,18 @@ public:
     ~InstanceDataCollection() override;
 
     const InstanceDataPlan* plan() const { return m_plan; }
-    /// The texture of a managed slot, not owned; null, as initially, for the stand-in.
+    /// Sets the texture of a material texture slot. Not owned; null, the initial value, selects the texture
+    /// manager's stand-in.
     void setTexture(int slot, Texture* texture);
     Texture* texture(int slot) const;
 
-    /// Binds the block's range to the plan's binding point, and for plans with textures those to their slots,
-    /// through the texture manager; null stands for the process's one.
+    /// Binds the range to the plan's binding point and the textures to their slots. The slots belong to the
+    /// given texture manager; null selects TextureManager::Instance().
     void bind(TextureManager* textureManager);
-    /// Puts the plan's default data back.
+    /// Binds the plan's default block and the stand-in textures again.
     void unbind(TextureManager* textureManager);
 
-    /// The alignment that block ranges need in the current context.
+    /// The alignment in bytes that the current context requires for the offsets of ranges.
     static int uniformBufferAlignment();
 
 private:

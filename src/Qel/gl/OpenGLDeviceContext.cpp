@@ -9,13 +9,6 @@
 #include <epoxy/gl.h>
 
 #include <Qel/gl/BindingRecord.h>
-#include <Qel/gl/BufferObject.h>
-#include <Qel/gl/DrawBuffers.h>
-#include <Qel/gl/ProgramCache.h>
-#include <Qel/gl/TextureManager.h>
-#include <Qel/gl/VertexArrayObject.h>
-
-using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel {
 
@@ -23,7 +16,7 @@ namespace {
 
 thread_local OpenGLDeviceContext* currentContext = nullptr;
 
-/// The capabilities that the context keeps a record of; others are asked from GL.
+/// The capabilities that the context records; the state of others is read from GL.
 constexpr std::array recordedCapabilities{
     static_cast<GLenum>(GL_BLEND),
     static_cast<GLenum>(GL_COLOR_LOGIC_OP),
@@ -58,21 +51,21 @@ int integerOf(GLenum name)
 struct OpenGLDeviceContext::Private
 {
     BindingRecord bindings;
-    ProgramCache programCache;
     std::array<bool, recordedCapabilities.size()> capabilities{};
     unsigned int frontFace = GL_CCW;
-    /// Without the "GL_" in front, sorted.
+    /// Without the "GL_" prefix, sorted.
     std::vector<std::string> extensions;
     int version = 0;
     int maxTextureSize = 0;
     bool hasDebugOutput = false;
     QString labelPrefix;
     ResourceScope* scope = nullptr;
-    QSharedPointer<DrawBuffers> triangle;
-    QSharedPointer<DrawBuffers> quad;
-    /// Shared with the deleters of the buffers that are out.
-    std::shared_ptr<std::vector<std::unique_ptr<BufferObject>>> freeTransferBuffers =
-        std::make_shared<std::vector<std::unique_ptr<BufferObject>>>();
+    struct Data
+    {
+        const void* key;
+        std::unique_ptr<ContextData> object;
+    };
+    std::vector<Data> data;
 
     void readCapabilities();
     bool* capability(GLenum name)
@@ -98,6 +91,8 @@ void OpenGLDeviceContext::Private::readCapabilities()
     hasDebugOutput = version >= 43 || std::binary_search(extensions.begin(), extensions.end(), "KHR_debug");
 }
 
+ContextData::~ContextData() = default;
+
 OpenGLDeviceContext::OpenGLDeviceContext()
     : d(std::make_unique<Private>())
 {
@@ -110,15 +105,29 @@ OpenGLDeviceContext::~OpenGLDeviceContext()
 
 void OpenGLDeviceContext::releaseObjects()
 {
-    if (currentContext == this) {
-        TextureManager::Instance()->releaseContext(this);
-        d->triangle.reset();
-        d->quad.reset();
-        d->freeTransferBuffers->clear();
-        m_defaultInstanceData.clear();
-        d->programCache.clear();
+    // While another context is current, nothing of this one can be deleted in GL. Without any context, the
+    // destructors of GL objects skip that.
+    OpenGLDeviceContext* const other = currentContext == this ? nullptr : currentContext;
+    if (other) {
         currentContext = nullptr;
     }
+    while (!d->data.empty()) {
+        d->data.pop_back();
+    }
+    currentContext = other;
+}
+
+ContextData* OpenGLDeviceContext::findData(const void* key) const
+{
+    const auto found = std::find_if(d->data.begin(), d->data.end(),
+                                    [key](const Private::Data& data) { return data.key == key; });
+    return found != d->data.end() ? found->object.get() : nullptr;
+}
+
+ContextData* OpenGLDeviceContext::addData(const void* key, std::unique_ptr<ContextData> object)
+{
+    d->data.push_back({key, std::move(object)});
+    return d->data.back().object.get();
 }
 
 OpenGLDeviceContext* OpenGLDeviceContext::current()
@@ -265,70 +274,6 @@ void OpenGLDeviceContext::applyBaseState()
     glPixelStorei(GL_PACK_ROW_LENGTH, 0);
 }
 
-namespace {
-
-QSharedPointer<DrawBuffers> makeFullScreenBatch(const OpenGLDeviceContext* context,
-                                                const std::vector<float>& positions,
-                                                const std::vector<float>& texCoords, GLenum primitiveType)
-{
-    const ResourceScope::Activation suspended(const_cast<OpenGLDeviceContext*>(context), nullptr);
-    const auto makeBuffer = [](const std::vector<float>& values) {
-        auto buffer = QSharedPointer<BufferObject>::create(GL_ARRAY_BUFFER);
-        buffer->upload(values.data(), static_cast<int>(values.size()), GL_STATIC_DRAW);
-        return buffer;
-    };
-    auto vertexArray = QSharedPointer<VertexArrayObject>::create();
-    vertexArray->upload(u"va_Vertex"_s, makeBuffer(positions), 3, GL_FLOAT);
-    vertexArray->upload(u"va_TexCoord"_s, makeBuffer(texCoords), 2, GL_FLOAT);
-    auto batch = QSharedPointer<DrawBuffers>::create();
-    batch->setVAO(vertexArray);
-    batch->setPrimitiveType(primitiveType);
-    batch->setVertexCount(static_cast<int>(positions.size() / 3));
-    return batch;
-}
-
-} // namespace
-
-QSharedPointer<DrawBuffers> OpenGLDeviceContext::fullScreenTriangle()
-{
-    if (!d->triangle) {
-        d->triangle =
-            makeFullScreenBatch(this, {-1, -1, 0, 3, -1, 0, -1, 3, 0}, {0, 0, 2, 0, 0, 2}, GL_TRIANGLES);
-    }
-    return d->triangle;
-}
-
-QSharedPointer<DrawBuffers> OpenGLDeviceContext::fullScreenQuad()
-{
-    if (!d->quad) {
-        d->quad = makeFullScreenBatch(this, {-1, -1, 0, 1, -1, 0, -1, 1, 0, 1, 1, 0},
-                                      {0, 0, 1, 0, 0, 1, 1, 1}, GL_TRIANGLE_STRIP);
-    }
-    return d->quad;
-}
-
-QSharedPointer<BufferObject> OpenGLDeviceContext::pixelTransferBuffer()
-{
-    std::unique_ptr<BufferObject> buffer;
-    if (d->freeTransferBuffers->empty()) {
-        buffer = std::make_unique<BufferObject>(GL_PIXEL_UNPACK_BUFFER);
-    } else {
-        buffer = std::move(d->freeTransferBuffers->back());
-        d->freeTransferBuffers->pop_back();
-    }
-    return {buffer.release(), [free = std::weak_ptr(d->freeTransferBuffers)](BufferObject* returned) {
-                std::unique_ptr<BufferObject> owner(returned);
-                if (const auto list = free.lock()) {
-                    list->push_back(std::move(owner));
-                }
-            }};
-}
-
-QSharedPointer<VertexArrayObject> OpenGLDeviceContext::createVertexArray()
-{
-    return QSharedPointer<VertexArrayObject>::create();
-}
-
 void OpenGLDeviceContext::pushDebugGroup(const char* name)
 {
     if (d->hasDebugOutput) {
@@ -369,11 +314,6 @@ void OpenGLDeviceContext::setResourceScope(ResourceScope* scope)
 BindingRecord& OpenGLDeviceContext::bindings()
 {
     return d->bindings;
-}
-
-ProgramCache& OpenGLDeviceContext::programCache()
-{
-    return d->programCache;
 }
 
 bool hasGLExtension(const char* name)

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QHash>
 #include <QRect>
 #include <QSharedPointer>
 #include <QString>
@@ -8,50 +7,60 @@
 #include <memory>
 
 #include <Qel/gl/Export.h>
-#include <Qel/gl/ResourceScope.h>
 
 namespace Morvane::Qel {
 
 class BindingRecord;
 class BufferObject;
 class DrawBuffers;
-class InstanceDataPlan;
-class ProgramCache;
+class ResourceScope;
 class VertexArrayObject;
 
-/// What the GPU services know of one native GL context: its capabilities, what is bound and enabled, and the
-/// objects that every pass shares. The application makes its native context current and says so through
-/// makeCurrent; GL state that it changes afterwards by its own calls must be told by another makeCurrent.
+/// Base of what a class keeps for each context, such as the texture pool; see OpenGLDeviceContext::data.
+class QEL_GL_EXPORT ContextData
+{
+public:
+    ContextData() = default;
+    virtual ~ContextData();
+    ContextData(const ContextData&) = delete;
+    ContextData& operator=(const ContextData&) = delete;
+};
+
+/// A native GL context as this library sees it: its capabilities, a record of what is bound and enabled, and
+/// the objects that all passes share.
 ///
-/// Passes switch capabilities and set the viewport through the context rather than through GL, so that the
-/// guards can restore from its record. All operations but the constructor need the native context current.
+/// The application makes its native context current and then calls makeCurrent. If it later changes GL state
+/// by calls of its own, it must call makeCurrent again. Passes set capabilities and the viewport through the
+/// context rather than through GL, so that guards can restore them from the record. All operations except the
+/// constructor need the native context current.
 class QEL_GL_EXPORT OpenGLDeviceContext
 {
 public:
     OpenGLDeviceContext();
-    /// Deletes the shared objects; the native context must be current.
+    /// Deletes the shared objects and all data. The GL objects among them are deleted only if the native
+    /// context is current; otherwise they go with it.
     virtual ~OpenGLDeviceContext();
     OpenGLDeviceContext(const OpenGLDeviceContext&) = delete;
     OpenGLDeviceContext& operator=(const OpenGLDeviceContext&) = delete;
 
-    /// The context last made current on this thread, null when there is none.
+    /// The context last made current on this thread, null if there is none.
     static OpenGLDeviceContext* current();
 
-    /// Says that the native context is current on this thread, and reads its state into the record: program,
-    /// vertex array, framebuffers, viewport and capabilities. Texture bindings are not kept: the services
-    /// bind over what they find and leave nothing bound on the units that they used.
+    /// Declares the native context current on this thread and reads its state into the record: program,
+    /// vertex array, framebuffers, viewport and capabilities. Texture bindings are not read: the library
+    /// binds over what it finds and leaves nothing bound on the units that it used.
     void makeCurrent();
-    /// Says that the native context is no longer current on this thread.
+    /// Declares the native context no longer current on this thread.
     void doneCurrent();
 
-    /// \name What the context offers
+    /// \name Capabilities of the driver
     /// @{
 
-    /// GL version as 10 * major + minor.
+    /// The GL version as 10 * major + minor.
     int version() const;
-    /// Whether the context exposes an extension; the name with or without the "GL_" in front.
+    /// Whether the context supports an extension, named with or without the "GL_" prefix.
     bool hasExtension(const char* name) const;
-    /// Largest width and height of a 2D texture.
+    /// The largest width and height of a 2D texture.
     int maxTextureSize() const;
     /// GL_RENDERER, GL_VENDOR, GL_VERSION and GL_SHADING_LANGUAGE_VERSION.
     QString renderer() const;
@@ -66,17 +75,17 @@ public:
     void disable(unsigned int capability);
     void setEnabled(unsigned int capability, bool enabled);
     bool isEnabled(unsigned int capability) const;
-    /// Rectangle in pixels, origin at the lower left, as glViewport takes it.
+    /// Sets the viewport in pixels, with the origin at the lower left as for glViewport.
     void setViewport(int x, int y, int width, int height);
     QRect viewport() const;
-    /// GL_CCW, the initial one, or GL_CW.
+    /// GL_CCW, the initial value, or GL_CW.
     void setFrontFace(unsigned int winding);
     unsigned int frontFace() const;
     /// Binds a framebuffer by its GL name, 0 for the default one, to GL_READ_FRAMEBUFFER, GL_DRAW_FRAMEBUFFER
     /// or GL_FRAMEBUFFER, until something else is bound.
     void bindFramebuffer(unsigned int target, unsigned int name);
-    /// Sets the state in which a graph starts every pass: depth and colour mask on, tests, blending, culling
-    /// and scissor off, stencil mask full, clear colour 0, clear depth 1, default blend function and
+    /// Sets the state in which a graph starts every pass: depth and colour mask on; tests, blending, culling
+    /// and scissor off; full stencil mask; clear colour 0; clear depth 1; default blend function and
     /// equation.
     void applyBaseState();
     /// @}
@@ -84,52 +93,59 @@ public:
     /// \name Shared objects
     /// @{
 
-    /// The first full-screen batch: one oversized triangle whose texture coordinates span 0 to 1 across the
-    /// viewport, so that no seam runs through the picture and no pixel quad is shaded twice.
+    /// The first full-screen batch: a single oversized triangle whose texture coordinates run from 0 to 1
+    /// across the viewport, so that there is no diagonal seam along which pixels are shaded twice.
     virtual QSharedPointer<DrawBuffers> fullScreenTriangle();
-    /// The second full-screen batch: two triangles with corners at exactly 0 and 1, for vertex stages that
-    /// interpolate something across the batch.
+    /// The second full-screen batch: a quad of two triangles with corners at exactly 0 and 1, for vertex
+    /// shaders that compute values to be interpolated across the viewport.
     virtual QSharedPointer<DrawBuffers> fullScreenQuad();
-    /// A buffer for uploading pixels (GL_PIXEL_UNPACK_BUFFER); the context takes it back when the caller
-    /// drops it and hands it out again.
+    /// A buffer for pixel uploads (GL_PIXEL_UNPACK_BUFFER). When the caller drops it, the context keeps it
+    /// for the next call.
     virtual QSharedPointer<BufferObject> pixelTransferBuffer();
     virtual QSharedPointer<VertexArrayObject> createVertexArray();
     /// @}
 
-    /// \name For debuggers
-    /// Names shown by tools such as frame debuggers; nothing happens without KHR_debug.
+    /// \name Debugging aids
+    /// Names that tools such as frame debuggers show. Without KHR_debug these do nothing.
     /// @{
     void pushDebugGroup(const char* name);
     void popDebugGroup();
-    /// Prefix of the labels of objects created from now on, such as the name of the pass that runs.
+    /// Sets a prefix, such as the name of the running pass, for the labels of objects created from now on.
     void setLabelPrefix(const QString& prefix);
     void label(unsigned int identifier, unsigned int name, const QString& text) const;
     /// @}
 
-    /// The scope that objects created now belong to, null when there is none.
+    /// The scope that new objects belong to, null if there is none.
     ResourceScope* resourceScope() const;
 
-    /// What is bound; for the classes of this library that are Bindable.
+    /// The record of what is bound; for the Bindable classes of this library.
     BindingRecord& bindings();
-    /// The programs that are kept for the next build; for ShaderProgram.
-    ProgramCache& programCache();
+    /// The object of class T, derived from ContextData, that belongs to this context. It is created by the
+    /// first call and deleted together with the context, latest first.
+    template<class T>
+    T& data()
+    {
+        // Its address identifies the class.
+        static const char key = 0;
+        ContextData* found = findData(&key);
+        return static_cast<T&>(found ? *found : *addData(&key, std::make_unique<T>()));
+    }
 
 protected:
-    /// Deletes the shared objects and ends being current; for destructors of contexts that own their native
-    /// one.
+    /// Deletes the shared objects and all data, and ends being current; for destructors of subclasses that
+    /// own their native context.
     void releaseObjects();
 
 private:
-    friend class InstanceDataPlan;
-    friend class ResourceScope::Activation;
+    friend class ResourceScope;
     void setResourceScope(ResourceScope* scope);
+    ContextData* findData(const void* key) const;
+    ContextData* addData(const void* key, std::unique_ptr<ContextData> object);
     struct Private;
     std::unique_ptr<Private> d;
-    /// The default data of the plans that were used on this context; a shared object like those above.
-    QHash<const InstanceDataPlan*, QSharedPointer<BufferObject>> m_defaultInstanceData;
 };
 
-/// Whether the current context exposes the named extension, such as "ARB_shader_image_load_store".
+/// Whether the current context supports the named extension, such as "ARB_shader_image_load_store".
 QEL_GL_EXPORT bool hasGLExtension(const char* name);
 
 } // namespace Morvane::Qel

@@ -4,37 +4,38 @@
 
 #include <list>
 
-#include <Qel/gl/ShaderProgram.h>
+#include <Qel/gl/LinkedProgram.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
 
 namespace Morvane::Qel {
 
-/// The linked programs of a context whose ShaderPrograms are gone, for the next ones of the same sources: a
-/// pass that rebuilds its program for every value of a parameter links each only once. Programs are kept
-/// whole rather than as binaries, since what drivers make of a program at its first draw is the larger part
-/// of its cost and is in no binary. The ones given back the longest ago are deleted.
-/// Not installed; ShaderProgram keeps it.
-class ProgramCache
+/// The linked programs of a context that no ShaderProgram uses any more, kept for the next one with the same
+/// sources: a pass that rebuilds its program for every value of a parameter compiles each variant only once.
+///
+/// It keeps live programs rather than binaries, because much of a program's cost is what the driver does at
+/// its first draw, and binaries do not include that. When it is full, the programs that were returned longest
+/// ago are deleted. Private to this library.
+class ProgramCache : public ContextData
 {
 public:
     ProgramCache() = default;
-    ~ProgramCache() = default;
+    /// Deletes all programs.
+    ~ProgramCache() override;
     ProgramCache(const ProgramCache&) = delete;
     ProgramCache& operator=(const ProgramCache&) = delete;
 
-    /// Hands out the program of a key, in the state in which it was given; one without a name when there is
-    /// none.
-    ShaderProgram::Linked take(const QByteArray& key);
-    void give(const QByteArray& key, ShaderProgram::Linked&& program);
-    /// Deletes all programs; the context must be current.
-    void clear();
+    /// Removes and returns the program of a key, in the state in which it was given; one without a GL name if
+    /// there is none.
+    LinkedProgram take(const QByteArray& key);
+    void give(const QByteArray& key, LinkedProgram&& program);
 
 private:
     struct Entry
     {
         QByteArray key;
-        ShaderProgram::Linked program;
+        LinkedProgram program;
     };
-    /// The latest first.
+    /// Latest first.
     std::list<Entry> m_entries;
 };
 

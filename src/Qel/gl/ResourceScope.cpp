@@ -14,7 +14,7 @@ ResourceScope::ResourceScope(OpenGLDeviceContext* context)
 ResourceScope::~ResourceScope()
 {
     const Activation suspended(m_context, nullptr);
-    // Deleting one may delete others, which then leave the list by themselves.
+    // Deleting an object may delete others, which then remove themselves from the list.
     while (!m_members.empty()) {
         Membership* member = m_members.back();
         m_members.pop_back();

@@ -10,9 +10,9 @@ namespace Morvane::Qel {
 
 class OpenGLDeviceContext;
 
-/// Owns what passes made and, on purpose, do not delete: textures, framebuffers, programs and batches that
-/// were created while the scope was active and still live when it is destroyed are deleted with it. Objects
-/// with a QObject parent are left to their parent, pooled textures to the pool.
+/// Owns the GL objects that passes create and deliberately never delete. Textures, framebuffers, programs and
+/// batches that were created while the scope was active, and that still exist when it is destroyed, are
+/// deleted with it. Objects with a QObject parent are left to the parent, and pooled textures to the pool.
 class QEL_GL_EXPORT ResourceScope
 {
 public:
@@ -21,11 +21,11 @@ public:
     ResourceScope(const ResourceScope&) = delete;
     ResourceScope& operator=(const ResourceScope&) = delete;
 
-    /// How many objects of this scope are alive.
+    /// The number of objects of this scope that currently exist.
     int numObjects() const;
 
-    /// Makes a scope the one that new objects belong to, for its lifetime. A null scope suspends: objects
-    /// made meanwhile belong to none.
+    /// Makes a scope active for its own lifetime, so that new objects belong to that scope. With a null
+    /// scope, new objects belong to none.
     class QEL_GL_EXPORT Activation
     {
     public:
@@ -39,7 +39,7 @@ public:
         ResourceScope* m_previous;
     };
 
-    /// A GL object's membership in the scope that was active when it was made.
+    /// Ties a GL object to the scope that is active when the object is created.
     class QEL_GL_EXPORT Membership
     {
     public:

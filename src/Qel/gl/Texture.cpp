@@ -36,7 +36,7 @@ Texture::~Texture()
 {
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     if (m_name != 0 && context) {
-        context->bindings().forget(this);
+        context->bindings().forgetTexture(&m_unit, m_target, m_serial);
         glDeleteTextures(1, &m_name);
     }
 }
@@ -63,15 +63,16 @@ void Texture::bind()
 {
     const bool isNew = m_name == 0;
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    context->bindings().bindTexture(this);
-    if (isNew) {
+    context->bindings().bindTexture(&m_unit, m_target, textureID());
+    // GL knows the texture only once it has been bound to a unit.
+    if (isNew && m_unit >= 0) {
         context->label(GL_TEXTURE, m_name, u"texture"_s);
     }
 }
 
 void Texture::release()
 {
-    OpenGLDeviceContext::current()->bindings().releaseTexture(this);
+    OpenGLDeviceContext::current()->bindings().releaseTexture(&m_unit, m_target);
 }
 
 void Texture::setImage2D(int level, unsigned int internalFormat, int width, int height, unsigned int format,

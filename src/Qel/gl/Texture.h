@@ -80,7 +80,6 @@ public:
     quint64 serial() const { return m_serial; }
 
 private:
-    friend class BindingRecord;
     struct Parameters
     {
         int minFilter;

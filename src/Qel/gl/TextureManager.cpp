@@ -24,23 +24,12 @@ namespace {
 struct Entry
 {
     std::unique_ptr<Texture> texture;
-    OpenGLDeviceContext* context;
     TextureFormat format;
     int width;
     int height;
     int references;
-    /// Frames of the context since the texture was last taken.
+    /// Frames since the texture was last taken.
     quint64 age;
-};
-
-/// The stand-in for missing material maps on a context.
-struct StandIn
-{
-    std::unique_ptr<Texture> white;
-    OpenGLDeviceContext* context;
-    QPointer<Texture> chosen;
-
-    Texture* texture() const { return chosen ? chosen.data() : white.get(); }
 };
 
 /// Free textures older than this are deleted: old enough for passes that draw only every few frames, young
@@ -75,42 +64,50 @@ void allocate(Texture& texture, TextureFormat format, int width, int height)
     }
 }
 
-} // namespace
-
-struct TextureManager::Private
+/// What the pool holds for one context.
+struct Pool : ContextData
 {
     std::vector<Entry> entries;
-    std::vector<StandIn> standIns;
+    /// What is bound in place of absent maps: `chosen`, or `white` if that is null.
+    std::unique_ptr<Texture> white;
+    QPointer<Texture> chosen;
 
-    Entry* find(const Texture* texture)
-    {
-        const auto found = std::find_if(entries.begin(), entries.end(),
-                                        [&](const Entry& entry) { return entry.texture.get() == texture; });
-        return found == entries.end() ? nullptr : &*found;
-    }
-    StandIn& standIn(OpenGLDeviceContext* context);
+    Entry* find(const Texture* texture);
+    Texture* standIn();
 };
 
-StandIn& TextureManager::Private::standIn(OpenGLDeviceContext* context)
+Entry* Pool::find(const Texture* texture)
 {
-    const auto found = std::find_if(standIns.begin(), standIns.end(),
-                                    [&](const StandIn& standIn) { return standIn.context == context; });
-    if (found != standIns.end()) {
-        return *found;
-    }
-    const ResourceScope::Activation suspended(context, nullptr);
-    constexpr std::array<unsigned char, 4> opaqueWhite{255, 255, 255, 255};
-    auto texture = std::make_unique<Texture>();
-    texture->setFilter(GL_NEAREST, GL_NEAREST);
-    texture->setImage2D(0, GL_RGBA8, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, opaqueWhite.data());
-    standIns.push_back({std::move(texture), context, {}});
-    return standIns.back();
+    const auto found = std::find_if(entries.begin(), entries.end(),
+                                    [&](const Entry& entry) { return entry.texture.get() == texture; });
+    return found == entries.end() ? nullptr : &*found;
 }
 
-TextureManager::TextureManager()
-    : d(std::make_unique<Private>())
+Texture* Pool::standIn()
 {
+    if (!white) {
+        const ResourceScope::Activation suspended(OpenGLDeviceContext::current(), nullptr);
+        constexpr std::array<unsigned char, 4> opaqueWhite{255, 255, 255, 255};
+        white = std::make_unique<Texture>();
+        white->setFilter(GL_NEAREST, GL_NEAREST);
+        white->setImage2D(0, GL_RGBA8, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, opaqueWhite.data());
+    }
+    return chosen ? chosen.data() : white.get();
 }
+
+Pool& pool()
+{
+    return OpenGLDeviceContext::current()->data<Pool>();
+}
+
+Entry* findEntry(const Texture* texture)
+{
+    return OpenGLDeviceContext::current() ? pool().find(texture) : nullptr;
+}
+
+} // namespace
+
+TextureManager::TextureManager() = default;
 
 TextureManager::~TextureManager() = default;
 
@@ -133,16 +130,17 @@ Texture* TextureManager::tempTexture(TextureFormat format, int width, int height
     width = std::max(width, 1);
     height = std::max(height, 1);
 
-    auto entry = std::find_if(d->entries.begin(), d->entries.end(), [&](const Entry& candidate) {
+    std::vector<Entry>& entries = pool().entries;
+    auto entry = std::find_if(entries.begin(), entries.end(), [&](const Entry& candidate) {
         return candidate.references == 0 && candidate.format == format && candidate.width == width &&
-               candidate.height == height && candidate.context == context;
+               candidate.height == height;
     });
-    if (entry == d->entries.end()) {
+    if (entry == entries.end()) {
         const ResourceScope::Activation suspended(context, nullptr);
         auto texture = std::make_unique<Texture>();
         allocate(*texture, format, width, height);
-        d->entries.push_back({std::move(texture), context, format, width, height, 0, 0});
-        entry = std::prev(d->entries.end());
+        entries.push_back({std::move(texture), format, width, height, 0, 0});
+        entry = std::prev(entries.end());
     } else if (entry->texture->internalFormat() != internalFormatOf(format) ||
                entry->texture->size() != QSize(width, height)) {
         // Its last user gave it an image of another size or format.
@@ -157,14 +155,14 @@ Texture* TextureManager::tempTexture(TextureFormat format, int width, int height
 
 void TextureManager::addTempTextureRef(Texture* texture, int references)
 {
-    if (Entry* entry = d->find(texture)) {
+    if (Entry* entry = findEntry(texture)) {
         entry->references += references;
     }
 }
 
 void TextureManager::releaseTempTextureRef(Texture* texture, int references)
 {
-    Entry* entry = d->find(texture);
+    Entry* entry = findEntry(texture);
     if (!entry) {
         return;
     }
@@ -179,33 +177,24 @@ void TextureManager::releaseTempTextureRef(Texture* texture, int references)
 
 void TextureManager::endFrame()
 {
-    for (Entry& entry : d->entries) {
-        entry.age += entry.context == OpenGLDeviceContext::current() ? 1U : 0U;
+    std::vector<Entry>& entries = pool().entries;
+    for (Entry& entry : entries) {
+        ++entry.age;
     }
-    std::erase_if(d->entries, [](const Entry& entry) {
-        return entry.context == OpenGLDeviceContext::current() && entry.references == 0 &&
-               entry.age > framesToKeep;
-    });
+    std::erase_if(entries,
+                  [](const Entry& entry) { return entry.references == 0 && entry.age > framesToKeep; });
 }
 
 void TextureManager::releaseFreeTextures()
 {
-    std::erase_if(d->entries, [&](const Entry& entry) {
-        return entry.context == OpenGLDeviceContext::current() && entry.references == 0;
-    });
-}
-
-void TextureManager::releaseContext(OpenGLDeviceContext* context)
-{
-    std::erase_if(d->entries, [&](const Entry& entry) { return entry.context == context; });
-    std::erase_if(d->standIns, [&](const StandIn& standIn) { return standIn.context == context; });
+    std::erase_if(pool().entries, [](const Entry& entry) { return entry.references == 0; });
 }
 
 std::vector<TextureManager::Loan> TextureManager::loans() const
 {
     std::vector<Loan> loans;
-    for (const Entry& entry : d->entries) {
-        if (entry.references > 0 && entry.context == OpenGLDeviceContext::current()) {
+    for (const Entry& entry : pool().entries) {
+        if (entry.references > 0) {
             loans.push_back({entry.texture.get(), entry.format, entry.references});
         }
     }
@@ -215,34 +204,32 @@ std::vector<TextureManager::Loan> TextureManager::loans() const
 int TextureManager::numReferences() const
 {
     int references = 0;
-    for (const Entry& entry : d->entries) {
-        references += entry.context == OpenGLDeviceContext::current() ? entry.references : 0;
+    for (const Entry& entry : pool().entries) {
+        references += entry.references;
     }
     return references;
 }
 
 int TextureManager::numTextures() const
 {
-    return static_cast<int>(std::count_if(d->entries.begin(), d->entries.end(), [](const Entry& entry) {
-        return entry.context == OpenGLDeviceContext::current();
-    }));
+    return static_cast<int>(pool().entries.size());
 }
 
 void TextureManager::bindManagedTexture(int slot, Texture* texture)
 {
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    context->bindings().bindManagedTexture(slot, texture ? texture : d->standIn(context).texture());
+    Texture* bound = texture ? texture : pool().standIn();
+    OpenGLDeviceContext::current()->bindings().bindManagedTexture(slot, bound->serial(), bound->target(),
+                                                                  bound->textureID());
 }
 
 Texture* TextureManager::setManagedTextureStandIn(Texture* texture)
 {
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    StandIn& standIn = d->standIn(context);
-    const quint64 formerSerial = standIn.texture()->serial();
-    Texture* formerChoice = standIn.chosen;
-    standIn.chosen = texture;
+    const BindingRecord& bindings = OpenGLDeviceContext::current()->bindings();
+    const quint64 formerSerial = pool().standIn()->serial();
+    Texture* formerChoice = pool().chosen;
+    pool().chosen = texture;
     for (int slot = 0; slot < BindingRecord::numManagedUnits; ++slot) {
-        if (context->bindings().managedSerial(slot) == formerSerial) {
+        if (bindings.managedSerial(slot) == formerSerial) {
             bindManagedTexture(slot, nullptr);
         }
     }

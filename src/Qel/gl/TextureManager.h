@@ -2,14 +2,12 @@
 
 #include <QString>
 
-#include <memory>
 #include <vector>
 
 #include <Qel/gl/Export.h>
 
 namespace Morvane::Qel {
 
-class OpenGLDeviceContext;
 class Texture;
 
 /// Formats of pooled textures.
@@ -48,8 +46,6 @@ public:
     void endFrame();
     /// Deletes all free textures of the current context.
     void releaseFreeTextures();
-    /// Deletes all textures of a context before it is destroyed.
-    void releaseContext(OpenGLDeviceContext* context);
 
     struct Loan
     {
@@ -81,8 +77,6 @@ public:
 private:
     TextureManager();
     ~TextureManager();
-    struct Private;
-    std::unique_ptr<Private> d;
 };
 
 } // namespace Morvane::Qel

@@ -1,6 +1,6 @@
 #pragma once
 
-/// The binding points of the uniform blocks that the library binds, the same in every program.
+/// The binding points of the library's uniform blocks, the same in every program.
 namespace Morvane::Qel::UniformBlocks {
 
 inline constexpr unsigned int instanceInfo = 0;

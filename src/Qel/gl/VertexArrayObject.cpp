@@ -10,25 +10,7 @@
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/ShaderProgram.h>
 
-using namespace Qt::StringLiterals;
-
 namespace Morvane::Qel {
-
-int attributeLocation(const QString& name)
-{
-    // The minimum of GL_MAX_VERTEX_ATTRIBS.
-    constexpr qsizetype numLocations = 16;
-    static QStringList names{u"va_Vertex"_s, u"va_Normal"_s, u"va_TexCoord"_s};
-    const qsizetype known = names.indexOf(name);
-    if (known >= 0) {
-        return static_cast<int>(known);
-    }
-    if (names.size() == numLocations) {
-        return -1;
-    }
-    names.append(name);
-    return static_cast<int>(names.size() - 1);
-}
 
 VertexArrayObject::VertexArrayObject() = default;
 
@@ -43,7 +25,7 @@ VertexArrayObject::~VertexArrayObject()
 
 void VertexArrayObject::bind()
 {
-    OpenGLDeviceContext::current()->bindings().bindVertexArray(this);
+    OpenGLDeviceContext::current()->bindings().bindVertexArray(this, getVAO());
 }
 
 void VertexArrayObject::release()

@@ -4,16 +4,13 @@
 #include <QSharedPointer>
 #include <QString>
 
+#include <Qel/gl/AttributeLocations.h>
 #include <Qel/gl/Bindable.h>
 
 namespace Morvane::Qel {
 
 class BufferObject;
 class ShaderProgram;
-
-/// Returns the location of an attribute, which is the same in all programs and vertex arrays of the process:
-/// va_Vertex 0, va_Normal 1, va_TexCoord 2, and the next free one for each new name. -1 if all 16 are in use.
-QEL_GL_EXPORT int attributeLocation(const QString& name);
 
 /// A vertex array with attribute buffers by name. Since names have fixed locations, it works with every
 /// program.

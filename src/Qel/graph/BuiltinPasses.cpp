@@ -43,8 +43,8 @@ namespace Morvane::Qel {
 
 namespace {
 
-/// A source that stands for a GLSL file: the file's #version and an include of it. So the driver's messages
-/// name the file and its lines, and its own includes are searched beside it.
+/// A source that includes a GLSL file after repeating its #version. Compiler messages then name the file and
+/// its lines, and the file's own includes are found beside it.
 std::optional<QString> stageSource(const QString& path, QString* error)
 {
     QFile file(path);
@@ -96,7 +96,7 @@ std::unique_ptr<RenderPass> makeShaderPass(const PassOptions& options, QString* 
 
 std::unique_ptr<RenderPass> makeBlendPass(const PassOptions& options, QString* /*error*/)
 {
-    // The choices stand in the order of the modes' values.
+    // The choices are in the order of the enumeration.
     const OptionDescription& mode = BlendRenderPass::description().options.front();
     return std::make_unique<BlendRenderPass>(
         static_cast<BlendRenderPass::BlendMode>(mode.choices.indexOf(options[mode.name].toString())));

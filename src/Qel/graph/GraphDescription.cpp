@@ -9,7 +9,7 @@
 
 #include <Qel/core/PassDescription.h>
 
-#include <Qel/graph/support/Suggestions.h>
+#include <Qel/graph/support/Names.h>
 
 using namespace Qt::StringLiterals;
 
@@ -57,7 +57,7 @@ bool GraphDescription::set(const QString& assignment, QString* error)
     const qsizetype equals = assignment.indexOf(u'=');
     const qsizetype dot = assignment.first(std::max<qsizetype>(equals, 0)).indexOf(u'.');
     if (dot < 1 || dot + 1 == equals) {
-        *error = u"\"%1\" is no assignment; write PASS.PORT=VALUE"_s.arg(assignment);
+        *error = u"\"%1\" is not an assignment; write PASS.PORT=VALUE"_s.arg(assignment);
         return false;
     }
     const QString name = assignment.first(dot);
@@ -69,10 +69,10 @@ bool GraphDescription::set(const QString& assignment, QString* error)
         for (const PassSetting& candidate : passes) {
             names.append(candidate.name);
         }
-        *error = u"%1: %2: no pass \"%3\"%4"_s.arg(displayName(), assignment, name, suggestion(name, names));
+        *error = u"%1: %2: %3"_s.arg(displayName(), assignment, unknownName(u"pass"_s, name, names));
         return false;
     }
-    // The graph may spell the port by its full name and the assignment by its own, or the other way round.
+    // One of the two may use the full name of the port and the other its short name.
     const auto sameName = [&](const InputSetting& input) {
         return input.port == port || PortName::parse(input.port).name == port ||
                input.port == PortName::parse(port).name;

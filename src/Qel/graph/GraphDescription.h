@@ -28,28 +28,29 @@ struct CameraDescription
     bool operator==(const CameraDescription&) const = default;
 };
 
-/// A light of the scene, in world space: "directional", with direction and cascades; "spot", with position,
-/// direction, angle and range; "point", with position and range. What a type does not have is ignored.
+/// A light in world space. Its type is "directional", which uses direction and cascades, "spot", which uses
+/// position, direction, angle and range, or "point", which uses position and range; members that the type
+/// does not use are ignored.
 struct LightDescription
 {
     QString type;
     QVector3D position = {};
-    /// The direction in which it shines, not zero.
+    /// Direction in which the light travels, not zero.
     QVector3D direction = {};
-    /// Linear red, green and blue, 0 or more, and a factor of it, 0 or more.
+    /// Linear RGB, 0 or more, which `intensity`, 0 or more, scales.
     QVector3D color{1.0F, 1.0F, 1.0F};
     float intensity = 1.0F;
-    /// The whole opening angle of a spot light in degrees, above 0 and at most 170.
+    /// Full cone angle of a spot light in degrees, above 0 and at most 170.
     float angle = 45.0F;
-    /// The distance at which the light ends; 0 stands for the farthest corner of the scene.
+    /// Distance at which the light ends; 0 extends it to the farthest corner of the scene.
     float range = 0.0F;
-    /// Shadow maps of a directional light along the view, 1 to 8.
+    /// Number of shadow map cascades of a directional light, 1 to 8.
     int cascades = 1;
 
     bool operator==(const LightDescription&) const = default;
 };
 
-/// A model by the name that inputs use for it.
+/// A named model file.
 struct ModelDescription
 {
     QString name;
@@ -59,17 +60,17 @@ struct ModelDescription
     bool operator==(const ModelDescription&) const = default;
 };
 
-/// What an input of a pass is set to: "@pass.Port", "@model", "@FrameValue" or a constant as JSON.
+/// The value of a pass input: "@pass.Port", "@model", "@FrameValue" or a JSON constant.
 struct InputSetting
 {
-    /// Own name or full name of the port.
+    /// Short or full name of the port.
     QString port;
     QJsonValue value;
 
     bool operator==(const InputSetting&) const = default;
 };
 
-/// One pass of a graph.
+/// A pass of a graph.
 struct PassSetting
 {
     QString name;
@@ -80,41 +81,38 @@ struct PassSetting
     bool operator==(const PassSetting&) const = default;
 };
 
-/// What a graph file says, as plain data that nobody checked yet. Fill it by hand to make a graph in code.
+/// The contents of a graph file as plain, unchecked data. To build a graph in code, fill it in yourself.
 struct QEL_GRAPH_EXPORT GraphDescription
 {
-    /// Path of the graph file: relative paths in the graph start from its folder, and messages name it. Empty
-    /// for a graph made in code, whose paths start from the current folder.
+    /// Path of the graph file, from whose folder relative paths in the graph start. Empty for a graph built
+    /// in code, whose paths start from the current folder.
     QString file;
-    /// Size of the picture in pixels.
+    /// Size in pixels.
     QSize viewport{1280, 720};
-    /// Without one the view fits the models' bounds.
+    /// If not set, the view is fitted to the models.
     std::optional<CameraDescription> camera;
-    /// In the order of the file.
     std::vector<ModelDescription> models;
     std::vector<LightDescription> lights;
     std::vector<PassSetting> passes;
-    /// "@pass.Port", the texture that is the graph's picture; empty for a graph that only draws to the
+    /// "@pass.Port", the texture that holds the output image; empty for a graph that only draws to the
     /// screen.
     QString output;
 
     bool operator==(const GraphDescription&) const = default;
 
-    /// How messages name the graph: its file, or "graph" without one.
+    /// Name of the graph in messages: its file, or "graph" if it has none.
     QString displayName() const;
-    /// A path of the graph made absolute; empty stays empty.
+    /// Makes a path of the graph absolute; an empty path stays empty.
     QString resolvePath(const QString& path) const;
 
-    /// Replaces the file of the first model and drops the camera, which was placed for the old one, so that
-    /// the view fits the new one. A graph without models gets one named "model". `modelFile` is relative to
-    /// the current folder.
+    /// Replaces the file of the first model, or adds a model named "model" if there is none. `modelFile` is
+    /// relative to the current folder. Removes the camera, so that the view is fitted to the new model.
     void replaceModel(const QString& modelFile);
 
-    /// Sets an input from a text "PASS.PORT=VALUE", replacing what the graph says. VALUE is read as JSON when
-    /// it is JSON, otherwise as a text: 0.5, true, #ff8000, [1,2,3], @blur.Frame. A text that is the path of
-    /// a file from the current folder stands for that file. False with one line in `error` when the
-    /// assignment has another form or names no pass of the graph; port and value are checked with the rest of
-    /// the graph by planGraph.
+    /// Sets an input from "PASS.PORT=VALUE", replacing its value in the graph. VALUE is JSON, or else a
+    /// string: 0.5, true, #ff8000, [1,2,3], @blur.Frame. A string that names an existing file relative to the
+    /// current folder becomes the absolute path of that file. Returns false with one line in `error` if the
+    /// assignment is malformed or the graph has no such pass; planGraph checks the port and the value.
     bool set(const QString& assignment, QString* error);
 };
 

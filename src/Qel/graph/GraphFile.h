@@ -11,14 +11,14 @@ namespace Morvane::Qel {
 
 class PassRegistry;
 
-/// Reads a graph file (docs/graph-files.md). Nothing when it cannot be read, is not JSON or has not the form
-/// of a graph, with one line for each fault in `faults`: "FILE:LINE:COLUMN: what is wrong" where the place is
-/// known. What the graph says is checked by planGraph.
-QEL_GRAPH_EXPORT std::optional<GraphDescription> loadGraph(const QString& file, QStringList* faults);
+/// Reads a graph file (docs/graph-files.md). Returns nothing if it cannot be read or is malformed, with a
+/// line in `errors` for each error, "FILE:LINE:COLUMN: what is wrong". Whether the graph makes sense is
+/// checked by planGraph.
+QEL_GRAPH_EXPORT std::optional<GraphDescription> loadGraph(const QString& file, QStringList* errors);
 
-/// Writes a graph as JSON in a fixed order. Paths that are relative are written so that they name the same
-/// files from the new place; `registry` tells which inputs and options are paths. Either the whole file is
-/// written or it stays as it was; false with one line in `error` on failure.
+/// Writes a graph as JSON in a fixed order. Relative paths are rewritten so that they name the same files
+/// from the new location; `registry` tells which inputs and options are paths. On failure, an existing file
+/// stays as it was; returns false with one line in `error`.
 QEL_GRAPH_EXPORT bool saveGraph(const GraphDescription& graph, const QString& file,
                                 const PassRegistry& registry, QString* error);
 

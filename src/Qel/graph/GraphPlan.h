@@ -12,69 +12,86 @@
 
 namespace Morvane::Qel {
 
+/// A value that the graph computes itself and sets on every unconnected input of the same name and type.
+enum class FrameValue : int
+{
+    Viewport,
+    ProjectionMatrix,
+    CameraMatrix,
+    NearPlane,
+    FarPlane,
+    SceneBoundsMin,
+    SceneBoundsMax,
+    Lights,
+};
+
 /// Where the value of an input comes from.
 enum class InputSource
 {
-    /// Nobody sets it; the pass sees the default that it declared.
+    /// The default that the pass declares.
     Default,
-    /// A constant of the graph.
+    /// A constant in the graph.
     Constant,
     /// An output of another pass.
     Connection,
     /// A model of the graph.
     Model,
-    /// A frame value, by its own name or because the graph asks for it.
+    /// A frame value, matched by name or requested by the graph.
     FrameValue,
 };
 
-/// An input port of a planned pass.
+/// An input port of a planned pass. Which members apply depends on `source`.
 struct PlannedInput
 {
-    /// The full name.
+    /// Full name.
     QString port;
     InputSource source = InputSource::Default;
-    /// The value of a constant, of the port's type.
+    /// Constant, converted to the port's type.
     QVariant constant;
-    /// A connection's pass, as an index into GraphPlan::passes, and its output.
+    /// Source pass of a connection, an index into GraphPlan::passes, and the index of its output.
     int pass = -1;
     int output = -1;
     /// Index into GraphDescription::models.
     int model = -1;
-    /// Name of the frame value.
-    QString frameValue;
+    /// Whether the input takes the model as a list of its batches.
+    bool takesBatches = false;
+    FrameValue frameValue = FrameValue::Viewport;
 };
 
-/// A pass with everything that its graph says about it resolved.
+/// A pass whose settings in the graph are checked and resolved.
 struct PlannedPass
 {
     QString name;
     QString type;
+    /// Creates the pass from `options`.
+    PassRegistry::Factory factory;
     PassOptions options;
-    /// One for each input port and the full names of the outputs, both in the pass's order.
+    /// All input ports, in the pass's order.
     std::vector<PlannedInput> inputs;
+    /// Full names of all output ports, in the pass's order.
     QStringList outputs;
-    /// Why the pass does not run; empty for one that runs.
+    /// Why the pass is culled; empty for a pass that runs.
     QString leftOut;
 };
 
-/// What a checked graph comes to.
+/// A graph that passed all checks, ready to be created with RenderGraph::create.
 struct GraphPlan
 {
-    /// In the order of the file.
+    GraphDescription graph;
+    /// All passes, in file order.
     std::vector<PlannedPass> passes;
-    /// Indices of the passes that run, each after all it reads from, otherwise in the order of the file.
+    /// Execution order, as indices into `passes`: each pass comes after its sources, and otherwise the order
+    /// of the file counts. Culled passes are not in it.
     std::vector<int> order;
-    /// The output that is the graph's picture; both -1 for a graph without one.
+    /// Pass and output port that hold the graph's output image; both -1 if the graph has none.
     int outputPass = -1;
     int outputPort = -1;
 };
 
-/// Checks everything that can be known about a graph without GL and resolves it. Nothing when there is a
-/// fault, with one line for each in `faults`, root causes only:
-/// "FILE: PASS.PORT: what is wrong; did you mean "X"?".
-/// `maxTextureSize` is the driver's limit on the viewport, 0 when it is not known.
+/// Checks all of a graph that can be checked without GL and resolves it. Returns nothing if there are errors;
+/// `errors` then gets one line for each, "FILE: PASS.PORT: what is wrong; did you mean "X"?". Errors that
+/// only follow from another one are not reported.
 QEL_GRAPH_EXPORT std::optional<GraphPlan> planGraph(const GraphDescription& graph,
-                                                    const PassRegistry& registry, int maxTextureSize,
-                                                    QStringList* faults);
+                                                    const PassRegistry& registry, QStringList* errors);
 
 } // namespace Morvane::Qel

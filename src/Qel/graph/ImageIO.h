@@ -13,52 +13,54 @@ namespace Morvane::Qel {
 
 class Texture;
 
-/// A picture in memory: rows from top to bottom as in files (GL keeps the bottom row first), channels
+/// An image in memory: rows from top to bottom, as in files (GL has the bottom row first), channels
 /// interleaved.
 struct QEL_GRAPH_EXPORT Image
 {
     int width = 0;
     int height = 0;
-    /// "R", "G", "B", "A" or those of them that there are, "Z" for depth.
+    /// Channel names: "R", "G", "B", "A" or the first few of them, "Z" for depth.
     QStringList channels;
-    /// Floats, or the values of an integer texture.
+    /// Floats, or integers for an integer texture.
     std::variant<std::vector<float>, std::vector<quint32>> samples;
 
     bool isInteger() const { return samples.index() == 1; }
     int numChannels() const { return static_cast<int>(channels.size()); }
-    /// A sample of either kind; every float and every integer fits a double.
+    size_t numSamples() const;
+    /// A sample of either type; a double holds every float and every integer exactly.
     double sample(int x, int y, int channel) const;
-    /// The picture's size and channels, "640x360 RGBA".
+    /// Size and channels, such as "640x360 RGBA".
     QString summary() const;
 };
 
-/// Level 0 of a texture: one picture for a 2D texture, one for each layer of an array texture, six for a cube
-/// map in GL's order of faces, none for a texture without an image. Unsigned integer formats keep their
-/// values; signed ones become floats, exact up to 2^24. Depth formats give one channel "Z". The context must
-/// be current.
+/// Reads level 0 of a texture: one image for a 2D texture, one per layer of an array texture, six for a cube
+/// map in GL's face order, none for a texture without storage. Unsigned integer formats keep their values;
+/// signed ones become floats, exact up to 2^24. Depth formats give one channel "Z". The context must be
+/// current.
 QEL_GRAPH_EXPORT std::vector<Image> readTexture(Texture* texture);
 
-/// The lower left corner of the default framebuffer, RGBA in 8 bits a channel. The context must be current.
+/// Reads the lower left corner of the default framebuffer as RGBA with 8 bits per channel. The context must
+/// be current.
 QEL_GRAPH_EXPORT Image readDefaultFramebuffer(int width, int height);
 
-/// Writes a PNG or EXR file by the ending of its name. The file appears whole or not at all: an older one of
-/// the same name stays until the new one is complete.
+/// Writes a PNG or EXR file, depending on the file name extension. An existing file is replaced only once the
+/// new one is complete.
 ///
-/// PNG holds 8 bits a channel: values are clamped to 0..1 and rounded, NaN becomes 0, alpha is kept straight
-/// as it is; one channel gives a grey picture; integer pictures have no such form. EXR holds 32-bit float
-/// channels, or 32-bit unsigned ones for integer pictures, exactly.
+/// PNG has 8 bits per channel: values are clamped to 0..1 and rounded, NaN becomes 0, and alpha stays
+/// straight. An image with one channel becomes grey; integer images cannot be written. EXR stores 32-bit
+/// float channels, or 32-bit unsigned ones for integer images, without loss.
 ///
-/// Returns false on failure, with one line in `error` that names the file, the cause and what would help.
+/// Returns false on failure, with one line in `error` that names the file, the cause and a remedy.
 QEL_GRAPH_EXPORT bool writeImage(const Image& image, const QString& path, QString* error);
 
-/// Whether writeImage could write a file of this name as far as can be told before there is a picture: the
-/// ending is known, and the folder takes new files.
+/// Checks ahead whether writeImage can write a file: its extension is known and its folder is writable.
+/// Returns false with one line in `error` if not.
 QEL_GRAPH_EXPORT bool checkImagePath(const QString& path, QString* error);
 
-/// Reads an EXR file, or any file that QImage reads. EXR channels come as they are, R, G, B and A first;
-/// files with integer channels only stay integers. Of the rest, grey pictures have one channel "R", values
-/// are divided by 255 (by 65535 for files with 16 bits a channel), and alpha is not multiplied in. Returns
-/// nothing on failure, with one line in `error` that names the file, the cause and what would help.
+/// Reads an EXR file, or any file that QImage reads. EXR channels keep their values and names, with R, G, B
+/// and A first; a file with only integer channels gives an integer image. Other files are divided by 255, or
+/// by 65535 with 16 bits per channel; grey ones have one channel "R", and alpha stays straight. Returns
+/// nothing on failure, with one line in `error` that names the file, the cause and a remedy.
 QEL_GRAPH_EXPORT std::optional<Image> readImage(const QString& path, QString* error);
 
 } // namespace Morvane::Qel

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include <Qel/graph/support/Suggestions.h>
+#include <Qel/graph/support/Names.h>
 
 using namespace Qt::StringLiterals;
 
@@ -10,33 +10,39 @@ namespace Morvane::Qel {
 
 void PassRegistry::add(const PassDescription& description, Factory factory)
 {
-    m_entries[description.type] = {description, std::move(factory)};
+    m_types[description.type] = {description, std::move(factory)};
 }
 
 QStringList PassRegistry::types() const
 {
     QStringList names;
-    for (const auto& [type, entry] : m_entries) {
-        names.append(type);
+    for (const auto& [name, type] : m_types) {
+        names.append(name);
     }
     return names;
 }
 
+const PassRegistry::Type* PassRegistry::find(const QString& type) const
+{
+    const auto found = m_types.find(type);
+    return found == m_types.end() ? nullptr : &found->second;
+}
+
 const PassDescription* PassRegistry::description(const QString& type) const
 {
-    const auto entry = m_entries.find(type);
-    return entry == m_entries.end() ? nullptr : &entry->second.description;
+    const Type* found = find(type);
+    return found ? &found->description : nullptr;
 }
 
 std::unique_ptr<RenderPass> PassRegistry::create(const QString& type, const PassOptions& options,
                                                  QString* error) const
 {
-    const auto entry = m_entries.find(type);
-    if (entry == m_entries.end()) {
-        *error = u"no pass type \"%1\"%2"_s.arg(type, suggestion(type, types()));
+    const Type* found = find(type);
+    if (!found) {
+        *error = unknownName(u"pass type"_s, type, types());
         return nullptr;
     }
-    return entry->second.factory(options, error);
+    return found->factory(options, error);
 }
 
 } // namespace Morvane::Qel

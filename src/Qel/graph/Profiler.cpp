@@ -80,7 +80,7 @@ void Profiler::begin(int section)
 {
     Section& current = m_sections[static_cast<size_t>(section)];
     if (m_hasTimer) {
-        // The slot's result is some frames old, so that reading it waits for nothing.
+        // The query in this slot is some frames old, so its result is available without waiting.
         readQuery(current, m_slot);
         glBeginQuery(GL_TIME_ELAPSED, current.queries[m_slot]);
     }

@@ -10,9 +10,9 @@
 
 namespace Morvane::Qel {
 
-/// GPU and CPU times of sections that repeat every frame. GPU times come from timer queries that are read
-/// some frames later, so that measuring never waits for the GPU; without GL_ARB_timer_query (core in 3.3)
-/// there are none. The context must be current for every operation.
+/// Measures GPU and CPU times of sections that repeat every frame. GPU times come from timer queries that are
+/// read some frames later, so that measuring does not wait for the GPU; they need GL_ARB_timer_query (core in
+/// 3.3). The context must be current for every operation.
 class QEL_GRAPH_EXPORT Profiler
 {
 public:
@@ -21,7 +21,7 @@ public:
     Profiler(const Profiler&) = delete;
     Profiler& operator=(const Profiler&) = delete;
 
-    /// Starts and ends a section; sections do not nest.
+    /// Begins a section, given by its index; sections do not nest.
     void begin(int section);
     void end(int section);
     void endFrame();
@@ -29,29 +29,29 @@ public:
     struct Row
     {
         QString section;
-        /// How many frames were measured.
+        /// Number of measured frames.
         int numFrames = 0;
-        /// Milliseconds; the GPU's are NaN where the context has no timer queries.
+        /// Milliseconds; GPU times are NaN if the context has no timer queries.
         double medianGpu = 0.0;
         double meanGpu = 0.0;
         double medianCpu = 0.0;
         double meanCpu = 0.0;
     };
-    /// One row for each section, over the latest 1000 frames. Waits for queries that are under way.
+    /// One row for each section, over the last 1000 frames. Waits for pending queries.
     std::vector<Row> rows();
-    /// Rows as aligned text with a heading, for people.
+    /// Formats rows as a table with a heading.
     static QString table(const std::vector<Row>& rows);
 
 private:
     static constexpr size_t numFramesInFlight = 4;
-    /// The latest times of a section in milliseconds; allocates nothing after its construction.
+    /// The last times of a section in milliseconds; allocates only in its constructor.
     class Samples
     {
     public:
         Samples();
         void add(double milliseconds);
         int count() const { return static_cast<int>(m_values.size()); }
-        /// NaN without samples.
+        /// Median and mean are NaN without samples.
         double median() const;
         double mean() const;
 

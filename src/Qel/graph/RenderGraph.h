@@ -13,6 +13,7 @@
 #include <Qel/graph/GraphPlan.h>
 #include <Qel/graph/PassRegistry.h>
 #include <Qel/graph/Profiler.h>
+#include <Qel/model/ModelImport.h>
 
 namespace Morvane::Qel {
 
@@ -20,83 +21,86 @@ class GPUModel;
 class RenderCallbacks;
 class Texture;
 
-/// A graph of passes, ready to draw frames with the GL context on which it was made. That context must be
-/// current (OpenGLDeviceContext::current) for every operation, the destructor included, and outlive the
-/// graph.
+/// Renders frames of a graph of passes. The GL context on which the graph was created must be current
+/// (OpenGLDeviceContext::current) for every operation including the destructor, and must outlive the graph.
 ///
-/// A frame: every pass that runs gets its user counts, then, at the first frame, `setup`; all get
-/// `beginFrame`; then in running order each has the context put into the base state, gets the values of its
-/// connected inputs and runs `start`; all get `endFrame`. `teardown` comes with the destruction of the graph.
+/// Each frame, all passes get their user counts (before the first frame also `setup`), then `beginFrame`. In
+/// execution order, the context is put into the base state, and the pass gets the values of its connected
+/// inputs and runs `start`. At the end all passes get `endFrame`. Destroying the graph calls `teardown`.
 ///
-/// The destructor deletes whatever GL objects the passes made and returns every texture to the pool, also
-/// when a frame failed half way.
+/// The destructor deletes all GL objects that the passes created and returns all textures to the pool, even
+/// after a frame that failed midway.
 class QEL_GRAPH_EXPORT RenderGraph
 {
 public:
     struct Options
     {
-        /// Measures GPU and CPU time of each pass.
+        /// Measures the GPU and CPU time of each pass.
         bool profile = false;
-        /// Keeps the outputs of all passes readable after a frame, not only the graph's picture.
+        /// Keeps the outputs of all passes readable after a frame, not only the graph's output.
         bool keepOutputs = false;
-        /// Handed to every operation of a frame; must outlive the graph.
+        /// Passed to every operation of the passes; must outlive the graph.
         RenderCallbacks* callbacks = nullptr;
+        /// How model files are read; by default in the calling process.
+        ImportOptions modelImport{};
     };
 
-    /// Checks a graph, loads its models and makes its passes. Null on failure, with one line for each fault
-    /// in `faults`; nothing touched GL when the graph itself is wrong. Warnings about models, such as missing
-    /// textures, go to Qt's warning channel.
+    /// Loads the models of a planned graph and creates its passes. Returns null on failure, with a line in
+    /// `errors` for each error. Warnings about models, such as missing textures, are logged.
+    static std::unique_ptr<RenderGraph> create(GraphPlan plan, const Options& options, QStringList* errors);
+    /// Plans a graph (planGraph) and creates it. If there are errors in the graph itself, GL is not touched.
     static std::unique_ptr<RenderGraph> create(const GraphDescription& graph, const PassRegistry& registry,
-                                               const Options& options, QStringList* faults);
+                                               const Options& options, QStringList* errors);
     ~RenderGraph();
     RenderGraph(const RenderGraph&) = delete;
     RenderGraph& operator=(const RenderGraph&) = delete;
 
-    /// Draws one frame. Framebuffer 0 must be at least as large as the viewport if a pass draws to the
-    /// screen. False with one line in `error` when the frame has no picture: a program did not build (its
-    /// messages were logged before), a pass set an error code, or the graph's output is empty.
+    /// Renders one frame. Framebuffer 0 must be at least as large as the viewport if a pass draws to the
+    /// screen. Returns false with one line in `error` if a shader program failed to build (the compiler's
+    /// messages are logged), a pass set an error code, or the graph's output is empty.
     bool renderFrame(QString* error);
 
     /// \name Results
-    /// Of the last frame, valid until the next one or until releaseOutputs.
+    /// Results of the last frame, valid until the next frame or releaseOutputs.
     /// @{
 
-    /// The graph's picture; null without an output or a frame. Do not delete it or render into it.
+    /// The output image of the graph; null before the first frame or if the graph has no output. Do not
+    /// delete it or render into it.
     Texture* picture() const;
 
     struct Output
     {
         QString pass;
-        /// The full name.
+        /// Full name.
         QString port;
         QVariant value;
     };
-    /// Every output of every pass that ran, in running order. With Options::keepOutputs only.
+    /// All outputs of all passes that ran, in execution order; empty without Options::keepOutputs.
     std::vector<Output> outputs() const;
-    /// Gives the textures of the last frame back to the pool.
+    /// Returns the textures of the last frame to the pool.
     void releaseOutputs();
     /// @}
 
     /// \name Changes between frames
     /// @{
 
-    /// Another size of the picture; false with one line in `error` for one below 1 or over the driver's
-    /// limit.
+    /// Changes the size in pixels. Returns false with one line in `error` if it is below 1 or above the
+    /// driver's limit.
     bool setViewport(const QSize& size, QString* error);
     QSize viewport() const;
-    /// Sets an input to a constant from now on, given as a graph file gives it. An input that is connected
-    /// cannot be set. False with one line in `error` when something does not fit.
+    /// Sets an input to a constant, written as in a graph file. Returns false with one line in `error` if
+    /// there is no such input, if it is connected, or if the value does not fit its type.
     bool setConstant(const QString& pass, const QString& port, const QJsonValue& value, QString* error);
     void setCamera(const CameraDescription& camera);
-    /// The camera in force, fitted to the models where the graph has none.
+    /// The camera in use; fitted to the models if the graph has none.
     CameraDescription camera() const;
     /// @}
 
-    /// What the graph came to: its passes, connections and running order.
+    /// The plan of the graph, including the changes made since.
     const GraphPlan& plan() const;
-    /// The model of this name, null when there is none.
+    /// The model with this name; null if there is none.
     GPUModel* model(const QString& name) const;
-    /// The times measured so far; empty without Options::profile. Waits for the GPU.
+    /// Times measured so far; empty without Options::profile. Waits for the GPU.
     std::vector<Profiler::Row> profile();
 
 private:

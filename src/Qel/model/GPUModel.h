@@ -16,17 +16,19 @@ class InstanceDataCollection;
 class ShaderProgram;
 class TextureManager;
 
-/// The order of a front face's corners as seen on the screen.
+/// The winding of front faces on the screen.
 enum class WindingType : int
 {
     Clockwise = 0,
     CounterClockwise = 1,
 };
 
-/// An uploaded scene model: one batch for each instance of a mesh, with its transform ("InstanceInfo"), its
-/// material ("OBJMaterial") and 64-bit draw flags (DrawFlag). Instance and material blocks live in one buffer
-/// each. Attributes are va_Vertex, va_Normal (3 floats) and va_TexCoord (2 floats), tightly packed in buffers
-/// of their own; indices are 32-bit. Made and destroyed with the GL context current.
+/// A scene model on the GPU. It has one batch per instance of a mesh, with a transform ("InstanceInfo"), a
+/// material ("OBJMaterial") and 64-bit draw flags (DrawFlag).
+///
+/// Attributes are va_Vertex and va_Normal (3 floats) and va_TexCoord (2 floats), tightly packed in one buffer
+/// each; indices are 32-bit. All instance blocks share one buffer, as do all material blocks. Images larger
+/// than the driver's limit are scaled down. Construct and destroy with the GL context current.
 class QEL_MODEL_EXPORT GPUModel : public QObject
 {
     Q_OBJECT
@@ -34,26 +36,32 @@ public:
     explicit GPUModel(const ModelData& data, QObject* parent = nullptr);
     ~GPUModel() override;
 
-    /// Draws every batch whose flags masked by `mask` equal `value` (0, 0 selects all), with `program` bound:
-    /// binds each batch's instance block, material block and textures, and sets "u_DrawID" to the batch's
-    /// index where the program has it. Faces of the given winding are the front faces. Draws nothing while
-    /// the program is null or not valid.
+    /// Draws every batch whose flags masked by `mask` equal `value` (0, 0 selects all). Binds `program`, and
+    /// for each batch its instance block, material block and textures; sets "u_DrawID" to the batch's index
+    /// if the program has it. Faces with the given winding are front faces, in batches with mirroring
+    /// transforms too; the context keeps that winding. Draws nothing if the program is null or invalid.
     void draw(ShaderProgram* program, unsigned long long value, unsigned long long mask, WindingType winding);
-    /// The same with the textures of materials bound through a given manager, and the winding in force.
+    /// Draws with the context's current winding, binding material textures through the given manager.
+    /// Otherwise as above.
     void draw(ShaderProgram* program, TextureManager* textureManager, unsigned long long value,
               unsigned long long mask);
     /// Whether no batch matches.
     bool isDrawEmpty(unsigned long long value, unsigned long long mask) const;
 
     int numBatches() const;
-    /// Null for an index that does not exist.
+    /// \name Parts of a batch
+    /// Owned by the model; null for an index that does not exist.
+    /// @{
     DrawBuffers* drawBuffers(int batch) const;
     InstanceDataCollection* materialData(int batch) const;
     InstanceDataCollection* objectData(int batch) const;
+    /// @}
+    /// Returns 0 for an index that does not exist.
     unsigned long long drawFlags(int batch) const;
     void setDrawFlags(int batch, unsigned long long flags);
 
-    /// The corners of the axis-aligned box around all batches, in world space; both zero for an empty model.
+    /// The lower and upper corner of the axis-aligned box around all batches, in world space; both zero for
+    /// an empty model.
     QPair<QVector3D, QVector3D> bounds() const;
     int numTriangles() const;
 

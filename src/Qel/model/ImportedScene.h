@@ -3,23 +3,25 @@
 #include <QByteArray>
 #include <QSize>
 
+#include <chrono>
+
 #include <Qel/model/ModelImport.h>
 
 namespace Morvane::Qel {
 
-/// An image as a material of a model file names it.
+/// A material's reference to an image.
 struct ImageReference
 {
-    /// What the file says, empty for no image.
+    /// The path as written in the model file; empty for no image.
     QString text;
-    /// Index into ImportedScene::embeddedImages, -1 for a file of its own.
+    /// Index into ImportedScene::embeddedImages; -1 for a separate file.
     int embedded = -1;
 };
 
-/// An image inside a model file: an image file's bytes, or pixels in QImage::Format_ARGB32 where it has a
-/// size.
+/// An image embedded in a model file.
 struct EmbeddedImage
 {
+    /// The bytes of an image file if `size` is empty, otherwise pixels in QImage::Format_ARGB32.
     QByteArray bytes;
     QSize size;
 };
@@ -29,14 +31,14 @@ struct ImportedMaterial
     MaterialData data;
     ImageReference mapKd;
     ImageReference mapKs;
-    /// Whether the alpha of the diffuse map means nothing.
+    /// Whether the alpha of the diffuse map is to be ignored.
     bool isOpaque = false;
 };
 
-/// What a model file holds, with its images still to be found and decoded.
+/// The contents of a model file, with images not yet found or decoded.
 struct ImportedScene
 {
-    /// Why the file gives no model; empty on success.
+    /// Why there is no model; empty on success.
     QString error;
     QStringList warnings;
     std::vector<MeshData> meshes;
@@ -45,11 +47,11 @@ struct ImportedScene
     std::vector<EmbeddedImage> embeddedImages;
 };
 
-/// Reads a model file in this process. Damaged files may crash it, or keep it busy for ever.
+/// Reads a model file in this process. A damaged file may crash the process or never return.
 ImportedScene readScene(const QString& path);
 
-/// The same in a forked process with limits on its time and memory, so that a damaged file ends in an error
-/// whatever it does to the reader. Whatever the reader leaks goes with that process.
-ImportedScene readSceneIsolated(const QString& path);
+/// Calls readScene in a forked child process with limited memory. A child that crashes, or has not delivered
+/// the whole scene before the deadline, becomes an error. See ImportOptions.
+ImportedScene readSceneIsolated(const QString& path, std::chrono::milliseconds deadline);
 
 } // namespace Morvane::Qel

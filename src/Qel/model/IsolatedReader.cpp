@@ -1,18 +1,20 @@
-#include <Qel/model/ImportedScene.h>
-
 #include <QFile>
 #include <QFileInfo>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
-#include <type_traits>
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <Qel/model/ImportedScene.h>
+#include <Qel/model/ScenePipe.h>
 
 using namespace Qt::StringLiterals;
 
@@ -20,137 +22,16 @@ namespace Morvane::Qel {
 
 namespace {
 
-/// One end of a pipe between a process and its fork. Values cross it as they lie in memory, for both run the
-/// same code; the same calls in the same order write them on one end and read them on the other.
-class Pipe
+/// Adds the share of the file's size: ten times what the slowest format takes.
+std::chrono::milliseconds timeLimit(const QString& path, std::chrono::milliseconds deadline)
 {
-public:
-    enum class Mode
-    {
-        Read,
-        Write,
-    };
-    Pipe(int descriptor, Mode mode)
-        : m_descriptor(descriptor)
-        , m_mode(mode)
-    {
-    }
-    ~Pipe() { ::close(m_descriptor); }
-    Pipe(const Pipe&) = delete;
-    Pipe& operator=(const Pipe&) = delete;
-
-    /// Whether everything came through so far.
-    bool isComplete() const { return m_isComplete; }
-
-    template<typename T>
-    requires std::is_trivially_copyable_v<T>
-    void pass(T& value) { passBytes(&value, sizeof(T)); }
-
-    void pass(QString& text) { passBlock(text); }
-    void pass(QByteArray& bytes) { passBlock(bytes); }
-    template<typename T>
-    requires std::is_trivially_copyable_v<T>
-    void pass(std::vector<T>& values) { passBlock(values); }
-
-    template<typename Container>
-    void passEach(Container& values)
-    {
-        resize(values);
-        for (auto& value : values) {
-            pass(value);
-        }
-    }
-
-    void pass(MeshData& mesh)
-    {
-        pass(mesh.name);
-        pass(mesh.positions);
-        pass(mesh.normals);
-        pass(mesh.texCoords);
-        pass(mesh.indices);
-        pass(mesh.material);
-    }
-
-    void pass(ImageReference& reference)
-    {
-        pass(reference.text);
-        pass(reference.embedded);
-    }
-
-    void pass(ImportedMaterial& material)
-    {
-        pass(material.data.name);
-        pass(material.data.kd);
-        pass(material.data.ks);
-        pass(material.data.ns);
-        pass(material.data.d);
-        pass(material.data.doubleSided);
-        pass(material.mapKd);
-        pass(material.mapKs);
-        pass(material.isOpaque);
-    }
-
-    void pass(EmbeddedImage& image)
-    {
-        pass(image.bytes);
-        pass(image.size);
-    }
-
-    void pass(ImportedScene& scene)
-    {
-        pass(scene.error);
-        passEach(scene.warnings);
-        passEach(scene.meshes);
-        pass(scene.instances);
-        passEach(scene.materials);
-        passEach(scene.embeddedImages);
-    }
-
-private:
-    template<typename Container>
-    void resize(Container& values)
-    {
-        auto size = values.size();
-        pass(size);
-        if (m_mode == Mode::Read) {
-            values.resize(m_isComplete ? size : 0);
-        }
-    }
-
-    template<typename Container>
-    void passBlock(Container& values)
-    {
-        resize(values);
-        passBytes(values.data(), static_cast<size_t>(values.size()) * sizeof(*values.data()));
-    }
-
-    void passBytes(void* bytes, size_t size)
-    {
-        auto* position = static_cast<char*>(bytes);
-        while (size > 0 && m_isComplete) {
-            const ssize_t count = m_mode == Mode::Read ? ::read(m_descriptor, position, size)
-                                                       : ::write(m_descriptor, position, size);
-            if (count > 0) {
-                position += count;
-                size -= static_cast<size_t>(count);
-            } else if (count == 0 || errno != EINTR) {
-                m_isComplete = false;
-            }
-        }
-    }
-
-    int m_descriptor;
-    Mode m_mode;
-    bool m_isComplete = true;
-};
-
-/// Processor time that reading a file may take, in seconds: ten times what the slowest format needs.
-rlim_t timeLimit(const QString& path)
-{
-    return static_cast<rlim_t>(20 + 5 * (QFileInfo(path).size() >> 20));
+    using namespace std::chrono_literals;
+    constexpr std::chrono::milliseconds longest = 24h;
+    const auto share = std::min<std::chrono::milliseconds>(5s * (QFileInfo(path).size() >> 20), longest);
+    return std::clamp<std::chrono::milliseconds>(deadline, 0ms, longest) + share;
 }
 
-/// Limits this process's memory to what it has now and half of the machine's more.
+/// Limits this process to half of the machine's memory in addition to what it uses now.
 void limitMemory()
 {
     QFile statistics(u"/proc/self/statm"_s);
@@ -163,16 +44,16 @@ void limitMemory()
     setrlimit(RLIMIT_AS, &memory);
 }
 
-/// Makes this process one that dies quietly, and in time.
-void confine(const QString& path)
+/// Prepares the child for a crash: no handlers, no core dump, no output, no unlimited memory, and no life
+/// after the parent, which enforces the deadline.
+void confine()
 {
-    for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGXCPU}) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT}) {
         std::signal(signal, SIG_DFL);
     }
     const rlimit noCore{0, 0};
     setrlimit(RLIMIT_CORE, &noCore);
-    const rlimit time{timeLimit(path), timeLimit(path) + 1};
-    setrlimit(RLIMIT_CPU, &time);
     limitMemory();
     const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (nowhere >= 0) {
@@ -181,51 +62,55 @@ void confine(const QString& path)
     }
 }
 
-QString reasonOfDeath(pid_t child, const QString& path)
+void waitFor(pid_t child)
 {
-    int status = 0;
-    pid_t ended = 0;
-    do {
-        ended = ::waitpid(child, &status, 0);
-    } while (ended < 0 && errno == EINTR);
-    if (ended == child && WIFSIGNALED(status) && WTERMSIG(status) == SIGXCPU) {
-        return u"reading it took over %1 seconds; the file is damaged"_s.arg(timeLimit(path));
+    while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
     }
-    return u"the file is damaged in a way that crashes its reader"_s;
+}
+
+ImportedScene failure(const QString& error)
+{
+    ImportedScene scene;
+    scene.error = error;
+    return scene;
 }
 
 } // namespace
 
-ImportedScene readSceneIsolated(const QString& path)
+ImportedScene readSceneIsolated(const QString& path, std::chrono::milliseconds deadline)
 {
-    ImportedScene scene;
+    const std::chrono::milliseconds limit = timeLimit(path, deadline);
+    const auto end = ScenePipe::Clock::now() + limit;
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC) != 0) {
-        scene.error =
-            u"no pipe to a process that reads it: %1"_s.arg(QString::fromUtf8(std::strerror(errno)));
-        return scene;
+        return failure(u"cannot create a pipe: %1"_s.arg(QString::fromLocal8Bit(std::strerror(errno))));
     }
     const pid_t child = ::fork();
     if (child == 0) {
         ::close(ends[0]);
-        confine(path);
-        scene = readScene(path);
-        Pipe(ends[1], Pipe::Mode::Write).pass(scene);
+        confine();
+        ImportedScene scene = readScene(path);
+        ScenePipe(ends[1], ScenePipe::Mode::Write).pass(scene);
         ::_exit(0);
     }
+    const int forkError = errno;
     ::close(ends[1]);
-    Pipe pipe(ends[0], Pipe::Mode::Read);
+    ScenePipe pipe(ends[0], ScenePipe::Mode::Read, end);
     if (child < 0) {
-        scene.error = u"no process to read it: %1"_s.arg(QString::fromUtf8(std::strerror(errno)));
-        return scene;
+        return failure(
+            u"cannot create a child process: %1"_s.arg(QString::fromLocal8Bit(std::strerror(forkError))));
     }
+    ImportedScene scene;
     pipe.pass(scene);
-    const QString death = reasonOfDeath(child, path);
-    if (!pipe.isComplete()) {
-        scene = ImportedScene();
-        scene.error = death;
+    if (pipe.isLate()) {
+        ::kill(child, SIGKILL);
     }
-    return scene;
+    waitFor(child);
+    if (pipe.isLate()) {
+        return failure(u"not read within %1 s; the file may be damaged"_s.arg(
+            static_cast<double>(limit.count()) / 1000.0));
+    }
+    return pipe.isComplete() ? scene : failure(u"the file is damaged and crashes its reader"_s);
 }
 
 } // namespace Morvane::Qel

@@ -18,6 +18,7 @@ QString withForwardSlashes(const QString& reference)
     return reference.trimmed().replace(u'\\', u'/');
 }
 
+/// Returns the file at folder/part/part..., matching case only where an exact match exists.
 QString descend(const QString& folder, const QStringList& parts)
 {
     QString path = folder;
@@ -39,7 +40,8 @@ QString descend(const QString& folder, const QStringList& parts)
     return QFileInfo(path).isFile() ? path : QString();
 }
 
-QString findAround(const QString& folder, const QString& reference)
+/// Looks for the longest tail of `reference` in the folder and in the texture folders below and beside it.
+QString findTail(const QString& folder, const QString& reference)
 {
     static constexpr std::array<const char*, 5> textureFolders = {"textures", "texture", "tex", "images",
                                                                   "maps"};
@@ -79,7 +81,7 @@ QString findReferencedImage(const QString& folder, const QString& reference)
         if (QString found = findReferencedFile(folder, spelling); !found.isEmpty()) {
             return found;
         }
-        if (QString found = findAround(folder, spelling); !found.isEmpty()) {
+        if (QString found = findTail(folder, spelling); !found.isEmpty()) {
             return found;
         }
     }

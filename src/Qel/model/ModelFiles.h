@@ -4,12 +4,15 @@
 
 namespace Morvane::Qel {
 
-/// The file that `reference` means when it is written in a file of `folder`: either kind of slash, and other
-/// case where nothing has the exact name. Empty when there is none.
+/// Finds the file that `reference` means in a file of `folder`. Accepts slashes and backslashes; names that
+/// do not match exactly are compared without regard to case. Returns an empty string if there is no such
+/// file.
 QString findReferencedFile(const QString& folder, const QString& reference);
 
-/// The same for an image. Paths of another machine are followed by as many of their last parts as exist in
-/// the folder or in a folder of textures below or beside it.
+/// Finds the image that `reference` means in a file of `folder`, also where findReferencedFile does not: the
+/// path may be percent-encoded or come from another machine. The longest tail of the path that exists in the
+/// folder, or in a texture folder below or beside it, is taken. Returns an empty string if there is no such
+/// file.
 QString findReferencedImage(const QString& folder, const QString& reference);
 
 } // namespace Morvane::Qel

@@ -16,7 +16,7 @@ namespace Morvane::Qel {
 
 namespace {
 
-/// Decodes the images of a model's materials, each once.
+/// Decodes the images of a model's materials, each file once.
 class Images
 {
 public:
@@ -28,7 +28,7 @@ public:
     {
     }
 
-    /// The index of a material's image in the model, -1 when it has none.
+    /// Returns the index of a material's image in the model, -1 for none.
     int index(const ImageReference& reference, bool isOpaque, const QString& material)
     {
         if (reference.text.isEmpty()) {
@@ -84,7 +84,7 @@ private:
         QImageReader byName(file);
         QImage image = read(byName, reason);
         if (image.isNull()) {
-            // Files are found under the wrong ending.
+            // The file name extension may be wrong.
             QImageReader byContent(file);
             byContent.setDecideFormatFromContent(true);
             image = read(byContent, reason);
@@ -112,7 +112,7 @@ private:
     QHash<std::pair<QString, bool>, int> m_indices;
 };
 
-/// Why a path is no file to read; empty when it is one.
+/// Returns why a path cannot be read as a file; empty if it can.
 QString obstacle(const QString& path)
 {
     const QFileInfo file(path);
@@ -120,10 +120,10 @@ QString obstacle(const QString& path)
         return u"no such file"_s;
     }
     if (!file.isFile()) {
-        return u"it is not a file"_s;
+        return u"not a file"_s;
     }
     if (!file.isReadable()) {
-        return u"no permission to read it"_s;
+        return u"permission denied"_s;
     }
     if (file.size() == 0) {
         return u"the file is empty"_s;
@@ -133,12 +133,12 @@ QString obstacle(const QString& path)
 
 } // namespace
 
-std::optional<ModelData> importModel(const QString& path, QString* error)
+std::optional<ModelData> importModel(const QString& path, QString* error, const ImportOptions& options)
 {
     ImportedScene scene;
     scene.error = obstacle(path);
     if (scene.error.isEmpty()) {
-        scene = readSceneIsolated(path);
+        scene = options.isolated ? readSceneIsolated(path, options.deadline) : readScene(path);
     }
     if (!scene.error.isEmpty()) {
         if (error != nullptr) {

@@ -14,8 +14,8 @@ Arguments::Arguments(QString command, QString summary)
     , m_summary(std::move(summary))
 {
     m_parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
-    addOption(u"help"_s, {}, u"prints this"_s);
-    addOption(u"verbose"_s, {}, u"also prints what is only of interest when something is wrong"_s);
+    addOption(u"help"_s, {}, u"prints this help"_s);
+    addOption(u"verbose"_s, {}, u"also prints debug messages, source locations and shader sources"_s);
 }
 
 void Arguments::addPositional(const QString& name, const QString& meaning, bool optional)

@@ -8,8 +8,8 @@
 
 namespace Morvane::Qel::App {
 
-/// The arguments of one command: declared, parsed and explained by --help. Every command has --help and
-/// --verbose.
+/// The command-line arguments of one command: declares and parses them, and prints them for --help. Every
+/// command has --help and --verbose.
 class Arguments
 {
 public:
@@ -20,18 +20,18 @@ public:
     /// Declares an option "--name" or, with a value name, "--name VALUE".
     void addOption(const QString& name, const QString& valueName, const QString& meaning);
 
-    /// Throws Failure on wrong use. Returns false after printing the help that was asked for; the command is
-    /// done then.
+    /// Parses what follows the command's name. Throws Failure on wrong use. Returns false if it printed the
+    /// help, which ends the command.
     bool parse(const QStringList& arguments);
 
-    /// Empty for an optional one that is absent.
+    /// Returns a positional argument; empty if it is optional and absent.
     QString positional(int index) const { return m_parser.positionalArguments().value(index); }
     bool isSet(const QString& name) const { return m_parser.isSet(name); }
     QString value(const QString& name) const { return m_parser.value(name); }
-    /// Of an option that may be given several times.
+    /// Returns all values of an option that may be repeated.
     QStringList values(const QString& name) const { return m_parser.values(name); }
 
-    /// Throws Failure for wrong use of this command: the line, and where to read more.
+    /// Throws Failure for wrong use of this command: one line that also names its --help.
     [[noreturn]] void fail(const QString& line) const;
 
 private:

@@ -4,8 +4,7 @@
 
 #include "Failure.h"
 
-/// The commands, each in a source file of its own. They get what follows their name on the command line, and
-/// throw Failure.
+/// The commands, one per source file. Each takes the arguments after its name and throws Failure on errors.
 namespace Morvane::Qel::App {
 
 ExitCode render(const QStringList& arguments);

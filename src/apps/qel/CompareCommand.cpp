@@ -45,11 +45,11 @@ Image load(const QString& path)
     return std::move(*image);
 }
 
-/// Two pictures of one size, as doubles, with their channels brought into line.
+/// Two images of equal size with matched channels, read as doubles.
 class Pair
 {
 public:
-    /// Throws Failure for pictures that cannot be compared pixel by pixel.
+    /// Throws Failure if the images cannot be compared pixel by pixel.
     Pair(const QString& pathA, const QString& pathB)
         : a(load(pathA))
         , b(load(pathB))
@@ -63,7 +63,7 @@ public:
             throw cannot(u"size"_s);
         }
         if (a.numChannels() == 1 && b.numChannels() == 1) {
-            // Depth "Z" beside a grey picture's "R".
+            // One channel each may differ in name: "Z" of depth, "R" of a grey PNG.
             channels = a.channels;
             m_indicesA = m_indicesB = {0};
             return;
@@ -81,7 +81,7 @@ public:
     double sampleA(int x, int y, int channel) const { return sample(a, m_indicesA, x, y, channel); }
     double sampleB(int x, int y, int channel) const { return sample(b, m_indicesB, x, y, channel); }
 
-    /// Infinite where either sample is not a number or not finite, also when both are the same.
+    /// Returns the absolute difference; infinite if either sample is NaN or infinite, even if both are equal.
     double difference(int x, int y, int channel) const
     {
         const double d = std::abs(sampleA(x, y, channel) - sampleB(x, y, channel));
@@ -93,21 +93,21 @@ public:
     QStringList channels;
 
 private:
-    /// A picture without alpha is opaque.
+    /// Returns a sample; 1 for a missing channel, which only alpha can be.
     static double sample(const Image& image, const std::vector<int>& indices, int x, int y, int channel)
     {
         const int index = indices[static_cast<size_t>(channel)];
         return index < 0 ? 1.0 : image.sample(x, y, index);
     }
 
-    /// Where each channel is in the pictures, -1 where one lacks it.
+    /// The index of each channel in the images, -1 if it is missing.
     std::vector<int> m_indicesA;
     std::vector<int> m_indicesB;
 };
 
-/// The differences as a picture. Alpha's own difference would make a PNG see-through where the pictures
-/// agree, so there it is put into the colours.
-Image differencePicture(const Pair& pair, bool foldAlpha)
+/// Returns the absolute differences as an image. With foldAlpha, the colours hold the difference of alpha if
+/// it is larger, and there is no alpha channel: it would make a PNG transparent where the images agree.
+Image differenceImage(const Pair& pair, bool foldAlpha)
 {
     QStringList channels = pair.channels;
     const auto alpha = static_cast<int>(channels.indexOf(u"A"_s));
@@ -115,8 +115,8 @@ Image differencePicture(const Pair& pair, bool foldAlpha)
     if (foldAlpha) {
         channels.removeAt(alpha);
     }
-    Image picture{pair.a.width, pair.a.height, channels, {}};
-    auto& samples = std::get<std::vector<float>>(picture.samples);
+    Image image{pair.a.width, pair.a.height, channels, {}};
+    auto& samples = std::get<std::vector<float>>(image.samples);
     for (int y = 0; y < pair.a.height; ++y) {
         for (int x = 0; x < pair.a.width; ++x) {
             for (int c = 0; c < pair.channels.size(); ++c) {
@@ -129,7 +129,7 @@ Image differencePicture(const Pair& pair, bool foldAlpha)
             }
         }
     }
-    return picture;
+    return image;
 }
 
 QString number(double value)
@@ -143,13 +143,13 @@ ExitCode compare(const QStringList& arguments)
 {
     Arguments options(
         u"compare"_s,
-        u"Compares two pictures, PNG or EXR. PNG values count as 0 to 1. Prints the largest and the mean\n"
-        "difference of each channel, alpha included, and the worst pixels; NaN and infinity are\n"
-        "always differences. Ends with 1 when the largest difference is above the tolerance."_s);
-    options.addPositional(u"A"_s, u"a picture"_s);
-    options.addPositional(u"B"_s, u"the picture to compare it with"_s);
-    options.addOption(u"tolerance"_s, u"X"_s, u"largest difference that is still accepted; 0 if not given"_s);
-    options.addOption(u"difference"_s, u"FILE"_s, u"writes the absolute differences as a picture"_s);
+        u"Compares two images, PNG (values from 0 to 1) or EXR. Prints the largest and the mean difference\n"
+        "of each channel, including alpha, and the worst pixels. NaN and infinity always differ.\n"
+        "Exits with 1 if the largest difference exceeds the tolerance."_s);
+    options.addPositional(u"A"_s, u"an image"_s);
+    options.addPositional(u"B"_s, u"the image to compare it with"_s);
+    options.addOption(u"tolerance"_s, u"X"_s, u"largest accepted difference; default 0"_s);
+    options.addOption(u"difference"_s, u"FILE"_s, u"writes the absolute differences as an image"_s);
     if (!options.parse(arguments)) {
         return ExitCode::Done;
     }
@@ -158,7 +158,7 @@ ExitCode compare(const QStringList& arguments)
         bool isNumber = false;
         tolerance = options.value(u"tolerance"_s).toDouble(&isNumber);
         if (!isNumber || !(tolerance >= 0.0)) {
-            options.fail(u"--tolerance %1 is not a number of 0 or more"_s.arg(options.value(u"tolerance"_s)));
+            options.fail(u"--tolerance %1 is not a number >= 0"_s.arg(options.value(u"tolerance"_s)));
         }
     }
 
@@ -183,10 +183,10 @@ ExitCode compare(const QStringList& arguments)
             }
             largest = std::max(largest, ofPixel);
             if (ofPixel > 0.0 && (worst.size() < numWorstPixels || ofPixel > worst.back().difference)) {
-                const auto place = std::upper_bound(
+                const auto position = std::upper_bound(
                     worst.begin(), worst.end(), ofPixel,
                     [](double value, const PixelDifference& other) { return value > other.difference; });
-                worst.insert(place, {x, y, ofPixel});
+                worst.insert(position, {x, y, ofPixel});
                 worst.resize(std::min(worst.size(), numWorstPixels));
             }
         }
@@ -201,7 +201,7 @@ ExitCode compare(const QStringList& arguments)
     }
     if (!pair.a.isInteger() && !pair.b.isInteger()) {
         const double meanSquare = sumOfSquares / (numPixels * static_cast<double>(pair.channels.size()));
-        print(u"PSNR %1 dB, for values of 0 to 1\n"_s.arg(number(-10.0 * std::log10(meanSquare))));
+        print(u"PSNR %1 dB for a peak value of 1\n"_s.arg(number(-10.0 * std::log10(meanSquare))));
     }
     for (const PixelDifference& entry : worst) {
         QStringList valuesA;
@@ -214,15 +214,15 @@ ExitCode compare(const QStringList& arguments)
             valuesA.join(u' '), valuesB.join(u' '), number(entry.difference)));
     }
     const bool accepted = largest <= tolerance;
-    print(largest == 0.0 ? u"the pictures are equal\n"_s
-                         : u"the largest difference, %1, is %2 the tolerance of %3\n"_s.arg(
+    print(largest == 0.0 ? u"the images are equal\n"_s
+                         : u"the largest difference, %1, is %2 the tolerance, %3\n"_s.arg(
                                number(largest), accepted ? u"within"_s : u"above"_s, number(tolerance)));
 
     if (options.isSet(u"difference"_s)) {
         const QString path = options.value(u"difference"_s);
         QString error;
         const bool png = path.endsWith(QLatin1StringView(".png"), Qt::CaseInsensitive);
-        if (!writeImage(differencePicture(pair, png), path, &error)) {
+        if (!writeImage(differenceImage(pair, png), path, &error)) {
             throw Failure{ExitCode::WrongUse, {error}};
         }
     }

@@ -57,7 +57,7 @@ QString takeReport()
     if (lines.size() == 1) {
         return lines[0];
     }
-    // The first line says what failed, the second one where and why; the rest shows the source.
+    // Line 1 names what failed, line 2 where and why; the rest is the source.
     return verboseMessages ? lines[1] : u"%1; --verbose shows the source"_s.arg(lines[1]);
 }
 

@@ -4,27 +4,27 @@
 
 #include <chrono>
 
-/// What the program says: results on standard output, everything else on standard error.
+/// Output of the program: results to standard output, everything else to standard error.
 namespace Morvane::Qel::App {
 
-/// Sends Qt's messages to standard error, with the program's name in front. Without `verbose` the debug
-/// channel is silent, and messages lose the source location with which passes start them.
+/// Prints Qt's messages to standard error, prefixed with the program's name. Without `verbose`, debug
+/// messages are dropped, and so is the source location at the start of a pass's message.
 ///
-/// Errors of GL and reports on shader programs that do not build are kept for takeReport, and shown at once
-/// only with `verbose`: for a frame without a picture they are the cause that its one line names.
+/// GL errors and shader build reports are kept for takeReport, which turns the first into the one line of a
+/// failed frame. They are printed at once only with `verbose`.
 void installMessageHandler(bool verbose);
-/// The first of the kept errors in one line; empty when there is none. Forgets all of them.
+/// Returns the first kept error as one line, empty if there is none, and forgets all of them.
 QString takeReport();
 
-/// Writes text to standard output as it is.
+/// Writes text to standard output unchanged.
 void print(const QString& text);
-/// Writes "qel: " and a line to standard error.
+/// Writes a line to standard error, prefixed with "qel: ".
 void printNote(const QString& line);
-/// Whether everything that was printed has reached standard output.
+/// Flushes standard output. Returns false if any of the output was lost.
 bool flushOutput();
 
-/// While one lives, nothing reaches standard error: image libraries write there what they then also return as
-/// an error.
+/// Discards standard error for its lifetime, because image libraries print there what they also return as an
+/// error.
 class QuietErrors
 {
 public:
@@ -37,8 +37,7 @@ private:
     int m_errors;
 };
 
-/// A line such as "frame 12 of 500" that shows up on a terminal when work takes longer than a second, and is
-/// erased at the end.
+/// A progress line such as "frame 12 of 500", shown on a terminal after one second and erased at the end.
 class Progress
 {
 public:
@@ -47,7 +46,7 @@ public:
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    /// Says how many units are done.
+    /// Updates the line to this number of finished units.
     void update(int done);
 
 private:

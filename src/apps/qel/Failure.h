@@ -8,12 +8,12 @@ enum class ExitCode : int
 {
     Done = 0,
     ComparisonFailed = 1,
-    /// Wrong arguments, a wrong graph, or a file that cannot be read or written.
+    /// Invalid arguments, an invalid graph, or a file that cannot be read or written.
     WrongUse = 2,
     NoGL = 3,
 };
 
-/// Thrown to end the program: each line goes to standard error.
+/// An exception that ends the program, after each line is printed to standard error.
 struct Failure
 {
     ExitCode exitCode;

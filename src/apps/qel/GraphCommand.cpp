@@ -20,7 +20,8 @@ namespace Morvane::Qel::App {
 
 namespace {
 
-/// "1280x720 GL_RGBA16F", asked of GL because passes may give a texture its image behind the record's back.
+/// Returns a text such as "1280x720 GL_RGBA16F". Asks GL, because passes may allocate a texture by GL calls
+/// that the Texture object does not see.
 QString textureSummary(Texture* texture)
 {
     const AutoBinder binder(texture);
@@ -40,7 +41,7 @@ QString textureSummary(Texture* texture)
                           : QString());
 }
 
-/// Prints the passes in running order, each with what it put out in a frame where one was drawn.
+/// Prints the passes in execution order, each with its outputs if a frame was rendered.
 void printOrder(const GraphPlan& plan, const std::vector<RenderGraph::Output>& outputs)
 {
     int position = 0;
@@ -58,26 +59,26 @@ void printOrder(const GraphPlan& plan, const std::vector<RenderGraph::Output>& o
     }
     for (const PlannedPass& pass : plan.passes) {
         if (!pass.leftOut.isEmpty()) {
-            print(u"left out: %1  %2: %3\n"_s.arg(pass.name, pass.type, pass.leftOut));
+            print(u"skipped: %1  %2: %3\n"_s.arg(pass.name, pass.type, pass.leftOut));
         }
     }
     if (plan.outputPass >= 0) {
         const PlannedPass& pass = plan.passes[static_cast<size_t>(plan.outputPass)];
-        print(u"picture: %1.%2\n"_s.arg(pass.name, PortName::parse(pass.outputs[plan.outputPort]).name));
+        print(u"image: %1.%2\n"_s.arg(pass.name, PortName::parse(pass.outputs[plan.outputPort]).name));
     }
 }
 
-void printWithFormats(const GraphDescription& description, HeadlessContext& context)
+void printWithFormats(const GraphPlan& plan, HeadlessContext& context)
 {
     RenderGraph::Options options;
     options.keepOutputs = true;
-    const std::unique_ptr<RenderGraph> graph = makeGraph(description, options);
+    const std::unique_ptr<RenderGraph> graph = makeGraph(plan, options);
     resizeScreen(context, graph->viewport());
     renderFrame(*graph);
     printOrder(graph->plan(), graph->outputs());
 }
 
-/// What a drawing of a graph consists of; nodes have short names of their own that need no quoting.
+/// The nodes and edges of a graph drawing. Node ids need no quoting.
 struct Drawing
 {
     struct Node
@@ -124,9 +125,9 @@ Drawing drawingOf(const GraphDescription& graph, const GraphPlan& plan)
     }
     if (plan.outputPass >= 0) {
         const PlannedPass& pass = plan.passes[static_cast<size_t>(plan.outputPass)];
-        drawing.nodes.push_back({u"picture"_s, {u"picture"_s}, false});
+        drawing.nodes.push_back({u"image"_s, {u"image"_s}, false});
         drawing.edges.push_back(
-            {passId(plan.outputPass), u"picture"_s, PortName::parse(pass.outputs[plan.outputPort]).name});
+            {passId(plan.outputPass), u"image"_s, PortName::parse(pass.outputs[plan.outputPort]).name});
     }
     return drawing;
 }
@@ -183,11 +184,11 @@ ExitCode graph(const QStringList& arguments)
 {
     Arguments options(
         u"graph"_s,
-        u"Checks a graph and prints its passes in running order, with the sizes and formats of what\n"
-        "they put out, or draws it as text."_s);
+        u"Checks a graph and prints its passes in execution order with the sizes and formats of their\n"
+        "outputs, or prints a drawing of it."_s);
     options.addPositional(u"GRAPH"_s, u"a graph file"_s);
-    options.addOption(u"dot"_s, {}, u"draws the graph in the language of Graphviz"_s);
-    options.addOption(u"mermaid"_s, {}, u"draws the graph as a Mermaid flow chart"_s);
+    options.addOption(u"dot"_s, {}, u"prints the graph in the DOT language of Graphviz"_s);
+    options.addOption(u"mermaid"_s, {}, u"prints the graph as a Mermaid flowchart"_s);
     addDeviceOption(options);
     if (!options.parse(arguments)) {
         return ExitCode::Done;
@@ -195,12 +196,12 @@ ExitCode graph(const QStringList& arguments)
     const bool dot = options.isSet(u"dot"_s);
     const bool mermaid = options.isSet(u"mermaid"_s);
     if (dot && mermaid) {
-        options.fail(u"--dot and --mermaid exclude each other"_s);
+        options.fail(u"--dot and --mermaid cannot be combined"_s);
     }
     const HeadlessContext::Device wanted = device(options);
 
     const GraphDescription description = loadGraphFile(options.positional(0));
-    const GraphPlan plan = checkGraph(description);
+    const GraphPlan plan = planOf(description);
     if (dot) {
         printDot(drawingOf(description, plan));
         return ExitCode::Done;
@@ -214,11 +215,11 @@ ExitCode graph(const QStringList& arguments)
         context = makeContext(wanted);
     } catch (const Failure& failure) {
         printNote(failure.lines.join(u' '));
-        printNote(u"sizes and formats are left out, they need GL"_s);
+        printNote(u"sizes and formats need GL and are not shown"_s);
         printOrder(plan, {});
         return ExitCode::Done;
     }
-    printWithFormats(description, *context);
+    printWithFormats(plan, *context);
     return ExitCode::Done;
 }
 

@@ -27,14 +27,14 @@ constexpr std::array limits = {
     Limit{"2D texture size", GL_MAX_TEXTURE_SIZE},
     Limit{"cube map size", GL_MAX_CUBE_MAP_TEXTURE_SIZE},
     Limit{"array texture layers", GL_MAX_ARRAY_TEXTURE_LAYERS},
-    Limit{"texture units of a stage", GL_MAX_TEXTURE_IMAGE_UNITS},
+    Limit{"texture units per stage", GL_MAX_TEXTURE_IMAGE_UNITS},
     Limit{"colour attachments", GL_MAX_COLOR_ATTACHMENTS},
     Limit{"draw buffers", GL_MAX_DRAW_BUFFERS},
     Limit{"uniform block bytes", GL_MAX_UNIFORM_BLOCK_SIZE},
     Limit{"texture buffer texels", GL_MAX_TEXTURE_BUFFER_SIZE},
 };
 
-/// What the library uses when it is there, apart from what the passes ask for.
+/// Extensions that the library itself uses if present, in addition to those of the passes.
 const QStringList servicesExtensions = {u"GL_ARB_timer_query"_s, u"GL_KHR_debug"_s};
 
 void printEntry(const QString& name, const QString& value)
@@ -47,7 +47,8 @@ void printEntry(const QString& name, const QString& value)
 ExitCode info(const QStringList& arguments)
 {
     Arguments options(
-        u"info"_s, u"Tells which GL driver is used, what it offers, and which passes run in full with it."_s);
+        u"info"_s,
+        u"Prints the GL driver, its limits and extensions, and which passes run in full mode on it."_s);
     addDeviceOption(options);
     if (!options.parse(arguments)) {
         return ExitCode::Done;

@@ -33,7 +33,7 @@ int wholeNumber(const Arguments& options, const QString& text, const QString& me
     bool isNumber = false;
     const int number = text.toInt(&isNumber);
     if (!isNumber || number < 1) {
-        options.fail(u"%1 is not a whole number of 1 or more"_s.arg(meaning));
+        options.fail(u"%1 is not an integer >= 1"_s.arg(meaning));
     }
     return number;
 }
@@ -42,13 +42,13 @@ QSize parseSize(const Arguments& options, const QString& text)
 {
     const QStringList sides = text.split(u'x');
     if (sides.size() != 2) {
-        options.fail(u"--size %1 is no size; write WIDTHxHEIGHT, such as 1280x720"_s.arg(text));
+        options.fail(u"--size %1 is not a size; write WIDTHxHEIGHT, such as 1280x720"_s.arg(text));
     }
     return {wholeNumber(options, sides[0], u"the width of --size %1"_s.arg(text)),
             wholeNumber(options, sides[1], u"the height of --size %1"_s.arg(text))};
 }
 
-/// What --output asks for: one file, or one for each frame where its name holds a conversion such as %04d.
+/// The files of --output: one, or one per frame if the name contains a conversion such as %04d.
 class OutputFiles
 {
 public:
@@ -67,7 +67,7 @@ public:
                 m_width = match.captured(3).toInt();
                 m_parts.append(QString());
             } else {
-                options.fail(u"--output %1: only one number such as %04d may stand in the name; "
+                options.fail(u"--output %1: the name may contain only one number such as %04d; "
                              "write %% for a percent sign"_s.arg(pattern));
             }
         }
@@ -82,7 +82,7 @@ public:
     }
 
 private:
-    /// What stands before and after the number.
+    /// The text before and after the number.
     QStringList m_parts = {QString()};
     QChar m_fill;
     int m_width = 0;
@@ -97,15 +97,15 @@ void write(const Image& image, const QString& path)
     }
 }
 
-/// The graph's picture, or the screen for a graph that only draws there.
-Image pictureOf(const RenderGraph& graph, const GraphDescription& description)
+/// Reads the graph's output image, or the screen if the graph has no output.
+Image outputImage(const RenderGraph& graph, const GraphDescription& description)
 {
     if (description.output.isEmpty()) {
         return readDefaultFramebuffer(graph.viewport().width(), graph.viewport().height());
     }
     std::vector<Image> images = readTexture(graph.picture());
     if (images.size() != 1) {
-        fail(u"%1: %2 is not one picture but %3; write all of them with --dump"_s
+        fail(u"%1: %2 is not one image but %3; write all of them with --dump"_s
                  .arg(description.displayName(), description.output)
                  .arg(images.size()));
     }
@@ -116,7 +116,7 @@ void dump(const RenderGraph& graph, const QString& folderPath)
 {
     const QDir folder(folderPath);
     if (!folder.mkpath(u"."_s)) {
-        fail(u"%1: the folder cannot be made; name another one"_s.arg(folderPath));
+        fail(u"%1: the folder cannot be created; name another one"_s.arg(folderPath));
     }
     QJsonObject otherValues;
     for (const RenderGraph::Output& output : graph.outputs()) {
@@ -135,12 +135,12 @@ void dump(const RenderGraph& graph, const QString& folderPath)
     QSaveFile file(folder.filePath(u"outputs.json"_s));
     if (!file.open(QIODevice::WriteOnly) || file.write(QJsonDocument(otherValues).toJson()) < 0 ||
         !file.commit()) {
-        fail(u"%1: cannot be written: %2; see that the folder is yours and the disk has room"_s.arg(
-            file.fileName(), file.errorString()));
+        fail(u"%1: cannot be written: %2; check permissions and free space"_s.arg(file.fileName(),
+                                                                                  file.errorString()));
     }
     for (const PlannedPass& pass : graph.plan().passes) {
         if (!pass.leftOut.isEmpty()) {
-            printNote(u"%1 is left out and has no outputs: %2"_s.arg(pass.name, pass.leftOut));
+            printNote(u"%1 is skipped and has no outputs: %2"_s.arg(pass.name, pass.leftOut));
         }
     }
 }
@@ -149,15 +149,15 @@ void dump(const RenderGraph& graph, const QString& folderPath)
 
 ExitCode render(const QStringList& arguments)
 {
-    Arguments options(u"render"_s, u"Renders a graph and writes its picture."_s);
+    Arguments options(u"render"_s, u"Renders a graph and writes its output image."_s);
     options.addPositional(u"GRAPH"_s, u"a graph file"_s);
-    options.addOption(u"model"_s, u"FILE"_s, u"takes this model instead of the graph's first one"_s);
-    options.addOption(u"size"_s, u"WxH"_s, u"size of the picture in pixels instead of the graph's"_s);
-    options.addOption(u"frames"_s, u"N"_s, u"number of frames; 1 if not given"_s);
-    options.addOption(u"set"_s, u"PASS.PORT=VALUE"_s, u"sets an input; may be given several times"_s);
+    options.addOption(u"model"_s, u"FILE"_s, u"replaces the graph's first model"_s);
+    options.addOption(u"size"_s, u"WxH"_s, u"replaces the graph's image size, in pixels"_s);
+    options.addOption(u"frames"_s, u"N"_s, u"number of frames; default 1"_s);
+    options.addOption(u"set"_s, u"PASS.PORT=VALUE"_s, u"sets an input; may be repeated"_s);
     options.addOption(
         u"output"_s, u"FILE"_s,
-        u"writes the last frame as PNG or EXR, or with a name such as frame%04d.png every frame, from 0"_s);
+        u"writes the last frame as PNG or EXR; with a name such as frame%04d.png every frame, from 0"_s);
     options.addOption(u"dump"_s, u"DIR"_s, u"writes every output of every pass of the last frame"_s);
     options.addOption(u"profile"_s, {}, u"prints the GPU and CPU time of each pass"_s);
     addDeviceOption(options);
@@ -185,7 +185,7 @@ ExitCode render(const QStringList& arguments)
             fail(error);
         }
     }
-    checkGraph(description);
+    const GraphPlan plan = planOf(description);
     if (hasOutput && !checkImagePath(files.name(0), &error)) {
         fail(error);
     }
@@ -194,7 +194,7 @@ ExitCode render(const QStringList& arguments)
     RenderGraph::Options graphOptions;
     graphOptions.profile = options.isSet(u"profile"_s);
     graphOptions.keepOutputs = hasDump;
-    const std::unique_ptr<RenderGraph> graph = makeGraph(description, graphOptions);
+    const std::unique_ptr<RenderGraph> graph = makeGraph(plan, graphOptions);
     resizeScreen(*context, graph->viewport());
 
     {
@@ -202,7 +202,7 @@ ExitCode render(const QStringList& arguments)
         for (int frame = 0; frame < numFrames; ++frame) {
             renderFrame(*graph);
             if (hasOutput && (files.isNumbered() || frame == numFrames - 1)) {
-                write(pictureOf(*graph, description), files.name(frame));
+                write(outputImage(*graph, description), files.name(frame));
             }
             progress.update(frame + 1);
         }

@@ -12,7 +12,7 @@ namespace Morvane::Qel::App {
 void addDeviceOption(Arguments& options)
 {
     options.addOption(u"device"_s, u"auto|gpu|software"_s,
-                      u"what to render on; auto takes a GPU when there is one"_s);
+                      u"device to render on; auto uses a GPU if there is one"_s);
 }
 
 HeadlessContext::Device device(const Arguments& options)
@@ -27,7 +27,7 @@ HeadlessContext::Device device(const Arguments& options)
     if (name == QLatin1StringView("software")) {
         return HeadlessContext::Device::Software;
     }
-    options.fail(u"no device \"%1\"; there are auto, gpu and software"_s.arg(name));
+    options.fail(u"no device \"%1\"; use auto, gpu or software"_s.arg(name));
 }
 
 std::unique_ptr<HeadlessContext> makeContext(HeadlessContext::Device device)
@@ -42,14 +42,13 @@ std::unique_ptr<HeadlessContext> makeContext(HeadlessContext::Device device)
     return context;
 }
 
-std::unique_ptr<RenderGraph> makeGraph(const GraphDescription& description,
-                                       const RenderGraph::Options& options)
+std::unique_ptr<RenderGraph> makeGraph(const GraphPlan& plan, RenderGraph::Options options)
 {
-    QStringList faults;
-    std::unique_ptr<RenderGraph> graph =
-        RenderGraph::create(description, PassRegistry::builtin(), options, &faults);
+    options.modelImport.isolated = true;
+    QStringList errors;
+    std::unique_ptr<RenderGraph> graph = RenderGraph::create(plan, options, &errors);
     if (!graph) {
-        throw Failure{ExitCode::WrongUse, faults};
+        throw Failure{ExitCode::WrongUse, errors};
     }
     return graph;
 }
@@ -70,8 +69,8 @@ void checkReports()
     if (!cause.isEmpty()) {
         throw Failure{
             ExitCode::WrongUse,
-            {u"the picture cannot be drawn: %1%2"_s.arg(
-                cause, cause.contains(QLatin1StringView("OUT_OF_MEMORY")) ? u"; ask for a smaller size"_s
+            {u"the image cannot be rendered: %1%2"_s.arg(
+                cause, cause.contains(QLatin1StringView("OUT_OF_MEMORY")) ? u"; choose a smaller size"_s
                                                                           : QString())}};
     }
 }
@@ -79,28 +78,29 @@ void checkReports()
 void resizeScreen(HeadlessContext& context, const QSize& size)
 {
     if (!context.resize(size)) {
-        throw Failure{ExitCode::WrongUse,
-                      {u"the driver cannot make a screen of %1x%2; ask for a smaller size"_s.arg(size.width())
-                           .arg(size.height())}};
+        throw Failure{
+            ExitCode::WrongUse,
+            {u"the driver cannot create a screen of %1x%2; choose a smaller size"_s.arg(size.width())
+                 .arg(size.height())}};
     }
 }
 
 GraphDescription loadGraphFile(const QString& path)
 {
-    QStringList faults;
-    std::optional<GraphDescription> graph = loadGraph(path, &faults);
+    QStringList errors;
+    std::optional<GraphDescription> graph = loadGraph(path, &errors);
     if (!graph) {
-        throw Failure{ExitCode::WrongUse, faults};
+        throw Failure{ExitCode::WrongUse, errors};
     }
     return std::move(*graph);
 }
 
-GraphPlan checkGraph(const GraphDescription& graph)
+GraphPlan planOf(const GraphDescription& graph)
 {
-    QStringList faults;
-    std::optional<GraphPlan> plan = planGraph(graph, PassRegistry::builtin(), 0, &faults);
+    QStringList errors;
+    std::optional<GraphPlan> plan = planGraph(graph, PassRegistry::builtin(), &errors);
     if (!plan) {
-        throw Failure{ExitCode::WrongUse, faults};
+        throw Failure{ExitCode::WrongUse, errors};
     }
     return std::move(*plan);
 }

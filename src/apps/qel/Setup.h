@@ -9,26 +9,26 @@
 
 #include "Arguments.h"
 
-/// What several commands start with. Everything throws Failure.
+/// Steps shared by several commands. All of them throw Failure on errors.
 namespace Morvane::Qel::App {
 
 void addDeviceOption(Arguments& options);
-/// The device that --device asks for.
+/// Returns the device chosen by --device.
 HeadlessContext::Device device(const Arguments& options);
-/// A context on that device, made current.
+/// Creates a context on a device and makes it current.
 std::unique_ptr<HeadlessContext> makeContext(HeadlessContext::Device device);
 
-/// A graph of the built-in passes on the current context.
-std::unique_ptr<RenderGraph> makeGraph(const GraphDescription& description,
-                                       const RenderGraph::Options& options);
+/// Creates a planned graph on the current context. Models are read in child processes, so that a damaged file
+/// gives an error.
+std::unique_ptr<RenderGraph> makeGraph(const GraphPlan& plan, RenderGraph::Options options);
 void renderFrame(RenderGraph& graph);
-/// Fails when GL has reported an error: what was drawn or read back is not to be trusted then.
+/// Fails if GL has reported an error, because rendered or read-back pixels may then be wrong.
 void checkReports();
-/// Gives framebuffer 0, where passes draw to the screen, the size of the picture.
+/// Resizes framebuffer 0, to which passes draw as the screen.
 void resizeScreen(HeadlessContext& context, const QSize& size);
 
 GraphDescription loadGraphFile(const QString& path);
-/// Checks what can be known about a graph of the built-in passes before there is a context.
-GraphPlan checkGraph(const GraphDescription& graph);
+/// Plans a graph of built-in passes, which finds all errors that need no context.
+GraphPlan planOf(const GraphDescription& graph);
 
 } // namespace Morvane::Qel::App

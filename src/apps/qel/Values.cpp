@@ -18,7 +18,7 @@ namespace Morvane::Qel::App {
 
 namespace {
 
-/// The shortest decimal number that reads back as this float: 0.1, not 0.10000000149.
+/// Returns the shortest decimal number that reads back as this float: 0.1, not 0.10000000149.
 double shortest(float value)
 {
     for (int digits = 6; digits < 9; ++digits) {
@@ -51,7 +51,7 @@ QJsonValue jsonFromValue(const QVariant& value)
         return shortest(value.toFloat());
     case QMetaType::QColor: {
         const auto color = value.value<QColor>();
-        // Alpha comes last, unlike in Qt's own notation.
+        // Alpha comes last; Qt's own notation has it first.
         const QString alpha = u"%1"_s.arg(color.alpha(), 2, 16, QLatin1Char('0'));
         return color.name() + (color.alpha() == 255 ? QString() : alpha);
     }
@@ -101,7 +101,7 @@ QJsonValue jsonFromValue(const QVariant& value)
 
 QString textFromValue(const QVariant& value)
 {
-    // Only whole documents have a text form.
+    // Qt converts only whole documents to text.
     const QByteArray array = QJsonDocument(QJsonArray{jsonFromValue(value)}).toJson(QJsonDocument::Compact);
     return QString::fromUtf8(array.sliced(1, array.size() - 2));
 }

@@ -6,12 +6,13 @@
 
 namespace Morvane::Qel::App {
 
-/// A port's value as graph files write it: numbers, texts, "#rrggbb" or "#rrggbbaa" colours, arrays for
-/// vectors, rectangles (x, y, width, height) and matrices (16 numbers, row by row). Null for an invalid value
-/// or a null pointer; the name of the type, such as "Morvane::Qel::GPUModel*", for what has no such form.
+/// Returns a port's value as written in graph files: numbers, strings, "#rrggbb" or "#rrggbbaa" colours,
+/// arrays for vectors, rectangles (x, y, width, height) and matrices (16 numbers, row-major). Null for an
+/// invalid value or a null pointer; the type name, such as "Morvane::Qel::GPUModel*", if there is no such
+/// form.
 QJsonValue jsonFromValue(const QVariant& value);
 
-/// The same as text.
+/// Returns a port's value as JSON text; see jsonFromValue.
 QString textFromValue(const QVariant& value);
 
 } // namespace Morvane::Qel::App

@@ -23,24 +23,24 @@ struct Command
 };
 
 constexpr std::array commands = {
-    Command{"render", "renders a graph and writes its picture", render},
-    Command{"passes", "lists the passes that graphs are made of, with their ports", passes},
-    Command{"graph", "checks a graph, prints its passes in running order or draws it", graph},
-    Command{"compare", "compares two pictures", compare},
-    Command{"info", "tells what the GL driver offers", info},
+    Command{"render", "renders a graph and writes its image", render},
+    Command{"passes", "lists the passes with their ports", passes},
+    Command{"graph", "checks a graph and prints its passes in execution order, or draws it", graph},
+    Command{"compare", "compares two images", compare},
+    Command{"info", "prints the GL driver, its limits and extensions", info},
 };
 
 QString help()
 {
     QString text = u"Usage: qel COMMAND [OPTION]... [ARGUMENT]...\n\n"
-                   "Renders pictures with graphs of OpenGL passes, without a display.\n\n"_s;
+                   "Renders images with graphs of OpenGL passes. Needs no display.\n\n"_s;
     for (const Command& command : commands) {
         text +=
             u"  %1  %2\n"_s.arg(QLatin1StringView(command.name), -8).arg(QLatin1StringView(command.summary));
     }
-    return text + u"\nqel COMMAND --help tells more; qel --version prints the version.\n"
-                  "Ends with 0 when all is done, 1 when a comparison failed, 2 for wrong use or a\n"
-                  "wrong graph, 3 when there is no usable GL.\n"_s;
+    return text + u"\nqel COMMAND --help prints the options; qel --version prints the version.\n"
+                  "Exit codes: 0 success, 1 images differ, 2 invalid arguments, graph or file,\n"
+                  "3 no usable OpenGL.\n"_s;
 }
 
 ExitCode run(const QStringList& arguments)
@@ -74,14 +74,14 @@ int main(int argc, char* argv[])
     using namespace Morvane::Qel::App;
     const QCoreApplication application(argc, argv);
     installMessageHandler(false);
-    // Remarks about pictures, without the name of the file.
+    // These messages about image files do not name the file.
     QLoggingCategory::setFilterRules(u"qt.gui.imageio.*=false"_s);
-    // Pictures may be as large as the driver's largest texture.
+    // Images may be as large as the driver's largest texture.
     QImageReader::setAllocationLimit(0);
     try {
         const ExitCode exitCode = run(QCoreApplication::arguments().sliced(1));
         if (!flushOutput()) {
-            throw Failure{ExitCode::WrongUse, {u"standard output cannot be written to"_s}};
+            throw Failure{ExitCode::WrongUse, {u"cannot write to standard output"_s}};
         }
         return static_cast<int>(exitCode);
     } catch (const Failure& failure) {
@@ -91,7 +91,7 @@ int main(int argc, char* argv[])
         }
         return static_cast<int>(failure.exitCode);
     } catch (const std::bad_alloc&) {
-        printNote(u"not enough memory; ask for a smaller size"_s);
+        printNote(u"not enough memory; choose a smaller size"_s);
         return static_cast<int>(ExitCode::WrongUse);
     }
 }

@@ -7,7 +7,7 @@
 
 namespace Morvane::Qel {
 
-/// The instances that this library exports.
+// Instantiated and exported once, by this library.
 extern template QEL_RENDERPASSES_EXPORT Texture* RenderPassHelper::getInputPointer<Texture>(int);
 extern template QEL_RENDERPASSES_EXPORT DrawBuffers* RenderPassHelper::getInputPointer<DrawBuffers>(int);
 

@@ -3,6 +3,7 @@
 #include <QImage>
 
 #include <algorithm>
+#include <bit>
 #include <utility>
 
 #include <epoxy/gl.h>
@@ -39,6 +40,15 @@ bool isInteger(unsigned int internalFormat)
     const unsigned int format = formatFromInternalFormat(internalFormat);
     return format == GL_RED_INTEGER || format == GL_RG_INTEGER || format == GL_RGB_INTEGER ||
            format == GL_RGBA_INTEGER;
+}
+
+/// Whether the texture is complete with a filter between mip levels.
+bool isMipmapped(Texture& texture)
+{
+    const auto side = static_cast<unsigned int>(std::max(texture.size().width(), texture.size().height()));
+    const int numNeeded =
+        std::min(static_cast<int>(std::bit_width(side)), texture.parameter(GL_TEXTURE_MAX_LEVEL) + 1);
+    return numNeeded > 1 && texture.levels() >= numNeeded;
 }
 
 void replaceTarget(FramebufferObject& framebuffer, const QSize& size, const TargetDescription& target)
@@ -123,6 +133,11 @@ QVariant textureVariant(Texture* texture)
     return QVariant::fromValue<QObject*>(texture);
 }
 
+QVariant attachedTexture(const FramebufferObject* framebuffer, unsigned int attachment)
+{
+    return textureVariant(framebuffer->attachment(attachment));
+}
+
 QVariant publishTexture(Texture* texture, int users)
 {
     TextureManager::Instance()->addTempTextureRef(texture, users);
@@ -171,6 +186,17 @@ BoundTarget::~BoundTarget()
     m_framebuffer.detach(GL_COLOR_ATTACHMENT0);
 }
 
+AttachedDepth::AttachedDepth(FramebufferObject& framebuffer, Texture* depth)
+    : m_framebuffer(framebuffer)
+{
+    m_framebuffer.attach(depth, GL_DEPTH_STENCIL_ATTACHMENT, 0);
+}
+
+AttachedDepth::~AttachedDepth()
+{
+    m_framebuffer.detach(GL_DEPTH_STENCIL_ATTACHMENT);
+}
+
 BoundSampler::BoundSampler(ShaderProgram& program, Uniform& sampler, Texture* texture, Sampling sampling)
     : m_texture(texture)
 {
@@ -187,7 +213,7 @@ BoundSampler::BoundSampler(ShaderProgram& program, Uniform& sampler, Texture* te
         const int wrap = GL_CLAMP_TO_EDGE;
         const bool isLinear = sampling == Sampling::Linear || sampling == Sampling::LinearAround;
         needed = {GL_NEAREST, GL_NEAREST, wrap, wrap, wrap};
-        if (sampling == Sampling::NearestMipmap) {
+        if (sampling == Sampling::NearestMipmap && isMipmapped(*texture)) {
             needed.minFilter = GL_NEAREST_MIPMAP_NEAREST;
         }
         if (isLinear) {

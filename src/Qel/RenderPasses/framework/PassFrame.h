@@ -126,6 +126,10 @@ QEL_RENDERPASSES_EXPORT void deleteTarget(FramebufferObject* framebuffer, unsign
 
 /// A texture as passes publish it, a QObject*.
 QEL_RENDERPASSES_EXPORT QVariant textureVariant(Texture* texture);
+
+/// The texture at an attachment, as passes publish it; a null QObject* when there is none.
+QEL_RENDERPASSES_EXPORT QVariant attachedTexture(const FramebufferObject* framebuffer,
+                                                 unsigned int attachment);
 /// @}
 
 /// \name Textures from the pool
@@ -171,6 +175,20 @@ public:
 
 private:
     AutoBinder m_binder;
+    FramebufferObject& m_framebuffer;
+};
+
+/// Attaches a depth texture, with or without stencil, at GL_DEPTH_STENCIL_ATTACHMENT for a scope; null
+/// attaches nothing. Make it before the framebuffer is bound as a target.
+class QEL_RENDERPASSES_EXPORT AttachedDepth
+{
+public:
+    AttachedDepth(FramebufferObject& framebuffer, Texture* depth);
+    ~AttachedDepth();
+    AttachedDepth(const AttachedDepth&) = delete;
+    AttachedDepth& operator=(const AttachedDepth&) = delete;
+
+private:
     FramebufferObject& m_framebuffer;
 };
 
@@ -230,7 +248,8 @@ enum class Sampling
     Own,
     /// The nearest texel of level 0, clamped to the edge.
     Nearest,
-    /// The nearest texel of the nearest mip level, clamped to the edge.
+    /// The nearest texel of the nearest mip level, clamped to the edge; as Nearest where the texture has no
+    /// complete chain of levels.
     NearestMipmap,
     /// The four nearest texels of level 0, blended, clamped to the edge.
     Linear,

@@ -1,16 +1,10 @@
 #include <Qel/RenderPasses/framework/ShaderRenderPass.h>
 
-#include <QVarLengthArray>
+#include <QMatrix4x4>
 
 #include <epoxy/gl.h>
 
-#include <Qel/RenderPasses/framework/InputPointers.h>
-#include <Qel/RenderPasses/support/FullScreen.h>
-#include <Qel/RenderPasses/support/Targets.h>
-#include <Qel/gl/FramebufferObject.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/TextureManager.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 
 using namespace Qt::StringLiterals;
 
@@ -21,8 +15,8 @@ namespace {
 const QString texturePrefix = u"Qel_QelTexture*_"_s;
 const QString geometryPrefix = u"Qel_QelDrawBuffers*_"_s;
 
-// The output's name is not one of the "o_" names that are bound to draw buffers; as the only output it lands
-// on draw buffer 0 all the same. Deliberate.
+// Deliberate: the output has none of the "o_" names that are bound to draw buffers. As the only output it
+// goes to draw buffer 0 anyway.
 const QString defaultFragmentSource = uR"(#version 150
 uniform sampler2D u_Input;
 in vec2 vo_TexCoord;
@@ -39,28 +33,36 @@ void main()
 const PassDescription& ShaderRenderPass::description()
 {
     const auto file = [](const QString& name, const QString& meaning) {
-        return OptionDescription{name, meaning, QString(), {}, true};
+        return OptionDescription{.name = name, .meaning = meaning, .defaultValue = QString(), .isFile = true};
     };
     static const PassDescription description{
-        u"ShaderRenderPass"_s,
-        u"Runs GLSL of the user's over the screen or over a geometry input, on ports that the "
-        "graph declares."_s,
-        {},
-        {},
-        {{u"inputs"_s, u"full names of the input ports"_s, QStringList()},
-         {u"outputs"_s, u"full names of the output ports"_s, QStringList()},
-         file(u"vertexShader"_s, u"the vertex stage; passes va_TexCoord on as vo_TexCoord when not given"_s),
-         file(u"fragmentShader"_s, u"the fragment stage; copies u_Input when not given"_s),
-         file(u"geometryShader"_s, u"the geometry stage"_s),
-         file(u"tessellationControlShader"_s, u"the tessellation control stage"_s),
-         file(u"tessellationEvaluationShader"_s, u"the tessellation evaluation stage"_s),
-         {u"clear"_s, u"whether the targets are cleared before the draw"_s, true},
-         {u"blend"_s,
-          u"how the draw is blended: not at all; source * (1 - source alpha) + destination * "
-          "source alpha; or the sum"_s,
-          u"none"_s,
-          {u"none"_s, u"keepByAlpha"_s, u"add"_s}}},
-        true};
+        .type = u"ShaderRenderPass"_s,
+        .summary = u"Runs user-written GLSL over the screen or over a geometry input, on ports that the "
+                   "graph declares."_s,
+        .inputs = {},
+        .outputs = {},
+        .options = {{.name = u"inputs"_s,
+                     .meaning = u"full names of the input ports"_s,
+                     .defaultValue = QStringList()},
+                    {.name = u"outputs"_s,
+                     .meaning = u"full names of the output ports"_s,
+                     .defaultValue = QStringList()},
+                    file(u"vertexShader"_s,
+                         u"the vertex stage; if not given, passes va_TexCoord on as vo_TexCoord"_s),
+                    file(u"fragmentShader"_s, u"the fragment stage; if not given, copies u_Input"_s),
+                    file(u"geometryShader"_s, u"the geometry stage"_s),
+                    file(u"tessellationControlShader"_s, u"the tessellation control stage"_s),
+                    file(u"tessellationEvaluationShader"_s, u"the tessellation evaluation stage"_s),
+                    {.name = u"clear"_s,
+                     .meaning = u"whether the outputs are cleared before the draw"_s,
+                     .defaultValue = true},
+                    {.name = u"blend"_s,
+                     .meaning =
+                         u"none: no blending; keepByAlpha: source * (1 - source alpha) + destination * "
+                         "source alpha; add: source + destination"_s,
+                     .defaultValue = u"none"_s,
+                     .choices = {u"none"_s, u"keepByAlpha"_s, u"add"_s}}},
+        .hostDeclaresPorts = true};
     return description;
 }
 
@@ -109,88 +111,38 @@ void ShaderRenderPass::setBlend(BlendMode mode)
 
 Texture* ShaderRenderPass::transparentTexture()
 {
-    if (!m_transparentTexture) {
-        m_transparentTexture.reset(makeTransparentTexture());
-    }
-    return m_transparentTexture.get();
+    return orTransparent(nullptr, m_transparentTexture);
 }
 
 void ShaderRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    // A pass without inputs is deliberately never classified, and publishes nothing.
+    // Deliberate: a pass without inputs is never classified and publishes nothing.
     if (m_uniforms.size() != m_inputs.size()) {
         classifyPorts();
     }
+    const QSize size = renderSize();
+    const bool isNewSize = size != QSize(m_width, m_height);
+    m_width = size.width();
+    m_height = size.height();
 
-    bool clear = m_clear;
-    QSize size(0, 0);
-    if (m_viewportInput >= 0) {
-        size = m_inputs[static_cast<size_t>(m_viewportInput)].value.toRect().size();
-    }
-    QVarLengthArray<Texture*, 256> textures(static_cast<qsizetype>(m_inputs.size()));
-    for (const int i : m_textureInputs) {
-        Texture* texture = getInputPointer<Texture>(i);
-        if (texture && size.width() == 0) {
-            const AutoBinder binder(texture);
-            glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_WIDTH, &size.rwidth());
-            glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_HEIGHT, &size.rheight());
-        }
-        textures[i] = texture ? texture : transparentTexture();
-    }
-    DrawBuffers* geometry = m_geometryInput >= 0 ? getInputPointer<DrawBuffers>(m_geometryInput) : nullptr;
-
-    if (!m_framebuffer) {
-        m_framebuffer = std::make_unique<FramebufferObject>(nullptr);
-    }
-    const int width = size.width() == 0 ? 1 : size.width();
-    const int height = size.height() == 0 ? 1 : size.height();
-    if (width != m_width || height != m_height) {
-        m_width = width;
-        m_height = height;
-        clear = true;
-    }
-
-    const AutoBinder framebufferBinder(m_framebuffer.get());
-    for (size_t k = 0; k < m_textureOutputs.size(); ++k) {
-        Texture* target = TextureManager::Instance()->tempTexture(TextureFormat::RGBA8, width, height, -1);
-        m_framebuffer->attach(target, GL_COLOR_ATTACHMENT0 + static_cast<unsigned int>(k), 0);
-    }
+    const AutoBinder framebufferBinder(&provide(m_framebuffer));
+    attachTargets();
     if (!m_program) {
         buildProgram();
     }
-    if (!geometry && !m_fullScreenBatch) {
-        m_fullScreenBatch = context->fullScreenTriangle();
-        enableArrays(m_fullScreenBatch, m_program.get());
-    }
-
     m_framebuffer->setDrawBuffers();
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     context->disable(GL_DEPTH_TEST);
     applyBlendMode();
-    if (clear) {
+    if (m_clear || isNewSize) {
         glClear(GL_COLOR_BUFFER_BIT);
     }
     {
         const AutoBinder programBinder(m_program.get());
-        for (const int i : m_textureInputs) {
-            textures[i]->bind();
-            sampleLinearly(textures[i]);
-            m_program->setUniform(m_uniforms[static_cast<size_t>(i)], textures[i]->unit());
-        }
-        setUniforms();
-        context->setViewport(0, 0, width, height);
-        if (geometry) {
-            const AutoEnabler pointSize(GL_PROGRAM_POINT_SIZE);
-            drawBatch(geometry);
-        } else {
-            drawBatch(m_fullScreenBatch.data());
-        }
-        for (auto i = m_textureInputs.rbegin(); i != m_textureInputs.rend(); ++i) {
-            textures[*i]->release();
-        }
-        if (m_blendMode != BlendMode::None) {
-            context->disable(GL_BLEND);
-        }
+        drawWithInputs(0);
+    }
+    if (m_blendMode != BlendMode::None) {
+        context->disable(GL_BLEND);
     }
     releaseInputs();
     publishTargets();
@@ -198,9 +150,9 @@ void ShaderRenderPass::start(RenderCallbacks* /*callbacks*/)
 
 void ShaderRenderPass::classifyPorts()
 {
-    // The two index lists grow by a second copy when inputs are added after the first start: deliberate. Its
-    // effect is that outputs are then rendered twice, and the references of the first copies are lost to the
-    // pool, so all ports belong before the first start.
+    // Deliberate: inputs added after the first start append a second copy of both index lists. Every output
+    // then gets two textures, and the pool never gets the first one back. Add all ports before the first
+    // start.
     m_uniformNames.clear();
     m_plainInputs.clear();
     for (int i = 0; i < numInputs(); ++i) {
@@ -229,14 +181,41 @@ void ShaderRenderPass::classifyPorts()
     }
 }
 
+/// Returns the viewport's size or else that of the first connected texture, at least 1 x 1.
+QSize ShaderRenderPass::renderSize()
+{
+    QSize size(0, 0);
+    if (m_viewportInput >= 0) {
+        size = m_inputs[static_cast<size_t>(m_viewportInput)].value.toRect().size();
+    }
+    for (const int i : m_textureInputs) {
+        if (auto* texture = getInputPointer<Texture>(i); texture && size.width() == 0) {
+            const AutoBinder binder(texture);
+            glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_WIDTH, &size.rwidth());
+            glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_HEIGHT, &size.rheight());
+        }
+    }
+    return {size.width() == 0 ? 1 : size.width(), size.height() == 0 ? 1 : size.height()};
+}
+
+/// Attaches one fresh pooled texture for each texture output.
+void ShaderRenderPass::attachTargets()
+{
+    unsigned int attachment = GL_COLOR_ATTACHMENT0;
+    for (size_t k = 0; k < m_textureOutputs.size(); ++k) {
+        m_framebuffer->attach(
+            TextureManager::Instance()->tempTexture(TextureFormat::RGBA8, m_width, m_height, -1),
+            attachment++, 0);
+    }
+}
+
 void ShaderRenderPass::buildProgram()
 {
     QStringList fragDataLocations;
     for (const int j : m_textureOutputs) {
         fragDataLocations.append(u"o_"_s + outputName(j).sliced(texturePrefix.size()));
     }
-    m_program = std::make_unique<ShaderProgram>(nullptr);
-    m_program->setFragDataLocations(fragDataLocations);
+    provide(m_program).setFragDataLocations(fragDataLocations);
     m_program->addShader(GL_VERTEX_SHADER, m_vertexSource, {});
     m_program->addShader(GL_FRAGMENT_SHADER, m_fragmentSource, {});
     const auto addOptional = [&](unsigned int stage, const QString& source) {
@@ -247,7 +226,7 @@ void ShaderRenderPass::buildProgram()
     addOptional(GL_GEOMETRY_SHADER, m_geometrySource);
     addOptional(GL_TESS_CONTROL_SHADER, m_tessellationControlSource);
     addOptional(GL_TESS_EVALUATION_SHADER, m_tessellationEvaluationSource);
-    Qel::buildProgram(m_program.get());
+    Qel::buildProgram(*m_program);
 }
 
 void ShaderRenderPass::applyBlendMode()
@@ -259,6 +238,31 @@ void ShaderRenderPass::applyBlendMode()
     } else if (m_blendMode != BlendMode::None) {
         glBlendFunc(GL_ONE_MINUS_SRC_ALPHA, GL_SRC_ALPHA);
     }
+}
+
+/// Binds the k-th texture input and all after it, then draws. Each call holds one sampler on its stack, so
+/// any number of inputs is bound without an allocation and released in reverse order.
+void ShaderRenderPass::drawWithInputs(size_t k)
+{
+    if (k < m_textureInputs.size()) {
+        const int input = m_textureInputs[k];
+        Texture* texture = orTransparent(getInputPointer<Texture>(input), m_transparentTexture);
+        const BoundSampler sampler(*m_program, m_uniforms[static_cast<size_t>(input)], texture,
+                                   Sampling::Linear);
+        drawWithInputs(k + 1);
+        return;
+    }
+    setUniforms();
+    OpenGLDeviceContext::current()->setViewport(0, 0, m_width, m_height);
+    if (auto* geometry = m_geometryInput < 0 ? nullptr : getInputPointer<DrawBuffers>(m_geometryInput)) {
+        const AutoEnabler pointSize(GL_PROGRAM_POINT_SIZE);
+        drawBatch(geometry);
+        return;
+    }
+    if (!m_fullScreenBatch) {
+        provideScreenBatch(m_fullScreenBatch, *m_program, Screen::Triangle);
+    }
+    drawBatch(m_fullScreenBatch);
 }
 
 void ShaderRenderPass::setUniforms()
@@ -285,8 +289,8 @@ void ShaderRenderPass::setUniforms()
     }
 }
 
-/// Drops one reference of each texture input, also where the list holds it twice: the latest copy, at its end
-/// and in ascending order, holds them all.
+/// Drops one reference of each texture input. The list may hold several copies; the last one, at its end and
+/// in ascending order, is complete.
 void ShaderRenderPass::releaseInputs()
 {
     int previous = numInputs();

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <QSharedPointer>
+#include <QSize>
 
-#include <array>
 #include <memory>
 #include <vector>
 
@@ -16,18 +16,19 @@ class DrawBuffers;
 class FramebufferObject;
 class Texture;
 
-/// Runs GLSL of the user's over the full-screen batch or over a geometry input.
+/// Runs user-written GLSL over the full-screen batch or over a geometry input.
 ///
-/// The host declares the ports, before the first start, and the pass derives everything from their names:
-/// - an input Qel_QelTexture*_X is bound to the sampler "u_X", with linear filters and clamped to its edge;
-///   transparent black stands in where it is unconnected;
-/// - an input Qel_QelDrawBuffers*_X is drawn in place of the full-screen batch;
-/// - an input of a plain type sets the uniform whose name is the full name of the port;
-/// - an output Qel_QelTexture*_X is a pooled texture (RGBA, 8 bits) that the fragment output "o_X" writes;
-///   its consumers own its references.
+/// The host declares the ports before the first start, and the pass derives everything from their names:
+/// - an input Qel_QelTexture*_X is bound to the sampler "u_X", for the draw with linear filters (integer
+///   formats with nearest ones) and clamped to the edge; the texture's own parameters are restored after it.
+///   Transparent black replaces a texture that is not connected;
+/// - an input Qel_QelDrawBuffers*_X is drawn instead of the full-screen batch;
+/// - an input of a plain type sets the uniform that has the full name of the port;
+/// - an output Qel_QelTexture*_X is a pooled texture (RGBA8) that the fragment output "o_X" writes; its
+///   consumers own its references.
 /// The size is that of the input Qel_QRect_Viewport, else of the first connected texture, else 1 x 1.
 ///
-/// GL state: leaves the depth test and blending disabled and the viewport as it was before.
+/// GL state: leaves depth test and blending disabled.
 class QEL_RENDERPASSES_EXPORT ShaderRenderPass : public RenderPassHelper
 {
 public:
@@ -36,8 +37,8 @@ public:
     {
         /// No blending.
         None = 0,
-        /// source * (1 - source alpha) + destination * source alpha. The weights are the reverse of the usual
-        /// over-operator on purpose: the alpha says how much of the destination stays.
+        /// source * (1 - source alpha) + destination * source alpha. Deliberately the reverse of the usual
+        /// over operator: alpha says how much of the destination stays.
         KeepByAlpha = 1,
         /// source + destination.
         Add = 2,
@@ -49,8 +50,8 @@ public:
     ~ShaderRenderPass() override;
 
     /// \name Stage sources
-    /// They take effect when the program is built, on the first start; later changes have none. Vertex and
-    /// fragment stage start as a copy of the sampler "u_Input"; an empty source leaves the other stages out.
+    /// They take effect when the program is built, on the first start; later changes have none. By default,
+    /// vertex and fragment stage copy the sampler "u_Input". The other stages are left out while empty.
     /// @{
     void setVertexShaderSource(const QString& source);
     void setFragmentShaderSource(const QString& source);
@@ -59,11 +60,12 @@ public:
     void setTessellationEvaluationShaderSource(const QString& source);
     /// @}
 
-    /// Whether start clears its targets, with the clear colour in force; it always does on a new size.
+    /// Sets whether start clears its outputs, with the clear colour in force; after a change of size it
+    /// always does.
     void setClear(bool clear);
     void setBlend(BlendMode mode);
 
-    /// The pass's own 1 x 1 transparent texture, made on the first call.
+    /// Returns the pass's own 1 x 1 transparent texture, made on the first call.
     Texture* transparentTexture();
 
     void start(RenderCallbacks* callbacks) override;
@@ -73,8 +75,11 @@ public:
 
 private:
     void classifyPorts();
+    QSize renderSize();
+    void attachTargets();
     void buildProgram();
     void applyBlendMode();
+    void drawWithInputs(size_t k);
     void releaseInputs();
     void publishTargets();
 
@@ -95,7 +100,7 @@ private:
     std::vector<int> m_textureOutputs;
     std::vector<int> m_plainInputs;
     std::vector<QByteArray> m_uniformNames;
-    /// The uniforms of those names.
+    /// One for each input, pointing at its name.
     std::vector<Uniform> m_uniforms;
     int m_geometryInput = -1;
     int m_viewportInput = -1;

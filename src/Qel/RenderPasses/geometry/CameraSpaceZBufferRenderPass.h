@@ -14,33 +14,35 @@ class DrawBuffers;
 class FramebufferObject;
 class Texture;
 
-/// Turns a depth image into an image of eye-space positions, by the inverse of the projection that made it.
+/// Turns a depth texture into eye-space positions, by the inverse of the projection that it was drawn with.
 ///
-/// Reads a depth texture, with or without stencil, of the viewport's size, whose values 0 to 1 are window
-/// depth. Writes x, y, z in the units of the scene, the camera looking along -z, and an alpha of 1;
-/// background lies on the far plane. The output is a pooled texture (RGBA, 32-bit floats) whose references
-/// its consumers own, sampled at the nearest texel of the nearest level: a blend of two positions is no
-/// position.
+/// Reads window depths from 0 to 1, with or without stencil, of the viewport's size, sampled at nearest.
+/// Writes x, y and z in units of the scene, the camera looking along -z, and an alpha of 1; the background
+/// lies on the far plane. The output is a pooled texture (RGBA32F) whose references its consumers own. Its
+/// filter is nearest texel of the nearest mip level, because a blend of two positions is not a position.
 ///
-/// All mip levels are filled. A texel is one of the four below it, in a pattern that alternates from row to
-/// row and column to column (the rotated grid of M. McGuire, M. Mara, D. Luebke: Scalable ambient obscurance,
-/// HPG 2012). Their mean would lie in mid-air at a silhouette, between two surfaces or between a surface and
-/// the far plane; so every texel of every level is a point that the camera sees, and background stays
-/// background.
+/// All mip levels are filled. Each texel is one of the four below it, in a pattern that alternates from row
+/// to row and column to column (the rotated grid of M. McGuire, M. Mara, D. Luebke: Scalable ambient
+/// obscurance, HPG 2012). Every texel of every level is therefore a point that the camera sees. An average
+/// would lie in mid-air at silhouettes, between two surfaces or between a surface and the far plane.
 ///
-/// GL state: relies on depth test, blending and scissor test being off; leaves depth mask and stencil test
-/// off. The depth texture is sampled while it is attached, which is safe as nothing writes to it.
+/// GL state: depth test, blending and scissor test must be off. Leaves depth mask and stencil test off. The
+/// depth texture is sampled while it is attached, which is safe because nothing writes to it.
 class QEL_RENDERPASSES_EXPORT CameraSpaceZBufferRenderPass : public RenderPassHelper
 {
 public:
     enum InputPort
     {
+        /// QRect in pixels; only the size counts.
         Viewport,
+        /// Texture*: depth from 0 to 1.
         InputFrame,
+        /// QMatrix4x4, eye space to clip space.
         ProjectionMatrix
     };
     enum OutputPort
     {
+        /// Texture*, RGBA32F with mip levels: eye-space positions.
         Frame
     };
 
@@ -54,7 +56,7 @@ public:
 private:
     void buildPrograms();
     void draw(Texture* depth);
-    void fillLevels(Texture* positions);
+    void fillLevels(Texture& positions);
 
     std::unique_ptr<FramebufferObject> m_framebuffer;
     std::unique_ptr<ShaderProgram> m_program;

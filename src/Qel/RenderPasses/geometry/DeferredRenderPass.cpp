@@ -1,17 +1,11 @@
 #include <Qel/RenderPasses/geometry/DeferredRenderPass.h>
 
 #include <QMatrix4x4>
-#include <QRect>
 
 #include <epoxy/gl.h>
 
-#include <Qel/RenderPasses/framework/InputPointers.h>
-#include <Qel/RenderPasses/support/FullScreen.h>
-#include <Qel/RenderPasses/support/Targets.h>
-#include <Qel/gl/FramebufferObject.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/TextureManager.h>
+#include <Qel/RenderPasses/framework/CommonPorts.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 
 using namespace Qt::StringLiterals;
 
@@ -19,9 +13,9 @@ namespace Morvane::Qel {
 
 namespace {
 
-// Deliberate, all of it: the depth is used as it is stored, from 0 to 1, though x and y are taken to -1 to 1;
-// the normal keeps the w that its texture has (1 for one without alpha); the texture coordinate is read, from
-// whatever unit 0 holds, and not used; the cosine is not clamped, so that the 8 bits of the target do it.
+// All of this is deliberate: the depth stays in its stored range of 0 to 1 while x and y are mapped to -1 to
+// 1; the normal keeps the w of its texture (1 for a texture without alpha); the texture coordinate is read
+// from whatever unit 0 holds and not used; the cosine is clamped only by the 8-bit target.
 const QString fragmentSource = uR"(#version 150
 uniform sampler2D u_SamplerNormal;
 uniform sampler2D u_SamplerTexCoord;
@@ -57,22 +51,25 @@ void main()
 const PassDescription& DeferredRenderPass::description()
 {
     static const PassDescription description{
-        u"DeferredRenderPass"_s,
-        u"Shades a G-buffer in grey by a point light at (100, 100, 100)."_s,
-        {{u"Qel_QRect_Viewport"_s,
-          u"size of the texture; the origin is ignored"_s,
-          u"no texture is made"_s,
-          {},
-          u"pixels"_s},
-         {u"Qel_QMatrix4x4_ProjectionMatrix"_s, u"eye space to clip space; its inverse is transposed"_s,
-          u"identity"_s},
-         {u"Qel_QMatrix4x4_CameraMatrix"_s, u"world space to eye space"_s, u"identity"_s},
-         {u"Qel_QelTexture*_Normal"_s, u"normals in world space"_s, u"black"_s},
-         {u"Qel_QelTexture*_TexCoord"_s, u"not used"_s, u"nothing changes"_s},
-         {u"Qel_QelTexture*_Depth"_s, u"depth from 0 to 1"_s, u"0 everywhere"_s}},
-        {{u"Qel_QelTexture*_Frame"_s,
-          u"cosine between normal and light as an opaque grey; GL_RGBA of 8 bits, owned by the "
-          "pass"_s}}};
+        .type = u"DeferredRenderPass"_s,
+        .summary = u"Shades a G-buffer in grey by a point light at (100, 100, 100)."_s,
+        .inputs = {viewportInput(u"size of the output; the origin is ignored"_s, u"no texture is made"_s),
+                   {.name = u"Qel_QMatrix4x4_ProjectionMatrix"_s,
+                    .meaning = u"eye space to clip space; the inverse is transposed before use"_s,
+                    .whenMissing = u"identity"_s},
+                   cameraMatrixInput(),
+                   {.name = u"Qel_QelTexture*_Normal"_s,
+                    .meaning = u"the world-space normal"_s,
+                    .whenMissing = u"black"_s},
+                   {.name = u"Qel_QelTexture*_TexCoord"_s,
+                    .meaning = u"not used"_s,
+                    .whenMissing = u"no effect"_s},
+                   {.name = u"Qel_QelTexture*_Depth"_s,
+                    .meaning = u"the depth, from 0 to 1"_s,
+                    .whenMissing = u"0 everywhere"_s}},
+        .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
+                     .meaning = u"the cosine between normal and light as opaque grey; GL_RGBA with 8 bits a "
+                                "channel, owned by the pass"_s}}};
     return description;
 }
 
@@ -94,7 +91,7 @@ void DeferredRenderPass::start(RenderCallbacks* /*callbacks*/)
     if (!depth && !m_fallback) {
         m_fallback = makeTexelTexture(Qt::transparent);
     }
-    // Only a missing depth makes the fallback: until then other missing textures have none. Deliberate.
+    // Deliberate: only a missing depth makes the fallback; until then other missing textures have none.
     const auto orFallback = [&](Texture* texture) { return texture ? texture : m_fallback; };
 
     provideTargets(m_framebuffer, m_width, m_height, m_inputs[Viewport].value.toRect(),
@@ -111,10 +108,10 @@ void DeferredRenderPass::start(RenderCallbacks* /*callbacks*/)
     const BoundSampler depths(*m_program, m_samplerDepth, orFallback(depth), Sampling::Nearest);
     m_program->setUniform(m_cameraMatrix, camera);
     m_program->setUniform(m_normalMatrix, camera.inverted().transposed());
-    // Transposed as if it were for normals: deliberate, see the header.
+    // Deliberate: transposed like a normal matrix; the header describes the effect.
     m_program->setUniform(m_invProjMatrix, projection.inverted().transposed());
     drawBatch(m_fullScreenBatch);
-    m_outputs[Frame].value = textureVariant(m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
+    m_outputs[Frame].value = attachedTexture(m_framebuffer, GL_COLOR_ATTACHMENT0);
 }
 
 } // namespace Morvane::Qel

@@ -15,35 +15,43 @@ class Texture;
 /// Shades a G-buffer without materials by one point light at (100, 100, 100), as diffuse grey (J. H. Lambert:
 /// Photometria, 1760).
 ///
-/// Reads the normal and the depth of GBufferRenderPass and the matrices it was drawn with; writes the cosine
-/// between normal and light as an opaque grey of 8 bits, black where the surface faces away and where there
-/// is none. The texture is owned by the pass and is replaced when the size changes.
+/// Reads the normal and the depth of GBufferRenderPass and the matrices that it drew with. Writes the cosine
+/// between normal and light as opaque grey with 8 bits a channel: black where the surface faces away and on
+/// the background. Normal and depth are sampled at nearest. The pass owns the texture and replaces it when
+/// the size changes.
 ///
-/// The cosine is that of another place than the pixel shows, on purpose: the depth is taken for one from -1
-/// to 1, and the inverse projection is transposed. Under a perspective projection with its near plane at 0.3
-/// or less, all places end up close to the origin, so that the light comes from (1, 1, 1) everywhere; with it
-/// at 0.5 and the far plane far away, they end up at twice the eye-space coordinates of what the pixel shows.
-/// Who wants the light where it is said to be gives this pass matrices of its own: the identity as camera
-/// matrix and transpose(D x projection x camera) as projection, D taking depths from -1..1 to 0..1.
+/// Deliberate: the position is not that of the pixel, because the depth is read as if it ran from -1 to 1 and
+/// the inverse projection is transposed. Under a perspective projection with its near plane at 0.3 or less,
+/// all positions end up close to the origin, so the light comes from (1, 1, 1) everywhere. With the near
+/// plane at 0.5 and a distant far plane, they are the eye-space positions scaled by 2. To get the light at
+/// its documented position, pass these matrices: the identity as camera matrix and
+/// transpose(D x projection x camera) as projection, where D maps depths from -1..1 to 0..1.
 ///
-/// GL state: relies on blending and scissor test being off; leaves the depth test disabled.
+/// GL state: blending and scissor test must be off. Leaves the depth test disabled.
 ///
-/// Framebuffer, textures and program are deliberately not deleted with the pass. A graph's resource scope
+/// Deliberate: framebuffer, textures and program are not deleted with the pass. A graph's resource scope
 /// deletes them.
 class QEL_RENDERPASSES_EXPORT DeferredRenderPass : public RenderPassHelper
 {
 public:
     enum InputPort
     {
+        /// QRect in pixels; only the size counts.
         Viewport,
+        /// QMatrix4x4, eye space to clip space.
         ProjectionMatrix,
+        /// QMatrix4x4, world space to eye space.
         CameraMatrix,
+        /// Texture*: world-space normal.
         Normal,
+        /// Texture*; not used.
         TexCoord,
+        /// Texture*: depth from 0 to 1.
         Depth
     };
     enum OutputPort
     {
+        /// Texture*, GL_RGBA with 8 bits a channel.
         Frame
     };
 

@@ -4,13 +4,10 @@
 
 #include <epoxy/gl.h>
 
-#include <Qel/RenderPasses/support/FullScreen.h>
-#include <Qel/RenderPasses/support/ModelPrograms.h>
-#include <Qel/RenderPasses/support/Targets.h>
-#include <Qel/gl/FramebufferObject.h>
+#include <Qel/RenderPasses/framework/CommonPorts.h>
+#include <Qel/RenderPasses/framework/ModelPrograms.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/gl/GLErrors.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/Texture.h>
 #include <Qel/model/GPUModel.h>
 
 using namespace Qt::StringLiterals;
@@ -21,7 +18,7 @@ namespace {
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/ForwardRenderPass";
 
-// The normal is extended with w = 1, so that the last column of the normal matrix takes part. Deliberate.
+// Deliberate: the normal is extended with w = 1, so the last column of the normal matrix contributes.
 const QString vertexSource = uR"(#version 150
 #instancedata "InstanceInfo"
 uniform mat4 u_CameraMatrix;
@@ -42,7 +39,7 @@ void main()
 }
 )"_s;
 
-// The normal is used as it was interpolated, without normalising it again. Deliberate.
+// Deliberate: the interpolated normal is not normalised again.
 const QString fragmentSource = uR"(#version 150
 #instancedata "OBJMaterial"
 #include "DirectionalLight.glslh"
@@ -67,22 +64,18 @@ void main()
 const PassDescription& ForwardRenderPass::description()
 {
     static const PassDescription description{
-        u"ForwardRenderPass"_s,
-        u"Draws a model in one pass, lit by a directional light that moves with the camera."_s,
-        {{u"Qel_QRect_Viewport"_s,
-          u"size of the textures; the origin is ignored"_s,
-          u"no texture is made"_s,
-          {},
-          u"pixels"_s},
-         {u"Qel_QMatrix4x4_ProjectionMatrix"_s, u"eye space to clip space"_s, u"identity"_s},
-         {u"Qel_QMatrix4x4_CameraMatrix"_s, u"world space to eye space"_s, u"identity"_s},
-         {u"Qel_QelGPUModel*_Geometry"_s, u"the model; all its batches are drawn"_s,
-          u"the textures are cleared to 0"_s}},
-        {{u"Qel_QelTexture*_Frame"_s,
-          u"lit colours, alpha the material's dissolve; GL_RGBA, owned by the pass"_s},
-         {u"Qel_QelTexture*_Id"_s,
-          u"number of the primitive plus one in all components, 0 where there is none; GL_RGBA "
-          "of the driver's default precision, owned by the pass"_s}}};
+        .type = u"ForwardRenderPass"_s,
+        .summary = u"Draws a model in one pass, lit by a directional light that moves with the camera."_s,
+        .inputs = {viewportInput(u"size of the outputs; the origin is ignored"_s, u"no texture is made"_s),
+                   projectionMatrixInput(), cameraMatrixInput(),
+                   modelInput(u"the model; all its batches are drawn"_s, u"the outputs are cleared to 0"_s)},
+        .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
+                     .meaning = u"the lit colour, straight alpha holding the material's dissolve, 0 where "
+                                "nothing was drawn; GL_RGBA, owned by the pass"_s},
+                    {.name = u"Qel_QelTexture*_Id"_s,
+                     .meaning = u"the primitive's number plus one in all four components, 0 for the "
+                                "background; GL_RGBA at the driver's default precision (8 bits clamp every "
+                                "Id to 1), owned by the pass"_s}}};
     return description;
 }
 
@@ -100,19 +93,14 @@ void ForwardRenderPass::setShaderProgram(ShaderProgram* program)
 
 void ForwardRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
-    const QRect viewport = m_inputs[Viewport].value.toRect();
-    const auto projection = m_inputs[ProjectionMatrix].value.value<QMatrix4x4>();
-    const auto camera = m_inputs[CameraMatrix].value.value<QMatrix4x4>();
     auto* model = getInputPointer<GPUModel>(Geometry);
-
-    if (!m_framebuffer) {
-        m_framebuffer = new FramebufferObject(nullptr);
-    }
-    if (viewport.width() != m_width || viewport.height() != m_height) {
-        resize(viewport.width(), viewport.height());
-    }
+    provideTargets(m_framebuffer, m_width, m_height, m_inputs[Viewport].value.toRect(),
+                   {{GL_COLOR_ATTACHMENT0, GL_RGBA, GL_BGRA, GL_FLOAT},
+                    {GL_COLOR_ATTACHMENT1, GL_RGBA, GL_BGRA, GL_FLOAT},
+                    depthTarget});
     if (!m_program) {
-        buildProgram();
+        buildModelProgram(provide(m_program), {u"out_FragColor"_s, u"out_Id"_s}, vertexSource,
+                          fragmentSource);
     }
 
     const AutoBinder framebufferBinder(m_framebuffer);
@@ -122,33 +110,13 @@ void ForwardRenderPass::start(RenderCallbacks* /*callbacks*/)
     if (model) {
         const AutoEnabler depthTest(GL_DEPTH_TEST);
         const AutoBinder programBinder(m_program);
-        m_program->setUniform(m_projectionMatrix, projection);
-        m_program->setUniform(m_cameraMatrix, camera);
+        m_program->setUniform(m_projectionMatrix, m_inputs[ProjectionMatrix].value.value<QMatrix4x4>());
+        m_program->setUniform(m_cameraMatrix, m_inputs[CameraMatrix].value.value<QMatrix4x4>());
         checkGLError(sourceFile, 227);
         model->draw(m_program, 0, 0, WindingType::CounterClockwise);
     }
-    m_outputs[Frame].value = textureVariant(m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
-    m_outputs[Id].value = textureVariant(m_framebuffer->attachment(GL_COLOR_ATTACHMENT1));
-}
-
-void ForwardRenderPass::resize(int width, int height)
-{
-    m_width = width;
-    m_height = height;
-    const AutoBinder framebufferBinder(m_framebuffer);
-    for (const unsigned int attachment : {GL_COLOR_ATTACHMENT0, GL_COLOR_ATTACHMENT1}) {
-        replaceAttachment(m_framebuffer, attachment, makeTarget(width, height, GL_RGBA, GL_BGRA, GL_FLOAT));
-    }
-    replaceAttachment(m_framebuffer, GL_DEPTH_ATTACHMENT, makeDepthTarget(width, height));
-}
-
-void ForwardRenderPass::buildProgram()
-{
-    m_program = new ShaderProgram(nullptr);
-    m_program->setFragDataLocations({u"out_FragColor"_s, u"out_Id"_s});
-    addModelVertexShaders(m_program, vertexSource);
-    addModelFragmentShaders(m_program, fragmentSource);
-    Qel::buildProgram(m_program);
+    m_outputs[Frame].value = attachedTexture(m_framebuffer, GL_COLOR_ATTACHMENT0);
+    m_outputs[Id].value = attachedTexture(m_framebuffer, GL_COLOR_ATTACHMENT1);
 }
 
 } // namespace Morvane::Qel

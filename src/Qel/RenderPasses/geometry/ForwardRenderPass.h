@@ -8,32 +8,38 @@ namespace Morvane::Qel {
 
 class FramebufferObject;
 
-/// Draws a whole model in one pass, lit by one directional light that stands still relative to the camera, by
-/// the Blinn-Phong model (J. F. Blinn: Models of light reflection for computer synthesized pictures, 1977).
+/// Draws a whole model in one pass, lit by one directional light at (1, 1, 1) in eye space, with the
+/// Blinn-Phong model (J. F. Blinn: Models of light reflection for computer synthesized pictures, 1977).
 ///
-/// Reads the model and the matrices; writes the lit colours, whose alpha is the material's dissolve (stored,
-/// not blended; 0 where nothing was drawn), and an image of primitive numbers plus one, 0 meaning background.
-/// Both are of the driver's default precision for GL_RGBA, which as a rule is 8 bits and clamps Ids to 1.
-/// Both are owned by the pass and are replaced when the size changes.
+/// Writes the lit colour, with the material's dissolve as alpha (stored, not blended; 0 where nothing was
+/// drawn), and an image of primitive numbers plus one, where 0 is the background. Both have the driver's
+/// default precision for GL_RGBA, usually 8 bits, which clamps every Id to 1. The pass owns both textures
+/// and replaces them when the size changes.
 ///
-/// GL state: relies on depth function, depth mask and face culling as they are; leaves the front face
+/// GL state: uses the depth function, depth mask and face culling in force. Leaves the front face
 /// counter-clockwise and the clear colour 0.
 ///
-/// Framebuffer, textures and program are deliberately not deleted with the pass: a program set from outside
-/// may be shared. A graph's resource scope deletes those that the pass made.
+/// Deliberate: framebuffer, textures and program are not deleted with the pass, since a program set from
+/// outside may be shared. A graph's resource scope deletes those that the pass made.
 class QEL_RENDERPASSES_EXPORT ForwardRenderPass : public RenderPassHelper
 {
 public:
     enum InputPort
     {
+        /// QRect in pixels; only the size counts.
         Viewport,
+        /// QMatrix4x4, eye space to clip space.
         ProjectionMatrix,
+        /// QMatrix4x4, world space to eye space.
         CameraMatrix,
+        /// GPUModel*.
         Geometry
     };
     enum OutputPort
     {
+        /// Texture*, GL_RGBA: the lit colour.
         Frame,
+        /// Texture*, GL_RGBA: primitive number plus one.
         Id
     };
 
@@ -42,17 +48,15 @@ public:
     ForwardRenderPass();
     ~ForwardRenderPass() override;
 
-    /// Draws with a program of the caller's, who keeps it: before the first start in place of the built-in
-    /// one, later instead of it. It must take the same uniforms ("u_ProjectionMatrix", "u_CameraMatrix") and
-    /// write the same fragment outputs ("out_FragColor", "out_Id").
+    /// Sets the program to draw with, which the caller keeps. Set before the first start, the built-in
+    /// program is never built; set later, it is no longer used. The program must have the uniforms
+    /// "u_ProjectionMatrix" and "u_CameraMatrix" and the fragment outputs
+    /// "out_FragColor" and "out_Id".
     void setShaderProgram(ShaderProgram* program);
 
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    void resize(int width, int height);
-    void buildProgram();
-
     FramebufferObject* m_framebuffer = nullptr;
     ShaderProgram* m_program = nullptr;
     int m_width = 0;

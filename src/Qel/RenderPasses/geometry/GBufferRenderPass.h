@@ -14,33 +14,39 @@ class FramebufferObject;
 /// Draws batches of geometry into a G-buffer without materials, for a deferred pass to shade (T. Saito,
 /// T. Takahashi: Comprehensible rendering of 3-D shapes, 1990).
 ///
-/// Reads one batch or a list of them (a QVariantList; other lists are converted in every frame), whose
-/// vertices are in world space, and the matrices; writes 32-bit float images of the normal as the vertices
-/// have it, interpolated and not normalised, of the texture coordinate, of the depth and of the primitive's
-/// number in its batch plus one, 0 meaning background. All are owned by the pass and are replaced when the
-/// size changes.
+/// The geometry is one batch or a list of batches with vertices in world space; give lists as a QVariantList,
+/// because other lists are converted in every frame. All outputs hold 32-bit floats: the interpolated normal,
+/// not normalised, the texture coordinate, the depth, and the primitive's number in its batch plus one, where
+/// 0 is the background. The pass owns the textures and replaces them when the size changes.
 ///
-/// GL state: relies on depth function, depth mask and face culling as they are, and clears to the clear
-/// colour in force, blending and scissor test being off; leaves the depth test enabled when there was
-/// geometry.
+/// GL state: uses the depth function, depth mask and face culling in force, and clears to the clear colour in
+/// force. Blending and scissor test must be off. Leaves the depth test enabled if there was geometry.
 ///
-/// Framebuffer, textures and program are deliberately not deleted with the pass: a program set from outside
-/// may be shared. A graph's resource scope deletes those that the pass made.
+/// Deliberate: framebuffer, textures and program are not deleted with the pass, since a program set from
+/// outside may be shared. A graph's resource scope deletes those that the pass made.
 class QEL_RENDERPASSES_EXPORT GBufferRenderPass : public RenderPassHelper
 {
 public:
     enum InputPort
     {
+        /// QRect in pixels; only the size counts.
         Viewport,
+        /// QMatrix4x4, eye space to clip space.
         ProjectionMatrix,
+        /// QMatrix4x4, world space to eye space.
         CameraMatrix,
+        /// DrawBuffers* or a list of them, vertices in world space.
         Geometry
     };
     enum OutputPort
     {
+        /// Texture*, RGB32F: world-space normal.
         Normal,
+        /// Texture*, RG32F.
         TexCoord,
+        /// Texture*, DEPTH_COMPONENT32F: 0 near, 1 far.
         Depth,
+        /// Texture*, R32F: primitive number plus one.
         Id
     };
 
@@ -51,25 +57,24 @@ public:
     GBufferRenderPass();
     ~GBufferRenderPass() override;
 
-    /// Draws with a program of the caller's, who keeps it: before the first start in place of the built-in
-    /// one, later instead of it. It must take the same uniforms ("u_ProjectionMatrix", "u_CameraMatrix") and
-    /// write the same fragment outputs ("out_Normal", "out_TexCoord", "out_Id").
+    /// Sets the program to draw with, which the caller keeps. Set before the first start, the built-in
+    /// program is never built; set later, it is no longer used. The program must have the uniforms
+    /// "u_ProjectionMatrix" and "u_CameraMatrix" and the fragment outputs
+    /// "out_Normal", "out_TexCoord" and "out_Id".
     void setShaderProgram(ShaderProgram* program);
 
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    void resize(int width, int height);
     void buildProgram();
     void drawEntry(const QVariant& entry);
-    void publish();
 
     FramebufferObject* m_framebuffer = nullptr;
     ShaderProgram* m_program = nullptr;
     std::vector<FBOConfig> m_attachments;
     int m_width = 0;
     int m_height = 0;
-    bool m_saidWhatIsNoBatch = false;
+    bool m_hasReportedEntry = false;
     Uniform m_projectionMatrix{"u_ProjectionMatrix"};
     Uniform m_cameraMatrix{"u_CameraMatrix"};
 };

@@ -12,35 +12,41 @@ class DrawBuffers;
 class FramebufferObject;
 class Texture;
 
-/// Shades the material G-buffer of ModelRenderPass by one directional light that stands still relative to the
-/// camera, by the Blinn-Phong model (J. F. Blinn: Models of light reflection for computer synthesized
-/// pictures, 1977): the picture of ForwardRenderPass, but for normals, which the G-buffer holds at unit
-/// length.
+/// Shades the G-buffer of ModelRenderPass with one directional light at (1, 1, 1) in eye space, with the
+/// Blinn-Phong model (J. F. Blinn: Models of light reflection for computer synthesized pictures, 1977). The
+/// result is that of ForwardRenderPass, except that normals have unit length.
 ///
-/// Reads diffuse and specular colours, the latter with the shininess as alpha, and normals in eye space;
-/// writes the lit colours in 8 bits, clamped, with the dissolve from the diffuse alpha as alpha. The texture
-/// is owned by the pass and is replaced when the size changes. Matrices and depth are not read; that a
-/// depth was missing decides what stands in for other missing textures.
+/// Writes the lit colour in 8 bits, clamped, with the dissolve as alpha. The inputs are sampled at nearest.
+/// The pass owns the texture and replaces it when the size changes. Matrices and depth are not read; but
+/// whether a depth was ever missing decides what replaces other missing textures.
 ///
-/// GL state: relies on blending and scissor test being off; leaves the depth test disabled.
+/// GL state: blending and scissor test must be off. Leaves the depth test disabled.
 ///
-/// Framebuffer, textures and program are deliberately not deleted with the pass. A graph's resource scope
+/// Deliberate: framebuffer, textures and program are not deleted with the pass. A graph's resource scope
 /// deletes them.
 class QEL_RENDERPASSES_EXPORT ModelDeferredPass : public RenderPassHelper
 {
 public:
     enum InputPort
     {
+        /// QRect in pixels; only the size counts.
         Viewport,
+        /// QMatrix4x4; not used.
         ProjectionMatrix,
+        /// QMatrix4x4; not used.
         CameraMatrix,
+        /// Texture*: diffuse colour and dissolve.
         Diffuse,
+        /// Texture*: specular colour and shininess.
         Specular,
+        /// Texture*: eye-space normal.
         Normal,
+        /// Texture*; not read.
         Depth
     };
     enum OutputPort
     {
+        /// Texture*, GL_RGBA with 8 bits a channel.
         Frame
     };
 
@@ -52,9 +58,6 @@ public:
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    void resize(int width, int height);
-    void buildProgram();
-
     FramebufferObject* m_framebuffer = nullptr;
     ShaderProgram* m_program = nullptr;
     QSharedPointer<DrawBuffers> m_fullScreenBatch;

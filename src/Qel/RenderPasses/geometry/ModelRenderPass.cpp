@@ -1,18 +1,13 @@
 #include <Qel/RenderPasses/geometry/ModelRenderPass.h>
 
 #include <QMatrix4x4>
-#include <QRect>
 
 #include <epoxy/gl.h>
 
-#include <Qel/RenderPasses/support/FullScreen.h>
-#include <Qel/RenderPasses/support/ModelPrograms.h>
-#include <Qel/RenderPasses/support/Targets.h>
-#include <Qel/gl/FramebufferObject.h>
+#include <Qel/RenderPasses/framework/CommonPorts.h>
+#include <Qel/RenderPasses/framework/ModelPrograms.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/gl/GLErrors.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/Texture.h>
 #include <Qel/model/GPUModel.h>
 
 using namespace Qt::StringLiterals;
@@ -23,7 +18,7 @@ namespace {
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/ModelRenderPass";
 
-// The normal is extended with w = 1, so that the last column of the normal matrix takes part. Deliberate.
+// Deliberate: the normal is extended with w = 1, so the last column of the normal matrix contributes.
 const QString vertexSource = uR"(#version 150
 #instancedata "InstanceInfo"
 uniform mat4 u_CameraMatrix;
@@ -44,8 +39,8 @@ void main()
 }
 )"_s;
 
-// The line behind the marker is a comment until the marker is taken away. out_TexCoord has no attachment and
-// goes nowhere; deliberate.
+// Removing the marker turns the line behind it into code. Deliberate: out_TexCoord has no attachment and is
+// written nowhere.
 const QString discardMarker = u"//DODA "_s;
 const QString fragmentSource = uR"(#version 150
 #instancedata "OBJMaterial"
@@ -75,27 +70,30 @@ void main()
 const PassDescription& ModelRenderPass::description()
 {
     static const PassDescription description{
-        u"ModelRenderPass"_s,
-        u"Draws a model into images of its materials, normals, depth and primitives."_s,
-        {{u"Qel_QRect_Viewport"_s,
-          u"size of the textures; the origin is ignored"_s,
-          u"no texture is made"_s,
-          {},
-          u"pixels"_s},
-         {u"Qel_QMatrix4x4_ProjectionMatrix"_s, u"eye space to clip space"_s, u"identity"_s},
-         {u"Qel_QMatrix4x4_CameraMatrix"_s, u"world space to eye space"_s, u"identity"_s},
-         {u"Qel_QelGPUModel*_Geometry"_s, u"the model; all its batches are drawn"_s,
-          u"the textures are cleared to 0, the depth to 1"_s}},
-        {{u"Qel_QelTexture*_Diffuse"_s, u"diffuse colour, alpha the dissolve; RGBA32F, owned by the pass"_s},
-         {u"Qel_QelTexture*_Specular"_s,
-          u"specular colour, alpha the shininess; RGBA32F, owned by the pass"_s},
-         {u"Qel_QelTexture*_Normal"_s, u"normal in eye space, of unit length; RGB32F, owned by the pass"_s},
-         {u"Qel_QelTexture*_Depth"_s,
-          u"depth from 0 at the near plane to 1; DEPTH_COMPONENT32F, owned by the pass"_s},
-         {u"Qel_QelTexture*_Id"_s,
-          u"number of the primitive plus one, 0 where there is none; R32F, owned by the pass"_s}},
-        {{u"discardOnDiffuseAlpha"_s,
-          u"whether fragments whose diffuse map has an alpha of 0.01 or less are discarded"_s, false}}};
+        .type = u"ModelRenderPass"_s,
+        .summary = u"Draws a model into a G-buffer of materials, normals, depth and primitive numbers."_s,
+        .inputs = {viewportInput(u"size of the outputs; the origin is ignored"_s, u"no texture is made"_s),
+                   projectionMatrixInput(), cameraMatrixInput(),
+                   modelInput(u"the model; all its batches are drawn"_s,
+                              u"the outputs are cleared to 0, the depth to 1"_s)},
+        .outputs = {{.name = u"Qel_QelTexture*_Diffuse"_s,
+                     .meaning = u"the diffuse colour, alpha holding the dissolve; RGBA32F, owned by the "
+                                "pass"_s},
+                    {.name = u"Qel_QelTexture*_Specular"_s,
+                     .meaning = u"the specular colour, alpha holding the shininess, not clamped; RGBA32F, "
+                                "owned by the pass"_s},
+                    {.name = u"Qel_QelTexture*_Normal"_s,
+                     .meaning = u"the eye-space normal, of unit length; RGB32F, owned by the pass"_s},
+                    {.name = u"Qel_QelTexture*_Depth"_s,
+                     .meaning = u"the depth, from 0 at the near plane to 1 at the far plane; "
+                                "DEPTH_COMPONENT32F, owned by the pass"_s},
+                    {.name = u"Qel_QelTexture*_Id"_s,
+                     .meaning = u"the primitive's number plus one, 0 for the background; R32F, owned by the "
+                                "pass"_s}},
+        .options = {{.name = u"discardOnDiffuseAlpha"_s,
+                     .meaning = u"whether to discard fragments whose diffuse map has an alpha of 0.01 or "
+                                "less"_s,
+                     .defaultValue = false}}};
     return description;
 }
 
@@ -122,17 +120,9 @@ void ModelRenderPass::setDiscardOnDiffuseAlpha(bool discard)
 
 void ModelRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
-    const QRect viewport = m_inputs[Viewport].value.toRect();
-    const auto projection = m_inputs[ProjectionMatrix].value.value<QMatrix4x4>();
     const auto camera = m_inputs[CameraMatrix].value.value<QMatrix4x4>();
     auto* model = getInputPointer<GPUModel>(Geometry);
-
-    if (!m_framebuffer) {
-        m_framebuffer = new FramebufferObject(nullptr);
-    }
-    if (viewport.width() != m_width || viewport.height() != m_height) {
-        resize(viewport.width(), viewport.height());
-    }
+    provideTargets(m_framebuffer, m_width, m_height, m_inputs[Viewport].value.toRect(), m_attachments);
     if (!m_program) {
         buildProgram();
     }
@@ -144,45 +134,26 @@ void ModelRenderPass::start(RenderCallbacks* /*callbacks*/)
     if (model) {
         OpenGLDeviceContext::current()->enable(GL_DEPTH_TEST);
         const AutoBinder programBinder(m_program);
-        m_program->setUniform(m_projectionMatrix, projection);
+        m_program->setUniform(m_projectionMatrix, m_inputs[ProjectionMatrix].value.value<QMatrix4x4>());
         m_program->setUniform(m_cameraMatrix, camera);
         m_program->setUniform(m_normalMatrix, camera.inverted().transposed());
         checkGLError(sourceFile, 265);
         model->draw(m_program, 0, 0, WindingType::CounterClockwise);
     }
-    publish();
-}
-
-void ModelRenderPass::resize(int width, int height)
-{
-    m_width = width;
-    m_height = height;
-    replaceTargets(m_framebuffer, m_attachments, width, height);
+    m_outputs[Diffuse].value = attachedTexture(m_framebuffer, GL_COLOR_ATTACHMENT0);
+    m_outputs[Specular].value = attachedTexture(m_framebuffer, GL_COLOR_ATTACHMENT1);
+    m_outputs[Normal].value = attachedTexture(m_framebuffer, GL_COLOR_ATTACHMENT2);
+    m_outputs[Depth].value = attachedTexture(m_framebuffer, GL_DEPTH_ATTACHMENT);
+    m_outputs[Id].value = attachedTexture(m_framebuffer, GL_COLOR_ATTACHMENT3);
 }
 
 void ModelRenderPass::buildProgram()
 {
-    QString fragments = fragmentSource;
+    QString source = fragmentSource;
     if (m_discardOnDiffuseAlpha) {
-        fragments.replace(discardMarker, QString());
+        source.remove(discardMarker);
     }
-    m_program = new ShaderProgram(nullptr);
-    m_program->setFragDataLocations(outputNames(m_attachments));
-    addModelVertexShaders(m_program, vertexSource);
-    addModelFragmentShaders(m_program, fragments);
-    Qel::buildProgram(m_program);
-}
-
-void ModelRenderPass::publish()
-{
-    const auto attached = [&](unsigned int attachment) {
-        return textureVariant(m_framebuffer->attachment(attachment));
-    };
-    m_outputs[Diffuse].value = attached(GL_COLOR_ATTACHMENT0);
-    m_outputs[Specular].value = attached(GL_COLOR_ATTACHMENT1);
-    m_outputs[Normal].value = attached(GL_COLOR_ATTACHMENT2);
-    m_outputs[Depth].value = attached(GL_DEPTH_ATTACHMENT);
-    m_outputs[Id].value = attached(GL_COLOR_ATTACHMENT3);
+    buildModelProgram(provide(m_program), fragmentOutputs(m_attachments), vertexSource, source);
 }
 
 } // namespace Morvane::Qel

@@ -11,36 +11,44 @@ namespace Morvane::Qel {
 
 class FramebufferObject;
 
-/// Draws a whole model, with its instances and materials, into a material G-buffer, for a deferred pass to
-/// shade (T. Saito, T. Takahashi: Comprehensible rendering of 3-D shapes, 1990).
+/// Draws a whole model, with its instances and materials, into a G-buffer for a deferred pass to shade
+/// (T. Saito, T. Takahashi: Comprehensible rendering of 3-D shapes, 1990).
 ///
-/// Reads the model and the matrices; writes 32-bit float images of the diffuse colour (alpha: dissolve), the
-/// specular colour (alpha: shininess, unclamped), the eye-space normal of unit length, the depth and the
-/// primitive's number plus one, 0 meaning background. All are owned by the pass and are replaced when the
-/// size changes.
+/// All outputs hold 32-bit floats: the diffuse colour with the dissolve as alpha, the specular colour with
+/// the shininess as alpha, not clamped, the eye-space normal of unit length, the depth, and the primitive's
+/// number plus one, where 0 is the background. The pass owns the textures and replaces them when the size
+/// changes.
 ///
-/// GL state: relies on depth function, depth mask and face culling as they are; leaves the front face
-/// counter-clockwise and the clear colour 0
-/// and, when a model was drawn, the depth test enabled.
+/// GL state: uses the depth function, depth mask and face culling in force. Leaves the front face
+/// counter-clockwise, the clear colour 0 and, if a model was drawn, the depth test enabled.
 ///
-/// Framebuffer, textures and program are deliberately not deleted with the pass: a program set from outside
-/// may be shared. A graph's resource scope deletes those that the pass made.
+/// Deliberate: framebuffer, textures and program are not deleted with the pass, since a program set from
+/// outside may be shared. A graph's resource scope deletes those that the pass made.
 class QEL_RENDERPASSES_EXPORT ModelRenderPass : public RenderPassHelper
 {
 public:
     enum InputPort
     {
+        /// QRect in pixels; only the size counts.
         Viewport,
+        /// QMatrix4x4, eye space to clip space.
         ProjectionMatrix,
+        /// QMatrix4x4, world space to eye space.
         CameraMatrix,
+        /// GPUModel*.
         Geometry
     };
     enum OutputPort
     {
+        /// Texture*, RGBA32F: diffuse colour and dissolve.
         Diffuse,
+        /// Texture*, RGBA32F: specular colour and shininess.
         Specular,
+        /// Texture*, RGB32F: eye-space normal.
         Normal,
+        /// Texture*, DEPTH_COMPONENT32F: 0 near, 1 far.
         Depth,
+        /// Texture*, R32F: primitive number plus one.
         Id
     };
 
@@ -51,19 +59,19 @@ public:
     ModelRenderPass();
     ~ModelRenderPass() override;
 
-    /// Draws with a program of the caller's, who keeps it: before the first start in place of the built-in
-    /// one, later instead of it. It must take the same uniforms and write the same fragment outputs.
+    /// Sets the program to draw with, which the caller keeps. Set before the first start, the built-in
+    /// program is never built; set later, it is no longer used. The program must have the uniforms
+    /// "u_ProjectionMatrix", "u_CameraMatrix" and "u_NormalMatrix" and the fragment outputs
+    /// "out_Kd", "out_Ks", "out_Normal" and "out_Id".
     void setShaderProgram(ShaderProgram* program);
-    /// Whether fragments whose diffuse map has an alpha of 0.01 or less are discarded. Takes effect when the
-    /// built-in program is built, on the first start; later changes have none.
+    /// Sets whether to discard fragments whose diffuse map has an alpha of 0.01 or less. Takes effect when
+    /// the built-in program is built, on the first start; later changes have none.
     void setDiscardOnDiffuseAlpha(bool discard);
 
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    void resize(int width, int height);
     void buildProgram();
-    void publish();
 
     FramebufferObject* m_framebuffer = nullptr;
     ShaderProgram* m_program = nullptr;

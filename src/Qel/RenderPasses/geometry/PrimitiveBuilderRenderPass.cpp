@@ -28,7 +28,7 @@ struct Vertex
     std::array<float, 2> texCoord;
 };
 
-/// A shape of size 1 around the origin.
+/// A shape of size 1, centred on the origin.
 struct Shape
 {
     std::span<const Vertex> vertices;
@@ -50,10 +50,10 @@ constexpr size_t numCubeVertices = 6 * verticesPerFace;
 /// Faces z-, z+, x-, x+, y-, y+, each of two triangles that share no vertex.
 constexpr std::array<Vertex, numCubeVertices> makeCubeVertices()
 {
-    // The corners of a face by the signs along the first and the second axis that it lies in.
+    // The corners of a face, as signs along its first and second axis.
     constexpr std::array<std::array<float, 2>, verticesPerFace> corners{
         {{-1, -1}, {-1, 1}, {1, -1}, {-1, 1}, {1, -1}, {1, 1}}};
-    // The axis of the normal and the two axes of the plane.
+    // Normal axis, first axis, second axis.
     constexpr std::array<std::array<size_t, 3>, 3> axes{{{2, 0, 1}, {0, 2, 1}, {1, 2, 0}}};
     std::array<Vertex, numCubeVertices> vertices{};
     for (size_t face = 0; face < 6; ++face) {
@@ -67,7 +67,8 @@ constexpr std::array<Vertex, numCubeVertices> makeCubeVertices()
             vertex.position[firstAxis] = 0.5F * first;
             vertex.position[secondAxis] = 0.5F * second;
             vertex.normal[normalAxis] = side;
-            // A unit square on the diagonal for each face, so that the coordinate tells the face: deliberate.
+            // Deliberate: each face has its own unit square on the diagonal, so the coordinate tells the
+            // face.
             vertex.texCoord = {first < 0 ? f + 1 : f, second < 0 ? f + 1 : f};
         }
     }
@@ -89,7 +90,7 @@ Shape shapeOf(PrimitiveBuilderRenderPass::PrimitiveType type)
                                                     : Shape{quadVertices, quadIndices};
 }
 
-/// The arrays of a batch, as they are uploaded.
+/// The contents of a batch, laid out for upload.
 struct Arrays
 {
     std::vector<float> positions;
@@ -128,15 +129,15 @@ void Arrays::append(const PrimitiveBuilderRenderPass::PrimitiveInfo& primitive)
     const Shape shape = shapeOf(primitive.type);
     const auto firstVertex = static_cast<unsigned int>(positions.size() / 3);
     const auto firstIndex = static_cast<unsigned int>(indices.size());
-    // The indices below count from the first vertex of the batch already, so that an indirect draw of any
-    // primitive but the first adds the base vertex twice: deliberate.
+    // Deliberate: the indices below already count from the first vertex of the batch, so an indirect draw
+    // adds the base vertex twice.
     commands.emplace_back(static_cast<unsigned int>(shape.indices.size()), 1, firstIndex, firstVertex, 0);
     for (const Vertex& vertex : shape.vertices) {
         for (size_t axis = 0; axis < 3; ++axis) {
             positions.push_back(vertex.position[axis] * primitive.size +
                                 primitive.position[static_cast<int>(axis)]);
         }
-        // Not affected by the size, even by a negative one, which turns the shape inside out.
+        // A negative size turns the shape inside out but leaves the normals.
         normals.insert(normals.end(), vertex.normal.begin(), vertex.normal.end());
         texCoords.insert(texCoords.end(), vertex.texCoord.begin(), vertex.texCoord.end());
     }
@@ -150,25 +151,30 @@ void Arrays::append(const PrimitiveBuilderRenderPass::PrimitiveInfo& primitive)
 const PassDescription& PrimitiveBuilderRenderPass::description()
 {
     static const PassDescription description{
-        u"PrimitiveBuilderRenderPass"_s,
-        u"Makes a batch of cubes and quads, for passes that draw geometry."_s,
-        {},
-        {{u"Qel_QelDrawBuffers*_Geometry"_s,
-          u"all primitives in one batch, with normals and texture coordinates, in world space; "
-          "owned by the pass until the primitives change; null before any was added or set"_s}},
-        {{u"primitives"_s,
-          u"the cubes and quads, in the order in which they are drawn"_s,
-          QVariantList(),
-          {},
-          false,
-          {{u"type"_s,
-            u"a cube spans 1 x size in each direction; a quad 2 x size in x and y, facing -z"_s,
-            u"cube"_s,
-            {u"cube"_s, u"quad"_s}},
-           {u"size"_s, u"what the unit shape is scaled by"_s, 1.0F},
-           {u"position"_s, u"its centre in world space"_s, QVector3D()}}},
-         {u"useIndirectDrawCommands"_s,
-          u"whether the batch also gets one indirect draw command for each primitive"_s, true}}};
+        .type = u"PrimitiveBuilderRenderPass"_s,
+        .summary = u"Makes a batch of cubes and quads for passes that draw geometry."_s,
+        .inputs = {},
+        .outputs = {{.name = u"Qel_QelDrawBuffers*_Geometry"_s,
+                     .meaning = u"all primitives in one batch, with world-space positions, normals and "
+                                "texture coordinates; owned by the pass until the primitives change; null "
+                                "until one was added or an option set"_s}},
+        .options = {
+            {.name = u"primitives"_s,
+             .meaning = u"the cubes and quads, in drawing order"_s,
+             .defaultValue = QVariantList(),
+             .members = {{.name = u"type"_s,
+                          .meaning = u"a cube has edges of length size; a quad spans 2 x size in x "
+                                     "and y and faces -z"_s,
+                          .defaultValue = u"cube"_s,
+                          .choices = {u"cube"_s, u"quad"_s}},
+                         {.name = u"size"_s, .meaning = u"scale of the unit shape"_s, .defaultValue = 1.0F},
+                         {.name = u"position"_s,
+                          .meaning = u"the centre, in world space"_s,
+                          .defaultValue = QVector3D()}}},
+            {.name = u"useIndirectDrawCommands"_s,
+             .meaning = u"whether the batch also gets one indirect draw command for each "
+                        "primitive"_s,
+             .defaultValue = true}}};
     return description;
 }
 

@@ -11,23 +11,24 @@ namespace Morvane::Qel {
 
 class DrawBuffers;
 
-/// Makes geometry without a model file: cubes and quads of given sizes and places, all in one batch.
+/// Makes geometry without a model file: cubes and quads of given sizes and positions, all in one batch.
 ///
-/// Writes the batch, of triangles with positions ("va_Vertex") in world space, normals ("va_Normal") and
-/// texture coordinates ("va_TexCoord"). It is built anew at the first start after a change, which deletes the
-/// one before. No pixels are drawn and no GL state is changed.
+/// The batch consists of triangles with world-space positions ("va_Vertex"), normals ("va_Normal") and
+/// texture coordinates ("va_TexCoord"). The first start after a change builds a new batch and deletes the
+/// old one. The pass draws nothing and changes no GL state.
 ///
-/// Cubes span 1 x size around their place; face f of them has texture coordinates from f to f + 1 in both
-/// directions, so that a shader can tell the faces (z-, z+, x-, x+, y-, y+) apart. Quads span 2 x size in x
-/// and y and face -z, with texture coordinates from 0 to 1. The triangles of both wind either way: do not
-/// cull.
+/// Cubes have edges of length size. Face f has texture coordinates from f to f + 1 in both directions, so
+/// that a shader can tell the faces (z-, z+, x-, x+, y-, y+) apart. Quads span 2 x size in x and y and face
+/// -z, with texture coordinates from 0 to 1. The triangles of both have mixed winding: draw them without face
+/// culling.
 ///
-/// The last batch is deliberately not deleted with the pass. A graph's resource scope deletes it.
+/// Deliberate: the last batch is not deleted with the pass. A graph's resource scope deletes it.
 class QEL_RENDERPASSES_EXPORT PrimitiveBuilderRenderPass : public RenderPassHelper
 {
 public:
     enum OutputPort
     {
+        /// DrawBuffers*, null before anything was added or set.
         Geometry
     };
     enum PrimitiveType
@@ -44,9 +45,9 @@ public:
         {
         }
         PrimitiveType type;
-        /// What the unit shape is scaled by.
+        /// Scale of the unit shape.
         float size;
-        /// Where its centre goes.
+        /// Its centre, in world space.
         QVector3D position;
     };
 
@@ -55,10 +56,12 @@ public:
     PrimitiveBuilderRenderPass();
     ~PrimitiveBuilderRenderPass() override;
 
+    /// Appends a quad of 2 x size by 2 x size with its centre at a world-space position.
     void addQuad(float size, const QVector3D& position);
+    /// Appends a cube with edges of length size and its centre at a world-space position.
     void addCube(float size, const QVector3D& position);
-    /// Whether the batch also gets one indirect command for each primitive, which is the initial setting. The
-    /// batch is built anew even when the setting stays the same.
+    /// Sets whether the batch also gets one indirect draw command for each primitive; initially it does. The
+    /// batch is rebuilt even if the setting stays the same.
     void setUseIndirectDrawCommands(bool use);
 
     void start(RenderCallbacks* callbacks) override;

@@ -2,13 +2,9 @@
 
 #include <epoxy/gl.h>
 
-#include <Qel/RenderPasses/support/FullScreen.h>
-#include <Qel/RenderPasses/support/Targets.h>
-#include <Qel/gl/FramebufferObject.h>
+#include <Qel/RenderPasses/framework/CommonPorts.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/gl/GLErrors.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/Texture.h>
 
 using namespace Qt::StringLiterals;
 
@@ -22,7 +18,8 @@ const QString viewportPort = u"Qel_QRect_Viewport"_s;
 const QString idPort = u"Qel_QelTexture*_Id"_s;
 const QString framePort = u"Qel_QelTexture*_Frame"_s;
 
-// The threshold on parts, which are whole numbers by then, amounts to whether they differ. Deliberate.
+// Deliberate: parts are whole numbers by the time they are compared, so the threshold only tells whether they
+// differ.
 const QString fragmentSource = uR"(#version 150
 uniform sampler2D u_IdSampler;
 uniform int u_IdSamplerWidth;
@@ -31,7 +28,7 @@ uniform vec4 u_WireframeColour;
 in vec2 vo_TexCoord;
 out vec4 out_FragColor;
 
-// Ids that lost a little on the way to a float and back become whole again.
+// Restores Ids that lost a little precision, such as 4.9999, to whole numbers.
 ivec4 clampi(vec4 v)
 {
     return ivec4(floor(v + 0.1));
@@ -69,18 +66,16 @@ void main()
 const PassDescription& WireframeRenderPass::description()
 {
     static const PassDescription description{
-        u"WireframeRenderPass"_s,
-        u"Draws the edges of primitives as an overlay, from an image of their numbers."_s,
-        {{viewportPort,
-          u"size of the result, and the part of it that is drawn"_s,
-          u"1 x 1"_s,
-          {},
-          u"pixels, origin at the lower left"_s},
-         {idPort,
-          u"numbers of primitives plus one, in floats (8 bits clamp them); a third component "
-          "numbers the parts of a tessellated primitive"_s,
-          u"no output"_s}},
-        {{framePort, u"the edges in faint white, up to 26 / 255, premultiplied; RGBA8, pooled"_s}}};
+        .type = u"WireframeRenderPass"_s,
+        .summary = u"Draws the edges of primitives as an overlay, from an image of primitive numbers."_s,
+        .inputs = {viewportInput(u"size of the output, and the part of it that is drawn"_s, u"1 x 1"_s),
+                   {.name = idPort,
+                    .meaning = u"primitive numbers plus one, as floats (8 bits clamp them); a third "
+                               "component numbers the parts of a tessellated primitive"_s,
+                    .whenMissing = u"no output"_s}},
+        .outputs = {{.name = framePort,
+                     .meaning = u"the edges in faint white, up to 26 / 255, premultiplied; RGBA8, from the "
+                                "pool"_s}}};
     return description;
 }
 
@@ -106,21 +101,28 @@ void WireframeRenderPass::start(RenderCallbacks* /*callbacks*/)
         return;
     }
 
-    if (!m_framebuffer) {
-        m_framebuffer = std::make_unique<FramebufferObject>(nullptr);
-    }
-    const AutoBinder framebufferBinder(m_framebuffer.get());
-    attachTempTarget(m_framebuffer.get(), TextureFormat::RGBA8, viewport.width(), viewport.height());
-    if (!m_program) {
-        buildProgram();
-    }
-    draw(ids, viewport);
-    output.value = publishPooled(m_framebuffer->detach(GL_COLOR_ATTACHMENT0), output.users);
-    TextureManager::Instance()->releaseTempTextureRef(ids, 1);
+    const InputReferences inputs(ids);
+    const PooledTarget target(provide(m_framebuffer), TextureFormat::RGBA8, viewport.size());
+    provideScreenProgram(m_program, m_fullScreenBatch, {fragmentSource});
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    context->disable(GL_DEPTH_TEST);
+    context->setViewport(viewport.left(), viewport.top(), viewport.width(), viewport.height());
+    glClear(GL_COLOR_BUFFER_BIT);
+
+    const AutoBinder programBinder(m_program.get());
+    // Deliberate: the viewport's size, even if the Id texture has another.
+    m_program->setUniform(m_idSamplerWidth, viewport.width());
+    m_program->setUniform(m_idSamplerHeight, viewport.height());
+    m_program->setUniform(m_wireframeColour, QColor(26, 26, 26, 26));
+    checkGLError(sourceFile, 176);
+    // Deliberate: beyond the border the Id texture's own wrap mode decides.
+    const BoundSampler sampler(*m_program, m_idSampler, ids, Sampling::Own);
+    drawBatch(m_fullScreenBatch);
+    output.value = target.publish(output.users);
 }
 
-/// The pass knows its ports by name, wherever a derived class may have put them. Names are compared again
-/// only when ports have come or gone.
+/// Looks the ports up by name, because a derived class may have moved them; only when the number of ports has
+/// changed.
 void WireframeRenderPass::findPorts()
 {
     if (m_inputs.size() == m_numInputsSeen && m_outputs.size() == m_numOutputsSeen) {
@@ -129,34 +131,6 @@ void WireframeRenderPass::findPorts()
     m_numInputsSeen = m_inputs.size();
     m_numOutputsSeen = m_outputs.size();
     m_ports = {findInput(viewportPort), findInput(idPort), findOutput(framePort)};
-}
-
-void WireframeRenderPass::buildProgram()
-{
-    m_program = std::make_unique<ShaderProgram>(nullptr);
-    addFullScreenShaders(m_program.get(), fragmentSource);
-    Qel::buildProgram(m_program.get());
-    m_fullScreenBatch = OpenGLDeviceContext::current()->fullScreenTriangle();
-    enableArrays(m_fullScreenBatch, m_program.get());
-}
-
-void WireframeRenderPass::draw(Texture* ids, const QRect& viewport)
-{
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    m_framebuffer->setDrawBuffers();
-    context->disable(GL_DEPTH_TEST);
-    context->setViewport(viewport.left(), viewport.top(), viewport.width(), viewport.height());
-    glClear(GL_COLOR_BUFFER_BIT);
-
-    const AutoBinder programBinder(m_program.get());
-    // The viewport's size, whatever that of the Ids is. Deliberate.
-    m_program->setUniform(m_idSamplerWidth, viewport.width());
-    m_program->setUniform(m_idSamplerHeight, viewport.height());
-    m_program->setUniform(m_wireframeColour, QColor(26, 26, 26, 26));
-    checkGLError(sourceFile, 176);
-    const AutoBinder idBinder(ids);
-    m_program->setUniform(m_idSampler, ids->unit());
-    drawBatch(m_fullScreenBatch.data());
 }
 
 } // namespace Morvane::Qel

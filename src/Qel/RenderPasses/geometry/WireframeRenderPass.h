@@ -14,21 +14,23 @@ class DrawBuffers;
 class FramebufferObject;
 class Texture;
 
-/// Draws the edges of primitives as an overlay, from an image of their numbers alone: a pixel is drawn the
-/// stronger the more of its eight neighbours belong to another primitive.
+/// Draws the edges of primitives as an overlay, from an image of primitive numbers alone. The more of a
+/// pixel's eight neighbours belong to another primitive, the stronger it is drawn.
 ///
-/// Reads an Id image as the scene passes write it: the first component is the number of the primitive plus
-/// one, 0 meaning background; a third one, where there is one, numbers the parts of a tessellated primitive,
-/// whose edges count a third. Ids are rounded down after 0.1 is added. What lies beyond the border follows
-/// the image's wrap mode.
+/// Reads an Id image as the scene passes write it: the first component is the primitive's number plus one,
+/// where 0 is the background; the third component, if there is one, numbers the parts of a tessellated
+/// primitive, whose edges weigh a third. Ids are rounded down after 0.1 is added.
 ///
-/// Writes 26 / 255 in all four components, scaled by the fraction of differing neighbours: a premultiplied
-/// colour, which composites as a faint white. The result is a pooled texture (RGBA8) of the viewport's size
-/// whose references its consumers own. Neighbours are one pixel of the viewport apart, also where the Id
-/// image is of another size. A viewport whose origin is not 0 shifts the drawing inside the result; what lies
-/// outside keeps the clear colour in force.
+/// Deliberate: neighbours beyond the border follow the wrap mode of the Id texture. The Ids of the scene
+/// passes repeat, so pixels at opposite borders count as neighbours, and the overlay draws the frame's
+/// border.
 ///
-/// GL state: relies on blending and scissor test being off; leaves the depth test off.
+/// Writes 26 / 255 in all four components, scaled by the weight of the differing neighbours: a premultiplied
+/// faint white. The output is a pooled texture (RGBA8) of the viewport's size whose references its consumers
+/// own. Neighbours are one pixel of the viewport apart, even if the Id image has another size. A viewport
+/// whose origin is not 0 shifts the drawing inside the output; the rest keeps the clear colour in force.
+///
+/// GL state: blending and scissor test must be off. Leaves the depth test off.
 class QEL_RENDERPASSES_EXPORT WireframeRenderPass : public RenderPassHelper
 {
 public:
@@ -40,7 +42,7 @@ public:
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    /// Where the ports that the pass knows by name are, -1 for one that is not there.
+    /// Indices of the ports, -1 for one that does not exist.
     struct Ports
     {
         int viewport = -1;
@@ -48,14 +50,12 @@ private:
         int frame = -1;
     };
     void findPorts();
-    void buildProgram();
-    void draw(Texture* ids, const QRect& viewport);
 
     std::unique_ptr<FramebufferObject> m_framebuffer;
     std::unique_ptr<ShaderProgram> m_program;
     QSharedPointer<DrawBuffers> m_fullScreenBatch;
     Ports m_ports;
-    /// How many ports there were when they were looked up.
+    /// The numbers of ports at the last look-up.
     size_t m_numInputsSeen = 0;
     size_t m_numOutputsSeen = 0;
     Uniform m_idSampler{"u_IdSampler"};

@@ -2,17 +2,12 @@
 
 #include <epoxy/gl.h>
 
-#include <Qel/RenderPasses/framework/InputPointers.h>
-#include <Qel/RenderPasses/support/FullScreen.h>
+#include <Qel/RenderPasses/framework/CommonPorts.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/RenderPasses/support/Numbers.h>
-#include <Qel/RenderPasses/support/Targets.h>
 #include <Qel/core/Diagnostics.h>
 #include <Qel/gl/Formats.h>
-#include <Qel/gl/FramebufferObject.h>
 #include <Qel/gl/GLErrors.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/Texture.h>
 
 using namespace Qt::StringLiterals;
 
@@ -20,11 +15,12 @@ namespace Morvane::Qel {
 
 namespace {
 
+/// Bounds the loop of the shader: a GPU that loops for seconds is reset.
 constexpr int maxSamples = 1024;
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/ScalableAmbientObscuranceRenderPass";
 
-// Linked into the program for others to call. Deliberate.
+// Linked into the program although nothing calls it. Deliberate.
 const QString positionSource = uR"(#version 150
 uniform mat4 u_InvProjMatrix;
 
@@ -35,12 +31,12 @@ vec3 positionFromDepth(vec2 uv, float depth)
 }
 )"_s;
 
-// The level of a tap follows from its radius as a fraction of the picture, not in pixels as it was published,
-// and so it stays 0 within any picture. Deliberate; a negative offset raises it. Deliberate too: the numbers
-// that are compiled in and that the uniforms supersede, and radius2, which nothing reads. Normals of the
-// texture are brought to unit length in both modes.
+// The mip level of a tap is computed from its radius as a fraction of the frame, not in pixels as published.
+// Deliberate: the level is therefore always 0 unless the offset is negative. Deliberate too: radius2, which
+// nothing reads, and the compiled-in defaults, which the uniforms always override. Normals from the texture
+// are normalised in both modes.
 //
-// max(0.0, x) is 0 where x is not a number, as with a radius of 0; max(x, 0.0) is not.
+// max(0.0, x) returns 0 if x is NaN, as with a radius of 0; max(x, 0.0) does not.
 const QString fragmentSource = uR"(#version 400
 #ifdef GL_ARB_gpu_shader5
 #extension GL_ARB_gpu_shader5 : enable
@@ -52,9 +48,9 @@ const QString fragmentSource = uR"(#version 400
 #define MAX_MIP_LEVEL 5
 #define FAR_PLANE_Z -1e6
 
-uniform sampler2D CS_Z_buffer;         // depth, or eye-space positions
+uniform sampler2D CS_Z_buffer;         // depth or eye-space positions
 uniform mat4 u_Camera;
-uniform float projScale;               // pixels of one unit at distance 1
+uniform float projScale;               // size in pixels of one scene unit at distance 1
 uniform float radius;
 uniform float radius2;
 uniform float invRadius2;
@@ -66,7 +62,7 @@ uniform bool u_CalculateCSPosition;
 uniform float u_NumSamples = float(NUM_SAMPLES);
 uniform int u_LogMaxOffset = LOG_MAX_OFFSET;
 uniform float u_NumSpiralTurns = float(NUM_SPIRAL_TURNS);
-uniform int u_CoarsestLevel;           // that the depth has
+uniform int u_CoarsestLevel;           // coarsest mip level of the depth texture
 in vec2 vo_TexCoord;
 out vec4 out_FragColor;
 
@@ -95,8 +91,7 @@ vec3 normalAt(vec3 position)
 vec3 positionOf(ivec2 pixel, float depth)
 {
     float z = u_ClipInfo.x / (u_ClipInfo.y * depth + u_ClipInfo.z);
-    vec2 s = vec2(pixel) + 0.5;
-    return -vec3((s * u_ProjInfo.xy + u_ProjInfo.zw) * z, z);
+    return -vec3(((vec2(pixel) + 0.5) * u_ProjInfo.xy + u_ProjInfo.zw) * z, z);
 }
 
 int mipLevel(float tapFraction)
@@ -109,7 +104,7 @@ int mipLevel(float tapFraction)
     return int(clamp(magnitude - u_LogMaxOffset, 0, MAX_MIP_LEVEL));
 }
 
-// Where a tap is, in pixels from the centre, and the mip level that it wants.
+// A tap: its offset from the centre in pixels and the mip level to read.
 struct Tap
 {
     vec2 offset;
@@ -119,7 +114,7 @@ struct Tap
 Tap spiralTap(int i, float diskRadius, float rotation, float pixelWidth)
 {
     float alpha = (float(i) + 0.5) / u_NumSamples;
-    float angle = alpha * u_NumSpiralTurns * 6.28 + rotation; // not quite a full turn: deliberate
+    float angle = alpha * u_NumSpiralTurns * 6.28 + rotation; // 6.28, not 2 pi: deliberate
     float tapRadius = alpha * diskRadius;
     return Tap(tapRadius * vec2(cos(angle), sin(angle)), mipLevel(tapRadius * pixelWidth));
 }
@@ -132,7 +127,7 @@ vec3 positionFromDepthAt(ivec2 pixel, Tap tap, ivec2 size)
     return positionOf(tapPixel, texelFetch(CS_Z_buffer, texel, level).r);
 }
 
-// A quarter of what a tap contributes; the factor stands outside the sum.
+// A quarter of a tap's contribution; the factor 4 is applied to the sum.
 float contribution(vec3 v, vec3 n)
 {
     return max(0.0, 1.0 - dot(v, v) * invRadius2) * max(0.0, dot(v, n) - bias);
@@ -140,14 +135,14 @@ float contribution(vec3 v, vec3 n)
 
 void main()
 {
-    // Derivatives are undefined behind a discard, so all of them come before.
+    // All derivatives are taken before the discard, after which they would be undefined.
     vec2 pixelSize = fwidth(vo_TexCoord);
     ivec2 pixel = ivec2(gl_FragCoord.xy);
     ivec2 size = textureSize(CS_Z_buffer, 0);
     bool isBackground = false;
     vec3 P;
     if (u_CalculateCSPosition) {
-        // Neighbours beyond the border take part in derivatives.
+        // Helper invocations beyond the border contribute to derivatives.
         float depth = texelFetch(CS_Z_buffer, min(pixel, size - 1), 0).r;
         isBackground = depth == 1.0;
         P = positionOf(pixel, depth);
@@ -159,11 +154,11 @@ void main()
         discard;
     }
 
-    // Large and hardly random, as it was published. Deliberate.
+    // Large and hardly random, as published. Deliberate.
     float rotation = float((3 * (pixel.x ^ pixel.y) + pixel.x * pixel.y) * 10);
     float diskRadius = -projScale * radius / P.z;
     float sum = 0.0;
-    // The choice stands outside the loops, as software rasterisers pay for both sides of it.
+    // The branch is outside the loops because software rasterisers pay for both sides of a branch.
     if (u_CalculateCSPosition) {
         for (int i = 0; float(i) < u_NumSamples; ++i) {
             Tap tap = spiralTap(i, diskRadius, rotation, pixelSize.x);
@@ -181,27 +176,14 @@ void main()
 }
 )"_s;
 
-/// The source as the driver takes it. Nothing in it but what the extension guards needs more than version
-/// 150.
-QString fragmentSourceFor(const OpenGLDeviceContext* context)
+unsigned int depthAttachment(const Texture& depth)
 {
-    constexpr int firstWithVersion400 = 40;
-    QString source = fragmentSource;
-    if (context->version() < firstWithVersion400) {
-        source.replace(u"#version 400"_s, u"#version 150"_s);
-    }
-    return source;
-}
-
-unsigned int depthAttachment(const Texture* depth)
-{
-    switch (formatFromInternalFormat(depth->internalFormat())) {
-    case GL_DEPTH_STENCIL:
+    const unsigned int format = formatFromInternalFormat(depth.internalFormat());
+    if (format == GL_DEPTH_STENCIL) {
         return GL_DEPTH_STENCIL_ATTACHMENT;
-    case GL_DEPTH_COMPONENT:
-        break;
-    default:
-        // Attached all the same. Deliberate; GL then draws nothing.
+    }
+    if (format != GL_DEPTH_COMPONENT) {
+        // Attached as depth all the same. Deliberate: the framebuffer is incomplete and nothing is drawn.
         logFailedCheck(sourceFile, __LINE__, "false", u"Unhandled depth format"_s);
     }
     return GL_DEPTH_ATTACHMENT;
@@ -212,58 +194,71 @@ unsigned int depthAttachment(const Texture* depth)
 const PassDescription& ScalableAmbientObscuranceRenderPass::description()
 {
     static const PassDescription description{
-        u"ScalableAmbientObscuranceRenderPass"_s,
-        u"Darkens corners, creases and contacts: estimates how much ambient light arrives."_s,
-        {{u"Qel_QRect_Viewport"_s,
-          u"full-resolution size of the picture; the origin is ignored"_s,
-          u"1 x 1, and nothing is drawn"_s,
-          {},
-          u"pixels"_s},
-         {u"Qel_QMatrix4x4_ProjectionMatrix"_s,
-          u"eye space to clip space; an orthographic one needs the positions input"_s, u"identity"_s},
-         {u"Qel_QMatrix4x4_CameraMatrix"_s, u"world space to eye space, for world-space normals"_s,
-          u"identity"_s},
-         {u"Qel_float_NearPlane"_s,
-          u"distance of the near plane"_s,
-          u"0"_s,
-          {},
-          u"units of the scene, above 0"_s},
-         {u"Qel_float_FarPlane"_s,
-          u"distance of the far plane"_s,
-          u"0"_s,
-          {},
-          u"units of the scene, above the near plane"_s},
-         {u"Qel_QelTexture*_Depth"_s,
-          u"depth 0 to 1, with or without stencil, of the result's size; 1 is background"_s,
-          u"all of the result is 1, with the positions input too"_s},
-         {u"Qel_float_SAORadius"_s, u"how far away an occluder takes light"_s, u"0: nothing is obscured"_s,
-          0.08F, u"units of the scene, above 0"_s},
-         {u"Qel_float_SAOBias"_s, u"height above the surface from which an occluder counts; hides acne"_s,
-          u"0"_s, 0.03F, u"units of the scene, 0 or more, well below the radius"_s},
-         {u"Qel_float_SAOIntensity"_s, u"factor of the darkening; smaller radii need larger ones"_s,
-          u"0: nothing is obscured"_s, 1.0F, u"0 or more"_s},
-         {u"Qel_QelTexture*_CameraSpacePosition"_s, u"eye-space positions with mip levels 0 to 5"_s,
-          u"positions come out of the depth, for a perspective projection"_s},
-         {u"Qel_QelTexture*_Normal"_s,
-          u"normals, as the option \"normalProcessing\" says; whether there is one counts on "
-          "the first frame"_s,
-          u"normals are calculated from neighbouring positions"_s},
-         {u"Qel_float_SaoNumSamples"_s, u"number of taps, rounded down"_s, u"0: nothing is obscured"_s, 11.0F,
-          u"1 to 1024"_s},
-         {u"Qel_float_SaoNumLogMaxOffset"_s,
-          u"what is taken off the mip level of a tap, rounded down; the levels are 0 at 0 and "
-          "above"_s,
-          u"0"_s, 3.0F},
-         {u"Qel_float_SaoNumSpiralTurns"_s, u"turns of the spiral of taps, rounded down"_s, u"0"_s, 3.0F,
-          u"1 or more"_s},
-         {u"Qel_float_ResolutionDivider"_s, u"what the size is divided by; the result is rounded down"_s,
-          u"full resolution"_s, 1.0F, u"1 or more; 0 acts as 1"_s}},
-        {{u"Qel_QelTexture*_Frame"_s,
-          u"the visibility in red, green and blue, 1 being unoccluded; RGBA16F, pooled"_s}},
-        {{u"normalProcessing"_s,
-          u"what the normal texture holds: world-space normals or eye-space ones"_s,
-          u"transposeInvert"_s,
-          {u"transposeInvert"_s, u"screenspace"_s, u"calculate"_s}}}};
+        .type = u"ScalableAmbientObscuranceRenderPass"_s,
+        .summary = u"Darkens corners, creases and contacts by an estimate of ambient visibility."_s,
+        .inputs = {viewportInput(u"frame size before division; origin ignored"_s, u"1 x 1, nothing drawn"_s),
+                   projectionMatrixInput(),
+                   cameraMatrixInput(),
+                   {.name = u"Qel_float_NearPlane"_s,
+                    .meaning = u"distance of the near plane"_s,
+                    .whenMissing = u"0"_s,
+                    .range = u"scene units, above 0"_s},
+                   {.name = u"Qel_float_FarPlane"_s,
+                    .meaning = u"distance of the far plane"_s,
+                    .whenMissing = u"0"_s,
+                    .range = u"scene units, above the near plane"_s},
+                   {.name = u"Qel_QelTexture*_Depth"_s,
+                    .meaning =
+                        u"depth 0 to 1, with or without stencil, of the output's size; 1 is background"_s,
+                    .whenMissing = u"the output is 1 everywhere, even if positions are connected"_s},
+                   {.name = u"Qel_float_SAORadius"_s,
+                    .meaning = u"largest distance at which an occluder counts"_s,
+                    .whenMissing = u"0: nothing is occluded"_s,
+                    .defaultValue = 0.08F,
+                    .range = u"scene units, above 0"_s},
+                   {.name = u"Qel_float_SAOBias"_s,
+                    .meaning = u"smallest height above the surface at which an occluder counts; hides acne"_s,
+                    .whenMissing = u"0"_s,
+                    .defaultValue = 0.03F,
+                    .range = u"scene units, 0 or more, well below the radius"_s},
+                   {.name = u"Qel_float_SAOIntensity"_s,
+                    .meaning = u"strength of the darkening; a smaller radius needs a higher one"_s,
+                    .whenMissing = u"0: nothing is occluded"_s,
+                    .defaultValue = 1.0F,
+                    .range = u"0 or more"_s},
+                   {.name = u"Qel_QelTexture*_CameraSpacePosition"_s,
+                    .meaning = u"eye-space positions, mip levels 0 to 5; an orthographic view needs them"_s,
+                    .whenMissing = u"positions are reconstructed from the depth"_s,
+                    .range = u"scene units"_s},
+                   {.name = u"Qel_QelTexture*_Normal"_s,
+                    .meaning = u"normals in the space that the option \"normalProcessing\" names"_s,
+                    .whenMissing = u"on the first frame: computed from positions from then on"_s},
+                   {.name = u"Qel_float_SaoNumSamples"_s,
+                    .meaning = u"number of taps, rounded down"_s,
+                    .whenMissing = u"0: nothing is occluded"_s,
+                    .defaultValue = 11.0F,
+                    .range = u"1 to 1024"_s},
+                   {.name = u"Qel_float_SaoNumLogMaxOffset"_s,
+                    .meaning =
+                        u"subtracted from the mip level of a tap, rounded down; 0 and above reads level 0"_s,
+                    .whenMissing = u"0"_s,
+                    .defaultValue = 3.0F},
+                   {.name = u"Qel_float_SaoNumSpiralTurns"_s,
+                    .meaning = u"number of turns of the spiral, rounded down"_s,
+                    .whenMissing = u"0"_s,
+                    .defaultValue = 3.0F,
+                    .range = u"1 or more"_s},
+                   {.name = u"Qel_float_ResolutionDivider"_s,
+                    .meaning = u"divides the viewport's size; the result is rounded down"_s,
+                    .whenMissing = u"full resolution"_s,
+                    .defaultValue = 1.0F,
+                    .range = u"1 or more; 0 counts as 1"_s}},
+        .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
+                     .meaning = u"linear visibility, 1 is unoccluded; alpha 1; RGBA16F, from the pool"_s}},
+        .options = {{.name = u"normalProcessing"_s,
+                     .meaning = u"space of the normals: world (transposeInvert) or eye (screenspace)"_s,
+                     .defaultValue = u"transposeInvert"_s,
+                     .choices = {u"transposeInvert"_s, u"screenspace"_s, u"calculate"_s}}}};
     return description;
 }
 
@@ -280,50 +275,41 @@ void ScalableAmbientObscuranceRenderPass::setNormalProcessing(NormalProcessing p
         logFailedCheck(sourceFile, __LINE__, "NULL == m_shaderProgram",
                        u"Do not set the normal processing once a shader has been created."_s);
     }
-    // Kept although it was reported and has no effect. Deliberate.
+    // Stored although the call was reported as an error and has no effect. Deliberate.
     m_normalProcessing = processing;
 }
 
 void ScalableAmbientObscuranceRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
-    const QRect viewport = m_inputs[Viewport].value.toRect();
-    float divider = m_inputs[ResolutionDivider].value.toFloat();
-    if (divider == 0.0F) {
-        divider = 1.0F;
-    }
-    m_width = truncated(static_cast<float>(viewport.width()) / divider);
-    m_height = truncated(static_cast<float>(viewport.height()) / divider);
     auto* depth = getInputPointer<Texture>(Depth);
     auto* positions = getInputPointer<Texture>(CameraSpacePosition);
     auto* normals = getInputPointer<Texture>(Normal);
+    const InputReferences inputs(depth, positions, normals);
 
-    if (!m_framebuffer) {
-        m_framebuffer = std::make_unique<FramebufferObject>(nullptr);
-    }
-    const AutoBinder framebufferBinder(m_framebuffer.get());
-    attachTempTarget(m_framebuffer.get(), TextureFormat::RGBA16F, m_width, m_height);
-    if (!m_shaderProgram) {
-        buildProgram(normals != nullptr);
-    }
-    // Also without a depth, or with one that cannot be attached: what the pool's texture last held must not
-    // show.
+    updateSize();
+    const PooledTarget target(provide(m_framebuffer), TextureFormat::RGBA16F, {m_width, m_height});
+    provideProgram(normals != nullptr);
     clearTarget();
     if (depth) {
-        m_framebuffer->attach(depth, depthAttachment(depth), 0);
         draw(depth, positions, normals);
     }
-
-    m_outputs[Frame].value =
-        publishPooled(m_framebuffer->detach(GL_COLOR_ATTACHMENT0), m_outputs[Frame].users);
-    m_framebuffer->detach(GL_DEPTH_STENCIL_ATTACHMENT);
-    for (Texture* input : {depth, positions, normals}) {
-        TextureManager::Instance()->releaseTempTextureRef(input, 1);
-    }
+    m_outputs[Frame].value = target.publish(m_outputs[Frame].users);
 }
 
-void ScalableAmbientObscuranceRenderPass::buildProgram(bool hasNormals)
+void ScalableAmbientObscuranceRenderPass::updateSize()
 {
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    const QRect viewport = m_inputs[Viewport].value.toRect();
+    const float givenDivider = m_inputs[ResolutionDivider].value.toFloat();
+    const float divider = givenDivider == 0.0F ? 1.0F : givenDivider;
+    m_width = truncated(static_cast<float>(viewport.width()) / divider);
+    m_height = truncated(static_cast<float>(viewport.height()) / divider);
+}
+
+void ScalableAmbientObscuranceRenderPass::provideProgram(bool hasNormals)
+{
+    if (m_shaderProgram) {
+        return;
+    }
     const QString enabled = u"1"_s;
     if (!hasNormals) {
         m_macroProcessor.addDefine(u"NORMAL_CALCULATE"_s, enabled);
@@ -332,20 +318,25 @@ void ScalableAmbientObscuranceRenderPass::buildProgram(bool hasNormals)
     } else if (m_normalProcessing == NORMAL_SCREENSPACE) {
         m_macroProcessor.addDefine(u"NORMAL_SCREENSPACE"_s, enabled);
     }
-    m_shaderProgram = std::make_unique<ShaderProgram>(nullptr);
-    m_shaderProgram->setMacroProcessor(&m_macroProcessor);
-    m_shaderProgram->setFragDataLocations({u"out_FragColor"_s});
-    m_shaderProgram->addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
-    m_shaderProgram->addShader(GL_FRAGMENT_SHADER, positionSource, {});
-    m_shaderProgram->addShader(GL_FRAGMENT_SHADER, fragmentSourceFor(context), {});
-    Qel::buildProgram(m_shaderProgram.get());
-    m_fullScreenQuad = context->fullScreenQuad();
-    enableArrays(m_fullScreenQuad, m_shaderProgram.get());
+    QString source = fragmentSource;
+    if (OpenGLDeviceContext::current()->version() < 40) {
+        // Only the code guarded by the extension needs more than version 150.
+        source.replace(u"#version 400"_s, u"#version 150"_s);
+    }
+    ShaderProgram& program = provide(m_shaderProgram);
+    program.setMacroProcessor(&m_macroProcessor);
+    program.setFragDataLocations({u"out_FragColor"_s});
+    program.addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
+    program.addShader(GL_FRAGMENT_SHADER, positionSource, {});
+    program.addShader(GL_FRAGMENT_SHADER, source, {});
+    buildProgram(program);
+    provideScreenBatch(m_fullScreenQuad, program, Screen::Quad);
 }
 
+/// Clears the target to unoccluded. Needed in every case: without a usable depth texture nothing is drawn
+/// over what the pooled texture held before.
 void ScalableAmbientObscuranceRenderPass::clearTarget()
 {
-    m_framebuffer->setDrawBuffers();
     OpenGLDeviceContext::current()->setViewport(0, 0, m_width, m_height);
     glClearColor(1.0F, 1.0F, 1.0F, 1.0F);
     glClear(GL_COLOR_BUFFER_BIT);
@@ -354,61 +345,56 @@ void ScalableAmbientObscuranceRenderPass::clearTarget()
 
 void ScalableAmbientObscuranceRenderPass::draw(Texture* depth, Texture* positions, Texture* normals)
 {
-    const AutoDisabler depthTestDisabler(GL_DEPTH_TEST);
+    m_framebuffer->attach(depth, depthAttachment(*depth), 0);
     m_framebuffer->setDrawBuffers();
-    OpenGLDeviceContext::current()->setViewport(0, 0, m_width, m_height);
+    const AutoDisabler depthTestDisabler(GL_DEPTH_TEST);
     const AutoBinder programBinder(m_shaderProgram.get());
-    const AutoBinder depthBinder(depth);
-    const AutoBinder positionsBinder(positions);
-    const AutoBinder normalsBinder(normals);
-    setUniforms(depth, positions, normals);
+    const BoundSampler positionSampler(*m_shaderProgram, m_positionSampler, positions ? positions : depth,
+                                       Sampling::NearestMipmap);
+    const BoundSampler normalSampler(*m_shaderProgram, m_normalSampler, normals, Sampling::Nearest);
+    setUniforms(*depth, positions != nullptr);
 
-    // The stencil is set up and the test left off, so that the set-up stays without effect. Deliberate.
+    // The stencil is configured, but the test stays off, so it has no effect. Deliberate.
     glDepthMask(GL_FALSE);
     OpenGLDeviceContext::current()->disable(GL_STENCIL_TEST);
     glStencilFunc(GL_EQUAL, 1, 0xff);
     glStencilOp(GL_KEEP, GL_KEEP, GL_KEEP);
     glStencilMask(0);
     checkGLError(sourceFile, __LINE__);
-    drawBatch(m_fullScreenQuad.data());
+    drawBatch(m_fullScreenQuad);
+    m_framebuffer->detach(GL_DEPTH_STENCIL_ATTACHMENT);
 }
 
-void ScalableAmbientObscuranceRenderPass::setUniforms(Texture* depth, Texture* positions, Texture* normals)
+void ScalableAmbientObscuranceRenderPass::setUniforms(const Texture& depth, bool hasPositions)
 {
     const auto projection = m_inputs[ProjectionMatrix].value.value<QMatrix4x4>();
-    const float nearPlane = m_inputs[NearPlane].value.toFloat();
-    const float farPlane = m_inputs[FarPlane].value.toFloat();
-    const float radius = m_inputs[SAORadius].value.toFloat();
-    const auto whole = [this](InputPort port) { return truncated(m_inputs[port].value.toFloat()); };
+    const auto number = [this](InputPort port) { return m_inputs[port].value.toFloat(); };
+    const auto whole = [&](InputPort port) { return truncated(number(port)); };
+    const float nearPlane = number(NearPlane);
+    const float farPlane = number(FarPlane);
+    const float radius = number(SAORadius);
 
     ShaderProgram& program = *m_shaderProgram;
-    program.setUniform(m_positionSampler, (positions ? positions : depth)->unit());
-    if (normals) {
-        program.setUniform(m_normalSampler, normals->unit());
-    }
     program.setUniform(m_camera, m_inputs[CameraMatrix].value.value<QMatrix4x4>());
     program.setUniform(m_projScale, 0.5F * projection(1, 1) * static_cast<float>(m_height));
     program.setUniform(m_radius, radius);
     program.setUniform(m_radius2, radius * radius);
     program.setUniform(m_invRadius2, 1.0F / (radius * radius));
-    program.setUniform(m_bias, m_inputs[SAOBias].value.toFloat());
-    program.setUniform(m_intensity, m_inputs[SAOIntensity].value.toFloat());
+    program.setUniform(m_bias, number(SAOBias));
+    program.setUniform(m_intensity, number(SAOIntensity));
     program.setUniform(m_clipInfo, QVector3D(nearPlane * farPlane, nearPlane - farPlane, farPlane));
-    // The plus in the last component is right for rows that count from the top. Deliberate: here, where they
-    // count from the bottom, a projection that is shifted upwards shifts the positions the wrong way.
-    const auto p = [&projection](int row, int column) {
-        return static_cast<double>(projection(row, column));
-    };
+    // The plus in the last component is right for rows counted from the top. Deliberate: here rows count from
+    // the bottom, so a projection that is shifted vertically shifts the positions the wrong way.
+    const auto p = [&](int row, int column) { return static_cast<double>(projection(row, column)); };
     program.setUniform(m_projInfo, QVector4D(static_cast<float>(-2.0 / (m_width * p(0, 0))),
                                              static_cast<float>(-2.0 / (m_height * p(1, 1))),
                                              static_cast<float>((1.0 - p(0, 2)) / p(0, 0)),
                                              static_cast<float>((1.0 + p(1, 2)) / p(1, 1))));
-    program.setUniform(m_calculatePosition, positions == nullptr);
-    // Bounded, as a GPU that loops for seconds is reset.
+    program.setUniform(m_calculatePosition, !hasPositions);
     program.setUniform(m_numSamples, static_cast<float>(std::min(whole(SaoNumSamples), maxSamples)));
     program.setUniform(m_logMaxOffset, whole(SaoNumLogMaxOffset));
     program.setUniform(m_numSpiralTurns, static_cast<float>(whole(SaoNumSpiralTurns)));
-    program.setUniform(m_coarsestLevel, std::max(depth->levels() - 1, 0));
+    program.setUniform(m_coarsestLevel, std::max(depth.levels() - 1, 0));
 }
 
 } // namespace Morvane::Qel

@@ -15,65 +15,81 @@ class DrawBuffers;
 class FramebufferObject;
 class Texture;
 
-/// Estimates how much of the ambient light reaches each pixel: what lies close in front of a surface takes
-/// light from it, so that corners, creases and contacts darken (M. McGuire, M. Mara, D. Luebke: Scalable
-/// ambient obscurance, High Performance Graphics 2012). Taps on a spiral, turned from pixel to pixel, look
-/// for such occluders within a radius in the units of the scene.
+/// Estimates ambient visibility: surfaces close in front of a pixel block ambient light, so corners, creases
+/// and contacts darken (M. McGuire, M. Mara, D. Luebke: Scalable ambient obscurance, High Performance
+/// Graphics 2012). Each pixel looks for occluders with a few taps on a spiral, which is rotated from pixel to
+/// pixel.
 ///
-/// Reads positions either out of a depth texture (0 to 1; 1 is background), for a perspective projection, or
-/// from a texture of eye-space positions with mip levels, as CameraSpaceZBufferRenderPass makes it, through
-/// the filters that are set on it. An orthographic projection needs the latter; the spiral shrinks with the
-/// distance all the same, so that far away it looks no further than a part of the radius. Normals come from a
-/// texture, or without one from neighbouring positions, which makes curved surfaces faceted and silhouettes a
-/// pixel rough.
+/// Positions are either reconstructed from the depth texture, which needs a perspective projection, or read
+/// from a texture of eye-space positions with mip levels, such as the output of CameraSpaceZBufferRenderPass.
+/// An orthographic projection needs the position texture; the spiral still shrinks with distance, so far
+/// surfaces are searched within less than the radius. Normals come from a texture or, without one, from
+/// neighbouring positions, which makes curved surfaces look faceted and silhouettes one pixel rough.
 ///
-/// Writes the visibility A as (A, A, A, 1), 1 being unoccluded and background, into a pooled texture (RGBA,
-/// 16-bit floats) of the viewport's size over the divider, whose references its consumers own. It is as noisy
-/// as its few taps make it: the published method ends with a blur that keeps edges, which is left to the
-/// graph.
+/// The output is a pooled texture (RGBA, 16-bit floats) of the viewport's size divided by the divider. It
+/// holds the visibility A as (A, A, A, 1); 1 is unoccluded, and background. It is noisy, because the taps are
+/// few: the published method ends with an edge-preserving blur, which is left to the graph.
 ///
-/// The depth texture must have the size of the result: its texels are looked up by the result's pixels, also
-/// with a divider. Taps beyond its border read the border. Positions and normals may have any size.
+/// The depth texture must have the size of the output, also with a divider, because its texels are addressed
+/// by the output's pixels. Position and normal textures may have any size. All inputs are read at their
+/// nearest texel and clamped to the edge; taps beyond the border of the frame read the border.
 ///
-/// GL state: relies on blending and scissor test being off; leaves depth mask, stencil test and stencil mask
-/// off, the stencil function at "equal to 1" and the clear colour at 0. The depth texture is attached while
-/// it is sampled, which is safe as nothing writes to it.
+/// GL state: expects blending and the scissor test to be disabled; leaves the depth mask, the stencil test
+/// and the stencil mask off, the stencil function at GL_EQUAL with reference 1, and the clear colour at 0.
+/// The depth texture is attached while it is sampled, which is safe because nothing writes to it.
 class QEL_RENDERPASSES_EXPORT ScalableAmbientObscuranceRenderPass : public RenderPassHelper
 {
 public:
     enum InputPort
     {
+        /// QRect in pixels.
         Viewport,
+        /// QMatrix4x4, eye space to clip space.
         ProjectionMatrix,
+        /// QMatrix4x4, world space to eye space.
         CameraMatrix,
+        /// float, distance in scene units.
         NearPlane,
+        /// float, distance in scene units.
         FarPlane,
+        /// Depth texture, 0 to 1.
         Depth,
+        /// float, scene units.
         SAORadius,
+        /// float, scene units.
         SAOBias,
+        /// float, factor.
         SAOIntensity,
+        /// Texture of eye-space positions in scene units, with mip levels.
         CameraSpacePosition,
+        /// Texture of normals, see NormalProcessing.
         Normal,
+        /// float, rounded down to a whole number of taps.
         SaoNumSamples,
+        /// float, rounded down to a number of mip levels.
         SaoNumLogMaxOffset,
+        /// float, rounded down to whole turns.
         SaoNumSpiralTurns,
+        /// float, divides the viewport's size.
         ResolutionDivider
     };
     enum OutputPort
     {
+        /// Visibility 0 to 1 in red, green and blue; RGBA16F from the pool.
         Frame
     };
 
-    /// What the normal texture holds. The names are those of the shader's defines.
+    /// What the normal texture holds. The enumerators are also the names of the shader's defines.
     enum NormalProcessing
     {
         /// World-space normals.
         NORMAL_TRANSPOSE_INVERT = 0,
-        /// Eye-space normals; those with a negative z are turned around. A perspective projection also shows
-        /// surfaces that face the camera with such a normal, such as a floor under a camera that looks up:
-        /// for pictures that have them, use NORMAL_TRANSPOSE_INVERT with an identity as the camera matrix.
+        /// Eye-space normals; those with a negative z are flipped. In a perspective view a visible surface
+        /// can have such a normal, for example the floor under a camera that looks up. For such scenes use
+        /// NORMAL_TRANSPOSE_INVERT with the identity as camera matrix.
         NORMAL_SCREENSPACE = 1,
-        /// Nothing: normals are calculated. Set beside a normal texture, the program fails to build.
+        /// No normals: they are computed from positions. If a normal texture is connected all the same, the
+        /// program fails to build.
         NORMAL_CALCULATE = 2
     };
 
@@ -82,17 +98,19 @@ public:
     ScalableAmbientObscuranceRenderPass();
     ~ScalableAmbientObscuranceRenderPass() override;
 
-    /// Takes effect when the program is built, on the first start; a later call is reported and has none.
-    /// Normals are calculated, whatever was set, when that start finds no normal texture.
+    /// Chooses how normals are read. Takes effect when the first start builds the program; a later call logs
+    /// an error and has no effect. If that first start finds no normal texture, normals are computed from
+    /// positions whatever was set.
     void setNormalProcessing(NormalProcessing processing);
 
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    void buildProgram(bool hasNormals);
+    void updateSize();
+    void provideProgram(bool hasNormals);
     void clearTarget();
     void draw(Texture* depth, Texture* positions, Texture* normals);
-    void setUniforms(Texture* depth, Texture* positions, Texture* normals);
+    void setUniforms(const Texture& depth, bool hasPositions);
 
     std::unique_ptr<FramebufferObject> m_framebuffer;
     std::unique_ptr<ShaderProgram> m_shaderProgram;

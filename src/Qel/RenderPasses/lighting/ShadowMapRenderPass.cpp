@@ -1,26 +1,19 @@
 #include <Qel/RenderPasses/lighting/ShadowMapRenderPass.h>
 
 #include <QMatrix4x4>
-#include <QRect>
 
 #include <array>
-#include <cmath>
 #include <optional>
 
 #include <epoxy/gl.h>
 
-#include <Qel/RenderPasses/support/FullScreen.h>
+#include <Qel/RenderPasses/framework/CommonPorts.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
+#include <Qel/RenderPasses/lighting/ShadowMapBlur.h>
 #include <Qel/core/Diagnostics.h>
-#include <Qel/gl/BufferObject.h>
-#include <Qel/gl/DrawBuffers.h>
-#include <Qel/gl/FramebufferObject.h>
 #include <Qel/gl/GLErrors.h>
 #include <Qel/gl/GLSLMacroProcessor.h>
-#include <Qel/gl/Guards.h>
 #include <Qel/gl/InstanceData.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/Texture.h>
-#include <Qel/gl/VertexArrayObject.h>
 #include <Qel/model/GPUModel.h>
 
 using namespace Qt::StringLiterals;
@@ -36,10 +29,8 @@ constexpr int mapSize = ShadowMapManager::mapSize;
 constexpr float farAway = 1.0e9F;
 constexpr float depthBias = 0.0001F;
 constexpr int blurIterations = 1;
-constexpr int numBlurTaps = 4;
-constexpr float blurSigma = 4.5F;
 
-/// What casts shadows, and what of it is drawn with and without culling.
+/// Flags that must be clear on batches that cast shadows; DoubleSided selects those drawn without culling.
 constexpr unsigned long long casterMask = DrawFlag::Hidden | DrawFlag::CastsNoShadow;
 constexpr unsigned long long sidednessMask = casterMask | DrawFlag::DoubleSided;
 
@@ -72,42 +63,7 @@ void main()
 }
 )"_s;
 
-/// %1 is the number of taps on one side, the centre included, %2, %3 and %4 the coefficients of the Gaussian.
-const QString blurFragmentSource = uR"(#version 150
-uniform sampler2DArray u_FrameSampler;
-uniform int u_Index;
-uniform vec3 u_Step;
-in vec2 vo_TexCoord;
-out vec4 out_FragColor;
-
-vec2 momentsAt(vec2 texCoord)
-{
-    return texture(u_FrameSampler, vec3(texCoord, float(u_Index))).rg;
-}
-
-void main()
-{
-    vec3 coefficients = vec3(%2, %3, %4);
-    vec2 sum = momentsAt(vo_TexCoord) * coefficients.x;
-    float sumOfWeights = coefficients.x;
-    for (int i = 1; i < %1; ++i) {
-        coefficients.xy *= coefficients.yz;
-        vec2 offset = float(i) * u_Step.xy;
-        sum += (momentsAt(vo_TexCoord + offset) + momentsAt(vo_TexCoord - offset)) * coefficients.x;
-        sumOfWeights += 2.0 * coefficients.x;
-    }
-    out_FragColor = vec4(sum / sumOfWeights, 0.0, 0.0);
-}
-)"_s;
-
-/// The number as GLSL, with all the digits that single precision can use.
-QString glslNumber(float number)
-{
-    constexpr int digits = 16;
-    return QString::number(static_cast<double>(number), 'g', digits);
-}
-
-/// Empty until setImage3D; both arrays have this format.
+/// Makes an array texture for moments; maps and blur scratch share this format.
 std::unique_ptr<Texture> makeArray(int wrapMode, int numLayers)
 {
     auto texture = std::make_unique<Texture>(nullptr);
@@ -119,6 +75,7 @@ std::unique_ptr<Texture> makeArray(int wrapMode, int numLayers)
     return texture;
 }
 
+/// The value of an input, or nothing if the input is null or of a type that does not convert.
 template<class Value>
 std::optional<Value> valueOf(const QVariant& variant)
 {
@@ -139,37 +96,43 @@ const Value* pointerTo(const std::optional<Value>& value)
 const PassDescription& ShadowMapRenderPass::description()
 {
     static const PassDescription description{
-        u"ShadowMapRenderPass"_s,
-        u"Draws blurred variance shadow maps of a model for directional, spot and point lights."_s,
-        {{u"Qel_QelGPUModel*_Geometry"_s,
-          u"the model; its batches cast shadows unless their flags say otherwise"_s,
-          u"is reported, and nothing is drawn"_s},
-         {u"Qel_QList_InstanceData"_s,
-          u"collections of instance data (InstanceDataCollection) that are bound around the drawing"_s,
-          u"none are bound"_s},
-         {u"Qel_QList_QelShadowMapManagerLight*_Lights"_s, u"the lights (ShadowMapManager::Light)"_s,
-          u"no maps"_s},
-         {u"Qel_bool_Dirty"_s,
-          u"whether the model or the instance data changed since the last frame; lights and view "
-          "are watched by the pass itself"_s,
-          u"the maps are drawn in every frame"_s},
-         {u"Qel_QMatrix4x4_ProjectionMatrix"_s, u"eye space to clip space, for fitting directional lights"_s,
-          u"directional lights have one projector, fitted to the scene"_s},
-         {u"Qel_QMatrix4x4_CameraMatrix"_s, u"world space to eye space, for fitting directional lights"_s,
-          u"directional lights have one projector, fitted to the scene"_s},
-         {u"Qel_QVector3D_SceneBoundsMin"_s, u"lower corner of the box around the scene, in world space"_s,
-          u"projectors are fitted to the view and to the range of lamps"_s},
-         {u"Qel_QVector3D_SceneBoundsMax"_s, u"upper corner of that box"_s,
-          u"projectors are fitted to the view and to the range of lamps"_s}},
-        {{u"Qel_QVariant_ShadowMapData"_s,
-          u"the lights with their projectors and maps (ShadowMapManager::RenderData, as a QObject*), "
-          "owned by the pass; the maps are RG32F, 512 x 512, with a layer for each projector"_s}},
-        {{u"instanceDataPlanName"_s,
-          u"what places the model's instances: \"InstanceInfo\", the transforms that the model's "
-          "file gives them; \"VeskInstance\", the collections of the input InstanceData, which "
-          "without any leaves instances untransformed"_s,
-          u"VeskInstance"_s,
-          {u"VeskInstance"_s, u"InstanceInfo"_s}}}};
+        .type = u"ShadowMapRenderPass"_s,
+        .summary = u"Draws blurred variance shadow maps for directional, spot and point lights."_s,
+        .inputs = {modelInput(u"the model; its batches cast shadows unless their flags say otherwise"_s,
+                              u"an error is logged and nothing is drawn"_s),
+                   {.name = u"Qel_QList_InstanceData"_s,
+                    .meaning = u"instance-data collections (InstanceDataCollection) to bind while drawing"_s,
+                    .whenMissing = u"none are bound"_s},
+                   {.name = u"Qel_QList_QelShadowMapManagerLight*_Lights"_s,
+                    .meaning = u"the lights (ShadowMapManager::Light)"_s,
+                    .whenMissing = u"no maps"_s},
+                   {.name = u"Qel_bool_Dirty"_s,
+                    .meaning =
+                        u"whether the model or its instance data changed since the last frame; changes of "
+                        "lights and view are detected by the pass"_s,
+                    .whenMissing = u"the maps are redrawn every frame"_s},
+                   {.name = u"Qel_QMatrix4x4_ProjectionMatrix"_s,
+                    .meaning = u"eye space to clip space, for fitting directional lights"_s,
+                    .whenMissing = u"directional lights get one projector, fitted to the scene"_s},
+                   {.name = u"Qel_QMatrix4x4_CameraMatrix"_s,
+                    .meaning = u"world space to eye space, for fitting directional lights"_s,
+                    .whenMissing = u"directional lights get one projector, fitted to the scene"_s},
+                   {.name = u"Qel_QVector3D_SceneBoundsMin"_s,
+                    .meaning = u"minimum corner of the scene's bounding box, in world space"_s,
+                    .whenMissing = u"projectors are fitted to the view and to the lights' ranges"_s},
+                   {.name = u"Qel_QVector3D_SceneBoundsMax"_s,
+                    .meaning = u"maximum corner of the scene's bounding box, in world space"_s,
+                    .whenMissing = u"projectors are fitted to the view and to the lights' ranges"_s}},
+        .outputs = {{.name = u"Qel_QVariant_ShadowMapData"_s,
+                     .meaning = u"lights, projectors and maps (ShadowMapManager::RenderData, as a QObject*), "
+                                "owned by the pass; the maps hold mean depth and mean squared depth, RG32F, "
+                                "512 x 512, one layer per projector"_s}},
+        .options = {{.name = u"instanceDataPlanName"_s,
+                     .meaning = u"source of the instance transforms: the model (InstanceInfo), or the "
+                                "collections of the input InstanceData (VeskInstance), without which "
+                                "instances are not transformed"_s,
+                     .defaultValue = u"VeskInstance"_s,
+                     .choices = {u"VeskInstance"_s, u"InstanceInfo"_s}}}};
     return description;
 }
 
@@ -192,7 +155,7 @@ void ShadowMapRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
     const QVariant& modelAsQVariant = m_inputs[Geometry].value;
     GPUModel* model = nullptr;
-    // The conditions are part of the messages, word for word.
+    // The text of each condition appears in its message, so the redundant comparisons must stay.
     if (QEL_CHECK(sourceFile, false == modelAsQVariant.isNull(), u"Input Geometry is NULL"_s) &&
         QEL_CHECK(sourceFile, true == modelAsQVariant.canConvert<GPUModel*>(),
                   u"Input Geometry is not a 'GPUModel*', type is '%1'"_s.arg(
@@ -203,7 +166,7 @@ void ShadowMapRenderPass::start(RenderCallbacks* /*callbacks*/)
     bool dirty = dirtyInput.isNull() || dirtyInput.toBool();
     dirty |= updateLights();
     dirty |= provideResources();
-    // What is dirty while there is no model is forgotten; the maps then wait for the next change. Deliberate.
+    // Deliberate: a change without a model is forgotten, so the maps stay undrawn until the next change.
     if (dirty && model && !model->isDrawEmpty(0, casterMask)) {
         drawMoments(*model);
     }
@@ -211,7 +174,7 @@ void ShadowMapRenderPass::start(RenderCallbacks* /*callbacks*/)
     m_outputs[ShadowMapData].value = QVariant::fromValue<QObject*>(&m_renderData);
 }
 
-/// Fits the projectors and drops arrays that no longer have a layer for each; returns whether anything
+/// Fits the projectors and drops the arrays if the number of layers changed. Returns whether anything
 /// changed.
 bool ShadowMapRenderPass::updateLights()
 {
@@ -234,20 +197,16 @@ bool ShadowMapRenderPass::updateLights()
     return changed;
 }
 
-/// Makes what is not there yet; returns whether that was anything.
+/// Makes what is missing. Returns whether anything was made.
 bool ShadowMapRenderPass::provideResources()
 {
     bool isNew = false;
     if (!m_framebuffer) {
-        m_framebuffer = std::make_unique<FramebufferObject>(nullptr);
+        provide(m_framebuffer);
         isNew = true;
     }
     if (!m_depth) {
-        m_depth = std::make_unique<Texture>(nullptr);
-        m_depth->setTarget(GL_TEXTURE_2D);
-        m_depth->setFilter(GL_NEAREST, GL_NEAREST);
-        m_depth->setImage2D(0, GL_DEPTH_COMPONENT32F, mapSize, mapSize, GL_DEPTH_COMPONENT, GL_FLOAT,
-                            nullptr);
+        m_depth.reset(makeTarget({mapSize, mapSize}, GL_DEPTH_COMPONENT32F, GL_DEPTH_COMPONENT, GL_FLOAT));
         checkGLError(sourceFile, __LINE__);
         isNew = true;
     }
@@ -267,22 +226,21 @@ bool ShadowMapRenderPass::provideResources()
 void ShadowMapRenderPass::buildMomentsProgram()
 {
     const InstanceDataPlan* plan = InstanceDataRegistry::Instance()->getPlan(m_instanceDataPlanName);
-    m_momentsProgram = std::make_unique<ShaderProgram>(nullptr);
-    m_momentsProgram->setMacroProcessor(m_macroProcessor.get());
-    m_momentsProgram->setFragDataLocations({u"out_fragDepth"_s});
-    m_momentsProgram->addShader(GL_VERTEX_SHADER, momentsVertexSource.arg(m_instanceDataPlanName), {});
+    ShaderProgram& program = provide(m_momentsProgram);
+    program.setMacroProcessor(m_macroProcessor.get());
+    program.setFragDataLocations({u"out_fragDepth"_s});
+    program.addShader(GL_VERTEX_SHADER, momentsVertexSource.arg(m_instanceDataPlanName), {});
     if (plan) {
-        m_momentsProgram->addShader(GL_VERTEX_SHADER, plan->glslc(), {});
+        program.addShader(GL_VERTEX_SHADER, plan->glslc(), {});
     }
-    m_momentsProgram->addShaderFromFile(GL_VERTEX_SHADER, u"QelUtilities.glslc"_s);
-    m_momentsProgram->addShader(
-        GL_FRAGMENT_SHADER,
-        momentsFragmentSource.arg(QString::number(static_cast<double>(depthBias), 'g', 6)), {});
-    buildProgram(m_momentsProgram.get());
-    if (!m_momentsProgram->isValid()) {
-        logInformation(sourceFileName, __LINE__, m_momentsProgram->log());
+    program.addShaderFromFile(GL_VERTEX_SHADER, u"QelUtilities.glslc"_s);
+    program.addShader(GL_FRAGMENT_SHADER,
+                      momentsFragmentSource.arg(QString::number(static_cast<double>(depthBias), 'g', 6)), {});
+    buildProgram(program);
+    if (!program.isValid()) {
+        logInformation(sourceFileName, __LINE__, program.log());
     } else if (plan) {
-        plan->assertShaderProgram(m_momentsProgram.get());
+        plan->assertShaderProgram(&program);
     }
 }
 
@@ -338,8 +296,8 @@ void ShadowMapRenderPass::drawLayer(GPUModel& model, int layer)
         context->enable(GL_CULL_FACE);
         model.draw(m_momentsProgram.get(), 0, sidednessMask, WindingType::CounterClockwise);
     }
-    // Not restored: neither double-sided batches nor the blur's quad, whose triangles wind either way, may be
-    // culled.
+    // Left disabled: double-sided batches and the blur's quad, whose triangles have opposite winding, must
+    // not be culled.
     context->disable(GL_CULL_FACE);
     if (!model.isDrawEmpty(DrawFlag::DoubleSided, sidednessMask)) {
         model.draw(m_momentsProgram.get(), DrawFlag::DoubleSided, sidednessMask,
@@ -348,7 +306,6 @@ void ShadowMapRenderPass::drawLayer(GPUModel& model, int layer)
     m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
 }
 
-/// Makes what the blur needs and is not there yet.
 void ShadowMapRenderPass::provideBlurResources()
 {
     if (!m_blurScratch) {
@@ -356,34 +313,10 @@ void ShadowMapRenderPass::provideBlurResources()
         checkGLError(sourceFile, __LINE__);
     }
     if (!m_blurProgram) {
-        const float a = 1.0F / (std::sqrt(2.0F * static_cast<float>(M_PI)) * blurSigma);
-        const float b = std::exp(-0.5F / (blurSigma * blurSigma));
-        const float c = b * b;
-        m_blurProgram = std::make_unique<ShaderProgram>(nullptr);
-        addFullScreenShaders(m_blurProgram.get(),
-                             blurFragmentSource.arg(QString::number(numBlurTaps), glslNumber(a),
-                                                    glslNumber(b), glslNumber(c)));
-        buildProgram(m_blurProgram.get());
+        m_blurProgram = makeShadowBlurProgram();
     }
     if (!m_quad) {
-        constexpr int numVertices = 6;
-        constexpr std::array<float, 3 * numVertices> positions{-1, -1, -1, -1, 1,  -1, 1, -1, -1,
-                                                               -1, 1,  -1, 1,  -1, -1, 1, 1,  -1};
-        constexpr std::array<float, 2 * numVertices> texCoords{0, 0, 0, 1, 1, 0, 0, 1, 1, 0, 1, 1};
-        const auto upload = [](const auto& values) {
-            auto buffer = QSharedPointer<BufferObject>::create(GL_ARRAY_BUFFER);
-            buffer->upload(values.data(), static_cast<int>(values.size()), GL_STATIC_DRAW);
-            return buffer;
-        };
-        const auto vertexArray = QSharedPointer<VertexArrayObject>::create();
-        vertexArray->upload(u"va_Vertex"_s, upload(positions), 3, GL_FLOAT);
-        vertexArray->upload(u"va_TexCoord"_s, upload(texCoords), 2, GL_FLOAT);
-        m_quad = std::make_unique<DrawBuffers>(nullptr);
-        m_quad->setVAO(vertexArray);
-        m_quad->setPrimitiveType(GL_TRIANGLES);
-        m_quad->setVertexCount(numVertices);
-        const AutoBinder quadBinder(m_quad.get());
-        vertexArray->enableShaderProgramArrays(m_blurProgram.get());
+        m_quad = makeShadowBlurQuad(*m_blurProgram);
     }
 }
 
@@ -392,27 +325,22 @@ void ShadowMapRenderPass::_gaussBlurShadowMapArray(int iterations)
     if (iterations < 1) {
         return;
     }
-    // Taps beyond the edge must not read the border, which would light up the edges of the maps.
-    m_moments->setParameter(GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
-    m_moments->setParameter(GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
     provideBlurResources();
-
     const AutoBinder framebufferBinder(m_framebuffer.get());
     m_framebuffer->attach(m_depth.get(), GL_DEPTH_ATTACHMENT, 0);
     const AutoBinder programBinder(m_blurProgram.get());
-    // The shader has no such uniform. Deliberate; without effect.
-    m_blurProgram->setUniform(m_sigma, blurSigma);
+    // The shader has no such uniform. Deliberate; the call has no effect.
+    m_blurProgram->setUniform(m_sigma, shadowBlurSigma);
     constexpr float texel = 1.0F / static_cast<float>(mapSize);
     const std::array<QVector3D, 2> steps{QVector3D(texel, 0.0F, 0.0F), QVector3D(0.0F, texel, 0.0F)};
     const std::array<Texture*, 2> arrays{m_moments.get(), m_blurScratch.get()};
     const AutoBinder quadBinder(m_quad.get());
     for (int k = 0; k < 2 * iterations; ++k) {
         const auto parity = static_cast<size_t>(k % 2);
-        Texture* source = arrays[parity];
         Texture* destination = arrays[1 - parity];
-        const AutoBinder sourceBinder(source);
+        // Clamped to the edge: taps that read the maps' border of 1e9 would erase shadows along the edges.
+        const BoundSampler source(*m_blurProgram, m_frameSampler, arrays[parity], Sampling::Linear);
         m_blurProgram->setUniform(m_step, steps[parity]);
-        m_blurProgram->setUniform(m_frameSampler, source->unit());
         for (int layer = 0; layer < m_numLayers; ++layer) {
             m_blurProgram->setUniform(m_index, layer);
             m_framebuffer->attach3D(destination, GL_COLOR_ATTACHMENT0, layer, 0);

@@ -18,46 +18,55 @@ class GPUModel;
 class InstanceDataPlan;
 class Texture;
 
-/// Draws variance shadow maps (W. Donnelly, A. Lauritzen: Variance shadow maps, 2006), one layer of an array
-/// texture for each projector of each light, and blurs them by a separable Gaussian that is evaluated
-/// incrementally (K. Turkowski: Incremental computation of the Gaussian, GPU Gems 3, 2007).
+/// Draws variance shadow maps (W. Donnelly, A. Lauritzen: Variance shadow maps, 2006) into an array texture
+/// with one layer for each projector of each light, and blurs them with a separable Gaussian whose weights
+/// are evaluated incrementally (K. Turkowski: Incremental computation of the Gaussian, GPU Gems 3, 2007).
 ///
-/// Reads the model, the lights and what ShadowMapManager fits the projectors to; publishes the record of
-/// lights, projectors and maps, ShadowMapManager::RenderData. The maps hold the mean of the depth in red,
-/// from 0 at the projector's near plane to 1 at its far plane and 0.0001 more than where the surface lies, at
-/// most 1, and the mean of its square in green. Where a projector sees nothing between its planes, and
-/// outside of it, both are 1e9: not shadowed.
+/// Inputs are the model, the lights and what ShadowMapManager needs to fit the projectors. The output is the
+/// record of lights, projectors and maps, ShadowMapManager::RenderData. A map holds the mean depth in red and
+/// the mean squared depth in green. Depth runs from 0 at the projector's near plane to 1 at its far plane,
+/// plus a bias of 0.0001, clamped to 1. Where a projector sees nothing between its planes, and outside of the
+/// map, both values are 1e9: not in shadow.
 ///
-/// Maps are drawn again only when something changed: the lights, the view where they depend on it, or what
-/// the input Dirty tells. A frame without change costs no GL call. That the model changed, or is there at
-/// last, the pass does not see by itself: Dirty must say it.
+/// Maps are redrawn only when the lights change, when the view changes and a projector depends on it, or when
+/// the input Dirty is set; an unchanged frame costs no GL call. The pass does not notice by itself that the
+/// model changed or became available: set Dirty then.
 ///
-/// The transforms of instances come from an instance-data plan. The initial one, "VeskInstance", reads the
-/// collections of the input InstanceData, and identity without any: models whose instances carry transforms
-/// of their own, as those of graph files may, need "InstanceInfo".
+/// Instance transforms come from an instance-data plan. The default plan, "VeskInstance", reads the
+/// collections of the input InstanceData and is the identity without any. Models whose instances carry their
+/// own transforms, as those loaded by graph files may, need the plan "InstanceInfo".
 ///
-/// Maps, framebuffer and programs are owned by the pass and deleted with it; a layer takes 4 MiB, half of
-/// them for the blur.
+/// Maps, framebuffer and programs are owned by the pass and deleted with it. A layer takes 4 MiB, half of
+/// which is scratch memory for the blur.
 ///
-/// GL state: relies on the depth function GL_LESS, on culling back faces, on the colour mask being full and
-/// on scissor and stencil test being off. When it drew it leaves the clear colour at (1e9, 1e9, 1e9, 1), the
-/// front face counter-clockwise, face culling, blending and depth clamping disabled and the depth mask on.
+/// GL state: expects depth function GL_LESS, culling of back faces, a full colour mask, and scissor and
+/// stencil test disabled. A frame that draws leaves the clear colour at (1e9, 1e9, 1e9, 1), the front face
+/// counter-clockwise, face culling, blending and depth clamping disabled, and the depth mask on.
 class QEL_RENDERPASSES_EXPORT ShadowMapRenderPass : public RenderPassHelper
 {
 public:
     enum InputPort
     {
+        /// GPUModel*.
         Geometry,
+        /// List of InstanceDataCollection, as QObject*.
         InstanceData,
+        /// List of ShadowMapManager::Light*.
         Lights,
+        /// bool.
         Dirty,
+        /// QMatrix4x4, eye space to clip space.
         ProjectionMatrix,
+        /// QMatrix4x4, world space to eye space.
         CameraMatrix,
+        /// QVector3D in world space.
         SceneBoundsMin,
+        /// QVector3D in world space.
         SceneBoundsMax
     };
     enum OutputPort
     {
+        /// ShadowMapManager::RenderData, as QObject*; valid as long as the pass.
         ShadowMapData
     };
 
@@ -66,8 +75,8 @@ public:
     ShadowMapRenderPass();
     ~ShadowMapRenderPass() override;
 
-    /// The plan whose getModelMatrix() places the instances: "VeskInstance", as initially, or "InstanceInfo".
-    /// Takes effect when the program is built, on the first start.
+    /// Sets the instance-data plan whose getModelMatrix() places the instances: "VeskInstance" (the default)
+    /// or "InstanceInfo". Takes effect when the first start builds the program.
     void setInstanceDataPlanName(const QString& name);
 
     void start(RenderCallbacks* callbacks) override;

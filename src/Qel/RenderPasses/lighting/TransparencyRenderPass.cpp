@@ -1,20 +1,13 @@
 #include <Qel/RenderPasses/lighting/TransparencyRenderPass.h>
 
 #include <QMatrix4x4>
-#include <QRect>
 
 #include <epoxy/gl.h>
 
-#include <Qel/RenderPasses/framework/InputPointers.h>
-#include <Qel/RenderPasses/support/FullScreen.h>
-#include <Qel/RenderPasses/support/ModelPrograms.h>
-#include <Qel/RenderPasses/support/Targets.h>
-#include <Qel/gl/FramebufferObject.h>
+#include <Qel/RenderPasses/framework/CommonPorts.h>
+#include <Qel/RenderPasses/framework/ModelPrograms.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/gl/GLErrors.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/Texture.h>
-#include <Qel/gl/TextureManager.h>
 #include <Qel/model/GPUModel.h>
 
 using namespace Qt::StringLiterals;
@@ -25,8 +18,8 @@ namespace {
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/TransparencyRenderPass";
 
-// Invariant, so that an opaque fragment comes back in the accumulation with the very depth that it has
-// written, and fails against it.
+// Invariant, so that an opaque fragment has the same depth in both passes and fails the depth test against
+// itself in the accumulation.
 const QString vertexSource = uR"(#version 150
 #instancedata "InstanceInfo"
 uniform mat4 u_CameraMatrix;
@@ -46,8 +39,7 @@ void main()
 }
 )"_s;
 
-// What both fragment stages begin with. The normal is used as it was interpolated, without normalising it.
-// Deliberate.
+// The common start of both fragment stages. The interpolated normal is not normalised. Deliberate.
 const QString shadingSource = uR"(#version 150
 #instancedata "OBJMaterial"
 #include "DirectionalLight.glslh"
@@ -64,7 +56,7 @@ vec3 litColour()
 }
 )"_s;
 
-// out_Id has no attachment and goes nowhere. Deliberate.
+// out_Id has no attachment, so it is discarded. Deliberate.
 const QString opaqueSource = shadingSource + uR"(
 out vec4 out_FragColor;
 out vec4 out_Id;
@@ -80,9 +72,9 @@ void main()
 }
 )"_s;
 
-// Opaque fragments are not discarded: the depth test keeps them out, whose function does not pass the depths
-// that they have written themselves. Where it passes them, they end what shines through. At a depth of
-// exactly 0 the weight is infinite. The colour is not multiplied by alpha. All deliberate.
+// All deliberate: opaque fragments are not discarded but rejected by the depth test, because it does not pass
+// equal depths (if it does, they set the revealage to 0); at a depth of exactly 0 the weight is infinite; the
+// colour is not multiplied by alpha.
 const QString accumulationSource = shadingSource + uR"(
 out vec4 out_FragColor[2];
 
@@ -115,27 +107,25 @@ void main()
 const PassDescription& TransparencyRenderPass::description()
 {
     static const PassDescription description{
-        u"TransparencyRenderPass"_s,
-        u"Draws a model with transparent materials, which need no sorting."_s,
-        {{u"Qel_QRect_Viewport"_s,
-          u"size of the textures; the origin is ignored"_s,
-          u"no texture is made"_s,
-          {},
-          u"pixels"_s},
-         {u"Qel_QMatrix4x4_ProjectionMatrix"_s, u"eye space to clip space"_s, u"identity"_s},
-         {u"Qel_QMatrix4x4_CameraMatrix"_s, u"world space to eye space"_s, u"identity"_s},
-         {u"Qel_QelGPUModel*_Geometry"_s,
-          u"the model; batches whose dissolve is below 1 are transparent, their colours being "
-          "multiplied by it already"_s,
-          u"the picture is cleared to 0, the depth to 1"_s},
-         {u"Qel_QelTexture*_Texture"_s, u"sampled in place of the maps that a material lacks"_s,
-          u"opaque white"_s}},
-        {{u"Qel_QelTexture*_Frame"_s,
-          u"lit colours, alpha 1 on opaque surfaces, 0 on the background, no coverage behind "
-          "transparent ones; RGBA32F, owned by the pass"_s},
-         {u"Qel_QelTexture*_Depth"_s,
-          u"depth of the opaque surfaces from 0 at the near plane to 1; DEPTH_COMPONENT32F, "
-          "owned by the pass"_s}}};
+        .type = u"TransparencyRenderPass"_s,
+        .summary = u"Draws a model with transparent materials, order-independently."_s,
+        .inputs = {viewportInput(u"size of the textures; the origin is ignored"_s, u"no texture is made"_s),
+                   projectionMatrixInput(),
+                   cameraMatrixInput(),
+                   modelInput(u"the model; batches with a dissolve below 1 are transparent, and their "
+                              "colours count as premultiplied by it"_s,
+                              u"the image is cleared to 0 and the depth to 1"_s),
+                   {.name = u"Qel_QelTexture*_Texture"_s,
+                    .meaning =
+                        u"sampled in place of the maps that a material lacks; linear RGB, alpha ignored"_s,
+                    .whenMissing = u"opaque white"_s}},
+        .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
+                     .meaning = u"lit colours, linear and unclamped; alpha is 1 on opaque surfaces, 0 on the "
+                                "background, and not coverage behind transparent ones; RGBA32F, owned by the "
+                                "pass"_s},
+                    {.name = u"Qel_QelTexture*_Depth"_s,
+                     .meaning = u"depth of the opaque surfaces, 0 at the near plane to 1 at the far plane; "
+                                "DEPTH_COMPONENT32F, owned by the pass"_s}}};
     return description;
 }
 
@@ -146,28 +136,23 @@ TransparencyRenderPass::TransparencyRenderPass()
 
 TransparencyRenderPass::~TransparencyRenderPass()
 {
-    if (m_opaqueFramebuffer) {
-        delete m_opaqueFramebuffer->detach(GL_COLOR_ATTACHMENT0);
-        delete m_opaqueFramebuffer->detach(GL_DEPTH_ATTACHMENT);
-        delete m_accumulationFramebuffer->detach(GL_COLOR_ATTACHMENT0);
-        delete m_accumulationFramebuffer->detach(GL_COLOR_ATTACHMENT1);
-    }
+    deleteTarget(m_opaqueFramebuffer.get(), GL_COLOR_ATTACHMENT0);
+    deleteTarget(m_opaqueFramebuffer.get(), GL_DEPTH_ATTACHMENT);
+    deleteTarget(m_accumulationFramebuffer.get(), GL_COLOR_ATTACHMENT0);
+    deleteTarget(m_accumulationFramebuffer.get(), GL_COLOR_ATTACHMENT1);
 }
 
 void TransparencyRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
-    const QSize size = m_inputs[Viewport].value.toRect().size();
+    const QRect viewport = m_inputs[Viewport].value.toRect();
     auto* model = getInputPointer<GPUModel>(Geometry);
     auto* mapStandIn = getInputPointer<Texture>(MapStandIn);
-    TextureManager* textures = TextureManager::Instance();
+    const InputReferences inputs(mapStandIn);
 
-    if (!m_opaqueFramebuffer) {
-        build();
-    }
-    if (size != m_size) {
-        resize(size);
-    }
-    if (!size.isEmpty()) {
+    provideAllTargets(viewport);
+    providePrograms();
+    if (!viewport.isEmpty()) {
+        TextureManager* textures = TextureManager::Instance();
         Texture* formerStandIn = textures->setManagedTextureStandIn(mapStandIn ? mapStandIn : m_white.get());
         drawOpaque(model);
         accumulate(model);
@@ -176,46 +161,39 @@ void TransparencyRenderPass::start(RenderCallbacks* /*callbacks*/)
     }
     m_outputs[Frame].value = textureVariant(m_opaqueFramebuffer->attachment(GL_COLOR_ATTACHMENT0));
     m_outputs[Depth].value = textureVariant(m_opaqueFramebuffer->attachment(GL_DEPTH_ATTACHMENT));
-    textures->releaseTempTextureRef(mapStandIn, 1);
 }
 
-void TransparencyRenderPass::build()
+void TransparencyRenderPass::provideAllTargets(const QRect& viewport)
 {
-    m_opaqueFramebuffer = std::make_unique<FramebufferObject>(nullptr);
-    m_accumulationFramebuffer = std::make_unique<FramebufferObject>(nullptr);
-    m_white.reset(makeWhiteTexture());
-
-    const auto buildModelProgram = [](ModelProgram& modelProgram, const QString& fragmentSource,
-                                      const QStringList& outputs) {
-        modelProgram.program = std::make_unique<ShaderProgram>(nullptr);
-        modelProgram.program->setFragDataLocations(outputs);
-        addModelVertexShaders(modelProgram.program.get(), vertexSource);
-        addModelFragmentShaders(modelProgram.program.get(), fragmentSource);
-        buildProgram(modelProgram.program.get());
-    };
-    buildModelProgram(m_opaque, opaqueSource, {u"out_FragColor"_s, u"out_Id"_s});
-    buildModelProgram(m_accumulation, accumulationSource, {u"out_FragColor[0]"_s, u"out_FragColor[1]"_s});
-
-    m_resolveProgram = std::make_unique<ShaderProgram>(nullptr);
-    addFullScreenShaders(m_resolveProgram.get(), resolveSource);
-    buildProgram(m_resolveProgram.get());
-    m_screenQuad = OpenGLDeviceContext::current()->fullScreenTriangle();
-    enableArrays(m_screenQuad, m_resolveProgram.get());
+    const bool isNew = provideTargets(m_opaqueFramebuffer, m_width, m_height, viewport,
+                                      {{GL_COLOR_ATTACHMENT0, GL_RGBA32F, GL_BGRA, GL_FLOAT}, depthTarget});
+    if (isNew) {
+        FramebufferObject& accumulation = provide(m_accumulationFramebuffer);
+        replaceTargets(accumulation, viewport.size(),
+                       {{GL_COLOR_ATTACHMENT0, GL_RGBA32F, GL_BGRA, GL_FLOAT},
+                        {GL_COLOR_ATTACHMENT1, GL_R32F, GL_BGRA, GL_FLOAT}});
+        accumulation.attach(m_opaqueFramebuffer->attachment(GL_DEPTH_ATTACHMENT), GL_DEPTH_ATTACHMENT, 0);
+    }
 }
 
-void TransparencyRenderPass::resize(const QSize& size)
+void TransparencyRenderPass::providePrograms()
 {
-    m_size = size;
-    const auto target = [&](unsigned int internalFormat) {
-        return makeTarget(size.width(), size.height(), internalFormat, GL_BGRA, GL_FLOAT);
+    const auto provideModelProgram = [](ModelProgram& modelProgram, const QString& fragmentSource,
+                                        const QStringList& outputs) {
+        if (!modelProgram.program) {
+            ShaderProgram& program = provide(modelProgram.program);
+            program.setFragDataLocations(outputs);
+            addModelVertexShaders(&program, vertexSource);
+            addModelFragmentShaders(&program, fragmentSource);
+            buildProgram(program);
+        }
     };
-    replaceAttachment(m_opaqueFramebuffer.get(), GL_COLOR_ATTACHMENT0, target(GL_RGBA32F));
-    replaceAttachment(m_opaqueFramebuffer.get(), GL_DEPTH_ATTACHMENT,
-                      makeDepthTarget(size.width(), size.height()));
-    replaceAttachment(m_accumulationFramebuffer.get(), GL_COLOR_ATTACHMENT0, target(GL_RGBA32F));
-    replaceAttachment(m_accumulationFramebuffer.get(), GL_COLOR_ATTACHMENT1, target(GL_R32F));
-    m_accumulationFramebuffer->attach(m_opaqueFramebuffer->attachment(GL_DEPTH_ATTACHMENT),
-                                      GL_DEPTH_ATTACHMENT, 0);
+    provideModelProgram(m_opaque, opaqueSource, {u"out_FragColor"_s, u"out_Id"_s});
+    provideModelProgram(m_accumulation, accumulationSource, {u"out_FragColor[0]"_s, u"out_FragColor[1]"_s});
+    provideScreenProgram(m_resolveProgram, m_screenQuad, {resolveSource});
+    if (!m_white) {
+        m_white.reset(makeTexelTexture(Qt::white));
+    }
 }
 
 void TransparencyRenderPass::drawOpaque(GPUModel* model)
@@ -237,7 +215,7 @@ void TransparencyRenderPass::accumulate(GPUModel* model)
     glClearColor(0.0F, 0.0F, 0.0F, 0.0F);
     const AutoEnabler depthTest(GL_DEPTH_TEST);
     const AutoEnabler blending(GL_BLEND);
-    // Colours and coverages are summed up; alpha becomes the product of what every layer lets through.
+    // Colour and coverage are summed; the alpha of target 0 becomes the product of (1 - alpha).
     glBlendFuncSeparate(GL_ONE, GL_ONE, GL_ZERO, GL_ONE_MINUS_SRC_ALPHA);
     glDepthMask(GL_FALSE);
     drawModel(model, m_accumulation);
@@ -261,18 +239,18 @@ void TransparencyRenderPass::resolve()
 {
     const AutoDisabler depthTest(GL_DEPTH_TEST);
     const AutoEnabler blending(GL_BLEND);
-    // For alpha too, which mixes revealages with what was there. Deliberate.
+    // The same function blends alpha, which mixes revealage into the alpha of the opaque image. Deliberate.
     glBlendFunc(GL_ONE_MINUS_SRC_ALPHA, GL_SRC_ALPHA);
     const AutoBinder framebufferBinder(m_opaqueFramebuffer.get());
     m_opaqueFramebuffer->setDrawBuffers();
-    Texture* colours = m_accumulationFramebuffer->attachment(GL_COLOR_ATTACHMENT0);
-    Texture* coverages = m_accumulationFramebuffer->attachment(GL_COLOR_ATTACHMENT1);
-    const AutoBinder coloursBinder(colours);
-    const AutoBinder coveragesBinder(coverages);
     const AutoBinder programBinder(m_resolveProgram.get());
-    m_resolveProgram->setUniform(m_samplerA, colours->unit());
-    m_resolveProgram->setUniform(m_samplerB, coverages->unit());
-    drawBatch(m_screenQuad.data());
+    const BoundSampler colours(*m_resolveProgram, m_samplerA,
+                               m_accumulationFramebuffer->attachment(GL_COLOR_ATTACHMENT0),
+                               Sampling::Nearest);
+    const BoundSampler coverages(*m_resolveProgram, m_samplerB,
+                                 m_accumulationFramebuffer->attachment(GL_COLOR_ATTACHMENT1),
+                                 Sampling::Nearest);
+    drawBatch(m_screenQuad);
 }
 
 } // namespace Morvane::Qel

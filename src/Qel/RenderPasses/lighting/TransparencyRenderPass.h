@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QSharedPointer>
-#include <QSize>
 
 #include <memory>
 
@@ -16,48 +15,53 @@ class FramebufferObject;
 class GPUModel;
 class Texture;
 
-/// Draws a model with transparent materials in any order of its batches, lit by one directional light that
-/// stands still relative to the camera: weighted blended order-independent transparency (M. McGuire,
-/// L. Bavoil: Weighted blended order-independent transparency, Journal of Computer Graphics Techniques 2(2),
-/// 2013).
+/// Draws a model with transparent materials without sorting, lit by one directional light that is fixed
+/// relative to the camera: weighted blended order-independent transparency (M. McGuire, L. Bavoil: Weighted
+/// blended order-independent transparency, Journal of Computer Graphics Techniques 2(2), 2013).
 ///
-/// Batches whose material has a dissolve of 1 are opaque and drawn first, with depth. All others are then
-/// accumulated in front of them, in one unordered pass: each fragment with the weight z^-5 of its window
-/// depth z, into sums of colour and of coverage and a product of what shines through, the revealage. The
-/// last step lays the weighted mean, as far as something covers, over the opaque picture. One layer comes
-/// out exactly, but for the bounds below; of several, the mean stands for the sorted result: it covers the
-/// opaque picture to the same degree and differs in the mixture of the layers' colours alone.
+/// Batches whose material has a dissolve of 1 are opaque and are drawn first, with depth. All others are then
+/// accumulated in one unordered pass, tested against that depth: each fragment is weighted by z^-5, where z
+/// is its window depth, and added to sums of colour and of coverage; the product of (1 - dissolve) is the
+/// revealage. Finally the weighted mean colour is composited over the opaque image. A single layer is exact,
+/// within the bounds below. With several layers the mean replaces the sorted result: the opaque image shows
+/// through to the same degree, and only the mixture of the layers' colours differs.
 ///
-/// A lit colour counts as multiplied by its dissolve already: a pane adds all of it, however thin it is. Only
-/// the dissolve makes a surface transparent; the alpha of its maps is not read.
+/// Lit colours are taken as premultiplied by dissolve: a layer adds its full colour however transparent it
+/// is. Only dissolve makes a surface transparent; the alpha of its maps is ignored.
 ///
-/// Reads the model, the matrices and, for materials that lack a map, a texture to sample instead. Writes the
-/// picture, linear and unclamped, and the depth of the opaque surfaces, both owned by the pass and replaced
-/// when the size changes. The picture's alpha is 1 on opaque surfaces and 0 on the background; behind layers
-/// that let r through it becomes r times that plus r (1 - r), which is no coverage.
+/// Outputs are the image, linear and unclamped, and the depth of the opaque surfaces. Both are owned by the
+/// pass and replaced when the size changes. The image's alpha is 1 on opaque surfaces and 0 on the
+/// background; behind layers with revealage r it becomes r times that plus r (1 - r), which is not coverage.
 ///
-/// The weights are made for depths of perspective views, which are near 1. Where the sum of the weighted
-/// coverages exceeds 5e4 it is cut off and the layers come out too bright, as a single one does at depths
-/// below 0.115; below 1e-4 it is raised, and the layers come out too dark.
+/// The weights suit perspective views, whose depths are close to 1. A sum of weighted coverages above 5e4 is
+/// clamped, which makes the layers too bright; a single layer reaches that bound at depths below 0.115. A sum
+/// below 1e-4 is raised to it, which makes the layers too dark.
 ///
-/// GL state: relies on blending being off, on the depth mask being on, on the depth function, which must not
-/// pass equal depths, and on face culling as it is. Leaves the front face counter-clockwise, the depth mask
-/// on, the clear colour 0 and the blend function (GL_ONE_MINUS_SRC_ALPHA, GL_SRC_ALPHA); depth test and
-/// blending as they were.
+/// GL state: expects blending disabled, the depth mask on, a depth function that rejects equal depths, and
+/// face culling as the model needs it. Leaves the front face counter-clockwise, the depth mask on, the clear
+/// colour at 0 and the blend function at (GL_ONE_MINUS_SRC_ALPHA, GL_SRC_ALPHA); restores depth test and
+/// blending.
 class QEL_RENDERPASSES_EXPORT TransparencyRenderPass : public RenderPassHelper
 {
 public:
     enum InputPort
     {
+        /// QRect in pixels.
         Viewport,
+        /// QMatrix4x4, eye space to clip space.
         ProjectionMatrix,
+        /// QMatrix4x4, world space to eye space.
         CameraMatrix,
+        /// GPUModel*.
         Geometry,
+        /// Texture sampled in place of missing material maps, linear RGB.
         MapStandIn
     };
     enum OutputPort
     {
+        /// Linear, unclamped RGBA32F.
         Frame,
+        /// DEPTH_COMPONENT32F, 0 to 1.
         Depth
     };
 
@@ -69,7 +73,7 @@ public:
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    /// A program that draws the model.
+    /// A program that draws the model, with its uniforms.
     struct ModelProgram
     {
         std::unique_ptr<ShaderProgram> program;
@@ -77,8 +81,8 @@ private:
         Uniform cameraMatrix{"u_CameraMatrix"};
     };
 
-    void build();
-    void resize(const QSize& size);
+    void provideAllTargets(const QRect& viewport);
+    void providePrograms();
     void drawOpaque(GPUModel* model);
     void accumulate(GPUModel* model);
     void drawModel(GPUModel* model, ModelProgram& modelProgram);
@@ -91,7 +95,8 @@ private:
     std::unique_ptr<ShaderProgram> m_resolveProgram;
     QSharedPointer<DrawBuffers> m_screenQuad;
     std::unique_ptr<Texture> m_white;
-    QSize m_size{0, 0};
+    int m_width = 0;
+    int m_height = 0;
     Uniform m_samplerA{"u_SamplerA"};
     Uniform m_samplerB{"u_SamplerB"};
 };

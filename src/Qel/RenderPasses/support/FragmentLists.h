@@ -6,17 +6,17 @@
 
 namespace Morvane::Qel {
 
-/// The extensions with which lists of fragments are built and sorted on the GPU.
+/// The GL extensions that building and sorting fragment lists needs.
 const QStringList& fragmentListExtensions();
 
-/// Whether the current context has them all.
+/// Whether the current context has all of these extensions.
 bool hasFragmentListExtensions();
 
-/// Whether two textures are head pointers and nodes; null ones are not. What is there but of another kind is
-/// reported unless `isReported` says that it was, and sets it.
+/// Whether two textures are head pointers and nodes, judged by target and format. Textures of another kind
+/// are reported once: when `isReported` is false, which is then set. Null is neither reported nor accepted.
 bool areFragmentLists(const Texture* headPointers, const Texture* nodes, bool* isReported);
 
-/// Binds level 0 of a texture to an image unit for its lifetime; leaves nothing bound there.
+/// Binds level 0 of a texture to an image unit for a scope. Nothing is bound there afterwards.
 class ImageBinder
 {
 public:

@@ -1,26 +1,21 @@
 #include <Qel/RenderPasses/visibility/VisibilityBufferRenderPass.h>
 
 #include <QMatrix4x4>
-#include <QRect>
 
 #include <algorithm>
 #include <array>
+#include <optional>
 
 #include <epoxy/gl.h>
 
+#include <Qel/RenderPasses/framework/CommonPorts.h>
+#include <Qel/RenderPasses/framework/ModelPrograms.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/RenderPasses/support/FragmentLists.h>
-#include <Qel/RenderPasses/support/FullScreen.h>
-#include <Qel/RenderPasses/support/ModelPrograms.h>
-#include <Qel/RenderPasses/support/Targets.h>
 #include <Qel/core/Diagnostics.h>
 #include <Qel/gl/BufferObject.h>
-#include <Qel/gl/DrawBuffers.h>
 #include <Qel/gl/Formats.h>
-#include <Qel/gl/FramebufferObject.h>
 #include <Qel/gl/GLErrors.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/Texture.h>
 #include <Qel/model/GPUModel.h>
 
 using namespace Qt::StringLiterals;
@@ -31,7 +26,7 @@ namespace {
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/VisibilityBufferRenderPass";
 
-/// Width and height of the node buffer of the full mode.
+/// Width and height of the node buffer in the full mode.
 constexpr int nodeBufferSide = 4096;
 
 constexpr std::array<unsigned int, 4> zeroes{};
@@ -49,9 +44,9 @@ void main()
 }
 )"_s;
 
-// There is no test for a node buffer that is full: GL drops stores outside the image. Deliberate. The depth
-// is tested behind this stage, which stores something, and so takes nothing from the lists: it must not ask
-// for early tests, as the depth of the full mode is never cleared. Deliberate too.
+// There is no test for a full node buffer: GL drops stores outside the image. Deliberate. A stage that stores
+// runs before the depth test, which therefore removes nothing from the lists. It must not request early
+// tests, because the depth of the full mode is never cleared. Deliberate too.
 const QString fragmentSource = uR"(#version 150
 #define QEL_GL_3_2 %1
 #if QEL_GL_3_2 == 0
@@ -93,7 +88,7 @@ void main()
 #endif
 )"_s;
 
-// Covers the rows that hold nodes, from the lowest one on.
+// Covers the rows of the node buffer that hold nodes, starting with the lowest.
 const QString clearVertexSource = uR"(#version 150
 uniform usamplerBuffer u_NumNodes;
 in vec3 va_Vertex;
@@ -117,20 +112,14 @@ void main()
 }
 )"_s;
 
-std::unique_ptr<Texture> makeIntegerTarget(int width, int height, unsigned int internalFormat)
+/// Replaces an attached texture by a new one, of a format whose base format and type follow from it.
+void replace(std::unique_ptr<Texture>& texture, FramebufferObject& framebuffer, unsigned int attachment,
+             unsigned int internalFormat, const QSize& size)
 {
-    return std::unique_ptr<Texture>(makeTarget(width, height, internalFormat,
-                                               formatFromInternalFormat(internalFormat),
-                                               typeFromInternalFormat(internalFormat)));
-}
-
-/// Puts a new texture in place of an attached one.
-void replace(std::unique_ptr<Texture>& texture, std::unique_ptr<Texture> replacement,
-             FramebufferObject* framebuffer, unsigned int attachment)
-{
-    framebuffer->detach(attachment);
-    texture = std::move(replacement);
-    framebuffer->attach(texture.get(), attachment, 0);
+    framebuffer.detach(attachment);
+    texture.reset(makeTarget(size, internalFormat, formatFromInternalFormat(internalFormat),
+                             typeFromInternalFormat(internalFormat)));
+    framebuffer.attach(texture.get(), attachment, 0);
 }
 
 } // namespace
@@ -138,32 +127,33 @@ void replace(std::unique_ptr<Texture>& texture, std::unique_ptr<Texture> replace
 const PassDescription& VisibilityBufferRenderPass::description()
 {
     static const PassDescription description{
-        u"VisibilityBufferRenderPass"_s,
-        u"Records which primitives of a model cover each pixel, in lists, without shading."_s,
-        {{u"Qel_QRect_Viewport"_s,
-          u"size of the picture; the origin is ignored"_s,
-          u"no texture is published"_s,
-          {},
-          u"pixels"_s},
-         {u"Qel_QMatrix4x4_ProjectionMatrix"_s, u"eye space to clip space"_s, u"identity"_s},
-         {u"Qel_QMatrix4x4_CameraMatrix"_s, u"world space to eye space"_s, u"identity"_s},
-         {u"Qel_QelGPUModel*_Geometry"_s, u"the model"_s, u"all lists are empty"_s}},
-        {{u"Qel_QelTexture*_HeadPointers"_s,
-          u"number of a pixel's first node plus one, 0 where there is none; R32UI, owned by the "
-          "pass"_s},
-         {u"Qel_QelTexture*_NodeBuffer"_s,
-          u"nodes: number of the next node plus one or 0, number of the primitive plus one, bits "
-          "of the depth, number of the draw; RGBA32UI, 4096 x 4096 or of the picture's size, "
-          "owned by the pass"_s},
-         {u"Qel_int_NodeBufferWidth"_s, u"W: node n is the texel (n mod W, n div W)"_s},
-         {u"Qel_QelTexture*_Depth"_s, u"never set"_s}},
-        {{u"drawFlags"_s,
-          u"64-bit number, such as \"0x1\": batches are drawn whose flags, masked, equal it"_s, u"0"_s},
-         {u"drawMask"_s, u"64-bit number: the mask of the batches' flags; 0 with flags of 0 draws all"_s,
-          u"0"_s}},
-        false,
-        fragmentListExtensions(),
-        u"each pixel keeps its nearest fragment alone"_s};
+        .type = u"VisibilityBufferRenderPass"_s,
+        .summary = u"Records per-pixel lists of the primitives that cover each pixel, without shading."_s,
+        .inputs = {viewportInput(u"size of the frame; the origin is ignored"_s, u"no texture is published"_s),
+                   projectionMatrixInput(), cameraMatrixInput(),
+                   modelInput(u"the model"_s, u"all lists are empty"_s)},
+        .outputs = {{.name = u"Qel_QelTexture*_HeadPointers"_s,
+                     .meaning =
+                         u"index of a pixel's first node plus one, 0 for an empty list; R32UI, owned by "
+                         "the pass"_s},
+                    {.name = u"Qel_QelTexture*_NodeBuffer"_s,
+                     .meaning =
+                         u"nodes: index of the next node plus one or 0, index of the primitive plus "
+                         "one, bits of the depth, index of the draw; RGBA32UI, 4096 x 4096 or the size "
+                         "of the frame, owned by the pass"_s},
+                    {.name = u"Qel_int_NodeBufferWidth"_s,
+                     .meaning = u"W: node n is the texel (n mod W, n div W)"_s},
+                    {.name = u"Qel_QelTexture*_Depth"_s, .meaning = u"never set"_s}},
+        .options = {{.name = u"drawFlags"_s,
+                     .meaning = u"64-bit number, such as \"0x1\": only batches whose masked flags equal it "
+                                "are drawn"_s,
+                     .defaultValue = u"0"_s},
+                    {.name = u"drawMask"_s,
+                     .meaning =
+                         u"64-bit number: the mask of the batches' flags; 0 with drawFlags 0 draws all"_s,
+                     .defaultValue = u"0"_s}},
+        .fullModeExtensions = fragmentListExtensions(),
+        .reducedMode = u"each pixel keeps only its nearest fragment"_s};
     return description;
 }
 
@@ -191,62 +181,55 @@ void VisibilityBufferRenderPass::start(RenderCallbacks* /*callbacks*/)
         m_outputs[NodeBuffer].value.clear();
         return;
     }
-    if (!m_framebuffer) {
-        makeObjects();
+    if (!m_program) {
+        buildListProgram();
+        if (m_gl4) {
+            makeLists();
+        }
     }
     if (viewport.width() != m_width || viewport.height() != m_height) {
-        resize(viewport.width(), viewport.height());
+        resize(viewport.size());
     }
 
-    // The clear colour is left behind; integers are cleared by their own call.
+    // Set only because it stays set; integer textures are cleared by glClearBufferuiv.
     glClearColor(0.0F, 0.0F, 0.0F, 0.0F);
     if (m_gl4) {
         clearLists();
     }
-    const AutoBinder framebufferBinder(m_framebuffer.get());
-    Texture* scratch = nullptr;
-    if (m_gl4) {
-        // Something to rasterise onto; nothing is written to it.
-        scratch = attachTempTarget(m_framebuffer.get(), TextureFormat::RGBA16F, m_width, m_height);
-    }
-    m_framebuffer->setDrawBuffers();
-    if (!m_gl4) {
-        glClearBufferuiv(GL_COLOR, 0, zeroes.data());
-        glClearBufferuiv(GL_COLOR, 1, zeroes.data());
-        glClear(GL_DEPTH_BUFFER_BIT);
-    }
-    if (auto* model = getInputPointer<GPUModel>(Geometry)) {
-        draw(model);
-    }
-    if (m_gl4) {
-        m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
-        TextureManager::Instance()->releaseTempTextureRef(scratch, 1);
+    {
+        const AutoBinder framebufferBinder(m_framebuffer.get());
+        std::optional<PooledTarget> scratch;
+        if (m_gl4) {
+            // A target to rasterise onto; nothing is written to it.
+            scratch.emplace(*m_framebuffer, TextureFormat::RGBA16F, viewport.size());
+        } else {
+            clearTargets();
+        }
+        if (auto* model = getInputPointer<GPUModel>(Geometry)) {
+            draw(model);
+        }
     }
     m_outputs[HeadPointers].value = textureVariant(m_headPointers.get());
     m_outputs[NodeBuffer].value = textureVariant(m_nodes.get());
 }
 
-void VisibilityBufferRenderPass::makeObjects()
+void VisibilityBufferRenderPass::buildListProgram()
 {
-    m_framebuffer = std::make_unique<FramebufferObject>();
-    m_program = std::make_unique<ShaderProgram>();
-    m_program->setFragDataLocations(outputNames(m_attachments));
-    addModelVertexShaders(m_program.get(), vertexSource);
-    m_program->addShader(GL_FRAGMENT_SHADER, fragmentSource.arg(m_gl4 ? 0 : 1), {});
-    buildProgram(m_program.get());
-    if (m_gl4) {
-        makeLists();
-    }
+    ShaderProgram& program = provide(m_program);
+    program.setFragDataLocations({m_attachments[0].name, m_attachments[1].name});
+    addModelVertexShaders(&program, vertexSource);
+    program.addShader(GL_FRAGMENT_SHADER, fragmentSource.arg(m_gl4 ? 0 : 1), {});
+    buildProgram(program);
 }
 
+/// Makes what only the full mode needs.
 void VisibilityBufferRenderPass::makeLists()
 {
-    m_headFramebuffer = std::make_unique<FramebufferObject>();
-    m_nodeFramebuffer = std::make_unique<FramebufferObject>();
+    FramebufferObject& nodeFramebuffer = provide(m_nodeFramebuffer);
     {
-        const AutoBinder binder(m_nodeFramebuffer.get());
-        replace(m_nodes, makeIntegerTarget(nodeBufferSide, nodeBufferSide, GL_RGBA32UI),
-                m_nodeFramebuffer.get(), GL_COLOR_ATTACHMENT0);
+        const AutoBinder binder(&nodeFramebuffer);
+        replace(m_nodes, nodeFramebuffer, GL_COLOR_ATTACHMENT0, GL_RGBA32UI,
+                {nodeBufferSide, nodeBufferSide});
     }
     checkGLError(sourceFile, __LINE__);
 
@@ -260,39 +243,47 @@ void VisibilityBufferRenderPass::makeLists()
     m_previousCountTexel->setTarget(GL_TEXTURE_BUFFER);
     m_previousCountTexel->setBuffer(GL_R32UI, m_previousCount.get());
 
-    m_clearProgram = std::make_unique<ShaderProgram>();
-    m_clearProgram->setFragDataLocations({u"out_Node"_s});
-    m_clearProgram->addShader(GL_VERTEX_SHADER, clearVertexSource.arg(nodeBufferSide), {});
-    m_clearProgram->addShader(GL_FRAGMENT_SHADER, clearFragmentSource, {});
-    buildProgram(m_clearProgram.get());
-    m_clearBatch = OpenGLDeviceContext::current()->fullScreenQuad();
-    enableArrays(m_clearBatch, m_clearProgram.get());
+    ShaderProgram& clearProgram = provide(m_clearProgram);
+    clearProgram.setFragDataLocations({u"out_Node"_s});
+    clearProgram.addShader(GL_VERTEX_SHADER, clearVertexSource.arg(nodeBufferSide), {});
+    clearProgram.addShader(GL_FRAGMENT_SHADER, clearFragmentSource, {});
+    buildProgram(clearProgram);
+    provideScreenBatch(m_clearBatch, clearProgram, Screen::Quad);
 }
 
-void VisibilityBufferRenderPass::resize(int width, int height)
+void VisibilityBufferRenderPass::resize(const QSize& size)
 {
-    m_width = width;
-    m_height = height;
-    FramebufferObject* listFramebuffer = m_gl4 ? m_headFramebuffer.get() : m_framebuffer.get();
+    m_width = size.width();
+    m_height = size.height();
+    FramebufferObject& framebuffer = provide(m_framebuffer);
+    FramebufferObject& listFramebuffer = m_gl4 ? provide(m_headFramebuffer) : framebuffer;
     {
-        const AutoBinder binder(listFramebuffer);
-        replace(m_headPointers, makeIntegerTarget(width, height, GL_R32UI), listFramebuffer,
-                GL_COLOR_ATTACHMENT0);
+        const AutoBinder binder(&listFramebuffer);
+        const auto heads = static_cast<unsigned int>(m_attachments[0].format);
+        replace(m_headPointers, listFramebuffer, GL_COLOR_ATTACHMENT0, heads, size);
         if (!m_gl4) {
-            replace(m_nodes, makeIntegerTarget(width, height, GL_RGBA32UI), listFramebuffer,
-                    GL_COLOR_ATTACHMENT1);
+            const auto nodes = static_cast<unsigned int>(m_attachments[1].format);
+            replace(m_nodes, listFramebuffer, GL_COLOR_ATTACHMENT1, nodes, size);
         }
     }
-    const AutoBinder binder(m_framebuffer.get());
-    replace(m_depth, std::unique_ptr<Texture>(makeDepthTarget(width, height)), m_framebuffer.get(),
-            GL_DEPTH_ATTACHMENT);
+    const AutoBinder binder(&framebuffer);
+    replace(m_depth, framebuffer, GL_DEPTH_ATTACHMENT, GL_DEPTH_COMPONENT32F, size);
     checkGLError(sourceFile, __LINE__);
 }
 
-/// Makes every texel of both images 0 and starts counting anew.
+/// Clears the targets of the reduced mode.
+void VisibilityBufferRenderPass::clearTargets()
+{
+    m_framebuffer->setDrawBuffers();
+    glClearBufferuiv(GL_COLOR, 0, zeroes.data());
+    glClearBufferuiv(GL_COLOR, 1, zeroes.data());
+    glClear(GL_DEPTH_BUFFER_BIT);
+}
+
+/// Clears both images of the full mode to 0 and resets the counter.
 void VisibilityBufferRenderPass::clearLists()
 {
-    // The images and the counter were last written by shaders, maybe those of other passes.
+    // The images and the counter were last written by shaders, possibly of other passes.
     glMemoryBarrier(GL_FRAMEBUFFER_BARRIER_BIT | GL_BUFFER_UPDATE_BARRIER_BIT);
     m_previousCount->copyBytes(m_counter.get(), sizeof(unsigned int));
     m_counter->updateBytes(zeroes.data(), sizeof(unsigned int));
@@ -305,8 +296,8 @@ void VisibilityBufferRenderPass::clearLists()
     glMemoryBarrier(GL_SHADER_IMAGE_ACCESS_BARRIER_BIT);
 }
 
-/// Only what the frame before wrote is not 0: clearing all of the 256 MiB every time would cost more than
-/// drawing.
+/// Clears the nodes that the previous frame wrote; all others are 0 already. Clearing all 256 MiB every frame
+/// would cost more than drawing.
 void VisibilityBufferRenderPass::clearNodes()
 {
     const AutoBinder framebufferBinder(m_nodeFramebuffer.get());
@@ -320,7 +311,7 @@ void VisibilityBufferRenderPass::clearNodes()
     const AutoBinder programBinder(m_clearProgram.get());
     const AutoBinder countBinder(m_previousCountTexel.get());
     m_clearProgram->setUniform(m_clearCount, m_previousCountTexel->unit());
-    drawBatch(m_clearBatch.data());
+    drawBatch(m_clearBatch);
 }
 
 void VisibilityBufferRenderPass::draw(GPUModel* model)
@@ -338,8 +329,8 @@ void VisibilityBufferRenderPass::draw(GPUModel* model)
     m_program->setUniform(m_nodeBufferImage, 1);
     {
         const AutoBinder counterBinder(m_counter.get());
-        // Bound for writing alone although the shader exchanges values, which reads them. Deliberate; drivers
-        // go by what the shader does.
+        // Bound as write-only although the shader's atomic exchange also reads. Deliberate; drivers go by
+        // what the shader does.
         const ImageBinder headPointers(0, m_headPointers.get(), GL_WRITE_ONLY, GL_R32UI);
         const ImageBinder nodes(1, m_nodes.get(), GL_READ_WRITE, GL_RGBA32UI);
         model->draw(m_program.get(), m_drawFlags, m_drawMask, WindingType::CounterClockwise);

@@ -18,42 +18,50 @@ class FramebufferObject;
 class GPUModel;
 class Texture;
 
-/// Draws a model once and records, without shading, which primitives cover each pixel: a list of fragments
-/// for each pixel (L. Carpenter: The A-buffer, an antialiased hidden surface method, 1984), linked on the GPU
-/// (J. C. Yang, J. Hensley, H. Gruen, N. Thibieroz: Real-time concurrent linked list construction on the GPU,
-/// 2010).
+/// Records, without shading, which primitives of a model cover each pixel: one list of fragments per pixel
+/// (L. Carpenter: The A-buffer, an antialiased hidden surface method, 1984), linked on the GPU (J. C. Yang,
+/// J. Hensley, H. Gruen, N. Thibieroz: Real-time concurrent linked list construction on the GPU, 2010).
 ///
-/// A node is a texel of the node buffer, four unsigned integers: the next node of the list, the primitive's
-/// number plus one, the bits of the depth as a float and the draw's number in the model. Head pointers and
-/// next pointers are a node's number plus one, 0 ends the list; node n is the texel (n mod W, n div W), W
-/// being the published width. Nodes stand in their lists in no particular order.
+/// A node is one texel of the node buffer, four unsigned integers: the next node of the list, the primitive's
+/// index plus one, the bits of the depth as a float, and the index of the draw in the model. Head pointers
+/// and next pointers hold a node's index plus one; 0 ends the list. Node n is the texel (n mod W, n div W),
+/// where W is the published width. The nodes of a list are in no particular order.
 ///
-/// In its full mode every fragment of every layer is recorded, up to 4096 x 4096 nodes. What comes after is
-/// lost, and with it what its pixel had: the head pointer then names a node that does not exist, which
-/// readers must take for the end of the list. In the reduced mode, without the extensions that
-/// `description()` lists, each pixel keeps the nearest fragment alone, with 0 for the draw. The pass says on
-/// the debug channel, each time it runs, in which mode.
+/// The full mode records every fragment of every layer, up to 4096 x 4096 nodes. Later fragments are lost,
+/// and with them what their pixels had recorded before: such a head pointer names a node that does not exist,
+/// which readers must treat as the end of the list. The reduced mode, used without the extensions that
+/// `description()` lists, keeps only the nearest fragment of each pixel, with 0 as the draw. Each run logs
+/// its mode on the debug channel.
 ///
-/// GL state: relies on face culling as it is, on the colour mask being full and scissor test and blending
-/// being off, and in the reduced mode on depth function and depth mask; leaves the clear colour 0 and, when a
-/// model was drawn, the front face counter-clockwise and the depth test enabled. Outputs are owned by the
-/// pass; head pointers are replaced when the size changes, the node buffer of the full mode never.
+/// The outputs are owned by the pass; head pointers are replaced when the size changes, and the node buffer
+/// of the full mode never is.
+///
+/// GL state: expects face culling as the model needs it, a full colour mask, scissor test and blending
+/// disabled, and in the reduced mode a depth function and depth mask for nearest fragments. Leaves the clear
+/// colour at 0 and, if a model was drawn, the front face counter-clockwise and the depth test enabled.
 class QEL_RENDERPASSES_EXPORT VisibilityBufferRenderPass : public RenderPassHelper
 {
 public:
     enum InputPort
     {
+        /// QRect in pixels.
         Viewport,
+        /// QMatrix4x4, eye space to clip space.
         ProjectionMatrix,
+        /// QMatrix4x4, world space to eye space.
         CameraMatrix,
+        /// GPUModel*.
         Geometry
     };
     enum OutputPort
     {
+        /// Head pointers, R32UI.
         HeadPointers,
+        /// Nodes, RGBA32UI.
         NodeBuffer,
+        /// int, nodes in a row of the node buffer.
         NodeBufferWidth,
-        /// Never set by the pass: it keeps what it holds. Deliberate; nobody may rely on it.
+        /// Never set by the pass; keeps whatever value it has. Deliberate; do not rely on it.
         Depth
     };
 
@@ -61,23 +69,25 @@ public:
 
     static const PassDescription& description();
 
-    /// Draws the batches whose flags masked by `drawMask` equal `drawFlags`; 0, 0 draws all.
+    /// Makes a pass that draws the batches whose flags masked by `drawMask` equal `drawFlags`; 0, 0 draws
+    /// all.
     explicit VisibilityBufferRenderPass(unsigned long long drawFlags = 0, unsigned long long drawMask = 0);
     ~VisibilityBufferRenderPass() override;
 
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    void makeObjects();
+    void buildListProgram();
     void makeLists();
-    void resize(int width, int height);
+    void resize(const QSize& size);
     void clearLists();
     void clearNodes();
+    void clearTargets();
     void draw(GPUModel* model);
 
     unsigned long long m_drawFlags;
     unsigned long long m_drawMask;
-    /// Whether whole lists are built.
+    /// Whether the full mode is in use.
     bool m_gl4 = false;
     std::vector<FBOConfig> m_attachments;
     std::unique_ptr<FramebufferObject> m_framebuffer;
@@ -91,9 +101,9 @@ private:
     int m_height = 0;
     int m_nodeBufferWidth = 0;
 
-    /// How many nodes the frame asked for so far.
+    /// Counts the nodes that the current frame requested.
     std::unique_ptr<BufferObject> m_counter;
-    /// The same of the frame before, for the vertex stage of the program that clears its nodes.
+    /// The count of the previous frame, read by the vertex stage of the program that clears its nodes.
     std::unique_ptr<BufferObject> m_previousCount;
     std::unique_ptr<Texture> m_previousCountTexel;
     std::unique_ptr<ShaderProgram> m_clearProgram;

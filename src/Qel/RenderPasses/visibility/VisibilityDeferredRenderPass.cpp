@@ -1,22 +1,16 @@
 #include <Qel/RenderPasses/visibility/VisibilityDeferredRenderPass.h>
 
 #include <QMatrix4x4>
-#include <QRect>
 
 #include <array>
 
 #include <epoxy/gl.h>
 
+#include <Qel/RenderPasses/framework/CommonPorts.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/RenderPasses/support/FragmentLists.h>
-#include <Qel/RenderPasses/support/FullScreen.h>
-#include <Qel/RenderPasses/support/Targets.h>
-#include <Qel/gl/DrawBuffers.h>
-#include <Qel/gl/FramebufferObject.h>
 #include <Qel/gl/GLSLMacroProcessor.h>
-#include <Qel/gl/Guards.h>
 #include <Qel/gl/InstanceData.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/Texture.h>
 #include <Qel/gl/VertexArrayObject.h>
 #include <Qel/model/GPUModel.h>
 
@@ -26,9 +20,9 @@ namespace Morvane::Qel {
 
 namespace {
 
-// The normal is extended with w = 1, so that the last column of the normal matrix takes part, which for other
-// than affine camera matrices is not 0. Deliberate, as
-// is the sequence by which layers are blended: each line reads what the line before it wrote.
+// Both deliberate: the normal is extended with w = 1, so the last column of the normal matrix takes part,
+// which is not 0 for a camera matrix that is not affine; and the blending sequence, in which each line reads
+// what the line before it wrote.
 const QString fragmentSource = uR"(#version 150
 #include "VisibilityBuffer.glslh"
 #include "TextureManager.glslh"
@@ -42,7 +36,7 @@ out vec4 out_FragColor;
 
 void main()
 {
-    // Alpha begins at 1 for layers that are laid under those before.
+    // Alpha starts at 1, as front-to-back compositing needs.
     vec4 result = vec4(0.0, 0.0, 0.0, 1.0);
     uint pointer;
     initializeVisibilityBufferQuery(vo_TexCoord, pointer);
@@ -84,31 +78,32 @@ void main()
 const PassDescription& VisibilityDeferredRenderPass::description()
 {
     static const PassDescription description{
-        u"VisibilityDeferredRenderPass"_s,
-        u"Shades lists of fragments from the model's buffers and blends their layers in order."_s,
-        {{u"Qel_QRect_Viewport"_s,
-          u"size of the frame; the origin is ignored"_s,
-          u"no texture is made"_s,
-          {},
-          u"pixels"_s},
-         {u"Qel_QMatrix4x4_ProjectionMatrix"_s, u"eye space to clip space, as the lists were drawn"_s,
-          u"identity"_s},
-         {u"Qel_QMatrix4x4_CameraMatrix"_s, u"world space to eye space, as the lists were drawn"_s,
-          u"identity"_s},
-         {u"Qel_QelTexture*_HeadPointers"_s, u"head pointers, R32UI"_s, u"the frame is clear"_s},
-         {u"Qel_QelTexture*_NodeBuffer"_s, u"nodes, RGBA32UI"_s, u"the frame is clear"_s},
-         {u"Qel_int_NodeBufferWidth"_s,
-          u"nodes in a row of the buffer"_s,
-          u"the frame is clear"_s,
-          {},
-          u"1 or more"_s},
-         {u"Qel_QelGPUModel*_Geometry"_s,
-          u"the model that the lists were drawn from, of triangles with 32-bit indices or "
-          "none; all is shaded as its first batch"_s,
-          u"the frame is clear"_s}},
-        {{u"Qel_QelTexture*_Frame"_s,
-          u"blended colours, with the alpha that the sequence of blending leaves; GL_RGBA, owned by the "
-          "pass"_s}}};
+        .type = u"VisibilityDeferredRenderPass"_s,
+        .summary = u"Shades fragment lists from the model's buffers and blends their layers in order."_s,
+        .inputs = {viewportInput(u"size of the frame; the origin is ignored"_s, u"no texture is made"_s),
+                   {.name = u"Qel_QMatrix4x4_ProjectionMatrix"_s,
+                    .meaning = u"eye space to clip space, as for the lists"_s,
+                    .whenMissing = u"identity"_s},
+                   {.name = u"Qel_QMatrix4x4_CameraMatrix"_s,
+                    .meaning = u"world space to eye space, as for the lists"_s,
+                    .whenMissing = u"identity"_s},
+                   {.name = u"Qel_QelTexture*_HeadPointers"_s,
+                    .meaning = u"head pointers, R32UI"_s,
+                    .whenMissing = u"the frame is cleared"_s},
+                   {.name = u"Qel_QelTexture*_NodeBuffer"_s,
+                    .meaning = u"nodes, RGBA32UI"_s,
+                    .whenMissing = u"the frame is cleared"_s},
+                   {.name = u"Qel_int_NodeBufferWidth"_s,
+                    .meaning = u"nodes in a row of the node buffer"_s,
+                    .whenMissing = u"the frame is cleared"_s,
+                    .range = u"1 or more"_s},
+                   modelInput(u"the model that the lists were drawn from, of triangles, with 32-bit indices "
+                              "or none; everything is shaded as its first batch"_s,
+                              u"the frame is cleared"_s)},
+        .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
+                     .meaning =
+                         u"blended linear colours, clamped to 0 to 1, with the alpha that the blending "
+                         "sequence leaves; GL_RGBA, owned by the pass"_s}}};
     return description;
 }
 
@@ -117,7 +112,10 @@ VisibilityDeferredRenderPass::VisibilityDeferredRenderPass()
     declarePorts(description());
 }
 
-VisibilityDeferredRenderPass::~VisibilityDeferredRenderPass() = default;
+VisibilityDeferredRenderPass::~VisibilityDeferredRenderPass()
+{
+    deleteTarget(m_framebuffer.get(), GL_COLOR_ATTACHMENT0);
+}
 
 void VisibilityDeferredRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
@@ -125,77 +123,60 @@ void VisibilityDeferredRenderPass::start(RenderCallbacks* /*callbacks*/)
     auto* headPointers = getInputPointer<Texture>(HeadPointers);
     auto* nodes = getInputPointer<Texture>(NodeBuffer);
     auto* model = getInputPointer<GPUModel>(Geometry);
-
-    TextureManager* pool = TextureManager::Instance();
+    const InputReferences inputs(headPointers, nodes);
     if (viewport.isEmpty()) {
         m_outputs[Frame].value.clear();
-        pool->releaseTempTextureRef(headPointers, 1);
-        pool->releaseTempTextureRef(nodes, 1);
         return;
     }
-    if (!m_framebuffer) {
-        makeObjects();
-    }
-    if (viewport.width() != m_width || viewport.height() != m_height) {
-        resize(viewport.width(), viewport.height());
-    }
-    {
-        const AutoBinder framebufferBinder(m_framebuffer.get());
-        m_framebuffer->setDrawBuffers();
-        glClear(GL_COLOR_BUFFER_BIT);
-        if (areFragmentLists(headPointers, nodes, &m_hasReportedLists) &&
-            m_inputs[NodeBufferWidth].value.toInt() > 0 && model && model->numBatches() > 0 &&
-            model->drawBuffers(0)->VAO()) {
-            shade(headPointers, nodes, model);
-        }
+
+    provideTargets(m_framebuffer, m_width, m_height, viewport,
+                   {{GL_COLOR_ATTACHMENT0, GL_RGBA, GL_BGRA, GL_FLOAT}});
+    provideProgram();
+    const AutoBinder framebufferBinder(m_framebuffer.get());
+    m_framebuffer->setDrawBuffers();
+    glClear(GL_COLOR_BUFFER_BIT);
+    if (areFragmentLists(headPointers, nodes, &m_hasReportedLists) &&
+        m_inputs[NodeBufferWidth].value.toInt() > 0 && model && model->numBatches() > 0 &&
+        model->drawBuffers(0)->VAO()) {
+        shade(headPointers, nodes, model);
     }
     m_outputs[Frame].value = textureVariant(m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
-    pool->releaseTempTextureRef(headPointers, 1);
-    pool->releaseTempTextureRef(nodes, 1);
 }
 
-void VisibilityDeferredRenderPass::makeObjects()
+void VisibilityDeferredRenderPass::provideProgram()
 {
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    m_framebuffer = std::make_unique<FramebufferObject>();
-
-    // Before OpenGL 4.0 buffers of three components could not be shown as such.
+    if (m_program) {
+        return;
+    }
+    // Buffer textures of three components need OpenGL 4.0 or the extension.
+    const OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     m_hasThreeComponents =
         context->version() >= 40 || context->hasExtension("ARB_texture_buffer_object_rgb32");
     GLSLMacroProcessor processor;
     if (!m_hasThreeComponents) {
         processor.addDefine(u"QEL_VECTORS_AS_FLOATS"_s, u"1"_s);
     }
-    const InstanceDataRegistry* registry = InstanceDataRegistry::Instance();
-    m_program = std::make_unique<ShaderProgram>();
-    m_program->setMacroProcessor(&processor);
-    addFullScreenShaders(m_program.get(), fragmentSource);
-    m_program->addShaderFromFile(GL_FRAGMENT_SHADER, u"VisibilityBuffer.glslc"_s);
-    m_program->addShaderFromFile(GL_FRAGMENT_SHADER, u"TextureManager.glslc"_s);
+    ShaderProgram& program = provide(m_program);
+    program.setMacroProcessor(&processor);
+    program.setFragDataLocations({u"out_FragColor"_s});
+    program.addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
+    program.addShader(GL_FRAGMENT_SHADER, fragmentSource, {});
+    program.addShaderFromFile(GL_FRAGMENT_SHADER, u"VisibilityBuffer.glslc"_s);
+    program.addShaderFromFile(GL_FRAGMENT_SHADER, u"TextureManager.glslc"_s);
     for (const QString& plan : {u"InstanceInfo"_s, u"OBJMaterial"_s}) {
-        m_program->addShader(GL_FRAGMENT_SHADER, registry->getPlan(plan)->glslc(), {});
+        program.addShader(GL_FRAGMENT_SHADER, InstanceDataRegistry::Instance()->getPlan(plan)->glslc(), {});
     }
-    buildProgram(m_program.get());
-    m_program->setMacroProcessor(nullptr);
-    m_fullScreenBatch = context->fullScreenTriangle();
-    enableArrays(m_fullScreenBatch, m_program.get());
+    buildProgram(program);
+    program.setMacroProcessor(nullptr);
+    provideScreenBatch(m_fullScreenBatch, program, Screen::Triangle);
 
     constexpr std::array<float, 3> zeroes{};
     m_zeroes = QSharedPointer<BufferObject>::create();
     m_zeroes->upload(zeroes.data(), static_cast<int>(zeroes.size()), GL_STATIC_DRAW);
 }
 
-void VisibilityDeferredRenderPass::resize(int width, int height)
-{
-    m_width = width;
-    m_height = height;
-    const AutoBinder binder(m_framebuffer.get());
-    m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
-    m_frame.reset(makeTarget(width, height, GL_RGBA, GL_BGRA, GL_FLOAT));
-    m_framebuffer->attach(m_frame.get(), GL_COLOR_ATTACHMENT0, 0);
-}
-
-void VisibilityDeferredRenderPass::showBuffers(DrawBuffers* batch)
+/// Points the buffer textures at the batch's buffers, if they changed.
+void VisibilityDeferredRenderPass::updateBufferTextures(DrawBuffers* batch)
 {
     if (m_shownBatch == batch && m_shownVertexArray == batch->VAO() && m_shownIndices == batch->indexBO()) {
         return;
@@ -222,18 +203,16 @@ void VisibilityDeferredRenderPass::showBuffers(DrawBuffers* batch)
 void VisibilityDeferredRenderPass::shade(Texture* headPointers, Texture* nodes, GPUModel* model)
 {
     DrawBuffers* batch = model->drawBuffers(0);
-    showBuffers(batch);
+    updateBufferTextures(batch);
 
     const AutoDisabler depthTest(GL_DEPTH_TEST);
     const AutoBinder programBinder(m_program.get());
-    const AutoBinder headPointerBinder(headPointers);
-    const AutoBinder nodeBinder(nodes);
+    const BoundSampler headPointerSampler(*m_program, m_headPointerSampler, headPointers, Sampling::Nearest);
+    const BoundSampler nodeSampler(*m_program, m_nodeSampler, nodes, Sampling::Nearest);
     const AutoBinder positionBinder(m_positions.get());
     const AutoBinder texCoordBinder(m_texCoords.get());
     const AutoBinder normalBinder(m_normals.get());
     const AutoBinder indexBinder(m_indices.get());
-    m_program->setUniform(m_headPointerSampler, headPointers->unit());
-    m_program->setUniform(m_nodeSampler, nodes->unit());
     m_program->setUniform(m_nodeBufferWidth, m_inputs[NodeBufferWidth].value.toInt());
     m_program->setUniform(m_positionSampler, m_positions->unit());
     m_program->setUniform(m_texCoordSampler, m_texCoords->unit());
@@ -246,12 +225,12 @@ void VisibilityDeferredRenderPass::shade(Texture* headPointers, Texture* nodes, 
     const AutoBinder commandBinder(commands.data());
     model->materialData(0)->bind(nullptr);
     model->objectData(0)->bind(nullptr);
-    drawBatch(m_fullScreenBatch.data());
+    drawBatch(m_fullScreenBatch);
     model->objectData(0)->unbind(nullptr);
     model->materialData(0)->unbind(nullptr);
 }
 
-/// All that the shader files may ask for, whether or not they do.
+/// Sets every matrix that the shader files may declare.
 void VisibilityDeferredRenderPass::setMatrices()
 {
     const auto projection = m_inputs[ProjectionMatrix].value.value<QMatrix4x4>();

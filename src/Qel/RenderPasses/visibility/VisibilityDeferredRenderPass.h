@@ -18,39 +18,47 @@ class GPUModel;
 class Texture;
 class VertexArrayObject;
 
-/// Shades the lists of fragments of VisibilityBufferRenderPass: fetches each recorded primitive from the
-/// model's buffers, rebuilds its attributes at the pixel and blends the layers in the order of the list (C.
-/// A. Burns, W. A. Hunt: The visibility buffer: a cache-friendly approach to deferred shading, 2013). Lists
-/// that were sorted give transparency in the right order.
+/// Shades the fragment lists of VisibilityBufferRenderPass: fetches each recorded primitive from the model's
+/// buffers, reconstructs its attributes at the pixel and blends the layers in list order (C. A. Burns, W. A.
+/// Hunt: The visibility buffer: a cache-friendly approach to deferred shading, 2013). Sorted lists give
+/// transparency in the right order.
 ///
-/// Every fragment is shaded with material, transform and buffers of the model's first batch, whichever draw
-/// it came from: a model of several batches is shaded as if it had that one. Deliberate. Light and colours
-/// are those of ForwardRenderPass.
+/// Every fragment is shaded with the material, transform and buffers of the model's first batch, whichever
+/// draw it came from: a model of several batches is shaded as if it had only that one. Deliberate. Lighting
+/// and colours are those of ForwardRenderPass.
 ///
-/// Layers are blended by a sequence of its own, which the fragment stage spells out. With it a layer of
-/// dissolve d adds its colour twice, mixed with d over the layers before it and once more by d (d + (1 - d)
-/// a), a being the alpha before, from 1 on: in a sorted list the farthest layer weighs most, and an opaque
-/// first layer has double its brightness and an alpha of 0. Alpha becomes (1 - d) (d + (1 - d) a); pixels
-/// without fragments keep the clear colour.
+/// Layers are blended by the sequence in the fragment stage, in which a layer of dissolve d adds its colour
+/// twice: it is mixed with weight d over the previous layers, and then added again with weight d (d + (1 - d)
+/// a), where a is the previous alpha, initially 1. In a sorted list the farthest layer therefore weighs most,
+/// and an opaque first layer has twice its brightness and an alpha of 0. Alpha becomes (1 - d) (d + (1 - d)
+/// a). Pixels without fragments keep the clear colour. Deliberate.
 ///
-/// The output is GL_RGBA, owned by the pass and replaced when the size changes. GL state: relies on the clear
-/// colour, on blending, face culling and scissor test being off and on the colour mask being full; the depth
-/// test is put back as it was.
+/// The output is owned by the pass and replaced when the size changes. GL state: uses the clear colour in
+/// force; expects blending, face culling and scissor test disabled and a full colour mask; restores the depth
+/// test.
 class QEL_RENDERPASSES_EXPORT VisibilityDeferredRenderPass : public RenderPassHelper
 {
 public:
     enum InputPort
     {
+        /// QRect in pixels.
         Viewport,
+        /// QMatrix4x4, eye space to clip space.
         ProjectionMatrix,
+        /// QMatrix4x4, world space to eye space.
         CameraMatrix,
+        /// Head pointers, R32UI.
         HeadPointers,
+        /// Nodes, RGBA32UI.
         NodeBuffer,
+        /// int, nodes in a row of the node buffer.
         NodeBufferWidth,
+        /// GPUModel*.
         Geometry
     };
     enum OutputPort
     {
+        /// GL_RGBA, 0 to 1.
         Frame
     };
 
@@ -62,28 +70,27 @@ public:
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    void makeObjects();
-    void resize(int width, int height);
-    void showBuffers(DrawBuffers* batch);
+    void provideProgram();
+    void updateBufferTextures(DrawBuffers* batch);
     void shade(Texture* headPointers, Texture* nodes, GPUModel* model);
     void setMatrices();
 
     std::unique_ptr<FramebufferObject> m_framebuffer;
-    std::unique_ptr<Texture> m_frame;
     std::unique_ptr<ShaderProgram> m_program;
     QSharedPointer<DrawBuffers> m_fullScreenBatch;
-    /// The model's buffers as texels.
+    /// Buffer textures over the model's buffers.
     std::unique_ptr<Texture> m_positions;
     std::unique_ptr<Texture> m_texCoords;
     std::unique_ptr<Texture> m_normals;
     std::unique_ptr<Texture> m_indices;
-    /// Whose buffers they show; null once the model is gone.
+    /// The batch whose buffers they show; null once the model is deleted.
     QPointer<DrawBuffers> m_shownBatch;
     QWeakPointer<VertexArrayObject> m_shownVertexArray;
     QWeakPointer<BufferObject> m_shownIndices;
     bool m_hasReportedLists = false;
-    /// Stands in for a buffer that the model does not have: zeroes for one vertex.
+    /// Zeroes for one vertex, in place of a buffer that the model does not have.
     QSharedPointer<BufferObject> m_zeroes;
+    /// Whether buffer textures may have three components.
     bool m_hasThreeComponents = false;
     int m_width = 0;
     int m_height = 0;

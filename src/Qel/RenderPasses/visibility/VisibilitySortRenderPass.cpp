@@ -1,17 +1,11 @@
 #include <Qel/RenderPasses/visibility/VisibilitySortRenderPass.h>
 
-#include <QRect>
-
 #include <epoxy/gl.h>
 
+#include <Qel/RenderPasses/framework/CommonPorts.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/RenderPasses/support/FragmentLists.h>
-#include <Qel/RenderPasses/support/FullScreen.h>
-#include <Qel/RenderPasses/support/Targets.h>
-#include <Qel/gl/FramebufferObject.h>
 #include <Qel/gl/GLErrors.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/Texture.h>
 
 using namespace Qt::StringLiterals;
 
@@ -21,9 +15,9 @@ namespace {
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/VisibilitySortRenderPass";
 
-// Records keep the pointer of the node whose place they have while their payloads move. The smaller of two
-// ranges is sorted first, so that the stack is never deeper than the number of times that 50 can be halved.
-// Both walks take no more than MAX_DEPTH steps, whatever the pointers say.
+// Payloads move between records; each record keeps the next pointer of the node at its place. The smaller of
+// two ranges is sorted first, which bounds the stack by the number of times that 50 can be halved. Both walks
+// take at most MAX_DEPTH steps, whatever the pointers are.
 const QString fragmentSource = uR"(#version 150
 #extension GL_ARB_shader_atomic_counters : enable
 #extension GL_ARB_shader_image_load_store : enable
@@ -57,7 +51,7 @@ void copyPayload(inout Record target, Record source)
     target.depth = source.depth;
 }
 
-// An alternative to quickSort that nothing calls; kept on purpose.
+// An alternative to quickSort, never called. Deliberate.
 void insertionSort(int count)
 {
     for (int i = 1; i < count; ++i) {
@@ -70,7 +64,7 @@ void insertionSort(int count)
     }
 }
 
-// Divides the records from low to high by the first of them and returns where that one belongs.
+// Partitions the records from low to high around the first one and returns the place where that one ends up.
 int divide(int low, int high)
 {
     Record pivot = records[low];
@@ -95,7 +89,7 @@ int sizeOf(ivec2 range)
 
 void quickSort(int count)
 {
-    // Begins and ends of what is left to sort.
+    // Begin and end of each range that remains to be sorted.
     ivec2 ranges[MAX_LEVELS];
     int top = 0;
     ranges[0] = ivec2(0, count);
@@ -125,15 +119,15 @@ ivec2 texelOfNode(uint pointer)
     return ivec2((pointer - 1u) % width, (pointer - 1u) / width);
 }
 
-// Fills the records from the list and returns their number.
+// Fills the records from the list and returns their count.
 int gather(uint pointer)
 {
     int count = 0;
     while (pointer != 0u && count < MAX_DEPTH) {
         uvec4 node = imageLoad(u_NodeBufferImage, texelOfNode(pointer));
         if (node.g == 0u) {
-            // Outside the image g reads as 0, which no node has for its primitive: the list of a buffer that ran
-            // full ends here.
+            // Reads outside the image return 0, which is no node's primitive: here ends a list whose node did
+            // not fit into the buffer.
             break;
         }
         records[count] = Record(node.g, node.a, uintBitsToFloat(node.b), node.r);
@@ -174,28 +168,25 @@ void main()
 const PassDescription& VisibilitySortRenderPass::description()
 {
     static const PassDescription description{
-        u"VisibilitySortRenderPass"_s,
-        u"Sorts the lists of fragments by depth, nearest first, in place."_s,
-        {{u"Qel_QRect_Viewport"_s,
-          u"size of the picture; the origin is ignored"_s,
-          u"nothing is sorted"_s,
-          {},
-          u"pixels"_s},
-         {u"Qel_QelTexture*_HeadPointers"_s, u"head pointers, R32UI"_s, u"nothing is sorted"_s},
-         {u"Qel_QelTexture*_NodeBuffer"_s, u"nodes, RGBA32UI; their contents are sorted"_s,
-          u"nothing is sorted"_s},
-         {u"Qel_int_NodeBufferWidth"_s,
-          u"nodes in a row of the buffer"_s,
-          u"nothing is sorted"_s,
-          {},
-          u"1 or more"_s}},
-        {{u"Qel_QelTexture*_HeadPointers"_s, u"the head pointers of the input"_s},
-         {u"Qel_QelTexture*_NodeBuffer"_s, u"the node buffer of the input"_s},
-         {u"Qel_int_NodeBufferWidth"_s, u"the width of the input"_s}},
-        {},
-        false,
-        fragmentListExtensions(),
-        u"lists, which then have one fragment, are passed on as they are"_s};
+        .type = u"VisibilitySortRenderPass"_s,
+        .summary = u"Sorts fragment lists by depth, nearest first, in place."_s,
+        .inputs = {viewportInput(u"size of the frame; the origin is ignored"_s, u"nothing is sorted"_s),
+                   {.name = u"Qel_QelTexture*_HeadPointers"_s,
+                    .meaning = u"head pointers, R32UI"_s,
+                    .whenMissing = u"nothing is sorted"_s},
+                   {.name = u"Qel_QelTexture*_NodeBuffer"_s,
+                    .meaning = u"nodes, RGBA32UI; sorted in place"_s,
+                    .whenMissing = u"nothing is sorted"_s},
+                   {.name = u"Qel_int_NodeBufferWidth"_s,
+                    .meaning = u"nodes in a row of the node buffer"_s,
+                    .whenMissing = u"nothing is sorted"_s,
+                    .range = u"1 or more"_s}},
+        .outputs = {{.name = u"Qel_QelTexture*_HeadPointers"_s,
+                     .meaning = u"the head pointers of the input"_s},
+                    {.name = u"Qel_QelTexture*_NodeBuffer"_s, .meaning = u"the node buffer of the input"_s},
+                    {.name = u"Qel_int_NodeBufferWidth"_s, .meaning = u"the width of the input"_s}},
+        .fullModeExtensions = fragmentListExtensions(),
+        .reducedMode = u"lists, which then have at most one fragment, are passed on unchanged"_s};
     return description;
 }
 
@@ -216,72 +207,57 @@ void VisibilitySortRenderPass::start(RenderCallbacks* /*callbacks*/)
     m_gl4 = hasFragmentListExtensions();
     auto* headPointers = getInputPointer<Texture>(HeadPointers);
     auto* nodes = getInputPointer<Texture>(NodeBuffer);
+    const InputReferences inputs(headPointers, nodes);
     const int width = m_inputs[NodeBufferWidth].value.toInt();
     if (m_gl4 && width > 0 && !m_inputs[Viewport].value.toRect().isEmpty() &&
         areFragmentLists(headPointers, nodes, &m_hasReportedLists)) {
         sort(headPointers, nodes, width);
     }
-    passInputsThrough();
-}
-
-/// The users of the outputs get the references that they drop, and the inputs' own are dropped here.
-void VisibilitySortRenderPass::passInputsThrough()
-{
-    TextureManager* pool = TextureManager::Instance();
-    for (const auto& [input, output] :
-         {std::pair{HeadPointers, SortedHeadPointers}, std::pair{NodeBuffer, SortedNodeBuffer}}) {
-        auto* texture = getInputPointer<Texture>(input);
-        m_outputs[output].value = m_inputs[input].value;
-        pool->addTempTextureRef(texture, m_outputs[output].users);
-        pool->releaseTempTextureRef(texture, 1);
-    }
+    // The values themselves are passed on, whatever they hold.
+    m_outputs[SortedHeadPointers].value = m_inputs[HeadPointers].value;
+    m_outputs[SortedNodeBuffer].value = m_inputs[NodeBuffer].value;
     m_outputs[SortedNodeBufferWidth].value = m_inputs[NodeBufferWidth].value;
+    TextureManager* pool = TextureManager::Instance();
+    pool->addTempTextureRef(headPointers, m_outputs[SortedHeadPointers].users);
+    pool->addTempTextureRef(nodes, m_outputs[SortedNodeBuffer].users);
 }
 
-void VisibilitySortRenderPass::makeObjects()
+void VisibilitySortRenderPass::provideProgram()
 {
-    if (!m_framebuffer) {
-        m_framebuffer = std::make_unique<FramebufferObject>();
-        m_fullScreenBatch = OpenGLDeviceContext::current()->fullScreenTriangle();
+    if (m_program && m_fullScreenBatch) {
+        return;
     }
     if (!m_program) {
         m_builtinProgram = std::make_unique<ShaderProgram>();
-        m_builtinProgram->addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
-        m_builtinProgram->addShader(GL_FRAGMENT_SHADER, fragmentSource, {});
         m_program = m_builtinProgram.get();
-        buildProgram(m_program);
+        m_program->addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
+        m_program->addShader(GL_FRAGMENT_SHADER, fragmentSource, {});
+        buildProgram(*m_program);
     }
-    enableArrays(m_fullScreenBatch, m_program);
+    provideScreenBatch(m_fullScreenBatch, *m_program, Screen::Triangle);
 }
 
 void VisibilitySortRenderPass::sort(Texture* headPointers, Texture* nodes, int nodeBufferWidth)
 {
-    const QRect viewport = m_inputs[Viewport].value.toRect();
-    if (!m_framebuffer || !m_program) {
-        makeObjects();
-    }
-    const AutoBinder framebufferBinder(m_framebuffer.get());
-    // Something to rasterise onto; nothing is written to it.
-    Texture* scratch =
-        attachTempTarget(m_framebuffer.get(), TextureFormat::RGBA16F, viewport.width(), viewport.height());
-    m_framebuffer->setDrawBuffers();
-    // Without a depth attachment this has no effect but to stay enabled. Deliberate.
+    provideProgram();
+    // A target to rasterise onto; nothing is written to it.
+    const PooledTarget scratch(provide(m_framebuffer), TextureFormat::RGBA16F,
+                               m_inputs[Viewport].value.toRect().size());
+    // Has no effect without a depth attachment, except that the test stays enabled. Deliberate.
     OpenGLDeviceContext::current()->enable(GL_DEPTH_TEST);
     {
-        // Nodes were stored by shaders and are read as an image here.
+        // Shaders stored the nodes, which are now read as an image.
         glMemoryBarrier(GL_SHADER_IMAGE_ACCESS_BARRIER_BIT);
         const AutoBinder programBinder(m_program);
-        const AutoBinder headPointerBinder(headPointers);
+        const BoundSampler headPointerSampler(*m_program, m_headPointerSampler, headPointers,
+                                              Sampling::Nearest);
         const ImageBinder nodeBinder(1, nodes, GL_READ_WRITE, GL_RGBA32UI);
         m_program->setUniform(m_imageWidth, nodeBufferWidth);
-        m_program->setUniform(m_headPointerSampler, headPointers->unit());
         m_program->setUniform(m_nodeBufferImage, 1);
         checkGLError(sourceFile, __LINE__);
-        drawBatch(m_fullScreenBatch.data());
+        drawBatch(m_fullScreenBatch);
     }
     glMemoryBarrier(GL_TEXTURE_FETCH_BARRIER_BIT);
-    m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
-    TextureManager::Instance()->releaseTempTextureRef(scratch, 1);
 }
 
 } // namespace Morvane::Qel

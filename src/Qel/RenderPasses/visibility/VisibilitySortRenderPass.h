@@ -14,15 +14,15 @@ class DrawBuffers;
 class FramebufferObject;
 class Texture;
 
-/// Sorts the fragments of every pixel's list by depth, the nearest first, in place, for passes that blend
-/// layers in order (C. A. R. Hoare: Quicksort, 1962, one list to a fragment invocation).
+/// Sorts each pixel's fragment list by depth, nearest first, in place, for passes that blend layers in order
+/// (C. A. R. Hoare: Quicksort, 1962, with one fragment invocation per list).
 ///
-/// Reads the lists of VisibilityBufferRenderPass and moves primitives, draws and depths between the nodes of
-/// a list; the links stay. Of lists longer than 50 nodes the first 50 are sorted among themselves. Nodes of
-/// the same depth come in any order.
+/// Reads the lists of VisibilityBufferRenderPass and moves primitive, draw and depth between the nodes of a
+/// list; the links stay. In a list of more than 50 nodes only the first 50 are sorted, among themselves.
+/// Nodes of equal depth are in no particular order.
 ///
-/// Outputs are the inputs, whether or not they were sorted; their owner keeps them. Without the extensions
-/// that `description()` lists, or without all inputs, nothing is sorted.
+/// The outputs are the inputs, whether or not they were sorted, and keep their owner. Without the extensions
+/// that `description()` lists, or if an input is missing, nothing is sorted.
 ///
 /// GL state: leaves the depth test enabled when it sorts.
 class QEL_RENDERPASSES_EXPORT VisibilitySortRenderPass : public RenderPassHelper
@@ -30,15 +30,22 @@ class QEL_RENDERPASSES_EXPORT VisibilitySortRenderPass : public RenderPassHelper
 public:
     enum InputPort
     {
+        /// QRect in pixels.
         Viewport,
+        /// Head pointers, R32UI.
         HeadPointers,
+        /// Nodes, RGBA32UI; sorted in place.
         NodeBuffer,
+        /// int, nodes in a row of the node buffer.
         NodeBufferWidth
     };
     enum OutputPort
     {
+        /// The head pointers of the input.
         SortedHeadPointers,
+        /// The node buffer of the input.
         SortedNodeBuffer,
+        /// The width of the input.
         SortedNodeBufferWidth
     };
 
@@ -47,18 +54,17 @@ public:
     VisibilitySortRenderPass();
     ~VisibilitySortRenderPass() override;
 
-    /// Sorts with a program of the caller's, who keeps it; to be set before the first start. It must take the
-    /// same uniforms, "u_SamplerHeadPointer", "u_NodeBufferImage" and "u_NodeBufferImageWidth".
+    /// Replaces the sorting program by one that the caller owns; call it before the first start. The program
+    /// must use the uniforms "u_SamplerHeadPointer", "u_NodeBufferImage" and "u_NodeBufferImageWidth".
     void setShaderProgram(ShaderProgram* program);
 
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    void passInputsThrough();
-    void makeObjects();
+    void provideProgram();
     void sort(Texture* headPointers, Texture* nodes, int nodeBufferWidth);
 
-    /// Whether lists can be sorted.
+    /// Whether the context has the extensions that sorting needs.
     bool m_gl4 = false;
     std::unique_ptr<FramebufferObject> m_framebuffer;
     std::unique_ptr<ShaderProgram> m_builtinProgram;

@@ -20,7 +20,7 @@ float aspectRatio(const QSize& viewport)
 
 CameraDescription fitCamera(const QPair<QVector3D, QVector3D>& bounds, const QSize& viewport)
 {
-    // Beyond this, squares of distances leave the range of float.
+    // Squares of larger distances overflow float.
     constexpr float largest = 1e15F;
     QVector3D center = (bounds.first + bounds.second) / 2.0F;
     QVector3D half = (bounds.second - bounds.first) / 2.0F;
@@ -31,7 +31,7 @@ CameraDescription fitCamera(const QPair<QVector3D, QVector3D>& bounds, const QSi
     if (half.isNull() && center.isNull()) {
         half = {1.0F, 1.0F, 1.0F};
     }
-    // Far from the origin, extents below the resolution of float would put the eye into the target.
+    // Far from the origin, an extent below float's resolution would round the eye onto the target.
     const float smallest = std::max(1e-4F * center.length(), 1e-6F);
     if (half.length() < smallest) {
         half = {smallest, smallest, smallest};
@@ -59,12 +59,12 @@ CameraDescription fitCamera(const QPair<QVector3D, QVector3D>& bounds, const QSi
     camera.target = center;
     camera.eye = center + distance * towardsEye;
     camera.farPlane = 1.1F * (distance + depth);
-    // In front of the box, but never so close that the depth buffer loses its resolution.
+    // In front of the box, but far enough from the eye for the resolution of the depth buffer.
     camera.nearPlane = std::max(0.9F * (distance - depth), 1e-3F * camera.farPlane);
     return camera;
 }
 
-QString viewportFault(const QSize& size, int limit)
+QString viewportError(const QSize& size, int limit)
 {
     if (size.width() >= 1 && size.height() >= 1 &&
         (limit == 0 || std::max(size.width(), size.height()) <= limit)) {

@@ -8,13 +8,13 @@
 
 namespace Morvane::Qel {
 
-/// A camera that sees a box whole from the front, a little from the right and from above. Boxes without
-/// extent or with corners that are not numbers get a camera that is as good as any.
+/// A camera that shows a whole bounding box from the front, slightly from the right and from above. An empty
+/// box, or one with corners that are not finite, gives an arbitrary valid camera.
 CameraDescription fitCamera(const QPair<QVector3D, QVector3D>& bounds, const QSize& viewport);
 
-/// What is wrong with the size of a picture when `limit` is the driver's, 0 for an unknown one; empty when
-/// nothing is.
-QString viewportFault(const QSize& size, int limit);
+/// The error message for a viewport size, empty for a valid one. `limit` is the driver's maximum texture
+/// size, 0 if it is not known yet.
+QString viewportError(const QSize& size, int limit = 0);
 
 /// Camera space to clip space.
 QMatrix4x4 projectionMatrix(const CameraDescription& camera, const QSize& viewport);

@@ -78,7 +78,7 @@ Constant toColor(const QJsonValue& value)
         if (text.size() == 7) {
             return QColor::fromRgb(number);
         }
-        // Alpha comes last, unlike in Qt's own notation.
+        // The file has alpha last, QRgb has it first.
         return QColor::fromRgba((number >> 8) | (number << 24));
     }
     const auto channel = [](const QJsonValue& element) {
@@ -156,7 +156,7 @@ Constant toBool(const QJsonValue& value)
 
 const std::array conversions{
     Conversion{QLatin1StringView("bool"), "true or false", toBool},
-    Conversion{QLatin1StringView("int"), "a whole number",
+    Conversion{QLatin1StringView("int"), "an integer",
                [](const QJsonValue& value) { return wrapped(toInt(value)); }},
     Conversion{QLatin1StringView("float"), "a number",
                [](const QJsonValue& value) { return wrapped(toFloat(value)); }},
@@ -164,12 +164,12 @@ const std::array conversions{
                [](const QJsonValue& value) -> Constant {
                    return value.isDouble() ? Constant(value.toDouble()) : std::nullopt;
                }},
-    Conversion{QLatin1StringView("QString"), "a text",
+    Conversion{QLatin1StringView("QString"), "a string",
                [](const QJsonValue& value) -> Constant {
                    return value.isString() ? Constant(value.toString()) : std::nullopt;
                }},
-    Conversion{QLatin1StringView("QStringList"), "a list of texts", toStringList},
-    Conversion{QLatin1StringView("QVariantList"), "a list [...]",
+    Conversion{QLatin1StringView("QStringList"), "an array of strings", toStringList},
+    Conversion{QLatin1StringView("QVariantList"), "an array [...]",
                [](const QJsonValue& value) -> Constant {
                    return value.isArray() ? Constant(value.toArray().toVariantList()) : std::nullopt;
                }},
@@ -178,8 +178,8 @@ const std::array conversions{
     Conversion{QLatin1StringView("QVector2D"), "two numbers [x, y]", toVector<QVector2D, 2>},
     Conversion{QLatin1StringView("QVector3D"), "three numbers [x, y, z]", toVector<QVector3D, 3>},
     Conversion{QLatin1StringView("QVector4D"), "four numbers [x, y, z, w]", toVector<QVector4D, 4>},
-    Conversion{QLatin1StringView("QRect"), "four whole numbers [x, y, width, height]", toRect},
-    Conversion{QLatin1StringView("QSize"), "two whole numbers [width, height]",
+    Conversion{QLatin1StringView("QRect"), "four integers [x, y, width, height]", toRect},
+    Conversion{QLatin1StringView("QSize"), "two integers [width, height]",
                [](const QJsonValue& value) -> Constant {
                    const auto a = toArray<int, 2>(value, toInt);
                    return a ? Constant(QSize((*a)[0], (*a)[1])) : std::nullopt;
@@ -191,7 +191,7 @@ const std::array conversions{
 
 QString jsonText(const QJsonValue& value)
 {
-    // A document is an object or an array, so the value travels in an array.
+    // A JSON document is an object or an array, so wrap the value in an array.
     const QByteArray list = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
     return QString::fromUtf8(list.sliced(1, list.size() - 2));
 }
@@ -219,8 +219,8 @@ Constant constantFromJson(const QJsonValue& value, const QString& type, QString*
         }
     }
     *error = type == QLatin1StringView("QelGPUModel*")
-                 ? u"takes a model such as \"@scene\", not %1"_s.arg(jsonText(value))
-                 : u"takes a connection such as \"@pass.Port\", not %1"_s.arg(jsonText(value));
+                 ? u"expects a model such as \"@scene\", not %1"_s.arg(jsonText(value))
+                 : u"expects a connection such as \"@pass.Port\", not %1"_s.arg(jsonText(value));
     return {};
 }
 
@@ -232,17 +232,17 @@ Constant portConstant(const GraphDescription& graph, const QString& port, const 
     if (!constant || type != QLatin1StringView("QString") || constant->toString().isEmpty()) {
         return constant;
     }
-    *error = fileFault(graph, constant->toString());
+    *error = fileError(graph, constant->toString());
     return error->isEmpty() ? Constant(graph.resolvePath(constant->toString())) : std::nullopt;
 }
 
-QString fileFault(const GraphDescription& graph, const QString& path)
+QString fileError(const GraphDescription& graph, const QString& path)
 {
     const QFileInfo file(graph.resolvePath(path));
     if (path.isEmpty() || !file.isFile()) {
         return u"no file \"%1\""_s.arg(path.isEmpty() ? path : file.filePath());
     }
-    return file.isReadable() ? QString() : u"file \"%1\" may not be read"_s.arg(file.filePath());
+    return file.isReadable() ? QString() : u"file \"%1\" is not readable"_s.arg(file.filePath());
 }
 
 } // namespace Morvane::Qel

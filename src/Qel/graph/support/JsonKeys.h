@@ -9,31 +9,30 @@
 
 namespace Morvane::Qel {
 
-/// What Qt's JSON parser does not tell: where things stand, in which order the keys of an object were
-/// written, and which were written twice. Values are addressed by paths such as "passes[2].inputs.Frame"; the
-/// whole text has the empty path.
+/// Positions and order of the keys in a JSON text, and duplicate keys, which Qt's parser does not report.
+/// Values are addressed by paths such as "passes[2].inputs.Frame"; the root has the empty path.
 class JsonKeys
 {
 public:
-    /// The text must be JSON that Qt's parser has accepted.
+    /// The text must be valid JSON.
     explicit JsonKeys(const QByteArray& text);
 
-    /// "LINE:COLUMN" of the first value of this path or, in an object, of its key.
+    /// "LINE:COLUMN" of the first value with this path; for a member of an object, of its key.
     QString place(const QString& path) const { return placeOf(m_text, m_offsets.value(path)); }
-    /// The keys of the object of this path in the order of the text, repeated ones included.
+    /// Keys of the object with this path in the order of the text, duplicates included.
     QStringList keys(const QString& path) const { return m_keys.value(path); }
 
     struct Key
     {
-        /// The path of the object.
+        /// Path of the object.
         QString object;
         QString key;
         QString place;
     };
-    /// Every key that its object already had.
+    /// Every occurrence of a key after its first one in the same object.
     const std::vector<Key>& repeatedKeys() const { return m_repeated; }
 
-    /// "LINE:COLUMN" of a byte of a text.
+    /// "LINE:COLUMN" of a byte offset in a text.
     static QString placeOf(const QByteArray& text, qsizetype offset);
 
 private:

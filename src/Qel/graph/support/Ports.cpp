@@ -1,6 +1,6 @@
 #include <Qel/graph/support/Ports.h>
 
-#include <Qel/graph/support/Suggestions.h>
+#include <Qel/graph/support/Names.h>
 
 using namespace Qt::StringLiterals;
 
@@ -37,11 +37,11 @@ QList<int> findPorts(const QStringList& ports, const QString& name)
     return found;
 }
 
-QString portFault(const QStringList& ports, const QList<int>& found, const QString& name,
+QString portError(const QStringList& ports, const QList<int>& found, const QString& name,
                   const QString& missing)
 {
     if (found.isEmpty()) {
-        // A full name deserves a full name as an answer.
+        // Suggest full names for a full name.
         return missing +
                suggestion(name, name.startsWith(QLatin1StringView("Qel_")) ? ports : ownNames(ports));
     }

@@ -6,30 +6,30 @@
 
 namespace Morvane::Qel {
 
-/// The full names of a pass's ports in its order: those of its description, then those that its options name
-/// when the host declares ports.
+/// Full names of a pass's ports, in its order.
 struct Ports
 {
     QStringList inputs;
     QStringList outputs;
 };
+/// The ports of a description, followed by the host's if the host declares ports.
 Ports portsOf(const PassDescription& description, const QStringList& hostInputs,
               const QStringList& hostOutputs);
 
-/// The ports of a list that a graph means by a name: the one of this full name, else all of this own name.
-/// Indices into the list.
+/// Indices of the ports that a name in a graph stands for: the port with this full name, otherwise all with
+/// this short name.
 QList<int> findPorts(const QStringList& ports, const QString& name);
 
-/// What is wrong with a name that does not mean exactly one port of a list: `missing` with the nearest names,
-/// or the ports among which `found` leaves the choice.
-QString portFault(const QStringList& ports, const QList<int>& found, const QString& name,
+/// The error message for a name for which findPorts did not find exactly one port: `missing` with the nearest
+/// valid names, or the ports that the name may stand for.
+QString portError(const QStringList& ports, const QList<int>& found, const QString& name,
                   const QString& missing);
 
-/// The type field of a port, one spelling for each type: "bool" for "Bool", "QVariant", which takes anything,
-/// for a name that tells no type.
+/// The type of a port: the type field of its full name, with "bool" for "Bool" and "QVariant", which accepts
+/// anything, for a name without type.
 QString typeOf(const QString& port);
 
-/// How messages name ports: by their own names.
+/// Short names of ports, which messages use.
 QStringList ownNames(const QStringList& ports);
 
 } // namespace Morvane::Qel

@@ -1,9 +1,9 @@
-#include <Qel/RenderPasses/support/ModelPrograms.h>
+#include <Qel/RenderPasses/framework/ModelPrograms.h>
 
 #include <epoxy/gl.h>
 
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/gl/InstanceData.h>
-#include <Qel/gl/ShaderProgram.h>
 
 using namespace Qt::StringLiterals;
 
@@ -31,6 +31,15 @@ void addModelFragmentShaders(ShaderProgram* program, const QString& source)
     program->addShader(GL_FRAGMENT_SHADER, planSource(u"OBJMaterial"_s), {});
     program->addShaderFromFile(GL_FRAGMENT_SHADER, u"TextureManager.glslc"_s);
     program->addShaderFromFile(GL_FRAGMENT_SHADER, u"QelUtilities.glslc"_s);
+}
+
+void buildModelProgram(ShaderProgram& program, const QStringList& outputs, const QString& vertexSource,
+                       const QString& fragmentSource)
+{
+    program.setFragDataLocations(outputs);
+    addModelVertexShaders(&program, vertexSource);
+    addModelFragmentShaders(&program, fragmentSource);
+    buildProgram(program);
 }
 
 } // namespace Morvane::Qel

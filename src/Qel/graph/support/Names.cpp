@@ -1,4 +1,4 @@
-#include <Qel/graph/support/Suggestions.h>
+#include <Qel/graph/support/Names.h>
 
 #include <algorithm>
 #include <numeric>
@@ -10,8 +10,8 @@ namespace Morvane::Qel {
 
 namespace {
 
-/// Number of insertions, removals, replacements and swaps of neighbours that turn one text into the other,
-/// case apart (optimal string alignment).
+/// Optimal string alignment distance, ignoring case: the number of insertions, deletions, substitutions and
+/// swaps of adjacent characters that turn one text into the other.
 qsizetype editDistance(const QString& left, const QString& right)
 {
     const QString a = left.toLower();
@@ -43,7 +43,7 @@ QString suggestion(const QString& wrong, const QStringList& valid)
 {
     constexpr qsizetype few = 8;
     const QString* nearest = nullptr;
-    // A name of which more than half would have to change is another name.
+    // A name that differs in more than half of its characters is no typo.
     qsizetype best = std::max<qsizetype>(1, wrong.size() / 2) + 1;
     for (const QString& name : valid) {
         const qsizetype distance = editDistance(wrong, name);
@@ -59,6 +59,20 @@ QString suggestion(const QString& wrong, const QStringList& valid)
         return {};
     }
     return (valid.size() == 1 ? u"; there is only %1"_s : u"; there are %1"_s).arg(quoted(valid));
+}
+
+QString unknownName(const QString& kind, const QString& wrong, const QStringList& valid)
+{
+    return u"no %1 \"%2\"%3"_s.arg(kind, wrong, suggestion(wrong, valid));
+}
+
+QString nameError(const QString& name)
+{
+    const bool isName = !name.isEmpty() && std::all_of(name.begin(), name.end(), [](QChar c) {
+        return c.isLetterOrNumber() || c == u'_' || c == u'-';
+    });
+    return isName ? QString()
+                  : u"\"%1\" is not a valid name; use letters, digits, \"_\" and \"-\""_s.arg(name);
 }
 
 QString quoted(const QStringList& names)

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QByteArray>
+#include <QHash>
+#include <QString>
+
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include <Qel/gl/Uniform.h>
+
+namespace Morvane::Qel {
+
+/// A linked GL program with everything that was read from it once: enough to use it again for the same
+/// sources. Does not own the GL object. Private to this library.
+struct LinkedProgram
+{
+    /// The elements of a uniform right after linking.
+    struct InitialValue
+    {
+        ActiveUniform uniform;
+        std::variant<std::vector<float>, std::vector<int>, std::vector<unsigned int>> elements;
+    };
+
+    /// The GL name; 0 for none.
+    unsigned int name = 0;
+    unsigned int attributeMask = 0;
+    QHash<QByteArray, ActiveUniform> uniforms;
+    std::vector<InitialValue> initialValues;
+    QString log;
+
+    /// Reads attributes, uniforms and their initial values from GL.
+    void readInterface();
+    /// Sets all uniforms back to their initial values; the program must be bound.
+    void restoreInitialValues() const;
+};
+
+/// The attributes that a linked program reads from arrays, with their locations.
+std::vector<std::pair<QByteArray, int>> activeAttributes(unsigned int program);
+
+} // namespace Morvane::Qel

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <QSaveFile>
+
+#include <optional>
+
+#include <Qel/graph/ImageIO.h>
+
+namespace Morvane::Qel {
+
+/// Writes an EXR file as described at writeImage.
+bool writeExr(const Image& image, QSaveFile& file, QString* error);
+
+/// Reads an EXR file as described at readImage.
+std::optional<Image> readExr(const QString& path, QString* error);
+
+} // namespace Morvane::Qel

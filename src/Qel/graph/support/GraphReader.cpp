@@ -1,0 +1,230 @@
+#include <Qel/graph/support/GraphReader.h>
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+
+#include <Qel/graph/support/Constants.h>
+#include <Qel/graph/support/JsonKeys.h>
+#include <Qel/graph/support/LightKeys.h>
+#include <Qel/graph/support/Names.h>
+
+using namespace Qt::StringLiterals;
+
+namespace Morvane::Qel {
+
+namespace {
+
+/// Converts JSON into a graph description and collects errors in its structure.
+class Reader
+{
+public:
+    Reader(const QString& file, const QByteArray& text, QStringList* errors)
+        : m_file(file)
+        , m_keys(text)
+        , m_errors(errors)
+    {
+    }
+
+    GraphDescription read(const QJsonValue& document)
+    {
+        GraphDescription graph;
+        graph.file = m_file;
+        const QJsonObject root =
+            object(document, {}, {"viewport", "camera", "models", "lights", "passes", "output"});
+        if (root.contains(u"viewport")) {
+            graph.viewport = constant(root[u"viewport"], u"QSize"_s, u"viewport"_s).toSize();
+        }
+        if (root.contains(u"camera")) {
+            graph.camera = readCamera(root[u"camera"]);
+        }
+        readModels(root[u"models"], &graph.models);
+        readLights(root[u"lights"], &graph.lights);
+        readPasses(root[u"passes"], &graph.passes);
+        graph.output = string(root, {}, u"output"_s);
+        reportRepeatedKeys();
+        return graph;
+    }
+
+private:
+    void error(const QString& path, const QString& what)
+    {
+        m_errors->append(
+            u"%1:%2: %3%4"_s.arg(m_file, m_keys.place(path), path.isEmpty() ? path : path + u": "_s, what));
+    }
+
+    static QString memberPath(const QString& path, const QString& key)
+    {
+        return path.isEmpty() ? key : path + u'.' + key;
+    }
+
+    /// The value as an object, which may only have known keys; any key if none are known.
+    QJsonObject object(const QJsonValue& value, const QString& path, const QStringList& known)
+    {
+        if (!value.isObject() && !value.isUndefined()) {
+            error(path, u"must be an object {...}, not %1"_s.arg(jsonText(value)));
+        }
+        QJsonObject result = value.toObject();
+        for (const QString& key : value.toObject().keys()) {
+            if (!known.isEmpty() && !known.contains(key)) {
+                error(memberPath(path, key), u"unknown key"_s + suggestion(key, known));
+            }
+        }
+        return result;
+    }
+
+    QJsonArray array(const QJsonValue& value, const QString& path)
+    {
+        if (!value.isArray() && !value.isUndefined()) {
+            error(path, u"must be an array [...], not %1"_s.arg(jsonText(value)));
+        }
+        return value.toArray();
+    }
+
+    QVariant constant(const QJsonValue& value, const QString& type, const QString& path)
+    {
+        QString message;
+        const std::optional<QVariant> result = constantFromJson(value, type, &message);
+        if (!result || !result->isValid()) {
+            error(path, result ? u"must not be null"_s : message);
+            return {};
+        }
+        return *result;
+    }
+
+    /// A string member, empty if it is missing.
+    QString string(const QJsonObject& parent, const QString& path, const QString& key)
+    {
+        return parent.contains(key) ? constant(parent[key], u"QString"_s, memberPath(path, key)).toString()
+                                    : QString();
+    }
+
+    QString requiredString(const QJsonObject& parent, const QString& path, const QString& key)
+    {
+        if (!parent.contains(key)) {
+            error(path, u"\"%1\" is missing"_s.arg(key));
+        }
+        return string(parent, path, key);
+    }
+
+    CameraDescription readCamera(const QJsonValue& value)
+    {
+        const QString path = u"camera"_s;
+        const QJsonObject members = object(value, path, {"eye", "target", "up", "fovY", "near", "far"});
+        CameraDescription camera;
+        const auto readVector = [&](const QString& key, QVector3D* result, bool required) {
+            if (members.contains(key)) {
+                *result = constant(members[key], u"QVector3D"_s, memberPath(path, key)).value<QVector3D>();
+            } else if (required) {
+                error(path, u"\"%1\" is missing"_s.arg(key));
+            }
+        };
+        const auto readNumber = [&](const QString& key, float* result) {
+            if (members.contains(key)) {
+                *result = constant(members[key], u"float"_s, memberPath(path, key)).toFloat();
+            }
+        };
+        readVector(u"eye"_s, &camera.eye, true);
+        readVector(u"target"_s, &camera.target, false);
+        readVector(u"up"_s, &camera.up, false);
+        readNumber(u"fovY"_s, &camera.fovY);
+        readNumber(u"near"_s, &camera.nearPlane);
+        readNumber(u"far"_s, &camera.farPlane);
+        return camera;
+    }
+
+    void readModels(const QJsonValue& value, std::vector<ModelDescription>* models)
+    {
+        const QString path = u"models"_s;
+        const QJsonObject members = object(value, path, {});
+        QStringList names = m_keys.keys(path);
+        names.removeDuplicates();
+        for (const QString& name : names) {
+            models->push_back({name, string(members, path, name)});
+        }
+    }
+
+    void readLights(const QJsonValue& value, std::vector<LightDescription>* lights)
+    {
+        const QJsonArray elements = array(value, u"lights"_s);
+        for (qsizetype i = 0; i < elements.size(); ++i) {
+            const QString path = u"lights[%1]"_s.arg(i);
+            const QStringList known = lightKeys(elements[i][u"type"].toString());
+            const QJsonObject members = object(elements[i], path, known);
+            LightDescription light;
+            light.type = requiredString(members, path, u"type"_s);
+            const auto read = [&]<class Value>(const QString& key, const char* type, Value* result) {
+                if (members.contains(key)) {
+                    *result =
+                        constant(members[key], QLatin1StringView(type), memberPath(path, key)).value<Value>();
+                }
+            };
+            read(u"position"_s, "QVector3D", &light.position);
+            read(u"direction"_s, "QVector3D", &light.direction);
+            read(u"color"_s, "QVector3D", &light.color);
+            read(u"intensity"_s, "float", &light.intensity);
+            read(u"angle"_s, "float", &light.angle);
+            read(u"range"_s, "float", &light.range);
+            read(u"cascades"_s, "int", &light.cascades);
+            lights->push_back(light);
+        }
+    }
+
+    void readPasses(const QJsonValue& value, std::vector<PassSetting>* passes)
+    {
+        const QJsonArray elements = array(value, u"passes"_s);
+        for (qsizetype i = 0; i < elements.size(); ++i) {
+            const QString path = u"passes[%1]"_s.arg(i);
+            const QJsonObject members = object(elements[i], path, {"name", "type", "inputs", "options"});
+            PassSetting pass;
+            pass.name = requiredString(members, path, u"name"_s);
+            pass.type = requiredString(members, path, u"type"_s);
+            const QString inputsPath = path + u".inputs"_s;
+            const QJsonObject inputs = object(members[u"inputs"], inputsPath, {});
+            // planGraph reports duplicate keys here, with the pass and the port.
+            for (const QString& port : m_keys.keys(inputsPath)) {
+                pass.inputs.push_back({port, inputs[port]});
+            }
+            pass.options = object(members[u"options"], path + u".options"_s, {});
+            passes->push_back(pass);
+        }
+    }
+
+    void reportRepeatedKeys()
+    {
+        static const QRegularExpression inputs(uR"(^passes\[\d+\]\.inputs$)"_s);
+        for (const JsonKeys::Key& repeated : m_keys.repeatedKeys()) {
+            if (!inputs.match(repeated.object).hasMatch()) {
+                m_errors->append(u"%1:%2: %3: duplicate key"_s.arg(
+                    m_file, repeated.place, memberPath(repeated.object, repeated.key)));
+            }
+        }
+    }
+
+    QString m_file;
+    JsonKeys m_keys;
+    QStringList* m_errors;
+};
+
+} // namespace
+
+std::optional<GraphDescription> readGraph(const QByteArray& text, const QString& file, QStringList* errors)
+{
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(text, &error);
+    if (error.error != QJsonParseError::NoError) {
+        errors->append(u"%1:%2: not valid JSON: %3"_s.arg(file, JsonKeys::placeOf(text, error.offset),
+                                                          error.errorString()));
+        return {};
+    }
+    const qsizetype errorsBefore = errors->size();
+    const QJsonValue root = document.isArray() ? QJsonValue(document.array()) : QJsonValue(document.object());
+    GraphDescription graph = Reader(file, text, errors).read(root);
+    if (errors->size() > errorsBefore) {
+        return {};
+    }
+    return graph;
+}
+
+} // namespace Morvane::Qel

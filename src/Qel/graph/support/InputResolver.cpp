@@ -1,0 +1,239 @@
+#include <Qel/graph/support/InputResolver.h>
+
+#include <algorithm>
+
+#include <Qel/graph/support/Constants.h>
+#include <Qel/graph/support/FrameValues.h>
+#include <Qel/graph/support/GraphErrors.h>
+#include <Qel/graph/support/Names.h>
+#include <Qel/graph/support/Ports.h>
+
+using namespace Qt::StringLiterals;
+
+namespace Morvane::Qel {
+
+namespace {
+
+const QLatin1StringView textureType("QelTexture*");
+const QLatin1StringView modelType("QelGPUModel*");
+const QLatin1StringView batchesType("QelDrawBuffers*");
+
+bool accepts(const QString& inputType, const QString& type)
+{
+    return inputType == QLatin1StringView("QVariant") || inputType == type;
+}
+
+} // namespace
+
+InputResolver::InputResolver(GraphPlan& plan, const std::vector<ResolvablePorts>& ports, GraphErrors& errors)
+    : m_plan(plan)
+    , m_ports(ports)
+    , m_errors(errors)
+{
+    for (const PlannedPass& pass : plan.passes) {
+        m_passNames.append(pass.name);
+    }
+    for (const ModelDescription& model : plan.graph.models) {
+        m_modelNames.append(model.name);
+    }
+}
+
+void InputResolver::resolveInputs()
+{
+    for (size_t i = 0; i < m_plan.passes.size(); ++i) {
+        if (m_ports[i].known) {
+            resolvePass(i);
+        }
+    }
+}
+
+void InputResolver::resolvePass(size_t index)
+{
+    PlannedPass& pass = m_plan.passes[index];
+    QStringList ports;
+    for (const PlannedInput& input : pass.inputs) {
+        ports.append(input.port);
+    }
+    std::vector<int> timesSet(pass.inputs.size(), 0);
+    for (const InputSetting& setting : m_plan.graph.passes[index].inputs) {
+        const QString place = pass.name + u'.' + setting.port;
+        const int port = findPort(ports, setting.port, place, u"%1 has no such input"_s.arg(pass.type));
+        if (port < 0) {
+            continue;
+        }
+        const int times = ++timesSet[static_cast<size_t>(port)];
+        if (times == 1) {
+            resolveInput(place, setting.value, port < m_ports[index].numDescribedInputs,
+                         &pass.inputs[static_cast<size_t>(port)]);
+        } else if (times == 2) {
+            m_errors.add(place, u"set more than once"_s);
+        }
+    }
+    for (size_t port = 0; port < timesSet.size(); ++port) {
+        if (timesSet[port] == 0) {
+            setFrameValue(pass.name, &pass.inputs[port]);
+        }
+    }
+}
+
+void InputResolver::resolveInput(const QString& place, const QJsonValue& value, bool isDescribed,
+                                 PlannedInput* input)
+{
+    if (value.isString() && value.toString().startsWith(u'@')) {
+        const QString reference = value.toString().sliced(1);
+        if (reference.contains(u'.')) {
+            resolveConnection(place, reference, input);
+        } else {
+            resolveNamedValue(place, reference, isDescribed, input);
+        }
+        return;
+    }
+    QString error;
+    const std::optional<QVariant> constant = portConstant(m_plan.graph, input->port, value, &error);
+    if (!constant) {
+        m_errors.add(place, error);
+        return;
+    }
+    input->source = InputSource::Constant;
+    input->constant = *constant;
+}
+
+void InputResolver::resolveConnection(const QString& place, const QString& reference, PlannedInput* input)
+{
+    const std::optional<OutputReference> source = findOutput(place, reference);
+    if (!source) {
+        return;
+    }
+    const QString type = typeOf(input->port);
+    const QString from = typeOf(m_plan.passes[static_cast<size_t>(source->pass)].outputs[source->output]);
+    if (!accepts(type, from)) {
+        m_errors.add(place, u"expects %1, but \"@%2\" is %3"_s.arg(type, reference, from));
+        return;
+    }
+    input->source = InputSource::Connection;
+    input->pass = source->pass;
+    input->output = source->output;
+}
+
+/// The value of "@name": a model or a frame value.
+void InputResolver::resolveNamedValue(const QString& place, const QString& name, bool isDescribed,
+                                      PlannedInput* input)
+{
+    const QString type = typeOf(input->port);
+    if (const qsizetype model = m_modelNames.indexOf(name); model >= 0) {
+        // Only described ports take a list of batches; a port declared in the graph takes a single batch.
+        const bool takesBatches = isDescribed && type == batchesType;
+        if (!takesBatches && !accepts(type, modelType)) {
+            m_errors.add(place, u"expects %1, but \"@%2\" is a model"_s.arg(type, name));
+            return;
+        }
+        input->source = InputSource::Model;
+        input->model = static_cast<int>(model);
+        input->takesBatches = takesBatches;
+    } else if (const std::optional<FrameValue> value = findFrameValue(name)) {
+        const QString from = typeOf(*value);
+        if (!accepts(type, from)) {
+            m_errors.add(place, u"expects %1, but \"@%2\" is %3"_s.arg(type, name, from));
+            return;
+        }
+        input->source = InputSource::FrameValue;
+        input->frameValue = *value;
+    } else if (const int pass = findPass(name); pass >= 0) {
+        const QStringList outputs = ownNames(m_plan.passes[static_cast<size_t>(pass)].outputs);
+        m_errors.add(place, outputs.isEmpty()
+                                ? u"pass \"%1\" has no outputs"_s.arg(name)
+                                : u"\"@%1\" is a pass; write \"@%1.%2\""_s.arg(name, outputs[0]));
+    } else {
+        m_errors.add(place,
+                     unknownName(u"model or frame value"_s, name, m_modelNames + allFrameValueNames()));
+    }
+}
+
+/// Sets an input that the graph does not mention to the frame value of its name and type, if there is one.
+void InputResolver::setFrameValue(const QString& passName, PlannedInput* input)
+{
+    const PortName port = PortName::parse(input->port);
+    if (port.name == QLatin1StringView("Geometry") && port.type == modelType) {
+        if (m_modelNames.size() == 1) {
+            input->source = InputSource::Model;
+            input->model = 0;
+        } else if (m_modelNames.size() > 1) {
+            m_errors.add(passName + u'.' + port.name,
+                         u"the graph has %1 models; choose one, such as \"@%2\""_s.arg(m_modelNames.size())
+                             .arg(m_modelNames[0]));
+        }
+    } else if (const std::optional<FrameValue> value = findFrameValue(port.name);
+               value && typeOf(*value) == port.type) {
+        input->source = InputSource::FrameValue;
+        input->frameValue = *value;
+    }
+}
+
+/// The output that "pass.Port" names. Nothing on an error, which is not reported if it follows from another.
+std::optional<InputResolver::OutputReference> InputResolver::findOutput(const QString& place,
+                                                                        const QString& reference)
+{
+    const QString passName = reference.section(u'.', 0, 0);
+    const QString portName = reference.section(u'.', 1);
+    const int pass = findPass(passName);
+    if (pass < 0) {
+        m_errors.add(place, unknownName(u"pass"_s, passName, m_passNames));
+        return {};
+    }
+    if (!m_ports[static_cast<size_t>(pass)].known) {
+        return {};
+    }
+    const int output = findPort(m_plan.passes[static_cast<size_t>(pass)].outputs, portName, place,
+                                u"pass \"%1\" has no output \"%2\""_s.arg(passName, portName));
+    return output < 0 ? std::nullopt : std::optional(OutputReference{pass, output});
+}
+
+int InputResolver::findPass(const QString& name) const
+{
+    return static_cast<int>(m_passNames.indexOf(name));
+}
+
+/// Index of the port that a name stands for; -1 with an error unless there is exactly one.
+int InputResolver::findPort(const QStringList& ports, const QString& name, const QString& place,
+                            const QString& missing)
+{
+    const QList<int> found = findPorts(ports, name);
+    if (found.size() == 1) {
+        return found[0];
+    }
+    m_errors.add(place, portError(ports, found, name, missing));
+    return -1;
+}
+
+void InputResolver::resolveOutput()
+{
+    const QString place = u"output"_s;
+    const QString& output = m_plan.graph.output;
+    if (output.isEmpty()) {
+        const bool drawsToScreen =
+            std::any_of(m_plan.passes.begin(), m_plan.passes.end(),
+                        [](const PlannedPass& pass) { return pass.outputs.isEmpty(); });
+        if (!drawsToScreen) {
+            m_errors.add(place, u"the graph has no output and no pass that draws to the screen; write "
+                                "\"output\": \"@pass.Port\""_s);
+        }
+        return;
+    }
+    if (!output.startsWith(u'@') || !output.contains(u'.')) {
+        m_errors.add(place, u"must be \"@pass.Port\", not \"%1\""_s.arg(output));
+        return;
+    }
+    const std::optional<OutputReference> source = findOutput(place, output.sliced(1));
+    if (!source) {
+        return;
+    }
+    const QString type = typeOf(m_plan.passes[static_cast<size_t>(source->pass)].outputs[source->output]);
+    if (type != textureType) {
+        m_errors.add(place, u"must be a texture, but \"%1\" is %2"_s.arg(output, type));
+        return;
+    }
+    m_plan.outputPass = source->pass;
+    m_plan.outputPort = source->output;
+}
+
+} // namespace Morvane::Qel

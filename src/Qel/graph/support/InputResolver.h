@@ -1,0 +1,54 @@
+#pragma once
+
+#include <QJsonValue>
+
+#include <optional>
+#include <vector>
+
+#include <Qel/graph/GraphPlan.h>
+
+namespace Morvane::Qel {
+
+class GraphErrors;
+
+/// What is known about the ports of a planned pass.
+struct ResolvablePorts
+{
+    /// False if an error hides the ports; references to them are then not checked.
+    bool known = false;
+    /// Inputs from the pass's description; any further ones are declared in the graph.
+    int numDescribedInputs = 0;
+};
+
+/// Resolves the values of inputs and the output of a graph: constants, connections, models and frame values.
+class InputResolver
+{
+public:
+    InputResolver(GraphPlan& plan, const std::vector<ResolvablePorts>& ports, GraphErrors& errors);
+
+    void resolveInputs();
+    void resolveOutput();
+
+private:
+    struct OutputReference
+    {
+        int pass;
+        int output;
+    };
+    void resolvePass(size_t index);
+    void resolveInput(const QString& place, const QJsonValue& value, bool isDescribed, PlannedInput* input);
+    void resolveConnection(const QString& place, const QString& reference, PlannedInput* input);
+    void resolveNamedValue(const QString& place, const QString& name, bool isDescribed, PlannedInput* input);
+    void setFrameValue(const QString& passName, PlannedInput* input);
+    std::optional<OutputReference> findOutput(const QString& place, const QString& reference);
+    int findPass(const QString& name) const;
+    int findPort(const QStringList& ports, const QString& name, const QString& place, const QString& missing);
+
+    GraphPlan& m_plan;
+    const std::vector<ResolvablePorts>& m_ports;
+    GraphErrors& m_errors;
+    QStringList m_passNames;
+    QStringList m_modelNames;
+};
+
+} // namespace Morvane::Qel

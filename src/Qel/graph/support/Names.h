@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QStringList>
+
+namespace Morvane::Qel {
+
+/// The end of an error message about an unknown name: "; did you mean "forward"?" with the nearest valid
+/// name, a list of the valid names if none is near and they are few, otherwise nothing.
+QString suggestion(const QString& wrong, const QStringList& valid);
+
+/// The error message about an unknown name: "no pass "foward"; did you mean "forward"?".
+QString unknownName(const QString& kind, const QString& wrong, const QStringList& valid);
+
+/// The error message about a text that cannot name a pass or a model; empty if it can. References, messages
+/// and file names contain these names.
+QString nameError(const QString& name);
+
+/// Names in quotation marks, separated by commas.
+QString quoted(const QStringList& names);
+
+} // namespace Morvane::Qel

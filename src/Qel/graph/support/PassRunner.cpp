@@ -1,0 +1,338 @@
+#include <Qel/graph/support/PassRunner.h>
+
+#include <algorithm>
+
+#include <Qel/core/MetaTypes.h>
+#include <Qel/core/PassDescription.h>
+#include <Qel/gl/DrawBuffers.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/ShaderProgram.h>
+#include <Qel/gl/Texture.h>
+#include <Qel/gl/TextureManager.h>
+
+#include <Qel/graph/support/Scene.h>
+
+using namespace Qt::StringLiterals;
+
+namespace Morvane::Qel {
+
+namespace {
+
+/// Whether a pass has exactly the ports of the plan.
+bool hasPlannedPorts(const RenderPass& pass, const PlannedPass& planned)
+{
+    bool matches = pass.numInputs() == static_cast<int>(planned.inputs.size()) &&
+                   pass.numOutputs() == static_cast<int>(planned.outputs.size());
+    for (int i = 0; matches && i < pass.numInputs(); ++i) {
+        matches = pass.inputName(i) == planned.inputs[static_cast<size_t>(i)].port;
+    }
+    for (int i = 0; matches && i < pass.numOutputs(); ++i) {
+        matches = pass.outputName(i) == planned.outputs[i];
+    }
+    return matches;
+}
+
+QVariant modelValue(GPUModel* model, bool asBatches)
+{
+    if (!asBatches) {
+        pointerMetaTypeId<GPUModel>();
+        return QVariant::fromValue(model);
+    }
+    QVariantList batches;
+    for (int i = 0; i < model->numBatches(); ++i) {
+        batches.append(QVariant::fromValue<QObject*>(model->drawBuffers(i)));
+    }
+    return batches;
+}
+
+} // namespace
+
+PassRunner::PassRunner(OpenGLDeviceContext* context, const RenderGraph::Options& options)
+    : m_context(context)
+    , m_options(options)
+{
+}
+
+PassRunner::~PassRunner()
+{
+    releaseOutputs();
+    m_profiler.reset();
+    for (const Node& node : m_nodes) {
+        if (m_isSetUp) {
+            node.pass->teardown(m_options.callbacks);
+        }
+    }
+}
+
+void PassRunner::createPasses(const GraphPlan& plan, QStringList* errors)
+{
+    m_nodeOfPass.assign(plan.passes.size(), -1);
+    for (const int index : plan.order) {
+        const PlannedPass& planned = plan.passes[static_cast<size_t>(index)];
+        Node node;
+        node.name = planned.name;
+        node.debugGroup = planned.name.toUtf8();
+        node.place = u"%1: %2"_s.arg(plan.graph.displayName(), planned.name);
+        QString error;
+        node.pass = planned.factory(planned.options, &error);
+        if (node.pass && !hasPlannedPorts(*node.pass, planned)) {
+            node.pass.reset();
+            error = u"%1 declares other ports than its description"_s.arg(planned.type);
+        }
+        if (!node.pass) {
+            errors->append(u"%1: %2"_s.arg(node.place, error));
+            continue;
+        }
+        m_nodeOfPass[static_cast<size_t>(index)] = numNodes();
+        m_nodes.push_back(std::move(node));
+    }
+}
+
+void PassRunner::connectPasses(const GraphPlan& plan, const Scene& scene)
+{
+    for (Node& node : m_nodes) {
+        node.users.resize(static_cast<size_t>(node.pass->numOutputs()));
+    }
+    for (const int index : plan.order) {
+        Node& target = node(m_nodeOfPass[static_cast<size_t>(index)]);
+        const PlannedPass& planned = plan.passes[static_cast<size_t>(index)];
+        for (int i = 0; i < static_cast<int>(planned.inputs.size()); ++i) {
+            const PlannedInput& input = planned.inputs[static_cast<size_t>(i)];
+            switch (input.source) {
+            case InputSource::Default:
+                break;
+            case InputSource::Constant:
+                target.pass->setInput(i, input.constant);
+                break;
+            case InputSource::Model:
+                target.pass->setInput(
+                    i, modelValue(scene.model(static_cast<size_t>(input.model)), input.takesBatches));
+                break;
+            case InputSource::FrameValue:
+                target.frameValues.push_back({input.frameValue, i});
+                break;
+            case InputSource::Connection: {
+                const int source = m_nodeOfPass[static_cast<size_t>(input.pass)];
+                target.connections.push_back({source, input.output, i});
+                ++node(source).users[static_cast<size_t>(input.output)];
+                break;
+            }
+            }
+        }
+    }
+    keepOutputs(plan);
+    if (m_options.profile) {
+        std::vector<QString> sections;
+        for (const Node& node : m_nodes) {
+            sections.push_back(node.name);
+        }
+        m_profiler = std::make_unique<Profiler>(sections);
+    }
+}
+
+/// Makes the runner a user of the graph's output, and of all outputs with Options::keepOutputs.
+void PassRunner::keepOutputs(const GraphPlan& plan)
+{
+    const int outputNode = plan.outputPass < 0 ? -1 : m_nodeOfPass[static_cast<size_t>(plan.outputPass)];
+    for (int i = 0; i < numNodes(); ++i) {
+        for (int output = 0; output < static_cast<int>(node(i).users.size()); ++output) {
+            const bool isPicture = i == outputNode && output == plan.outputPort;
+            if (isPicture) {
+                m_picture = static_cast<int>(m_kept.size());
+            }
+            if (isPicture || m_options.keepOutputs) {
+                m_kept.push_back({i, output, {}, nullptr});
+                ++node(i).users[static_cast<size_t>(output)];
+            }
+        }
+    }
+}
+
+void PassRunner::setConstant(int pass, int input, const QVariant& value)
+{
+    const int index = m_nodeOfPass[static_cast<size_t>(pass)];
+    if (index >= 0) {
+        std::erase_if(node(index).frameValues,
+                      [&](const FrameValueInput& candidate) { return candidate.input == input; });
+        node(index).pass->setInput(input, value);
+    }
+}
+
+bool PassRunner::renderFrame(Scene& scene, QString* error)
+{
+    if (!m_permanentError.isEmpty()) {
+        *error = m_permanentError;
+        return false;
+    }
+    releaseOutputs();
+    m_numFailedBuilds = ShaderProgram::numFailedBuilds();
+    prepareFrame(scene);
+    for (const Node& node : m_nodes) {
+        node.pass->beginFrame(m_options.callbacks);
+    }
+    bool good = true;
+    for (int i = 0; good && i < numNodes(); ++i) {
+        good = startPass(i, error);
+        if (!good) {
+            dropUnreadOutputs(i);
+        }
+    }
+    for (const Node& node : m_nodes) {
+        node.pass->endFrame(m_options.callbacks);
+    }
+    m_context->setLabelPrefix({});
+    good = good && readKeptOutputs(error);
+    if (m_profiler) {
+        m_profiler->endFrame();
+    }
+    TextureManager::Instance()->endFrame();
+    return good;
+}
+
+/// Sets user counts and changed frame values; calls `setup` before the first frame.
+void PassRunner::prepareFrame(Scene& scene)
+{
+    for (const Node& node : m_nodes) {
+        node.pass->resetNumOutputUsers();
+        for (size_t output = 0; output < node.users.size(); ++output) {
+            node.pass->setNumOutputUsers(static_cast<int>(output), node.users[output]);
+        }
+        if (!m_isSetUp) {
+            m_context->setLabelPrefix(node.name);
+            node.pass->setup(m_options.callbacks);
+        }
+        for (const FrameValueInput& input : node.frameValues) {
+            if (scene.isChanged(input.value)) {
+                node.pass->setInput(input.input, scene.frameValue(input.value));
+            }
+        }
+    }
+    m_isSetUp = true;
+    scene.markUnchanged();
+}
+
+bool PassRunner::startPass(int index, QString* error)
+{
+    const Node& current = node(index);
+    for (const Connection& connection : current.connections) {
+        current.pass->setInput(connection.input, node(connection.node).pass->output(connection.output));
+    }
+    m_context->applyBaseState();
+    m_context->setLabelPrefix(current.name);
+    m_context->pushDebugGroup(current.debugGroup.constData());
+    if (m_profiler) {
+        m_profiler->begin(index);
+    }
+    // Passes do not reset their error code, so the error of an earlier frame would fail this one.
+    current.pass->setErrorCode(0);
+    current.pass->start(m_options.callbacks);
+    if (m_profiler) {
+        m_profiler->end(index);
+    }
+    m_context->popDebugGroup();
+
+    if (ShaderProgram::numFailedBuilds() != m_numFailedBuilds) {
+        m_permanentError = current.place + u": its shader program failed to build"_s;
+        *error = m_permanentError;
+        return false;
+    }
+    if (const unsigned int code = current.pass->errorCode(); code != 0) {
+        *error = current.place + u": the pass reports error 0x%1"_s.arg(code, 0, 16);
+        return false;
+    }
+    return true;
+}
+
+bool PassRunner::readKeptOutputs(QString* error)
+{
+    for (KeptOutput& kept : m_kept) {
+        kept.value = node(kept.node).pass->output(kept.output);
+        kept.texture = pointerFromVariant<Texture>(kept.value);
+    }
+    if (m_picture >= 0 && !picture()) {
+        const KeptOutput& kept = m_kept[static_cast<size_t>(m_picture)];
+        *error = emptyOutputError(kept.node, kept.output);
+        return false;
+    }
+    return true;
+}
+
+/// The error message for an empty output of the graph. Blames the first pass upstream that published nothing.
+QString PassRunner::emptyOutputError(int index, int output) const
+{
+    for (const Connection& connection : node(index).connections) {
+        if (node(connection.node).pass->output(connection.output).isNull()) {
+            return emptyOutputError(connection.node, connection.output);
+        }
+    }
+    const QString port = node(index).pass->outputName(output);
+    return u"%1.%2: the pass published nothing, so the frame has no output"_s.arg(node(index).place,
+                                                                                  PortName::parse(port).name);
+}
+
+/// After a frame that stopped at `lastNode`: drops the references that the outputs so far hold for later
+/// passes and for the runner.
+void PassRunner::dropUnreadOutputs(int lastNode)
+{
+    TextureManager* pool = TextureManager::Instance();
+    const auto drop = [&](int index, int output) {
+        const QVariant value = node(index).pass->output(output);
+        // A pass that failed before it published may still hold the texture of an earlier frame, which may be
+        // deleted by now: only compare its address.
+        const void* texture = value.isNull() || !(value.metaType().flags() & QMetaType::IsPointer)
+                                  ? nullptr
+                                  : *static_cast<void* const*>(value.constData());
+        for (const TextureManager::Loan& loan : pool->loans()) {
+            if (static_cast<QObject*>(loan.texture) == texture || loan.texture == texture) {
+                pool->releaseTempTextureRef(loan.texture, 1);
+            }
+        }
+    };
+    for (int i = lastNode + 1; i < numNodes(); ++i) {
+        for (const Connection& connection : node(i).connections) {
+            if (connection.node <= lastNode) {
+                drop(connection.node, connection.output);
+            }
+        }
+    }
+    for (const KeptOutput& kept : m_kept) {
+        if (kept.node <= lastNode) {
+            drop(kept.node, kept.output);
+        }
+    }
+}
+
+Texture* PassRunner::picture() const
+{
+    return m_picture < 0 ? nullptr : m_kept[static_cast<size_t>(m_picture)].texture;
+}
+
+std::vector<RenderGraph::Output> PassRunner::outputs() const
+{
+    std::vector<RenderGraph::Output> outputs;
+    if (m_options.keepOutputs) {
+        for (const KeptOutput& kept : m_kept) {
+            const Node& source = node(kept.node);
+            outputs.push_back({source.name, source.pass->outputName(kept.output), kept.value});
+        }
+    }
+    return outputs;
+}
+
+void PassRunner::releaseOutputs()
+{
+    for (KeptOutput& kept : m_kept) {
+        if (kept.texture) {
+            TextureManager::Instance()->releaseTempTextureRef(kept.texture, 1);
+        }
+        kept.texture = nullptr;
+        kept.value.clear();
+    }
+}
+
+std::vector<Profiler::Row> PassRunner::profile()
+{
+    return m_profiler ? m_profiler->rows() : std::vector<Profiler::Row>();
+}
+
+} // namespace Morvane::Qel

@@ -1,0 +1,106 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QVariant>
+
+#include <memory>
+#include <vector>
+
+#include <Qel/core/RenderPass.h>
+
+#include <Qel/graph/GraphPlan.h>
+#include <Qel/graph/RenderGraph.h>
+
+namespace Morvane::Qel {
+
+class OpenGLDeviceContext;
+class Scene;
+
+/// Creates the passes of a plan and runs them frame by frame. Everything that a frame needs is in arrays, so
+/// that a steady frame looks nothing up and allocates nothing.
+class PassRunner
+{
+public:
+    PassRunner(OpenGLDeviceContext* context, const RenderGraph::Options& options);
+    /// Calls `teardown` on all passes and returns all textures to the pool.
+    ~PassRunner();
+    PassRunner(const PassRunner&) = delete;
+    PassRunner& operator=(const PassRunner&) = delete;
+
+    /// Creates the passes in execution order; adds a line to `errors` for each that cannot be created.
+    void createPasses(const GraphPlan& plan, QStringList* errors);
+    /// Sets constants and models and prepares connections. Once, after createPasses succeeded.
+    void connectPasses(const GraphPlan& plan, const Scene& scene);
+    /// Sets an input, which gets no frame value from now on. `pass` is an index into GraphPlan::passes.
+    void setConstant(int pass, int input, const QVariant& value);
+
+    bool renderFrame(Scene& scene, QString* error);
+
+    Texture* picture() const;
+    std::vector<RenderGraph::Output> outputs() const;
+    void releaseOutputs();
+    std::vector<Profiler::Row> profile();
+
+private:
+    /// An output of an earlier pass that an input reads.
+    struct Connection
+    {
+        int node;
+        int output;
+        int input;
+    };
+    struct FrameValueInput
+    {
+        FrameValue value;
+        int input;
+    };
+    /// A pass and its part in a frame.
+    struct Node
+    {
+        std::unique_ptr<RenderPass> pass;
+        QString name;
+        QByteArray debugGroup;
+        /// "FILE: PASS", for messages.
+        QString place;
+        std::vector<Connection> connections;
+        std::vector<FrameValueInput> frameValues;
+        /// User count of each output.
+        std::vector<int> users;
+    };
+    /// An output that stays readable after the frame. Holds one reference of its texture.
+    struct KeptOutput
+    {
+        int node;
+        int output;
+        QVariant value;
+        Texture* texture;
+    };
+
+    Node& node(int index) { return m_nodes[static_cast<size_t>(index)]; }
+    const Node& node(int index) const { return m_nodes[static_cast<size_t>(index)]; }
+    int numNodes() const { return static_cast<int>(m_nodes.size()); }
+    void keepOutputs(const GraphPlan& plan);
+    void prepareFrame(Scene& scene);
+    bool startPass(int index, QString* error);
+    bool readKeptOutputs(QString* error);
+    void dropUnreadOutputs(int lastNode);
+    QString emptyOutputError(int index, int output) const;
+
+    OpenGLDeviceContext* m_context;
+    RenderGraph::Options m_options;
+    /// In execution order.
+    std::vector<Node> m_nodes;
+    /// Index into m_nodes by index into GraphPlan::passes; -1 for culled passes.
+    std::vector<int> m_nodeOfPass;
+    std::vector<KeptOutput> m_kept;
+    /// Index into m_kept; -1 for a graph without an output.
+    int m_picture = -1;
+    std::unique_ptr<Profiler> m_profiler;
+    bool m_isSetUp = false;
+    quint64 m_numFailedBuilds = 0;
+    /// Error that makes every further frame fail; empty if there is none.
+    QString m_permanentError;
+};
+
+} // namespace Morvane::Qel

@@ -1,0 +1,110 @@
+#include <Qel/graph/support/PngFile.h>
+
+#include <QBuffer>
+#include <QImage>
+#include <QImageReader>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include <Qel/graph/support/ImageErrors.h>
+
+using namespace Qt::StringLiterals;
+
+namespace Morvane::Qel {
+
+namespace {
+
+quint8 toByte(float value)
+{
+    // Also false for NaN.
+    return value > 0.0F ? static_cast<quint8>(std::lround(std::min(static_cast<double>(value), 1.0) * 255.0))
+                        : quint8{0};
+}
+
+QImage toQImage(const Image& image)
+{
+    const int numChannels = image.numChannels();
+    const bool grey = numChannels == 1;
+    const bool alpha = image.channels.contains(QLatin1StringView("A"));
+    QImage result(image.width, image.height,
+                  grey    ? QImage::Format_Grayscale8
+                  : alpha ? QImage::Format_RGBA8888
+                          : QImage::Format_RGB888);
+    if (result.isNull()) {
+        return result;
+    }
+    const int bytesPerPixel = grey ? 1 : alpha ? 4 : 3;
+    const float* sample = std::get<std::vector<float>>(image.samples).data();
+    for (int y = 0; y < image.height; ++y) {
+        uchar* line = result.scanLine(y);
+        std::fill_n(line, image.width * bytesPerPixel, uchar{0});
+        for (int x = 0; x < image.width; ++x, line += bytesPerPixel, sample += numChannels) {
+            std::transform(sample, sample + std::min(numChannels, bytesPerPixel), line, toByte);
+        }
+    }
+    return result;
+}
+
+} // namespace
+
+bool writePng(const Image& image, QSaveFile& file, QString* error)
+{
+    if (image.isInteger()) {
+        return imageError(error, file.fileName(), u"PNG cannot store integer images"_s,
+                          u"write an .exr file"_s);
+    }
+    const QImage qimage = toQImage(image);
+    if (qimage.isNull()) {
+        return imageError(error, file.fileName(), u"out of memory for an image of %1"_s.arg(image.summary()),
+                          u"write an .exr file or a smaller image"_s);
+    }
+    // Encoded in memory first, because the PNG library leaks and prints if its device fails.
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    if (!qimage.save(&buffer, "png")) {
+        return imageError(error, file.fileName(), u"cannot be encoded as a PNG of %1"_s.arg(image.summary()),
+                          u"write an .exr file or a smaller image"_s);
+    }
+    return file.write(bytes) == bytes.size() || writeError(error, file.fileName(), file.errorString());
+}
+
+std::optional<Image> readQImage(const QString& path, QString* error)
+{
+    QImageReader reader(path);
+    reader.setDecideFormatFromContent(true);
+    const QImage qimage = reader.read();
+    if (qimage.isNull()) {
+        imageError(error, path, u"cannot be read as an image: %1"_s.arg(reader.errorString()),
+                   u"use an intact PNG or EXR file"_s);
+        return std::nullopt;
+    }
+    const bool grey = qimage.pixelFormat().colorModel() == QPixelFormat::Grayscale;
+    const bool deep = qimage.pixelFormat().redSize() > 8 || qimage.format() == QImage::Format_Grayscale16;
+    const QImage rgba = qimage.convertToFormat(QImage::Format_RGBA64);
+    Image image{qimage.width(), qimage.height(), {u"R"_s}, std::vector<float>()};
+    if (!grey) {
+        image.channels << u"G"_s << u"B"_s;
+        if (qimage.hasAlphaChannel()) {
+            image.channels << u"A"_s;
+        }
+    }
+    auto& samples = std::get<std::vector<float>>(image.samples);
+    samples.reserve(image.numSamples());
+    for (int y = 0; y < image.height; ++y) {
+        const auto* line = reinterpret_cast<const QRgba64*>(rgba.constScanLine(y));
+        for (int x = 0; x < image.width; ++x) {
+            const std::array values = {line[x].red(), line[x].green(), line[x].blue(), line[x].alpha()};
+            for (size_t c = 0; c < static_cast<size_t>(image.numChannels()); ++c) {
+                // QImage widened each byte b to 257 b.
+                const int byte = values[c] / 257;
+                samples.push_back(deep ? static_cast<float>(values[c]) / 65535.0F
+                                       : static_cast<float>(byte) / 255.0F);
+            }
+        }
+    }
+    return image;
+}
+
+} // namespace Morvane::Qel

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <QPair>
+#include <QSize>
+#include <QStringList>
+#include <QVariant>
+#include <QVector3D>
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include <Qel/model/GPUModel.h>
+#include <Qel/model/ModelImport.h>
+#include <Qel/model/ShadowMapManager.h>
+
+#include <Qel/graph/GraphDescription.h>
+#include <Qel/graph/GraphPlan.h>
+#include <Qel/graph/support/FrameValues.h>
+
+namespace Morvane::Qel {
+
+/// Reads the model files of a graph, in its order. On failure returns nothing and adds a line to `errors` for
+/// each file that cannot be read. Logs the warnings of the import.
+std::optional<std::vector<ModelData>> importModels(const GraphDescription& graph,
+                                                   const ImportOptions& options, QStringList* errors);
+
+/// The models of a graph on the GPU, and its frame values.
+class Scene
+{
+public:
+    Scene(const GraphDescription& graph, const std::vector<ModelData>& models);
+    Scene(const Scene&) = delete;
+    Scene& operator=(const Scene&) = delete;
+
+    GPUModel* model(size_t index) const { return m_models[index].get(); }
+    /// Corners of the box around all models; both zero without geometry.
+    const QPair<QVector3D, QVector3D>& bounds() const { return m_bounds; }
+
+    /// Updates the frame values that depend on the camera and the viewport.
+    void setView(const CameraDescription& camera, const QSize& viewport);
+
+    const QVariant& frameValue(FrameValue value) const { return m_frameValues[static_cast<size_t>(value)]; }
+    /// Whether a frame value was set since the last markUnchanged.
+    bool isChanged(FrameValue value) const { return m_isChanged[static_cast<size_t>(value)]; }
+    void markUnchanged() { m_isChanged.fill(false); }
+
+private:
+    void setFrameValue(FrameValue value, const QVariant& content);
+
+    std::vector<std::unique_ptr<GPUModel>> m_models;
+    /// The frame value Lights points to these.
+    std::vector<ShadowMapManager::Light> m_lights;
+    QPair<QVector3D, QVector3D> m_bounds;
+    std::array<QVariant, numFrameValues> m_frameValues;
+    std::array<bool, numFrameValues> m_isChanged{};
+};
+
+} // namespace Morvane::Qel

@@ -1,0 +1,105 @@
+#include <Qel/graph/support/SceneCheck.h>
+
+#include <algorithm>
+#include <cmath>
+#include <set>
+
+#include <Qel/model/ShadowMapManager.h>
+
+#include <Qel/graph/GraphDescription.h>
+#include <Qel/graph/support/Camera.h>
+#include <Qel/graph/support/Constants.h>
+#include <Qel/graph/support/FrameValues.h>
+#include <Qel/graph/support/GraphErrors.h>
+#include <Qel/graph/support/Names.h>
+
+using namespace Qt::StringLiterals;
+
+namespace Morvane::Qel {
+
+namespace {
+
+bool isFinite(const QVector3D& v)
+{
+    return std::isfinite(v.x()) && std::isfinite(v.y()) && std::isfinite(v.z());
+}
+
+void checkCamera(const CameraDescription& camera, GraphErrors& errors)
+{
+    const auto check = [&](bool good, const char* member, const char* what) {
+        if (!good) {
+            errors.add(QLatin1StringView("camera.") + QLatin1StringView(member), QLatin1StringView(what));
+        }
+    };
+    check(isFinite(camera.eye) && isFinite(camera.target) && camera.eye != camera.target, "eye",
+          "must differ from the target");
+    const QVector3D forward = (camera.target - camera.eye).normalized();
+    check(camera.eye == camera.target ||
+              QVector3D::crossProduct(forward, camera.up.normalized()).lengthSquared() > 1e-10F,
+          "up", "must not be zero or parallel to the view direction");
+    check(camera.fovY > 0.0F && camera.fovY < 180.0F, "fovY", "must be above 0 and below 180 degrees");
+    check(camera.nearPlane > 0.0F, "near", "must be above 0");
+    check(camera.farPlane > camera.nearPlane && std::isfinite(camera.farPlane), "far",
+          "must be above \"near\"");
+}
+
+void checkModels(const GraphDescription& graph, GraphErrors& errors)
+{
+    std::set<QString> names;
+    for (const ModelDescription& model : graph.models) {
+        const QString place = QLatin1StringView("models.") + model.name;
+        if (const QString error = nameError(model.name); !error.isEmpty()) {
+            errors.add(place, error);
+        } else if (findFrameValue(model.name)) {
+            errors.add(place, u"\"@%1\" is a frame value; use another name"_s.arg(model.name));
+        } else if (!names.insert(model.name).second) {
+            errors.add(place, u"more than one model has this name"_s);
+        }
+        errors.add(place, fileError(graph, model.file));
+    }
+}
+
+void checkLight(const LightDescription& light, const QString& place, GraphErrors& errors)
+{
+    const auto check = [&](bool good, const char* member, const QString& what) {
+        if (!good) {
+            errors.add(place + u'.' + QLatin1StringView(member), what);
+        }
+    };
+    static const QStringList types{u"directional"_s, u"spot"_s, u"point"_s};
+    const qsizetype type = types.indexOf(light.type);
+    const bool isDirectional = type == 0;
+    const bool isSpot = type == 1;
+    const bool hasPosition = type > 0;
+    check(type >= 0, "type", unknownName(u"light type"_s, light.type, types));
+    check(!hasPosition || isFinite(light.position), "position", u"must be finite"_s);
+    check(!(isDirectional || isSpot) || (isFinite(light.direction) && !light.direction.isNull()), "direction",
+          u"must not be zero"_s);
+    const QVector3D& color = light.color;
+    check(isFinite(color) && std::min({color.x(), color.y(), color.z()}) >= 0.0F, "color",
+          u"must be 0 or more"_s);
+    check(std::isfinite(light.intensity) && light.intensity >= 0.0F, "intensity", u"must be 0 or more"_s);
+    check(!isSpot || (light.angle > 0.0F && light.angle <= 170.0F), "angle",
+          u"must be above 0 and at most 170 degrees"_s);
+    check(!hasPosition || (std::isfinite(light.range) && light.range >= 0.0F), "range",
+          u"must be 0 or more"_s);
+    constexpr int maxCascades = ShadowMapManager::maxCascades;
+    check(!isDirectional || (light.cascades >= 1 && light.cascades <= maxCascades), "cascades",
+          u"must be 1 to %1"_s.arg(maxCascades));
+}
+
+} // namespace
+
+void checkScene(const GraphDescription& graph, GraphErrors& errors)
+{
+    errors.add(u"viewport"_s, viewportError(graph.viewport));
+    if (graph.camera) {
+        checkCamera(*graph.camera, errors);
+    }
+    checkModels(graph, errors);
+    for (size_t i = 0; i < graph.lights.size(); ++i) {
+        checkLight(graph.lights[i], u"lights[%1]"_s.arg(i), errors);
+    }
+}
+
+} // namespace Morvane::Qel

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QSet>
+
+#include <optional>
+
+#include <Qel/model/ImportedScene.h>
+
+struct aiScene;
+
+namespace Morvane::Qel {
+
+/// Converts what Assimp read from the file `path`, which warnings name. `materialsWithKd` names the materials
+/// whose diffuse colour counts; without it, all but Assimp's default material's do.
+ImportedScene convertScene(const aiScene& scene, const QString& path,
+                           const std::optional<QSet<QString>>& materialsWithKd);
+
+} // namespace Morvane::Qel

@@ -1,0 +1,29 @@
+#include "support/Folder.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <gtest/gtest.h>
+
+namespace Morvane::Qel::Test {
+
+void Folder::write(const QString& name, const QString& text) const
+{
+    QFile file(path(name));
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly)) << qPrintable(name);
+    file.write(text.toUtf8());
+}
+
+QByteArray Folder::contents(const QString& name) const
+{
+    QFile file(path(name));
+    EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << qPrintable(name);
+    return file.readAll();
+}
+
+QStringList Folder::files(const QString& wildcard, const QString& subfolder) const
+{
+    return QDir(path(subfolder)).entryList({wildcard}, QDir::Files | QDir::Hidden, QDir::Name);
+}
+
+} // namespace Morvane::Qel::Test
