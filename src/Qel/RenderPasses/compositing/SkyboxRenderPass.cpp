@@ -62,7 +62,7 @@ void main()
 )"_s;
 
 // Neither fragment stage writes out_Id: Ids that are attached beside the frame stay as they are.
-const QStringList fragmentOutputs{u"out_FragColor"_s, u"out_Id"_s};
+const QStringList programOutputs{u"out_FragColor"_s, u"out_Id"_s};
 
 } // namespace
 
@@ -113,13 +113,13 @@ void SkyboxRenderPass::setup(RenderCallbacks* /*callbacks*/)
     m_framebuffer = std::make_unique<FramebufferObject>(nullptr);
     m_cubeProgram = std::make_unique<ShaderProgram>(nullptr);
     buildScreenProgram(*m_cubeProgram,
-                       {.fragment = cubeFragmentSource, .vertex = vertexSource, .outputs = fragmentOutputs});
+                       {.fragment = cubeFragmentSource, .vertex = vertexSource, .outputs = programOutputs});
     checkGLError(sourceFile, __LINE__);
     m_latLongProgram = std::make_unique<ShaderProgram>(nullptr);
     buildScreenProgram(*m_latLongProgram, {.fragment = latLongFragmentSource,
                                            .fragmentFile = u"QelUtilities.glslc"_s,
                                            .vertex = vertexSource,
-                                           .outputs = fragmentOutputs});
+                                           .outputs = programOutputs});
     checkGLError(sourceFile, __LINE__);
     // The quad: the vertex stage normalises the view direction, and the interpolation between unit vectors is
     // right only if all vertices are equally far from the eye. Those of the oversized triangle are not.
