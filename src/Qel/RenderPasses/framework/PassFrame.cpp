@@ -256,7 +256,8 @@ void BoundSampler::apply(Texture& texture, const Parameters& parameters)
 void buildScreenProgram(ShaderProgram& program, const ScreenSources& sources)
 {
     program.setMacroProcessor(sources.macroProcessor);
-    program.setFragDataLocations(sources.outputs);
+    program.setFragDataLocations(sources.outputs.isEmpty() ? QStringList{u"out_FragColor"_s}
+                                                           : sources.outputs);
     program.addShader(GL_VERTEX_SHADER, sources.vertex, {});
     program.addShader(GL_FRAGMENT_SHADER, sources.fragment, {});
     if (!sources.fragmentFile.isEmpty()) {

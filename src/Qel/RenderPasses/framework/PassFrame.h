@@ -312,8 +312,8 @@ struct ScreenSources
     /// A shader file added to the fragment stage, such as "QelUtilities.glslc"; none when empty.
     QString fragmentFile = {};
     QString vertex = fullScreenVertexSource;
-    /// The fragment outputs, in the order of the draw buffers.
-    QStringList outputs = {QStringLiteral("out_FragColor")};
+    /// The fragment outputs, in the order of the draw buffers; "out_FragColor" alone when empty.
+    QStringList outputs = {};
     /// Needed for sources with defines of the pass's own; must live during the call.
     GLSLMacroProcessor* macroProcessor = nullptr;
 };
