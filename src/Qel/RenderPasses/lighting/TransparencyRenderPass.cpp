@@ -178,18 +178,12 @@ void TransparencyRenderPass::provideAllTargets(const QRect& viewport)
 
 void TransparencyRenderPass::providePrograms()
 {
-    const auto provideModelProgram = [](ModelProgram& modelProgram, const QString& fragmentSource,
-                                        const QStringList& outputs) {
-        if (!modelProgram.program) {
-            ShaderProgram& program = provide(modelProgram.program);
-            program.setFragDataLocations(outputs);
-            addModelVertexShaders(&program, vertexSource);
-            addModelFragmentShaders(&program, fragmentSource);
-            buildProgram(program);
-        }
-    };
-    provideModelProgram(m_opaque, opaqueSource, {u"out_FragColor"_s, u"out_Id"_s});
-    provideModelProgram(m_accumulation, accumulationSource, {u"out_FragColor[0]"_s, u"out_FragColor[1]"_s});
+    if (!m_opaque.program) {
+        buildModelProgram(provide(m_opaque.program), {u"out_FragColor"_s, u"out_Id"_s}, vertexSource,
+                          opaqueSource);
+        buildModelProgram(provide(m_accumulation.program), {u"out_FragColor[0]"_s, u"out_FragColor[1]"_s},
+                          vertexSource, accumulationSource);
+    }
     provideScreenProgram(m_resolveProgram, m_screenQuad, {resolveSource});
     if (!m_white) {
         m_white.reset(makeTexelTexture(Qt::white));
