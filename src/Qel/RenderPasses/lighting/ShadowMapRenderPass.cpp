@@ -352,6 +352,7 @@ void ShadowMapRenderPass::_gaussBlurShadowMapArray(int iterations)
     }
     checkGLError(sourceFile, __LINE__);
     m_framebuffer->detach(GL_DEPTH_ATTACHMENT);
+    // Set again, whatever consumers have made of them: outside the map nothing is in shadow.
     m_moments->setBorderColor({farAway, farAway, farAway, 1.0F});
     m_moments->setParameter(GL_TEXTURE_WRAP_S, GL_CLAMP_TO_BORDER);
     m_moments->setParameter(GL_TEXTURE_WRAP_T, GL_CLAMP_TO_BORDER);

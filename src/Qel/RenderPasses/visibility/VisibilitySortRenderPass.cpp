@@ -126,8 +126,8 @@ int gather(uint pointer)
     while (pointer != 0u && count < MAX_DEPTH) {
         uvec4 node = imageLoad(u_NodeBufferImage, texelOfNode(pointer));
         if (node.g == 0u) {
-            // Reads outside the image return 0, which is no node's primitive: here ends a list whose node did
-            // not fit into the buffer.
+            // Reads outside the image return 0, which is no node's primitive. This ends a list at a node that
+            // did not fit into the buffer.
             break;
         }
         records[count] = Record(node.g, node.a, uintBitsToFloat(node.b), node.r);
