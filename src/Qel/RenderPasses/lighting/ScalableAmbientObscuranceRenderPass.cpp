@@ -20,7 +20,7 @@ constexpr int maxSamples = 1024;
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/ScalableAmbientObscuranceRenderPass";
 
-// Linked into the program although nothing calls it. Deliberate.
+// Deliberate: linked into the program although nothing calls it.
 const QString positionSource = uR"(#version 150
 uniform mat4 u_InvProjMatrix;
 
@@ -114,7 +114,7 @@ struct Tap
 Tap spiralTap(int i, float diskRadius, float rotation, float pixelWidth)
 {
     float alpha = (float(i) + 0.5) / u_NumSamples;
-    float angle = alpha * u_NumSpiralTurns * 6.28 + rotation; // 6.28, not 2 pi: deliberate
+    float angle = alpha * u_NumSpiralTurns * 6.28 + rotation; // deliberate: not 2 pi
     float tapRadius = alpha * diskRadius;
     return Tap(tapRadius * vec2(cos(angle), sin(angle)), mipLevel(tapRadius * pixelWidth));
 }
@@ -154,7 +154,7 @@ void main()
         discard;
     }
 
-    // Large and hardly random, as published. Deliberate.
+    // Deliberate: large and hardly random, as published.
     float rotation = float((3 * (pixel.x ^ pixel.y) + pixel.x * pixel.y) * 10);
     float diskRadius = -projScale * radius / P.z;
     float sum = 0.0;
@@ -274,7 +274,7 @@ void ScalableAmbientObscuranceRenderPass::setNormalProcessing(NormalProcessing p
         logFailedCheck(sourceFile, __LINE__, "NULL == m_shaderProgram",
                        u"Do not set the normal processing once a shader has been created."_s);
     }
-    // Stored although the call was reported as an error and has no effect. Deliberate.
+    // Deliberate: stored although the call was reported as an error and has no effect.
     m_normalProcessing = processing;
 }
 
@@ -354,7 +354,7 @@ void ScalableAmbientObscuranceRenderPass::draw(Texture* depth, Texture* position
     const BoundSampler normalSampler(*m_shaderProgram, m_normalSampler, normals, Sampling::Nearest);
     setUniforms(*depth, positions != nullptr);
 
-    // The stencil is configured, but the test stays off, so it has no effect. Deliberate.
+    // Deliberate: the stencil is configured, but the test stays off, so it has no effect.
     glDepthMask(GL_FALSE);
     OpenGLDeviceContext::current()->disable(GL_STENCIL_TEST);
     glStencilFunc(GL_EQUAL, 1, 0xff);

@@ -329,7 +329,7 @@ void ShadowMapRenderPass::_gaussBlurShadowMapArray(int iterations)
     const AutoBinder framebufferBinder(m_framebuffer.get());
     m_framebuffer->attach(m_depth.get(), GL_DEPTH_ATTACHMENT, 0);
     const AutoBinder programBinder(m_blurProgram.get());
-    // The shader has no such uniform. Deliberate; the call has no effect.
+    // Deliberate: the shader has no such uniform, so the call has no effect.
     m_blurProgram->setUniform(m_sigma, shadowBlurSigma);
     constexpr float texel = 1.0F / static_cast<float>(mapSize);
     const std::array<QVector3D, 2> steps{QVector3D(texel, 0.0F, 0.0F), QVector3D(0.0F, texel, 0.0F)};

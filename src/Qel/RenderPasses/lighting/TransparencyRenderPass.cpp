@@ -233,7 +233,7 @@ void TransparencyRenderPass::resolve()
 {
     const AutoDisabler depthTest(GL_DEPTH_TEST);
     const AutoEnabler blending(GL_BLEND);
-    // The same function blends alpha, which mixes revealage into the alpha of the opaque image. Deliberate.
+    // Deliberate: alpha is blended by the same function, which mixes revealage into the opaque image's alpha.
     glBlendFunc(GL_ONE_MINUS_SRC_ALPHA, GL_SRC_ALPHA);
     const AutoBinder framebufferBinder(m_opaqueFramebuffer.get());
     m_opaqueFramebuffer->setDrawBuffers();

@@ -44,9 +44,9 @@ void main()
 }
 )"_s;
 
-// There is no test for a full node buffer: GL drops stores outside the image. Deliberate. A stage that stores
+// Deliberate: there is no test for a full node buffer; GL drops stores outside the image. A stage that stores
 // runs before the depth test, which therefore removes nothing from the lists. It must not request early
-// fragment tests, because the depth of the full mode is never cleared. Deliberate too.
+// fragment tests, because the depth of the full mode is never cleared, which is deliberate too.
 const QString fragmentSource = uR"(#version 150
 #define QEL_GL_3_2 %1
 #if QEL_GL_3_2 == 0
@@ -329,7 +329,7 @@ void VisibilityBufferRenderPass::draw(GPUModel* model)
     m_program->setUniform(m_nodeBufferImage, 1);
     {
         const AutoBinder counterBinder(m_counter.get());
-        // Bound as write-only although the shader's atomic exchange also reads. Deliberate; drivers go by
+        // Deliberate: bound as write-only although the shader's atomic exchange also reads. Drivers go by
         // what the shader does.
         const ImageBinder headPointers(0, m_headPointers.get(), GL_WRITE_ONLY, GL_R32UI);
         const ImageBinder nodes(1, m_nodes.get(), GL_READ_WRITE, GL_RGBA32UI);

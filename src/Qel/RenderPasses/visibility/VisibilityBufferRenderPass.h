@@ -61,7 +61,7 @@ public:
         NodeBuffer,
         /// int, nodes in a row of the node buffer.
         NodeBufferWidth,
-        /// Never set by the pass; keeps whatever value it has. Deliberate; do not rely on it.
+        /// Never set by the pass, deliberately: it keeps whatever value it has. Do not rely on it.
         Depth
     };
 

@@ -51,7 +51,7 @@ void copyPayload(inout Record target, Record source)
     target.depth = source.depth;
 }
 
-// An alternative to quickSort, never called. Deliberate.
+// Deliberate: an alternative to quickSort that is never called.
 void insertionSort(int count)
 {
     for (int i = 1; i < count; ++i) {
@@ -243,7 +243,7 @@ void VisibilitySortRenderPass::sort(Texture* headPointers, Texture* nodes, int n
     // A target to rasterise onto; nothing is written to it.
     const PooledTarget scratch(provide(m_framebuffer), TextureFormat::RGBA16F,
                                m_inputs[Viewport].value.toRect().size());
-    // Has no effect without a depth attachment, except that the test stays enabled. Deliberate.
+    // Deliberate: has no effect without a depth attachment, except that the test stays enabled.
     OpenGLDeviceContext::current()->enable(GL_DEPTH_TEST);
     {
         // Shaders stored the nodes, which are now read as an image.
