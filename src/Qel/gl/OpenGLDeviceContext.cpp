@@ -105,8 +105,8 @@ OpenGLDeviceContext::~OpenGLDeviceContext()
 
 void OpenGLDeviceContext::releaseObjects()
 {
-    // While another context is current, this one's GL objects cannot be deleted. With no current context, their
-    // destructors make no GL calls.
+    // While another context is current, this one's GL objects cannot be deleted. With no current context,
+    // their destructors make no GL calls.
     OpenGLDeviceContext* const other = currentContext == this ? nullptr : currentContext;
     if (other) {
         currentContext = nullptr;
