@@ -101,10 +101,10 @@ void main()
 
 /// The model's batches and the render targets in plain GL, never deleted. Vertex arrays and indices are those
 /// of the uploaded model.
-class PlainTarget
+class PlainTransparency
 {
 public:
-    PlainTarget(const ModelData& data, const GPUModel& model, const QSize& size)
+    PlainTransparency(const ModelData& data, const GPUModel& model, const QSize& size)
         : m_size(size)
     {
         for (const QImage& image : data.images) {
@@ -302,7 +302,7 @@ void compareTransparency(benchmark::State& state, Wait wait, const ModelData& da
     pass.setInput(TransparencyRenderPass::Geometry, QVariant::fromValue(&model));
     applyBaseState();
     pass.start(nullptr);
-    const PlainTarget plain(data, model, size);
+    const PlainTransparency plain(data, model, size);
     plain.draw(projection, camera);
     auto* frame = qobject_cast<Texture*>(pass.output(TransparencyRenderPass::Frame).value<QObject*>());
     const std::vector<float> drawn = readTexels(frame->textureID(), size);

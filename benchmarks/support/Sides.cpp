@@ -36,12 +36,12 @@ double median(std::vector<double>& values)
 }
 
 void compareSides(benchmark::State& state, Wait wait, const std::function<void()>& library,
-                  const std::function<void()>& plain, const std::function<void()>& prepare)
+                  const std::function<void()>& plainGL, const std::function<void()>& prepare)
 {
     constexpr int warmUps = 3;
     for (int i = 0; i < warmUps; ++i) {
         microseconds(wait, prepare, library);
-        microseconds(wait, prepare, plain);
+        microseconds(wait, prepare, plainGL);
     }
     std::vector<double> libraryTimes;
     std::vector<double> plainTimes;
@@ -49,13 +49,13 @@ void compareSides(benchmark::State& state, Wait wait, const std::function<void()
         // The sides also alternate in which one runs first.
         if (libraryTimes.size() % 2 == 0) {
             libraryTimes.push_back(microseconds(wait, prepare, library));
-            plainTimes.push_back(microseconds(wait, prepare, plain));
+            plainTimes.push_back(microseconds(wait, prepare, plainGL));
         } else {
-            plainTimes.push_back(microseconds(wait, prepare, plain));
+            plainTimes.push_back(microseconds(wait, prepare, plainGL));
             libraryTimes.push_back(microseconds(wait, prepare, library));
         }
     }
-    // The plain GL objects still bound here may be deleted next.
+    // The plainGL GL objects still bound here may be deleted next.
     glUseProgram(0);
     glBindVertexArray(0);
     glBindFramebuffer(GL_FRAMEBUFFER, 0);
