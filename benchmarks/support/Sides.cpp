@@ -55,7 +55,7 @@ void compareSides(benchmark::State& state, Wait wait, const std::function<void()
             libraryTimes.push_back(microseconds(wait, prepare, library));
         }
     }
-    // The plainGL GL objects still bound here may be deleted next.
+    // The plain GL objects still bound here may be deleted next.
     glUseProgram(0);
     glBindVertexArray(0);
     glBindFramebuffer(GL_FRAMEBUFFER, 0);
