@@ -171,7 +171,6 @@ TEST_F(TransparencyTest, ClearsWithoutAModelAndLeavesTheStateThatItNames)
     }
     EXPECT_EQ(stateInGL(GL_DEPTH_WRITEMASK), static_cast<unsigned int>(GL_TRUE));
     EXPECT_EQ(stateInGL(GL_BLEND_SRC_RGB), static_cast<unsigned int>(GL_ONE_MINUS_SRC_ALPHA));
-    EXPECT_EQ(stateInGL(GL_BLEND_DST_ALPHA), static_cast<unsigned int>(GL_SRC_ALPHA));
 
     // With a depth function that passes equal depths, opaque fragments reach the accumulation and set the
     // revealage to 0, alpha included.

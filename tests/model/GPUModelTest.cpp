@@ -31,12 +31,6 @@ QMatrix4x4 column(float x, float width)
     return matrix;
 }
 
-/// A white square that fills clip space.
-ModelData makeWhiteSquare()
-{
-    return makeModelData(makeSquare(), {{}, {1, 1, 1}}, column(-1, 2));
-}
-
 class GPUModelTest : public GLTest
 {
 protected:
@@ -198,7 +192,7 @@ TEST_F(GPUModelTest, DrawsEachBatchWithItsData)
 
 TEST_F(GPUModelTest, MirroredBatchesKeepTheirFrontFaces)
 {
-    ModelData data = makeWhiteSquare();
+    ModelData data = makeModelData(makeSquare(), {{}, {1, 1, 1}});
     data.instances = {{0, column(0, -1)}, {0, column(0, 0.5F)}, {0, column(1, -0.5F)}};
     GPUModel model(data);
     const AutoEnabler culling(GL_CULL_FACE);
@@ -222,7 +216,7 @@ TEST_F(GPUModelTest, TexturesRepeatAndHaveMipLevels)
     for (int i = 0; i < 256; ++i) {
         stripes.setPixelColor(i % 16, i / 16, i % 2 == 0 ? Qt::white : Qt::black);
     }
-    ModelData data = makeWhiteSquare();
+    ModelData data = makeModelData(makeSquare(), {{}, {1, 1, 1}}, column(-1, 2));
     data.images = {stripes};
     data.materials[0].mapKd = 0;
     // From half a texel on: every pixel samples the centre of a texel, where level 0 is black or white.
