@@ -127,6 +127,8 @@ void CameraSpaceZBufferRenderPass::draw(Texture* depth)
 {
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     context->setViewport(0, 0, m_width, m_height);
+    // Against the depth that is read, no fragment would pass.
+    const AutoDisabler depthTest(GL_DEPTH_TEST);
     const AutoBinder programBinder(m_program.get());
     const BoundSampler depths(*m_program, m_samplerDepth, depth, Sampling::Nearest);
     checkGLError(sourceFile, 141);

@@ -213,6 +213,7 @@ bool ShadowMapRenderPass::provideResources()
     if (!m_moments) {
         m_moments = makeArray(GL_CLAMP_TO_BORDER, m_numLayers);
         m_moments->setBorderColor({farAway, farAway, farAway, 1.0F});
+        clearMoments();
         checkGLError(sourceFile, __LINE__);
         isNew = true;
     }
@@ -221,6 +222,19 @@ bool ShadowMapRenderPass::provideResources()
         isNew = true;
     }
     return isNew;
+}
+
+/// Gives maps that nothing is drawn into the value of texels without an occluder.
+void ShadowMapRenderPass::clearMoments()
+{
+    constexpr std::array<float, 4> noOccluder{farAway, farAway, farAway, 1.0F};
+    const AutoBinder framebufferBinder(m_framebuffer.get());
+    for (int layer = 0; layer < m_numLayers; ++layer) {
+        m_framebuffer->attach3D(m_moments.get(), GL_COLOR_ATTACHMENT0, layer, 0);
+        m_framebuffer->setDrawBuffers();
+        glClearBufferfv(GL_COLOR, 0, noOccluder.data());
+    }
+    m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
 }
 
 void ShadowMapRenderPass::buildMomentsProgram()

@@ -179,11 +179,13 @@ void VisibilityDeferredRenderPass::provideProgram()
 /// Points the buffer textures at the batch's buffers if those changed.
 void VisibilityDeferredRenderPass::updateBufferTextures(DrawBuffers* batch)
 {
-    if (m_shownBatch == batch && m_shownVertexArray == batch->VAO() && m_shownIndices == batch->indexBO()) {
+    if (m_shownBatch == batch && m_shownVertexArray == batch->VAO() &&
+        m_numUploadsShown == batch->VAO()->numUploads() && m_shownIndices == batch->indexBO()) {
         return;
     }
     m_shownBatch = batch;
     m_shownVertexArray = batch->VAO();
+    m_numUploadsShown = batch->VAO()->numUploads();
     m_shownIndices = batch->indexBO();
     const auto show = [&](std::unique_ptr<Texture>& texture, const QSharedPointer<BufferObject>& buffer,
                           unsigned int format) {

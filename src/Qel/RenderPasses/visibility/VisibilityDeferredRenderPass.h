@@ -86,6 +86,7 @@ private:
     /// The batch whose buffers they show; null once the model is deleted.
     QPointer<DrawBuffers> m_shownBatch;
     QWeakPointer<VertexArrayObject> m_shownVertexArray;
+    int m_numUploadsShown = 0;
     QWeakPointer<BufferObject> m_shownIndices;
     bool m_hasReportedLists = false;
     /// Zeroes for one vertex, in place of a buffer that the model does not have.
