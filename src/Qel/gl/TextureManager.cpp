@@ -107,10 +107,6 @@ Entry* findEntry(const Texture* texture)
 
 } // namespace
 
-TextureManager::TextureManager() = default;
-
-TextureManager::~TextureManager() = default;
-
 TextureManager* TextureManager::Instance()
 {
     static TextureManager instance;

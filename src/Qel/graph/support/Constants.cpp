@@ -17,7 +17,6 @@
 #include <limits>
 
 #include <Qel/graph/GraphDescription.h>
-
 #include <Qel/graph/support/Ports.h>
 
 using namespace Qt::StringLiterals;

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include <Qel/core/RenderPass.h>
-
 #include <Qel/graph/GraphPlan.h>
 #include <Qel/graph/RenderGraph.h>
 
