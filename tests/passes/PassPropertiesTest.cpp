@@ -1,12 +1,12 @@
 // Properties that hold for every pass, run for each registered type.
 
 #include <array>
-#include <set>
 
 #include <stdlib.h>
 
 #include <epoxy/gl.h>
 
+#include "support/GLState.h"
 #include "support/GLTest.h"
 #include "support/PassHost.h"
 #include "support/Pixels.h"
@@ -16,25 +16,6 @@ using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel::Test {
 namespace {
-
-/// All GL objects of the kinds that passes create.
-std::set<std::pair<int, unsigned int>> livingObjects()
-{
-    constexpr unsigned int highestName = 2000;
-    std::set<std::pair<int, unsigned int>> objects;
-    for (unsigned int name = 1; name <= highestName; ++name) {
-        const std::array<bool, 6> exists{
-            glIsTexture(name) == GL_TRUE, glIsFramebuffer(name) == GL_TRUE, glIsProgram(name) == GL_TRUE,
-            glIsBuffer(name) == GL_TRUE,  glIsVertexArray(name) == GL_TRUE, glIsRenderbuffer(name) == GL_TRUE,
-        };
-        for (size_t kind = 0; kind < exists.size(); ++kind) {
-            if (exists[kind]) {
-                objects.insert({static_cast<int>(kind), name});
-            }
-        }
-    }
-    return objects;
-}
 
 /// Sets state as an application might leave it behind.
 void makeStateDirty()
@@ -149,7 +130,7 @@ TEST_P(PassProperties, FollowsAHundredSizesAndLeavesNoObject)
         warmUp.runFrame();
     }
     TextureManager::Instance()->releaseFreeTextures();
-    const auto before = livingObjects();
+    const auto before = liveObjects();
     {
         PassHost host(context(), QString::fromStdString(GetParam()));
         for (int i = 0; i < 100; ++i) {
@@ -163,7 +144,7 @@ TEST_P(PassProperties, FollowsAHundredSizesAndLeavesNoObject)
         EXPECT_LT(TextureManager::Instance()->numTextures(), 60) << "the pool keeps unused sizes";
     }
     TextureManager::Instance()->releaseFreeTextures();
-    EXPECT_EQ(livingObjects(), before);
+    EXPECT_EQ(liveObjects(), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, PassProperties, testing::ValuesIn(builtinTypes()),
