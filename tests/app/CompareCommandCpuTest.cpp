@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <Qel/graph/ImageIO.h>
+
 #include "support/Folder.h"
 #include "support/Program.h"
 

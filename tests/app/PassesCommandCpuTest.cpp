@@ -1,13 +1,12 @@
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QJsonObject>
 
 #include <gtest/gtest.h>
 
 #include <Qel/graph/PassRegistry.h>
 
 #include "support/Program.h"
-
-using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel::Test {
 

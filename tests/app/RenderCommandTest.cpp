@@ -1,6 +1,6 @@
-#include <cmath>
-
 #include <gtest/gtest.h>
+
+#include <Qel/graph/ImageIO.h>
 
 #include "support/Folder.h"
 #include "support/Program.h"
@@ -8,11 +8,6 @@
 namespace Morvane::Qel::Test {
 
 namespace {
-
-const QString gradient = R"({"viewport": [5, 8],
-    "passes": [{"name": "sky", "type": "GradientRenderPass",
-                "inputs": {"ColorTop": "#ff0000ff", "ColorBottom": "#0033ff66"}}],
-    "output": "@sky.Frame"})";
 
 /// Alpha increases to the right, green upwards.
 const QString ramp = R"(#version 150
@@ -36,7 +31,6 @@ class RenderCommand : public testing::Test, protected Folder
 protected:
     RenderCommand()
     {
-        write("gradient.json", gradient);
         write("ramp.json", shaderGraph);
         write("ramp.frag", ramp);
         // Without an output, the image is what the graph draws to the screen.
@@ -60,41 +54,30 @@ protected:
 
 } // namespace
 
-TEST_F(RenderCommand, ImageMatchesTheFormulaAtAnySize)
-{
-    for (const char* size : {"5x8", "1x1", "300x7", "2x301"}) {
-        const Image exr = rendered("gradient.json", "g.exr", {"--size", size});
-        const Image png = rendered("gradient.json", "g.png", {"--size", size});
-        ASSERT_EQ(exr.summary(), QString(size) + " RGBA");
-        ASSERT_EQ(png.summary(), exr.summary());
-        for (int y = 0; y < exr.height; ++y) {
-            // Row 0 is the top row; t is taken at the centre of a row.
-            const double t = 1.0 - (y + 0.5) / exr.height;
-            const double expected[] = {t, 0.2 * (1.0 - t), 1.0 - t, 0.4 + 0.6 * t};
-            for (int i = 0; i < 4 * exr.width; ++i) {
-                // GL interpolates in 32-bit floats.
-                const double value = exr.sample(i / 4, y, i % 4);
-                ASSERT_NEAR(value, expected[i % 4], 1e-6) << i / 4 << ", " << y;
-                ASSERT_EQ(std::lround(png.sample(i / 4, y, i % 4) * 255.0), std::lround(value * 255.0));
-            }
-        }
-    }
-}
-
 TEST_F(RenderCommand, SetTheScreenAndBothFormats)
 {
     // An 8-bit texture is the same in both formats and on the screen.
-    const QStringList set{"--size", "64x40", "--set", "ramp.Blue=0.6"};
+    const QStringList set{"--size", "64x41", "--set", "ramp.Blue=0.6"};
     const Image png = rendered("ramp.json", "a.png", set);
-    EXPECT_NEAR(png.sample(3, 3, 2), 0.6, 1e-6);
+    ASSERT_EQ(png.summary(), "64x41 RGBA");
     EXPECT_EQ(rendered("ramp.json", "a.exr", set).samples, png.samples);
     EXPECT_EQ(rendered("screen.json", "screen.exr", set).samples, png.samples);
+    for (int y = 0; y < 41; ++y) {
+        for (int x = 0; x < 64; ++x) {
+            // Row 0 is the top row. Rounding to 8 bits changes values by half a step, and drivers may choose
+            // either neighbour of a value between two.
+            EXPECT_EQ(png.sample(x, y, 0), 0.0);
+            EXPECT_NEAR(png.sample(x, y, 1), 1.0 - (y + 0.5) / 41.0, 0.51 / 255.0);
+            EXPECT_NEAR(png.sample(x, y, 2), 0.6, 1e-6);
+            EXPECT_NEAR(png.sample(x, y, 3), (x + 0.5) / 64.0, 0.51 / 255.0);
+        }
+    }
 }
 
 TEST_F(RenderCommand, NumberInTheNameWritesEveryFrame)
 {
     for (const char* pattern : {"f%03d.png", "100%%-%d.png", "last.png"}) {
-        EXPECT_EQ(render("gradient.json", {"--frames", "2", "--output", path(pattern)}).exitCode, 0);
+        EXPECT_EQ(render("ramp.json", {"--frames", "2", "--output", path(pattern)}).exitCode, 0);
     }
     EXPECT_EQ(files("*.png"), (QStringList{"100%-0.png", "100%-1.png", "f000.png", "f001.png", "last.png"}));
     EXPECT_EQ(contents("last.png"), contents("f001.png"));

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <Qel/graph/ImageIO.h>
+
 namespace Morvane::Qel::Test {
 
 void Folder::write(const QString& name, const QString& text) const

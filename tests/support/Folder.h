@@ -4,7 +4,9 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
-#include <Qel/graph/ImageIO.h>
+namespace Morvane::Qel {
+struct Image;
+}
 
 namespace Morvane::Qel::Test {
 
