@@ -110,13 +110,14 @@ TEST_F(SkyboxRenderPassTest, LooksUpACubeMapInTheDirectionOfEveryPixel)
 TEST_F(SkyboxRenderPassTest, LooksUpAnImageByLongitudeAndLatitude)
 {
     // Texels hold their own coordinates, so that filtered values tell where the image was sampled. The
-    // filters and wrap modes of the image must not count.
+    // image's minification filter and wrap modes must not count.
     constexpr int columns = 256;
     constexpr int rows = 128;
     const auto image = makeTexture(columns, rows, GL_RGBA32F, [](int x, int y) {
         return QVector4D((static_cast<float>(x) + 0.5F) / columns, (static_cast<float>(y) + 0.5F) / rows, 0,
                          1);
     });
+    image->setParameter(GL_TEXTURE_MAG_FILTER, GL_LINEAR);
     Runner<SkyboxRenderPass> pass;
     for (const View& view : views) {
         const Pixels actual = render(pass, view, nullptr, image);
@@ -139,7 +140,7 @@ TEST_F(SkyboxRenderPassTest, LooksUpAnImageByLongitudeAndLatitude)
         // Half floats round to 1/2048; drivers filter with weights of 1/256.
         EXPECT_TRUE(equal(actual, expected, 6e-4F));
     }
-    EXPECT_EQ(image->parameter(GL_TEXTURE_MAG_FILTER), GL_NEAREST);
+    EXPECT_EQ(image->parameter(GL_TEXTURE_MIN_FILTER), GL_NEAREST);
 }
 
 TEST_F(SkyboxRenderPassTest, WrapsImagesHorizontallyAndClampsThemVertically)
@@ -168,9 +169,12 @@ TEST_F(SkyboxRenderPassTest, WrapsImagesHorizontallyAndClampsThemVertically)
     expectCentre(back, {1, 1, 1, 1});
     expectCentre(up, {1, 0, 0, 1});
     expectCentre(down, {0, 0, 1, 1});
-    // Filters the last column with the first.
+    // Magnifies as the image says: without filtering, or with, across the last and the first column.
     const auto wide =
         makeTexture(4, 1, GL_RGBA16F, [](int x, int) { return QVector4D(x == 0 ? 1.0F : 0.0F, 0, 0, 1); });
+    const Pixels nearest = render(pass, back, nullptr, wide);
+    EXPECT_EQ(std::abs(nearest.at(width / 2 - 1, height / 2).x() - nearest.at(width / 2, height / 2).x()), 1);
+    wide->setParameter(GL_TEXTURE_MAG_FILTER, GL_LINEAR);
     const Pixels seam = render(pass, back, nullptr, wide);
     EXPECT_NEAR(seam.at(width / 2 - 1, height / 2).x(), 0.5F, 0.02F);
     EXPECT_NEAR(seam.at(width / 2, height / 2).x(), 0.5F, 0.02F);
