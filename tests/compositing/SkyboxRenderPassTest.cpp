@@ -105,6 +105,7 @@ TEST_F(SkyboxRenderPassTest, LooksUpTheDirectionOfEveryPixel)
 {
     const auto cubemap = makeCubemap();
     const auto latLongMap = makeLatLongMap();
+    latLongMap->setParameter(GL_TEXTURE_MAG_FILTER, GL_LINEAR);
     // Not used beside a cube map.
     const auto unused = makeTexture(Pixels::filled(1, 1, {9, 9, 9, 9}), GL_RGBA16F);
     Runner<SkyboxRenderPass> pass;
@@ -112,7 +113,7 @@ TEST_F(SkyboxRenderPassTest, LooksUpTheDirectionOfEveryPixel)
         EXPECT_TRUE(equal(render(pass, view, cubemap, unused), directions(view), tolerance));
         EXPECT_TRUE(equal(render(pass, view, nullptr, latLongMap), directions(view), tolerance));
     }
-    EXPECT_EQ(latLongMap->parameter(GL_TEXTURE_MAG_FILTER), GL_NEAREST);
+    EXPECT_EQ(latLongMap->parameter(GL_TEXTURE_MIN_FILTER), GL_NEAREST);
 }
 
 TEST_F(SkyboxRenderPassTest, WrapsImagesHorizontallyAndClampsThemVertically)
@@ -137,9 +138,12 @@ TEST_F(SkyboxRenderPassTest, WrapsImagesHorizontallyAndClampsThemVertically)
             EXPECT_EQ(actual.at(width / 2 - 2 + i % 4, height / 2 - 2 + i / 4), colour);
         }
     }
-    // Filters the last column with the first.
+    // Magnifies as the image says: without filtering, or with, across the last and the first column.
     const auto wide =
         makeTexture(4, 1, GL_RGBA16F, [](int x, int) { return QVector4D(x == 0 ? 1.0F : 0.0F, 0, 0, 1); });
+    const Pixels nearest = render(pass, back, nullptr, wide);
+    EXPECT_EQ(std::abs(nearest.at(width / 2 - 1, height / 2).x() - nearest.at(width / 2, height / 2).x()), 1);
+    wide->setParameter(GL_TEXTURE_MAG_FILTER, GL_LINEAR);
     const Pixels seam = render(pass, back, nullptr, wide);
     EXPECT_NEAR(seam.at(width / 2 - 1, height / 2).x(), 0.5F, 0.02F);
     EXPECT_NEAR(seam.at(width / 2, height / 2).x(), 0.5F, 0.02F);
