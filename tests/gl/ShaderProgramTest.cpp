@@ -102,32 +102,20 @@ void main()
     const QColor colour(255, 0, 51, 102);
     const QVector<float> ramp{1, 2, 3, 4, 5, 6, 7};
     // What has too few components or no such type leaves the value as it was.
+    // clang-format off
     const std::tuple<const char*, QVariant, Components> variants[] = {
-        {"f", 0.25, {0.25F}},
-        {"f", true, {1}},
-        {"i", -2.75, {-2}},
-        {"i", 1e20, {0}},
-        {"ui", 4000000000U, {4e9F}},
-        {"ui", -1, {4294967296.0F}},
-        {"b", 0.5, {1}},
-        {"s", 3, {3}},
-        {"v2", QSize(640, 480), {640, 480}},
-        {"v2", QPointF(0.5, 1.5), {0.5F, 1.5F}},
-        {"v4", colour, {1.0F, 0.0F, 51.0F / 255.0F, 102.0F / 255.0F}},
-        {"v4", QColor::fromHsv(120, 255, 255), {0, 1, 0, 1}},
-        {"v4", QVector4D(5, 6, 7, 8), {5, 6, 7, 8}},
-        {"v4", QVector2D(1, 2), {5, 6, 7, 8}},
-        {"v4", u"1"_s, {5, 6, 7, 8}},
-        {"iv4", QRect(-3, 4, 50, 60), {-3, 4, 50, 60}},
-        {"uv3", QVector3D(1.9F, 2, 3), {1, 2, 3}},
-        {"bv2", QVector2D(0, 9), {0, 1}},
-        {"m4", matrix, {1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15, 4, 8, 12, 16}},
-        {"m4", 5, {1, 5, 9, 13}},
+        {"f", 0.25, {0.25F}}, {"f", true, {1}}, {"i", -2.75, {-2}}, {"i", 1e20, {0}},
+        {"ui", 4000000000U, {4e9F}}, {"ui", -1, {4294967296.0F}}, {"b", 0.5, {1}}, {"s", 3, {3}},
+        {"v2", QSize(640, 480), {640, 480}}, {"v2", QPointF(0.5, 1.5), {0.5F, 1.5F}},
+        {"v4", colour, {1, 0, 0.2F, 0.4F}}, {"v4", QColor::fromHsv(120, 255, 255), {0, 1, 0, 1}},
+        {"v4", QVector4D(5, 6, 7, 8), {5, 6, 7, 8}}, {"v4", QVector2D(1, 2), {5, 6, 7, 8}},
+        {"v4", u"1"_s, {5, 6, 7, 8}}, {"v2", QVariant::fromValue(ramp), {1, 2}},
+        {"iv4", QRect(-3, 4, 50, 60), {-3, 4, 50, 60}}, {"uv3", QVector3D(1.9F, 2, 3), {1, 2, 3}},
+        {"bv2", QVector2D(0, 9), {0, 1}}, {"m2", matrix, {1, 5, 2, 6}}, {"m23", matrix, {0, 0, 0, 0, 0, 0}},
+        {"m4", matrix, {1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15, 4, 8, 12, 16}}, {"m4", 5, {1, 5, 9, 13}},
         {"m3", matrix, {1, 5, 9, 2, 6, 10, 3, 7, 11}},
-        {"m3", QVariant::fromValue(matrix.transposed().toGenericMatrix<3, 3>()), {1, 2, 3, 5, 6, 7, 9}},
-        {"m2", matrix, {1, 5, 2, 6}},
-        {"m23", matrix, {0, 0, 0, 0, 0, 0}},
-        {"v2", QVariant::fromValue(ramp), {1, 2}}};
+        {"m3", QVariant::fromValue(matrix.transposed().toGenericMatrix<3, 3>()), {1, 2, 3, 5, 6, 7, 9}}};
+    // clang-format on
     for (const auto& [name, value, expected] : variants) {
         expectSet(name, value, expected);
     }
