@@ -242,7 +242,7 @@ const PassDescription& BlendRenderPass::description()
     static const PassDescription description{
         .type = u"BlendRenderPass"_s,
         .summary = u"Composites two premultiplied images with one of 26 operators."_s,
-        .inputs = {viewportInput(u"size of the output, and the rectangle of it that is drawn"_s, u"1 x 1"_s),
+        .inputs = {viewportInput(u"the output's size and drawn rectangle, origin lower left"_s, u"1 x 1"_s),
                    {.name = u"Qel_QelTexture*_FrameA"_s,
                     .meaning = u"the source; premultiplied alpha"_s,
                     .whenMissing = u"transparent black"_s},

@@ -44,7 +44,8 @@ const PassDescription& TextureToScreenRenderPass::description()
     static const PassDescription description{
         .type = u"TextureToScreenRenderPass"_s,
         .summary = u"Draws a texture to the screen, by a blit or by summing the texels of each pixel."_s,
-        .inputs = {viewportInput(u"the rectangle of the screen to draw"_s, u"nothing is drawn"_s),
+        .inputs = {viewportInput(u"the rectangle of the screen to draw, origin lower left"_s,
+                                 u"nothing is drawn"_s),
                    {.name = u"Qel_QelTexture*_Texture"_s,
                     .meaning = u"the image, in the screen's colour encoding"_s,
                     .whenMissing = u"the screen is cleared; transparent black with super-sampling"_s},
