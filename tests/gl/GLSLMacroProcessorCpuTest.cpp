@@ -64,7 +64,7 @@ TEST_F(GLSLMacroProcessorTest, IncludesEachFileOnceAndMapsLines)
          "outer.glslh:3 float outer();", "cycle.glslh:2 float cycle();", "main:2 // again",
          "main:4 void main() {}"});
     // A source that is a file includes from its own folder, but never itself.
-    other.write(u"self.glsl"_s, {});
+    other.write(u"self.glsl"_s, QString());
     const auto result = processor.process(u"#include \"self.glsl\"\n#include \"inner.glslh\"\n"_s,
                                           other.path(u"self.glsl"_s));
     EXPECT_EQ(lines(result), Lines{"inner.glslh:1 float wrongInner();"});
@@ -133,7 +133,7 @@ TEST_F(GLSLMacroProcessorTest, PrefersFilesOfTheIncludePathsToTheLibrarys)
     const QString name = u"QelUtilities.glslc"_s;
     EXPECT_EQ(processor.findFile(name), u":/Media/Shaders/QelUtilities.glslc"_s);
     EXPECT_EQ(processor.findFile(u"Nothing.glslc"_s), QString());
-    folder.write(name, {});
+    folder.write(name, QString());
     processor.addIncludePath(folder.path({}));
     EXPECT_EQ(processor.findFile(name), folder.path(name));
 }
