@@ -20,8 +20,8 @@ namespace Morvane::Qel::App {
 
 namespace {
 
-/// Returns a text such as "1280x720 GL_RGBA16F". Asks GL, because passes may allocate a texture by GL calls
-/// that the Texture object does not see.
+/// Returns a text such as "1280x720 GL_RGBA16F". Queries GL, because passes may allocate a texture by GL
+/// calls that bypass the Texture object.
 QString textureSummary(Texture* texture)
 {
     const AutoBinder binder(texture);
