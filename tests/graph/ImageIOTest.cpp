@@ -81,8 +81,9 @@ TEST_F(ImageReadBack, FormatsKeepTheirValues)
 
 TEST_F(ImageReadBack, LayersAndFacesAreSeparateImages)
 {
+    Texture empty;
+    EXPECT_TRUE(readTexture(&empty).empty());
     Texture layers;
-    EXPECT_TRUE(readTexture(&layers).empty());
     layers.setTarget(GL_TEXTURE_2D_ARRAY);
     layers.setFilter(GL_NEAREST, GL_NEAREST);
     // Two layers of 1x2 texels.

@@ -319,7 +319,7 @@ TEST_F(RenderGraphTest, InvalidChangesAreRefused)
 TEST_F(RenderGraphTest, DestroyingAGraphDeletesAllItsObjects)
 {
     write("cube.obj", cubeObj);
-    std::set<std::pair<int, unsigned int>> after;
+    auto after = liveObjects();
     for (int round = 0; round < 3; ++round) {
         make(R"({"viewport": [16, 16], "models": {"scene": "cube.obj"}, "passes": [
             {"name": "sky", "type": "GradientRenderPass"},
@@ -330,10 +330,6 @@ TEST_F(RenderGraphTest, DestroyingAGraphDeletesAllItsObjects)
             "output": "@mix.Output"})",
              {.profile = true});
         render();
-        // The mix shows the cube in the centre.
-        const Pixels image = readTexture(graph->picture());
-        EXPECT_GT(image.at(8, 8).w(), 0.9F);
-        EXPECT_EQ(image.at(0, 0), QVector4D(0, 0, 0, 0));
         QString error;
         ASSERT_TRUE(graph->setViewport({8, 8}, &error));
         render();
