@@ -1,13 +1,13 @@
 // Properties that hold for every pass, run for each registered type.
 
 #include <array>
-#include <set>
 #include <tuple>
 
 #include <stdlib.h>
 
 #include <epoxy/gl.h>
 
+#include "support/GLState.h"
 #include "support/GLTest.h"
 #include "support/PassHost.h"
 #include "support/Pixels.h"
@@ -18,25 +18,6 @@ using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel::Test {
 namespace {
-
-/// All GL objects of the kinds that passes create.
-std::set<std::pair<int, unsigned int>> livingObjects()
-{
-    constexpr unsigned int highestName = 2000;
-    std::set<std::pair<int, unsigned int>> objects;
-    for (unsigned int name = 1; name <= highestName; ++name) {
-        int kind = 0;
-        for (const bool exists : {glIsTexture(name) == GL_TRUE, glIsFramebuffer(name) == GL_TRUE,
-                                  glIsProgram(name) == GL_TRUE, glIsBuffer(name) == GL_TRUE,
-                                  glIsVertexArray(name) == GL_TRUE, glIsRenderbuffer(name) == GL_TRUE}) {
-            ++kind;
-            if (exists) {
-                objects.insert({kind, name});
-            }
-        }
-    }
-    return objects;
-}
 
 /// Sets state as an application might leave it behind.
 void makeStateDirty()
@@ -181,7 +162,7 @@ TEST_P(PassProperties, FollowsAHundredSizesAndLeavesNoObject)
         warmUp.runFrame();
     }
     TextureManager::Instance()->releaseFreeTextures();
-    const auto before = livingObjects();
+    const auto before = liveObjects();
     {
         PassHost host(GetParam());
         for (int i = 0; i < 100; ++i) {
@@ -195,7 +176,7 @@ TEST_P(PassProperties, FollowsAHundredSizesAndLeavesNoObject)
         EXPECT_LT(TextureManager::Instance()->numTextures(), 60) << "the pool keeps unused sizes";
     }
     TextureManager::Instance()->releaseFreeTextures();
-    EXPECT_EQ(livingObjects(), before);
+    EXPECT_EQ(liveObjects(), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, PassProperties, testing::ValuesIn(builtinTypes()),

@@ -242,7 +242,8 @@ const PassDescription& BlendRenderPass::description()
     static const PassDescription description{
         .type = u"BlendRenderPass"_s,
         .summary = u"Composites two premultiplied images with one of 26 operators."_s,
-        .inputs = {viewportInput(u"size of the output, and the rectangle of it that is drawn"_s, u"1 x 1"_s),
+        .inputs = {viewportInput(u"size of the output, and the rectangle in it that is drawn"_s,
+                                 u"1 x 1, cleared"_s),
                    {.name = u"Qel_QelTexture*_FrameA"_s,
                     .meaning = u"the source; premultiplied alpha"_s,
                     .whenMissing = u"transparent black"_s},
@@ -251,7 +252,7 @@ const PassDescription& BlendRenderPass::description()
                     .whenMissing = u"transparent black"_s},
                    {.name = u"Int_BlendMode"_s,
                     .meaning = u"the operator, as an index into the choices of the option \"mode\""_s,
-                    .whenMissing = u"the operator of the previous frame, initially that of the option"_s,
+                    .whenMissing = u"the previous frame's operator, initially that of the option"_s,
                     .range = u"0 to 25; any other value gives transparent black"_s}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning = u"the composite: premultiplied alpha, colour encoding of the inputs, not "

@@ -14,7 +14,7 @@ class DrawBuffers;
 class FramebufferObject;
 class Texture;
 
-/// Composites texture A, the source, over or with texture B, the destination, by one of 26 operators.
+/// Composites texture A (the source) with texture B (the destination) by one of 26 operators.
 ///
 /// The operators are those of T. Porter and T. Duff (Compositing digital images, 1984), the separable blend
 /// modes of the W3C's Compositing and Blending Level 1 in their form for premultiplied colours, and two of
@@ -25,8 +25,8 @@ class Texture;
 /// on them. Nothing is clamped: a sum may exceed 1. Where an operator divides by an alpha of 0 (ColorDodge,
 /// ColorBurn and SoftLight over a transparent destination) the result is undefined.
 ///
-/// A viewport whose origin is not 0 shifts the drawing inside the output; pixels outside it keep the current
-/// clear colour. GL state: leaves depth test and blending disabled.
+/// A viewport whose origin is not (0, 0) shifts the drawing within the output; pixels outside it get the
+/// current clear colour. GL state: leaves depth test and blending disabled.
 class QEL_RENDERPASSES_EXPORT BlendRenderPass : public RenderPassHelper
 {
 public:
@@ -47,7 +47,7 @@ public:
         Frame
     };
 
-    /// The operators. Any other value yields transparent black.
+    /// The compositing operators. Any other value yields transparent black.
     enum class BlendMode : int
     {
         Clear = 0,

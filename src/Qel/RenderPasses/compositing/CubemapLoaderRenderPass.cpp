@@ -45,7 +45,7 @@ const PassDescription& CubemapLoaderRenderPass::description()
     };
     static const PassDescription description{
         .type = u"CubemapLoaderRenderPass"_s,
-        .summary = u"Loads six image files into a cube map with mip levels."_s,
+        .summary = u"Loads six image files into a mipmapped cube map."_s,
         .inputs = {face(u"PosX"_s, u"+x (right)"_s), face(u"NegX"_s, u"-x (left)"_s),
                    face(u"PosY"_s, u"+y (top)"_s), face(u"NegY"_s, u"-y (bottom)"_s),
                    face(u"PosZ"_s, u"+z (back)"_s), face(u"NegZ"_s, u"-z (front)"_s)},
@@ -81,8 +81,8 @@ void CubemapLoaderRenderPass::start(RenderCallbacks* /*callbacks*/)
 
 QString CubemapLoaderRenderPass::key(const Paths& paths)
 {
-    // Deliberate: no separator. Sets of paths that concatenate to the same text share a cube map, such as one
-    // file on different faces with the other five unset.
+    // Deliberate: no separator. Sets of paths that concatenate to the same text share a cube map: one file
+    // gives the same cube map on whichever face, if the other five are unset.
     return paths[CubemapPathPosX] + paths[CubemapPathPosY] + paths[CubemapPathPosZ] + paths[CubemapPathNegX] +
            paths[CubemapPathNegY] + paths[CubemapPathNegZ];
 }

@@ -13,28 +13,33 @@ namespace Morvane::Qel {
 
 class Texture;
 
-/// Loads six image files into a cube map with mip levels, and keeps every cube map that it made: returning to
-/// an earlier set of files reads nothing.
+/// Loads six image files into a mipmapped cube map. Keeps every cube map that it has loaded, so that
+/// returning to an earlier set of files reads nothing.
 ///
-/// Reads every format that Qt reads. Writes GL_RGBA faces (8 bits a channel, straight alpha, values as in the
-/// file), top row first as cube maps need them, with linear filters and clamped to the edge. The cube maps
-/// are owned by the pass and deleted with it.
+/// Reads every format that Qt reads. Writes GL_RGBA faces (8 bits per channel, straight alpha, values as in
+/// the file), top row first as GL's cube maps expect, with linear filters and clamped to the edge. The cube
+/// maps are owned by the pass and deleted with it.
 ///
 /// If a file cannot be read, or its image is larger than the driver allows, the face is one transparent black
-/// texel; a line on the information channel says why, unless the path is that of the previous set. Faces must
-/// be square and of equal size: others are passed to GL as they are, which reports an error and leaves an
+/// texel; an informational message says why, unless the face's path is the same as before. Faces must be
+/// square and of equal size: others are passed to GL as they are, which reports an error and leaves an
 /// incomplete cube map that samples as black.
 class QEL_RENDERPASSES_EXPORT CubemapLoaderRenderPass : public RenderPassHelper
 {
 public:
     enum InputPort
     {
-        /// QString each, path of an image file.
+        /// QString, path of the image file of the +x (right) face.
         CubemapPathPosX,
+        /// QString, path of the image file of the -x (left) face.
         CubemapPathNegX,
+        /// QString, path of the image file of the +y (top) face.
         CubemapPathPosY,
+        /// QString, path of the image file of the -y (bottom) face.
         CubemapPathNegY,
+        /// QString, path of the image file of the +z (back) face.
         CubemapPathPosZ,
+        /// QString, path of the image file of the -z (front) face.
         CubemapPathNegZ
     };
     enum OutputPort
@@ -51,7 +56,7 @@ public:
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    /// One path for each face, in the order of the inputs.
+    /// One path per face, in the order of the inputs.
     using Paths = std::array<QString, 6>;
     static QString key(const Paths& paths);
     std::unique_ptr<Texture> build(const Paths& paths) const;

@@ -47,7 +47,7 @@ const PassDescription& GradientRenderPass::description()
 {
     static const PassDescription description{
         .type = u"GradientRenderPass"_s,
-        .summary = u"Fills a texture with a vertical gradient of two colours, or with one colour."_s,
+        .summary = u"Fills a texture with a vertical gradient between two colours, or with one colour."_s,
         .inputs = {viewportInput(u"size of the texture; the origin is ignored"_s, u"an empty texture"_s),
                    {.name = u"Qel_QColor_ColorTop"_s,
                     .meaning = u"colour at the top edge"_s,
@@ -78,7 +78,7 @@ void GradientRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
     provideTargets(m_framebuffer, m_width, m_height, m_inputs[Viewport].value.toRect(),
                    {{GL_COLOR_ATTACHMENT0, GL_RGBA32F, GL_BGRA, GL_FLOAT}}, EmptyViewport::EmptyTextures);
-    // The quad's vertices lie on the edges of the viewport, between which the colours are interpolated.
+    // The quad: its vertices lie on the viewport's edges, where the colours must be exact.
     provideScreenProgram(m_program, m_fullScreenBatch, {.fragment = fragmentSource, .vertex = vertexSource},
                          Screen::Quad);
     const QVariant& top = m_inputs[ColorTop].value;
@@ -98,7 +98,7 @@ void GradientRenderPass::start(RenderCallbacks* /*callbacks*/)
             drawGradient(top.value<QColor>(), bottom.value<QColor>());
         }
     }
-    m_outputs[Frame].value = textureVariant(m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
+    m_outputs[Frame].value = attachedTexture(m_framebuffer.get(), GL_COLOR_ATTACHMENT0);
 }
 
 void GradientRenderPass::fill(const QColor& color)

@@ -16,13 +16,13 @@ class FramebufferObject;
 /// Fills a texture of the viewport's size with a vertical gradient from the bottom colour to the top colour,
 /// or with the top colour alone if there is no bottom colour.
 ///
-/// Reads two colours (0 to 255 a channel, straight alpha). Writes a texture of 32-bit floats that the pass
-/// owns, one object until the size changes. The solid fill is opaque whatever the top colour's alpha; the
+/// Reads two colours (0 to 255 per channel, straight alpha). Writes a texture (RGBA32F) that the pass owns
+/// and replaces only when the size changes. The solid fill is opaque whatever the top colour's alpha; the
 /// gradient interpolates alpha too.
 ///
 /// Sets the error code 0xFFFFFFFF after a GL error in the solid fill or a failed draw, and never resets it.
-/// GL state: leaves tests, blending and culling disabled, the colour mask full and, after a solid fill, the
-/// clear colour at the fill colour.
+/// GL state: leaves depth test, stencil test, blending and culling disabled and the colour mask full. A solid
+/// fill also leaves the scissor test disabled and the clear colour at the fill colour.
 class QEL_RENDERPASSES_EXPORT GradientRenderPass : public RenderPassHelper
 {
 public:

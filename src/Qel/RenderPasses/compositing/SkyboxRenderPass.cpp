@@ -61,7 +61,7 @@ void main()
 }
 )"_s;
 
-// Neither fragment stage writes out_Id: Ids that are attached beside the frame stay as they are.
+// Deliberate: neither fragment stage declares out_Id, and nothing is attached at its draw buffer.
 const QStringList programOutputs{u"out_FragColor"_s, u"out_Id"_s};
 
 } // namespace
@@ -81,17 +81,16 @@ const PassDescription& SkyboxRenderPass::description()
                     .meaning = u"the environment as a cube map"_s,
                     .whenMissing = u"the latitude-longitude image is used"_s},
                    {.name = u"Qel_QelTexture*_LatLongMap"_s,
-                    .meaning =
-                        u"the environment as a latitude-longitude image, bottom row straight down; not "
-                        "used with a cube map"_s,
-                    .whenMissing = u"without a cube map too, the frame is published unchanged"_s},
+                    .meaning = u"the environment as a latitude-longitude image, whose bottom row is straight "
+                               "down; ignored if there is a cube map"_s,
+                    .whenMissing = u"without a cube map either, the frame is published unchanged"_s},
                    {.name = u"Qel_QelTexture*_Frame"_s,
                     .meaning = u"the colour texture to draw into"_s,
-                    .whenMissing = u"a new texture, RGBA16F, cleared to opaque black"_s},
+                    .whenMissing = u"a pooled texture, RGBA16F, cleared to opaque black"_s},
                    {.name = u"Qel_QelTexture*_Depth"_s,
                     .meaning =
-                        u"depth-stencil texture of the frame; the stencil is not 0 where the scene was "
-                        "drawn"_s,
+                        u"depth-stencil texture of the frame, with a stencil other than 0 where the scene "
+                        "was drawn"_s,
                     .whenMissing = u"the whole frame is background"_s}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning =
@@ -121,8 +120,8 @@ void SkyboxRenderPass::setup(RenderCallbacks* /*callbacks*/)
                                            .vertex = vertexSource,
                                            .outputs = programOutputs});
     checkGLError(sourceFile, __LINE__);
-    // The quad: the vertex stage normalises the view direction, and the interpolation between unit vectors is
-    // right only if all vertices are equally far from the eye. Those of the oversized triangle are not.
+    // The quad: interpolating between normalised view directions is right only if all vertices are equally
+    // far from the eye. Those of the oversized triangle are not.
     provideScreenBatch(m_fullScreenBatch, *m_cubeProgram, Screen::Quad);
     provideScreenBatch(m_fullScreenBatch, *m_latLongProgram, Screen::Quad);
 }
@@ -167,7 +166,7 @@ void SkyboxRenderPass::start(RenderCallbacks* callbacks)
     if (cubemap) {
         drawEnvironment(*m_cubeProgram, cubemap, Sampling::Own);
     } else if (latLongMap) {
-        drawEnvironment(*m_latLongProgram, latLongMap, Sampling::LinearAround);
+        drawEnvironment(*m_latLongProgram, latLongMap, Sampling::LatLong);
     }
     context->disable(GL_STENCIL_TEST);
 
@@ -191,7 +190,7 @@ void SkyboxRenderPass::clearNewTargets(bool newFrame, bool newDepth)
         glClearBufferfv(GL_COLOR, 0, opaqueBlack.data());
     }
     if (newDepth) {
-        // The previous frame left the stencil mask at 0, with which the clear would keep the old stencil.
+        // The previous frame left the stencil mask at 0, which would keep the stencil from being cleared.
         glDepthMask(GL_TRUE);
         glStencilMask(0xff);
         glClearBufferfi(GL_DEPTH_STENCIL, 0, 1.0F, 0);

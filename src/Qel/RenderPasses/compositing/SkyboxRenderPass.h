@@ -21,18 +21,18 @@ enum class Sampling;
 /// Draws into the frame itself wherever its stencil is 0, and publishes it again. The environment is
 /// infinitely far away: it is looked up by the world-space view direction of the pixel, so the position of
 /// the camera does not matter. All four channels are written as the environment holds them, without blending.
-/// Cube maps follow GL's convention, in which faces are seen from outside: text on a face that was not made
-/// for it reads mirrored. Latitude-longitude images have -z in the centre and +x a quarter of the width to
-/// the right; they are sampled with linear filters, repeated horizontally and clamped vertically, whatever is
-/// set on them.
+/// Cube maps follow GL's convention, in which faces are seen from outside: images not made for it appear
+/// mirrored. Latitude-longitude images have -z in the centre and +x a quarter of the width to the right; they
+/// are minified linearly without mip levels, repeated horizontally and clamped vertically, whatever is set on
+/// them.
 ///
-/// If frame or depth are missing, pooled textures are used (RGBA16F cleared to opaque black; depth 1,
+/// If frame or depth is missing, pooled textures are used (RGBA16F cleared to opaque black; depth 1,
 /// stencil 0). The consumers of the output own the frame's references.
 ///
 /// Directions are interpolated from unit vectors at the corners of the screen. That is exact for projections
-/// that are symmetric about the view axis, and approximate for others: an off-centre projection by a
-/// twentieth of the width turns the environment by up to 1.5 degrees against the scene (60 degrees of view,
-/// 16:9), half a pixel's jitter by a fifth of a pixel.
+/// that are symmetric about the view axis, and approximate for others: with a field of view of 60 degrees at
+/// 16:9, a projection that is off-centre by a twentieth of the width rotates the environment by up to 1.5
+/// degrees relative to the scene, and a jitter of half a pixel by a fifth of a pixel.
 ///
 /// GL state: leaves depth and stencil test disabled and the stencil mask 0.
 class QEL_RENDERPASSES_EXPORT SkyboxRenderPass : public RenderPassHelper

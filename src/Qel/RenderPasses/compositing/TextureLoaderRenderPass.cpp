@@ -20,7 +20,7 @@ const PassDescription& TextureLoaderRenderPass::description()
 {
     static const PassDescription description{
         .type = u"TextureLoaderRenderPass"_s,
-        .summary = u"Loads an image file into a texture with mip levels."_s,
+        .summary = u"Loads an image file into a mipmapped texture."_s,
         .inputs = {{.name = u"Qel_QString_TexturePath"_s,
                     .meaning = u"path of the image file"_s,
                     .whenMissing = u"a texture without an image; one opaque white texel if a path was set "

@@ -43,8 +43,10 @@ const PassDescription& TextureToScreenRenderPass::description()
 {
     static const PassDescription description{
         .type = u"TextureToScreenRenderPass"_s,
-        .summary = u"Draws a texture to the screen, by a blit or by summing the texels of each pixel."_s,
-        .inputs = {viewportInput(u"the rectangle of the screen to draw"_s, u"nothing is drawn"_s),
+        .summary =
+            u"Copies a texture to the screen by a blit or by a shader that sums the texels of each pixel."_s,
+        .inputs = {viewportInput(u"the rectangle of the screen to draw to; a blit ignores its origin"_s,
+                                 u"nothing is drawn"_s),
                    {.name = u"Qel_QelTexture*_Texture"_s,
                     .meaning = u"the image, in the screen's colour encoding"_s,
                     .whenMissing = u"the screen is cleared; transparent black with super-sampling"_s},
@@ -67,7 +69,7 @@ TextureToScreenRenderPass::~TextureToScreenRenderPass() = default;
 void TextureToScreenRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
     const QRect viewport = m_inputs[Viewport].value.toRect();
-    // Read only as a QObject*, to which a typed texture converts as well.
+    // Accepted only as a QObject*, to which a typed texture converts as well.
     auto* texture = qobject_cast<Texture*>(m_inputs[SourceTexture].value.value<QObject*>());
     const InputReferences inputs(texture);
     updateSuperSampling();

@@ -14,14 +14,14 @@ class DrawBuffers;
 class FramebufferObject;
 class Texture;
 
-/// Draws a texture to the screen: blits it into the default framebuffer or, with super-sampling, sums the
-/// block of texels that each pixel covers into the bound framebuffer.
+/// Copies a texture to the screen: blits it to the default framebuffer or, with super-sampling, draws the sum
+/// of the texels that each pixel covers into the bound framebuffer.
 ///
 /// Reads a colour texture; publishes nothing. The blit copies the lower left part of the texture to the lower
 /// left corner of the screen and ignores the viewport's origin. The shader draws at the origin but fetches
-/// from the pixel's position on the screen, so the image shifts with the origin. The block is the texture's
-/// size over the viewport's, rounded, at least one texel; a square block of n * n yields the sum of its
-/// texels, not their mean.
+/// from the pixel's position on the screen, so the image shifts with the origin. The size of
+/// the block of texels that a pixel covers is the texture's size over the viewport's, rounded, and at least
+/// 1; a square block of n * n yields the sum of its texels, not their mean.
 ///
 /// GL state: super-sampling leaves depth test, stencil test and blending disabled, the colour mask full and
 /// the viewport set; the blit leaves framebuffer 0 bound. Without a texture the bound framebuffer is cleared.
@@ -32,7 +32,7 @@ public:
     {
         /// QRect, pixels.
         Viewport,
-        /// Any colour format.
+        /// Colour texture of a fixed-point or float format.
         SourceTexture,
         /// bool.
         EnableSuperSampling

@@ -7,8 +7,8 @@
 
 namespace Morvane::Qel {
 
-/// One colour attachment of a pass that draws into several. Its position in the pass's list is the number of
-/// the attachment.
+/// One colour attachment of a pass that draws into several. Its index in the pass's list is the index of the
+/// attachment.
 struct FBOConfig
 {
     FBOConfig(const QString& outputName, int internalFormat)
@@ -16,13 +16,13 @@ struct FBOConfig
         , format(internalFormat)
     {
     }
-    /// The fragment shader output that is written into the attachment.
+    /// The name of the fragment shader output that is written to the attachment.
     QString name;
     /// The sized internal format of the texture, such as GL_RGBA32F.
     int format;
 };
 
-/// Returns the fragment shader outputs of a list of attachments, in order.
+/// Returns the names of the fragment shader outputs, in the order of the attachments.
 inline QStringList fragmentOutputs(const std::vector<FBOConfig>& attachments)
 {
     QStringList names;

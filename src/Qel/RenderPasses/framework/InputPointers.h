@@ -7,7 +7,7 @@
 
 namespace Morvane::Qel {
 
-// Instantiated and exported once, by this library.
+// Instantiated and exported only by this library, so that all users share one copy.
 extern template QEL_RENDERPASSES_EXPORT Texture* RenderPassHelper::getInputPointer<Texture>(int);
 extern template QEL_RENDERPASSES_EXPORT DrawBuffers* RenderPassHelper::getInputPointer<DrawBuffers>(int);
 

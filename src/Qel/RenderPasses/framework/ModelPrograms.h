@@ -5,22 +5,23 @@
 
 #include <Qel/RenderPasses/Export.h>
 
-/// Programs that draw a GPUModel with its instances and materials, for passes of the library and of users.
+/// Shader programs that draw a GPUModel with its per-instance and material data.
 namespace Morvane::Qel {
 
 class ShaderProgram;
 
-/// Adds a vertex stage that reads the model's instances: the source, which contains the line
-/// `#instancedata "InstanceInfo"`, the functions that line declares, and QelUtilities.glslc.
+/// Adds a vertex stage that reads per-instance data: `source`, which must contain the line
+/// `#instancedata "InstanceInfo"`, the definitions of the accessors that this line declares, and
+/// QelUtilities.glslc.
 QEL_RENDERPASSES_EXPORT void addModelVertexShaders(ShaderProgram* program, const QString& source);
 
-/// Adds a fragment stage that reads the model's materials: the source, which contains the line
-/// `#instancedata "OBJMaterial"`, the functions that line declares, TextureManager.glslc and
-/// QelUtilities.glslc.
+/// Adds a fragment stage that reads material data: `source`, which must contain the line
+/// `#instancedata "OBJMaterial"`, the definitions of the accessors that this line declares,
+/// TextureManager.glslc and QelUtilities.glslc.
 QEL_RENDERPASSES_EXPORT void addModelFragmentShaders(ShaderProgram* program, const QString& source);
 
-/// Builds a program from both stages. Fragment output i of the list goes to colour attachment i. Errors are
-/// logged by the program, which then draws nothing.
+/// Builds a program from both stages and binds fragment output i of `outputs` to draw buffer i. The program
+/// logs its build errors; drawing with it then has no effect.
 QEL_RENDERPASSES_EXPORT void buildModelProgram(ShaderProgram& program, const QStringList& outputs,
                                                const QString& vertexSource, const QString& fragmentSource);
 

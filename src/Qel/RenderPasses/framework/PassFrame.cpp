@@ -42,7 +42,7 @@ bool isInteger(unsigned int internalFormat)
            format == GL_RGBA_INTEGER;
 }
 
-/// Whether the texture is complete with a filter between mip levels.
+/// Returns whether the texture has mip levels and they are complete.
 bool isMipmapped(Texture& texture)
 {
     const auto side = static_cast<unsigned int>(std::max(texture.size().width(), texture.size().height()));
@@ -200,7 +200,7 @@ AttachedDepth::~AttachedDepth()
 BoundSampler::BoundSampler(ShaderProgram& program, Uniform& sampler, Texture* texture, Sampling sampling)
     : m_texture(texture)
 {
-    // Bindings take the lower units first, so the last one stays empty.
+    // Units are assigned in ascending order, so the last one stays empty.
     constexpr int emptyUnit = BindingRecord::numUnits - 1;
     if (!texture) {
         program.setUniform(sampler, emptyUnit);
@@ -208,21 +208,7 @@ BoundSampler::BoundSampler(ShaderProgram& program, Uniform& sampler, Texture* te
     }
     texture->bind();
     m_own = parametersOf(*texture);
-    Parameters needed = m_own;
-    if (sampling != Sampling::Own) {
-        const int wrap = GL_CLAMP_TO_EDGE;
-        const bool isLinear = sampling == Sampling::Linear || sampling == Sampling::LinearAround;
-        needed = {GL_NEAREST, GL_NEAREST, wrap, wrap, wrap};
-        if (sampling == Sampling::NearestMipmap && isMipmapped(*texture)) {
-            needed.minFilter = GL_NEAREST_MIPMAP_NEAREST;
-        }
-        if (isLinear) {
-            needed.minFilter = needed.magFilter = GL_LINEAR;
-        }
-        if (sampling == Sampling::LinearAround) {
-            needed.wrapS = GL_REPEAT;
-        }
-    }
+    Parameters needed = parametersFor(sampling);
     if (isInteger(texture->internalFormat())) {
         needed.minFilter = needed.magFilter = GL_NEAREST;
     }
@@ -241,8 +227,25 @@ BoundSampler::~BoundSampler()
 BoundSampler::Parameters BoundSampler::parametersOf(Texture& texture)
 {
     return {texture.parameter(GL_TEXTURE_MIN_FILTER), texture.parameter(GL_TEXTURE_MAG_FILTER),
-            texture.parameter(GL_TEXTURE_WRAP_S), texture.parameter(GL_TEXTURE_WRAP_T),
-            texture.parameter(GL_TEXTURE_WRAP_R)};
+            texture.parameter(GL_TEXTURE_WRAP_S), texture.parameter(GL_TEXTURE_WRAP_T)};
+}
+
+BoundSampler::Parameters BoundSampler::parametersFor(Sampling sampling) const
+{
+    switch (sampling) {
+    case Sampling::Own:
+        break;
+    case Sampling::Nearest:
+        return {GL_NEAREST, GL_NEAREST, GL_CLAMP_TO_EDGE, GL_CLAMP_TO_EDGE};
+    case Sampling::NearestMipmap:
+        return {isMipmapped(*m_texture) ? GL_NEAREST_MIPMAP_NEAREST : GL_NEAREST, GL_NEAREST,
+                GL_CLAMP_TO_EDGE, GL_CLAMP_TO_EDGE};
+    case Sampling::Linear:
+        return {GL_LINEAR, GL_LINEAR, GL_CLAMP_TO_EDGE, GL_CLAMP_TO_EDGE};
+    case Sampling::LatLong:
+        return {GL_LINEAR, m_own.magFilter, GL_REPEAT, GL_CLAMP_TO_EDGE};
+    }
+    return m_own;
 }
 
 void BoundSampler::apply(Texture& texture, const Parameters& parameters)
@@ -250,7 +253,6 @@ void BoundSampler::apply(Texture& texture, const Parameters& parameters)
     texture.setFilter(parameters.minFilter, parameters.magFilter);
     texture.setParameter(GL_TEXTURE_WRAP_S, parameters.wrapS);
     texture.setParameter(GL_TEXTURE_WRAP_T, parameters.wrapT);
-    texture.setParameter(GL_TEXTURE_WRAP_R, parameters.wrapR);
 }
 
 void buildScreenProgram(ShaderProgram& program, const ScreenSources& sources)

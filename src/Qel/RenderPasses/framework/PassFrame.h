@@ -24,16 +24,16 @@
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
 
-/// What every pass does around its own work: keep GL objects, borrow and publish textures, bind inputs, draw
-/// full-screen. The passes of the library are written with it, and so can yours be.
+/// The building blocks of a pass: GL objects created on first use, textures that the pass owns or borrows
+/// from the pool, sampled inputs and full-screen draws. The library's passes use them, and yours can too.
 namespace Morvane::Qel {
 
-/// \name Objects made on first use
-/// A pass keeps its objects in members, owned (std::unique_ptr) or deliberately never deleted (plain
-/// pointers).
+/// \name Objects created on first use
+/// A pass keeps its GL objects in members: a std::unique_ptr if it owns the object, a plain pointer if it
+/// deliberately never deletes it.
 /// @{
 
-/// Returns the object that a member points to, and makes it first if the member is null.
+/// Returns the object that a member owns, creating it if the member is null.
 template<class Object>
 Object& provide(std::unique_ptr<Object>& member)
 {
@@ -43,6 +43,7 @@ Object& provide(std::unique_ptr<Object>& member)
     return *member;
 }
 
+/// Returns the object that a member points to, creating it if the member is null. It is never deleted.
 template<class Object>
 Object& provide(Object*& member)
 {
@@ -56,21 +57,21 @@ Object& provide(Object*& member)
 /// \name Textures that a pass owns
 /// @{
 
-/// Makes a GL_TEXTURE_2D with nearest filtering and level 0 allocated, contents undefined; the caller owns
+/// Creates a GL_TEXTURE_2D with nearest filtering whose level 0 is allocated but undefined. The caller owns
 /// it.
 ///
-/// A negative size becomes 0. A size over the driver's limit is logged and becomes 1 x 1.
+/// A negative width or height becomes 0. A size above the driver's limit is logged and becomes 1 x 1.
 QEL_RENDERPASSES_EXPORT Texture* makeTarget(const QSize& size, unsigned int internalFormat,
                                             unsigned int format, unsigned int type);
 
-/// Makes a texture of one texel with nearest filtering, GL_RGBA with 8 bits a channel; the caller owns it.
+/// Creates a 1 x 1 texture (GL_RGBA, 8 bits per channel) with nearest filtering. The caller owns it.
 QEL_RENDERPASSES_EXPORT Texture* makeTexelTexture(const QColor& color);
 
-/// Returns the texture, or the pass's own transparent black texel in place of a missing one. The texel is
-/// made on first use.
+/// Returns the texture or, if it is null, the pass's own 1 x 1 transparent black texture, which is created on
+/// first use.
 QEL_RENDERPASSES_EXPORT Texture* orTransparent(Texture* texture, std::unique_ptr<Texture>& fallback);
 
-/// One texture that a pass attaches to its framebuffer, as glTexImage2D takes its formats.
+/// One render target of a pass: its attachment point and the formats that glTexImage2D takes.
 struct TargetDescription
 {
     unsigned int attachment;
@@ -79,32 +80,32 @@ struct TargetDescription
     unsigned int type;
 };
 
-/// A depth attachment of 32-bit floats.
+/// A depth attachment with 32-bit float depth.
 QEL_RENDERPASSES_EXPORT extern const TargetDescription depthTarget;
 
 /// GL_COLOR_ATTACHMENT0.
 constexpr unsigned int firstColorAttachment = 0x8CE0;
 
-/// Whether a pass has textures while its viewport is empty (0 x 0), the size that every pass starts with.
+/// Whether a pass creates textures for an empty viewport (0 x 0), which is also the size it starts with.
 enum class EmptyViewport
 {
     NoTextures,
     EmptyTextures
 };
 
-/// Replaces attachments of a framebuffer by new textures of a size, made by makeTarget, and deletes the old
+/// Replaces attachments of a framebuffer with new textures of this size (see makeTarget) and deletes the old
 /// ones.
 QEL_RENDERPASSES_EXPORT void replaceTargets(FramebufferObject& framebuffer, const QSize& size,
                                             std::initializer_list<TargetDescription> targets);
 
-/// Replaces the colour attachments of a list, from GL_COLOR_ATTACHMENT0 on, and the depth attachment behind
-/// them (depthTarget) by new textures of a size, and deletes the old ones.
+/// Replaces the listed colour attachments, from GL_COLOR_ATTACHMENT0 on, and the depth attachment
+/// (depthTarget) with new textures of this size, and deletes the old ones.
 QEL_RENDERPASSES_EXPORT void replaceTargets(FramebufferObject& framebuffer, const QSize& size,
                                             const std::vector<FBOConfig>& attachments);
 
-/// Provides a framebuffer with textures that the pass owns: makes both on first need, and the textures anew
-/// when the size of the viewport is no longer width x height, which are then updated. `targets` is what
-/// replaceTargets takes. Returns whether textures were made.
+/// Gives a pass a framebuffer and render targets of its own. The framebuffer is created on first use, the
+/// textures whenever the viewport's size differs from width x height, which are then updated. `targets` is
+/// passed to replaceTargets. Returns whether textures were created.
 template<class FramebufferMember, class Targets = std::initializer_list<TargetDescription>>
 bool provideTargets(FramebufferMember& framebuffer, int& width, int& height, const QRect& viewport,
                     const Targets& targets, EmptyViewport empty = EmptyViewport::NoTextures)
@@ -121,13 +122,14 @@ bool provideTargets(FramebufferMember& framebuffer, int& width, int& height, con
     return true;
 }
 
-/// Deletes the texture at an attachment; for destructors of passes that own it. A null framebuffer has none.
+/// Detaches and deletes the texture at an attachment; for the destructors of passes that own it. A null
+/// framebuffer is ignored.
 QEL_RENDERPASSES_EXPORT void deleteTarget(FramebufferObject* framebuffer, unsigned int attachment);
 
-/// A texture as passes publish it, a QObject*.
+/// Returns the output value for a texture, a QVariant that holds it as a QObject*.
 QEL_RENDERPASSES_EXPORT QVariant textureVariant(Texture* texture);
 
-/// The texture at an attachment, as passes publish it; a null QObject* when there is none.
+/// Returns the output value for the texture at an attachment; a null QObject* if there is none.
 QEL_RENDERPASSES_EXPORT QVariant attachedTexture(const FramebufferObject* framebuffer,
                                                  unsigned int attachment);
 /// @}
@@ -135,36 +137,36 @@ QEL_RENDERPASSES_EXPORT QVariant attachedTexture(const FramebufferObject* frameb
 /// \name Textures from the pool
 /// @{
 
-/// Publishes a texture: registers one reference for each user of the output and returns the value to put
-/// there. The caller's own reference stays. Textures that the pool does not own, and null, are published as
-/// they are.
+/// Adds one pool reference for each user of an output and returns the output's value. The caller keeps its
+/// own reference. No references are counted for null and for textures that the pool does not own.
 QEL_RENDERPASSES_EXPORT QVariant publishTexture(Texture* texture, int users);
 
-/// A reference to a pooled texture, dropped at the end of the scope.
+/// Owns one reference to a pooled texture and drops it when destroyed.
 class QEL_RENDERPASSES_EXPORT PooledTexture
 {
 public:
-    /// Holds nothing.
+    /// Holds no texture.
     PooledTexture() = default;
-    /// Takes a texture with linear filters, clamped to its edge, contents undefined; see TextureManager.
+    /// Takes a texture from the pool, with linear filtering, clamped to its edges, contents undefined.
     PooledTexture(TextureFormat format, const QSize& size);
     ~PooledTexture();
     PooledTexture(PooledTexture&& other) noexcept;
     PooledTexture& operator=(PooledTexture&& other) noexcept;
 
-    /// Takes a texture of one texel, transparent black, for use in place of a missing input.
+    /// Takes a 1 x 1 transparent black texture from the pool, to replace a missing input.
     static PooledTexture transparent();
 
     Texture* get() const { return m_texture; }
-    /// Publishes the texture for this many users of an output.
+    /// Adds a reference for each user of an output and returns the output's value.
     QVariant publish(int users) const { return publishTexture(m_texture, users); }
 
 private:
     Texture* m_texture = nullptr;
 };
 
-/// Binds a framebuffer with a texture at GL_COLOR_ATTACHMENT0 for a scope, selects its draw buffers and sets
-/// the viewport to its size. Afterwards the texture is detached, and what was bound before is bound again.
+/// Binds a framebuffer with a texture at GL_COLOR_ATTACHMENT0 for its lifetime, selects the draw buffers and
+/// sets the viewport to the texture's size. The destructor detaches the texture and restores the previous
+/// framebuffer and viewport.
 class QEL_RENDERPASSES_EXPORT BoundTarget
 {
 public:
@@ -178,8 +180,8 @@ private:
     FramebufferObject& m_framebuffer;
 };
 
-/// Attaches a depth texture, with or without stencil, at GL_DEPTH_STENCIL_ATTACHMENT for a scope; null
-/// attaches nothing. Make it before the framebuffer is bound as a target.
+/// Attaches a depth texture, with or without stencil, at GL_DEPTH_STENCIL_ATTACHMENT for its lifetime; null
+/// attaches nothing. Construct it before the framebuffer's BoundTarget or PooledTarget.
 class QEL_RENDERPASSES_EXPORT AttachedDepth
 {
 public:
@@ -192,7 +194,7 @@ private:
     FramebufferObject& m_framebuffer;
 };
 
-/// A pooled texture to draw into: borrowed, and bound as a target, for a scope.
+/// Takes a texture from the pool and binds it as the render target for its lifetime.
 class PooledTarget
 {
 public:
@@ -203,7 +205,7 @@ public:
     }
 
     Texture* get() const { return m_texture.get(); }
-    /// Publishes the texture for this many users of an output.
+    /// Adds a reference for each user of an output and returns the output's value.
     QVariant publish(int users) const { return m_texture.publish(users); }
 
 private:
@@ -215,8 +217,8 @@ private:
 /// \name Inputs
 /// @{
 
-/// Drops one reference of each texture at the end of the scope. A pass makes one of its texture inputs, so
-/// that every path through start returns them. Null and textures that the pool does not own are ignored.
+/// Drops one pool reference of each texture when destroyed. A pass constructs it from its texture inputs, so
+/// that every path through start releases them. Null and textures that the pool does not own are ignored.
 template<size_t N>
 class InputReferences
 {
@@ -244,25 +246,26 @@ InputReferences(Textures...) -> InputReferences<sizeof...(Textures)>;
 /// How a pass samples an input.
 enum class Sampling
 {
-    /// With the parameters that are set on the texture.
+    /// With the texture's own parameters.
     Own,
-    /// The nearest texel of level 0, clamped to the edge.
+    /// Nearest texel of level 0, clamped to the edge.
     Nearest,
-    /// The nearest texel of the nearest mip level, clamped to the edge; as Nearest where the texture has no
-    /// complete chain of levels.
+    /// Nearest texel of the nearest mip level, clamped to the edge; of level 0 if the mip chain is
+    /// incomplete.
     NearestMipmap,
-    /// The four nearest texels of level 0, blended, clamped to the edge.
+    /// Bilinear filtering of level 0, clamped to the edge.
     Linear,
-    /// As Linear, but repeated in the horizontal direction; for images in latitude and longitude.
-    LinearAround,
+    /// For latitude-longitude images: linear minification from level 0, the texture's own magnification,
+    /// repeated horizontally and clamped vertically.
+    LatLong,
 };
 
-/// Binds a texture for a scope, with the filters and wrap modes that the pass needs, and sets a sampler to
-/// its unit. The texture's own parameters are back at the end, so that no pass changes what another one
-/// samples.
+/// Binds a texture for its lifetime with the filters and wrap modes that the pass needs, and sets a sampler
+/// uniform to its unit. The destructor restores the texture's own parameters, so that no pass affects how
+/// another one samples it.
 ///
-/// Integer formats are sampled at nearest whatever is asked for: with other filters they would be incomplete.
-/// For a null texture nothing is bound, and the sampler reads opaque black. The program must be bound.
+/// Integer formats always get nearest filters; with others they would be incomplete. For a null texture
+/// nothing is bound, and the sampler reads opaque black. The program must be bound.
 class QEL_RENDERPASSES_EXPORT BoundSampler
 {
 public:
@@ -278,9 +281,9 @@ private:
         int magFilter;
         int wrapS;
         int wrapT;
-        int wrapR;
     };
     static Parameters parametersOf(Texture& texture);
+    Parameters parametersFor(Sampling sampling) const;
     static void apply(Texture& texture, const Parameters& parameters);
 
     Texture* m_texture;
@@ -291,42 +294,42 @@ private:
 /// \name Full-screen draws
 /// @{
 
-/// The vertex stage of full-screen passes: va_Vertex, in clip space, becomes the position and va_TexCoord the
-/// varying vo_TexCoord.
+/// The vertex stage of full-screen passes. Passes va_Vertex, in clip space, on as the position and
+/// va_TexCoord as vo_TexCoord.
 QEL_RENDERPASSES_EXPORT extern const QString fullScreenVertexSource;
 
 /// Which full-screen batch a pass draws.
 enum class Screen
 {
-    /// One oversized triangle: no seam, no pixel shaded twice.
+    /// One oversized triangle: no seam and no pixels shaded twice.
     Triangle,
-    /// Two triangles with corners at exactly 0 and 1, for vertex stages that interpolate something of their
-    /// own.
+    /// Two triangles with texture coordinates of exactly 0 and 1 at the corners, for vertex stages whose
+    /// other outputs must be exact there.
     Quad
 };
 
-/// The sources of a program that draws full-screen.
+/// The shader sources of a full-screen program.
 struct ScreenSources
 {
     QString fragment;
-    /// A shader file added to the fragment stage, such as "QelUtilities.glslc"; none when empty.
+    /// A shader file to add to the fragment stage, such as "QelUtilities.glslc"; none if empty.
     QString fragmentFile = {};
     QString vertex = fullScreenVertexSource;
-    /// The fragment outputs, in the order of the draw buffers; "out_FragColor" alone when empty.
+    /// The fragment outputs, in the order of the draw buffers; "out_FragColor" alone if empty.
     QStringList outputs = {};
-    /// Needed for sources with defines of the pass's own; must live during the call.
+    /// Supplies the pass's own defines, if not null. Used only during the call.
     GLSLMacroProcessor* macroProcessor = nullptr;
 };
 
-/// Builds a program from full-screen sources. Errors are logged by the program, which then draws nothing.
+/// Builds a full-screen program. The program logs its build errors; drawing with it then has no effect.
 QEL_RENDERPASSES_EXPORT void buildScreenProgram(ShaderProgram& program, const ScreenSources& sources);
 
-/// Fetches a full-screen batch of the current context unless the member holds one, and enables the arrays
-/// that a program reads.
+/// Takes a full-screen batch from the current context if the member holds none, and enables the arrays that
+/// the program reads.
 QEL_RENDERPASSES_EXPORT void provideScreenBatch(QSharedPointer<DrawBuffers>& batch,
                                                 const ShaderProgram& program, Screen screen);
 
-/// Provides a program and the batch that it draws. Both are made when the program is null.
+/// Builds a full-screen program and provides its batch, if the program is null.
 template<class ProgramMember>
 void provideScreenProgram(ProgramMember& program, QSharedPointer<DrawBuffers>& batch,
                           const ScreenSources& sources, Screen screen = Screen::Triangle)
@@ -337,15 +340,16 @@ void provideScreenProgram(ProgramMember& program, QSharedPointer<DrawBuffers>& b
     }
 }
 
-/// Builds a program that has its sources, by binding it once; the program logs what is wrong with them.
+/// Builds a program from the sources added to it, by binding it once. The program logs its build errors.
 QEL_RENDERPASSES_EXPORT void buildProgram(ShaderProgram& program);
 
-/// Enables the arrays that a program reads on a batch's vertex array.
+/// Enables the arrays that a program reads on the batch's vertex array object.
 QEL_RENDERPASSES_EXPORT void enableArrays(const QSharedPointer<DrawBuffers>& batch,
                                           const ShaderProgram& program);
 
-/// Draws a batch with its vertex array bound for the call. Returns false when nothing was drawn.
+/// Draws a batch with its vertex array object bound for the call. Returns false if nothing was drawn.
 QEL_RENDERPASSES_EXPORT bool drawBatch(const QSharedPointer<DrawBuffers>& batch);
+/// Draws a batch with its vertex array object bound for the call. Returns false if nothing was drawn.
 QEL_RENDERPASSES_EXPORT bool drawBatch(DrawBuffers* batch);
 /// @}
 

@@ -15,8 +15,8 @@ namespace {
 const QString texturePrefix = u"Qel_QelTexture*_"_s;
 const QString geometryPrefix = u"Qel_QelDrawBuffers*_"_s;
 
-// Deliberate: the output has none of the "o_" names that are bound to draw buffers. As the only output it
-// goes to draw buffer 0 anyway.
+// Deliberate: the output's name is not one of the "o_" names that are bound to draw buffers. As the only
+// output it goes to draw buffer 0 anyway.
 const QString defaultFragmentSource = uR"(#version 150
 uniform sampler2D u_Input;
 in vec2 vo_TexCoord;
@@ -37,31 +37,31 @@ const PassDescription& ShaderRenderPass::description()
     };
     static const PassDescription description{
         .type = u"ShaderRenderPass"_s,
-        .summary = u"Runs user-written GLSL over the screen or over a geometry input, on ports that the "
-                   "graph declares."_s,
+        .summary = u"Runs user-written GLSL full-screen or on a geometry input, with ports that the graph "
+                   "declares."_s,
         .inputs = {},
         .outputs = {},
-        .options = {{.name = u"inputs"_s,
-                     .meaning = u"full names of the input ports"_s,
-                     .defaultValue = QStringList()},
-                    {.name = u"outputs"_s,
-                     .meaning = u"full names of the output ports"_s,
-                     .defaultValue = QStringList()},
-                    file(u"vertexShader"_s,
-                         u"the vertex stage; if not given, passes va_TexCoord on as vo_TexCoord"_s),
-                    file(u"fragmentShader"_s, u"the fragment stage; if not given, copies u_Input"_s),
-                    file(u"geometryShader"_s, u"the geometry stage"_s),
-                    file(u"tessellationControlShader"_s, u"the tessellation control stage"_s),
-                    file(u"tessellationEvaluationShader"_s, u"the tessellation evaluation stage"_s),
-                    {.name = u"clear"_s,
-                     .meaning = u"whether the outputs are cleared before the draw"_s,
-                     .defaultValue = true},
-                    {.name = u"blend"_s,
-                     .meaning =
-                         u"none: no blending; keepByAlpha: source * (1 - source alpha) + destination * "
-                         "source alpha; add: source + destination"_s,
-                     .defaultValue = u"none"_s,
-                     .choices = {u"none"_s, u"keepByAlpha"_s, u"add"_s}}},
+        .options =
+            {{.name = u"inputs"_s,
+              .meaning = u"full names of the input ports"_s,
+              .defaultValue = QStringList()},
+             {.name = u"outputs"_s,
+              .meaning = u"full names of the output ports"_s,
+              .defaultValue = QStringList()},
+             file(u"vertexShader"_s,
+                  u"GLSL file of the vertex stage; without it, va_TexCoord is passed on as vo_TexCoord"_s),
+             file(u"fragmentShader"_s, u"GLSL file of the fragment stage; without it, u_Input is copied"_s),
+             file(u"geometryShader"_s, u"GLSL file of the geometry stage"_s),
+             file(u"tessellationControlShader"_s, u"GLSL file of the tessellation control stage"_s),
+             file(u"tessellationEvaluationShader"_s, u"GLSL file of the tessellation evaluation stage"_s),
+             {.name = u"clear"_s,
+              .meaning = u"whether the outputs are cleared before the draw; always after a change of size"_s,
+              .defaultValue = true},
+             {.name = u"blend"_s,
+              .meaning = u"how the draw is blended into the outputs: none; keepByAlpha, source * (1 - source "
+                         "alpha) + destination * source alpha; add, source + destination"_s,
+              .defaultValue = u"none"_s,
+              .choices = {u"none"_s, u"keepByAlpha"_s, u"add"_s}}},
         .hostDeclaresPorts = true};
     return description;
 }
@@ -150,8 +150,8 @@ void ShaderRenderPass::start(RenderCallbacks* /*callbacks*/)
 
 void ShaderRenderPass::classifyPorts()
 {
-    // Deliberate: inputs added after the first start append a second copy of both index lists. Every output
-    // then gets two textures, and the pool never gets the first one back. Add all ports before the first
+    // Deliberate: after inputs are added later, both index lists are appended to a second time. Every output
+    // then gets two textures, the first of which never returns to the pool. Add all ports before the first
     // start.
     m_uniformNames.clear();
     m_plainInputs.clear();
@@ -181,7 +181,7 @@ void ShaderRenderPass::classifyPorts()
     }
 }
 
-/// Returns the viewport's size or else that of the first connected texture, at least 1 x 1.
+/// Returns the size of the viewport or else of the first connected texture; a width or height of 0 becomes 1.
 QSize ShaderRenderPass::renderSize()
 {
     QSize size(0, 0);
@@ -198,7 +198,7 @@ QSize ShaderRenderPass::renderSize()
     return {size.width() == 0 ? 1 : size.width(), size.height() == 0 ? 1 : size.height()};
 }
 
-/// Attaches one fresh pooled texture for each texture output.
+/// Attaches a new pooled texture for each texture output.
 void ShaderRenderPass::attachTargets()
 {
     unsigned int attachment = GL_COLOR_ATTACHMENT0;
@@ -240,8 +240,8 @@ void ShaderRenderPass::applyBlendMode()
     }
 }
 
-/// Binds the k-th texture input and all after it, then draws. Each call holds one sampler on its stack, so
-/// any number of inputs is bound without an allocation and released in reverse order.
+/// Binds texture input k and all after it, then draws. Recursive, so that any number of samplers lives on the
+/// stack, without an allocation, and is released in reverse order.
 void ShaderRenderPass::drawWithInputs(size_t k)
 {
     if (k < m_textureInputs.size()) {
@@ -289,8 +289,8 @@ void ShaderRenderPass::setUniforms()
     }
 }
 
-/// Drops one reference of each texture input. The list may hold several copies; the last one, at its end and
-/// in ascending order, is complete.
+/// Drops one reference of each texture input. The index list may hold several copies (see classifyPorts);
+/// only the last copy, which is complete, counts.
 void ShaderRenderPass::releaseInputs()
 {
     int previous = numInputs();

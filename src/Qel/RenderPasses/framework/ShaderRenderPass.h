@@ -16,15 +16,14 @@ class DrawBuffers;
 class FramebufferObject;
 class Texture;
 
-/// Runs user-written GLSL over the full-screen batch or over a geometry input.
+/// Runs user-written GLSL on the full-screen batch or on a geometry input.
 ///
 /// The host declares the ports before the first start, and the pass derives everything from their names:
-/// - an input Qel_QelTexture*_X is bound to the sampler "u_X", for the draw with linear filters (integer
-///   formats with nearest ones) and clamped to the edge; the texture's own parameters are restored after it.
-///   Transparent black replaces a texture that is not connected;
+/// - an input Qel_QelTexture*_X is bound to the sampler "u_X". During the draw it has linear filters (integer
+///   formats: nearest ones) and is clamped to its edges. An unconnected input reads transparent black;
 /// - an input Qel_QelDrawBuffers*_X is drawn instead of the full-screen batch;
-/// - an input of a plain type sets the uniform that has the full name of the port;
-/// - an output Qel_QelTexture*_X is a pooled texture (RGBA8) that the fragment output "o_X" writes; its
+/// - an input of a plain type sets the uniform with the port's full name;
+/// - an output Qel_QelTexture*_X receives a pooled texture (RGBA8), written by the fragment output "o_X"; its
 ///   consumers own its references.
 /// The size is that of the input Qel_QRect_Viewport, else of the first connected texture, else 1 x 1.
 ///
@@ -32,13 +31,13 @@ class Texture;
 class QEL_RENDERPASSES_EXPORT ShaderRenderPass : public RenderPassHelper
 {
 public:
-    /// How the draw is blended into its target.
+    /// How the draw is blended into the outputs.
     enum class BlendMode : int
     {
         /// No blending.
         None = 0,
         /// source * (1 - source alpha) + destination * source alpha. Deliberately the reverse of the usual
-        /// over operator: alpha says how much of the destination stays.
+        /// over operator: the source's alpha says how much of the destination is kept.
         KeepByAlpha = 1,
         /// source + destination.
         Add = 2,
@@ -50,8 +49,9 @@ public:
     ~ShaderRenderPass() override;
 
     /// \name Stage sources
-    /// They take effect when the program is built, on the first start; later changes have none. By default,
-    /// vertex and fragment stage copy the sampler "u_Input". The other stages are left out while empty.
+    /// Sources of the program's stages. The program is built on the first start; later changes have no
+    /// effect. The default vertex and fragment stages copy the sampler "u_Input". Each other stage is
+    /// optional.
     /// @{
     void setVertexShaderSource(const QString& source);
     void setFragmentShaderSource(const QString& source);
@@ -60,17 +60,18 @@ public:
     void setTessellationEvaluationShaderSource(const QString& source);
     /// @}
 
-    /// Sets whether start clears its outputs, with the clear colour in force; after a change of size it
-    /// always does.
+    /// Sets whether start clears the outputs with the current clear colour (on by default). After a change of
+    /// size it always does.
     void setClear(bool clear);
+    /// Sets how the draw is blended into the outputs (not at all by default).
     void setBlend(BlendMode mode);
 
-    /// Returns the pass's own 1 x 1 transparent texture, made on the first call.
+    /// Returns the pass's own 1 x 1 transparent black texture, created on the first call.
     Texture* transparentTexture();
 
     void start(RenderCallbacks* callbacks) override;
 
-    /// Sets the uniforms of the plain-valued inputs; start calls it with the program bound.
+    /// Sets the uniforms of the plain-typed inputs. Called by start with the program bound.
     virtual void setUniforms();
 
 private:
@@ -98,11 +99,11 @@ private:
     BlendMode m_blendMode = BlendMode::None;
     std::vector<int> m_textureInputs;
     std::vector<int> m_textureOutputs;
-    std::vector<int> m_plainInputs;
     std::vector<QByteArray> m_uniformNames;
-    /// One for each input, pointing at its name.
-    std::vector<Uniform> m_uniforms;
     int m_geometryInput = -1;
+    std::vector<int> m_plainInputs;
+    /// One per input, pointing to its name in m_uniformNames.
+    std::vector<Uniform> m_uniforms;
     int m_viewportInput = -1;
 };
 

@@ -72,12 +72,12 @@ const PassDescription& BlurAndCombineRenderPass::description()
                     .range = u"texels; 0 or less publishes the normal frame unchanged"_s},
                    {.name = u"Qel_float_GlowThreshold"_s,
                     .meaning =
-                        u"luma (Rec. 709 weights) from which a texel glows; a change takes effect with the "
-                        "next change of the radius"_s,
+                        u"lowest luma (Rec. 709 weights) that glows; a change takes effect with the next "
+                        "change of the radius"_s,
                     .whenMissing = u"everything glows"_s,
                     .range = u"0 or less lets everything glow"_s},
                    {.name = u"Qel_float_GlowAmount"_s,
-                    .meaning = u"factor of the glow"_s,
+                    .meaning = u"factor that scales the glow before it is added"_s,
                     .whenMissing = u"the normal frame is published unchanged"_s,
                     .range = u"0 or less publishes the normal frame unchanged"_s},
                    {.name = u"Qel_QelTexture*_BlurFrame"_s,

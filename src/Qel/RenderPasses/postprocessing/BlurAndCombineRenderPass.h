@@ -12,14 +12,14 @@ namespace Morvane::Qel {
 /// nothing is clamped. A radius or an amount of 0 or less publishes the normal frame itself.
 ///
 /// The horizontal draw copies texels of the blur frame with an alpha of 0 unchanged; the vertical draw blurs
-/// them. The threshold makes darker texels transparent, so with it the glow spreads only up and down. For
-/// glow in all directions, set no threshold and pass a blur frame whose bright texels were selected before,
-/// with alpha kept.
+/// them. A threshold makes all darker texels transparent, so the glow then spreads only vertically. To make
+/// it spread in all directions, set no threshold and pass a blur frame that is black, but not transparent,
+/// outside its bright areas.
 ///
 /// The threshold reaches the shader only together with a new radius: changed alone, it takes effect with the
 /// next change of the radius, except that crossing 0 turns the selection of bright texels on or off.
 ///
-/// GL state: requires blending and scissor test to be off; leaves depth test and depth mask off.
+/// GL state: requires blending and scissor test to be off; leaves depth test and depth writes disabled.
 class QEL_RENDERPASSES_EXPORT BlurAndCombineRenderPass : public BlurBaseRenderPass
 {
 public:
@@ -52,7 +52,7 @@ public:
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    /// Provides the kernel of a radius and all programs. Returns whether the kernel was rebuilt.
+    /// Rebuilds the kernel and its programs if the radius has changed. Returns whether it has.
     bool providePrograms(float radius);
     void drawWithThresholdShader(const bool& kernelChanged, Texture* source, Texture* target);
     void drawWithBlurOnlyShader(const bool& kernelChanged, Texture* source, Texture* target);

@@ -18,8 +18,8 @@ namespace Morvane::Qel {
 
 namespace {
 
-// Deliberate: u_ResolutionDivider is not used, and the output's name is not the one bound to draw buffer 0;
-// as the only output it is written there all the same.
+// Deliberate: u_ResolutionDivider is not used, and the output's name is not the one bound to draw buffer 0.
+// As the only output it goes there anyway.
 const QString baseFragmentSource = uR"(#version 150
 uniform sampler2D u_Input;
 uniform vec2 stepVec;
@@ -50,7 +50,8 @@ void main()
 }
 )"_s;
 
-/// Bounds the kernel, so that an infinite radius has one. No driver accepts uniform arrays of its size.
+/// Limits the kernel, so that its construction ends for an infinite radius. No driver accepts uniform arrays
+/// of this size anyway.
 constexpr float largestRadius = 16384.0F;
 
 struct Kernel
@@ -59,8 +60,8 @@ struct Kernel
     QVector<float> offsets;
 };
 
-/// The centre tap and those on one side of it, at whole texels, normalised over both sides. Their number is
-/// odd.
+/// Returns the centre tap and those on one side of it, at whole texels, normalised over both sides. Their
+/// number is odd.
 Kernel sampleGaussian(float radius)
 {
     constexpr double squareRootOf2Pi = 2.5066282746310002;
@@ -89,7 +90,7 @@ Kernel sampleGaussian(float radius)
     return kernel;
 }
 
-/// Replaces taps 2i - 1 and 2i by one between them, at which linear filtering weights both texels.
+/// Replaces taps 2i - 1 and 2i with one between them, where linear filtering weights both texels.
 Kernel foldTaps(const Kernel& taps)
 {
     const auto numTaps = static_cast<float>(taps.weights.size());

@@ -19,8 +19,8 @@ class Texture;
 /// arrays have its size, and the draw of one direction. Declares no ports.
 ///
 /// The kernel has taps at whole texels up to about twice the radius on either side; the radius is about one
-/// standard deviation. Neighbouring taps are folded into one fetch between two texels, which linear filtering
-/// weights (D. Rakos: Efficient Gaussian blur with linear sampling, 2010).
+/// standard deviation. Pairs of neighbouring taps are folded into one fetch between the two texels, which
+/// linear filtering weights (D. Rakos: Efficient Gaussian blur with linear sampling, 2010).
 ///
 /// Alpha is blurred like the colours, which are taken as premultiplied. Texels with an alpha of 0 are copied
 /// instead of blurred.
@@ -30,26 +30,27 @@ public:
     BlurBaseRenderPass();
     ~BlurBaseRenderPass() override;
 
-    /// Rebuilds the kernel from the current radius. Equal to the bit on every platform with the same exp.
+    /// Rebuilds the kernel from the current radius. Bit-identical on every platform with the same exp.
     void calculateBlurWeights();
 
     /// Builds a program of the base vertex stage and this fragment stage, with SAMPLES_COUNT defined as the
     /// number of entries of the current kernel. The caller owns the program, which logs its build errors.
     ShaderProgram* makeShaderProgram(const QString& fragmentSource) const;
 
-    /// Passes position and texture coordinate through.
+    /// Returns the base vertex stage, which passes position and texture coordinate through.
     static QString getBaseVertexShaderSource();
-    /// Blurs "u_Input" along "stepVec" with the kernel "weight" and "offset".
+    /// Returns the base fragment stage, which blurs "u_Input" along "stepVec" with the kernel "weight" and
+    /// "offset".
     static QString getBaseFragmentShaderSource();
 
 protected:
-    /// Provides the kernel and the program of the base fragment stage for a radius. Returns whether they were
-    /// rebuilt.
+    /// Rebuilds the kernel and the program of the base fragment stage if the radius has changed. Returns
+    /// whether it has.
     bool provideKernel(float radius);
-    /// Clears the bound target with the current clear colour. Leaves depth test and depth mask off.
+    /// Clears the bound target with the current clear colour. Leaves depth test and depth writes disabled.
     static void clearTarget();
-    /// Blurs a texture along a step, one texel in texture coordinates, into a target. Leaves depth test and
-    /// depth mask off.
+    /// Blurs a texture into a target in one direction; `step` is one texel, in texture coordinates. Leaves
+    /// depth test and depth writes disabled.
     void drawBlurred(Texture* source, Texture* target, const QVector2D& step);
 
     std::unique_ptr<FramebufferObject> m_framebuffer;

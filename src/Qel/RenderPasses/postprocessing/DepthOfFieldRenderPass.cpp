@@ -208,35 +208,36 @@ const PassDescription& DepthOfFieldRenderPass::description()
 {
     static const PassDescription description{
         .type = u"DepthOfFieldRenderPass"_s,
-        .summary = u"Blurs what is out of focus as a lens does, with bokeh-shaped highlights."_s,
-        .inputs = {viewportInput(u"size of the image; the origin is ignored"_s, u"an empty texture"_s),
-                   {.name = u"Qel_QelTexture*_Frame"_s,
-                    .meaning = u"the colour frame, in any encoding (linear gives physical highlights)"_s,
-                    .whenMissing = u"the output is empty"_s},
-                   {.name = u"Qel_QelTexture*_Depth"_s,
-                    .meaning = u"window depth of the frame, interpreted with planes at 0.1 m and 100 m"_s,
-                    .whenMissing = u"the image stays sharp"_s,
-                    .range = u"0 to 1"_s},
-                   {.name = u"Qel_float_FocalDepth"_s,
-                    .meaning = u"distance of the focal plane, without autofocus"_s,
-                    .whenMissing = u"the image stays sharp"_s,
-                    .range = u"metres, above 0"_s},
-                   {.name = u"Qel_float_FocalLength"_s,
-                    .meaning = u"focal length of the lens; longer lenses blur more"_s,
-                    .whenMissing = u"the image stays sharp"_s,
-                    .range = u"millimetres, 0 or more"_s},
-                   {.name = u"Qel_float_FStop"_s,
-                    .meaning = u"focal length over aperture; smaller numbers blur more"_s,
-                    .whenMissing = u"everything out of focus gets the largest blur"_s,
-                    .range = u"above 0"_s},
-                   {.name = u"Qel_bool_AutoFocus"_s,
-                    .meaning = u"whether the focal plane lies at the depth found at the focus point"_s,
-                    .whenMissing = u"the focal depth is used"_s},
-                   {.name = u"Qel_QVector2D_Focus"_s,
-                    .meaning =
-                        u"focus point of autofocus, in texture coordinates; origin at the lower left"_s,
-                    .whenMissing = u"the lower left corner"_s,
-                    .range = u"0 to 1"_s}},
+        .summary = u"Depth of field: blurs out-of-focus areas as a lens does, with bokeh highlights."_s,
+        .inputs =
+            {viewportInput(u"size of the image; the origin is ignored"_s, u"an empty texture"_s),
+             {.name = u"Qel_QelTexture*_Frame"_s,
+              .meaning = u"the colour frame, in any encoding (linear gives physical highlights)"_s,
+              .whenMissing = u"the output is empty"_s},
+             {.name = u"Qel_QelTexture*_Depth"_s,
+              .meaning = u"window depth of the frame, for near and far planes at 0.1 m and 100 m"_s,
+              .whenMissing = u"the image stays sharp"_s,
+              .range = u"0 to 1"_s},
+             {.name = u"Qel_float_FocalDepth"_s,
+              .meaning = u"distance of the focal plane from the camera; ignored with autofocus"_s,
+              .whenMissing = u"the image stays sharp"_s,
+              .range = u"metres, above 0"_s},
+             {.name = u"Qel_float_FocalLength"_s,
+              .meaning = u"focal length of the lens; longer lenses blur more"_s,
+              .whenMissing = u"the image stays sharp"_s,
+              .range = u"millimetres, 0 or more"_s},
+             {.name = u"Qel_float_FStop"_s,
+              .meaning =
+                  u"f-number, the focal length over the diameter of the aperture; smaller values blur more"_s,
+              .whenMissing = u"everything out of focus gets the largest blur"_s,
+              .range = u"above 0"_s},
+             {.name = u"Qel_bool_AutoFocus"_s,
+              .meaning = u"whether the focal plane lies at the depth found at the focus point"_s,
+              .whenMissing = u"the focal depth is used"_s},
+             {.name = u"Qel_QVector2D_Focus"_s,
+              .meaning = u"focus point of autofocus, in texture coordinates; origin at the lower left"_s,
+              .whenMissing = u"the lower left corner"_s,
+              .range = u"0 to 1"_s}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning = u"the blurred image, opaque, in the frame's encoding, not clamped; RGBA32F, "
                                 "owned by the pass"_s}}};
@@ -278,13 +279,13 @@ void DepthOfFieldRenderPass::start(RenderCallbacks* /*callbacks*/)
     m_program->setUniform(m_renderedTextureWidth, m_width);
     m_program->setUniform(m_renderedTextureHeight, m_height);
     m_program->setUniform(m_focalDepth, m_inputs[FocalDepth].value.toFloat());
-    // A focal length of 0 keeps the whole frame sharp if there is no depth.
+    // Without depth, a focal length of 0 keeps the whole frame sharp.
     m_program->setUniform(m_focalLength, depth ? m_inputs[FocalLength].value.toFloat() : 0.0F);
     m_program->setUniform(m_fstop, m_inputs[FStop].value.toFloat());
     m_program->setUniform(m_autofocus, m_inputs[AutoFocus].value.toBool());
     m_program->setUniform(m_focus, m_inputs[Focus].value.value<QVector2D>());
     drawBatch(m_screenQuad);
-    m_outputs[OutputFrame].value = textureVariant(m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
+    m_outputs[OutputFrame].value = attachedTexture(m_framebuffer.get(), GL_COLOR_ATTACHMENT0);
 }
 
 } // namespace Morvane::Qel

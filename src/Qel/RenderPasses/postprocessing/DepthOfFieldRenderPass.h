@@ -14,7 +14,7 @@ class DrawBuffers;
 class FramebufferObject;
 class Texture;
 
-/// Blurs a frame by the distance of each pixel from the focal plane, with bokeh.
+/// Blurs each pixel of a frame according to its distance from the focal plane, with bokeh highlights.
 ///
 /// The circle of confusion is that of a thin lens (M. Potmesil, I. Chakravarty: A lens and aperture camera
 /// model for synthetic image generation, 1981); it is gathered on three rings of taps, with highlight gain
@@ -22,14 +22,14 @@ class Texture;
 ///
 /// Reads a colour frame, sampled with linear filters and clamped to its edge, and its depth (a depth texture,
 /// or the red channel; window depth 0 to 1). Depth is interpreted with a near plane at 0.1 m and a far plane
-/// at 100 m, whatever the camera's are. Writes a texture of 32-bit floats that the pass owns, one object
-/// until the size changes. Alpha is 1, and nothing is clamped: highlights with gain exceed 1.
+/// at 100 m, whatever the camera's are. Writes a texture (RGBA32F) that the pass owns and replaces only when
+/// the size changes. Alpha is 1, and nothing is clamped: highlights with gain exceed 1.
 ///
 /// The largest blur radius is 3 pixels. Pixels that are nearly in focus are copied unchanged, and so is the
 /// whole frame without depth, with a focal length of 0, or if the lens is undefined (an f-stop or focal depth
 /// of 0).
 ///
-/// GL state: requires blending and scissor test to be off; leaves the depth test off.
+/// GL state: requires blending and scissor test to be off; leaves the depth test disabled.
 class QEL_RENDERPASSES_EXPORT DepthOfFieldRenderPass : public RenderPassHelper
 {
 public:

@@ -15,7 +15,7 @@ namespace {
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/FastApproximateAntiAliasingRenderPass";
 
 // Deliberate: u_RcpFrameQuality scales only the horizontal texel size, which lengthens the steps of the
-// search along horizontal edges and the shifts across vertical ones. `colour` is never used.
+// search along horizontal edges and the shifts across vertical ones. `colour` is never read.
 const QString fragmentSource = uR"(#version 150
 #include "FXAA.glslh"
 uniform sampler2D u_FrameSampler;
@@ -54,12 +54,12 @@ const PassDescription& FastApproximateAntiAliasingRenderPass::description()
     static const PassDescription description{
         .type = u"FastApproximateAntiAliasingRenderPass"_s,
         .summary = u"Anti-aliases a finished frame in one draw (FXAA)."_s,
-        .inputs = {viewportInput(u"size of the frame; the origin is ignored"_s, u"1 x 1"_s),
+        .inputs = {viewportInput(u"size of the frame; the origin is ignored"_s, u"1 x 1, cleared"_s),
                    {.name = u"Qel_QelTexture*_Frame"_s,
                     .meaning = u"the frame, display-encoded; edges are found in its green channel"_s,
                     .whenMissing = u"nothing is drawn and the output is empty"_s},
                    {.name = u"Qel_float_SubPixelQuality"_s,
-                    .meaning = u"how much detail smaller than a pixel is smoothed"_s,
+                    .meaning = u"amount of sub-pixel aliasing that is removed"_s,
                     .whenMissing = u"0.75"_s,
                     .range = u"0 (off) to 1 (softest)"_s},
                    {.name = u"Qel_float_RcpFrameQuality"_s,
@@ -98,9 +98,10 @@ void FastApproximateAntiAliasingRenderPass::start(RenderCallbacks* /*callbacks*/
         return;
     }
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    // Before the framebuffer is bound, so that the viewport stays after it is released.
+    // Set before the framebuffer is bound too, so that the viewport remains after its release.
     context->setViewport(0, 0, size.width(), size.height());
     const PooledTarget target(provide(m_framebuffer), TextureFormat::RGBA8, size);
+    context->setViewport(0, 0, size.width(), size.height());
     provideScreenProgram(m_program, m_fullScreenBatch,
                          {.fragment = fragmentSource, .fragmentFile = u"FXAA.glslc"_s});
     context->disable(GL_DEPTH_TEST);

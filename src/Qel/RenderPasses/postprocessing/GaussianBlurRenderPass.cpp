@@ -25,7 +25,8 @@ const PassDescription& GaussianBlurRenderPass::description()
                     .whenMissing = u"the input is published unchanged"_s,
                     .range = u"texels of the reduced image; 1 or less publishes the input unchanged"_s},
                    {.name = u"Qel_float_ResolutionDivider"_s,
-                    .meaning = u"divides width and height, which are then truncated"_s,
+                    .meaning =
+                        u"divisor of the width and the height; the results are truncated to whole texels"_s,
                     .whenMissing = u"full resolution"_s,
                     .range = u"1 or more; 0 acts as 1"_s}},
         .outputs = {{.name = u"Qel_QelTexture*_Output"_s,

@@ -11,7 +11,7 @@ namespace Morvane::Qel {
 /// (RGBA16F) of the reduced size, whose consumers own its references. A radius of 1 or less publishes the
 /// input itself. Alpha is blurred like the colours; both draws copy texels with an alpha of 0 unchanged.
 ///
-/// GL state: requires blending and scissor test to be off; leaves depth test and depth mask off and,
+/// GL state: requires blending and scissor test to be off; leaves depth test and depth writes disabled and,
 /// deliberately, the clear colour at opaque red.
 class QEL_RENDERPASSES_EXPORT GaussianBlurRenderPass : public BlurBaseRenderPass
 {

@@ -19,9 +19,9 @@ namespace {
 
 // Deliberate: u_ScreenGamma is not used; the mean is linear in the values of the frame.
 //
-// The box filter leaves nothing undefined to the driver:
-// - A quotient may be off in its last bits, which would move the borders between blocks by a texel: values
-//   close to a whole number are rounded to it.
+// The box filter does not depend on what GL leaves undefined or drivers limit:
+// - A quotient may be wrong in its last bits, which would move the border between two blocks by a texel:
+//   values close to a whole number are rounded to it.
 // - texelFetch is undefined outside the texture: blocks end at its edges.
 // - Mesa's software rasteriser leaves the loops of a shader after 65535 iterations in total: most texels are
 //   added in blocks of 64 per iteration. Partial sums also lose less precision than one long sum.
@@ -90,7 +90,7 @@ void main()
 
 constexpr int reductionFactor = 8;
 
-/// Asks GL for the size of level 0, which the application may have set by its own calls.
+/// Queries GL for the size of level 0, which the application may have set by its own GL calls.
 QSize sizeOf(Texture* texture)
 {
     const AutoBinder binder(texture);
@@ -106,7 +106,7 @@ const PassDescription& LuminanceAverageRenderPass::description()
 {
     static const PassDescription description{
         .type = u"LuminanceAverageRenderPass"_s,
-        .summary = u"Averages a frame and reads its mean luminance back."_s,
+        .summary = u"Averages a frame and reads its mean luminance back to the CPU."_s,
         .inputs = {viewportInput(u"size of the frame; the origin must be (0, 0)"_s,
                                  u"the frame is averaged in one draw"_s),
                    {.name = u"Qel_QelTexture*_Texture"_s,
@@ -148,10 +148,10 @@ void LuminanceAverageRenderPass::start(RenderCallbacks* /*callbacks*/)
     QVector2D renderSize(1.0F, 1.0F);
     Texture* reduced = m_reduction ? m_reduction->attachment(GL_COLOR_ATTACHMENT0) : nullptr;
     if (reduced && !reduced->size().isEmpty() && viewport.height() > 0) {
-        // The target is square, the frame is not: with steps of frame size over target size, texels would
-        // count twice or not at all. With the smallest whole number of texels as step with which the frame
-        // fits, each texel counts once. The frame then covers the first `covered` pixels of the target, the
-        // last of them partly; the rest is empty. The second draw divides by the covered part.
+        // The target is square, the frame is not. Steps of frame size over target size would not be whole,
+        // and texels would count twice or not at all. With the smallest whole step at which the frame fits,
+        // each texel counts once. The frame then covers the first `covered` pixels of the target, the last of
+        // them partly; the rest is empty. The second draw divides by the covered part.
         const auto side = static_cast<float>(reduced->size().width());
         const float drawnHeight = std::min(side, static_cast<float>(viewport.height()));
         const QSize size = sizeOf(source);
@@ -167,7 +167,7 @@ void LuminanceAverageRenderPass::start(RenderCallbacks* /*callbacks*/)
         renderSize = QVector2D(side, side) / coveredSize;
     }
     draw(source, *m_final, QRect(viewport.topLeft(), onePixel), renderSize);
-    m_outputs[Frame].value = textureVariant(m_final->attachment(GL_COLOR_ATTACHMENT0));
+    m_outputs[Frame].value = attachedTexture(m_final.get(), GL_COLOR_ATTACHMENT0);
     m_outputs[AverageLuminance].value = readLuminance();
 }
 

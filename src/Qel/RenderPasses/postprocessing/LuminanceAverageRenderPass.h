@@ -19,14 +19,13 @@ class Texture;
 ///
 /// Reads a colour texture. Every texel counts once, whatever the frame's shape and whether or not its size is
 /// the viewport's. Writes the luminance and a 1 x 1 texture (RGBA32F) with the mean of all four channels,
-/// owned by the pass. The read-back waits for the GPU once a frame.
+/// owned by the pass. The read-back stalls until the GPU has finished, once per frame.
 ///
 /// The intermediate target is square: its side is an eighth of the viewport's width, rounded down. With a
 /// viewport narrower than 8 pixels it has no texels, and the second draw averages the frame itself.
 ///
 /// Deliberate: both draws are placed at the viewport's origin. With an origin other than (0, 0) they miss
-/// part of their targets, or all of them, and the mean includes old contents. Pass the rectangle of the
-/// frame.
+/// part of their targets, or all of them, and the mean includes old contents.
 ///
 /// GL state: leaves depth test, blending, culling and stencil test disabled and the colour mask full;
 /// requires the scissor test to be off.

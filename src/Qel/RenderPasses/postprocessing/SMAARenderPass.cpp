@@ -154,8 +154,7 @@ const PassDescription& SMAARenderPass::description()
     static const PassDescription description{
         .type = u"SMAARenderPass"_s,
         .summary = u"Anti-aliases a finished frame by the shape of its edges (SMAA)."_s,
-        .inputs = {viewportInput(u"size of the frame; the origin is ignored"_s,
-                                 u"1 x 1 outputs of undefined contents"_s),
+        .inputs = {viewportInput(u"size of the frame; the origin is ignored"_s, u"1 x 1 outputs, cleared"_s),
                    {.name = u"Qel_QelTexture*_Frame"_s,
                     .meaning = u"the frame, display-encoded"_s,
                     .whenMissing = u"nothing is drawn and the outputs keep their textures"_s},
@@ -259,6 +258,7 @@ PooledTexture SMAARenderPass::draw(FramebufferObject& framebuffer, ShaderProgram
 {
     PooledTexture result(TextureFormat::RGBA8, QSize(m_width, m_height));
     const BoundTarget target(framebuffer, result.get());
+    OpenGLDeviceContext::current()->setViewport(0, 0, m_width, m_height);
     const AutoBinder programBinder(&program);
     std::array<std::optional<BoundSampler>, 3> samplers;
     size_t i = 0;

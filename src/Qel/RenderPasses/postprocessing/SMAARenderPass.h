@@ -30,8 +30,8 @@ namespace Morvane::Qel {
 /// GL state: all three draws clear with the current clear colour; the edges are right only if it is 0. Leaves
 /// the stencil test disabled, the depth test enabled and the viewport at the frame's size.
 ///
-/// The GL objects exist from setup to teardown and are all made anew on a new size. Deliberate: the
-/// framebuffers of the result are kept until the pass is destroyed, those replaced on a new size included.
+/// The GL objects exist from setup to teardown and are all rebuilt when the size changes. Deliberate: the
+/// output framebuffers, including those replaced on a change of size, live until the pass is destroyed.
 class QEL_RENDERPASSES_EXPORT SMAARenderPass : public RenderPassHelper
 {
 public:
@@ -69,7 +69,7 @@ private:
         Uniform& sampler;
         Texture* texture;
     };
-    /// Draws one stage full-screen from its inputs, three at most, into a pooled texture.
+    /// Draws one stage full-screen into a pooled texture. Takes at most three inputs.
     PooledTexture draw(FramebufferObject& framebuffer, ShaderProgram& program, Uniform& metrics,
                        std::initializer_list<SamplerInput> inputs);
     void publish(OutputPort port, const PooledTexture& texture);
@@ -87,7 +87,7 @@ private:
     std::unique_ptr<ShaderProgram> m_weightProgram;
     std::unique_ptr<ShaderProgram> m_blendProgram;
     QSharedPointer<DrawBuffers> m_fullScreenBatch;
-    /// The textures on the outputs; null once the pool has deleted them.
+    /// The published textures; null once the pool has deleted them.
     std::array<QPointer<Texture>, 3> m_published;
     Uniform m_edgeMetrics{"u_smaaMetrics"};
     Uniform m_edgeFrame{"u_FrameSampler"};

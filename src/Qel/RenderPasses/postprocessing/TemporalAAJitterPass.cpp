@@ -67,8 +67,8 @@ void TemporalAAJitterPass::start(RenderCallbacks* /*callbacks*/)
         jitter.translate(dx, dy, 0.0F);
         --m_framesLeft;
     }
-    // A variant keeps a matrix on the heap. Two variants alternate, so that the one no consumer holds any
-    // more is written in place, without an allocation.
+    // A QVariant stores a matrix on the heap. Two variants alternate, so that the one no consumer holds any
+    // more can be written in place, without an allocation.
     std::swap(m_values[0], m_values[1]);
     *static_cast<QMatrix4x4*>(m_values[0].data()) = jitter * projection;
     m_outputs[JitteredProjectionMatrix].value = m_values[0];

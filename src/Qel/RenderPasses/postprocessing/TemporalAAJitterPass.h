@@ -12,8 +12,8 @@ namespace Morvane::Qel {
 
 class ViewWatch;
 
-/// Shifts the projection of a still view by random sub-pixel offsets, so that later passes sample each pixel
-/// at other positions every frame (R. L. Cook: Stochastic sampling in computer graphics, 1986) and
+/// Shifts the projection of a still view by random sub-pixel offsets, so that the scene passes sample each
+/// pixel at a different position every frame (R. L. Cook: Stochastic sampling in computer graphics, 1986) and
 /// TemporalAARenderPass can average them.
 ///
 /// A change of size, projection or camera restarts the sequence, and so does a dirty flag that is true or

@@ -31,7 +31,7 @@ const PassDescription& TemporalAARenderPass::description()
     static const PassDescription description{
         .type = u"TemporalAARenderPass"_s,
         .summary = u"Averages the jittered frames of a still view into an anti-aliased one."_s,
-        .inputs = {viewportInput(u"size of the frames; the origin is ignored"_s, u"1 x 1"_s),
+        .inputs = {viewportInput(u"size of the frames; the origin is ignored"_s, u"1 x 1, cleared"_s),
                    {.name = u"Qel_QelTexture*_Frame"_s,
                     .meaning = u"the new frame, rendered with jitter; any encoding, averaged as it is"_s,
                     .whenMissing = u"the output becomes opaque black"_s},
@@ -45,7 +45,7 @@ const PassDescription& TemporalAARenderPass::description()
                     .meaning = u"whether the mean restarts"_s,
                     .whenMissing = u"the mean restarts every frame: the output is the latest frame"_s}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
-                     .meaning = u"mean of the frames since the one after the last restart, alpha included; "
+                     .meaning = u"mean of the frames after the frame of the last restart, alpha included; "
                                 "RGBA8, pooled, and kept by the pass from frame to frame"_s}}};
     return description;
 }

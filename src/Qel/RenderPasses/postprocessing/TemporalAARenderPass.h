@@ -16,9 +16,9 @@ class ViewWatch;
 /// Haeberli, K. Akeley: The accumulation buffer: hardware support for high-quality rendering, 1990).
 ///
 /// Blends every frame into one texture with the weight that yields the plain mean: 1, 1/2, 1/3, ... The mean
-/// restarts by the rule of TemporalAAJitterPass. The frame of the restart, the only one without jitter, is
-/// shown and then replaced by the one after it. The number of frames is not bounded. The texture has 8 bits a
-/// channel, so the mean is rounded every frame.
+/// restarts when the sequence of TemporalAAJitterPass does. The frame of the restart, the only one without
+/// jitter, is shown and then replaced by the one after it. The number of frames is not bounded. The texture
+/// has 8 bits per channel, so the mean is rounded every frame.
 ///
 /// Reads a colour texture with the filters that are set on it. Writes a pooled texture (RGBA8) that the pass
 /// keeps from frame to frame and replaces on a new size; a consumer that keeps it sees it change. Without an
