@@ -64,7 +64,7 @@ void main()
                                            // Pixel centres are a quarter of a texel apart.
                                            const float ramp =
                                                std::clamp((static_cast<float>(x) - 1.5F) / 4.0F, 0.0F, 1.0F);
-                                           return QVector4D(ramp, ramp, x < 4 ? 0.2F : 0.4F, 1);
+                                           return QVector4D(ramp, 0, x < 4 ? 0.2F : 0.4F, 1);
                                        }),
                       0.51F / 255.0F));
 }
@@ -137,14 +137,12 @@ TEST_F(ShaderRenderPassTest, BlendsByItsModesAndClearsOnANewSize)
     }
 }
 
-TEST_F(ShaderRenderPassTest, DrawsAGeometryInputAndNowhereWithoutOutputs)
+TEST_F(ShaderRenderPassTest, DrawsAGeometryInput)
 {
     const auto model = makeCubeModel();
     Runner<ShaderRenderPass> pass;
     pass->addInput(viewportPort, QRect(0, 0, 8, 8));
     pass->addInput(u"Qel_QelDrawBuffers*_Shape"_s);
-    pass.run();
-    EXPECT_EQ(TextureManager::Instance()->numReferences(), 0);
     pass->addOutput(outputPort);
     pass->setFragmentShaderSource(
         u"#version 150\nout vec4 o_Output;\nvoid main() { o_Output = vec4(1.0); }"_s);
@@ -155,6 +153,10 @@ TEST_F(ShaderRenderPassTest, DrawsAGeometryInputAndNowhereWithoutOutputs)
                       })));
     EXPECT_TRUE(equal(pass.render({QRect(0, 0, 8, 8), nullptr}), Pixels::filled(8, 8, {1, 1, 1, 1})))
         << "the screen instead";
+    Runner<ShaderRenderPass> withoutOutputs;
+    withoutOutputs->addInput(viewportPort, QRect(0, 0, 4, 4));
+    withoutOutputs.run();
+    EXPECT_EQ(TextureManager::Instance()->numReferences(), 1) << "that of the other pass";
 }
 
 } // namespace

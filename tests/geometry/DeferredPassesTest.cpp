@@ -127,7 +127,12 @@ TEST_F(DeferredPassesTest, TheDocumentedMatricesPutTheLightAtItsPosition)
 TEST_F(DeferredPassesTest, MaterialsAreShadedByBlinnPhong)
 {
     // Normals are used as they are stored, of any length.
-    const Pixels normals = makeNormals();
+    const Pixels normals = Pixels::generate(width, height, [](int x, int y) {
+        const float a = 0.2F * static_cast<float>(x) - 1.0F;
+        const float b = 0.2F * static_cast<float>(y) - 0.5F;
+        return QVector4D(std::sin(a) * std::cos(b), std::sin(b), std::cos(a) * std::cos(b), 0) *
+               (x % 2 == 0 ? 1.0F : 0.8F);
+    });
     const Pixels diffuse = Pixels::noise(width, height, 2);
     // A shininess of 0 gives full highlights.
     const Pixels specular = Pixels::generate(width, height, [](int x, int y) {

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstring>
+#include <utility>
 
 #include <dlfcn.h>
 
@@ -55,13 +56,19 @@ struct Creator;
 template<auto& pointer, class... Arguments>
 struct Creator<pointer, void (*)(Arguments...)>
 {
+    static inline void (*original)(Arguments...) = nullptr;
+    /// Counts one call and steps aside, since entry points replace themselves at their first call.
+    static void call(Arguments... arguments)
+    {
+        objects += counting ? 1 : 0;
+        pointer = original;
+        original(arguments...);
+    }
     static void install()
     {
-        static const auto original = pointer;
-        pointer = [](Arguments... arguments) {
-            objects += counting ? 1 : 0;
-            original(arguments...);
-        };
+        if (pointer != &call) {
+            original = std::exchange(pointer, &call);
+        }
     }
 };
 
@@ -71,7 +78,7 @@ void countCallsOf()
     (Creator<pointers>::install(), ...);
 }
 
-/// Call it after some frames: entry points that have not been called yet replace themselves when they are.
+/// Call it in every frame that counts.
 void startCounting()
 {
     countCallsOf<epoxy_glGenTextures, epoxy_glGenFramebuffers, epoxy_glGenBuffers, epoxy_glGenVertexArrays,
