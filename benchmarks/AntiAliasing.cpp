@@ -12,7 +12,7 @@
 
 #include <epoxy/gl.h>
 
-#include "support/ByHand.h"
+#include "support/PlainGL.h"
 #include "support/Sides.h"
 #include <Qel/RenderPasses/postprocessing/FastApproximateAntiAliasingRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/SMAARenderPass.h>
@@ -41,20 +41,20 @@ std::unique_ptr<Texture> makeFrame(int width, int height)
 }
 
 /// Draws full-screen in plain GL into its own texture.
-class DrawByHand
+class PlainDraw
 {
 public:
     /// `vertex` and `fragment` are the bodies of the stages; the texture coordinate is `at`.
-    DrawByHand(int width, int height, const QString& vertex, const QString& fragment, const QString& file,
-               const std::vector<const char*>& samplers);
-    ~DrawByHand()
+    PlainDraw(int width, int height, const QString& vertex, const QString& fragment, const QString& file,
+              const std::vector<const char*>& samplers);
+    ~PlainDraw()
     {
         glDeleteVertexArrays(1, &m_vertexArray);
         glDeleteFramebuffers(1, &m_framebuffer);
         glDeleteTextures(1, &m_target);
     }
-    DrawByHand(const DrawByHand&) = delete;
-    DrawByHand& operator=(const DrawByHand&) = delete;
+    PlainDraw(const PlainDraw&) = delete;
+    PlainDraw& operator=(const PlainDraw&) = delete;
 
     void draw(const std::vector<unsigned int>& textures) const
     {
@@ -83,8 +83,8 @@ private:
     unsigned int m_target = 0;
 };
 
-DrawByHand::DrawByHand(int width, int height, const QString& vertex, const QString& fragment,
-                       const QString& file, const std::vector<const char*>& samplers)
+PlainDraw::PlainDraw(int width, int height, const QString& vertex, const QString& fragment,
+                     const QString& file, const std::vector<const char*>& samplers)
     : m_width(width)
     , m_height(height)
 {
@@ -131,14 +131,14 @@ void compareFxaa(benchmark::State& state, Wait wait, int width, int height)
     FastApproximateAntiAliasingRenderPass pass;
     pass.setInput(FastApproximateAntiAliasingRenderPass::Viewport, QRect(0, 0, width, height));
     pass.setInput(FastApproximateAntiAliasingRenderPass::Frame, QVariant::fromValue<QObject*>(frame.get()));
-    const DrawByHand byHand(
+    const PlainDraw plain(
         width, height, u"void main() {\n%1}\n"_s.arg(corner),
         u"#include \"FXAA.glslh\"\nuniform sampler2D frame;\nout vec4 colour;\nvoid main() {\n"
         "vec4 z = vec4(0.0);\ncolour = FxaaPixelShader(at, z, frame, frame, frame, metrics.xy, z, z, "
         "z, 0.75, 0.166, 0.0, 8.0, 0.125, 0.05, z);\n}\n"_s,
         u"FXAA.glslc"_s, {"frame"});
     compareSides(
-        state, wait, [&] { pass.start(nullptr); }, [&] { byHand.draw({frame->textureID()}); });
+        state, wait, [&] { pass.start(nullptr); }, [&] { plain.draw({frame->textureID()}); });
 }
 
 /// The pass and its three draws in plain GL, on one frame.
@@ -157,7 +157,7 @@ public:
         glDisable(GL_DEPTH_TEST);
     }
     void runPass() { m_pass.start(nullptr); }
-    void drawByHand() const
+    void drawPlain() const
     {
         m_edges.draw({m_frame->textureID()});
         m_weights.draw({m_edges.target(), m_areas->textureID(), m_searches->textureID()});
@@ -168,9 +168,9 @@ private:
     std::unique_ptr<Texture> m_frame;
     std::unique_ptr<Texture> m_areas = makeLinearTexture({160, 560}, smaaAreaTable.data(), GL_RG8, GL_RG);
     std::unique_ptr<Texture> m_searches = makeLinearTexture({64, 16}, smaaSearchTable.data(), GL_R8, GL_RED);
-    DrawByHand m_edges;
-    DrawByHand m_weights;
-    DrawByHand m_result;
+    PlainDraw m_edges;
+    PlainDraw m_weights;
+    PlainDraw m_result;
     SMAARenderPass m_pass;
 };
 
@@ -209,7 +209,7 @@ void compareSmaa(benchmark::State& state, Wait wait, int width, int height)
 {
     Smaa smaa(width, height);
     compareSides(
-        state, wait, [&] { smaa.runPass(); }, [&] { smaa.drawByHand(); }, &Smaa::prepare);
+        state, wait, [&] { smaa.runPass(); }, [&] { smaa.drawPlain(); }, &Smaa::prepare);
 }
 
 /// Times every glDrawArrays until its pixels are drawn, for its lifetime. Only one may exist, and
@@ -256,9 +256,9 @@ void smaaStagesFullHD(benchmark::State& state)
     constexpr std::array<const char*, 3> stages{"edges", "weights", "blend"};
     Smaa smaa(1920, 1080);
     const auto runPass = [&] { smaa.runPass(); };
-    const auto drawByHand = [&] { smaa.drawByHand(); };
+    const auto drawPlain = [&] { smaa.drawPlain(); };
     std::array<std::vector<double>, stages.size()> libraryTimes;
-    std::array<std::vector<double>, stages.size()> byHandTimes;
+    std::array<std::vector<double>, stages.size()> plainTimes;
     const auto timeDraws = [&](const std::function<void()>& side,
                                std::array<std::vector<double>, stages.size()>& times) {
         Smaa::prepare();
@@ -274,14 +274,14 @@ void smaaStagesFullHD(benchmark::State& state)
     Smaa::prepare();
     runPass();
     Smaa::prepare();
-    drawByHand();
+    drawPlain();
     bool libraryFirst = true;
     for ([[maybe_unused]] auto iteration : state) {
         if (libraryFirst) {
             timeDraws(runPass, libraryTimes);
-            timeDraws(drawByHand, byHandTimes);
+            timeDraws(drawPlain, plainTimes);
         } else {
-            timeDraws(drawByHand, byHandTimes);
+            timeDraws(drawPlain, plainTimes);
             timeDraws(runPass, libraryTimes);
         }
         libraryFirst = !libraryFirst;
@@ -289,10 +289,10 @@ void smaaStagesFullHD(benchmark::State& state)
     for (size_t stage = 0; stage < stages.size(); ++stage) {
         const std::string name = stages[stage];
         const double library = median(libraryTimes[stage]);
-        const double byHand = median(byHandTimes[stage]);
+        const double plain = median(plainTimes[stage]);
         state.counters[name + "_library_us"] = library;
-        state.counters[name + "_by_hand_us"] = byHand;
-        state.counters[name + "_ratio"] = library / byHand;
+        state.counters[name + "_plain_gl_us"] = plain;
+        state.counters[name + "_ratio"] = library / plain;
     }
 }
 // Small images, so that pixels do not hide the cost of the calls.

@@ -11,7 +11,7 @@
 
 #include <epoxy/gl.h>
 
-#include "support/ByHand.h"
+#include "support/PlainGL.h"
 #include "support/Sides.h"
 #include <Qel/RenderPasses/postprocessing/BlurAndCombineRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/GaussianBlurRenderPass.h>
@@ -38,13 +38,13 @@ std::unique_ptr<Texture> makeImage()
 }
 
 /// The same blur in plain GL, for this radius only.
-class BlurByHand
+class PlainBlur
 {
 public:
-    BlurByHand();
-    ~BlurByHand();
-    BlurByHand(const BlurByHand&) = delete;
-    BlurByHand& operator=(const BlurByHand&) = delete;
+    PlainBlur();
+    ~PlainBlur();
+    PlainBlur(const PlainBlur&) = delete;
+    PlainBlur& operator=(const PlainBlur&) = delete;
 
     void draw(unsigned int image) const
     {
@@ -76,7 +76,7 @@ private:
     std::array<unsigned int, 2> m_framebuffers{};
 };
 
-BlurByHand::BlurByHand()
+PlainBlur::PlainBlur()
     : m_program(linkProgram(fullScreenVertexSource, R"(#version 150
 uniform sampler2D image;
 uniform vec2 texel;
@@ -121,7 +121,7 @@ void main()
     glBindTexture(GL_TEXTURE_2D, 0);
 }
 
-BlurByHand::~BlurByHand()
+PlainBlur::~PlainBlur()
 {
     glDeleteFramebuffers(2, m_framebuffers.data());
     glDeleteTextures(2, m_textures.data());
@@ -139,9 +139,9 @@ void blurFullHD(benchmark::State& state)
     pass.setInput(GaussianBlurRenderPass::Viewport, QRect(0, 0, width, height));
     pass.setInput(GaussianBlurRenderPass::Input, QVariant::fromValue<QObject*>(image.get()));
     pass.setInput(GaussianBlurRenderPass::BlurRadius, static_cast<float>(radius));
-    const BlurByHand byHand;
+    const PlainBlur plain;
     compareSides(
-        state, Wait::Pixels, [&] { pass.start(nullptr); }, [&] { byHand.draw(image->textureID()); });
+        state, Wait::Pixels, [&] { pass.start(nullptr); }, [&] { plain.draw(image->textureID()); });
 }
 BENCHMARK(blurFullHD)->Name("GaussianBlur/1920x1080/radius5")->Unit(benchmark::kMillisecond);
 
@@ -179,7 +179,7 @@ void changeRadius(benchmark::State& state)
             changing.start(nullptr);
         },
         [&] { steady.start(nullptr); });
-    state.counters["rebuild_us"] = state.counters["library_us"].value - state.counters["by_hand_us"].value;
+    state.counters["rebuild_us"] = state.counters["library_us"].value - state.counters["plain_gl_us"].value;
 }
 BENCHMARK(changeRadius<GaussianBlurRenderPass>)->Name("SubmitNewRadius/GaussianBlur")->Iterations(400);
 BENCHMARK(changeRadius<BlurAndCombineRenderPass>)->Name("SubmitNewRadius/BlurAndCombine")->Iterations(400);

@@ -13,7 +13,7 @@
 
 #include <epoxy/gl.h>
 
-#include "support/ByHand.h"
+#include "support/PlainGL.h"
 #include "support/Sides.h"
 #include <Qel/RenderPasses/geometry/CameraSpaceZBufferRenderPass.h>
 #include <Qel/RenderPasses/lighting/ScalableAmbientObscuranceRenderPass.h>
@@ -64,10 +64,10 @@ unsigned int makeProgram(const char* fragments)
 }
 
 /// A mipmapped texture with a framebuffer for each of its levels.
-class TargetByHand
+class PlainTarget
 {
 public:
-    TargetByHand(unsigned int internalFormat, int numLevels)
+    PlainTarget(unsigned int internalFormat, int numLevels)
         : m_framebuffers(static_cast<size_t>(numLevels))
     {
         glGenVertexArrays(1, &m_vertexArray);
@@ -87,14 +87,14 @@ public:
         glBindFramebuffer(GL_FRAMEBUFFER, 0);
         glBindTexture(GL_TEXTURE_2D, 0);
     }
-    ~TargetByHand()
+    ~PlainTarget()
     {
         glDeleteFramebuffers(static_cast<int>(m_framebuffers.size()), m_framebuffers.data());
         glDeleteTextures(1, &m_texture);
         glDeleteVertexArrays(1, &m_vertexArray);
     }
-    TargetByHand(const TargetByHand&) = delete;
-    TargetByHand& operator=(const TargetByHand&) = delete;
+    PlainTarget(const PlainTarget&) = delete;
+    PlainTarget& operator=(const PlainTarget&) = delete;
 
     void begin(unsigned int program, unsigned int source) const
     {
@@ -164,21 +164,21 @@ void main()
     const int finerLocation = glGetUniformLocation(levelProgram, "finer");
     const int numLevels = std::bit_width(static_cast<unsigned int>(std::max(width, height)));
     {
-        const TargetByHand byHand(GL_RGBA32F, numLevels);
+        const PlainTarget plain(GL_RGBA32F, numLevels);
         compareSides(
             state, Wait::Pixels, [&] { pass.start(nullptr); },
             [&] {
-                byHand.begin(program, depth->textureID());
+                plain.begin(program, depth->textureID());
                 glUniformMatrix4fv(inverseLocation, 1, GL_FALSE, inverse.constData());
-                byHand.drawInto(0);
-                byHand.begin(levelProgram, byHand.texture());
+                plain.drawInto(0);
+                plain.begin(levelProgram, plain.texture());
                 for (int level = 1; level < numLevels; ++level) {
                     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAX_LEVEL, level - 1);
                     glUniform1i(finerLocation, level - 1);
-                    byHand.drawInto(level);
+                    plain.drawInto(level);
                 }
                 glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAX_LEVEL, 1000);
-                TargetByHand::end();
+                PlainTarget::end();
             });
     }
     glDeleteProgram(program);
@@ -294,20 +294,20 @@ void main()
     const int pixelsLocation = location("pixelsOfUnit");
     const std::array slopes{2.0F / (width * projection(0, 0)), 2.0F / (height * projection(1, 1))};
     {
-        const TargetByHand byHand(GL_RGBA16F, 1);
+        const PlainTarget plain(GL_RGBA16F, 1);
         compareSides(
             state, Wait::Pixels, [&] { pass.start(nullptr); },
             [&] {
-                byHand.begin(program, depth->textureID());
-                glBindFramebuffer(GL_FRAMEBUFFER, byHand.framebuffer());
+                plain.begin(program, depth->textureID());
+                glBindFramebuffer(GL_FRAMEBUFFER, plain.framebuffer());
                 glClearColor(1.0F, 1.0F, 1.0F, 1.0F);
                 glClear(GL_COLOR_BUFFER_BIT);
                 glUniform4f(projectionLocation, slopes[0], slopes[1],
                             slopes[0] / 2.0F - 1.0F / projection(0, 0),
                             slopes[1] / 2.0F - 1.0F / projection(1, 1));
                 glUniform1f(pixelsLocation, 0.5F * projection(1, 1) * height);
-                byHand.drawInto(0);
-                TargetByHand::end();
+                plain.drawInto(0);
+                PlainTarget::end();
             });
     }
     glDeleteProgram(program);

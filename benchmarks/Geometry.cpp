@@ -11,8 +11,8 @@
 
 #include <epoxy/gl.h>
 
-#include "support/ByHand.h"
 #include "support/Models.h"
+#include "support/PlainGL.h"
 #include "support/Sides.h"
 #include <Qel/RenderPasses/geometry/DeferredRenderPass.h>
 #include <Qel/RenderPasses/geometry/GBufferRenderPass.h>
@@ -73,10 +73,10 @@ QMatrix4x4 makeCamera()
 const std::vector<const char*> attributes{"position", "normal", "texCoord"};
 
 /// A framebuffer of textures with these internal formats, and optionally a depth texture.
-class TargetsByHand
+class PlainTargets
 {
 public:
-    TargetsByHand(const std::vector<unsigned int>& formats, bool hasDepth)
+    PlainTargets(const std::vector<unsigned int>& formats, bool hasDepth)
     {
         for (const unsigned int format : formats) {
             // Format and type as the pass gives them, since drivers choose the byte order by them.
@@ -92,13 +92,13 @@ public:
         glBindTexture(GL_TEXTURE_2D, 0);
         m_framebuffer = makeFramebuffer(colours, hasDepth ? m_textures.back() : 0);
     }
-    ~TargetsByHand()
+    ~PlainTargets()
     {
         glDeleteFramebuffers(1, &m_framebuffer);
         glDeleteTextures(static_cast<int>(m_textures.size()), m_textures.data());
     }
-    TargetsByHand(const TargetsByHand&) = delete;
-    TargetsByHand& operator=(const TargetsByHand&) = delete;
+    PlainTargets(const PlainTargets&) = delete;
+    PlainTargets& operator=(const PlainTargets&) = delete;
 
     void bind() const
     {
@@ -112,10 +112,10 @@ private:
 };
 
 /// The vertex and index buffers of a mesh, drawn by one call.
-class MeshByHand
+class PlainMesh
 {
 public:
-    explicit MeshByHand(const MeshData& mesh)
+    explicit PlainMesh(const MeshData& mesh)
         : m_count(static_cast<int>(mesh.indices.size()))
     {
         glGenVertexArrays(1, &m_vertexArray);
@@ -138,13 +138,13 @@ public:
                      GL_STATIC_DRAW);
         glBindVertexArray(0);
     }
-    ~MeshByHand()
+    ~PlainMesh()
     {
         glDeleteVertexArrays(1, &m_vertexArray);
         glDeleteBuffers(4, m_buffers.data());
     }
-    MeshByHand(const MeshByHand&) = delete;
-    MeshByHand& operator=(const MeshByHand&) = delete;
+    PlainMesh(const PlainMesh&) = delete;
+    PlainMesh& operator=(const PlainMesh&) = delete;
 
     void draw() const
     {
@@ -182,10 +182,10 @@ void bindTextures(const std::vector<unsigned int>& textures)
 }
 
 /// Draws a mesh into a G-buffer, and sets the matrices in every frame.
-class GBufferByHand
+class PlainGBuffer
 {
 public:
-    GBufferByHand(const MeshData& mesh, const std::vector<unsigned int>& formats, unsigned int program)
+    PlainGBuffer(const MeshData& mesh, const std::vector<unsigned int>& formats, unsigned int program)
         : m_mesh(mesh)
         , m_targets(formats, true)
         , m_program(program)
@@ -193,9 +193,9 @@ public:
         , m_normalMatrix(glGetUniformLocation(program, "normalMatrix"))
     {
     }
-    ~GBufferByHand() { glDeleteProgram(m_program); }
-    GBufferByHand(const GBufferByHand&) = delete;
-    GBufferByHand& operator=(const GBufferByHand&) = delete;
+    ~PlainGBuffer() { glDeleteProgram(m_program); }
+    PlainGBuffer(const PlainGBuffer&) = delete;
+    PlainGBuffer& operator=(const PlainGBuffer&) = delete;
 
     void draw(const std::vector<unsigned int>& textures) const
     {
@@ -216,8 +216,8 @@ public:
     }
 
 private:
-    MeshByHand m_mesh;
-    TargetsByHand m_targets;
+    PlainMesh m_mesh;
+    PlainTargets m_targets;
     unsigned int m_program;
     int m_clipFromWorld;
     int m_normalMatrix;
@@ -278,7 +278,7 @@ void main()
     glUniform4f(glGetUniformLocation(program, "diffuse"), 0.8F, 0.9F, 1.0F, 1.0F);
     glUniform4f(glGetUniformLocation(program, "specular"), 0.5F, 0.5F, 0.5F, 40.0F);
     glUseProgram(0);
-    const GBufferByHand byHand(data.meshes[0], {GL_RGBA32F, GL_RGBA32F, GL_RGB32F, GL_R32F}, program);
+    const PlainGBuffer plain(data.meshes[0], {GL_RGBA32F, GL_RGBA32F, GL_RGB32F, GL_R32F}, program);
     Texture map;
     const QImage& image = data.images[0];
     map.setImage2D(0, GL_RGBA8, image.width(), image.height(), GL_RGBA, GL_UNSIGNED_BYTE, image.constBits());
@@ -289,7 +289,7 @@ void main()
     compareSides(
         state, Wait::Pixels, [&] { pass.start(nullptr); },
         [&] {
-            byHand.draw({map.textureID(), map.textureID()});
+            plain.draw({map.textureID(), map.textureID()});
         },
         applyBaseState);
 }
@@ -330,30 +330,30 @@ void main()
     outId = float(gl_PrimitiveID) + 1.0;
 })",
                                              attributes, {"outNormal", "outTexCoord", "outId"});
-    const GBufferByHand byHand(data.meshes[0], {GL_RGB32F, GL_RG32F, GL_R32F}, program);
+    const PlainGBuffer plain(data.meshes[0], {GL_RGB32F, GL_RG32F, GL_R32F}, program);
     compareSides(
-        state, Wait::Pixels, [&] { pass.start(nullptr); }, [&] { byHand.draw({}); }, applyBaseState);
+        state, Wait::Pixels, [&] { pass.start(nullptr); }, [&] { plain.draw({}); }, applyBaseState);
 }
 BENCHMARK(drawBatchGBuffer)->Name("GBuffer/1280x720/100000")->Unit(benchmark::kMillisecond);
 
 /// Draws one full-screen triangle with a fragment shader.
-class FullScreenByHand
+class PlainFullScreen
 {
 public:
-    FullScreenByHand(const char* fragment, const std::vector<const char*>& samplers)
+    PlainFullScreen(const char* fragment, const std::vector<const char*>& samplers)
         : m_targets({GL_RGBA}, false)
         , m_program(linkProgram(fullScreenVertexSource, fragment, {}, {"color"}))
     {
         setSamplers(m_program, samplers);
         glGenVertexArrays(1, &m_vertexArray);
     }
-    ~FullScreenByHand()
+    ~PlainFullScreen()
     {
         glDeleteProgram(m_program);
         glDeleteVertexArrays(1, &m_vertexArray);
     }
-    FullScreenByHand(const FullScreenByHand&) = delete;
-    FullScreenByHand& operator=(const FullScreenByHand&) = delete;
+    PlainFullScreen(const PlainFullScreen&) = delete;
+    PlainFullScreen& operator=(const PlainFullScreen&) = delete;
 
     unsigned int program() const { return m_program; }
     void draw(const std::vector<unsigned int>& textures) const
@@ -370,7 +370,7 @@ public:
     }
 
 private:
-    TargetsByHand m_targets;
+    PlainTargets m_targets;
     unsigned int m_program;
     unsigned int m_vertexArray = 0;
 };
@@ -396,7 +396,7 @@ void shadeGBuffer(benchmark::State& state)
     pass.setInput(DeferredRenderPass::TexCoord, gbuffer.output(GBufferRenderPass::TexCoord));
     pass.setInput(DeferredRenderPass::Depth, depth);
 
-    const FullScreenByHand byHand(R"(#version 150
+    const PlainFullScreen plain(R"(#version 150
 uniform sampler2D normals;
 uniform sampler2D depths;
 uniform mat4 camera;
@@ -412,16 +412,16 @@ void main()
     vec4 normal = normalMatrix * texture(normals, uv);
     color = vec4(vec3(dot(normalize(light.xyz - eye.xyz), normal.xyz)), 1.0);
 })",
-                                  {"normals", "depths"});
-    glUseProgram(byHand.program());
-    setMatrix(byHand.program(), "camera", makeCamera());
-    setMatrix(byHand.program(), "normalMatrix", makeCamera().inverted().transposed());
-    setMatrix(byHand.program(), "unproject", makeProjection().inverted().transposed());
+                                {"normals", "depths"});
+    glUseProgram(plain.program());
+    setMatrix(plain.program(), "camera", makeCamera());
+    setMatrix(plain.program(), "normalMatrix", makeCamera().inverted().transposed());
+    setMatrix(plain.program(), "unproject", makeProjection().inverted().transposed());
     glUseProgram(0);
     compareSides(
         state, Wait::Pixels, [&] { pass.start(nullptr); },
         [&] {
-            byHand.draw({nameOf(normal), nameOf(depth)});
+            plain.draw({nameOf(normal), nameOf(depth)});
         },
         applyBaseState);
 }
@@ -445,7 +445,7 @@ void shadeModelGBuffer(benchmark::State& state)
     pass.setInput(ModelDeferredPass::Normal, normal);
     pass.setInput(ModelDeferredPass::Depth, gbuffer.output(ModelRenderPass::Depth));
 
-    const FullScreenByHand byHand(R"(#version 150
+    const PlainFullScreen plain(R"(#version 150
 uniform sampler2D diffuseImage;
 uniform sampler2D specularImage;
 uniform sampler2D normals;
@@ -462,11 +462,11 @@ void main()
                      pow(max(0.0, dot(normal, halfway)), specular.a) * specular.rgb,
                  diffuse.a);
 })",
-                                  {"diffuseImage", "specularImage", "normals"});
+                                {"diffuseImage", "specularImage", "normals"});
     compareSides(
         state, Wait::Pixels, [&] { pass.start(nullptr); },
         [&] {
-            byHand.draw({nameOf(diffuse), nameOf(specular), nameOf(normal)});
+            plain.draw({nameOf(diffuse), nameOf(specular), nameOf(normal)});
         },
         applyBaseState);
 }

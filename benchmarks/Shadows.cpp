@@ -6,8 +6,8 @@
 
 #include <epoxy/gl.h>
 
-#include "support/ByHand.h"
 #include "support/Models.h"
+#include "support/PlainGL.h"
 #include "support/Sides.h"
 #include <Qel/RenderPasses/lighting/ShadowMapRenderPass.h>
 #include <Qel/gl/BufferObject.h>
@@ -51,10 +51,10 @@ unsigned int makeArray()
 
 /// Draws the same maps in plain GL: the scene into each layer, then the horizontal and vertical blur of each
 /// layer, with the shaders of the pass.
-class MapsByHand
+class PlainMaps
 {
 public:
-    explicit MapsByHand(const GPUModel& model)
+    explicit PlainMaps(const GPUModel& model)
         : m_moments(makeArray())
         , m_scratch(makeArray())
         , m_vertexArray(model.drawBuffers(0)->VAO()->getVAO())
@@ -131,7 +131,7 @@ public:
         glBindVertexArray(0);
     }
 
-    ~MapsByHand()
+    ~PlainMaps()
     {
         glDeleteVertexArrays(1, &m_quad);
         glDeleteBuffers(1, &m_corners);
@@ -143,8 +143,8 @@ public:
         glDeleteProgram(m_program);
         glDeleteProgram(m_blurProgram);
     }
-    MapsByHand(const MapsByHand&) = delete;
-    MapsByHand& operator=(const MapsByHand&) = delete;
+    PlainMaps(const PlainMaps&) = delete;
+    PlainMaps& operator=(const PlainMaps&) = delete;
 
     void draw(const ShadowMapManager::RenderData& data) const
     {
@@ -230,7 +230,7 @@ void ShadowMaps(benchmark::State& state)
     const auto* data = qobject_cast<const ShadowMapManager::RenderData*>(
         pass.output(ShadowMapRenderPass::ShadowMapData).value<QObject*>());
     {
-        const MapsByHand maps(model);
+        const PlainMaps maps(model);
         compareSides(
             state, Wait::Pixels, [&] { pass.start(nullptr); }, [&] { maps.draw(*data); });
     }

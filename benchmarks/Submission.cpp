@@ -5,7 +5,7 @@
 
 #include <epoxy/gl.h>
 
-#include "support/ByHand.h"
+#include "support/PlainGL.h"
 #include "support/Sides.h"
 #include <Qel/RenderPasses/framework/ShaderRenderPass.h>
 #include <Qel/gl/BufferObject.h>
@@ -77,7 +77,7 @@ void main() { gl_Position = vec4(va_Vertex, 1.0); vo_TexCoord = va_TexCoord; })"
     const unsigned int vertexArray = batch->VAO()->getVAO();
 
     const auto library = [&] { pass.start(nullptr); };
-    const auto byHand = [&] {
+    const auto plain = [&] {
         glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
         glFramebufferTexture(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, target->textureID(), 0);
         constexpr GLenum drawBuffer = GL_COLOR_ATTACHMENT0;
@@ -102,7 +102,7 @@ void main() { gl_Position = vec4(va_Vertex, 1.0); vo_TexCoord = va_TexCoord; })"
         glUseProgram(0);
         glBindFramebuffer(GL_FRAMEBUFFER, 0);
     };
-    compareSides(state, Wait::Submission, library, byHand);
+    compareSides(state, Wait::Submission, library, plain);
     glDeleteProgram(program);
     glDeleteFramebuffers(1, &framebuffer);
     context->makeCurrent();
@@ -200,7 +200,7 @@ void main() { out_FragColor = vec4(getKd(), getD()); })"_s,
     instances.uploadBytes(blocks.data(), static_cast<qsizetype>(blocks.size()), GL_STATIC_DRAW);
 
     const auto library = [&] { model.draw(&program, 0, 0, WindingType::CounterClockwise); };
-    const auto byHand = [&] {
+    const auto plain = [&] {
         glFrontFace(GL_CCW);
         glBindBufferRange(GL_UNIFORM_BUFFER, UniformBlocks::objMaterial, instances.getBO(), 0, 32);
         for (int i = 0; i < numBatches; ++i) {
@@ -212,9 +212,9 @@ void main() { out_FragColor = vec4(getKd(), getD()); })"_s,
         }
         glBindVertexArray(0);
     };
-    compareSides(state, Wait::Submission, library, byHand);
+    compareSides(state, Wait::Submission, library, plain);
     state.counters["extra_us_per_batch"] =
-        (state.counters["library_us"].value - state.counters["by_hand_us"].value) / numBatches;
+        (state.counters["library_us"].value - state.counters["plain_gl_us"].value) / numBatches;
 }
 BENCHMARK(SubmitModel)->Arg(1)->Arg(100)->Arg(1000);
 

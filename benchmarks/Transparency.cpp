@@ -12,7 +12,7 @@
 
 #include <epoxy/gl.h>
 
-#include "support/ByHand.h"
+#include "support/PlainGL.h"
 #include "support/Sides.h"
 #include <Qel/RenderPasses/lighting/TransparencyRenderPass.h>
 #include <Qel/gl/BufferObject.h>
@@ -101,10 +101,10 @@ void main()
 
 /// The model's batches and the render targets in plain GL, never deleted. Vertex arrays and indices are those
 /// of the uploaded model.
-class ByHand
+class PlainTransparency
 {
 public:
-    ByHand(const ModelData& data, const GPUModel& model, const QSize& size)
+    PlainTransparency(const ModelData& data, const GPUModel& model, const QSize& size)
         : m_size(size)
     {
         for (const QImage& image : data.images) {
@@ -302,19 +302,19 @@ void compareTransparency(benchmark::State& state, Wait wait, const ModelData& da
     pass.setInput(TransparencyRenderPass::Geometry, QVariant::fromValue(&model));
     applyBaseState();
     pass.start(nullptr);
-    const ByHand byHand(data, model, size);
-    byHand.draw(projection, camera);
+    const PlainTransparency plain(data, model, size);
+    plain.draw(projection, camera);
     auto* frame = qobject_cast<Texture*>(pass.output(TransparencyRenderPass::Frame).value<QObject*>());
     const std::vector<float> drawn = readTexels(frame->textureID(), size);
-    const std::vector<float> drawnByHand = readTexels(byHand.texture(), size);
+    const std::vector<float> drawnPlain = readTexels(plain.texture(), size);
     for (size_t i = 0; i < drawn.size(); ++i) {
-        if (!(std::abs(drawn[i] - drawnByHand[i]) < 1e-3F)) {
+        if (!(std::abs(drawn[i] - drawnPlain[i]) < 1e-3F)) {
             state.SkipWithError("the two sides draw different images");
             return;
         }
     }
     compareSides(
-        state, wait, [&] { pass.start(nullptr); }, [&] { byHand.draw(projection, camera); }, applyBaseState);
+        state, wait, [&] { pass.start(nullptr); }, [&] { plain.draw(projection, camera); }, applyBaseState);
 }
 
 /// Draws the example scene, with its transparent curtains and leaves.

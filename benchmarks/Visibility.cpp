@@ -1,4 +1,4 @@
-// Building fragment lists against the same draw by hand, and the cost of sorting by the number of layers.
+// Building fragment lists against the same draw in plain GL, and the cost of sorting by the number of layers.
 
 #include <QMatrix4x4>
 #include <QRect>
@@ -11,8 +11,8 @@
 
 #include <epoxy/gl.h>
 
-#include "support/ByHand.h"
 #include "support/Models.h"
+#include "support/PlainGL.h"
 #include "support/Sides.h"
 #include <Qel/RenderPasses/visibility/VisibilityBufferRenderPass.h>
 #include <Qel/RenderPasses/visibility/VisibilitySortRenderPass.h>
@@ -41,13 +41,13 @@ ModelData makeRing()
 
 /// Builds the same lists in plain GL, without clearing the nodes: lists that are only read from their head
 /// pointers do not need it.
-class ListsByHand
+class PlainLists
 {
 public:
-    ListsByHand(int width, int height);
-    ~ListsByHand();
-    ListsByHand(const ListsByHand&) = delete;
-    ListsByHand& operator=(const ListsByHand&) = delete;
+    PlainLists(int width, int height);
+    ~PlainLists();
+    PlainLists(const PlainLists&) = delete;
+    PlainLists& operator=(const PlainLists&) = delete;
 
     void draw(unsigned int vertexArray, unsigned int indices, int count);
     ShaderProgram& program() { return m_program; }
@@ -61,7 +61,7 @@ private:
     unsigned int m_counter = 0;
 };
 
-ListsByHand::ListsByHand(int width, int height)
+PlainLists::PlainLists(int width, int height)
     : m_width(width)
     , m_height(height)
 {
@@ -105,14 +105,14 @@ void main()
     glBufferData(GL_ATOMIC_COUNTER_BUFFER, 4, nullptr, GL_DYNAMIC_DRAW);
 }
 
-ListsByHand::~ListsByHand()
+PlainLists::~PlainLists()
 {
     glDeleteBuffers(1, &m_counter);
     glDeleteFramebuffers(2, m_framebuffers.data());
     glDeleteTextures(4, m_textures.data());
 }
 
-void ListsByHand::draw(unsigned int vertexArray, unsigned int indices, int count)
+void PlainLists::draw(unsigned int vertexArray, unsigned int indices, int count)
 {
     constexpr std::array<unsigned int, 4> zeroes{};
     glMemoryBarrier(GL_FRAMEBUFFER_BARRIER_BIT | GL_BUFFER_UPDATE_BARRIER_BIT);
@@ -156,7 +156,7 @@ void BuildFragmentLists(benchmark::State& state)
     pass.setInput(VisibilityBufferRenderPass::CameraMatrix, camera);
     pass.setInput(VisibilityBufferRenderPass::Geometry, QVariant::fromValue(&model));
 
-    ListsByHand lists(width, height);
+    PlainLists lists(width, height);
     lists.program().setUniform(u"u_ProjectionMatrix"_s, projection);
     lists.program().setUniform(u"u_CameraMatrix"_s, camera);
     lists.program().setUniform(u"u_ModelMatrix"_s, QMatrix4x4());

@@ -36,22 +36,22 @@ double median(std::vector<double>& values)
 }
 
 void compareSides(benchmark::State& state, Wait wait, const std::function<void()>& library,
-                  const std::function<void()>& byHand, const std::function<void()>& prepare)
+                  const std::function<void()>& plainGL, const std::function<void()>& prepare)
 {
     constexpr int warmUps = 3;
     for (int i = 0; i < warmUps; ++i) {
         microseconds(wait, prepare, library);
-        microseconds(wait, prepare, byHand);
+        microseconds(wait, prepare, plainGL);
     }
     std::vector<double> libraryTimes;
-    std::vector<double> byHandTimes;
+    std::vector<double> plainTimes;
     for ([[maybe_unused]] auto iteration : state) {
         // The sides also alternate in which one runs first.
         if (libraryTimes.size() % 2 == 0) {
             libraryTimes.push_back(microseconds(wait, prepare, library));
-            byHandTimes.push_back(microseconds(wait, prepare, byHand));
+            plainTimes.push_back(microseconds(wait, prepare, plainGL));
         } else {
-            byHandTimes.push_back(microseconds(wait, prepare, byHand));
+            plainTimes.push_back(microseconds(wait, prepare, plainGL));
             libraryTimes.push_back(microseconds(wait, prepare, library));
         }
     }
@@ -61,10 +61,10 @@ void compareSides(benchmark::State& state, Wait wait, const std::function<void()
     glBindFramebuffer(GL_FRAMEBUFFER, 0);
     OpenGLDeviceContext::current()->makeCurrent();
     const double libraryMedian = median(libraryTimes);
-    const double byHandMedian = median(byHandTimes);
+    const double plainMedian = median(plainTimes);
     state.counters["library_us"] = libraryMedian;
-    state.counters["by_hand_us"] = byHandMedian;
-    state.counters["ratio"] = libraryMedian / byHandMedian;
+    state.counters["plain_gl_us"] = plainMedian;
+    state.counters["ratio"] = libraryMedian / plainMedian;
 }
 
 } // namespace Morvane::Qel::Bench

@@ -21,7 +21,7 @@ enum class Wait
 /// before each side and is not timed.
 void compareSides(
     benchmark::State& state, Wait wait, const std::function<void()>& library,
-    const std::function<void()>& byHand, const std::function<void()>& prepare = [] {});
+    const std::function<void()>& plainGL, const std::function<void()>& prepare = [] {});
 
 /// Returns the median of one or more values, and reorders them.
 double median(std::vector<double>& values);

@@ -44,8 +44,8 @@ int main(int argc, char** argv)
         return fail("usage: qel-embedding MODEL OUTPUT.png");
     }
 
-    // An application with a window makes its own context current instead and passes it to
-    // OpenGLDeviceContext.
+    // An application with a window makes its own GL context current instead, creates an OpenGLDeviceContext
+    // and calls makeCurrent on it.
     QString error;
     const auto context = HeadlessContext::create({}, &error);
     if (!context) {

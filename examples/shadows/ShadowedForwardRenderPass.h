@@ -11,8 +11,8 @@ class GPUModel;
 class ShadowMapRenderData;
 } // namespace Morvane::Qel
 
-/// Draws a model with the Blinn-Phong model, lit by the lights of a shadow map record and by an even ambient
-/// light. Shadows come from the moments in the record's maps by Chebyshev's inequality (W. Donnelly,
+/// Draws a model with the Blinn-Phong model, lit by the lights of a shadow map record and by constant
+/// ambient light. Shadows come from the moments in the record's maps by Chebyshev's inequality (W. Donnelly,
 /// A. Lauritzen: Variance shadow maps, 2006); light bleeding is cut off (A. Lauritzen: Summed-area variance
 /// shadow maps, GPU Gems 3, 2007).
 ///

@@ -8,9 +8,7 @@
 namespace Morvane::Qel::Test {
 namespace {
 
-class GradientRenderPassTest : public GLTest
-{
-};
+using GradientRenderPassTest = GLTest;
 
 TEST_F(GradientRenderPassTest, InterpolatesBetweenTheColoursAtPixelCentres)
 {
@@ -36,16 +34,9 @@ TEST_F(GradientRenderPassTest, FillsWithTheTopColourWithoutABottomColour)
     EXPECT_TRUE(equal(pass.render({QRect(0, 0, 3, 2), QColor(51, 102, 204, 7), {}}), expected));
 
     // Without a top colour the texture keeps its contents.
-    const Texture* before = pass.texture();
     EXPECT_TRUE(equal(pass.render({QRect(0, 0, 3, 2), {}, {}}), expected));
-    EXPECT_EQ(pass.texture(), before);
-    EXPECT_EQ(pass->errorCode(), 0U);
-}
-
-TEST_F(GradientRenderPassTest, PublishesAnEmptyTextureWithoutAViewport)
-{
-    Runner<GradientRenderPass> pass;
-    pass.run();
+    // Without a viewport it is empty.
+    pass.run({{}, {}, {}});
     ASSERT_TRUE(pass.texture());
     EXPECT_EQ(pass.texture()->size(), QSize(0, 0));
 }

@@ -1,5 +1,4 @@
 #include <QColor>
-#include <QDir>
 #include <QFile>
 #include <QImage>
 #include <QTemporaryDir>
@@ -45,60 +44,44 @@ Pixels load(Runner<TextureLoaderRenderPass>& pass, const QString& file)
 
 TEST_F(TextureLoaderRenderPassTest, ConvertsEveryPixelFormat)
 {
-    // Images with rows that need padding in formats of fewer than 32 bits.
+    // Rows that need padding in formats of fewer than 32 bits.
     QImage colours(5, 3, QImage::Format_ARGB32);
     for (int i = 0; i < 15; ++i) {
         colours.setPixel(i % 5, i / 5, qRgba(i * 17, 255 - i * 16, i * 5, 255 - i % 5 * 50));
     }
     Runner<TextureLoaderRenderPass> pass;
     for (const QImage::Format format :
-         {QImage::Format_Mono, QImage::Format_MonoLSB, QImage::Format_Indexed8, QImage::Format_RGB32,
-          QImage::Format_ARGB32, QImage::Format_RGB16, QImage::Format_RGB555, QImage::Format_RGB888,
-          QImage::Format_RGBA8888, QImage::Format_Grayscale8, QImage::Format_Grayscale16,
-          QImage::Format_RGBX64, QImage::Format_RGBA64}) {
+         {QImage::Format_Mono, QImage::Format_Indexed8, QImage::Format_ARGB32, QImage::Format_RGB16,
+          QImage::Format_RGB888, QImage::Format_Grayscale8, QImage::Format_RGBA64}) {
         const QImage image = colours.convertToFormat(format);
         const QString file = path(u"%1.png"_s.arg(format));
         ASSERT_TRUE(image.save(file));
         EXPECT_TRUE(equal(load(pass, file), upsideDown(image))) << format;
     }
-    colours = colours.convertToFormat(QImage::Format_RGB32);
-    for (const QString& format : {u"bmp"_s, u"ppm"_s, u"xpm"_s}) {
-        ASSERT_TRUE(colours.save(path(u"image."_s + format)));
-        EXPECT_TRUE(equal(load(pass, path(u"image."_s + format)), upsideDown(colours))) << qPrintable(format);
-    }
     EXPECT_TRUE(notices().isEmpty());
-}
-
-TEST_F(TextureLoaderRenderPassTest, LoadsSizesUpToTheDriversLimit)
-{
-    const int limit = context().maxTextureSize();
-    Runner<TextureLoaderRenderPass> pass;
-    for (const QSize& size :
-         {QSize(1, 1), QSize(7, 1), QSize(limit, 1), QSize(2, limit), QSize(limit + 1, 1)}) {
-        QImage image(size, QImage::Format_Mono);
-        image.fill(0);
-        image.setPixel(0, 0, 1);
-        const QString file = path(u"%1x%2.png"_s.arg(size.width()).arg(size.height()));
-        ASSERT_TRUE(image.save(file));
-        EXPECT_TRUE(equal(load(pass, file), size.width() > limit ? white : upsideDown(image)));
-    }
-    ASSERT_EQ(notices().size(), 1);
-    EXPECT_TRUE(notices()[0].contains(
-        u"has %1x1 pixels, more than the driver's limit of %2"_s.arg(limit + 1).arg(limit)));
 }
 
 TEST_F(TextureLoaderRenderPassTest, ReportsOnceWhyAFileIsNotLoaded)
 {
-    QFile text(path(u"text.png"_s));
-    ASSERT_TRUE(text.open(QIODevice::WriteOnly));
-    text.write("not an image\n");
-    text.close();
-    ASSERT_TRUE(QDir(path({})).mkdir(u"folder.png"_s));
+    const int limit = context().maxTextureSize();
     Runner<TextureLoaderRenderPass> pass;
+    for (const int width : {limit, limit + 1}) {
+        QImage image(width, 1, QImage::Format_Mono);
+        image.fill(0);
+        image.setPixel(0, 0, 1);
+        ASSERT_TRUE(image.save(path(u"%1.png"_s.arg(width))));
+        EXPECT_TRUE(
+            equal(load(pass, path(u"%1.png"_s.arg(width))), width > limit ? white : upsideDown(image)));
+    }
+    QFile text(path(u"text.png"_s));
+    ASSERT_TRUE(text.open(QIODevice::WriteOnly) && text.write("not an image\n") > 0);
+    text.close();
     qsizetype numNotices = 0;
     for (const auto& [name, reason] :
-         {std::pair(u"text.png"_s, u"cannot be read as an image: "_s),
-          std::pair(u"folder.png"_s, u"is not a file"_s), std::pair(u"missing.png"_s, u"does not exist"_s)}) {
+         {std::pair(u"%1.png"_s.arg(limit + 1),
+                    u"has %1x1 pixels, more than the driver's limit of %2"_s.arg(limit + 1).arg(limit)),
+          std::pair(u"text.png"_s, u"cannot be read as an image: "_s), std::pair(u"."_s, u"is not a file"_s),
+          std::pair(u"missing.png"_s, u"does not exist"_s)}) {
         EXPECT_TRUE(equal(load(pass, path(name)), white)) << qPrintable(name);
         EXPECT_TRUE(equal(load(pass, path(name)), white)) << qPrintable(name);
         ASSERT_EQ(notices().size(), ++numNotices) << qPrintable(name);
@@ -113,7 +96,6 @@ TEST_F(TextureLoaderRenderPassTest, LoadsOnlyWhenThePathChanges)
     Texture* texture = pass.texture();
     ASSERT_TRUE(texture);
     EXPECT_TRUE(texture->size().isEmpty());
-    EXPECT_TRUE(notices().isEmpty());
 
     const QString file = path(u"mit Leerzeichen und Ümläuten 漢字.png"_s);
     QImage image(4, 4, QImage::Format_ARGB32);
@@ -126,7 +108,6 @@ TEST_F(TextureLoaderRenderPassTest, LoadsOnlyWhenThePathChanges)
     // Another image in the texture shows that nothing is uploaded again.
     const Pixels mark = Pixels::filled(4, 4, {1, 0, 1, 0});
     texture->setImage2D(0, GL_RGBA, 4, 4, GL_RGBA, GL_FLOAT, mark.values.data());
-    ASSERT_TRUE(QFile::remove(file));
     EXPECT_TRUE(equal(load(pass, file), mark));
     EXPECT_TRUE(notices().isEmpty());
     EXPECT_TRUE(equal(load(pass, {}), white)) << "a path that is unset again";

@@ -1,5 +1,3 @@
-#include <QColor>
-
 #include <tuple>
 #include <vector>
 
@@ -16,9 +14,8 @@ namespace Morvane::Qel::Test {
 
 namespace {
 
-class Pass : public RenderPassHelper
+struct Pass : RenderPassHelper
 {
-public:
     using RenderPassHelper::declarePorts;
     using RenderPassHelper::m_inputs;
     using RenderPassHelper::m_outputs;
@@ -28,19 +25,16 @@ using Message = std::pair<QtMsgType, QString>;
 std::vector<Message> received;
 
 /// Records the messages of a test with their levels.
-class CoreTest : public testing::Test
+struct CoreTest : testing::Test
 {
-protected:
     CoreTest()
-        : m_previous(qInstallMessageHandler([](QtMsgType type, const QMessageLogContext&,
-                                               const QString& text) { received.emplace_back(type, text); }))
     {
         received.clear();
+        qInstallMessageHandler([](QtMsgType type, const QMessageLogContext&, const QString& text) {
+            received.emplace_back(type, text);
+        });
     }
-    ~CoreTest() override { qInstallMessageHandler(m_previous); }
-
-private:
-    QtMessageHandler m_previous;
+    ~CoreTest() override { qInstallMessageHandler(nullptr); }
 };
 
 TEST_F(CoreTest, PortsKeepTheirOrderAndTheirDefaultsApartFromTheirValues)
@@ -50,54 +44,41 @@ TEST_F(CoreTest, PortsKeepTheirOrderAndTheirDefaultsApartFromTheirValues)
     description.outputs = {{u"Qel_int_Second"_s, {}}, {u"Qel_int_First"_s, {}}};
     Pass pass;
     pass.declarePorts(description);
-    pass.addInput(u"Qel_QColor_M"_s, QColor(1, 2, 3));
+    pass.addInput(u"Qel_int_M"_s, 7);
     pass.addOutput(u"Qel_int_Third"_s);
-
-    RenderPass& host = pass;
-    QStringList inputs;
-    for (int i = 0; i < host.numInputs(); ++i) {
-        inputs.append(host.inputName(i));
-        EXPECT_EQ(pass.m_inputs[static_cast<size_t>(i)].value, host.defaultValue(i)) << i;
+    const std::vector<std::pair<QString, QVariant>> inputs{
+        {u"Qel_float_Z"_s, 2.5F}, {u"Qel_QelTexture*_A"_s, {}}, {u"Qel_int_M"_s, 7}};
+    for (int i = 0; i < 3; ++i) {
+        const auto& [name, value] = inputs[static_cast<size_t>(i)];
+        EXPECT_EQ(pass.inputName(i), name);
+        EXPECT_EQ(pass.defaultValue(i), value);
+        EXPECT_EQ(pass.m_inputs[static_cast<size_t>(i)].value, value);
+        EXPECT_EQ(pass.findInput(name), i);
     }
-    EXPECT_EQ(inputs, QStringList({u"Qel_float_Z"_s, u"Qel_QelTexture*_A"_s, u"Qel_QColor_M"_s}));
-    EXPECT_EQ(host.defaultValue(0), QVariant(2.5F));
-    EXPECT_FALSE(host.defaultValue(1).isValid());
-    QStringList outputs;
-    for (int i = 0; i < host.numOutputs(); ++i) {
-        outputs.append(host.outputName(i));
-        EXPECT_FALSE(host.output(i).isValid()) << i;
-    }
-    EXPECT_EQ(outputs, QStringList({u"Qel_int_Second"_s, u"Qel_int_First"_s, u"Qel_int_Third"_s}));
-
-    host.setInput(0, 9.0F);
-    EXPECT_EQ(host.defaultValue(0), QVariant(2.5F));
-    host.setDefaultValue(0, 4.0F);
-    EXPECT_EQ(host.defaultValue(0), QVariant(4.0F));
-    EXPECT_EQ(pass.m_inputs[0].value, QVariant(9.0F));
-    pass.m_outputs[1].value = 5;
-    EXPECT_EQ(host.output(1), QVariant(5));
-
-    // Resetting the user counts leaves values and error code alone.
-    host.setErrorCode(0xFFFFFFFFU);
-    host.setNumOutputUsers(0, 2);
-    host.setNumOutputUsers(1, 3);
-    EXPECT_EQ(pass.m_outputs[0].users, 2);
-    EXPECT_EQ(pass.m_outputs[1].users, 3);
-    host.resetNumOutputUsers();
-    EXPECT_EQ(pass.m_outputs[0].users, 0);
-    EXPECT_EQ(pass.m_outputs[1].users, 0);
-    EXPECT_EQ(host.output(1), QVariant(5));
-    EXPECT_EQ(host.errorCode(), 0xFFFFFFFFU);
-
-    // Names are found exactly, inputs apart from outputs.
-    pass.addInput(u"Qel_qcolor_M"_s);
-    EXPECT_EQ(pass.findInput(u"Qel_QColor_M"_s), 2);
-    EXPECT_EQ(pass.findInput(u"Qel_qcolor_M"_s), 3);
+    EXPECT_EQ(pass.outputName(0), u"Qel_int_Second"_s);
+    EXPECT_EQ(pass.outputName(2), u"Qel_int_Third"_s);
     EXPECT_EQ(pass.findOutput(u"Qel_int_First"_s), 1);
-    for (const QString& name : {u"Qel_QColor_m"_s, u"Qel_QColor_"_s, u"Qel_int_First"_s, QString()}) {
+    // Names are found exactly, inputs apart from outputs.
+    for (const QString& name : {u"Qel_int_m"_s, u"Qel_int_"_s, u"Qel_int_First"_s, QString()}) {
         EXPECT_EQ(pass.findInput(name), -1) << qPrintable(name);
     }
-    EXPECT_EQ(pass.findOutput(u"Qel_QColor_M"_s), -1);
+    EXPECT_EQ(pass.findOutput(u"Qel_int_M"_s), -1);
+
+    pass.setInput(0, 9.0F);
+    EXPECT_EQ(pass.defaultValue(0), QVariant(2.5F));
+    pass.setDefaultValue(0, 4.0F);
+    EXPECT_EQ(pass.defaultValue(0), QVariant(4.0F));
+    EXPECT_EQ(pass.m_inputs[0].value, QVariant(9.0F));
+
+    // Resetting the user counts leaves values and error code alone.
+    pass.m_outputs[1].value = 5;
+    pass.setErrorCode(0xFFFFFFFFU);
+    pass.setNumOutputUsers(1, 3);
+    EXPECT_EQ(pass.m_outputs[1].users, 3);
+    pass.resetNumOutputUsers();
+    EXPECT_EQ(pass.m_outputs[1].users, 0);
+    EXPECT_EQ(pass.output(1), QVariant(5));
+    EXPECT_EQ(pass.errorCode(), 0xFFFFFFFFU);
 }
 
 TEST_F(CoreTest, PointersAreReadTypedAndAsObjects)
@@ -112,10 +93,8 @@ TEST_F(CoreTest, PointersAreReadTypedAndAsObjects)
     };
     EXPECT_EQ(read(QVariant::fromValue(&texture)), &texture);
     EXPECT_EQ(read(QVariant::fromValue<QObject*>(&texture)), &texture);
-    for (const QVariant& other :
-         {QVariant::fromValue<QObject*>(&batch), QVariant::fromValue(&batch),
-          QVariant::fromValue<Texture*>(nullptr), QVariant::fromValue<QObject*>(nullptr),
-          QVariant::fromValue<void*>(&texture), QVariant(), QVariant(1), QVariant(u"texture"_s)}) {
+    for (const QVariant& other : {QVariant::fromValue<QObject*>(&batch), QVariant::fromValue(&batch),
+                                  QVariant::fromValue<void*>(&texture), QVariant(), QVariant(1)}) {
         EXPECT_EQ(read(other), nullptr) << other.typeName();
     }
     // Hosts that look the types up by name get the same ones.
@@ -140,11 +119,10 @@ TEST_F(CoreTest, IndicesThatDoNotExistReadAsEmptyAndAreReportedWhenWritten)
         pass.setNumOutputUsers(index, 10);
         ASSERT_EQ(received.size(), 3U);
         for (size_t i = 0; i < 3; ++i) {
-            const QString kind = i < 2 ? u"input"_s : u"output"_s;
             EXPECT_EQ(received[i].first, QtCriticalMsg);
+            const QString kind = i < 2 ? u"input"_s : u"output"_s;
             EXPECT_TRUE(
-                received[i].second.endsWith(u"there is no %1 %2; the pass has 1"_s.arg(kind).arg(index)))
-                << qPrintable(received[i].second);
+                received[i].second.contains(u"there is no %1 %2; the pass has 1"_s.arg(kind).arg(index)));
         }
         received.clear();
     }
@@ -161,15 +139,14 @@ TEST_F(CoreTest, MessagesHaveTheirFormatsAndLevels)
     logFailedCheck("Core/B", 15, "i %2 == 0", u"%1 is odd"_s);
     EXPECT_TRUE(QEL_CHECK("Core/C", ++numEvaluations == 1, u"fine"_s));
     const int line = __LINE__ + 1;
-    EXPECT_FALSE(QEL_CHECK("Core/C", ++numEvaluations > 2, u"Unhandled depth format"_s));
+    EXPECT_FALSE(QEL_CHECK("Core/C", ++numEvaluations > 2, u"off"_s));
     EXPECT_EQ(numEvaluations, 2);
     const std::vector<Message> expected{
         {QtDebugMsg, u"[Core/A:12] 100 %s of "_s + QChar(0x00b5)},
         {QtInfoMsg, u"[Core/A:13] notice"_s},
         {QtCriticalMsg, u"[Core/B:14] broken"_s},
         {QtCriticalMsg, u"[Core/B:15] [ !! ] Assertion 'i %2 == 0' failed: %1 is odd"_s},
-        {QtCriticalMsg,
-         u"[Core/C:%1] [ !! ] Assertion '++numEvaluations > 2' failed: Unhandled depth format"_s.arg(line)},
+        {QtCriticalMsg, u"[Core/C:%1] [ !! ] Assertion '++numEvaluations > 2' failed: off"_s.arg(line)},
     };
     EXPECT_EQ(received, expected);
 }
@@ -177,9 +154,7 @@ TEST_F(CoreTest, MessagesHaveTheirFormatsAndLevels)
 TEST_F(CoreTest, PortNamesAreSplit)
 {
     for (const auto& [fullName, type, name] : std::vector<std::tuple<QString, QString, QString>>{
-             {u"Qel_QelTexture*_FrameA"_s, u"QelTexture*"_s, u"FrameA"_s},
-             {u"Qel_QList_QelShadowMapManagerLight*_Lights"_s, u"QList_QelShadowMapManagerLight*"_s,
-              u"Lights"_s},
+             {u"Qel_QList_QelLight*_Lights"_s, u"QList_QelLight*"_s, u"Lights"_s},
              {u"Qel_QelDrawBuffers*_"_s, u"QelDrawBuffers*"_s, {}},
              {u"Int_BlendMode"_s, u"int"_s, u"BlendMode"_s},
              // Names of another form.

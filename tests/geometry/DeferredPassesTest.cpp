@@ -55,19 +55,14 @@ Pixels greys(const Pixels& normals, const Pixels& depths, const QMatrix4x4& proj
     });
 }
 
-struct Matrices
-{
-    QMatrix4x4 projection;
-    QMatrix4x4 camera;
-};
+using Matrices = std::pair<QMatrix4x4, QMatrix4x4>;
 
-/// Neither rigid nor affine, so that the normal's w contributes.
+/// A projection and a camera, neither rigid nor affine, so that the normal's w contributes.
 Matrices makeSkewedMatrices()
 {
-    Matrices skewed;
-    skewed.projection.frustum(-2, 3, -1, 2, 1, 40);
-    skewed.camera = QMatrix4x4(2, 0.3F, 0, 4, 0, 1, -0.5F, 2, 0.2F, 0, 1.5F, -3, 0.01F, 0.002F, 0, 1);
-    return skewed;
+    QMatrix4x4 projection;
+    projection.frustum(-2, 3, -1, 2, 1, 40);
+    return {projection, QMatrix4x4(2, 0.3F, 0, 4, 0, 1, -0.5F, 2, 0.2F, 0, 1.5F, -3, 0.01F, 0.002F, 0, 1)};
 }
 
 using DeferredPassesTest = ScopedGLTest;
@@ -78,21 +73,26 @@ TEST_F(DeferredPassesTest, GreyIsTheCosineAtThePositionFromTheTransposedInverse)
     const Pixels depths = Pixels::noise(width, height, 1);
     const auto normalTexture = makeTexture(normals, GL_RGBA32F);
     const auto depthTexture = makeTexture(depths, GL_R32F);
-    Matrices perspective;
-    perspective.projection.perspective(50.0F, 4.0F / 3.0F, 0.5F, 400.0F);
-    perspective.camera.lookAt({40, 30, 50}, {0, 0, 0}, {0, 1, 0});
     // A projection without an inverse counts as the identity.
-    Matrices flat;
-    flat.projection.scale(1, 1, 0);
-    for (const Matrices& m : {Matrices(), perspective, makeSkewedMatrices(), flat}) {
+    QMatrix4x4 flat;
+    flat.scale(1, 1, 0);
+    const Matrices skewed = makeSkewedMatrices();
+    for (const auto& [projection, camera] : {skewed, Matrices(flat, skewed.second)}) {
         Runner<DeferredRenderPass> pass;
-        const Pixels expected = greys(normals, depths, m.projection, m.camera);
-        // The texture coordinate has no effect.
-        for (const Input& texCoord : {Input(nullptr), Input(normalTexture)}) {
-            EXPECT_TRUE(
-                equal(pass.render({viewport, m.projection, m.camera, normalTexture, texCoord, depthTexture}),
-                      expected, halfStep));
-        }
+        const auto check = [&, &p = projection, &c = camera](const Input& normal, const Input& depth,
+                                                             const Pixels& shownNormals,
+                                                             const Pixels& shownDepths) {
+            // The texture coordinate has no effect.
+            for (const Input& texCoord : {Input(nullptr), Input(normalTexture)}) {
+                EXPECT_TRUE(equal(pass.render({viewport, p, c, normal, texCoord, depth}),
+                                  greys(shownNormals, shownDepths, p, c), halfStep));
+            }
+        };
+        check(normalTexture, depthTexture, normals, depths);
+        // Only a missing depth makes the fallback: where nothing is bound, the normal's w is 1, later 0.
+        check(nullptr, depthTexture, everywhere({0, 0, 0, 1}), depths);
+        check(normalTexture, nullptr, normals, everywhere({}));
+        check(nullptr, depthTexture, everywhere({}), depths);
     }
 }
 
@@ -104,96 +104,60 @@ TEST_F(DeferredPassesTest, TheDocumentedMatricesPutTheLightAtItsPosition)
     floor.normals.assign(4, {0, 1, 0});
     const Scene scene(makeModelData(floor));
     const GPUModel model(scene.data());
-    const QSize size(width, height);
-    for (const View& projection :
-         {View::perspective(size, 60.0F, 1.0F, 500.0F), View::orthographic(size, 80, 60, 1, 500)}) {
-        const View view = projection.from({60, 130, 230}, {100, 40, 100});
-        Runner<GBufferRenderPass> gbuffer;
-        gbuffer.run(view.inputs({model.drawBuffers(0)}));
-        QMatrix4x4 toDepth;
-        toDepth.translate(0, 0, 0.5F);
-        toDepth.scale(1, 1, 0.5F);
-        Runner<DeferredRenderPass> pass;
-        const Pixels actual =
-            pass.render({view.viewport(), (toDepth * view.projection * view.camera).transposed(),
-                         QMatrix4x4(), gbuffer.take(0), gbuffer.take(1), gbuffer.take(2)});
-        EXPECT_TRUE(equal(
-            actual,
-            scene.image(view,
-                        [](const Hit* hit) {
-                            const float grey =
-                                hit ? (QVector3D(100, 100, 100) - hit->position).normalized().y() : 0.0F;
-                            return QVector4D(grey, grey, grey, 1);
-                        }),
-            halfStep));
-    }
-}
-
-TEST_F(DeferredPassesTest, OnlyAMissingDepthMakesTheFallback)
-{
-    // With these matrices the normal's w contributes: 1 where nothing is bound, 0 in the fallback.
-    const auto [projection, camera] = makeSkewedMatrices();
-    const Pixels normals = makeNormals();
-    const Pixels depths = Pixels::noise(width, height, 1);
-    const auto normalTexture = makeTexture(normals, GL_RGBA32F);
-    const auto depthTexture = makeTexture(depths, GL_R32F);
+    const View view =
+        View::perspective({width, height}, 60.0F, 1.0F, 500.0F).from({60, 130, 230}, {100, 40, 100});
+    Runner<GBufferRenderPass> gbuffer;
+    gbuffer.run(view.inputs({model.drawBuffers(0)}));
+    QMatrix4x4 toDepth;
+    toDepth.translate(0, 0, 0.5F);
+    toDepth.scale(1, 1, 0.5F);
     Runner<DeferredRenderPass> pass;
-    const auto render = [&](const Input& normal, const Input& depth) {
-        return pass.render({viewport, projection, camera, normal, nullptr, depth});
-    };
-    EXPECT_TRUE(equal(render(nullptr, depthTexture),
-                      greys(everywhere({0, 0, 0, 1}), depths, projection, camera), halfStep));
-    EXPECT_TRUE(
-        equal(render(normalTexture, nullptr), greys(normals, everywhere({}), projection, camera), halfStep));
-    EXPECT_TRUE(
-        equal(render(nullptr, depthTexture), greys(everywhere({}), depths, projection, camera), halfStep));
+    EXPECT_TRUE(equal(pass.render({viewport, (toDepth * view.projection * view.camera).transposed(),
+                                   QMatrix4x4(), gbuffer.take(0), gbuffer.take(1), gbuffer.take(2)}),
+                      scene.image(view,
+                                  [](const Hit* hit) {
+                                      const float grey =
+                                          hit ? (QVector3D(100, 100, 100) - hit->position).normalized().y()
+                                              : 0.0F;
+                                      return QVector4D(grey, grey, grey, 1);
+                                  }),
+                      halfStep));
 }
 
 TEST_F(DeferredPassesTest, MaterialsAreShadedByBlinnPhong)
 {
-    const auto material = [](int x, int y) {
-        MaterialData m;
-        m.kd = {0.1F * static_cast<float>(x), 0.1F * static_cast<float>(y), 0.4F};
-        m.d = static_cast<float>(x) / width;
-        m.ks = {0.5F, 0.25F, 0.1F * static_cast<float>(y)};
-        // A shininess of 0 gives full highlights.
-        m.ns = static_cast<float>(x * x);
-        return m;
-    };
     // Normals are used as they are stored, of any length.
-    const auto normal = [](int x, int y) {
-        const float a = 0.2F * static_cast<float>(x) - 1.0F;
-        const float b = 0.2F * static_cast<float>(y) - 0.5F;
-        return QVector3D(std::sin(a) * std::cos(b), std::sin(b), std::cos(a) * std::cos(b)) *
-               (x % 2 == 0 ? 1.0F : 0.8F);
-    };
-    const auto diffuse = makeTexture(width, height, GL_RGBA32F, [&](int x, int y) {
-        return QVector4D(material(x, y).kd, material(x, y).d);
+    const Pixels normals = makeNormals();
+    const Pixels diffuse = Pixels::noise(width, height, 2);
+    // A shininess of 0 gives full highlights.
+    const Pixels specular = Pixels::generate(width, height, [](int x, int y) {
+        return QVector4D(0.5F, 0.25F, 0.1F * static_cast<float>(y), static_cast<float>(x * x));
     });
-    const auto specular = makeTexture(width, height, GL_RGBA32F, [&](int x, int y) {
-        return QVector4D(material(x, y).ks, material(x, y).ns);
-    });
-    const auto normals =
-        makeTexture(width, height, GL_RGB32F, [&](int x, int y) { return QVector4D(normal(x, y), 0); });
     const auto depth = makeTexture(everywhere({0.5F, 0, 0, 1}), GL_R32F);
-    const auto [projection, camera] = makeSkewedMatrices();
-    Runner<ModelDeferredPass> pass;
     const auto expected = Pixels::generate(width, height, [&](int x, int y) {
-        QVector4D color(blinnPhong(material(x, y), normal(x, y)), material(x, y).d);
+        MaterialData material;
+        material.kd = diffuse.at(x, y).toVector3D();
+        material.ks = specular.at(x, y).toVector3D();
+        material.ns = specular.at(x, y).w();
+        QVector4D color(blinnPhong(material, normals.at(x, y).toVector3D()), diffuse.at(x, y).w());
         for (int i = 0; i < 4; ++i) {
             color[i] = std::clamp(color[i], 0.0F, 1.0F);
         }
         return color;
     });
+    const auto diffuseTexture = makeTexture(diffuse, GL_RGBA32F);
+    const auto specularTexture = makeTexture(specular, GL_RGBA32F);
+    const auto normalTexture = makeTexture(normals, GL_RGBA32F);
+    const auto [skewedProjection, skewedCamera] = makeSkewedMatrices();
+    Runner<ModelDeferredPass> pass;
     // Matrices have no effect.
-    EXPECT_TRUE(
-        equal(pass.render({viewport, {}, {}, diffuse, specular, normals, depth}), expected, halfStep));
-    EXPECT_TRUE(equal(pass.render({viewport, projection, camera, diffuse, specular, normals, depth}),
+    EXPECT_TRUE(equal(pass.render({viewport, skewedProjection, skewedCamera, diffuseTexture, specularTexture,
+                                   normalTexture, depth}),
                       expected, halfStep));
 
     // Without normals only the dissolve is left. The fallback exists once a depth was missing.
-    const auto shiny = makeTexture(everywhere({0.5F, 0.5F, 0.5F, 8}), GL_RGBA32F);
     const auto half = makeTexture(everywhere({1, 1, 1, 0.5F}), GL_RGBA32F);
+    const auto shiny = makeTexture(everywhere({0.5F, 0.5F, 0.5F, 8}), GL_RGBA32F);
     const auto render = [&](const Input& kd, const Input& depthInput) {
         return pass.render({viewport, {}, {}, kd, shiny, nullptr, depthInput});
     };
@@ -201,26 +165,6 @@ TEST_F(DeferredPassesTest, MaterialsAreShadedByBlinnPhong)
     EXPECT_TRUE(equal(render(nullptr, depth), everywhere({0, 0, 0, 1})));
     EXPECT_TRUE(equal(render(nullptr, nullptr), everywhere({})));
     EXPECT_TRUE(equal(render(nullptr, depth), everywhere({})));
-}
-
-TEST_F(DeferredPassesTest, ReturnPooledInputsAndRestoreTheirParameters)
-{
-    const auto check = [](auto& pass, int numTextures) {
-        std::vector<Input> inputs{viewport, {}, {}};
-        Texture* first = nullptr;
-        for (int i = 0; i < numTextures; ++i) {
-            first = makePooledTexture(everywhere({}), TextureFormat::RGBA16F);
-            first->setWrap(GL_REPEAT);
-            inputs.emplace_back(first);
-        }
-        pass.run(inputs);
-        EXPECT_EQ(TextureManager::Instance()->numReferences(), 0);
-        EXPECT_EQ(first->parameter(GL_TEXTURE_WRAP_S), GL_REPEAT);
-    };
-    Runner<DeferredRenderPass> deferred;
-    check(deferred, 3);
-    Runner<ModelDeferredPass> model;
-    check(model, 4);
 }
 
 } // namespace

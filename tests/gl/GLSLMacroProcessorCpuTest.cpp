@@ -1,6 +1,4 @@
-#include <QDir>
-#include <QFile>
-#include <QTemporaryDir>
+#include <QFileInfo>
 
 #include <string>
 #include <vector>
@@ -9,9 +7,11 @@
 
 #include <Qel/gl/GLSLMacroProcessor.h>
 
+#include "support/Folder.h"
+
 using namespace Qt::StringLiterals;
 
-namespace Morvane::Qel {
+namespace Morvane::Qel::Test {
 
 namespace {
 
@@ -24,83 +24,62 @@ Lines lines(const GLSLMacroProcessor::Result& result)
     Lines described;
     const QStringList composed = result.source.split(u'\n');
     for (int i = 0; i < composed.size(); ++i) {
-        if (!composed[i].trimmed().isEmpty()) {
-            const auto origin = result.origin(i + 1);
-            described.push_back(u"%1:%2 %3"_s.arg(QDir(result.files[origin.file]).dirName())
-                                    .arg(origin.line)
-                                    .arg(composed[i].trimmed())
-                                    .toStdString());
+        if (const QString text = composed[i].trimmed(); !text.isEmpty()) {
+            const auto [file, line] = result.origin(i + 1);
+            const QString name = QFileInfo(result.files[file]).fileName();
+            described.push_back(u"%1:%2 %3"_s.arg(name).arg(line).arg(text).toStdString());
         }
     }
     return described;
 }
 
-Lines errors(const GLSLMacroProcessor::Result& result)
+struct GLSLMacroProcessorTest : testing::Test
 {
-    Lines messages;
-    for (const QString& message : result.errors) {
-        messages.push_back(message.toStdString());
-    }
-    return messages;
-}
-
-class GLSLMacroProcessorTest : public testing::Test
-{
-protected:
-    QString write(const QString& name, const QByteArray& text)
-    {
-        QString path = m_folder.filePath(name);
-        QDir(m_folder.path()).mkpath(QFileInfo(path).path());
-        QFile file(path);
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(text);
-        return path;
-    }
     void expectLines(const QString& source, const Lines& expected)
     {
-        const auto result = m_processor.process(source, u"main"_s);
-        EXPECT_EQ(errors(result), Lines());
+        const auto result = processor.process(source, u"main"_s);
+        EXPECT_EQ(result.errors, QStringList());
         EXPECT_EQ(lines(result), expected);
     }
 
-    QTemporaryDir m_folder;
-    GLSLMacroProcessor m_processor;
+    Folder folder;
+    GLSLMacroProcessor processor;
 };
 
 TEST_F(GLSLMacroProcessorTest, IncludesEachFileOnceAndMapsLines)
 {
-    write(u"a/outer.glslh"_s,
-          "// outer\n#include \"inner.glslh\"\nfloat outer();\n#include \"cycle.glslh\"\n");
-    write(u"a/inner.glslh"_s, "#version 400\nfloat inner();");
-    write(u"a/cycle.glslh"_s, "#include \"outer.glslh\"\nfloat cycle();\n");
+    const Folder other;
+    folder.write(u"outer.glslh"_s,
+                 u"// outer\n#include \"inner.glslh\"\nfloat outer();\n#include \"cycle.glslh\"\n"_s);
+    folder.write(u"inner.glslh"_s, u"#version 400\nfloat inner();"_s);
+    folder.write(u"cycle.glslh"_s, u"#include \"outer.glslh\"\nfloat cycle();\n"_s);
     // The folder of the including file comes first, then the paths in their order.
-    write(u"b/inner.glslh"_s, "float wrongInner();\n");
-    write(u"b/outer.glslh"_s, "float wrongOuter();\n");
-    m_processor.addIncludePath(m_folder.filePath(u"a"_s));
-    m_processor.addIncludePath(m_folder.filePath(u"b"_s));
+    other.write(u"inner.glslh"_s, u"float wrongInner();\n"_s);
+    other.write(u"outer.glslh"_s, u"float wrongOuter();\n"_s);
+    processor.addIncludePath(folder.path({}));
+    processor.addIncludePath(other.path({}));
     expectLines(
         u"#version 150\n#include \"outer.glslh\" // again\n#  include \"inner.glslh\"\nvoid main() {}"_s,
         {"main:1 #version 150", "outer.glslh:1 // outer", "inner.glslh:2 float inner();",
          "outer.glslh:3 float outer();", "cycle.glslh:2 float cycle();", "main:2 // again",
          "main:4 void main() {}"});
     // A source that is a file includes from its own folder, but never itself.
-    const QString path = write(u"b/self.glsl"_s, "");
-    const auto result = m_processor.process(u"#include \"self.glsl\"\n#include \"inner.glslh\"\n"_s, path);
+    other.write(u"self.glsl"_s, {});
+    const auto result = processor.process(u"#include \"self.glsl\"\n#include \"inner.glslh\"\n"_s,
+                                          other.path(u"self.glsl"_s));
     EXPECT_EQ(lines(result), Lines{"inner.glslh:1 float wrongInner();"});
 }
 
 TEST_F(GLSLMacroProcessorTest, IgnoresDirectivesInComments)
 {
-    write(u"x.glslh"_s, "float x;\n");
-    m_processor.addIncludePath(m_folder.path());
+    folder.write(u"x.glslh"_s, u"float x;\n"_s);
+    processor.addIncludePath(folder.path({}));
     const QString untouched = u"// #include \"missing\"\n"
                               "/* #include \"missing\"\n"
                               "#instancedata \"missing\"\n"
                               "// */ float y; // /*\n"
                               "float z; #include \"missing\"\n"_s;
-    const auto result = m_processor.process(untouched, {});
-    EXPECT_EQ(errors(result), Lines());
-    EXPECT_EQ(result.source, untouched);
+    EXPECT_EQ(processor.process(untouched, {}).source, untouched);
     // Comments that begin or end on the line of a directive stay.
     expectLines(u"/* a\n*/ #include /* b */ \"x.glslh\" /*\n#include \"missing\"\n*/"_s,
                 {"main:1 /* a", "main:2 */", "x.glslh:1 float x;", "main:2 /*", "main:3 #include \"missing\"",
@@ -109,9 +88,9 @@ TEST_F(GLSLMacroProcessorTest, IgnoresDirectivesInComments)
 
 TEST_F(GLSLMacroProcessorTest, InsertsDefinesAfterTheVersion)
 {
-    m_processor.addDefine(u"A"_s, u"1"_s);
-    m_processor.addDefine(u"B"_s, u"x y"_s);
-    m_processor.addDefine(u"A"_s, u"2"_s);
+    processor.addDefine(u"A"_s, u"1"_s);
+    processor.addDefine(u"B"_s, u"x y"_s);
+    processor.addDefine(u"A"_s, u"2"_s);
     const std::string a = "defines:1 #define A 2";
     const std::string b = "defines:2 #define B x y";
     expectLines(u"// first\n\n#version 150 /* long\ncomment */\n# extension all : warn\n"
@@ -134,30 +113,31 @@ TEST_F(GLSLMacroProcessorTest, AppliesLineDirectives)
 
 TEST_F(GLSLMacroProcessorTest, InsertsPrototypesAndReportsUnresolvedDirectives)
 {
-    const QString header = write(u"bad.glslh"_s, "\n#include \"nowhere.glslh\"\n");
-    m_processor.addIncludePath(u"/no/such/folder"_s);
-    const auto result = m_processor.process(u"#version 150\n#include <angle>\n#instancedata \"Nonsense\"\n"
-                                            "#include \"%1\"\n#instancedata \"B\" // b\n"_s.arg(header),
-                                            u"a.frag"_s, {{u"A"_s, u"int a();"_s}, {u"B"_s, u"int b();"_s}});
-    EXPECT_EQ(errors(result),
-              (Lines{"a.frag:2: #include needs a name in double quotes",
-                     "a.frag:3: unknown instance-data plan \"Nonsense\"; known are \"A\", \"B\"",
-                     u"%1:2: cannot find include \"nowhere.glslh\"; searched %2, /no/such/folder, "
-                     ":/Media/Shaders"_s.arg(header, m_folder.path())
-                         .toStdString()}));
+    folder.write(u"bad.glslh"_s, u"\n#include \"nowhere.glslh\"\n"_s);
+    const QString header = folder.path(u"bad.glslh"_s);
+    processor.addIncludePath(u"/no/such/folder"_s);
+    const auto result = processor.process(u"#version 150\n#include <angle>\n#instancedata \"Nonsense\"\n"
+                                          "#include \"%1\"\n#instancedata \"B\" // b\n"_s.arg(header),
+                                          u"a.frag"_s, {{u"A"_s, u"int a();"_s}, {u"B"_s, u"int b();"_s}});
+    const QString searched = QFileInfo(header).path() + u", /no/such/folder, :/Media/Shaders"_s;
+    EXPECT_EQ(
+        result.errors,
+        QStringList({u"a.frag:2: #include needs a name in double quotes"_s,
+                     u"a.frag:3: unknown instance-data plan \"Nonsense\"; known are \"A\", \"B\""_s,
+                     u"%1:2: cannot find include \"nowhere.glslh\"; searched %2"_s.arg(header, searched)}));
     EXPECT_EQ(lines(result).back(), "a.frag:5 int b(); // b");
 }
 
-TEST_F(GLSLMacroProcessorTest, FindsTheLibrarysFiles)
+TEST_F(GLSLMacroProcessorTest, PrefersFilesOfTheIncludePathsToTheLibrarys)
 {
-    EXPECT_EQ(m_processor.findFile(u"QelUtilities.glslc"_s), u":/Media/Shaders/QelUtilities.glslc"_s);
-    EXPECT_EQ(m_processor.findFile(u"Nothing.glslc"_s), QString());
-    // A file of that name in an include path takes precedence.
-    const QString own = write(u"QelUtilities.glslc"_s, "");
-    m_processor.addIncludePath(m_folder.path());
-    EXPECT_EQ(m_processor.findFile(u"QelUtilities.glslc"_s), own);
+    const QString name = u"QelUtilities.glslc"_s;
+    EXPECT_EQ(processor.findFile(name), u":/Media/Shaders/QelUtilities.glslc"_s);
+    EXPECT_EQ(processor.findFile(u"Nothing.glslc"_s), QString());
+    folder.write(name, {});
+    processor.addIncludePath(folder.path({}));
+    EXPECT_EQ(processor.findFile(name), folder.path(name));
 }
 
 } // namespace
 
-} // namespace Morvane::Qel
+} // namespace Morvane::Qel::Test

@@ -1,28 +1,27 @@
-// Renders every graph of examples/graphs in a small size.
+// Renders every graph of examples/graphs, and the one that the manual shows, in a small size.
 
 #include <QDir>
+#include <QFile>
 
 #include <algorithm>
 
+#include "support/Folder.h"
 #include "support/GLTest.h"
+#include "support/Paths.h"
 #include "support/Pixels.h"
 #include <Qel/gl/TextureManager.h>
 #include <Qel/graph/GraphFile.h>
 #include <Qel/graph/RenderGraph.h>
 
-#include "support/Paths.h"
-
-using namespace Qt::StringLiterals;
-
 namespace Morvane::Qel::Test {
 namespace {
 
-const QDir graphFolder(sourcePath(u"examples/graphs"_s));
+const QString graphFolder = sourcePath("examples/graphs/");
 
 std::vector<std::string> graphNames()
 {
-    std::vector<std::string> names;
-    for (const QString& file : graphFolder.entryList({u"*.json"_s})) {
+    std::vector<std::string> names{"manual"};
+    for (const QString& file : QDir(graphFolder).entryList({"*.json"})) {
         names.push_back(file.chopped(5).toStdString());
     }
     return names;
@@ -34,37 +33,42 @@ class ExampleGraph : public GLTest, public testing::WithParamInterface<std::stri
 
 TEST_P(ExampleGraph, RendersAnImageAndReturnsAllTextures)
 {
+    Folder folder;
+    QString file = graphFolder + QString::fromStdString(GetParam()) + ".json";
+    if (GetParam() == "manual") {
+        QFile manual(sourcePath("docs/graph-files.md"));
+        ASSERT_TRUE(manual.open(QIODevice::ReadOnly));
+        const QString text = manual.readAll();
+        folder.write("manual.json", text.section("```json\n", 1).section("```", 0, 0));
+        file = folder.path("manual.json");
+    }
     QStringList errors;
-    std::optional<GraphDescription> description =
-        loadGraph(graphFolder.filePath(QString::fromStdString(GetParam()) + u".json"_s), &errors);
-    ASSERT_TRUE(description) << qPrintable(errors.join(u'\n'));
+    std::optional<GraphDescription> description = loadGraph(file, &errors);
+    ASSERT_TRUE(description) << qPrintable(errors.join('\n'));
+    // The files of the manual's graph lie where those of the examples do.
+    description->file = graphFolder + "example.json";
     description->viewport = {64, 36};
-    std::unique_ptr<RenderGraph> graph =
-        RenderGraph::create(*description, PassRegistry::builtin(), {}, &errors);
-    ASSERT_TRUE(graph) << qPrintable(errors.join(u'\n'));
+    auto graph = RenderGraph::create(*description, PassRegistry::builtin(), {}, &errors);
+    ASSERT_TRUE(graph) << qPrintable(errors.join('\n'));
     for (int frame = 1; frame <= 3; ++frame) {
         QString error;
         ASSERT_TRUE(graph->renderFrame(&error)) << "frame " << frame << ": " << qPrintable(error);
     }
-    const Pixels picture = readTexture(graph->picture());
-    EXPECT_TRUE(std::any_of(picture.values.begin(), picture.values.end(), [&](const QVector4D& value) {
-        return value != picture.values.front();
-    })) << "the whole image has one colour";
+    const std::vector<QVector4D> pixels = readTexture(graph->picture()).values;
+    EXPECT_FALSE(std::equal(pixels.begin() + 1, pixels.end(), pixels.begin()))
+        << "the whole image has one colour";
 
     graph->releaseOutputs();
     // A temporal accumulation texture lives across frames.
-    const auto numAccumulations =
-        std::count_if(description->passes.begin(), description->passes.end(),
-                      [](const PassSetting& pass) { return pass.type == u"TemporalAARenderPass"; });
-    EXPECT_EQ(TextureManager::Instance()->numReferences(), numAccumulations);
+    const auto isTemporal = [](const PassSetting& pass) { return pass.type == "TemporalAARenderPass"; };
+    EXPECT_EQ(TextureManager::Instance()->numReferences(),
+              std::count_if(description->passes.begin(), description->passes.end(), isTemporal));
     graph.reset();
     EXPECT_EQ(TextureManager::Instance()->numReferences(), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, ExampleGraph, testing::ValuesIn(graphNames()), [](const auto& instance) {
-    std::string name = instance.param;
-    std::replace(name.begin(), name.end(), '-', '_');
-    return name;
+    return QString::fromStdString(instance.param).replace('-', '_').toStdString();
 });
 
 } // namespace

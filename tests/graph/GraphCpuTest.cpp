@@ -1,6 +1,6 @@
 #include <QColor>
+#include <QDebug>
 #include <QDir>
-#include <QFile>
 #include <QJsonArray>
 #include <QMatrix4x4>
 #include <QRect>
@@ -12,9 +12,6 @@
 #include <Qel/graph/GraphPlan.h>
 
 #include "support/Folder.h"
-#include "support/Paths.h"
-
-using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel::Test {
 
@@ -28,14 +25,15 @@ PassRegistry testRegistry()
                          const std::vector<OptionDescription>& options = {}, bool hostDeclaresPorts = false) {
         PassDescription description{type, {}, {}, {}, options, hostDeclaresPorts};
         for (const QString& input : inputs) {
-            description.inputs.push_back({u"Qel_"_s + input, {}, {}});
+            description.inputs.push_back({"Qel_" + input, {}, {}});
         }
         for (const QString& output : outputs) {
-            description.outputs.push_back({u"Qel_"_s + output, {}});
+            description.outputs.push_back({"Qel_" + output, {}});
         }
         registry.add(description, nullptr);
     };
-    const QString frame = u"QelTexture*_Frame"_s;
+    const QString frame = "QelTexture*_Frame";
+    const std::vector<OptionDescription> shape{{"kind", {}, "cube", {"cube", "quad"}}, {"size", {}, 1.0F}};
     add("Source", {"QRect_Viewport", "QColor_Color", "QString_Path"}, {frame, "QMatrix4x4_ProjectionMatrix"});
     add("Filter",
         {frame, "QelTexture*_Mask", "float_Radius", "int_Count", "Bool_Fast", "QVector2D_Focus",
@@ -44,12 +42,7 @@ PassRegistry testRegistry()
         {{"quality", {}, "low", {"low", "high"}},
          {"passes", {}, 1},
          {"table", {}, QString(), {}, true},
-         {"shapes",
-          {},
-          QVariantList(),
-          {},
-          false,
-          {{"kind", {}, "cube", {"cube", "quad"}}, {"size", {}, 1.0F}}}});
+         {"shapes", {}, QVariantList(), {}, false, shape}});
     add("Batches", {"QelDrawBuffers*_Geometry"}, {frame});
     add("Draw", {"QelGPUModel*_Geometry"}, {frame});
     add("Screen", {"QelTexture*_Texture"}, {});
@@ -57,38 +50,43 @@ PassRegistry testRegistry()
     return registry;
 }
 
-class GraphCpuTest : public testing::Test
+class GraphCpuTest : public testing::Test, protected Folder
 {
 protected:
     GraphCpuTest()
     {
-        m_folder.write("model.obj", "v 0 0 0\n");
-        m_folder.write("image.png", "");
+        write("model.obj", "v 0 0 0\n");
+        write("image.png", "");
+    }
+
+    std::optional<GraphDescription> load(const QString& name)
+    {
+        m_errors.clear();
+        return loadGraph(path(name), &m_errors);
     }
 
     std::optional<GraphPlan> plan(const QByteArray& text)
     {
-        m_errors.clear();
-        m_folder.write("graph.json", text);
-        const auto graph = loadGraph(m_folder.path("graph.json"), &m_errors);
+        write("graph.json", text);
+        const auto graph = load("graph.json");
         return graph ? planGraph(*graph, testRegistry(), &m_errors) : std::nullopt;
     }
 
     GraphPlan validPlan(const QByteArray& text)
     {
         const std::optional<GraphPlan> result = plan(text);
-        EXPECT_TRUE(result) << qPrintable(m_errors.join(u'\n'));
+        EXPECT_TRUE(result) << qPrintable(errors());
         return result.value_or(GraphPlan());
     }
+
+    QString errors() const { return m_errors.join('\n').remove(path({}) + '/'); }
 
     void expectErrors(const QByteArray& text, const char* expected)
     {
         EXPECT_FALSE(plan(text));
-        EXPECT_EQ(m_errors.join(u'\n').remove(m_folder.path({}) + u'/').toStdString(), expected)
-            << text.constData();
+        EXPECT_EQ(errors().toStdString(), expected) << text.constData();
     }
 
-    Folder m_folder;
     QStringList m_errors;
 };
 
@@ -98,50 +96,41 @@ TEST_F(GraphCpuTest, MalformedFilesAreRejectedWithLineAndColumn)
 {
     expectErrors("{\"passes\": [\n  {\"name\": \"a\",}\n]}",
                  "graph.json:2:17: not valid JSON: object is missing after a comma");
-    expectErrors("", "graph.json:1:1: not valid JSON: illegal value");
     expectErrors("[]", "graph.json:1:1: must be an object {...}, not []");
     expectErrors(R"({"pases": [], "viewport": [640, 480.5],
 "camera": {"target": [0, 0]},
-"models": {"a": 1}, "models": {},
-"lights": [
-{"type": "point", "direction": [0, 1, 0], "range": "far"},
-{"type": "directional", "cascades": 1.5, "angle": 3}, {"type": "sun", "colour": [1, 1, 1]}, {}],
-"passes": [{"name": "a", "typ": "Source"}], "output": "@a.b",
- "output": "@a.c"})",
+"models": {"a": 1}, "models": {"b": 1},
+"lights": [{"type": "point", "direction": [0, 1, 0], "range": "far"},
+{"type": "directional", "cascades": 1.5, "angle": 3}, {"colour": [1, 1, 1]}],
+"passes": {}, "output": "@a.b", "output": "@a.c"})",
                  R"(graph.json:1:2: pases: unknown key; did you mean "passes"?
 graph.json:1:15: viewport: must be two integers [width, height], not [640,480.5]
 graph.json:2:1: camera: "eye" is missing
 graph.json:2:12: camera.target: must be three numbers [x, y, z], not [0,0]
-graph.json:5:19: lights[0].direction: unknown key; there are "type", "color", "intensity", "position", "range"
-graph.json:5:43: lights[0].range: must be a number, not "far"
-graph.json:6:42: lights[1].angle: unknown key; there are "type", "color", "intensity", "direction", "cascades"
-graph.json:6:25: lights[1].cascades: must be an integer, not 1.5
-graph.json:6:71: lights[2].colour: unknown key; did you mean "color"?
-graph.json:6:93: lights[3]: "type" is missing
-graph.json:7:26: passes[0].typ: unknown key; did you mean "type"?
-graph.json:7:12: passes[0]: "type" is missing
+graph.json:3:32: models.b: must be a string, not 1
+graph.json:4:30: lights[0].direction: unknown key; there are "type", "color", "intensity", "position", "range"
+graph.json:4:54: lights[0].range: must be a number, not "far"
+graph.json:5:42: lights[1].angle: unknown key; there are "type", "color", "intensity", "direction", "cascades"
+graph.json:5:25: lights[1].cascades: must be an integer, not 1.5
+graph.json:5:55: lights[2]: "type" is missing
+graph.json:6:1: passes: must be an array [...], not {}
 graph.json:3:21: models: duplicate key
-graph.json:8:2: output: duplicate key)");
-    expectErrors(R"({"passes": {}, "models": {"a": 1}})",
-                 "graph.json:1:27: models.a: must be a string, not 1\n"
-                 "graph.json:1:2: passes: must be an array [...], not {}");
-    QStringList errors;
-    EXPECT_FALSE(loadGraph(m_folder.path("none.json"), &errors));
-    EXPECT_FALSE(loadGraph(m_folder.path({}), &errors));
-    ASSERT_EQ(errors.size(), 2);
-    EXPECT_TRUE(errors[0].startsWith(m_folder.path("none.json") + ": cannot be read: "));
-    EXPECT_TRUE(errors[1].endsWith(": cannot be read: it is a folder"));
+graph.json:6:33: output: duplicate key)");
+    EXPECT_FALSE(load("none.json"));
+    EXPECT_TRUE(errors().startsWith("none.json: cannot be read: "));
+    EXPECT_FALSE(load({}));
+    EXPECT_TRUE(errors().endsWith(": cannot be read: it is a folder"));
 }
 
 TEST_F(GraphCpuTest, SceneErrorsNameTheMember)
 {
     expectErrors(
-        R"({"viewport": [0, 720],
+        R"({"viewport": [0, 720], "output": "a.Frame",
         "camera": {"eye": [0, 1, 0], "up": [0, 2, 0], "fovY": 180, "near": 0, "far": -1},
         "models": {"s": "gone.obj", "Viewport": "model.obj", "a b": "model.obj"},
         "lights": [{"type": "sport", "direction": [0, 0, 0]}, {"type": "directional", "cascades": 9},
-                   {"type": "spot", "angle": 171, "range": -1}, {"type": "point", "color": [1, -1, 1]},
-                   {"type": "point", "range": 1, "intensity": -0.5},
+                   {"type": "spot", "angle": 171, "range": -1},
+                   {"type": "point", "color": [1, -1, 1], "intensity": -0.5},
                    {"type": "spot", "direction": [0, 1, 0], "angle": 170}],
         "passes": [{"name": "b", "type": "Filter"}]})",
         R"(graph.json: viewport: 0x720 is out of range; width and height must be 1 to the driver's limit
@@ -159,18 +148,15 @@ graph.json: lights[2].direction: must not be zero
 graph.json: lights[2].angle: must be above 0 and at most 170 degrees
 graph.json: lights[2].range: must be 0 or more
 graph.json: lights[3].color: must be 0 or more
-graph.json: lights[4].intensity: must be 0 or more
-graph.json: output: the graph has no output and no pass that draws to the screen; write "output": "@pass.Port")");
-    const auto withOutput = [](const QByteArray& output) {
-        return R"({"camera": {"eye": [1, 1, 1], "target": [1, 1, 1]},
-                   "passes": [{"name": "a", "type": "Source"}], "output": ")" +
-               output + "\"}";
-    };
-    expectErrors(withOutput("a.Frame"), "graph.json: camera.eye: must differ from the target\n"
-                                        "graph.json: output: must be \"@pass.Port\", not \"a.Frame\"");
-    expectErrors(withOutput("@a.ProjectionMatrix"),
+graph.json: lights[3].intensity: must be 0 or more
+graph.json: output: must be "@pass.Port", not "a.Frame")");
+    expectErrors(R"({"camera": {"eye": [1, 1, 1], "target": [1, 1, 1]}, "output": "@a.ProjectionMatrix",
+                     "passes": [{"name": "a", "type": "Source"}]})",
                  "graph.json: camera.eye: must differ from the target\n"
                  "graph.json: output: must be a texture, but \"@a.ProjectionMatrix\" is QMatrix4x4");
+    expectErrors(R"({"passes": [{"name": "a", "type": "Source"}]})",
+                 "graph.json: output: the graph has no output and no pass that draws to the screen; "
+                 "write \"output\": \"@pass.Port\"");
 }
 
 TEST_F(GraphCpuTest, PassErrorsNameThePortAndTheNearestValidNames)
@@ -178,8 +164,7 @@ TEST_F(GraphCpuTest, PassErrorsNameThePortAndTheNearestValidNames)
     // Nothing is said about the ports of "typo" and "ports", which errors hide.
     expectErrors(R"({"models": {"scene": "model.obj", "q": "model.obj"}, "passes": [
         {"name": "a", "type": "Source", "inputs": {"Color": "#ff80", "Viewport": [0, 0, 1], "Path": "no.png"}},
-        {"name": "a", "type": "Source", "inputs": {"Color": [256, 0, 0]}}, {"name": "a", "type": "Source"},
-        {"name": "b.c", "type": "Source"},
+        {"name": "a", "type": "Source", "inputs": {"Color": [256, 0, 0]}}, {"name": "b.c", "type": "Source"},
         {"name": "typo", "type": "Sorce", "inputs": {"Frame": "@a.Any"}},
         {"name": "options", "type": "Filter", "inputs": {"Frame": "@typo.Any"}, "options": {
             "qualty": "low", "quality": "best", "table": "none.txt", "passes": null,
@@ -190,15 +175,11 @@ TEST_F(GraphCpuTest, PassErrorsNameThePortAndTheNearestValidNames)
         {"name": "names", "type": "Filter", "inputs": {"Fram": "@a.Frame", "Qel_QelTexture*_Frames": "@a.Frame",
             "Frame": "@aa.Frame", "Mask": "@a.Picture", "Data": "@a", "ProjectionMatrix": "@CamraMatrix", "Twin": 1}},
         {"name": "types", "type": "Filter", "inputs": {"Frame": "@scene", "ProjectionMatrix": "@Viewport",
-            "Radius": "@a.Frame", "Mask": 1}},
-        {"name": "constants", "type": "Filter", "inputs": {"Radius": "wide", "Count": 1.5, "Fast": 1,
-            "Focus": [1], "ProjectionMatrix": [1, 2]}},
-        {"name": "limits", "type": "Filter", "inputs": {"Radius": 1e300, "Count": 3000000000}},
+            "Radius": "@a.Frame", "Mask": 1, "Count": 3000000000, "Fast": 1, "Focus": [1]}},
+        {"name": "limits", "type": "Filter", "inputs": {"Radius": 1e300, "Count": 1.5, "ProjectionMatrix": [1]}},
         {"name": "twice", "type": "Filter", "inputs": {"Frame": "@a.Frame", "Frame": "@a.Frame",
             "Mask": "@a.Frame", "Qel_QelTexture*_Mask": "@a.Frame"}},
-        {"name": "draw", "type": "Draw"}, {"name": "draw2", "type": "Draw", "inputs": {"Geometry": "@scne"}},
-        {"name": "draw3", "type": "Draw", "inputs": {"Geometry": "scene"}},
-        {"name": "batches", "type": "Batches", "inputs": {"Geometry": "@scene"}},
+        {"name": "draw", "type": "Draw"}, {"name": "draw2", "type": "Draw", "inputs": {"Geometry": "scene"}},
         {"name": "batch", "type": "Custom", "inputs": {"Mesh": "@scene"}, "options": {"inputs": ["Qel_QelDrawBuffers*_Mesh"]}},
         {"name": "f", "type": "Filter", "inputs": {"Frame": "@g.Frame"}},
         {"name": "g", "type": "Filter", "inputs": {"Frame": "@i.Frame", "Mask": "@i.Frame"}},
@@ -206,7 +187,7 @@ TEST_F(GraphCpuTest, PassErrorsNameThePortAndTheNearestValidNames)
         {"name": "i", "type": "Filter", "inputs": {"Frame": "@h.Frame"}},
         {"name": "j", "type": "Filter", "inputs": {"Mask": "@j.Frame"}}], "output": "@a.Frame"})",
                  R"(graph.json: a: more than one pass has this name
-graph.json: passes[3]: "b.c" is not a valid name; use letters, digits, "_" and "-"
+graph.json: passes[2]: "b.c" is not a valid name; use letters, digits, "_" and "-"
 graph.json: typo: no pass type "Sorce"; did you mean "Source"?
 graph.json: options.quality: must be one of "low", "high", not "best"
 graph.json: options.passes: must not be null
@@ -237,104 +218,75 @@ graph.json: types.Frame: expects QelTexture*, but "@scene" is a model
 graph.json: types.ProjectionMatrix: expects QMatrix4x4, but "@Viewport" is QRect
 graph.json: types.Radius: expects float, but "@a.Frame" is QelTexture*
 graph.json: types.Mask: expects a connection such as "@pass.Port", not 1
-graph.json: constants.Radius: must be a number, not "wide"
-graph.json: constants.Count: must be an integer, not 1.5
-graph.json: constants.Fast: must be true or false, not 1
-graph.json: constants.Focus: must be two numbers [x, y], not [1]
-graph.json: constants.ProjectionMatrix: must be 16 numbers, row by row, not [1,2]
+graph.json: types.Count: must be an integer, not 3000000000
+graph.json: types.Fast: must be true or false, not 1
+graph.json: types.Focus: must be two numbers [x, y], not [1]
 graph.json: limits.Radius: must be a number, not 1e+300
-graph.json: limits.Count: must be an integer, not 3000000000
+graph.json: limits.Count: must be an integer, not 1.5
+graph.json: limits.ProjectionMatrix: must be 16 numbers, row by row, not [1]
 graph.json: twice.Frame: set more than once
 graph.json: twice.Qel_QelTexture*_Mask: set more than once
 graph.json: draw.Geometry: the graph has 2 models; choose one, such as "@scene"
-graph.json: draw2.Geometry: no model or frame value "scne"; did you mean "scene"?
-graph.json: draw3.Geometry: expects a model such as "@scene", not "scene"
+graph.json: draw2.Geometry: expects a model such as "@scene", not "scene"
 graph.json: batch.Mesh: expects QelDrawBuffers*, but "@scene" is a model
 graph.json: g: cyclic dependency: g -> h -> i -> g
 graph.json: j: cyclic dependency: j -> j)");
-}
-
-TEST_F(GraphCpuTest, ConstantsHaveTheTypeOfTheirPort)
-{
-    const GraphPlan plan = validPlan(R"({"passes": [
-        {"name": "a", "type": "Source", "inputs": {"Viewport": [1, 2, 30, 40], "Color": "#10203040", "Path": "image.png"}},
-        {"name": "b", "type": "Filter", "inputs": {
-            "Radius": 2, "Count": -3, "Fast": true, "Focus": [0.25, 0.75],
-            "ProjectionMatrix": [1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16],
-            "Data": [1, "x"], "Qel_float_Twin": 1, "Qel_int_Twin": null}},
-        {"name": "c", "type": "Source", "inputs": {"Color": [1, 2, 3], "Path": ""}}],
-        "output": "@a.Frame"})");
-    const QList<QVariantList> expected{
-        {QRect(1, 2, 30, 40), QColor(0x10, 0x20, 0x30, 0x40), m_folder.path("image.png")},
-        {2.0F, -3, true, QVector2D(0.25F, 0.75F),
-         QMatrix4x4(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16), QVariantList{1, "x"}, QVariant(),
-         1.0F},
-        {QColor(1, 2, 3, 255), QString("")}};
-    ASSERT_EQ(plan.passes.size(), 3U);
-    for (size_t pass = 0; pass < 3; ++pass) {
-        QVariantList constants;
-        for (const PlannedInput& input : plan.passes[pass].inputs) {
-            if (input.source == InputSource::Constant) {
-                constants.append(input.constant);
-            }
-        }
-        const QVariantList& values = expected[static_cast<qsizetype>(pass)];
-        ASSERT_EQ(constants.size(), values.size());
-        for (qsizetype i = 0; i < values.size(); ++i) {
-            EXPECT_EQ(constants[i].metaType(), values[i].metaType()) << pass << " " << i;
-            EXPECT_EQ(constants[i], values[i]) << pass << " " << i;
-        }
-    }
 }
 
 TEST_F(GraphCpuTest, InputsResolveToTheirSources)
 {
     const GraphPlan plan = validPlan(R"({"models": {"scene": "model.obj"}, "passes": [
         {"name": "filter", "type": "Filter", "inputs": {
-            "Frame": "@source.Frame", "Mask": "@source.Qel_QelTexture*_Frame", "Data": "@scene"},
+            "Frame": "@source.Frame", "Mask": "@source.Qel_QelTexture*_Frame", "Radius": 2, "Count": -3, "Fast": true,
+            "Focus": [0.25, 0.75], "Data": "@scene", "Qel_float_Twin": 1, "Qel_int_Twin": null},
          "options": {"quality": "high", "table": "image.png", "shapes": [{}, {"kind": "quad", "size": 2}]}},
-        {"name": "source", "type": "Source"},
-        {"name": "custom", "type": "Custom", "inputs": {"Strength": 0.5, "View": "@CameraMatrix", "Input": "@filter.Frame"},
-         "options": {"inputs": ["Qel_QRect_Viewport", "Qel_QelTexture*_Input", "Qel_float_Strength", "Qel_QMatrix4x4_View"],
+        {"name": "source", "type": "Source",
+         "inputs": {"Viewport": [1, 2, 30, 40], "Color": "#10203040", "Path": "image.png"}},
+        {"name": "plain", "type": "Source", "inputs": {"Color": [1, 2, 3], "Path": ""}},
+        {"name": "custom", "type": "Custom", "inputs": {"Data": [1, "x"], "View": "@CameraMatrix", "Input": "@filter.Frame",
+            "Matrix": [1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16]},
+         "options": {"inputs": ["Qel_QVariant_Data", "Qel_QelTexture*_Input", "Qel_QMatrix4x4_View", "Qel_QMatrix4x4_Matrix"],
                      "outputs": ["Qel_QelTexture*_Frame"]}},
         {"name": "draw", "type": "Draw"}, {"name": "batches", "type": "Batches", "inputs": {"Geometry": "@scene"}}],
         "output": "@custom.Frame"})");
-    // What each input refers to.
-    QStringList sources;
-    for (const PlannedPass& pass : plan.passes) {
-        for (const PlannedInput& input : pass.inputs) {
-            switch (input.source) {
-            case InputSource::Default:
-                sources.append("default");
-                break;
-            case InputSource::Constant:
-                sources.append(input.constant.toString());
-                break;
-            case InputSource::Connection:
-                sources.append(QString("%1.%2").arg(input.pass).arg(input.output));
-                break;
-            case InputSource::Model:
-                sources.append(QString("model %1%2").arg(input.model).arg(input.takesBatches ? "*" : ""));
-                break;
-            case InputSource::FrameValue:
-                sources.append(QString("value %1").arg(static_cast<int>(input.frameValue)));
-                break;
-            }
+    const auto source = [](const PlannedInput& input) -> QVariant {
+        switch (input.source) {
+        case InputSource::Constant:
+            return input.constant;
+        case InputSource::Connection:
+            return QString("%1.%2").arg(input.pass).arg(input.output);
+        case InputSource::Model:
+            return QString("model %1%2").arg(input.model).arg(input.takesBatches ? "*" : "");
+        case InputSource::FrameValue:
+            return QString("value %1").arg(static_cast<int>(input.frameValue));
+        default:
+            return "default";
         }
+    };
+    QList<QVariantList> sources;
+    for (const PlannedPass& pass : plan.passes) {
+        std::transform(pass.inputs.begin(), pass.inputs.end(), std::back_inserter(sources.emplaceBack()),
+                       source);
     }
-    EXPECT_EQ(sources.join(u", "_s).toStdString(),
-              "1.0, 1.0, default, default, default, default, value 1, model 0, default, default, "
-              "value 0, default, default, value 0, 0.0, 0.5, value 2, model 0, model 0*");
-    ASSERT_EQ(plan.passes.size(), 5U);
+    const QMatrix4x4 matrix(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16);
+    const QList<QVariantList> expected{
+        {"1.0", "1.0", 2.0F, -3, true, QVector2D(0.25F, 0.75F), "value 1", "model 0", QVariant(), 1.0F},
+        {QRect(1, 2, 30, 40), QColor(0x10, 0x20, 0x30, 0x40), path("image.png")},
+        {"value 0", QColor(1, 2, 3, 255), QString("")},
+        {QVariantList{1, "x"}, "0.0", "value 2", matrix},
+        {"model 0"},
+        {"model 0*"}};
+    // As text, which holds the types too.
+    EXPECT_EQ(QDebug::toString(sources), QDebug::toString(expected));
+    ASSERT_EQ(plan.passes.size(), 6U);
     EXPECT_EQ(plan.passes[0].options,
               (PassOptions{{"quality", "high"},
                            {"passes", 1},
-                           {"table", m_folder.path("image.png")},
+                           {"table", path("image.png")},
                            {"shapes", QVariantList{QVariantMap{{"kind", "cube"}, {"size", 1.0F}},
                                                    QVariantMap{{"kind", "quad"}, {"size", 2.0F}}}}}));
-    EXPECT_EQ(plan.passes[2].outputs, QStringList{"Qel_QelTexture*_Frame"});
-    EXPECT_EQ(plan.outputPass, 2);
-    EXPECT_EQ(plan.outputPort, 0);
+    EXPECT_EQ(plan.passes[3].outputs, QStringList{"Qel_QelTexture*_Frame"});
+    EXPECT_EQ(plan.outputPass, 3);
 }
 
 TEST_F(GraphCpuTest, PassesRunAfterTheirSourcesAndUnusedOnesAreCulled)
@@ -344,17 +296,12 @@ TEST_F(GraphCpuTest, PassesRunAfterTheirSourcesAndUnusedOnesAreCulled)
         {"name": "unused", "type": "Filter", "inputs": {"Frame": "@onlyForUnused.Frame", "Mask": "@late.Frame"}},
         {"name": "onlyForUnused", "type": "Filter"},
         {"name": "second", "type": "Filter", "inputs": {"Frame": "@first.Frame"}},
-        {"name": "first", "type": "Source"},
-        {"name": "free", "type": "Screen"},
-        {"name": "late", "type": "Source"}],
+        {"name": "first", "type": "Source"}, {"name": "free", "type": "Screen"}, {"name": "late", "type": "Source"}],
         "output": "@second.Frame"})");
     EXPECT_EQ(plan.order, (std::vector<int>{4, 3, 5, 6, 0}));
-    QStringList reasons;
-    for (const PlannedPass& pass : plan.passes) {
-        reasons.append(pass.leftOut);
-    }
-    EXPECT_EQ(reasons.join(u'|'),
-              "|nothing reads its outputs|only unused passes read its outputs: unused||||");
+    EXPECT_EQ(plan.passes.at(0).cullReason, "");
+    EXPECT_EQ(plan.passes.at(1).cullReason, "nothing reads its outputs");
+    EXPECT_EQ(plan.passes.at(2).cullReason, "only culled passes read its outputs: unused");
 }
 
 TEST_F(GraphCpuTest, SavedGraphsLoadUnchangedFromAnyFolder)
@@ -372,59 +319,54 @@ TEST_F(GraphCpuTest, SavedGraphsLoadUnchangedFromAnyFolder)
   "output": "@b.Frame"
 }
 )";
-    QStringList errors;
-    m_folder.write("first.json", text);
-    const auto graph = loadGraph(m_folder.path("first.json"), &errors);
-    ASSERT_TRUE(graph) << qPrintable(errors.join(u'\n'));
+    write("first.json", text);
+    const auto graph = load("first.json");
+    ASSERT_TRUE(graph) << qPrintable(errors());
     QString error;
-    ASSERT_TRUE(saveGraph(*graph, m_folder.path("second.json"), testRegistry(), &error));
-    EXPECT_EQ(m_folder.contents("second.json").toStdString(), text.toStdString());
-    auto loaded = loadGraph(m_folder.path("second.json"), &errors);
-    ASSERT_TRUE(loaded);
-    loaded->file = graph->file;
-    EXPECT_EQ(*loaded, *graph);
+    ASSERT_TRUE(saveGraph(*graph, path("second.json"), testRegistry(), &error));
+    EXPECT_EQ(contents("second.json").toStdString(), text.toStdString());
 
     // From another folder, the paths name the same files.
-    ASSERT_TRUE(QDir(m_folder.path({})).mkpath("deeper/down"));
-    const QString moved = m_folder.path("deeper/down/third.json");
-    ASSERT_TRUE(saveGraph(*graph, moved, testRegistry(), &error)) << qPrintable(error);
-    loaded = loadGraph(moved, &errors);
-    ASSERT_TRUE(loaded);
-    EXPECT_EQ(loaded->models[0].file, "../../model.obj");
-    EXPECT_EQ(loaded->passes[0].options["table"], "../../image.png");
-    EXPECT_EQ(loaded->passes[1].inputs[0].value, "../../image.png");
+    ASSERT_TRUE(QDir(path({})).mkpath("deeper/down"));
+    ASSERT_TRUE(saveGraph(*graph, path("deeper/down/third.json"), testRegistry(), &error));
+    const auto moved = load("deeper/down/third.json");
+    ASSERT_TRUE(moved);
+    EXPECT_EQ(moved->models[0].file, "../../model.obj");
+    EXPECT_EQ(moved->passes[0].options["table"], "../../image.png");
+    EXPECT_EQ(moved->passes[1].inputs[0].value, "../../image.png");
     // This one is not a path: its port has another type.
-    EXPECT_EQ(loaded->passes[0].inputs[2].value, "model.obj");
-    EXPECT_TRUE(planGraph(*loaded, testRegistry(), &errors)) << qPrintable(errors.join(u'\n'));
+    EXPECT_EQ(moved->passes[0].inputs[2].value, "model.obj");
+    EXPECT_TRUE(planGraph(*moved, testRegistry(), &m_errors)) << qPrintable(errors());
 
-    EXPECT_FALSE(saveGraph(*graph, m_folder.path("nowhere/graph.json"), testRegistry(), &error));
-    EXPECT_TRUE(error.startsWith(m_folder.path("nowhere/graph.json") + ": cannot be written: "));
+    EXPECT_FALSE(saveGraph(*graph, path("nowhere/graph.json"), testRegistry(), &error));
+    EXPECT_TRUE(error.startsWith(path("nowhere/graph.json") + ": cannot be written: "));
 }
 
 TEST_F(GraphCpuTest, DescriptionsTakeAssignmentsAndAnotherModel)
 {
     GraphDescription graph;
-    graph.file = m_folder.path("deeper/graph.json");
+    graph.file = path("deeper/graph.json");
     graph.passes = {{"blur", "Filter", {{"Qel_float_Radius", 1.0}, {"Frame", "@a.Frame"}}, {}}};
     QString error;
-    const auto inputsAfter = [&](const QString& assignment) {
-        EXPECT_TRUE(graph.set(assignment, &error)) << qPrintable(error);
-        return graph.passes[0].inputs;
-    };
     using Inputs = std::vector<InputSetting>;
+    // An assignment replaces the earlier value, under either name of the port.
     const InputSetting frame{"Frame", "@a.Frame"};
-    EXPECT_EQ(inputsAfter("blur.Radius=0.5"), (Inputs{frame, {"Radius", 0.5}}));
-    EXPECT_EQ(inputsAfter("blur.Qel_float_Radius=[1,2]"),
-              (Inputs{frame, {"Qel_float_Radius", QJsonArray{1, 2}}}));
-    EXPECT_EQ(inputsAfter("blur.Radius=#ff8000"), (Inputs{frame, {"Radius", "#ff8000"}}));
-    EXPECT_EQ(inputsAfter("blur.Frame=@b.Frame=1"), (Inputs{{"Radius", "#ff8000"}, {"Frame", "@b.Frame=1"}}));
-    EXPECT_EQ(inputsAfter("blur.Frame=")[1].value, "");
-    const QString file = QDir::current().relativeFilePath(m_folder.path("image.png"));
-    EXPECT_EQ(QFileInfo(inputsAfter("blur.Frame=" + file)[1].value.toString()),
-              QFileInfo(m_folder.path("image.png")));
-    for (const char* wrong : {"blur", "blur.Radius", "blur=1", ".Radius=1", "blur.=1", ""}) {
+    const auto expectInputs = [&](const QString& assignment, const Inputs& inputs) {
+        EXPECT_TRUE(graph.set(assignment, &error)) << qPrintable(error);
+        EXPECT_EQ(graph.passes[0].inputs, inputs) << qPrintable(assignment);
+    };
+    expectInputs("blur.Radius=0.5", {frame, {"Radius", 0.5}});
+    expectInputs("blur.Qel_float_Radius=[1,2]", {frame, {"Qel_float_Radius", QJsonArray{1, 2}}});
+    expectInputs("blur.Radius=#ff8000", {frame, {"Radius", "#ff8000"}});
+    expectInputs("blur.Frame=@b.Frame=1", {{"Radius", "#ff8000"}, {"Frame", "@b.Frame=1"}});
+    expectInputs("blur.Frame=", {{"Radius", "#ff8000"}, {"Frame", ""}});
+    // Files count from the current folder.
+    const QString file = path("image.png");
+    EXPECT_TRUE(graph.set("blur.Frame=" + QDir::current().relativeFilePath(file), &error));
+    EXPECT_EQ(QFileInfo(graph.passes[0].inputs[1].value.toString()), QFileInfo(file));
+    for (const char* wrong : {"blur", "blur.Radius", "blur=1", ".Radius=1", "blur.=1"}) {
         EXPECT_FALSE(graph.set(wrong, &error)) << wrong;
-        EXPECT_EQ(error, QString("\"%1\" is not an assignment; write PASS.PORT=VALUE").arg(wrong));
+        EXPECT_TRUE(error.endsWith("\" is not an assignment; write PASS.PORT=VALUE"));
     }
     EXPECT_FALSE(graph.set("blurr.Radius=1", &error));
     EXPECT_TRUE(error.endsWith("/graph.json: blurr.Radius=1: no pass \"blurr\"; did you mean \"blur\"?"));
@@ -433,28 +375,11 @@ TEST_F(GraphCpuTest, DescriptionsTakeAssignmentsAndAnotherModel)
     graph.models = {{"first", "a.obj"}, {"second", "b.obj"}};
     graph.replaceModel("model.obj");
     EXPECT_FALSE(graph.camera);
-    const ModelDescription expected{"first", QDir::current().absoluteFilePath("model.obj")};
-    EXPECT_EQ(graph.models, (std::vector<ModelDescription>{expected, {"second", "b.obj"}}));
-    EXPECT_EQ(graph.resolvePath(graph.models[0].file), expected.file);
+    const QString model = QDir::current().absoluteFilePath("model.obj");
+    EXPECT_EQ(graph.models, (std::vector<ModelDescription>{{"first", model}, {"second", "b.obj"}}));
     graph.models.clear();
     graph.replaceModel("model.obj");
-    EXPECT_EQ(graph.models, (std::vector<ModelDescription>{{"model", expected.file}}));
-}
-
-TEST_F(GraphCpuTest, TheExampleInTheManualIsValid)
-{
-    QFile manual(sourcePath(u"docs/graph-files.md"_s));
-    ASSERT_TRUE(manual.open(QIODevice::ReadOnly));
-    const QByteArray text = manual.readAll();
-    const qsizetype begin = text.indexOf("```json\n") + 8;
-    QStringList errors;
-    m_folder.write("graph.json", text.sliced(begin, text.indexOf("```", begin) - begin));
-    auto graph = loadGraph(m_folder.path("graph.json"), &errors);
-    ASSERT_TRUE(graph) << qPrintable(errors.join(u'\n'));
-    graph->file = sourcePath(u"examples/graphs/manual.json"_s);
-    const auto plan = planGraph(*graph, PassRegistry::builtin(), &errors);
-    ASSERT_TRUE(plan) << qPrintable(errors.join(u'\n'));
-    EXPECT_EQ(plan->order, (std::vector<int>{0, 1}));
+    EXPECT_EQ(graph.models, (std::vector<ModelDescription>{{"model", model}}));
 }
 
 } // namespace Morvane::Qel::Test

@@ -1,40 +1,23 @@
 // Properties that hold for every pass, run for each registered type.
 
 #include <array>
-#include <set>
+#include <tuple>
 
 #include <stdlib.h>
 
 #include <epoxy/gl.h>
 
+#include "support/GLState.h"
 #include "support/GLTest.h"
 #include "support/PassHost.h"
 #include "support/Pixels.h"
+#include <Qel/core/MetaTypes.h>
 #include <Qel/gl/TextureManager.h>
 
 using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel::Test {
 namespace {
-
-/// All GL objects of the kinds that passes create.
-std::set<std::pair<int, unsigned int>> livingObjects()
-{
-    constexpr unsigned int highestName = 2000;
-    std::set<std::pair<int, unsigned int>> objects;
-    for (unsigned int name = 1; name <= highestName; ++name) {
-        const std::array<bool, 6> exists{
-            glIsTexture(name) == GL_TRUE, glIsFramebuffer(name) == GL_TRUE, glIsProgram(name) == GL_TRUE,
-            glIsBuffer(name) == GL_TRUE,  glIsVertexArray(name) == GL_TRUE, glIsRenderbuffer(name) == GL_TRUE,
-        };
-        for (size_t kind = 0; kind < exists.size(); ++kind) {
-            if (exists[kind]) {
-                objects.insert({static_cast<int>(kind), name});
-            }
-        }
-    }
-    return objects;
-}
 
 /// Sets state as an application might leave it behind.
 void makeStateDirty()
@@ -72,46 +55,36 @@ class PassProperties : public GLTest, public testing::WithParamInterface<std::st
 
 TEST_P(PassProperties, DrawsTheSameFromAnyStateAndKeepsReferencesBalancedForAnyNumberOfUsers)
 {
-    constexpr size_t numFrames = 4;
-    const auto setNumUsers = [](PassHost& host, size_t frame) {
-        constexpr std::array<int, numFrames> users{1, 2, 0, 1};
-        host.setNumUsers(users[frame]);
-    };
-    // Makes the random offsets of the jitter pass repeat.
-    srand48(1);
-    std::vector<std::vector<Pixels>> clean;
-    std::vector<Pixels> cleanScreens;
-    {
-        PassHost host(context(), QString::fromStdString(GetParam()));
-        for (size_t frame = 0; frame < numFrames; ++frame) {
-            setNumUsers(host, frame);
+    std::array<std::vector<std::vector<Pixels>>, 2> images;
+    for (const size_t isDirty : {0, 1}) {
+        // Makes the random offsets of the jitter pass repeat.
+        srand48(1);
+        PassHost host(GetParam());
+        for (const int users : {1, 2, 0, 1}) {
+            host.setNumUsers(users);
             host.connectInputs();
-            clean.push_back(host.runFrame());
-            cleanScreens.push_back(readScreen(host.size().width(), host.size().height()));
+            if (isDirty != 0) {
+                makeStateDirty();
+                context().makeCurrent();
+            }
+            images[isDirty].push_back(host.runFrame());
+            images[isDirty].back().push_back(readScreen(host.size().width(), host.size().height()));
             // Every user has released its reference: one too many is reported as critical, one too few stays.
-            EXPECT_EQ(TextureManager::Instance()->numReferences(), numKeptTextures(GetParam()))
-                << "after frame " << frame;
+            EXPECT_EQ(TextureManager::Instance()->numReferences(), numKeptTextures(GetParam()));
         }
     }
-    srand48(1);
-    PassHost host(context(), QString::fromStdString(GetParam()));
-    for (size_t frame = 0; frame < numFrames; ++frame) {
-        setNumUsers(host, frame);
-        host.connectInputs();
-        makeStateDirty();
-        context().makeCurrent();
-        const std::vector<Pixels> dirty = host.runFrame();
-        ASSERT_EQ(dirty.size(), clean[frame].size());
-        for (size_t i = 0; i < dirty.size(); ++i) {
-            EXPECT_TRUE(equal(dirty[i], clean[frame][i])) << "output " << i << " of frame " << frame;
+    for (size_t frame = 0; frame < images[0].size(); ++frame) {
+        ASSERT_EQ(images[1][frame].size(), images[0][frame].size());
+        for (size_t i = 0; i < images[0][frame].size(); ++i) {
+            EXPECT_TRUE(equal(images[1][frame][i], images[0][frame][i]))
+                << "image " << i << " of frame " << frame;
         }
-        EXPECT_TRUE(equal(readScreen(host.size().width(), host.size().height()), cleanScreens[frame]));
     }
 }
 
 TEST_P(PassProperties, SurvivesMissingAndWrongInputs)
 {
-    PassHost host(context(), QString::fromStdString(GetParam()));
+    PassHost host(GetParam());
     QObject notATexture;
     for (const QVariant& everywhere :
          {QVariant(), QVariant(u"no such thing"_s), QVariant(-3), QVariant(QRect(0, 0, 8, 8)),
@@ -122,9 +95,9 @@ TEST_P(PassProperties, SurvivesMissingAndWrongInputs)
         EXPECT_EQ(TextureManager::Instance()->numReferences(), numKeptTextures(GetParam()));
     }
     // One input missing at a time.
-    for (int missing = 0; missing < host.pass().numInputs(); ++missing) {
+    for (int missing = 0; missing < host.numInputs(); ++missing) {
         host.connectInputs();
-        host.disconnectInput(missing);
+        host.replaceInput(missing);
         host.runFrame();
         EXPECT_EQ(TextureManager::Instance()->numReferences(), numKeptTextures(GetParam()))
             << "without input " << missing;
@@ -140,18 +113,58 @@ TEST_P(PassProperties, SurvivesMissingAndWrongInputs)
     }
 }
 
+TEST_P(PassProperties, KeepsTheFiltersAndWrapModesOfItsInputs)
+{
+    const auto parametersOf = [](const std::vector<Texture*>& textures) {
+        std::vector<int> parameters;
+        for (Texture* texture : textures) {
+            for (const GLenum name : {GL_TEXTURE_MIN_FILTER, GL_TEXTURE_MAG_FILTER, GL_TEXTURE_WRAP_S,
+                                      GL_TEXTURE_WRAP_T, GL_TEXTURE_WRAP_R, GL_TEXTURE_MAX_LEVEL}) {
+                parameters.push_back(texture->parameter(name));
+            }
+        }
+        return parameters;
+    };
+    PassHost host(GetParam());
+    for (const auto& [filter, wrap, isInteger] :
+         {std::tuple(GL_NEAREST, GL_REPEAT, false), std::tuple(GL_LINEAR, GL_CLAMP_TO_EDGE, false),
+          std::tuple(GL_LINEAR, GL_MIRRORED_REPEAT, true)}) {
+        std::vector<std::unique_ptr<Texture>> integers;
+        std::vector<Texture*> textures;
+        const std::vector<QVariant>& values = host.connectInputs();
+        for (int i = 0; i < host.numInputs(); ++i) {
+            auto* texture = pointerFromVariant<Texture>(values[static_cast<size_t>(i)]);
+            if (isInteger && texture && texture->internalFormat() == GL_RGBA16F) {
+                const std::vector<unsigned int> texels(4UL * 40 * 32, 1);
+                texture = integers.emplace_back(makeIntegerTexture(40, 32, GL_RGBA32UI, texels)).get();
+                host.replaceInput(i, Input(texture).value());
+            }
+            if (texture) {
+                texture->setFilter(filter, GL_NEAREST);
+                texture->setWrap(wrap);
+                textures.push_back(texture);
+            }
+        }
+        const std::vector<int> before = parametersOf(textures);
+        host.runFrame([&](RenderPass& pass) {
+            pass.start(nullptr);
+            EXPECT_EQ(parametersOf(textures), before);
+        });
+    }
+}
+
 TEST_P(PassProperties, FollowsAHundredSizesAndLeavesNoObject)
 {
     {
         // Creates what the context and the pool share between passes.
-        PassHost warmUp(context(), QString::fromStdString(GetParam()));
+        PassHost warmUp(GetParam());
         warmUp.connectInputs();
         warmUp.runFrame();
     }
     TextureManager::Instance()->releaseFreeTextures();
-    const auto before = livingObjects();
+    const auto before = liveObjects();
     {
-        PassHost host(context(), QString::fromStdString(GetParam()));
+        PassHost host(GetParam());
         for (int i = 0; i < 100; ++i) {
             host.size() = QSize(1 + (i * 37) % 61, 1 + (i * 23) % 53);
             host.connectInputs();
@@ -163,7 +176,7 @@ TEST_P(PassProperties, FollowsAHundredSizesAndLeavesNoObject)
         EXPECT_LT(TextureManager::Instance()->numTextures(), 60) << "the pool keeps unused sizes";
     }
     TextureManager::Instance()->releaseFreeTextures();
-    EXPECT_EQ(livingObjects(), before);
+    EXPECT_EQ(liveObjects(), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, PassProperties, testing::ValuesIn(builtinTypes()),

@@ -9,15 +9,7 @@ namespace {
 
 using Pass = LuminanceAverageRenderPass;
 
-class LuminanceAverageTest : public GLTest
-{
-};
-
-double luminanceOf(const QVector4D& colour)
-{
-    return 0.2126 * static_cast<double>(colour.x()) + 0.7152 * static_cast<double>(colour.y()) +
-           0.0722 * static_cast<double>(colour.z());
-}
+using LuminanceAverageTest = GLTest;
 
 // Widths that are no multiple of 8, portrait and panorama formats, viewports that leave the reduced target no
 // texels, and viewports of another size than the frame's. The largest sum has more texels than a shader of
@@ -26,33 +18,29 @@ TEST_F(LuminanceAverageTest, IsTheMeanWhateverTheShape)
 {
     Runner<Pass> pass;
     for (const auto& [size, viewport] :
-         {std::pair(QSize(64, 64), QSize(64, 64)), std::pair(QSize(203, 117), QSize(203, 117)),
-          std::pair(QSize(45, 401), QSize(45, 401)), std::pair(QSize(701, 33), QSize(701, 33)),
-          std::pair(QSize(7, 90), QSize(7, 90)), std::pair(QSize(600, 520), QSize(5, 5)),
+         {std::pair(QSize(203, 117), QSize(203, 117)), std::pair(QSize(45, 401), QSize(45, 401)),
+          std::pair(QSize(701, 33), QSize(701, 33)), std::pair(QSize(600, 520), QSize(5, 5)),
           std::pair(QSize(600, 520), QSize(0, 0)), std::pair(QSize(100, 80), QSize(250, 250)),
-          std::pair(QSize(160, 160), QSize(160, 10)), std::pair(QSize(1, 1), QSize(640, 480)),
-          std::pair(QSize(1920, 1080), QSize(1920, 1080))}) {
+          std::pair(QSize(1, 1), QSize(640, 480)), std::pair(QSize(1920, 1080), QSize(1920, 1080))}) {
         const Pixels image = Pixels::noise(size.width(), size.height(), 3);
         const auto frame = makeTexture(image, GL_RGBA32F);
         const Pixels actual = pass.render({QRect(QPoint(0, 0), viewport), frame});
         // The shader sums in single precision.
         EXPECT_TRUE(equal(actual, Pixels::filled(1, 1, image.mean()), 2e-6F))
             << size.width() << "x" << size.height();
-        EXPECT_NEAR(pass->output(Pass::AverageLuminance).toDouble(), luminanceOf(image.mean()), 2e-6);
+        EXPECT_NEAR(pass->output(Pass::AverageLuminance).toFloat(),
+                    QVector4D::dotProduct(image.mean(), {0.2126F, 0.7152F, 0.0722F, 0.0F}), 2e-6F);
     }
 }
 
 TEST_F(LuminanceAverageTest, CountsEveryTexelOnce)
 {
     Runner<Pass> pass;
-    for (const auto& [x, y] : {std::pair(0, 0), std::pair(52, 130), std::pair(0, 130), std::pair(52, 0),
-                               std::pair(8, 21), std::pair(9, 22), std::pair(26, 65), std::pair(51, 129)}) {
+    for (const auto& [x, y] : {std::pair(0, 0), std::pair(52, 130), std::pair(8, 21), std::pair(26, 65)}) {
         Pixels image = Pixels::filled(53, 131, {});
-        image.at(x, y) = {53.0F * 131.0F, 0.25F * 53.0F * 131.0F, 0, 0};
-        const auto frame = makeTexture(image, GL_RGBA32F);
-        EXPECT_TRUE(
-            equal(pass.render({QRect(0, 0, 53, 131), frame}), Pixels::filled(1, 1, {1, 0.25F, 0, 0}), 1e-6F))
-            << x << ", " << y;
+        image.at(x, y) = {53.0F * 131.0F, 0, 0, 0};
+        const Pixels actual = pass.render({QRect(0, 0, 53, 131), makeTexture(image, GL_RGBA32F)});
+        EXPECT_TRUE(equal(actual, Pixels::filled(1, 1, {1, 0, 0, 0}), 1e-6F)) << x << ", " << y;
     }
 }
 

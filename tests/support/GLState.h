@@ -3,6 +3,8 @@
 #include <QRect>
 
 #include <array>
+#include <set>
+#include <utility>
 
 #include <epoxy/gl.h>
 
@@ -29,6 +31,24 @@ inline unsigned int textureAt(int unit)
 {
     glActiveTexture(GL_TEXTURE0 + static_cast<unsigned int>(unit));
     return stateInGL(GL_TEXTURE_BINDING_2D);
+}
+
+/// Returns all GL objects of the context, as pairs of a kind and a name.
+inline std::set<std::pair<int, unsigned int>> liveObjects()
+{
+    constexpr unsigned int highestName = 2000;
+    std::set<std::pair<int, unsigned int>> objects;
+    for (unsigned int name = 1; name <= highestName; ++name) {
+        const std::array<GLboolean, 7> exists{
+            glIsTexture(name),     glIsFramebuffer(name),  glIsProgram(name), glIsBuffer(name),
+            glIsVertexArray(name), glIsRenderbuffer(name), glIsQuery(name)};
+        for (size_t kind = 0; kind < exists.size(); ++kind) {
+            if (exists[kind] == GL_TRUE) {
+                objects.insert({static_cast<int>(kind), name});
+            }
+        }
+    }
+    return objects;
 }
 
 } // namespace Morvane::Qel::Test

@@ -4,7 +4,6 @@
 #include <array>
 #include <bit>
 #include <map>
-#include <tuple>
 
 #include <epoxy/gl.h>
 
@@ -25,97 +24,62 @@ namespace {
 
 using Node = std::array<unsigned int, 4>;
 
-/// Reads rows of an integer texture when they are first asked for: node buffers are mostly empty.
-template<class Texel>
-class RowReader
+/// Reads rows of the node buffer when they are first asked for: it is mostly empty.
+class NodeReader
 {
 public:
-    RowReader(Texture* texture, unsigned int format)
-        : m_width(texture->size().width())
-        , m_format(format)
+    explicit NodeReader(Texture* nodes)
+        : m_size(nodes->size())
     {
-        m_framebuffer.attach(texture, GL_COLOR_ATTACHMENT0, 0);
+        m_framebuffer.attach(nodes, GL_COLOR_ATTACHMENT0, 0);
     }
 
-    const Texel& at(int x, int y)
+    /// The node at a place, null outside the buffer.
+    const Node* at(unsigned int x, unsigned int y)
     {
-        std::vector<Texel>& row = m_rows[y];
+        if (x >= static_cast<unsigned int>(m_size.width()) ||
+            y >= static_cast<unsigned int>(m_size.height())) {
+            return nullptr;
+        }
+        std::vector<Node>& row = m_rows[y];
         if (row.empty()) {
-            row.resize(static_cast<size_t>(m_width));
+            row.resize(static_cast<size_t>(m_size.width()));
             const AutoBinder binder(&m_framebuffer);
             m_framebuffer.setDrawBuffers();
-            glReadPixels(0, y, m_width, 1, m_format, GL_UNSIGNED_INT, row.data());
+            glReadPixels(0, static_cast<int>(y), m_size.width(), 1, GL_RGBA_INTEGER, GL_UNSIGNED_INT,
+                         row.data());
         }
-        return row[static_cast<size_t>(x)];
+        return &row[x];
     }
 
 private:
     FramebufferObject m_framebuffer;
-    int m_width;
-    unsigned int m_format;
-    std::map<int, std::vector<Texel>> m_rows;
+    QSize m_size;
+    std::map<unsigned int, std::vector<Node>> m_rows;
 };
-
-bool isBefore(const Fragment& a, const Fragment& b)
-{
-    return std::tie(a.depth, a.draw, a.primitive) < std::tie(b.depth, b.draw, b.primitive);
-}
 
 } // namespace
 
-Lists Lists::sorted() const
-{
-    Lists result = *this;
-    for (std::vector<Fragment>& list : result.pixels) {
-        std::sort(list.begin(), list.end(), isBefore);
-    }
-    return result;
-}
-
-Pixels Lists::layers() const
-{
-    size_t numLayers = 1;
-    for (const std::vector<Fragment>& list : pixels) {
-        numLayers = std::max(numLayers, list.size());
-    }
-    return Pixels::generate(width, height * static_cast<int>(numLayers), [&](int x, int y) {
-        const auto layer = static_cast<size_t>(y / height);
-        const std::vector<Fragment>& list = at(x, y % height);
-        if (layer >= list.size()) {
-            return QVector4D();
-        }
-        const Fragment& fragment = list[layer];
-        return QVector4D(static_cast<float>(fragment.primitive), fragment.depth,
-                         static_cast<float>(fragment.draw), 1.0F);
-    });
-}
-
 Lists readLists(Texture* headPointers, Texture* nodes, int nodeBufferWidth, int numRows)
 {
-    if (hasGLExtension("ARB_shader_image_load_store")) {
-        glMemoryBarrier(GL_ALL_BARRIER_BITS);
-    }
     constexpr size_t mostFragments = 1000;
-    RowReader<unsigned int> headRows(headPointers, GL_RED_INTEGER);
-    RowReader<Node> nodeRows(nodes, GL_RGBA_INTEGER);
-    Lists lists{headPointers->size().width(), numRows < 0 ? headPointers->size().height() : numRows, {}};
-    for (int y = 0; y < lists.height; ++y) {
-        for (int x = 0; x < lists.width; ++x) {
-            std::vector<Fragment>& list = lists.pixels.emplace_back();
-            unsigned int pointer = headRows.at(x, y);
-            while (pointer != 0 && list.size() < mostFragments) {
-                const auto width = static_cast<unsigned int>(nodeBufferWidth);
-                const auto column = static_cast<int>((pointer - 1) % width);
-                const auto row = static_cast<int>((pointer - 1) / width);
-                if (column >= nodes->size().width() || row >= nodes->size().height()) {
-                    break;
-                }
-                const Node& node = nodeRows.at(column, row);
-                list.push_back({node[1], std::bit_cast<float>(node[2]), node[3]});
-                pointer = node[0];
+    std::vector<unsigned int> heads = readIntegers(headPointers);
+    const QSize size = headPointers->size();
+    Lists lists{size.width(), numRows < 0 ? size.height() : numRows, {}};
+    heads.resize(static_cast<size_t>(lists.width) * static_cast<size_t>(lists.height));
+    NodeReader reader(nodes);
+    const auto width = static_cast<unsigned int>(nodeBufferWidth);
+    for (unsigned int pointer : heads) {
+        std::vector<Fragment>& list = lists.pixels.emplace_back();
+        while (pointer != 0 && list.size() < mostFragments) {
+            const Node* node = reader.at((pointer - 1) % width, (pointer - 1) / width);
+            if (!node) {
+                break;
             }
-            EXPECT_LT(list.size(), mostFragments) << "at " << x << ", " << y;
+            list.push_back({(*node)[1], std::bit_cast<float>((*node)[2]), (*node)[3]});
+            pointer = (*node)[0];
         }
+        EXPECT_LT(list.size(), mostFragments);
     }
     return lists;
 }

@@ -22,7 +22,7 @@ struct Fragment
     float depth = 0.0F;
     unsigned int draw = 0;
 
-    bool operator==(const Fragment& other) const = default;
+    auto operator<=>(const Fragment& other) const = default;
 };
 
 /// The lists of a picture, bottom row first, each in the order of its links.
@@ -38,11 +38,6 @@ struct Lists
     {
         return static_cast<size_t>(y) * static_cast<size_t>(width) + static_cast<size_t>(x);
     }
-    /// Each list by depth, draw and primitive, for comparing what holds no particular order.
-    Lists sorted() const;
-    /// The fragments as a picture, a band of the picture's height for each layer: primitive, depth, draw and
-    /// 1, or 0 where there is none.
-    Pixels layers() const;
 };
 
 /// Reads lists back. A pointer to a node outside the node buffer ends its list; one of more than a thousand

@@ -1,24 +1,20 @@
 #include "support/PassHost.h"
 
+#include <QHash>
 #include <QMatrix4x4>
 #include <QRect>
 #include <QVector2D>
 
-#include <array>
+#include <algorithm>
 
 #include <gtest/gtest.h>
 
 #include <epoxy/gl.h>
 
-#include "support/Models.h"
-#include <Qel/core/MetaTypes.h>
-#include <Qel/gl/DrawBuffers.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/Texture.h>
-#include <Qel/gl/TextureManager.h>
-#include <Qel/graph/PassRegistry.h>
-
 #include "support/Paths.h"
+#include <Qel/core/MetaTypes.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/graph/PassRegistry.h>
 
 using namespace Qt::StringLiterals;
 
@@ -39,6 +35,23 @@ Lists makeLists()
     return lists;
 }
 
+/// The fragments of all lists in one row, those of each list sorted and followed by an empty pixel.
+Pixels flattened(Lists lists)
+{
+    Pixels row;
+    for (std::vector<Fragment>& list : lists.pixels) {
+        std::sort(list.begin(), list.end());
+        for (const Fragment& fragment : list) {
+            row.values.emplace_back(static_cast<float>(fragment.primitive), fragment.depth,
+                                    static_cast<float>(fragment.draw), 1.0F);
+        }
+        row.values.emplace_back();
+    }
+    row.width = static_cast<int>(row.values.size());
+    row.height = 1;
+    return row;
+}
+
 } // namespace
 
 std::vector<std::string> builtinTypes()
@@ -50,17 +63,16 @@ std::vector<std::string> builtinTypes()
     return types;
 }
 
-PassHost::PassHost(OpenGLDeviceContext& context, const QString& type)
-    : m_context(context)
-    , m_model(makeCubeModel())
-    , m_lists(makeListTextures(makeLists()))
-    , m_scope(&context)
+PassHost::PassHost(const std::string& typeName)
+    : m_lists(makeListTextures(makeLists()))
+    , m_scope(OpenGLDeviceContext::current())
 {
     m_lights[1].type = ShadowMapManager::LightType::Spot;
     m_lights[2].type = ShadowMapManager::LightType::Point;
     for (ShadowMapManager::Light& light : m_lights) {
         light.position = {0.0F, 1.5F, 0.0F};
     }
+    const QString type = QString::fromStdString(typeName);
     const PassRegistry& registry = PassRegistry::builtin();
     const PassDescription& description = *registry.description(type);
     PassOptions options;
@@ -79,45 +91,41 @@ PassHost::PassHost(OpenGLDeviceContext& context, const QString& type)
         options[u"inputs"_s] = QStringList{u"Qel_QRect_Viewport"_s, u"Qel_QelTexture*_Input"_s};
         options[u"outputs"_s] = QStringList{u"Qel_QelTexture*_Output"_s};
     }
-    const ResourceScope::Activation inside(&context, &m_scope);
+    const ResourceScope::Activation inside(OpenGLDeviceContext::current(), &m_scope);
     QString error;
     m_pass = registry.create(type, options, &error);
     EXPECT_TRUE(m_pass) << qPrintable(error);
     m_runner = std::make_unique<PassRunner>(*m_pass);
 }
 
-PassHost::~PassHost()
-{
-    m_runner.reset();
-    m_pass.reset();
-}
-
-void PassHost::connectInputs()
+const std::vector<QVariant>& PassHost::connectInputs()
 {
     m_values.clear();
-    for (int i = 0; i < m_pass->numInputs(); ++i) {
-        m_values.push_back(value(i));
+    for (int i = 0; i < numInputs(); ++i) {
+        m_values.push_back(value(m_pass->inputName(i), m_pass->defaultValue(i)));
         m_pass->setInput(i, m_values.back());
     }
+    return m_values;
 }
 
-void PassHost::disconnectInput(int index)
+void PassHost::replaceInput(int index, const QVariant& value)
 {
-    auto* texture = pointerFromVariant<Texture>(m_values[static_cast<size_t>(index)]);
-    TextureManager::Instance()->releaseTempTextureRef(texture, 1);
-    m_pass->setInput(index, {});
+    QVariant& current = m_values[static_cast<size_t>(index)];
+    TextureManager::Instance()->releaseTempTextureRef(pointerFromVariant<Texture>(current), 1);
+    current = value;
+    m_pass->setInput(index, value);
 }
 
 void PassHost::setInputs(const QVariant& everywhere)
 {
-    for (int i = 0; i < m_pass->numInputs(); ++i) {
+    for (int i = 0; i < numInputs(); ++i) {
         m_pass->setInput(i, everywhere);
     }
 }
 
 void PassHost::runFrame(const std::function<void(RenderPass&)>& callStart)
 {
-    const ResourceScope::Activation inside(&m_context, &m_scope);
+    const ResourceScope::Activation inside(OpenGLDeviceContext::current(), &m_scope);
     m_runner->runAround(callStart);
     m_runner->releaseOutputs();
     TextureManager::Instance()->endFrame();
@@ -136,126 +144,86 @@ std::vector<Pixels> PassHost::runFrame()
 std::vector<Pixels> PassHost::readOutputs() const
 {
     std::vector<Pixels> images;
-    Texture* headPointers = outputTexture(QLatin1StringView("HeadPointers"));
-    Texture* nodes = outputTexture(QLatin1StringView("NodeBuffer"));
     for (int i = 0; i < m_pass->numOutputs(); ++i) {
         Texture* texture = m_runner->texture(i);
-        if (!texture || texture->target() != GL_TEXTURE_2D || texture->size().isEmpty() || texture == nodes) {
+        if (!texture || texture->target() != GL_TEXTURE_2D || texture->size().isEmpty()) {
             continue;
         }
-        if (texture == headPointers) {
-            if (const int width = nodes ? m_pass->output(2).toInt() : 0; width > 0) {
-                images.push_back(readLists(headPointers, nodes, width).sorted().layers());
+        if (m_pass->outputName(i).endsWith(u"_HeadPointers")) {
+            // The node buffer and its width follow.
+            if (Texture* nodes = m_runner->texture(i + 1); nodes && m_pass->output(i + 2).toInt() > 0) {
+                images.push_back(flattened(readLists(texture, nodes, m_pass->output(i + 2).toInt())));
             }
-        } else {
+        } else if (!m_pass->outputName(i).endsWith(u"_NodeBuffer")) {
             images.push_back(readTexture(texture));
         }
     }
     return images;
 }
 
-/// The texture on the output with this last part of a name, null where there is none.
-Texture* PassHost::outputTexture(QLatin1StringView name) const
+QVariant PassHost::value(const QString& portName, const QVariant& defaultValue)
 {
-    for (int i = 0; i < m_pass->numOutputs(); ++i) {
-        if (PortName::parse(m_pass->outputName(i)).name == name) {
-            return m_runner->texture(i);
-        }
+    const auto [type, name] = PortName::parse(portName);
+    if (type == u"QelTexture*") {
+        return Input(texture(name)).value();
     }
-    return nullptr;
-}
-
-QVariant PassHost::value(int input)
-{
-    const PortName port = PortName::parse(m_pass->inputName(input));
-    if (port.type == QLatin1StringView("QRect")) {
-        return QRect(QPoint(0, 0), m_size);
+    QVariantList lights;
+    for (ShadowMapManager::Light& light : m_lights) {
+        lights.append(QVariant::fromValue(&light));
     }
-    if (port.type == QLatin1StringView("QMatrix4x4")) {
-        QMatrix4x4 matrix;
-        if (port.name.startsWith(QLatin1StringView("Projection"))) {
-            matrix.perspective(50.0F, 1.25F, 0.5F, 20.0F);
-        } else {
-            matrix.lookAt({2.0F, 1.5F, 3.0F}, {0.0F, 0.0F, 0.0F}, {0.0F, 1.0F, 0.0F});
-        }
-        return matrix;
-    }
-    if (port.type == QLatin1StringView("QelTexture*")) {
-        return QVariant::fromValue<QObject*>(texture(port.name));
-    }
-    if (port.type == QLatin1StringView("QelGPUModel*")) {
-        return QVariant::fromValue(m_model.get());
-    }
-    if (port.name == QLatin1StringView("Lights")) {
-        QVariantList lights;
-        for (ShadowMapManager::Light& light : m_lights) {
-            lights.append(QVariant::fromValue(&light));
-        }
-        return lights;
-    }
-    if (port.type == QLatin1StringView("QelDrawBuffers*")) {
-        return QVariant::fromValue<QObject*>(m_model->drawBuffers(0));
-    }
-    if (port.type == QLatin1StringView("QString")) {
-        return sourcePath(u"examples/scenes/sky/%1.png"_s)
-            .arg(port.name.contains(u"Cubemap") ? u"posx"_s : u"latlong"_s);
-    }
-    if (QVariant initial = m_pass->defaultValue(input); initial.isValid()) {
-        return initial;
-    }
-    if (port.type.compare(QLatin1StringView("bool"), Qt::CaseInsensitive) == 0) {
-        return port.name != QLatin1StringView("Dirty");
-    }
-    if (port.type == QLatin1StringView("int")) {
-        return port.name == QLatin1StringView("NodeBufferWidth") ? m_lists.nodeBufferWidth : 3;
-    }
-    if (port.type == QLatin1StringView("float")) {
-        return port.name == QLatin1StringView("BlurRadius") ? 3.0F : 0.5F;
-    }
-    if (port.type == QLatin1StringView("QVector2D")) {
-        return QVector2D(0.5F, 0.5F);
-    }
-    if (port.type == QLatin1StringView("QVector3D")) {
-        return port.name.endsWith(QLatin1StringView("Min")) ? QVector3D(-1, -1, -1) : QVector3D(1, 1, 1);
-    }
-    return {};
+    QMatrix4x4 projection;
+    projection.perspective(50.0F, 1.25F, 0.5F, 20.0F);
+    QMatrix4x4 camera;
+    camera.lookAt({2.0F, 1.5F, 3.0F}, {0.0F, 0.0F, 0.0F}, {0.0F, 1.0F, 0.0F});
+    const QString image = sourcePath(u"examples/scenes/sky/%1.png"_s);
+    const QHash<QString, QVariant> always{
+        {u"QRect"_s, QRect(QPoint(0, 0), m_size)},
+        {u"QMatrix4x4"_s, name.startsWith(u"Projection") ? projection : camera},
+        {u"QelGPUModel*"_s, QVariant::fromValue(m_model.get())},
+        {u"QelDrawBuffers*"_s, Input(m_model->drawBuffers(0)).value()},
+        {u"QList_QelShadowMapManagerLight*"_s, lights},
+        {u"QString"_s, image.arg(name.contains(u"Cubemap") ? u"posx"_s : u"latlong"_s)},
+    };
+    const float corner = name.endsWith(u"Min") ? -1.0F : 1.0F;
+    const QHash<QString, QVariant> withoutDefault{
+        {u"bool"_s, name != u"Dirty"},
+        {u"Bool"_s, true},
+        {u"int"_s, name == u"NodeBufferWidth" ? m_lists.nodeBufferWidth : 3},
+        {u"float"_s, name == u"BlurRadius" ? 3.0F : 0.5F},
+        {u"QVector2D"_s, QVector2D(0.5F, 0.5F)},
+        {u"QVector3D"_s, QVector3D(corner, corner, corner)},
+    };
+    return always.value(type, defaultValue.isValid() ? defaultValue : withoutDefault.value(type));
 }
 
 Texture* PassHost::texture(const QString& name)
 {
-    const int width = m_size.width();
-    const int height = m_size.height();
-    if (name == QLatin1StringView("Cubemap")) {
-        if (!m_cubemap) {
-            m_cubemap = std::make_unique<Texture>();
-            m_cubemap->setTarget(GL_TEXTURE_CUBE_MAP);
-            m_cubemap->setFilter(GL_LINEAR, GL_LINEAR);
-            constexpr std::array<unsigned char, 4> orange{255, 128, 0, 255};
-            for (unsigned int face = 0; face < 6; ++face) {
-                m_cubemap->setFaceImage(GL_TEXTURE_CUBE_MAP_POSITIVE_X + face, 0, GL_RGBA8, 1, 1, GL_RGBA,
-                                        GL_UNSIGNED_BYTE, orange.data());
-            }
+    if (name == u"Cubemap") {
+        m_cubemap = std::make_unique<Texture>();
+        m_cubemap->setTarget(GL_TEXTURE_CUBE_MAP);
+        m_cubemap->setFilter(GL_LINEAR, GL_LINEAR);
+        constexpr std::array<unsigned char, 4> orange{255, 128, 0, 255};
+        for (unsigned int face = 0; face < 6; ++face) {
+            m_cubemap->setFaceImage(GL_TEXTURE_CUBE_MAP_POSITIVE_X + face, 0, GL_RGBA8, 1, 1, GL_RGBA,
+                                    GL_UNSIGNED_BYTE, orange.data());
         }
         return m_cubemap.get();
     }
-    if (name == QLatin1StringView("HeadPointers")) {
+    if (name == u"HeadPointers") {
         return m_lists.headPointers.get();
     }
-    if (name == QLatin1StringView("NodeBuffer")) {
+    if (name == u"NodeBuffer") {
         return m_lists.nodes.get();
     }
-    if (name == QLatin1StringView("Depth")) {
-        return makePooledTexture(Pixels::filled(width, height, {0.75F, 0.0F, 0.0F, 0.0F}),
-                                 TextureFormat::Depth24Stencil8);
-    }
-    return makePooledTexture(Pixels::generate(width, height,
-                                              [](int x, int y) {
-                                                  return QVector4D(static_cast<float>(x % 7) / 7.0F,
-                                                                   static_cast<float>(y % 5) / 5.0F,
-                                                                   (x / 4 + y / 4) % 2 == 0 ? 0.9F : 0.1F,
-                                                                   1.0F);
-                                              }),
-                             TextureFormat::RGBA16F);
+    const auto texel = [](int x, int y) {
+        return QVector4D(static_cast<float>(x % 7) / 7.0F, static_cast<float>(y % 5) / 5.0F,
+                         (x / 4 + y / 4) % 2 == 0 ? 0.9F : 0.1F, 1.0F);
+    };
+    return name == u"Depth"
+               ? makePooledTexture(Pixels::filled(m_size.width(), m_size.height(), {0.75F, 0, 0, 0}),
+                                   TextureFormat::Depth24Stencil8)
+               : makePooledTexture(Pixels::generate(m_size.width(), m_size.height(), texel),
+                                   TextureFormat::RGBA16F);
 }
 
 } // namespace Morvane::Qel::Test

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QString>
 #include <QVariant>
 
 #include <array>
@@ -10,14 +9,11 @@
 #include <vector>
 
 #include "support/Lists.h"
+#include "support/Models.h"
 #include "support/Passes.h"
 #include <Qel/gl/ResourceScope.h>
 #include <Qel/model/GPUModel.h>
 #include <Qel/model/ShadowMapManager.h>
-
-namespace Morvane::Qel {
-class OpenGLDeviceContext;
-}
 
 namespace Morvane::Qel::Test {
 
@@ -28,19 +24,16 @@ std::vector<std::string> builtinTypes();
 class PassHost
 {
 public:
-    PassHost(OpenGLDeviceContext& context, const QString& type);
-    ~PassHost();
-    PassHost(const PassHost&) = delete;
-    PassHost& operator=(const PassHost&) = delete;
+    explicit PassHost(const std::string& type);
 
-    RenderPass& pass() { return *m_pass; }
+    int numInputs() const { return static_cast<int>(m_pass->numInputs()); }
     QSize& size() { return m_size; }
 
-    /// Sets every input to a value that suits its port; pooled textures carry the reference that the pass
-    /// releases.
-    void connectInputs();
-    /// Clears an input and releases the reference that the pass would have released.
-    void disconnectInput(int index);
+    /// Sets every input to a value that suits its port, and returns the values; pooled textures carry the
+    /// reference that the pass releases.
+    const std::vector<QVariant>& connectInputs();
+    /// Sets an input; releases the reference that the pass would have released of the value before.
+    void replaceInput(int index, const QVariant& value = {});
     /// Sets all inputs to the same value.
     void setInputs(const QVariant& everywhere);
 
@@ -54,14 +47,11 @@ public:
     void runFrame(const std::function<void(RenderPass&)>& callStart);
 
 private:
-    QVariant value(int input);
+    QVariant value(const QString& portName, const QVariant& defaultValue);
     Texture* texture(const QString& name);
-    std::vector<Texture*> outputTextures() const;
-    Texture* outputTexture(QLatin1StringView name) const;
     std::vector<Pixels> readOutputs() const;
 
-    OpenGLDeviceContext& m_context;
-    std::unique_ptr<GPUModel> m_model;
+    std::unique_ptr<GPUModel> m_model = makeCubeModel();
     /// One light of each type.
     std::array<ShadowMapManager::Light, 3> m_lights;
     std::unique_ptr<Texture> m_cubemap;

@@ -6,22 +6,12 @@
 
 namespace Morvane::Qel::Test {
 
-PassRunner::PassRunner(RenderPass& pass)
-    : m_pass(pass)
-{
-}
-
 PassRunner::~PassRunner()
 {
     releaseOutputs();
     if (m_isSetUp) {
         m_pass.teardown(nullptr);
     }
-}
-
-void PassRunner::set(int input, const Input& value)
-{
-    m_pass.setInput(input, value.value());
 }
 
 void PassRunner::set(const QString& name, const Input& value)
@@ -86,41 +76,6 @@ void PassRunner::releaseOutputs()
         TextureManager::Instance()->releaseTempTextureRef(texture(static_cast<int>(i)), m_held[i]);
     }
     m_held.clear();
-}
-
-QVariant textureInput(Texture* texture)
-{
-    return QVariant::fromValue<QObject*>(texture);
-}
-
-Texture* outputTexture(const RenderPass& pass, int output)
-{
-    return qobject_cast<Texture*>(pass.output(output).value<QObject*>());
-}
-
-void runFrame(RenderPass& pass, const std::vector<QVariant>& inputs)
-{
-    for (size_t i = 0; i < inputs.size(); ++i) {
-        pass.setInput(static_cast<int>(i), inputs[i]);
-    }
-    pass.resetNumOutputUsers();
-    for (int i = 0; i < pass.numOutputs(); ++i) {
-        pass.setNumOutputUsers(i, 1);
-    }
-    OpenGLDeviceContext::current()->applyBaseState();
-    pass.beginFrame(nullptr);
-    pass.start(nullptr);
-    pass.endFrame(nullptr);
-}
-
-Pixels render(RenderPass& pass, const std::vector<QVariant>& inputs)
-{
-    runFrame(pass, inputs);
-    Pixels picture = readTexture(outputTexture(pass));
-    for (int i = 0; i < pass.numOutputs(); ++i) {
-        TextureManager::Instance()->releaseTempTextureRef(outputTexture(pass, i), 1);
-    }
-    return picture;
 }
 
 } // namespace Morvane::Qel::Test

@@ -45,13 +45,16 @@ private:
 class PassRunner
 {
 public:
-    explicit PassRunner(RenderPass& pass);
+    explicit PassRunner(RenderPass& pass)
+        : m_pass(pass)
+    {
+    }
     ~PassRunner();
     PassRunner(const PassRunner&) = delete;
     PassRunner& operator=(const PassRunner&) = delete;
 
     /// Sets an input by index, or by the last part of its port name.
-    void set(int input, const Input& value);
+    void set(int input, const Input& value) { m_pass.setInput(input, value.value()); }
     void set(const QString& name, const Input& value);
     /// Sets how many consumers each output has from the next frame on; 1 at first.
     void setNumUsers(int users) { m_users = users; }
@@ -79,42 +82,19 @@ private:
     std::vector<int> m_held;
 };
 
-template<class Pass>
-struct PassHolder
-{
-    template<class... Arguments>
-    explicit PassHolder(Arguments&&... arguments)
-        : ownedPass(std::forward<Arguments>(arguments)...)
-    {
-    }
-    Pass ownedPass;
-};
-
 /// A pass with its runner; the constructor takes the arguments of the pass.
 template<class Pass>
-class Runner : private PassHolder<Pass>, public PassRunner
+class Runner : private std::unique_ptr<Pass>, public PassRunner
 {
 public:
     template<class... Arguments>
     explicit Runner(Arguments&&... arguments)
-        : PassHolder<Pass>(std::forward<Arguments>(arguments)...)
-        , PassRunner(PassHolder<Pass>::ownedPass)
+        : std::unique_ptr<Pass>(std::make_unique<Pass>(std::forward<Arguments>(arguments)...))
+        , PassRunner(*std::unique_ptr<Pass>::get())
     {
     }
-    Pass* operator->() { return &this->ownedPass; }
-    Pass& operator*() { return this->ownedPass; }
+    using std::unique_ptr<Pass>::operator->;
+    using std::unique_ptr<Pass>::operator*;
 };
-
-/// A texture as an input's value.
-QVariant textureInput(Texture* texture);
-
-/// The texture on an output, null where there is none.
-Texture* outputTexture(const RenderPass& pass, int output = 0);
-
-/// Runs a frame with one user of every output, whose references the caller drops.
-void runFrame(RenderPass& pass, const std::vector<QVariant>& inputs);
-
-/// Runs a frame, reads the first output and releases all.
-Pixels render(RenderPass& pass, const std::vector<QVariant>& inputs);
 
 } // namespace Morvane::Qel::Test

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <numeric>
 #include <random>
 
 #include <epoxy/gl.h>
@@ -104,10 +105,9 @@ QVector4D Pixels::mean() const
 {
     QVector4D result;
     for (int c = 0; c < 4; ++c) {
-        double sum = 0.0;
-        for (const QVector4D& value : values) {
-            sum += static_cast<double>(value[c]);
-        }
+        const double sum =
+            std::accumulate(values.begin(), values.end(), 0.0,
+                            [c](double s, const QVector4D& v) { return s + static_cast<double>(v[c]); });
         result[c] = static_cast<float>(sum / static_cast<double>(values.size()));
     }
     return result;
@@ -119,14 +119,11 @@ testing::AssertionResult equal(const Pixels& actual, const Pixels& expected, flo
         return testing::AssertionFailure() << "is " << actual.width << "x" << actual.height << ", expected "
                                            << expected.width << "x" << expected.height;
     }
-    size_t first = actual.values.size();
-    size_t worst = first;
+    size_t worst = 0;
     double worstDifference = -1.0;
     size_t numDifferent = 0;
-    size_t numAny = 0;
     for (size_t i = 0; i < actual.values.size(); ++i) {
         if (expected.values[i] == anyPixel) {
-            ++numAny;
             continue;
         }
         double difference = 0.0;
@@ -135,16 +132,15 @@ testing::AssertionResult equal(const Pixels& actual, const Pixels& expected, flo
                                       static_cast<double>(expected.values[i][c]));
             difference = std::isnan(d) ? INFINITY : std::max(difference, d);
         }
-        if (difference > static_cast<double>(tolerance)) {
-            ++numDifferent;
-            first = std::min(first, i);
-        }
+        numDifferent += difference > static_cast<double>(tolerance) ? 1 : 0;
         if (difference > worstDifference) {
             worstDifference = difference;
             worst = i;
         }
     }
     // Expected images that leave more open than they check prove nothing.
+    const auto numAny =
+        static_cast<size_t>(std::count(expected.values.begin(), expected.values.end(), anyPixel));
     if (2 * numAny > actual.values.size()) {
         return testing::AssertionFailure()
                << "the expected image leaves " << numAny << " of " << actual.values.size() << " pixels open";
@@ -152,37 +148,31 @@ testing::AssertionResult equal(const Pixels& actual, const Pixels& expected, flo
     if (numDifferent == 0) {
         return testing::AssertionSuccess();
     }
-    const auto print = [&](size_t i) {
-        const auto list = [](const QVector4D& v) {
-            return testing::PrintToString(std::array{v.x(), v.y(), v.z(), v.w()});
-        };
-        const auto width = static_cast<size_t>(actual.width);
-        return testing::Message() << "(" << i % width << ", " << i / width << ") is "
-                                  << list(actual.values[i]) << ", expected " << list(expected.values[i]);
+    const auto list = [](const QVector4D& v) {
+        return testing::PrintToString(std::array{v.x(), v.y(), v.z(), v.w()});
     };
+    const auto width = static_cast<size_t>(actual.width);
     return testing::AssertionFailure()
            << numDifferent << " of " << actual.values.size() << " pixels differ by more than " << tolerance
-           << "; first: " << print(first) << "; worst: " << print(worst);
+           << "; the worst, (" << worst % width << ", " << worst / width << "), is "
+           << list(actual.values[worst]) << ", expected " << list(expected.values[worst]);
 }
 
 std::unique_ptr<Texture> makeTexture(const Pixels& pixels, unsigned int internalFormat)
 {
     const unsigned int format = formatFromInternalFormat(internalFormat);
-    if (format == GL_DEPTH_STENCIL) {
-        std::vector<unsigned int> texels;
-        for (const QVector4D& value : pixels.values) {
-            texels.push_back(static_cast<unsigned int>(std::lround(static_cast<double>(value.x()) * 0xffffff))
-                             << 8);
-        }
-        return makeTexture(pixels.width, pixels.height, internalFormat, format, GL_UNSIGNED_INT_24_8,
-                           texels.data());
-    }
-    if (format == GL_DEPTH_COMPONENT) {
+    if (format == GL_DEPTH_STENCIL || format == GL_DEPTH_COMPONENT) {
         std::vector<float> depths;
+        std::vector<unsigned int> withStencil;
         for (const QVector4D& value : pixels.values) {
             depths.push_back(value.x());
+            const auto depth24 = std::lround(static_cast<double>(value.x()) * 0xffffff);
+            withStencil.push_back(static_cast<unsigned int>(depth24) << 8);
         }
-        return makeTexture(pixels.width, pixels.height, internalFormat, format, GL_FLOAT, depths.data());
+        return format == GL_DEPTH_COMPONENT
+                   ? makeTexture(pixels.width, pixels.height, internalFormat, format, GL_FLOAT, depths.data())
+                   : makeTexture(pixels.width, pixels.height, internalFormat, format, GL_UNSIGNED_INT_24_8,
+                                 withStencil.data());
     }
     return makeTexture(pixels.width, pixels.height, internalFormat, GL_RGBA, GL_FLOAT, pixels.values.data());
 }
@@ -191,12 +181,6 @@ std::unique_ptr<Texture> makeTexture(int width, int height, unsigned int interna
                                      const std::function<QVector4D(int, int)>& f)
 {
     return makeTexture(Pixels::generate(width, height, f), internalFormat);
-}
-
-std::unique_ptr<Texture> makeByteTexture(int width, int height, unsigned int internalFormat,
-                                         unsigned int format, const std::vector<unsigned char>& bytes)
-{
-    return makeTexture(width, height, internalFormat, format, GL_UNSIGNED_BYTE, bytes.data());
 }
 
 std::unique_ptr<Texture> makeIntegerTexture(int width, int height, unsigned int internalFormat,

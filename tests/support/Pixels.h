@@ -56,7 +56,7 @@ struct Pixels
 
 /// Whether two images have the same size and every component agrees within the tolerance, except where the
 /// expected image holds `anyPixel`. NaN agrees with nothing. On failure the message gives the number of wrong
-/// pixels, the first and the worst.
+/// pixels and the worst one.
 testing::AssertionResult equal(const Pixels& actual, const Pixels& expected, float tolerance = 0.0F);
 
 /// \name Textures from images
@@ -68,9 +68,6 @@ std::unique_ptr<Texture> makeTexture(const Pixels& pixels, unsigned int internal
 /// Uploads the image whose pixel (x, y) is f(x, y).
 std::unique_ptr<Texture> makeTexture(int width, int height, unsigned int internalFormat,
                                      const std::function<QVector4D(int, int)>& f);
-/// Uploads 8-bit values of GL_RED, GL_RG, GL_RGB or GL_RGBA, tightly packed.
-std::unique_ptr<Texture> makeByteTexture(int width, int height, unsigned int internalFormat,
-                                         unsigned int format, const std::vector<unsigned char>& bytes);
 /// Uploads unsigned integers to GL_R32UI, GL_RG32UI or GL_RGBA32UI.
 std::unique_ptr<Texture> makeIntegerTexture(int width, int height, unsigned int internalFormat,
                                             const std::vector<unsigned int>& texels);

@@ -11,20 +11,10 @@ namespace {
 /// QVector3D in double precision.
 struct Vector
 {
-    double x = 0.0;
-    double y = 0.0;
-    double z = 0.0;
+    double x;
+    double y;
+    double z;
 
-    Vector(double x_, double y_, double z_)
-        : x(x_)
-        , y(y_)
-        , z(z_)
-    {
-    }
-    explicit Vector(const QVector3D& v)
-        : Vector(static_cast<double>(v.x()), static_cast<double>(v.y()), static_cast<double>(v.z()))
-    {
-    }
     Vector operator+(const Vector& b) const { return {x + b.x, y + b.y, z + b.z}; }
     Vector operator-(const Vector& b) const { return {x - b.x, y - b.y, z - b.z}; }
     Vector operator*(double s) const { return {s * x, s * y, s * z}; }
@@ -36,6 +26,11 @@ struct Vector
     }
 };
 
+Vector toDoubles(const QVector3D& v)
+{
+    return {static_cast<double>(v.x()), static_cast<double>(v.y()), static_cast<double>(v.z())};
+}
+
 /// A matrix times (v, 1), divided by w, in double precision.
 Vector map(const QMatrix4x4& matrix, const Vector& v)
 {
@@ -45,30 +40,6 @@ Vector map(const QMatrix4x4& matrix, const Vector& v)
         result[static_cast<size_t>(row)] = m(0) * v.x + m(1) * v.y + m(2) * v.z + m(3);
     }
     return {result[0] / result[3], result[1] / result[3], result[2] / result[3]};
-}
-
-/// Whether the segment from `origin` along `direction` touches a box.
-bool meetsBox(const QVector3D& lower, const QVector3D& upper, const Vector& origin, const Vector& direction)
-{
-    const std::array o{origin.x, origin.y, origin.z};
-    const std::array d{direction.x, direction.y, direction.z};
-    double enter = 0.0;
-    double leave = 1.0;
-    for (size_t axis = 0; axis < 3; ++axis) {
-        // Flat boxes have a thickness too, so that rounding does not lose them.
-        constexpr double margin = 1e-5;
-        const double low = static_cast<double>(lower[static_cast<int>(axis)]) - margin - o[axis];
-        const double high = static_cast<double>(upper[static_cast<int>(axis)]) + margin - o[axis];
-        if (d[axis] == 0.0) {
-            if (low > 0.0 || high < 0.0) {
-                return false;
-            }
-            continue;
-        }
-        enter = std::max(enter, std::min(low / d[axis], high / d[axis]));
-        leave = std::min(leave, std::max(low / d[axis], high / d[axis]));
-    }
-    return enter <= leave;
 }
 
 } // namespace
@@ -105,7 +76,7 @@ std::vector<Input> View::inputs(const std::vector<Input>& more) const
 
 QVector3D View::unproject(double x, double y, double z) const
 {
-    const Vector ndc(2.0 * x / size.width() - 1.0, 2.0 * y / size.height() - 1.0, z);
+    const Vector ndc{2.0 * x / size.width() - 1.0, 2.0 * y / size.height() - 1.0, z};
     return map((projection * camera).inverted(), ndc).toFloats();
 }
 
@@ -116,16 +87,10 @@ Scene::Scene(ModelData data)
         const MeshData& mesh = m_data.meshes[static_cast<size_t>(instance.mesh)];
         Object& object = m_objects.emplace_back();
         object.normalMatrix = instance.transform.inverted().transposed();
-        constexpr float infinity = std::numeric_limits<float>::infinity();
-        object.lower = {infinity, infinity, infinity};
-        object.upper = -object.lower;
         for (const QVector3D& position : mesh.positions) {
-            const QVector3D world = instance.transform.map(position);
-            object.positions.push_back(world);
-            for (int axis = 0; axis < 3; ++axis) {
-                object.lower[axis] = std::min(object.lower[axis], world[axis]);
-                object.upper[axis] = std::max(object.upper[axis], world[axis]);
-            }
+            object.positions.push_back(instance.transform.map(position));
+            object.radius =
+                std::max(object.radius, object.positions.back().distanceToPoint(object.positions[0]));
         }
     }
 }
@@ -134,21 +99,20 @@ Scene::Scene(ModelData data)
 /// Intersection", 1997).
 std::vector<Hit> Scene::hits(const QVector3D& from, const QVector3D& to) const
 {
-    const Vector origin(from);
-    const Vector direction = Vector(to) - origin;
-    const double length = std::sqrt(direction.dot(direction));
+    const Vector origin = toDoubles(from);
+    const Vector direction = toDoubles(to) - origin;
     std::vector<Hit> hits;
     for (size_t i = 0; i < m_objects.size(); ++i) {
         const Object& object = m_objects[i];
-        if (!meetsBox(object.lower, object.upper, origin, direction)) {
+        if (object.positions[0].distanceToLine(from, (to - from).normalized()) > 1.01F * object.radius) {
             continue;
         }
         const MeshData& mesh = m_data.meshes[static_cast<size_t>(m_data.instances[i].mesh)];
         for (size_t first = 0; first + 2 < mesh.indices.size(); first += 3) {
             const std::array corners{mesh.indices[first], mesh.indices[first + 1], mesh.indices[first + 2]};
-            const Vector a(object.positions[corners[0]]);
-            const Vector ab = Vector(object.positions[corners[1]]) - a;
-            const Vector ac = Vector(object.positions[corners[2]]) - a;
+            const Vector a = toDoubles(object.positions[corners[0]]);
+            const Vector ab = toDoubles(object.positions[corners[1]]) - a;
+            const Vector ac = toDoubles(object.positions[corners[2]]) - a;
             const Vector p = direction.cross(ac);
             const double determinant = ab.dot(p);
             if (determinant == 0.0) {
@@ -171,8 +135,7 @@ std::vector<Hit> Scene::hits(const QVector3D& from, const QVector3D& to) const
             hit.object = static_cast<int>(i);
             hit.material = mesh.material;
             hit.primitive = static_cast<int>(first / 3);
-            hit.isFront = determinant > 0.0;
-            hit.distance = static_cast<float>(t * length);
+            hit.distance = static_cast<float>(t);
             hit.position = (origin + direction * t).toFloats();
             hit.normal = object.normalMatrix.mapVector(interpolate(mesh.normals));
             hit.texCoord = interpolate(mesh.texCoords);
@@ -187,7 +150,7 @@ std::vector<Hit> Scene::hits(const View& view, double x, double y) const
     std::vector<Hit> result = hits(view.unproject(x, y, -1.0), view.unproject(x, y, 1.0));
     const QMatrix4x4 clipFromWorld = view.projection * view.camera;
     for (Hit& hit : result) {
-        hit.depth = static_cast<float>(0.5 + 0.5 * map(clipFromWorld, Vector(hit.position)).z);
+        hit.depth = static_cast<float>(0.5 + 0.5 * map(clipFromWorld, toDoubles(hit.position)).z);
     }
     return result;
 }

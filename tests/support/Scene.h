@@ -45,9 +45,7 @@ struct Hit
     int material = 0;
     /// The triangle, from 0 in each mesh.
     int primitive = 0;
-    /// Whether the ray meets the side whose corners run counter-clockwise.
-    bool isFront = true;
-    /// From the start of the ray, in world units.
+    /// From 0 at the start of the ray to 1 at its end.
     float distance = 0.0F;
     /// From 0 at the near plane to 1 at the far plane; set for rays of a view.
     float depth = 0.0F;
@@ -92,8 +90,8 @@ private:
     {
         QMatrix4x4 normalMatrix;
         std::vector<QVector3D> positions;
-        QVector3D lower;
-        QVector3D upper;
+        /// Of a sphere around the first position that holds the others.
+        float radius = 0.0F;
     };
     ModelData m_data;
     std::vector<Object> m_objects;

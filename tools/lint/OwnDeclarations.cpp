@@ -1,6 +1,6 @@
 // A clang-tidy plugin that restricts the matchers to declarations outside system headers. Otherwise they
-// visit some 180,000 lines of Qt, GoogleTest and the standard library per file, and clang-tidy then drops
-// what they find there.
+// visit some 180,000 lines of Qt, GoogleTest and the standard library per file, only for clang-tidy to
+// discard what they find there.
 #include <clang/AST/ASTConsumer.h>
 #include <clang/AST/ASTContext.h>
 #include <clang/AST/DeclBase.h>

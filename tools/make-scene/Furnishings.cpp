@@ -15,7 +15,7 @@ using namespace HallSize;
 constexpr float HandrailY = 0.92F;
 constexpr float FootrailY = 0.12F;
 
-/// A railing along a straight line, given by where it starts and ends on the floor.
+/// A straight railing, given by its start and end on the floor.
 struct Railing
 {
     QVector3D from, to;
@@ -120,7 +120,7 @@ void addCurtains(MeshBuilder& mesh)
         addRing(mesh, {hung.x(), RodY - 0.012F, CrossArchZ}, {1.0F, 0.0F, 0.0F}, 0.03F, 0.005F, 10, 4);
     }
 
-    // On the nave's side of the railing there.
+    // On the nave side of the railing there.
     constexpr float SheerRodY = 1.86F;
     constexpr float SheerX = -ColumnX + 0.14F;
     const float near = columnLineZ(2) - 0.05F;
@@ -132,14 +132,14 @@ void addCurtains(MeshBuilder& mesh)
     addBar(mesh, {SheerX, SheerRodY, far}, {SheerX, SheerRodY, near}, 0.012F, 0.012F, 8);
 }
 
-/// Where a leaf grows: the heading of its arch, how steeply it leaves the root, by how much it bends over.
+/// How a leaf grows: the heading of its arch, how steeply it leaves the root, how far it bends over.
 struct Growth
 {
     QVector3D root;
     float azimuth, pitch, length, bend;
 };
 
-/// The arching middle line of a leaf, with the way across it and its upper side's normal at each row.
+/// The arching centre line of a leaf, with the direction across it and the upper side's normal at each row.
 struct Rib
 {
     QVector3D across;
@@ -181,7 +181,7 @@ void addFrond(MeshBuilder& mesh, const Growth& growth)
                           tilted * turn, QVector2D(0.5F + 0.5F * side, static_cast<float>(row) / Rows)};
         };
         // Turned over by exchanging columns and rows, which leaves the diagonals of the quads where they are:
-        // the two sheets must not cut through each other.
+        // the two sheets must not intersect.
         if (turn > 0.0F) {
             addPatch(mesh, 2, Rows, at);
         } else {
@@ -190,7 +190,7 @@ void addFrond(MeshBuilder& mesh, const Growth& growth)
     }
 }
 
-/// A thin, broad leaf that light shines through: one sheet in the form of the leaf.
+/// A thin, broad leaf that light shines through: one sheet in the shape of the leaf.
 void addBroadLeaf(MeshBuilder& mesh, const Growth& growth)
 {
     constexpr int Rows = 6;

@@ -56,7 +56,7 @@ void addSideBox(MeshBuilder& mesh, float side, float x0, float x1, float y0, flo
     addBox(mesh, {low, y0, z0}, {high, y1, z1});
 }
 
-/// One panel of wall a bay, the outermost ones reaching into the end walls.
+/// One wall panel per bay; the outermost ones reach into the end walls.
 void addBays(MeshBuilder& mesh, const Frame& front, float thickness, float bottom, float top, Opening opening,
              int steps)
 {
@@ -147,8 +147,8 @@ void addArchMouldings(MeshBuilder& mesh)
     addArchMoulding(mesh, {{0.0F, 0.0F, -HalfLength}, {1.0F, 0.0F, 0.0F}, UpY}, Portal, band, 32);
 }
 
-/// What the portal's moulding stands on, string courses above the arcades and below the aisle vaults, and the
-/// corbels under the beams.
+/// Adds the imposts of the portal's moulding, string courses above the arcades and below the aisle vaults,
+/// and the corbels under the beams.
 void addCourses(MeshBuilder& mesh)
 {
     const float z = HalfLength + Embed;
@@ -179,7 +179,7 @@ void addCourses(MeshBuilder& mesh)
     }
 }
 
-/// The end walls' quoins and copings, which close the walls' ends.
+/// Adds the end walls' quoins and copings, which close the walls' ends.
 void addQuoins(MeshBuilder& mesh)
 {
     const float x = HalfWidth + OuterThickness;

@@ -14,7 +14,7 @@ struct ProfilePoint
     float length;
 };
 
-/// The profile's spans with normals and the length of the way so far.
+/// The profile's spans with normals and the length along the profile so far.
 std::vector<std::vector<ProfilePoint>> measured(const Profile& profile)
 {
     std::vector<std::vector<ProfilePoint>> spans;

@@ -40,8 +40,8 @@ struct Opening
     std::optional<float> sill;
 };
 
-/// The outline of a turned or swept form: spans that are smooth in themselves and meet in creases. The x of a
-/// point leads away from the axis (or the wall), y along it, and the surface faces the right side of the way.
+/// The outline of a turned or swept form: smooth spans that meet in creases. A point's x is the distance from
+/// the axis (or the wall), its y runs along it. The surface faces to the right of the direction of travel.
 using Profile = std::vector<std::vector<QVector2D>>;
 
 /// Adds columns x rows quads between the vertices `at(column, row)`; they face the cross product of the
@@ -56,7 +56,7 @@ void addLathe(MeshBuilder& mesh, const QVector3D& foot, const Profile& profile, 
 
 void addSphere(MeshBuilder& mesh, const QVector3D& centre, float radius, int sides);
 
-/// A straight level bar of elliptic section with open ends, to be built in on both.
+/// A straight level bar of elliptic section. Both ends are open and must lie inside other geometry.
 void addBar(MeshBuilder& mesh, const QVector3D& from, const QVector3D& to, float halfWidth, float halfHeight,
             int sides);
 

@@ -23,7 +23,7 @@ QVector3D sunDirection()
     return QVector3D(0.4F, 0.8F, -0.45F).normalized();
 }
 
-/// The colour seen along a unit direction, in sRGB.
+/// The sky's colour in a unit direction, in sRGB.
 QVector3D skyColour(const QVector3D& direction)
 {
     const QVector3D haze(0.87F, 0.89F, 0.9F);
@@ -35,7 +35,7 @@ QVector3D skyColour(const QVector3D& direction)
     const QVector3D blue = mix({0.56F, 0.73F, 0.9F}, {0.16F, 0.38F, 0.72F}, rise * 1.2F);
     QVector3D colour = mix(haze, blue, std::sqrt(rise) * 1.7F);
 
-    // Clouds lie on a level sheet and thin out towards the horizon, where they would shrink to noise.
+    // Clouds lie in a horizontal plane and thin out towards the horizon, where they would shrink to noise.
     constexpr int Period = 64;
     const float distance = 1.6F / (rise + 0.12F);
     const float cover =
@@ -51,8 +51,8 @@ QVector3D skyColour(const QVector3D& direction)
     return towardsSun > discEdge ? QVector3D(1.0F, 1.0F, 0.96F) : colour;
 }
 
-/// Fills an image with the sky along the directions of s and t in [0, 1], which grow to the right and
-/// downwards.
+/// Paints the sky into an image. `directionAt` gives the direction of a pixel from s and t in [0, 1], which
+/// grow to the right and downwards.
 QImage paintSky(int width, int height, const std::function<QVector3D(float, float)>& directionAt)
 {
     QImage image(width, height, QImage::Format_RGB888);

@@ -47,7 +47,7 @@ float coarse(float shade)
     return std::round(shade * Levels) / Levels;
 }
 
-/// A place on the tiled floor, whose texture spans 4 x 4 tiles.
+/// A point on the tiled floor, whose texture spans 4 x 4 tiles.
 struct FloorSpot
 {
     int tile;
@@ -65,7 +65,7 @@ FloorSpot floorSpot(float u, float v)
     const float y = v * Tiles;
     const int column = static_cast<int>(x);
     const int row = static_cast<int>(y);
-    // Distances to the tile's edges, as parts of a tile. The insets are small diamonds on the corners.
+    // Distances to the tile's edges, as fractions of a tile. The insets are small diamonds on the corners.
     const float edgeX = std::abs(x - std::round(x));
     const float edgeY = std::abs(y - std::round(y));
     const float toInset = edgeX + edgeY - InsetReach;
@@ -84,7 +84,7 @@ QVector3D floorColour(float u, float v)
     if (spot.isGrout) {
         return QVector3D(0.46F, 0.42F, 0.37F) * coarse(0.9F + 0.2F * grain);
     }
-    // Veins are where slow noise crosses its middle value; each tile shows another part of it.
+    // Veins run where low-frequency noise crosses its mean; each tile shows another part of it.
     const float shift = static_cast<float>(spot.tile);
     const float vein = std::abs(tiledClouds(u * 8.0F + shift, v * 8.0F - shift, 8, 11) - 0.5F);
     const float shade = 0.92F + 0.14F * hashedUnit(spot.tile, 0, 5) - 0.12F * std::exp(-vein * 30.0F);
@@ -131,9 +131,7 @@ QVector3D woodColour(float u, float v)
     return QVector3D(0.72F, 0.5F, 0.31F) * coarse(toGap < HalfGap ? 0.45F * shade : shade);
 }
 
-/// A feathered frond, its stalk at the bottom. Transparent texels keep a leaf's colour, so that filtering at
-/// the edges bleeds no other colour in.
-/// A tint that goes from green by blue to amber, in soft rings.
+/// A tint that goes from green through blue to amber, in soft rings.
 QVector3D glassColour(float /*u*/, float v)
 {
     const float angle = 2.0F * Pi * v;
@@ -141,6 +139,8 @@ QVector3D glassColour(float /*u*/, float v)
                      0.75F + 0.25F * std::sin(angle + 4.0F));
 }
 
+/// A feathered frond, its stalk at the bottom. Transparent texels keep a leaf's colour, so that filtering at
+/// the edges bleeds no other colour in.
 QImage frond(int size)
 {
     constexpr float LeafletPitch = 0.055F;

@@ -5,8 +5,8 @@
 #include <cfloat>
 #include <cmath>
 
-// The bytes of the table depend on every rounding: values are doubles throughout, sums and products are in
-// the order in which the published table was made, and the compiler must not fuse them.
+// The bytes of the table depend on every rounding: all values are doubles, sums and products are evaluated in
+// the order that reproduces the published table, and the compiler must not fuse them.
 static_assert(FLT_EVAL_METHOD == 0, "doubles must not be evaluated in a higher precision");
 
 namespace AreaTable {
@@ -70,13 +70,13 @@ void store(std::vector<unsigned char>& table, int column, int row, Areas areas)
 
 constexpr std::array<double, 7> orthogonalOffsets = {0.0, -0.25, 0.25, -0.125, 0.125, -0.375, 0.375};
 constexpr int orthogonalCellSize = 16;
-/// Edges that are longer are smoothed by the plain areas.
+/// From this length on, areas are not enlarged.
 constexpr double maxSmoothedLength = 32.0;
-/// A line that is nearer to the edge than this does not cross it.
-constexpr double nothing = 1e-4;
+/// A distance from the edge that counts as touching rather than crossing it.
+constexpr double tolerance = 1e-4;
 
-/// An orthogonal edge: the pixel looked at is `left` pixels from its left and `right` pixels from its right
-/// end; the edge runs along y = 0 from x = 0 to x = left + right + 1.
+/// An orthogonal edge along y = 0 from x = 0 to x = left + right + 1. Its areas are those of the pixel `left`
+/// pixels from its left end and `right` pixels from its right end.
 class OrthogonalEdge
 {
 public:
@@ -116,7 +116,7 @@ public:
         case LeftBelow | LeftAbove | RightAbove:
             return cut(m_leftEnds[Below], m_rightEnds[Above]);
         default:
-            // Nothing at the ends, or the same on both sides: there is no saying which way the edge turns.
+            // Ends without a crossing edge, or with one on both sides, leave open which way the edge turns.
             return {};
         }
     }
@@ -128,7 +128,7 @@ private:
         Above
     };
 
-    /// One crossing edge: the line reaches from there to the middle.
+    /// One crossing edge: the line runs from there to the middle.
     Areas leftHalf(Side side) const { return m_left <= m_right ? cut(m_leftEnds[side], m_middle) : Areas{}; }
     Areas rightHalf(Side side) const
     {
@@ -141,7 +141,7 @@ private:
         return smoothed(cut(m_leftEnds[side], m_middle)) + smoothed(cut(m_middle, m_rightEnds[side]));
     }
 
-    /// Crossing edges on opposite sides: one line from end to end; off the centre averaged with two halves.
+    /// Crossing edges on opposite sides: one line from end to end; with an offset, averaged with two halves.
     Areas step(Side leftSide, Side rightSide) const
     {
         const Areas straight = cut(m_leftEnds[leftSide], m_rightEnds[rightSide]);
@@ -151,7 +151,7 @@ private:
         return half(straight + (cut(m_leftEnds[leftSide], m_middle) + cut(m_middle, m_rightEnds[rightSide])));
     }
 
-    /// Short arches get larger areas, for corners of small shapes to stay round.
+    /// Short arches get larger areas, so that the corners of small shapes stay round.
     Areas smoothed(Areas areas) const
     {
         const double weight = std::min((m_left + m_right + 1) / maxSmoothedLength, 1.0);
@@ -162,7 +162,7 @@ private:
         return {smooth(areas.below), smooth(areas.above)};
     }
 
-    /// What the line from p to q cuts off in the pixel's column.
+    /// The areas between the edge and the line from p to q in the pixel's column.
     Areas cut(Point p, Point q) const
     {
         const double x1 = m_left;
@@ -175,7 +175,7 @@ private:
         const double dy = q.y - p.y;
         const double y1 = p.y + dy * (x1 - p.x) / dx;
         const double y2 = p.y + dy * (x2 - p.x) / dx;
-        if (std::signbit(y1) == std::signbit(y2) || std::abs(y1) < nothing || std::abs(y2) < nothing) {
+        if (std::signbit(y1) == std::signbit(y2) || std::abs(y1) < tolerance || std::abs(y2) < tolerance) {
             const double area = (y1 + y2) / 2.0;
             return area < 0.0 ? Areas{std::abs(area), 0.0} : Areas{0.0, std::abs(area)};
         }
@@ -219,8 +219,8 @@ constexpr std::array<Point, 5> diagonalOffsets = {
     {{0.0, 0.0}, {0.25, -0.25}, {-0.25, 0.25}, {0.125, -0.125}, {-0.125, 0.125}}};
 constexpr int diagonalCellSize = 20;
 
-/// Two lines, each from a corner of the first pixel of the diagonal to a corner of the last one, whose areas
-/// are averaged: where a crossing edge leaves open how the diagonal goes on, both ways count.
+/// Two lines, each from a corner of the first pixel of the diagonal to a corner of the last one. Their areas
+/// are averaged, because a crossing edge may allow two continuations of the diagonal.
 struct DiagonalLines
 {
     std::array<Point, 2> first;
@@ -250,8 +250,8 @@ constexpr std::array<DiagonalLines, numPatterns> diagonalPatterns = {{
     {{p11, p11}, {p10, p10}},
 }};
 
-/// How much of the unit pixel with this lower left corner lies beyond the line from p to q, by counting
-/// samples.
+/// The fraction of the unit pixel with this lower left corner that lies to the right of the line from p to q,
+/// by counting samples.
 double coverage(Point p, Point q, Point corner)
 {
     if (p.x == q.x && p.y == q.y) {

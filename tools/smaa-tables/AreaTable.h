@@ -5,10 +5,10 @@
 /// The table of the areas that a smoothed edge covers on either side (J. Jimenez, J. I. Echevarria,
 /// T. Sousa, D. Gutierrez: SMAA: Enhanced subpixel morphological antialiasing, 2012), two bytes per texel.
 ///
-/// A pattern is the set of crossing edges at both ends of an edge, a cell of the table one pattern over the
-/// distances to both ends: left to right to the left end, downwards to the right end. Orthogonal edges have
-/// the left half, with distances compressed by a square root and a block for each of seven subsample offsets;
-/// diagonal edges have the right half, with five blocks.
+/// A pattern is the set of crossing edges at both ends of an edge. Each pattern has a cell of the table: its
+/// columns are the distance to the left end, its rows the distance to the right end. The left half of the
+/// table is for orthogonal edges, with the square roots of the distances and a block of cells for each of
+/// seven subsample offsets; the right half is for diagonal edges, with five blocks.
 namespace AreaTable {
 
 constexpr int width = 160;

@@ -6,9 +6,9 @@
 /// I. Echevarria, T. Sousa, D. Gutierrez: SMAA: Enhanced subpixel morphological antialiasing, 2012), one byte
 /// a texel.
 ///
-/// The search reads four texels of the edge texture at once, by a bilinear sample between them. Its column is
-/// the mixture of the crossing edges, its row that of the edges searched along, upside down; the left part is
-/// for searches to the left, the right part for searches to the right.
+/// The search reads four texels of the edge texture with one bilinear sample. The column of the table is the
+/// filtered value of the crossing edges, the row that of the edge being followed, upside down. The left part
+/// is for searches to the left, the right part for searches to the right.
 namespace SearchTable {
 
 constexpr int width = 64;

@@ -1,5 +1,5 @@
 #version 150
-// Adds ambient light to the model and puts it over a background.
+// Adds ambient light to the model and composites it over a background.
 
 uniform sampler2D u_Frame;
 uniform sampler2D u_Diffuse;

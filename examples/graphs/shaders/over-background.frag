@@ -1,5 +1,5 @@
 #version 150
-// Puts the model over a background.
+// Composites the model over a background.
 
 uniform sampler2D u_Frame;
 uniform sampler2D u_Background;

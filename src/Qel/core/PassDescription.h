@@ -37,7 +37,7 @@ struct OptionDescription
 {
     QString name;
     QString meaning;
-    /// Determines the type of the option too.
+    /// The default, whose type is the option's type.
     QVariant defaultValue;
     /// The texts that the option accepts; empty if it accepts any.
     QStringList choices = {};
@@ -48,8 +48,8 @@ struct OptionDescription
     std::vector<OptionDescription> members = {};
 };
 
-/// Declares and documents a pass: its constructor declares the ports from it; the command line listings, the
-/// reference manual and the validation of graph files use it too.
+/// Declares and documents a pass. The pass's constructor declares its ports from it; the command line, the
+/// reference manual and the checks of graph files read it.
 struct PassDescription
 {
     /// The class name.
@@ -59,7 +59,7 @@ struct PassDescription
     std::vector<InputDescription> inputs;
     std::vector<OutputDescription> outputs;
     std::vector<OptionDescription> options = {};
-    /// Whether the host adds ports.
+    /// Whether the host adds ports to those listed here.
     bool hostDeclaresPorts = false;
     /// The GL extensions that the full mode requires; without all of them the pass runs in its reduced mode.
     QStringList fullModeExtensions = {};

@@ -28,7 +28,7 @@ public:
     /// all other bindings.
     void readFromGL();
 
-    /// Binds a texture to the next free unit and writes that to `unit`, whose address stands for the texture.
+    /// Binds a texture to the next free unit and writes that to `unit`, whose address identifies the texture.
     void bindTexture(int* unit, unsigned int target, unsigned int name);
     void releaseTexture(int* unit, unsigned int target);
     /// Binds a texture to a managed unit until another one replaces it.
@@ -62,8 +62,8 @@ public:
     void forget(FramebufferObject* framebuffer);
 
 private:
-    /// An object that is bound, with its GL name. The record looks into no object, so that it depends on none
-    /// of their classes.
+    /// A bound object and its GL name. The name is stored so that the record needs nothing from the object's
+    /// class.
     template<class T>
     struct Named
     {
@@ -79,7 +79,7 @@ private:
     };
     void applyFramebuffers(unsigned int draw, unsigned int read);
 
-    /// What each unit was written to; null for a free unit.
+    /// The address that identifies the texture on each unit; null for a free unit.
     std::array<int*, numUnits> m_units{};
     int m_topUnit = 0;
     /// The number of unreleased bindings that found no free unit.

@@ -24,7 +24,7 @@ BindingRecord& bindings()
     return OpenGLDeviceContext::current()->bindings();
 }
 
-/// Whether GL gets to see an attachment. An empty texture would make the framebuffer incomplete and every
+/// Whether a texture is also attached in GL. An empty one would make the framebuffer incomplete, and every
 /// clear a GL error.
 bool reachesGL(const Texture* texture)
 {

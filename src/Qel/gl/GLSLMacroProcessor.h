@@ -19,12 +19,11 @@ namespace Morvane::Qel {
 /// - `#instancedata "Plan"` is replaced by the prototypes of the plan's accessor functions.
 /// - Defines are inserted after the #version and #extension lines at the start of the source.
 /// - `#line` directives are removed and taken into account by Result::origin, which maps a line of the
-/// composed
-///   source to the file and line it comes from. None are emitted: drivers, and even a driver's preprocessor
-///   and compiler, disagree about which line and file a #line means.
+///   composed source to the file and line it comes from. None are emitted: drivers, and even a driver's
+///   preprocessor and compiler, disagree about which line and file a #line means.
 ///
-/// Directives in comments are ignored. Conditionals are not evaluated: a directive takes effect in whatever
-/// branch it stands.
+/// Directives in comments are ignored. Conditionals are not evaluated: a directive takes effect even in
+/// an inactive branch.
 class QEL_GL_EXPORT GLSLMacroProcessor
 {
 public:
@@ -63,8 +62,7 @@ public:
         /// In the order of `source`; the first run starts at line 1.
         std::vector<Run> runs;
     };
-    /// Preprocesses one source. `name` is its name in messages. `prototypes` holds, by the name of the plan,
-    /// what
+    /// Preprocesses one source. `name` is its name in messages. `prototypes` maps the name of a plan to what
     /// `#instancedata` inserts; ShaderProgram passes those of all plans (InstanceDataRegistry::prototypes).
     Result process(const QString& source, const QString& name,
                    const QMap<QString, QString>& prototypes = {}) const;

@@ -21,7 +21,7 @@ bool hasToken(const char* list, const char* token)
     return list && QByteArray(list).split(' ').contains(token);
 }
 
-/// An EGL display that can be tried.
+/// An EGL display to try.
 struct Candidate
 {
     QString name;

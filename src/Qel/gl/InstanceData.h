@@ -61,8 +61,7 @@ private:
 /// All instance-data plans:
 /// - "InstanceInfo": getModelMatrix() and getModelNormalMatrix() (mat4) of a model's batch.
 /// - "OBJMaterial": getKd(), getKs() (vec3), getNs(), getD() (float), and getMap_Kd(), getMap_Ks() (int, to
-/// be
-///   passed to managedTexture).
+///   be passed to managedTexture).
 /// - "VeskInstance": getModelMatrix() (mat4) of an instance; identity if no collection is bound.
 class QEL_GL_EXPORT InstanceDataRegistry
 {

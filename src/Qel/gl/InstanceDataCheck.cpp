@@ -4,8 +4,8 @@
 #include <Qel/gl/InstanceData.h>
 #include <Qel/gl/ShaderProgram.h>
 
-// Apart from InstanceData.cpp because programs depend on the plans: this is the only place where a plan looks
-// at a program.
+// Separate from InstanceData.cpp because programs depend on the plans: only this check makes a plan depend on
+// programs.
 
 using namespace Qt::StringLiterals;
 

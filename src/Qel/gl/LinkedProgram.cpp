@@ -84,7 +84,7 @@ void LinkedProgram::readInterface()
         const auto read = [&]<class Value>(void (*get)(unsigned int, int, Value*)) {
             initialValues.push_back({i.value(), readElements(name, i.key(), i.value(), get)});
         };
-        // The entry points themselves are loaded lazily, so lambdas stand for them.
+        // Lambdas, because GL's entry points are function pointers that are loaded lazily.
         switch (shapeOf(i.value().type).base) {
         case UniformShape::Float:
             read(+[](unsigned int program, int location, float* values) {

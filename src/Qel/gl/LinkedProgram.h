@@ -12,8 +12,8 @@
 
 namespace Morvane::Qel {
 
-/// A linked GL program with everything that was read from it once: enough to use it again for the same
-/// sources. Does not own the GL object. Private to this library.
+/// A linked GL program with its active attributes and uniforms, which are read from GL once, so that the next
+/// program of the same sources can reuse it. Does not own the GL object. Private to this library.
 struct LinkedProgram
 {
     /// The elements of a uniform right after linking.

@@ -105,8 +105,8 @@ OpenGLDeviceContext::~OpenGLDeviceContext()
 
 void OpenGLDeviceContext::releaseObjects()
 {
-    // While another context is current, nothing of this one can be deleted in GL. Without any context, the
-    // destructors of GL objects skip that.
+    // While another context is current, this one's GL objects cannot be deleted. With no current context,
+    // their destructors make no GL calls.
     OpenGLDeviceContext* const other = currentContext == this ? nullptr : currentContext;
     if (other) {
         currentContext = nullptr;

@@ -26,7 +26,7 @@ public:
     ContextData& operator=(const ContextData&) = delete;
 };
 
-/// A native GL context as this library sees it: its capabilities, a record of what is bound and enabled, and
+/// The library's view of a native GL context: its capabilities, a record of what is bound and enabled, and
 /// the objects that all passes share.
 ///
 /// The application makes its native context current and then calls makeCurrent. If it later changes GL state
@@ -37,8 +37,8 @@ class QEL_GL_EXPORT OpenGLDeviceContext
 {
 public:
     OpenGLDeviceContext();
-    /// Deletes the shared objects and all data. The GL objects among them are deleted only if the native
-    /// context is current; otherwise they go with it.
+    /// Deletes the shared objects and all data. If the native context is not current, GL deletes its
+    /// objects together with it.
     virtual ~OpenGLDeviceContext();
     OpenGLDeviceContext(const OpenGLDeviceContext&) = delete;
     OpenGLDeviceContext& operator=(const OpenGLDeviceContext&) = delete;
@@ -106,7 +106,7 @@ public:
     /// @}
 
     /// \name Debugging aids
-    /// Names that tools such as frame debuggers show. Without KHR_debug these do nothing.
+    /// Names for tools such as frame debuggers. Without KHR_debug these do nothing.
     /// @{
     void pushDebugGroup(const char* name);
     void popDebugGroup();
@@ -132,7 +132,7 @@ public:
     }
 
 protected:
-    /// Deletes the shared objects and all data, and ends being current; for destructors of subclasses that
+    /// Deletes the shared objects and all data, and stops being current; for destructors of subclasses that
     /// own their native context.
     void releaseObjects();
 

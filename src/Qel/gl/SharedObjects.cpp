@@ -10,8 +10,8 @@
 #include <Qel/gl/ResourceScope.h>
 #include <Qel/gl/VertexArrayObject.h>
 
-// The shared objects of a context. They have a file of their own because their classes use the context, which
-// itself depends on none of them.
+// The shared objects of a context, separate from OpenGLDeviceContext.cpp because their classes use the
+// context, which otherwise depends on none of them.
 
 using namespace Qt::StringLiterals;
 

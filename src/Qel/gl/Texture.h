@@ -49,8 +49,8 @@ public:
     /// Specifies level 0 of a 2D array texture, with parameters as in glTexImage3D.
     void setImage3D(unsigned int internalFormat, int width, int height, int layers, unsigned int format,
                     unsigned int type, const void* pixels);
-    /// Makes a buffer texture show a buffer as texels of a sized format, and follow its later contents. The
-    /// caller keeps the buffer alive.
+    /// Makes a buffer texture read a buffer as texels of a sized format, including later uploads. The caller
+    /// keeps the buffer alive.
     void setBuffer(unsigned int internalFormat, BufferObject* buffer);
     void generateMipmap();
     /// The size of level 0, as set through this object.
@@ -76,7 +76,7 @@ public:
     void setBorderColor(const QVector4D& color);
     /// @}
 
-    /// A number that, unlike the GL name, no other texture of the process ever has.
+    /// A number that, unlike a GL name, is never reused for another texture of the process.
     quint64 serial() const { return m_serial; }
 
 private:

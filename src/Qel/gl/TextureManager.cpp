@@ -64,11 +64,11 @@ void allocate(Texture& texture, TextureFormat format, int width, int height)
     }
 }
 
-/// What the pool holds for one context.
+/// The pool's textures and stand-ins of one context.
 struct Pool : ContextData
 {
     std::vector<Entry> entries;
-    /// What is bound in place of absent maps: `chosen`, or `white` if that is null.
+    /// The stand-in for missing maps is `chosen`, or `white` if that is null.
     std::unique_ptr<Texture> white;
     QPointer<Texture> chosen;
 
@@ -106,10 +106,6 @@ Entry* findEntry(const Texture* texture)
 }
 
 } // namespace
-
-TextureManager::TextureManager() = default;
-
-TextureManager::~TextureManager() = default;
 
 TextureManager* TextureManager::Instance()
 {

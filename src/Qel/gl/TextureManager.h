@@ -75,8 +75,8 @@ public:
     /// @}
 
 private:
-    TextureManager();
-    ~TextureManager();
+    TextureManager() = default;
+    ~TextureManager() = default;
 };
 
 } // namespace Morvane::Qel

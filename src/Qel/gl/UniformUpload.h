@@ -15,7 +15,7 @@ namespace Morvane::Qel {
 /// Sets uniforms of the current program, converting values to the type that the shader declares. Values that
 /// do not fit that type, and uniforms that the program does not have, are ignored. Private to this library.
 
-/// What one element of a uniform consists of.
+/// The component type and dimensions of one element of a uniform.
 struct UniformShape
 {
     enum Base
@@ -35,7 +35,7 @@ struct UniformShape
 
 UniformShape shapeOf(unsigned int type);
 
-/// \name Every element, in the declared base type (int for bool)
+/// \name Setters of every element, in the declared base type (int for bool)
 /// @{
 void uploadElements(const ActiveUniform& uniform, const float* values);
 void uploadElements(const ActiveUniform& uniform, const int* values);

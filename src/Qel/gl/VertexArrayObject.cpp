@@ -37,6 +37,7 @@ void VertexArrayObject::upload(const QString& attribute, const QSharedPointer<Bu
                                int components, unsigned int type)
 {
     m_buffers.insert(attribute, buffer);
+    ++m_numUploads;
     const int location = attributeLocation(attribute);
     if (location < 0) {
         return;

@@ -31,6 +31,8 @@ public:
                 unsigned int type);
     /// Returns the buffer of an attribute, null if there is none.
     QSharedPointer<BufferObject> bo(const QString& attribute) const;
+    /// Returns how often the buffer of an attribute was set, to notice changes.
+    int numUploads() const { return m_numUploads; }
     /// Enables the arrays that a program reads; the vertex array must be bound. Missing attributes keep GL's
     /// constant (0, 0, 0, 1). A null or invalid program enables nothing.
     void enableShaderProgramArrays(const ShaderProgram* program);
@@ -41,6 +43,7 @@ private:
     unsigned int m_name = 0;
     unsigned int m_available = 0;
     unsigned int m_enabled = 0;
+    int m_numUploads = 0;
     QHash<QString, QSharedPointer<BufferObject>> m_buffers;
 };
 

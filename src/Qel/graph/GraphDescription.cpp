@@ -8,7 +8,6 @@
 #include <algorithm>
 
 #include <Qel/core/PassDescription.h>
-
 #include <Qel/graph/support/Names.h>
 
 using namespace Qt::StringLiterals;

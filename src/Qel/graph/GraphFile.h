@@ -17,7 +17,7 @@ class PassRegistry;
 QEL_GRAPH_EXPORT std::optional<GraphDescription> loadGraph(const QString& file, QStringList* errors);
 
 /// Writes a graph as JSON in a fixed order. Relative paths are rewritten so that they name the same files
-/// from the new location; `registry` tells which inputs and options are paths. On failure, an existing file
+/// from the new location; `registry` says which inputs and options are paths. On failure, an existing file
 /// stays as it was; returns false with one line in `error`.
 QEL_GRAPH_EXPORT bool saveGraph(const GraphDescription& graph, const QString& file,
                                 const PassRegistry& registry, QString* error);

@@ -30,8 +30,8 @@ void checkPassNames(const GraphDescription& graph, GraphErrors& errors)
     }
 }
 
-/// Type, options and ports of a pass; its inputs are not resolved yet. `ports` tells what later steps may
-/// rely on.
+/// Type, options and ports of a pass; its inputs are not resolved yet. `ports` gets what InputResolver needs
+/// to know about them.
 PlannedPass planPass(const GraphDescription& graph, const PassSetting& setting, const PassRegistry& registry,
                      GraphErrors& errors, ResolvablePorts* ports)
 {

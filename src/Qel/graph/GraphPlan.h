@@ -71,7 +71,7 @@ struct PlannedPass
     /// Full names of all output ports, in the pass's order.
     QStringList outputs;
     /// Why the pass is culled; empty for a pass that runs.
-    QString leftOut;
+    QString cullReason;
 };
 
 /// A graph that passed all checks, ready to be created with RenderGraph::create.

@@ -1,37 +1,15 @@
 #pragma once
 
 #include <QString>
-#include <QStringList>
 
 #include <optional>
-#include <variant>
 #include <vector>
 
-#include <Qel/graph/Export.h>
+#include <Qel/graph/Image.h>
 
 namespace Morvane::Qel {
 
 class Texture;
-
-/// An image in memory: rows from top to bottom, as in files (GL has the bottom row first), channels
-/// interleaved.
-struct QEL_GRAPH_EXPORT Image
-{
-    int width = 0;
-    int height = 0;
-    /// Channel names: "R", "G", "B", "A" or the first few of them, "Z" for depth.
-    QStringList channels;
-    /// Floats, or integers for an integer texture.
-    std::variant<std::vector<float>, std::vector<quint32>> samples;
-
-    bool isInteger() const { return samples.index() == 1; }
-    int numChannels() const { return static_cast<int>(channels.size()); }
-    size_t numSamples() const;
-    /// A sample of either type; a double holds every float and every integer exactly.
-    double sample(int x, int y, int channel) const;
-    /// Size and channels, such as "640x360 RGBA".
-    QString summary() const;
-};
 
 /// Reads level 0 of a texture: one image for a 2D texture, one per layer of an array texture, six for a cube
 /// map in GL's face order, none for a texture without storage. Unsigned integer formats keep their values;

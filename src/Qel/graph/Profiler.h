@@ -44,7 +44,7 @@ public:
 
 private:
     static constexpr size_t numFramesInFlight = 4;
-    /// The last times of a section in milliseconds; allocates only in its constructor.
+    /// The most recent times of a section in milliseconds; allocates only in its constructor.
     class Samples
     {
     public:

@@ -4,7 +4,6 @@
 
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/ResourceScope.h>
-
 #include <Qel/graph/support/Camera.h>
 #include <Qel/graph/support/Constants.h>
 #include <Qel/graph/support/Names.h>

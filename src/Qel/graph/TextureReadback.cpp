@@ -8,7 +8,6 @@
 #include <Qel/gl/Guards.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/Texture.h>
-
 #include <Qel/graph/ImageIO.h>
 
 using namespace Qt::StringLiterals;

@@ -42,10 +42,10 @@ public:
     /// transforms too; the context keeps that winding. Draws nothing if the program is null or invalid.
     void draw(ShaderProgram* program, unsigned long long value, unsigned long long mask, WindingType winding);
     /// Draws with the context's current winding, binding material textures through the given manager.
-    /// Otherwise as above.
+    /// Otherwise as the overload with a winding.
     void draw(ShaderProgram* program, TextureManager* textureManager, unsigned long long value,
               unsigned long long mask);
-    /// Whether no batch matches.
+    /// Whether no batch matches, so that a draw with these values would draw nothing.
     bool isDrawEmpty(unsigned long long value, unsigned long long mask) const;
 
     int numBatches() const;
@@ -56,12 +56,13 @@ public:
     InstanceDataCollection* materialData(int batch) const;
     InstanceDataCollection* objectData(int batch) const;
     /// @}
-    /// Returns 0 for an index that does not exist.
+    /// Returns the draw flags of a batch; 0 for an index that does not exist.
     unsigned long long drawFlags(int batch) const;
+    /// Sets the draw flags of a batch; an index that does not exist is ignored.
     void setDrawFlags(int batch, unsigned long long flags);
 
-    /// The lower and upper corner of the axis-aligned box around all batches, in world space; both zero for
-    /// an empty model.
+    /// Returns the lower and upper corner of the axis-aligned box around all batches, in world space; both
+    /// zero for an empty model.
     QPair<QVector3D, QVector3D> bounds() const;
     int numTriangles() const;
 

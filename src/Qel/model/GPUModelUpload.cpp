@@ -129,6 +129,7 @@ std::vector<GPUMesh> uploadMeshes(const std::vector<MeshData>& meshes)
 {
     const OpenGLDeviceContext& context = *OpenGLDeviceContext::current();
     std::vector<GPUMesh> result;
+    result.reserve(meshes.size());
     for (const MeshData& mesh : meshes) {
         result.push_back(uploadMesh(mesh, context));
     }

@@ -30,7 +30,7 @@ struct GPUMaterial
 };
 
 /// \name Upload
-/// Each creates the GL objects of one part of a model on the current context. What is returned by plain
+/// Each creates the GL objects of one part of a model on the current context. Objects returned by plain
 /// pointer, and the textures of materials, belong to `owner`.
 /// @{
 std::vector<GPUMesh> uploadMeshes(const std::vector<MeshData>& meshes);

@@ -22,7 +22,8 @@ namespace Morvane::Qel {
 
 namespace {
 
-/// Adds the share of the file's size: ten times what the slowest format takes.
+/// Returns the deadline extended in proportion to the file's size, by ten times what the slowest format
+/// takes.
 std::chrono::milliseconds timeLimit(const QString& path, std::chrono::milliseconds deadline)
 {
     using namespace std::chrono_literals;
@@ -44,8 +45,8 @@ void limitMemory()
     setrlimit(RLIMIT_AS, &memory);
 }
 
-/// Prepares the child for a crash: no handlers, no core dump, no output, no unlimited memory, and no life
-/// after the parent, which enforces the deadline.
+/// Prepares the child for a crash: no handlers, no core dump, no output, limited memory, and death with the
+/// parent, which enforces the deadline.
 void confine()
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);

@@ -18,8 +18,8 @@ namespace Morvane::Qel {
 class MaterialConversion
 {
 public:
-    /// `withKd` names the materials whose diffuse colour counts; without it, all but Assimp's default
-    /// material's do.
+    /// `withKd` names the materials whose diffuse colour counts; without it, the diffuse colour
+    /// counts for all but Assimp's default material.
     MaterialConversion(const aiScene& scene, std::optional<QSet<QString>> withKd, ImportedScene& result);
 
     /// Returns the index in the result of the scene's material `index`; of a default material if there is

@@ -18,7 +18,7 @@ QString withForwardSlashes(const QString& reference)
     return reference.trimmed().replace(u'\\', u'/');
 }
 
-/// Returns the file at folder/part/part..., matching case only where an exact match exists.
+/// Returns the file at folder/part/part...; names that differ only in case match if no exact name exists.
 QString descend(const QString& folder, const QStringList& parts)
 {
     QString path = folder;

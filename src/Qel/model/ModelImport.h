@@ -46,7 +46,7 @@ struct MeshData
     bool operator==(const MeshData&) const = default;
 };
 
-/// A material in the terms of OBJ material libraries.
+/// A material with the parameters of an OBJ material library.
 struct MaterialData
 {
     QString name;
@@ -78,7 +78,7 @@ struct InstanceData
     bool operator==(const InstanceData&) const = default;
 };
 
-/// A model in memory.
+/// A model in main memory, as importModel reads and GPUModel uploads it.
 struct ModelData
 {
     std::vector<MeshData> meshes;
@@ -86,25 +86,25 @@ struct ModelData
     std::vector<InstanceData> instances;
     /// In QImage::Format_RGBA8888, bottom row first.
     std::vector<QImage> images;
-    /// One line for each thing that was missing and replaced, such as a texture file, or skipped.
+    /// One line for each thing that was replaced, such as a missing texture, or skipped.
     QStringList warnings;
 
     bool operator==(const ModelData&) const = default;
 };
 
-/// How importModel runs the reader of the file.
+/// How importModel reads the file.
 struct ImportOptions
 {
-    /// Reads the file in a forked child process. A damaged file can crash Assimp, keep it busy forever or
-    /// make it take all memory; with isolation each of these is an ordinary import error. The child may use
+    /// Reads the file in a forked child process. A damaged file can crash Assimp, hang it or make it use
+    /// up all memory; with isolation each of these is an ordinary import error. The child may use
     /// half of the machine's memory, its output is discarded, and memory that Assimp leaks is freed when it
     /// exits. The cost is a fork and a copy of the scene through a pipe.
     ///
     /// Off by default, because only the application knows whether it may fork. The child has only the calling
     /// thread, so a lock that another thread held during the fork stays locked, and the child then blocks
-    /// until the deadline. Forking a process with much mapped memory, as GL drivers map it, is slow. An
-    /// application that waits for any child or ignores SIGCHLD sees this child too. The child itself makes no
-    /// GL call.
+    /// until the deadline. Forking a process with much mapped memory, as GL drivers cause, is slow. An
+    /// application that waits for any child process or ignores SIGCHLD must expect this one. The child itself
+    /// makes no GL call.
     ///
     /// Images are always decoded in the calling process.
     bool isolated = false;

@@ -251,9 +251,11 @@ Projector ProjectorFitter::cascade(const Light& light, int index) const
     if (m_scene) {
         return {orthographic(axes, center, {half, half}, depth), cascadeEnd};
     }
-    // Casters may be up to three radii in front of the slice.
+    // Casters may be up to three radii in front of the slice. Far from the origin, where these depths would
+    // round to one float, the range is as wide as floats can tell apart.
     const float middle = snapped(axes.forward);
-    return {orthographic(axes, center, {half, half}, {middle - 4.0F * half, middle + half}), cascadeEnd};
+    const float reach = std::max(half, 1e-6F * std::abs(middle));
+    return {orthographic(axes, center, {half, half}, {middle - 4.0F * reach, middle + reach}), cascadeEnd};
 }
 
 float ProjectorFitter::splitDepth(int index, int count, float sceneSize) const

@@ -12,7 +12,7 @@
 
 namespace Morvane::Qel {
 
-/// What one shadow map shows.
+/// The projection of one shadow map.
 struct Projector
 {
     /// World space to clip space, with z from 0 to 1.
@@ -31,6 +31,7 @@ public:
     ProjectorFitter(const QMatrix4x4* projection, const QMatrix4x4* camera,
                     const QPair<QVector3D, QVector3D>* sceneBounds);
 
+    /// Returns how many shadow maps a light has.
     int numProjectors(const Light& light) const;
     /// Returns the light with a unit direction, the angle clamped and the range resolved.
     Light resolved(Light light) const;

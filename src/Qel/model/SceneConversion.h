@@ -11,7 +11,7 @@ struct aiScene;
 namespace Morvane::Qel {
 
 /// Converts what Assimp read from the file `path`, which warnings name. `materialsWithKd` names the materials
-/// whose diffuse colour counts; without it, all but Assimp's default material's do.
+/// whose diffuse colour counts; without it, the diffuse colour counts for all but Assimp's default material.
 ImportedScene convertScene(const aiScene& scene, const QString& path,
                            const std::optional<QSet<QString>>& materialsWithKd);
 

@@ -12,8 +12,8 @@
 
 namespace Morvane::Qel {
 
-/// One end of a pipe between a process and its fork. The calls that write a value on one end read it on the
-/// other. Values are transferred as their bytes in memory, because both ends run the same code.
+/// One end of a pipe between a process and its fork. The same calls write values on one end and read them on
+/// the other. Values are transferred as their bytes in memory, because both ends run the same code.
 class ScenePipe
 {
 public:

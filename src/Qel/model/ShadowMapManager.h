@@ -15,23 +15,23 @@ namespace Morvane::Qel {
 class ShadowMapRenderData;
 class Texture;
 
-/// Fits the projectors of shadow maps: decides how many a light has and what each one sees.
+/// Fits the projectors of shadow maps: decides how many each light has and what each of them covers.
 ///
-/// - A directional light has one orthographic projector per cascade. Cascades are split by the practical
-/// scheme of
-///   F. Zhang et al., "Parallel-split shadow maps for large-scale virtual environments" (2006). Each covers
-///   its slice of the view or the whole scene, whichever is smaller. A slice is covered by its bounding
-///   sphere, whose centre moves in whole texels (M. Valient, "Stable rendering of cascaded shadow maps",
-///   2008), so that shadows do not shimmer while the camera moves and turns.
-/// - A spot light has one perspective projector, which covers its cone.
-/// - A point light has six perspective projectors of 90 degrees, along +x, -x, +y, -y, +z and -z. They
-/// overlap by
-///   projectorMargin texels, so that filters up to that wide work across the edges of the cube.
+/// A directional light has one orthographic projector per cascade. Cascades are split by the practical scheme
+/// of F. Zhang et al., "Parallel-split shadow maps for large-scale virtual environments" (2006). Each covers
+/// its slice of the view or the whole scene, whichever is smaller. A slice is covered by its bounding sphere,
+/// whose centre moves in whole texels (M. Valient, "Stable rendering of cascaded shadow maps", 2008), so that
+/// shadows do not shimmer while the camera moves and turns.
 ///
-/// A projector maps what it covers to x and y from -1 to 1 and to z from 0, nearest to the light, to 1; z
-/// does not start at -1, as is usual in GL. The depth range of directional lights spans the scene, so that
-/// casters outside the view are included. The depth range of spot and point lights starts at the scene, but
-/// not before 1/32 of its end, to keep depth precision; anything nearer casts no shadow.
+/// A spot light has one perspective projector, which covers its cone.
+///
+/// A point light has six perspective projectors of 90 degrees, along +x, -x, +y, -y, +z and -z. They overlap
+/// by projectorMargin texels, so that filters up to that wide work across the edges of the cube.
+///
+/// A projector maps what it covers to x and y from -1 to 1, and to z from 0, nearest to the light, to 1,
+/// unlike GL's usual range, which starts at -1. The depth range of directional lights spans the scene, so
+/// that casters outside the view are included. The depth range of spot and point lights starts at the scene,
+/// but not before 1/32 of its end, to keep depth precision; anything nearer casts no shadow.
 class QEL_MODEL_EXPORT ShadowMapManager
 {
 public:
@@ -42,11 +42,12 @@ public:
     /// Width of the border, in texels, along each edge of a map outside the volume its projector is fitted
     /// to.
     static constexpr int projectorMargin = 8;
+    /// Largest number of projectors of a directional light.
     static constexpr int maxCascades = 8;
     /// Fraction of a cascade's end depth from which it may be faded into the next one: both maps cover that
     /// range.
     static constexpr float cascadeFadeBegin = 0.9F;
-    /// The number of array layers that every OpenGL 3.2 driver supports.
+    /// Largest number of projectors of all lights: the array layers that every OpenGL 3.2 driver supports.
     static constexpr int maxLayers = 256;
 
     enum class LightType : int

@@ -63,7 +63,7 @@ public:
             throw cannot(u"size"_s);
         }
         if (a.numChannels() == 1 && b.numChannels() == 1) {
-            // One channel each may differ in name: "Z" of depth, "R" of a grey PNG.
+            // Single channels match whatever their names: "Z" of depth, "R" of a grey PNG.
             channels = a.channels;
             m_indicesA = m_indicesB = {0};
             return;
@@ -105,8 +105,8 @@ private:
     std::vector<int> m_indicesB;
 };
 
-/// Returns the absolute differences as an image. With foldAlpha, the colours hold the difference of alpha if
-/// it is larger, and there is no alpha channel: it would make a PNG transparent where the images agree.
+/// Returns the absolute differences as an image. With foldAlpha, a colour holds the difference of alpha if
+/// that is larger, and there is no alpha channel, which would make a PNG transparent where the images agree.
 Image differenceImage(const Pair& pair, bool foldAlpha)
 {
     QStringList channels = pair.channels;

@@ -10,7 +10,7 @@ namespace Morvane::Qel::App {
 /// Prints Qt's messages to standard error, prefixed with the program's name. Without `verbose`, debug
 /// messages are dropped, and so is the source location at the start of a pass's message.
 ///
-/// GL errors and shader build reports are kept for takeReport, which turns the first into the one line of a
+/// GL errors and shader build reports are kept: takeReport returns the first of them as the one line for a
 /// failed frame. They are printed at once only with `verbose`.
 void installMessageHandler(bool verbose);
 /// Returns the first kept error as one line, empty if there is none, and forgets all of them.

@@ -20,8 +20,8 @@ namespace Morvane::Qel::App {
 
 namespace {
 
-/// Returns a text such as "1280x720 GL_RGBA16F". Asks GL, because passes may allocate a texture by GL calls
-/// that the Texture object does not see.
+/// Returns a text such as "1280x720 GL_RGBA16F". Queries GL, because passes may allocate a texture by GL
+/// calls that bypass the Texture object.
 QString textureSummary(Texture* texture)
 {
     const AutoBinder binder(texture);
@@ -58,8 +58,8 @@ void printOrder(const GraphPlan& plan, const std::vector<RenderGraph::Output>& o
         }
     }
     for (const PlannedPass& pass : plan.passes) {
-        if (!pass.leftOut.isEmpty()) {
-            print(u"skipped: %1  %2: %3\n"_s.arg(pass.name, pass.type, pass.leftOut));
+        if (!pass.cullReason.isEmpty()) {
+            print(u"culled: %1  %2: %3\n"_s.arg(pass.name, pass.type, pass.cullReason));
         }
     }
     if (plan.outputPass >= 0) {
@@ -85,7 +85,7 @@ struct Drawing
     {
         QString id;
         QStringList lines;
-        bool leftOut;
+        bool isCulled;
     };
     struct Edge
     {
@@ -110,7 +110,7 @@ Drawing drawingOf(const GraphDescription& graph, const GraphPlan& plan)
     }
     for (int i = 0; i < static_cast<int>(plan.passes.size()); ++i) {
         const PlannedPass& pass = plan.passes[static_cast<size_t>(i)];
-        drawing.nodes.push_back({passId(i), {pass.name, pass.type}, !pass.leftOut.isEmpty()});
+        drawing.nodes.push_back({passId(i), {pass.name, pass.type}, !pass.cullReason.isEmpty()});
         for (const PlannedInput& input : pass.inputs) {
             const QString port = PortName::parse(input.port).name;
             if (input.source == InputSource::Connection) {
@@ -147,7 +147,7 @@ void printDot(const Drawing& drawing)
             lines << dotText(line);
         }
         text += u"    %1 [label=\"%2\"%3];\n"_s.arg(node.id, lines.join(u"\\n"_s),
-                                                    node.leftOut ? u", style=dashed"_s : QString());
+                                                    node.isCulled ? u", style=dashed"_s : QString());
     }
     for (const Drawing::Edge& edge : drawing.edges) {
         text += u"    %1 -> %2 [label=\"%3\"];\n"_s.arg(edge.from, edge.to, dotText(edge.label));
@@ -170,12 +170,12 @@ void printMermaid(const Drawing& drawing)
             lines << mermaidText(line);
         }
         text += u"    %1[\"%2\"]%3\n"_s.arg(node.id, lines.join(u"<br/>"_s),
-                                            node.leftOut ? u":::leftOut"_s : QString());
+                                            node.isCulled ? u":::culled"_s : QString());
     }
     for (const Drawing::Edge& edge : drawing.edges) {
         text += u"    %1 -->|\"%2\"| %3\n"_s.arg(edge.from, mermaidText(edge.label), edge.to);
     }
-    print(text + u"    classDef leftOut stroke-dasharray: 4\n"_s);
+    print(text + u"    classDef culled stroke-dasharray: 4\n"_s);
 }
 
 } // namespace

@@ -34,8 +34,8 @@ constexpr std::array limits = {
     Limit{"texture buffer texels", GL_MAX_TEXTURE_BUFFER_SIZE},
 };
 
-/// Extensions that the library itself uses if present, in addition to those of the passes.
-const QStringList servicesExtensions = {u"GL_ARB_timer_query"_s, u"GL_KHR_debug"_s};
+/// Extensions that the libraries use if present, in addition to those of the passes.
+const QStringList libraryExtensions = {u"GL_ARB_timer_query"_s, u"GL_KHR_debug"_s};
 
 void printEntry(const QString& name, const QString& value)
 {
@@ -68,7 +68,7 @@ ExitCode info(const QStringList& arguments)
     }
 
     const PassRegistry& registry = PassRegistry::builtin();
-    QStringList extensions = servicesExtensions;
+    QStringList extensions = libraryExtensions;
     for (const QString& type : registry.types()) {
         extensions += registry.description(type)->fullModeExtensions;
     }

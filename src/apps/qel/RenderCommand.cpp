@@ -139,8 +139,8 @@ void dump(const RenderGraph& graph, const QString& folderPath)
                                                                                   file.errorString()));
     }
     for (const PlannedPass& pass : graph.plan().passes) {
-        if (!pass.leftOut.isEmpty()) {
-            printNote(u"%1 is skipped and has no outputs: %2"_s.arg(pass.name, pass.leftOut));
+        if (!pass.cullReason.isEmpty()) {
+            printNote(u"%1 is culled and has no outputs: %2"_s.arg(pass.name, pass.cullReason));
         }
     }
 }

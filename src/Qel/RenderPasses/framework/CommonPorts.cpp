@@ -9,7 +9,7 @@ InputDescription viewportInput(const QString& meaning, const QString& whenMissin
     return {.name = u"Qel_QRect_Viewport"_s,
             .meaning = meaning,
             .whenMissing = whenMissing,
-            .range = u"pixels, origin at the lower left"_s};
+            .range = u"pixels"_s};
 }
 
 InputDescription projectionMatrixInput()

@@ -73,16 +73,17 @@ const PassDescription& CameraSpaceZBufferRenderPass::description()
         .type = u"CameraSpaceZBufferRenderPass"_s,
         .summary = u"Turns a depth texture into eye-space positions, with all mip levels."_s,
         .inputs = {viewportInput(u"size of the output; the origin is ignored"_s,
-                                 u"1 x 1, and nothing is drawn"_s),
+                                 u"the output is 1 x 1 and not drawn"_s),
                    {.name = u"Qel_QelTexture*_Frame"_s,
-                    .meaning = u"the depth from 0 to 1, with or without stencil, of the viewport's size"_s,
+                    .meaning = u"the depth, from 0 to 1, with or without stencil, of the viewport's size"_s,
                     .whenMissing = u"every position lies on the near plane"_s},
                    {.name = u"Qel_QMatrix4x4_ProjectionMatrix"_s,
                     .meaning = u"the projection that the depth was drawn with"_s,
                     .whenMissing = u"identity"_s}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
-                     .meaning = u"x, y and z in eye space, in units of the scene, and 1; each texel of a mip "
-                                "level is one of the four below it; RGBA32F, from the pool"_s}}};
+                     .meaning = u"x, y and z in eye space, in scene units, and 1; each texel of a mip level "
+                                "copies one of the four that it covers in the next finer level; RGBA32F, "
+                                "from the pool"_s}}};
     return description;
 }
 
@@ -126,6 +127,8 @@ void CameraSpaceZBufferRenderPass::draw(Texture* depth)
 {
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     context->setViewport(0, 0, m_width, m_height);
+    // Against the depth that is read, no fragment would pass.
+    const AutoDisabler depthTest(GL_DEPTH_TEST);
     const AutoBinder programBinder(m_program.get());
     const BoundSampler depths(*m_program, m_samplerDepth, depth, Sampling::Nearest);
     checkGLError(sourceFile, 141);
@@ -136,7 +139,7 @@ void CameraSpaceZBufferRenderPass::draw(Texture* depth)
     drawBatch(m_fullScreenBatch);
 }
 
-/// Draws each mip level from the one below it.
+/// Draws each mip level from the next finer one.
 void CameraSpaceZBufferRenderPass::fillLevels(Texture& positions)
 {
     positions.setFilter(GL_NEAREST_MIPMAP_NEAREST, GL_NEAREST);

@@ -52,15 +52,15 @@ const PassDescription& DeferredRenderPass::description()
 {
     static const PassDescription description{
         .type = u"DeferredRenderPass"_s,
-        .summary = u"Shades a G-buffer in grey by a point light at (100, 100, 100)."_s,
+        .summary = u"Shades a G-buffer in grey with a point light at (100, 100, 100) in world space."_s,
         .inputs = {viewportInput(u"size of the output; the origin is ignored"_s, u"no texture is made"_s),
                    {.name = u"Qel_QMatrix4x4_ProjectionMatrix"_s,
-                    .meaning = u"eye space to clip space; the inverse is transposed before use"_s,
+                    .meaning = u"eye space to clip space; its inverse is transposed before use"_s,
                     .whenMissing = u"identity"_s},
                    cameraMatrixInput(),
                    {.name = u"Qel_QelTexture*_Normal"_s,
                     .meaning = u"the world-space normal"_s,
-                    .whenMissing = u"black"_s},
+                    .whenMissing = u"the output is black"_s},
                    {.name = u"Qel_QelTexture*_TexCoord"_s,
                     .meaning = u"not used"_s,
                     .whenMissing = u"no effect"_s},
@@ -68,8 +68,8 @@ const PassDescription& DeferredRenderPass::description()
                     .meaning = u"the depth, from 0 to 1"_s,
                     .whenMissing = u"0 everywhere"_s}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
-                     .meaning = u"the cosine between normal and light as opaque grey; GL_RGBA with 8 bits a "
-                                "channel, owned by the pass"_s}}};
+                     .meaning = u"the cosine of the angle between normal and light direction as opaque "
+                                "grey; GL_RGBA with 8 bits a channel, owned by the pass"_s}}};
     return description;
 }
 

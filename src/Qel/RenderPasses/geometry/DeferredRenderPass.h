@@ -12,13 +12,13 @@ class DrawBuffers;
 class FramebufferObject;
 class Texture;
 
-/// Shades a G-buffer without materials by one point light at (100, 100, 100), as diffuse grey (J. H. Lambert:
-/// Photometria, 1760).
+/// Shades a G-buffer without materials with one point light at (100, 100, 100) in world space, as diffuse
+/// grey (J. H. Lambert: Photometria, 1760).
 ///
 /// Reads the normal and the depth of GBufferRenderPass and the matrices that it drew with. Writes the cosine
-/// between normal and light as opaque grey with 8 bits a channel: black where the surface faces away and on
-/// the background. Normal and depth are sampled at nearest. The pass owns the texture and replaces it when
-/// the size changes.
+/// of the angle between normal and light direction as opaque grey with 8 bits a channel: black where the
+/// surface faces away and on the background. Normal and depth are sampled at nearest. The pass owns the
+/// texture and replaces it when the size changes.
 ///
 /// Deliberate: the position is not that of the pixel, because the depth is read as if it ran from -1 to 1 and
 /// the inverse projection is transposed. Under a perspective projection with its near plane at 0.3 or less,

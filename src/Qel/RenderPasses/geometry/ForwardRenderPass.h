@@ -8,7 +8,7 @@ namespace Morvane::Qel {
 
 class FramebufferObject;
 
-/// Draws a whole model in one pass, lit by one directional light at (1, 1, 1) in eye space, with the
+/// Draws a whole model in one pass, lit by one directional light from (1, 1, 1) in eye space, with the
 /// Blinn-Phong model (J. F. Blinn: Models of light reflection for computer synthesized pictures, 1977).
 ///
 /// Writes the lit colour, with the material's dissolve as alpha (stored, not blended; 0 where nothing was
@@ -16,8 +16,8 @@ class FramebufferObject;
 /// default precision for GL_RGBA, usually 8 bits, which clamps every Id to 1. The pass owns both textures
 /// and replaces them when the size changes.
 ///
-/// GL state: uses the depth function, depth mask and face culling in force. Leaves the front face
-/// counter-clockwise and the clear colour 0.
+/// GL state: uses the depth function, depth mask and face culling in force. Blending and scissor test must be
+/// off. Leaves the front face counter-clockwise and the clear colour 0.
 ///
 /// Deliberate: framebuffer, textures and program are not deleted with the pass, since a program set from
 /// outside may be shared. A graph's resource scope deletes those that the pass made.
@@ -48,10 +48,10 @@ public:
     ForwardRenderPass();
     ~ForwardRenderPass() override;
 
-    /// Sets the program to draw with, which the caller keeps. Set before the first start, the built-in
-    /// program is never built; set later, it is no longer used. The program must have the uniforms
-    /// "u_ProjectionMatrix" and "u_CameraMatrix" and the fragment outputs
-    /// "out_FragColor" and "out_Id".
+    /// Sets the program to draw with; the caller keeps ownership. If one is set before the first start, the
+    /// built-in program is never built; if later, it is no longer used. The program must have the uniforms
+    /// "u_ProjectionMatrix" and "u_CameraMatrix" and the fragment outputs "out_FragColor" and
+    /// "out_Id".
     void setShaderProgram(ShaderProgram* program);
 
     void start(RenderCallbacks* callbacks) override;

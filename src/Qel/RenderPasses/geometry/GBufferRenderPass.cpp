@@ -100,7 +100,7 @@ void GBufferRenderPass::setShaderProgram(ShaderProgram* program)
 void GBufferRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
     const QVariant& geometry = m_inputs[Geometry].value;
-    // A single batch is not put into a list, which would be an allocation in every frame.
+    // A single batch is drawn directly: a list of one would be allocated in every frame.
     const bool isList = geometry.canConvert<QVariantList>();
     const QVariantList list = isList ? geometry.toList() : QVariantList();
     provideTargets(m_framebuffer, m_width, m_height, m_inputs[Viewport].value.toRect(), m_attachments);
@@ -148,7 +148,7 @@ void GBufferRenderPass::drawEntry(const QVariant& entry)
     } else if (!m_hasReportedEntry) {
         m_hasReportedEntry = true;
         logNotice(sourceFile, __LINE__,
-                  u"an entry of the geometry is left out: it must be a DrawBuffers*, not %1"_s.arg(
+                  u"a geometry entry is skipped: it must be a DrawBuffers*, not %1"_s.arg(
                       entry.isNull() ? u"null"_s : QString::fromLatin1(entry.metaType().name())));
     }
 }

@@ -42,7 +42,7 @@ public:
     {
         /// Texture*, RGB32F: world-space normal.
         Normal,
-        /// Texture*, RG32F.
+        /// Texture*, RG32F: texture coordinate.
         TexCoord,
         /// Texture*, DEPTH_COMPONENT32F: 0 near, 1 far.
         Depth,
@@ -57,10 +57,10 @@ public:
     GBufferRenderPass();
     ~GBufferRenderPass() override;
 
-    /// Sets the program to draw with, which the caller keeps. Set before the first start, the built-in
-    /// program is never built; set later, it is no longer used. The program must have the uniforms
-    /// "u_ProjectionMatrix" and "u_CameraMatrix" and the fragment outputs
-    /// "out_Normal", "out_TexCoord" and "out_Id".
+    /// Sets the program to draw with; the caller keeps ownership. If one is set before the first start, the
+    /// built-in program is never built; if later, it is no longer used. The program must have the uniforms
+    /// "u_ProjectionMatrix" and "u_CameraMatrix" and the fragment outputs "out_Normal",
+    /// "out_TexCoord" and "out_Id".
     void setShaderProgram(ShaderProgram* program);
 
     void start(RenderCallbacks* callbacks) override;

@@ -49,7 +49,7 @@ const PassDescription& ModelDeferredPass::description()
                     .whenMissing = u"no effect"_s},
                    {.name = u"Qel_QelTexture*_Diffuse"_s,
                     .meaning = u"the diffuse colour, alpha holding the dissolve"_s,
-                    .whenMissing = u"no diffuse light; alpha is 0 once a depth was missing, 1 before"_s},
+                    .whenMissing = u"no diffuse light; alpha is 1, or 0 once the depth has been missing"_s},
                    {.name = u"Qel_QelTexture*_Specular"_s,
                     .meaning = u"the specular colour, alpha holding the shininess"_s,
                     .whenMissing = u"no highlights"_s},
@@ -58,7 +58,7 @@ const PassDescription& ModelDeferredPass::description()
                     .whenMissing = u"black, with the dissolve as alpha"_s},
                    {.name = u"Qel_QelTexture*_Depth"_s,
                     .meaning = u"not used"_s,
-                    .whenMissing = u"transparent black replaces other missing textures from then on"_s}},
+                    .whenMissing = u"from then on, transparent black replaces other missing textures"_s}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning = u"the lit colour, clamped, straight alpha holding the dissolve; GL_RGBA "
                                 "with 8 bits a channel, owned by the pass"_s}}};

@@ -12,13 +12,14 @@ class DrawBuffers;
 class FramebufferObject;
 class Texture;
 
-/// Shades the G-buffer of ModelRenderPass with one directional light at (1, 1, 1) in eye space, with the
+/// Shades the G-buffer of ModelRenderPass with one directional light from (1, 1, 1) in eye space, with the
 /// Blinn-Phong model (J. F. Blinn: Models of light reflection for computer synthesized pictures, 1977). The
 /// result is that of ForwardRenderPass, except that normals have unit length.
 ///
 /// Writes the lit colour in 8 bits, clamped, with the dissolve as alpha. The inputs are sampled at nearest.
-/// The pass owns the texture and replaces it when the size changes. Matrices and depth are not read; but
-/// whether a depth was ever missing decides what replaces other missing textures.
+/// The pass owns the texture and replaces it when the size changes. Matrices and depth are not read,
+/// but a missing depth has an effect: from then on transparent black replaces other missing textures, which
+/// until then read as opaque black.
 ///
 /// GL state: blending and scissor test must be off. Leaves the depth test disabled.
 ///

@@ -39,7 +39,7 @@ void main()
 }
 )"_s;
 
-// Removing the marker turns the line behind it into code. Deliberate: out_TexCoord has no attachment and is
+// Removing the marker turns the rest of its line into code. Deliberate: out_TexCoord has no attachment and is
 // written nowhere.
 const QString discardMarker = u"//DODA "_s;
 const QString fragmentSource = uR"(#version 150

@@ -19,8 +19,9 @@ class FramebufferObject;
 /// number plus one, where 0 is the background. The pass owns the textures and replaces them when the size
 /// changes.
 ///
-/// GL state: uses the depth function, depth mask and face culling in force. Leaves the front face
-/// counter-clockwise, the clear colour 0 and, if a model was drawn, the depth test enabled.
+/// GL state: uses the depth function, depth mask and face culling in force. Blending and scissor test must be
+/// off. Leaves the front face counter-clockwise, the clear colour 0 and, if a model was drawn, the depth test
+/// enabled.
 ///
 /// Deliberate: framebuffer, textures and program are not deleted with the pass, since a program set from
 /// outside may be shared. A graph's resource scope deletes those that the pass made.
@@ -59,13 +60,13 @@ public:
     ModelRenderPass();
     ~ModelRenderPass() override;
 
-    /// Sets the program to draw with, which the caller keeps. Set before the first start, the built-in
-    /// program is never built; set later, it is no longer used. The program must have the uniforms
+    /// Sets the program to draw with; the caller keeps ownership. If one is set before the first start, the
+    /// built-in program is never built; if later, it is no longer used. The program must have the uniforms
     /// "u_ProjectionMatrix", "u_CameraMatrix" and "u_NormalMatrix" and the fragment outputs
     /// "out_Kd", "out_Ks", "out_Normal" and "out_Id".
     void setShaderProgram(ShaderProgram* program);
     /// Sets whether to discard fragments whose diffuse map has an alpha of 0.01 or less. Takes effect when
-    /// the built-in program is built, on the first start; later changes have none.
+    /// the built-in program is built, on the first start; later changes have no effect.
     void setDiscardOnDiffuseAlpha(bool discard);
 
     void start(RenderCallbacks* callbacks) override;

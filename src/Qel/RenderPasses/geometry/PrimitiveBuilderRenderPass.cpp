@@ -157,7 +157,7 @@ const PassDescription& PrimitiveBuilderRenderPass::description()
         .outputs = {{.name = u"Qel_QelDrawBuffers*_Geometry"_s,
                      .meaning = u"all primitives in one batch, with world-space positions, normals and "
                                 "texture coordinates; owned by the pass until the primitives change; null "
-                                "until one was added or an option set"_s}},
+                                "until a primitive is added or an option is set"_s}},
         .options = {
             {.name = u"primitives"_s,
              .meaning = u"the cubes and quads, in drawing order"_s,

@@ -28,7 +28,7 @@ class QEL_RENDERPASSES_EXPORT PrimitiveBuilderRenderPass : public RenderPassHelp
 public:
     enum OutputPort
     {
-        /// DrawBuffers*, null before anything was added or set.
+        /// DrawBuffers*; null until a primitive is added or an option is set.
         Geometry
     };
     enum PrimitiveType
@@ -56,12 +56,12 @@ public:
     PrimitiveBuilderRenderPass();
     ~PrimitiveBuilderRenderPass() override;
 
-    /// Appends a quad of 2 x size by 2 x size with its centre at a world-space position.
+    /// Appends a quad, 2 x size wide and high, centred on a world-space position.
     void addQuad(float size, const QVector3D& position);
-    /// Appends a cube with edges of length size and its centre at a world-space position.
+    /// Appends a cube with edges of length size, centred on a world-space position.
     void addCube(float size, const QVector3D& position);
-    /// Sets whether the batch also gets one indirect draw command for each primitive; initially it does. The
-    /// batch is rebuilt even if the setting stays the same.
+    /// Sets whether the batch also gets one indirect draw command for each primitive, which is the default.
+    /// The batch is rebuilt even if the setting stays the same.
     void setUseIndirectDrawCommands(bool use);
 
     void start(RenderCallbacks* callbacks) override;

@@ -68,7 +68,8 @@ const PassDescription& WireframeRenderPass::description()
     static const PassDescription description{
         .type = u"WireframeRenderPass"_s,
         .summary = u"Draws the edges of primitives as an overlay, from an image of primitive numbers."_s,
-        .inputs = {viewportInput(u"size of the output, and the part of it that is drawn"_s, u"1 x 1"_s),
+        .inputs = {viewportInput(u"the output's size and drawn rectangle, origin lower left"_s,
+                                 u"the output is 1 x 1 and not drawn"_s),
                    {.name = idPort,
                     .meaning = u"primitive numbers plus one, as floats (8 bits clamp them); a third "
                                "component numbers the parts of a tessellated primitive"_s,

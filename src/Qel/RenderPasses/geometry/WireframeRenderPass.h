@@ -30,7 +30,7 @@ class Texture;
 /// own. Neighbours are one pixel of the viewport apart, even if the Id image has another size. A viewport
 /// whose origin is not 0 shifts the drawing inside the output; the rest keeps the clear colour in force.
 ///
-/// GL state: blending and scissor test must be off. Leaves the depth test off.
+/// GL state: blending and scissor test must be off. Leaves the depth test disabled.
 class QEL_RENDERPASSES_EXPORT WireframeRenderPass : public RenderPassHelper
 {
 public:

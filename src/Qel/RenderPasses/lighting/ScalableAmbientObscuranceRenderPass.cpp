@@ -15,12 +15,12 @@ namespace Morvane::Qel {
 
 namespace {
 
-/// Bounds the loop of the shader: a GPU that loops for seconds is reset.
+/// Limits the shader's loop: drivers reset a GPU that is busy for seconds.
 constexpr int maxSamples = 1024;
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/ScalableAmbientObscuranceRenderPass";
 
-// Linked into the program although nothing calls it. Deliberate.
+// Deliberate: linked into the program although nothing calls it.
 const QString positionSource = uR"(#version 150
 uniform mat4 u_InvProjMatrix;
 
@@ -114,7 +114,7 @@ struct Tap
 Tap spiralTap(int i, float diskRadius, float rotation, float pixelWidth)
 {
     float alpha = (float(i) + 0.5) / u_NumSamples;
-    float angle = alpha * u_NumSpiralTurns * 6.28 + rotation; // 6.28, not 2 pi: deliberate
+    float angle = alpha * u_NumSpiralTurns * 6.28 + rotation; // deliberate: not 2 pi
     float tapRadius = alpha * diskRadius;
     return Tap(tapRadius * vec2(cos(angle), sin(angle)), mipLevel(tapRadius * pixelWidth));
 }
@@ -154,7 +154,7 @@ void main()
         discard;
     }
 
-    // Large and hardly random, as published. Deliberate.
+    // Deliberate: large and hardly random, as published.
     float rotation = float((3 * (pixel.x ^ pixel.y) + pixel.x * pixel.y) * 10);
     float diskRadius = -projScale * radius / P.z;
     float sum = 0.0;
@@ -196,7 +196,7 @@ const PassDescription& ScalableAmbientObscuranceRenderPass::description()
     static const PassDescription description{
         .type = u"ScalableAmbientObscuranceRenderPass"_s,
         .summary = u"Darkens corners, creases and contacts by an estimate of ambient visibility."_s,
-        .inputs = {viewportInput(u"frame size before division; origin ignored"_s, u"1 x 1, nothing drawn"_s),
+        .inputs = {viewportInput(u"full-resolution size; the origin is ignored"_s, u"1 x 1, unoccluded"_s),
                    projectionMatrixInput(),
                    cameraMatrixInput(),
                    {.name = u"Qel_float_NearPlane"_s,
@@ -232,15 +232,14 @@ const PassDescription& ScalableAmbientObscuranceRenderPass::description()
                     .range = u"scene units"_s},
                    {.name = u"Qel_QelTexture*_Normal"_s,
                     .meaning = u"normals in the space that the option \"normalProcessing\" names"_s,
-                    .whenMissing = u"on the first frame: computed from positions from then on"_s},
+                    .whenMissing = u"on the first frame: always computed from positions"_s},
                    {.name = u"Qel_float_SaoNumSamples"_s,
                     .meaning = u"number of taps, rounded down"_s,
                     .whenMissing = u"0: nothing is occluded"_s,
                     .defaultValue = 11.0F,
                     .range = u"1 to 1024"_s},
                    {.name = u"Qel_float_SaoNumLogMaxOffset"_s,
-                    .meaning =
-                        u"subtracted from the mip level of a tap, rounded down; 0 and above reads level 0"_s,
+                    .meaning = u"subtracted from a tap's mip level, truncated; 0 or more reads level 0"_s,
                     .whenMissing = u"0"_s,
                     .defaultValue = 3.0F},
                    {.name = u"Qel_float_SaoNumSpiralTurns"_s,
@@ -275,7 +274,7 @@ void ScalableAmbientObscuranceRenderPass::setNormalProcessing(NormalProcessing p
         logFailedCheck(sourceFile, __LINE__, "NULL == m_shaderProgram",
                        u"Do not set the normal processing once a shader has been created."_s);
     }
-    // Stored although the call was reported as an error and has no effect. Deliberate.
+    // Deliberate: stored although the call was reported as an error and has no effect.
     m_normalProcessing = processing;
 }
 
@@ -337,7 +336,6 @@ void ScalableAmbientObscuranceRenderPass::provideProgram(bool hasNormals)
 /// over what the pooled texture held before.
 void ScalableAmbientObscuranceRenderPass::clearTarget()
 {
-    OpenGLDeviceContext::current()->setViewport(0, 0, m_width, m_height);
     glClearColor(1.0F, 1.0F, 1.0F, 1.0F);
     glClear(GL_COLOR_BUFFER_BIT);
     glClearColor(0.0F, 0.0F, 0.0F, 0.0F);
@@ -347,6 +345,8 @@ void ScalableAmbientObscuranceRenderPass::draw(Texture* depth, Texture* position
 {
     m_framebuffer->attach(depth, depthAttachment(*depth), 0);
     m_framebuffer->setDrawBuffers();
+    // Not the size of the target: that is 1 x 1 for an empty viewport, for which nothing is drawn.
+    OpenGLDeviceContext::current()->setViewport(0, 0, m_width, m_height);
     const AutoDisabler depthTestDisabler(GL_DEPTH_TEST);
     const AutoBinder programBinder(m_shaderProgram.get());
     const BoundSampler positionSampler(*m_shaderProgram, m_positionSampler, positions ? positions : depth,
@@ -354,7 +354,7 @@ void ScalableAmbientObscuranceRenderPass::draw(Texture* depth, Texture* position
     const BoundSampler normalSampler(*m_shaderProgram, m_normalSampler, normals, Sampling::Nearest);
     setUniforms(*depth, positions != nullptr);
 
-    // The stencil is configured, but the test stays off, so it has no effect. Deliberate.
+    // Deliberate: the stencil is configured, but the test stays off, so it has no effect.
     glDepthMask(GL_FALSE);
     OpenGLDeviceContext::current()->disable(GL_STENCIL_TEST);
     glStencilFunc(GL_EQUAL, 1, 0xff);

@@ -27,8 +27,8 @@ class Texture;
 /// neighbouring positions, which makes curved surfaces look faceted and silhouettes one pixel rough.
 ///
 /// The output is a pooled texture (RGBA, 16-bit floats) of the viewport's size divided by the divider. It
-/// holds the visibility A as (A, A, A, 1); 1 is unoccluded, and background. It is noisy, because the taps are
-/// few: the published method ends with an edge-preserving blur, which is left to the graph.
+/// holds the visibility A as (A, A, A, 1); 1 is unoccluded, as is the background. It is noisy, because the
+/// taps are few: the published method ends with an edge-preserving blur, which is left to the graph.
 ///
 /// The depth texture must have the size of the output, also with a divider, because its texels are addressed
 /// by the output's pixels. Position and normal textures may have any size. All inputs are read at their
@@ -66,7 +66,7 @@ public:
         Normal,
         /// float, rounded down to a whole number of taps.
         SaoNumSamples,
-        /// float, rounded down to a number of mip levels.
+        /// float, truncated to a number of mip levels.
         SaoNumLogMaxOffset,
         /// float, rounded down to whole turns.
         SaoNumSpiralTurns,

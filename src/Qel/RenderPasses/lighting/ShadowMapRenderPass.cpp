@@ -213,6 +213,7 @@ bool ShadowMapRenderPass::provideResources()
     if (!m_moments) {
         m_moments = makeArray(GL_CLAMP_TO_BORDER, m_numLayers);
         m_moments->setBorderColor({farAway, farAway, farAway, 1.0F});
+        clearMoments();
         checkGLError(sourceFile, __LINE__);
         isNew = true;
     }
@@ -221,6 +222,19 @@ bool ShadowMapRenderPass::provideResources()
         isNew = true;
     }
     return isNew;
+}
+
+/// Gives maps that nothing is drawn into the value of texels without an occluder.
+void ShadowMapRenderPass::clearMoments()
+{
+    constexpr std::array<float, 4> noOccluder{farAway, farAway, farAway, 1.0F};
+    const AutoBinder framebufferBinder(m_framebuffer.get());
+    for (int layer = 0; layer < m_numLayers; ++layer) {
+        m_framebuffer->attach3D(m_moments.get(), GL_COLOR_ATTACHMENT0, layer, 0);
+        m_framebuffer->setDrawBuffers();
+        glClearBufferfv(GL_COLOR, 0, noOccluder.data());
+    }
+    m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
 }
 
 void ShadowMapRenderPass::buildMomentsProgram()
@@ -329,7 +343,7 @@ void ShadowMapRenderPass::_gaussBlurShadowMapArray(int iterations)
     const AutoBinder framebufferBinder(m_framebuffer.get());
     m_framebuffer->attach(m_depth.get(), GL_DEPTH_ATTACHMENT, 0);
     const AutoBinder programBinder(m_blurProgram.get());
-    // The shader has no such uniform. Deliberate; the call has no effect.
+    // Deliberate: the shader has no such uniform, so the call has no effect.
     m_blurProgram->setUniform(m_sigma, shadowBlurSigma);
     constexpr float texel = 1.0F / static_cast<float>(mapSize);
     const std::array<QVector3D, 2> steps{QVector3D(texel, 0.0F, 0.0F), QVector3D(0.0F, texel, 0.0F)};
@@ -352,6 +366,7 @@ void ShadowMapRenderPass::_gaussBlurShadowMapArray(int iterations)
     }
     checkGLError(sourceFile, __LINE__);
     m_framebuffer->detach(GL_DEPTH_ATTACHMENT);
+    // Set again, whatever consumers have made of them: outside the map nothing is in shadow.
     m_moments->setBorderColor({farAway, farAway, farAway, 1.0F});
     m_moments->setParameter(GL_TEXTURE_WRAP_S, GL_CLAMP_TO_BORDER);
     m_moments->setParameter(GL_TEXTURE_WRAP_T, GL_CLAMP_TO_BORDER);

@@ -84,6 +84,7 @@ public:
 private:
     bool updateLights();
     bool provideResources();
+    void clearMoments();
     void buildMomentsProgram();
     void drawMoments(GPUModel& model);
     void drawLayer(GPUModel& model, int layer);

@@ -39,7 +39,7 @@ void main()
 }
 )"_s;
 
-// The common start of both fragment stages. The interpolated normal is not normalised. Deliberate.
+// The common start of both fragment stages. Deliberate: the interpolated normal is not normalised again.
 const QString shadingSource = uR"(#version 150
 #instancedata "OBJMaterial"
 #include "DirectionalLight.glslh"
@@ -56,7 +56,7 @@ vec3 litColour()
 }
 )"_s;
 
-// out_Id has no attachment, so it is discarded. Deliberate.
+// Deliberate: out_Id has no attachment and is written nowhere.
 const QString opaqueSource = shadingSource + uR"(
 out vec4 out_FragColor;
 out vec4 out_Id;
@@ -72,8 +72,8 @@ void main()
 }
 )"_s;
 
-// All deliberate: opaque fragments are not discarded but rejected by the depth test, because it does not pass
-// equal depths (if it does, they set the revealage to 0); at a depth of exactly 0 the weight is infinite; the
+// All deliberate: opaque fragments are not discarded but fail the depth test, unless the depth function
+// passes equal depths (then they set the revealage to 0); at a depth of exactly 0 the weight is infinite; the
 // colour is not multiplied by alpha.
 const QString accumulationSource = shadingSource + uR"(
 out vec4 out_FragColor[2];
@@ -108,13 +108,13 @@ const PassDescription& TransparencyRenderPass::description()
 {
     static const PassDescription description{
         .type = u"TransparencyRenderPass"_s,
-        .summary = u"Draws a model with transparent materials, order-independently."_s,
-        .inputs = {viewportInput(u"size of the textures; the origin is ignored"_s, u"no texture is made"_s),
+        .summary = u"Draws a model with order-independent transparency."_s,
+        .inputs = {viewportInput(u"size of the outputs; the origin is ignored"_s, u"no texture is made"_s),
                    projectionMatrixInput(),
                    cameraMatrixInput(),
                    modelInput(u"the model; batches with a dissolve below 1 are transparent, and their "
                               "colours count as premultiplied by it"_s,
-                              u"the image is cleared to 0 and the depth to 1"_s),
+                              u"the outputs are cleared to 0, the depth to 1"_s),
                    {.name = u"Qel_QelTexture*_Texture"_s,
                     .meaning =
                         u"sampled in place of the maps that a material lacks; linear RGB, alpha ignored"_s,
@@ -184,7 +184,7 @@ void TransparencyRenderPass::providePrograms()
         buildModelProgram(provide(m_accumulation.program), {u"out_FragColor[0]"_s, u"out_FragColor[1]"_s},
                           vertexSource, accumulationSource);
     }
-    provideScreenProgram(m_resolveProgram, m_screenQuad, {resolveSource});
+    provideScreenProgram(m_resolveProgram, m_fullScreenBatch, {resolveSource});
     if (!m_white) {
         m_white.reset(makeTexelTexture(Qt::white));
     }
@@ -233,7 +233,7 @@ void TransparencyRenderPass::resolve()
 {
     const AutoDisabler depthTest(GL_DEPTH_TEST);
     const AutoEnabler blending(GL_BLEND);
-    // The same function blends alpha, which mixes revealage into the alpha of the opaque image. Deliberate.
+    // Deliberate: alpha is blended by the same function, which mixes revealage into the opaque image's alpha.
     glBlendFunc(GL_ONE_MINUS_SRC_ALPHA, GL_SRC_ALPHA);
     const AutoBinder framebufferBinder(m_opaqueFramebuffer.get());
     m_opaqueFramebuffer->setDrawBuffers();
@@ -244,7 +244,7 @@ void TransparencyRenderPass::resolve()
     const BoundSampler coverages(*m_resolveProgram, m_samplerB,
                                  m_accumulationFramebuffer->attachment(GL_COLOR_ATTACHMENT1),
                                  Sampling::Nearest);
-    drawBatch(m_screenQuad);
+    drawBatch(m_fullScreenBatch);
 }
 
 } // namespace Morvane::Qel

@@ -93,7 +93,7 @@ private:
     ModelProgram m_opaque;
     ModelProgram m_accumulation;
     std::unique_ptr<ShaderProgram> m_resolveProgram;
-    QSharedPointer<DrawBuffers> m_screenQuad;
+    QSharedPointer<DrawBuffers> m_fullScreenBatch;
     std::unique_ptr<Texture> m_white;
     int m_width = 0;
     int m_height = 0;

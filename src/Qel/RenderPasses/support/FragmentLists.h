@@ -6,14 +6,14 @@
 
 namespace Morvane::Qel {
 
-/// The GL extensions that building and sorting fragment lists needs.
+/// Returns the names of the GL extensions that building and sorting fragment lists require.
 const QStringList& fragmentListExtensions();
 
-/// Whether the current context has all of these extensions.
+/// Whether the current context has all extensions of fragmentListExtensions().
 bool hasFragmentListExtensions();
 
-/// Whether two textures are head pointers and nodes, judged by target and format. Textures of another kind
-/// are reported once: when `isReported` is false, which is then set. Null is neither reported nor accepted.
+/// Whether two textures are head pointers and nodes, judged by target and format. Null is not. Any other
+/// mismatch is logged as an error, but only once: `isReported` remembers that between calls.
 bool areFragmentLists(const Texture* headPointers, const Texture* nodes, bool* isReported);
 
 /// Binds level 0 of a texture to an image unit for a scope. Nothing is bound there afterwards.

@@ -6,14 +6,14 @@
 
 namespace Morvane::Qel {
 
-/// Reads an image file of any format that Qt reads into straight, 32-bit ARGB rows without padding, top row
-/// first, ready for an upload as GL_BGRA and GL_UNSIGNED_BYTE.
+/// Reads an image file of any format that Qt supports as 32-bit ARGB with straight alpha, top row first and
+/// without padding, ready to be uploaded as GL_BGRA and GL_UNSIGNED_BYTE.
 ///
-/// Null when the path names no file, the file holds no image or the image is larger than `limit` in one
-/// direction; `problem` then says why, as a phrase that follows the path.
+/// Returns a null image if there is no such file, if it cannot be decoded, or if its width or height exceeds
+/// `limit`; `problem` then says why, as a phrase to put after the path.
 QImage loadImage(const QString& path, int limit, QString* problem);
 
-/// An image of one texel, in the same format.
+/// Makes an image of one texel, in the format that loadImage returns.
 QImage makeTexel(const QColor& color);
 
 } // namespace Morvane::Qel

@@ -5,8 +5,8 @@
 
 namespace Morvane::Qel {
 
-/// A number without its fraction. Sizes that no texture has stay what the pool refuses, within what an int
-/// holds; what is not a number becomes 0.
+/// Truncates a number to an int. NaN becomes 0. Numbers beyond 2^30 are clamped, so that a size that no
+/// texture can have is still refused by the pool.
 inline int truncated(float value)
 {
     constexpr float bound = 1 << 30;

@@ -6,20 +6,20 @@
 
 namespace Morvane::Qel {
 
-/// Notices that a view is no longer the same: the rule by which the temporal passes restart, kept in one
-/// place so that the sequence of jitters and the mean of the frames begin together.
+/// Detects changes of the view, on which the temporal passes restart. They share this rule so that the jitter
+/// sequence and the mean of the frames restart on the same frame.
 class ViewWatch
 {
 public:
     struct Change
     {
         bool size;
-        /// The size, a matrix or the dirty flag.
+        /// Whether the size or a matrix changed, or the view is dirty.
         bool any;
     };
 
-    /// Compares with the view that was seen last, exactly, and keeps this one. A NaN differs from everything.
-    /// A dirty flag that nobody set counts as dirty.
+    /// Compares a view exactly with that of the previous call, and remembers it. A matrix that contains NaN
+    /// always counts as changed. A null dirty flag counts as dirty.
     Change update(const QSize& size, const QMatrix4x4& projection, const QMatrix4x4& camera,
                   const QVariant& dirty)
     {

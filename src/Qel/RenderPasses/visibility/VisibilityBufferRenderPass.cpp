@@ -44,9 +44,9 @@ void main()
 }
 )"_s;
 
-// There is no test for a full node buffer: GL drops stores outside the image. Deliberate. A stage that stores
+// Deliberate: there is no test for a full node buffer; GL drops stores outside the image. A stage that stores
 // runs before the depth test, which therefore removes nothing from the lists. It must not request early
-// tests, because the depth of the full mode is never cleared. Deliberate too.
+// fragment tests, because the depth of the full mode is never cleared, which is deliberate too.
 const QString fragmentSource = uR"(#version 150
 #define QEL_GL_3_2 %1
 #if QEL_GL_3_2 == 0
@@ -112,7 +112,7 @@ void main()
 }
 )"_s;
 
-/// Replaces an attached texture by a new one, of a format whose base format and type follow from it.
+/// Replaces an attached texture by a new one; base format and type follow from the internal format.
 void replace(std::unique_ptr<Texture>& texture, FramebufferObject& framebuffer, unsigned int attachment,
              unsigned int internalFormat, const QSize& size)
 {
@@ -191,7 +191,7 @@ void VisibilityBufferRenderPass::start(RenderCallbacks* /*callbacks*/)
         resize(viewport.size());
     }
 
-    // Set only because it stays set; integer textures are cleared by glClearBufferuiv.
+    // Deliberate: sets only what is left behind; glClearBufferuiv, which clears integer textures, ignores it.
     glClearColor(0.0F, 0.0F, 0.0F, 0.0F);
     if (m_gl4) {
         clearLists();
@@ -222,7 +222,7 @@ void VisibilityBufferRenderPass::buildListProgram()
     buildProgram(program);
 }
 
-/// Makes what only the full mode needs.
+/// Makes the objects that only the full mode needs.
 void VisibilityBufferRenderPass::makeLists()
 {
     FramebufferObject& nodeFramebuffer = provide(m_nodeFramebuffer);
@@ -329,7 +329,7 @@ void VisibilityBufferRenderPass::draw(GPUModel* model)
     m_program->setUniform(m_nodeBufferImage, 1);
     {
         const AutoBinder counterBinder(m_counter.get());
-        // Bound as write-only although the shader's atomic exchange also reads. Deliberate; drivers go by
+        // Deliberate: bound as write-only although the shader's atomic exchange also reads. Drivers go by
         // what the shader does.
         const ImageBinder headPointers(0, m_headPointers.get(), GL_WRITE_ONLY, GL_R32UI);
         const ImageBinder nodes(1, m_nodes.get(), GL_READ_WRITE, GL_RGBA32UI);

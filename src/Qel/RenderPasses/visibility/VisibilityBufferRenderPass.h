@@ -30,8 +30,8 @@ class Texture;
 /// The full mode records every fragment of every layer, up to 4096 x 4096 nodes. Later fragments are lost,
 /// and with them what their pixels had recorded before: such a head pointer names a node that does not exist,
 /// which readers must treat as the end of the list. The reduced mode, used without the extensions that
-/// `description()` lists, keeps only the nearest fragment of each pixel, with 0 as the draw. Each run logs
-/// its mode on the debug channel.
+/// `description()` lists, keeps only the nearest fragment of each pixel, with 0 as the draw. Each start
+/// logs the mode on the debug channel.
 ///
 /// The outputs are owned by the pass; head pointers are replaced when the size changes, and the node buffer
 /// of the full mode never is.
@@ -61,7 +61,7 @@ public:
         NodeBuffer,
         /// int, nodes in a row of the node buffer.
         NodeBufferWidth,
-        /// Never set by the pass; keeps whatever value it has. Deliberate; do not rely on it.
+        /// Never set by the pass, deliberately: it keeps whatever value it has. Do not rely on it.
         Depth
     };
 

@@ -79,7 +79,8 @@ const PassDescription& VisibilityDeferredRenderPass::description()
 {
     static const PassDescription description{
         .type = u"VisibilityDeferredRenderPass"_s,
-        .summary = u"Shades fragment lists from the model's buffers and blends their layers in order."_s,
+        .summary =
+            u"Shades fragment lists with geometry from the model's buffers and blends the layers in order."_s,
         .inputs = {viewportInput(u"size of the frame; the origin is ignored"_s, u"no texture is made"_s),
                    {.name = u"Qel_QMatrix4x4_ProjectionMatrix"_s,
                     .meaning = u"eye space to clip space, as for the lists"_s,
@@ -89,17 +90,17 @@ const PassDescription& VisibilityDeferredRenderPass::description()
                     .whenMissing = u"identity"_s},
                    {.name = u"Qel_QelTexture*_HeadPointers"_s,
                     .meaning = u"head pointers, R32UI"_s,
-                    .whenMissing = u"the frame is cleared"_s},
+                    .whenMissing = u"the output is cleared"_s},
                    {.name = u"Qel_QelTexture*_NodeBuffer"_s,
                     .meaning = u"nodes, RGBA32UI"_s,
-                    .whenMissing = u"the frame is cleared"_s},
+                    .whenMissing = u"the output is cleared"_s},
                    {.name = u"Qel_int_NodeBufferWidth"_s,
                     .meaning = u"nodes in a row of the node buffer"_s,
-                    .whenMissing = u"the frame is cleared"_s,
+                    .whenMissing = u"the output is cleared"_s,
                     .range = u"1 or more"_s},
                    modelInput(u"the model that the lists were drawn from, of triangles, with 32-bit indices "
-                              "or none; everything is shaded as its first batch"_s,
-                              u"the frame is cleared"_s)},
+                              "or none; every fragment is shaded as part of its first batch"_s,
+                              u"the output is cleared"_s)},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning =
                          u"blended linear colours, clamped to 0 to 1, with the alpha that the blending "
@@ -175,14 +176,16 @@ void VisibilityDeferredRenderPass::provideProgram()
     m_zeroes->upload(zeroes.data(), static_cast<int>(zeroes.size()), GL_STATIC_DRAW);
 }
 
-/// Points the buffer textures at the batch's buffers, if they changed.
+/// Points the buffer textures at the batch's buffers if those changed.
 void VisibilityDeferredRenderPass::updateBufferTextures(DrawBuffers* batch)
 {
-    if (m_shownBatch == batch && m_shownVertexArray == batch->VAO() && m_shownIndices == batch->indexBO()) {
+    if (m_shownBatch == batch && m_shownVertexArray == batch->VAO() &&
+        m_numUploadsShown == batch->VAO()->numUploads() && m_shownIndices == batch->indexBO()) {
         return;
     }
     m_shownBatch = batch;
     m_shownVertexArray = batch->VAO();
+    m_numUploadsShown = batch->VAO()->numUploads();
     m_shownIndices = batch->indexBO();
     const auto show = [&](std::unique_ptr<Texture>& texture, const QSharedPointer<BufferObject>& buffer,
                           unsigned int format) {

@@ -23,15 +23,15 @@ class VertexArrayObject;
 /// Hunt: The visibility buffer: a cache-friendly approach to deferred shading, 2013). Sorted lists give
 /// transparency in the right order.
 ///
-/// Every fragment is shaded with the material, transform and buffers of the model's first batch, whichever
-/// draw it came from: a model of several batches is shaded as if it had only that one. Deliberate. Lighting
-/// and colours are those of ForwardRenderPass.
+/// Deliberate: every fragment is shaded with the material, transform and buffers of the model's first batch,
+/// whichever draw it came from. A model of several batches is shaded as if it had only that one. Lighting and
+/// colours are those of ForwardRenderPass.
 ///
-/// Layers are blended by the sequence in the fragment stage, in which a layer of dissolve d adds its colour
-/// twice: it is mixed with weight d over the previous layers, and then added again with weight d (d + (1 - d)
-/// a), where a is the previous alpha, initially 1. In a sorted list the farthest layer therefore weighs most,
-/// and an opaque first layer has twice its brightness and an alpha of 0. Alpha becomes (1 - d) (d + (1 - d)
-/// a). Pixels without fragments keep the clear colour. Deliberate.
+/// Deliberate: layers are blended by the sequence in the fragment stage, in which a layer of dissolve d adds
+/// its colour twice: it is mixed with weight d over the previous layers, and then added again with weight d
+/// (d + (1 - d) a), where a is the previous alpha, initially 1. In a sorted list the farthest layer therefore
+/// weighs most, and an opaque first layer has twice its brightness and an alpha of 0. Alpha becomes (1 - d)
+/// (d + (1 - d) a). Pixels without fragments keep the clear colour.
 ///
 /// The output is owned by the pass and replaced when the size changes. GL state: uses the clear colour in
 /// force; expects blending, face culling and scissor test disabled and a full colour mask; restores the depth
@@ -86,6 +86,7 @@ private:
     /// The batch whose buffers they show; null once the model is deleted.
     QPointer<DrawBuffers> m_shownBatch;
     QWeakPointer<VertexArrayObject> m_shownVertexArray;
+    int m_numUploadsShown = 0;
     QWeakPointer<BufferObject> m_shownIndices;
     bool m_hasReportedLists = false;
     /// Zeroes for one vertex, in place of a buffer that the model does not have.

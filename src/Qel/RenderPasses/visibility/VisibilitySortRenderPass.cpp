@@ -51,7 +51,7 @@ void copyPayload(inout Record target, Record source)
     target.depth = source.depth;
 }
 
-// An alternative to quickSort, never called. Deliberate.
+// Deliberate: an alternative to quickSort that is never called.
 void insertionSort(int count)
 {
     for (int i = 1; i < count; ++i) {
@@ -126,8 +126,8 @@ int gather(uint pointer)
     while (pointer != 0u && count < MAX_DEPTH) {
         uvec4 node = imageLoad(u_NodeBufferImage, texelOfNode(pointer));
         if (node.g == 0u) {
-            // Reads outside the image return 0, which is no node's primitive: here ends a list whose node did
-            // not fit into the buffer.
+            // Reads outside the image return 0, which is no node's primitive. This ends a list at a node that
+            // did not fit into the buffer.
             break;
         }
         records[count] = Record(node.g, node.a, uintBitsToFloat(node.b), node.r);
@@ -243,7 +243,7 @@ void VisibilitySortRenderPass::sort(Texture* headPointers, Texture* nodes, int n
     // A target to rasterise onto; nothing is written to it.
     const PooledTarget scratch(provide(m_framebuffer), TextureFormat::RGBA16F,
                                m_inputs[Viewport].value.toRect().size());
-    // Has no effect without a depth attachment, except that the test stays enabled. Deliberate.
+    // Deliberate: has no effect without a depth attachment, except that the test stays enabled.
     OpenGLDeviceContext::current()->enable(GL_DEPTH_TEST);
     {
         // Shaders stored the nodes, which are now read as an image.

@@ -17,7 +17,6 @@
 #include <limits>
 
 #include <Qel/graph/GraphDescription.h>
-
 #include <Qel/graph/support/Ports.h>
 
 using namespace Qt::StringLiterals;
@@ -118,8 +117,15 @@ Constant toStringList(const QJsonValue& value)
 Constant toRect(const QJsonValue& value)
 {
     const auto a = toArray<int, 4>(value, toInt);
-    return a && (*a)[2] >= 0 && (*a)[3] >= 0 ? Constant(QRect((*a)[0], (*a)[1], (*a)[2], (*a)[3]))
-                                             : std::nullopt;
+    if (!a) {
+        return std::nullopt;
+    }
+    const auto [x, y, width, height] = *a;
+    // A QRect holds its last column and row as ints.
+    const auto isExtent = [](int begin, int size) {
+        return size >= 0 && qint64{begin} + size <= std::numeric_limits<int>::max();
+    };
+    return isExtent(x, width) && isExtent(y, height) ? Constant(QRect(x, y, width, height)) : std::nullopt;
 }
 
 struct Conversion

@@ -106,10 +106,10 @@ void cullUnusedPasses(GraphPlan& plan)
     }
     for (size_t i = 0; i < plan.passes.size(); ++i) {
         if (!needed[i]) {
-            plan.passes[i].leftOut =
+            plan.passes[i].cullReason =
                 readers[i].isEmpty()
                     ? u"nothing reads its outputs"_s
-                    : u"only unused passes read its outputs: %1"_s.arg(readers[i].join(u", "_s));
+                    : u"only culled passes read its outputs: %1"_s.arg(readers[i].join(u", "_s));
         }
     }
 }
@@ -119,7 +119,7 @@ void orderPasses(GraphPlan& plan)
     std::vector<bool> done(plan.passes.size());
     const auto isReady = [&](int index) {
         const std::vector<int> sources = sourcesOf(passOf(plan, index));
-        return !done[static_cast<size_t>(index)] && passOf(plan, index).leftOut.isEmpty() &&
+        return !done[static_cast<size_t>(index)] && passOf(plan, index).cullReason.isEmpty() &&
                std::all_of(sources.begin(), sources.end(),
                            [&](int source) { return done[static_cast<size_t>(source)]; });
     };

@@ -4,7 +4,7 @@
 
 #include <optional>
 
-#include <Qel/graph/ImageIO.h>
+#include <Qel/graph/Image.h>
 
 namespace Morvane::Qel {
 

@@ -59,7 +59,7 @@ private:
         return path.isEmpty() ? key : path + u'.' + key;
     }
 
-    /// The value as an object, which may only have known keys; any key if none are known.
+    /// The value as an object that may have only the known keys, or any keys if none are given.
     QJsonObject object(const QJsonValue& value, const QString& path, const QStringList& known)
     {
         if (!value.isObject() && !value.isUndefined()) {

@@ -8,7 +8,7 @@
 namespace Morvane::Qel {
 
 /// The JSON text of a graph file, in a fixed order. Relative paths are rewritten to start from the folder of
-/// `file`; `registry` tells which inputs and options are paths.
+/// `file`; `registry` says which inputs and options are paths.
 QString graphText(const GraphDescription& graph, const QString& file, const PassRegistry& registry);
 
 } // namespace Morvane::Qel

@@ -11,7 +11,7 @@ namespace Morvane::Qel {
 
 class GraphErrors;
 
-/// What is known about the ports of a planned pass.
+/// How far the ports of a planned pass are known.
 struct ResolvablePorts
 {
     /// False if an error hides the ports; references to them are then not checked.

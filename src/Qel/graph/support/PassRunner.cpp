@@ -9,7 +9,6 @@
 #include <Qel/gl/ShaderProgram.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
-
 #include <Qel/graph/support/Scene.h>
 
 using namespace Qt::StringLiterals;

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include <Qel/core/RenderPass.h>
-
 #include <Qel/graph/GraphPlan.h>
 #include <Qel/graph/RenderGraph.h>
 
@@ -30,7 +29,7 @@ public:
 
     /// Creates the passes in execution order; adds a line to `errors` for each that cannot be created.
     void createPasses(const GraphPlan& plan, QStringList* errors);
-    /// Sets constants and models and prepares connections. Once, after createPasses succeeded.
+    /// Sets constants and models and prepares connections. Call it once, after createPasses has succeeded.
     void connectPasses(const GraphPlan& plan, const Scene& scene);
     /// Sets an input, which gets no frame value from now on. `pass` is an index into GraphPlan::passes.
     void setConstant(int pass, int input, const QVariant& value);
@@ -55,7 +54,7 @@ private:
         FrameValue value;
         int input;
     };
-    /// A pass and its part in a frame.
+    /// A pass and what the runner sets on it in each frame.
     struct Node
     {
         std::unique_ptr<RenderPass> pass;

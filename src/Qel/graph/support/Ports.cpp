@@ -43,7 +43,7 @@ QString portError(const QStringList& ports, const QList<int>& found, const QStri
     if (found.isEmpty()) {
         // Suggest full names for a full name.
         return missing +
-               suggestion(name, name.startsWith(QLatin1StringView("Qel_")) ? ports : ownNames(ports));
+               suggestion(name, name.startsWith(QLatin1StringView("Qel_")) ? ports : shortNames(ports));
     }
     QStringList names;
     for (const int index : found) {
@@ -61,7 +61,7 @@ QString typeOf(const QString& port)
     return type == QLatin1StringView("Bool") ? u"bool"_s : type;
 }
 
-QStringList ownNames(const QStringList& ports)
+QStringList shortNames(const QStringList& ports)
 {
     QStringList names;
     for (const QString& port : ports) {

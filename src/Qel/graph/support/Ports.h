@@ -29,7 +29,7 @@ QString portError(const QStringList& ports, const QList<int>& found, const QStri
 /// anything, for a name without type.
 QString typeOf(const QString& port);
 
-/// Short names of ports, which messages use.
-QStringList ownNames(const QStringList& ports);
+/// Short names of ports.
+QStringList shortNames(const QStringList& ports);
 
 } // namespace Morvane::Qel

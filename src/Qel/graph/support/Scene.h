@@ -11,13 +11,12 @@
 #include <optional>
 #include <vector>
 
-#include <Qel/model/GPUModel.h>
-#include <Qel/model/ModelImport.h>
-#include <Qel/model/ShadowMapManager.h>
-
 #include <Qel/graph/GraphDescription.h>
 #include <Qel/graph/GraphPlan.h>
 #include <Qel/graph/support/FrameValues.h>
+#include <Qel/model/GPUModel.h>
+#include <Qel/model/ModelImport.h>
+#include <Qel/model/ShadowMapManager.h>
 
 namespace Morvane::Qel {
 

@@ -4,14 +4,13 @@
 #include <cmath>
 #include <set>
 
-#include <Qel/model/ShadowMapManager.h>
-
 #include <Qel/graph/GraphDescription.h>
 #include <Qel/graph/support/Camera.h>
 #include <Qel/graph/support/Constants.h>
 #include <Qel/graph/support/FrameValues.h>
 #include <Qel/graph/support/GraphErrors.h>
 #include <Qel/graph/support/Names.h>
+#include <Qel/model/ShadowMapManager.h>
 
 using namespace Qt::StringLiterals;
 

@@ -1,4 +1,4 @@
-#include "support/ByHand.h"
+#include "support/PlainGL.h"
 
 #include <QtGlobal>
 

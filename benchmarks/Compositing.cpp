@@ -11,7 +11,7 @@
 
 #include <epoxy/gl.h>
 
-#include "support/ByHand.h"
+#include "support/PlainGL.h"
 #include "support/Sides.h"
 #include <Qel/RenderPasses/compositing/BlendRenderPass.h>
 #include <Qel/RenderPasses/compositing/SkyboxRenderPass.h>
@@ -28,10 +28,10 @@ constexpr int height = 1080;
 
 /// A GL_RGBA16F framebuffer and an empty vertex array, to draw full-screen in plain GL. Its objects are never
 /// deleted.
-class ByHand
+class PlainTarget
 {
 public:
-    ByHand()
+    PlainTarget()
     {
         glGenVertexArrays(1, &m_vertexArray);
         glActiveTexture(GL_TEXTURE0);
@@ -164,8 +164,8 @@ void main()
     pass.setInput(BlendRenderPass::Viewport, QRect(0, 0, width, height));
     pass.setInput(BlendRenderPass::FrameA, QVariant::fromValue<QObject*>(a.get()));
     pass.setInput(BlendRenderPass::FrameB, QVariant::fromValue<QObject*>(b.get()));
-    const ByHand byHand;
-    compareSides(state, Wait::Pixels, librarySide(pass), [&] { byHand.draw(program, {a.get(), b.get()}); });
+    const PlainTarget plain;
+    compareSides(state, Wait::Pixels, librarySide(pass), [&] { plain.draw(program, {a.get(), b.get()}); });
     glDeleteProgram(program);
 }
 
@@ -226,8 +226,8 @@ void main()
     pass.setInput(SkyboxRenderPass::InputFrame, QVariant::fromValue<QObject*>(frame));
     pass.setInput(SkyboxRenderPass::Depth, QVariant::fromValue<QObject*>(&depth));
     pass.setNumOutputUsers(SkyboxRenderPass::Frame, 1);
-    const ByHand byHand;
-    compareSides(state, Wait::Pixels, librarySide(pass), [&] { byHand.draw(program, {&cubemap}); });
+    const PlainTarget plain;
+    compareSides(state, Wait::Pixels, librarySide(pass), [&] { plain.draw(program, {&cubemap}); });
     pool->releaseTempTextureRef(frame, 1);
     glDeleteProgram(program);
 }

@@ -11,7 +11,7 @@
 namespace Morvane::Qel::Bench {
 
 /// \name Plain GL
-/// The objects that the side by hand is written with. The caller deletes them.
+/// Objects for the plain GL side of a benchmark. The caller deletes them.
 /// @{
 
 /// Returns a linked program. Attribute i and fragment output i get location i. A build error ends the
