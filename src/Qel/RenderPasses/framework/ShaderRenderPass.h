@@ -101,10 +101,10 @@ private:
     std::vector<int> m_textureOutputs;
     std::vector<QByteArray> m_uniformNames;
     int m_geometryInput = -1;
+    int m_viewportInput = -1;
     std::vector<int> m_plainInputs;
     /// One per input, pointing to its name in m_uniformNames.
     std::vector<Uniform> m_uniforms;
-    int m_viewportInput = -1;
 };
 
 } // namespace Morvane::Qel
