@@ -4,6 +4,7 @@
 #include <array>
 #include <bit>
 #include <map>
+#include <tuple>
 
 #include <epoxy/gl.h>
 
@@ -58,7 +59,39 @@ private:
     std::map<unsigned int, std::vector<Node>> m_rows;
 };
 
+bool isBefore(const Fragment& a, const Fragment& b)
+{
+    return std::tie(a.depth, a.draw, a.primitive) < std::tie(b.depth, b.draw, b.primitive);
+}
+
 } // namespace
+
+Lists Lists::sorted() const
+{
+    Lists result = *this;
+    for (std::vector<Fragment>& list : result.pixels) {
+        std::sort(list.begin(), list.end(), isBefore);
+    }
+    return result;
+}
+
+Pixels Lists::layers() const
+{
+    size_t numLayers = 1;
+    for (const std::vector<Fragment>& list : pixels) {
+        numLayers = std::max(numLayers, list.size());
+    }
+    return Pixels::generate(width, height * static_cast<int>(numLayers), [&](int x, int y) {
+        const auto layer = static_cast<size_t>(y / height);
+        const std::vector<Fragment>& list = at(x, y % height);
+        if (layer >= list.size()) {
+            return QVector4D();
+        }
+        const Fragment& fragment = list[layer];
+        return QVector4D(static_cast<float>(fragment.primitive), fragment.depth,
+                         static_cast<float>(fragment.draw), 1.0F);
+    });
+}
 
 Lists readLists(Texture* headPointers, Texture* nodes, int nodeBufferWidth, int numRows)
 {

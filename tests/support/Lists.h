@@ -22,7 +22,7 @@ struct Fragment
     float depth = 0.0F;
     unsigned int draw = 0;
 
-    auto operator<=>(const Fragment& other) const = default;
+    bool operator==(const Fragment& other) const = default;
 };
 
 /// The lists of a picture, bottom row first, each in the order of its links.
@@ -38,6 +38,11 @@ struct Lists
     {
         return static_cast<size_t>(y) * static_cast<size_t>(width) + static_cast<size_t>(x);
     }
+    /// Returns each list by depth, draw and primitive, to compare lists without a particular order.
+    Lists sorted() const;
+    /// Returns the fragments as an image, a band of the lists' height for each layer: primitive, depth, draw
+    /// and 1, or 0 where there is none.
+    Pixels layers() const;
 };
 
 /// Reads lists back. A pointer to a node outside the node buffer ends its list; one of more than a thousand

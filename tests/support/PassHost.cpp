@@ -35,23 +35,6 @@ Lists makeLists()
     return lists;
 }
 
-/// The fragments of all lists in one row, those of each list sorted and followed by an empty pixel.
-Pixels flattened(Lists lists)
-{
-    Pixels row;
-    for (std::vector<Fragment>& list : lists.pixels) {
-        std::sort(list.begin(), list.end());
-        for (const Fragment& fragment : list) {
-            row.values.emplace_back(static_cast<float>(fragment.primitive), fragment.depth,
-                                    static_cast<float>(fragment.draw), 1.0F);
-        }
-        row.values.emplace_back();
-    }
-    row.width = static_cast<int>(row.values.size());
-    row.height = 1;
-    return row;
-}
-
 } // namespace
 
 std::vector<std::string> builtinTypes()
@@ -152,7 +135,7 @@ std::vector<Pixels> PassHost::readOutputs() const
         if (m_pass->outputName(i).endsWith(u"_HeadPointers")) {
             // The node buffer and its width follow.
             if (Texture* nodes = m_runner->texture(i + 1); nodes && m_pass->output(i + 2).toInt() > 0) {
-                images.push_back(flattened(readLists(texture, nodes, m_pass->output(i + 2).toInt())));
+                images.push_back(readLists(texture, nodes, m_pass->output(i + 2).toInt()).sorted().layers());
             }
         } else if (!m_pass->outputName(i).endsWith(u"_NodeBuffer")) {
             images.push_back(readTexture(texture));
