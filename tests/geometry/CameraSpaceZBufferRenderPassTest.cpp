@@ -107,8 +107,11 @@ TEST_F(CameraSpaceZBufferRenderPassTest, PreservesTheDepthAndLeavesDepthMaskAndS
         p.setInput(0, viewport);
         p.setInput(1, Input(depth).value());
         context().enable(GL_STENCIL_TEST);
+        context().enable(GL_DEPTH_TEST);
         p.start(nullptr);
     });
+    EXPECT_TRUE(context().isEnabled(GL_DEPTH_TEST));
+    EXPECT_NEAR(pass.pixels(0).at(0, 0).x(), 1.0F / width - 1.0F, 1e-6F) << "the depth test rejected a pixel";
     unsigned char depthMask = GL_TRUE;
     glGetBooleanv(GL_DEPTH_WRITEMASK, &depthMask);
     EXPECT_EQ(depthMask, GL_FALSE);

@@ -165,7 +165,7 @@ TEST_F(GraphCpuTest, PassErrorsNameThePortAndTheNearestValidNames)
     // Nothing is said about the ports of "typo" and "ports", which errors hide.
     expectErrors(R"({"models": {"scene": "model.obj", "q": "model.obj"}, "passes": [
         {"name": "a", "type": "Source", "inputs": {"Color": "#ff80", "Viewport": [0, 0, 1], "Path": "no.png"}},
-        {"name": "a", "type": "Source", "inputs": {"Color": [256, 0, 0]}}, {"name": "b.c", "type": "Source"},
+        {"name": "a", "type": "Source", "inputs": {"Color": [256, 0, 0], "Viewport": [2147483647, 0, 2, 2]}}, {"name": "b.c", "type": "Source"},
         {"name": "typo", "type": "Sorce", "inputs": {"Frame": "@a.Any"}},
         {"name": "options", "type": "Filter", "inputs": {"Frame": "@typo.Any"}, "options": {
             "qualty": "low", "quality": "best", "table": "none.txt", "passes": null,
@@ -206,6 +206,7 @@ graph.json: a.Color: must be a colour such as "#ff8000", "#ff800080" or [255, 12
 graph.json: a.Viewport: must be four integers [x, y, width, height], not [0,0,1]
 graph.json: a.Path: no file "no.png"
 graph.json: a.Color: must be a colour such as "#ff8000", "#ff800080" or [255, 128, 0, 128], not [256,0,0]
+graph.json: a.Viewport: must be four integers [x, y, width, height], not [2147483647,0,2,2]
 graph.json: names.Fram: Filter has no such input; did you mean "Frame"?
 graph.json: names.Qel_QelTexture*_Frames: Filter has no such input; did you mean "Qel_QelTexture*_Frame"?
 graph.json: names.Frame: no pass "aa"; did you mean "a"?

@@ -248,6 +248,8 @@ TEST_F(ShadowMapRenderPassTest, MissingGeometryAndProgramsAreReportedAndTheRecor
     expectMessage(uR"('true == modelAsQVariant\.canConvert<GPUModel\*>\(\)' failed: )"
                   R"(Input Geometry is not a 'GPUModel\*', type is 'int'$)"_s);
     EXPECT_EQ(record(pass).numLayers(), 1);
+    EXPECT_TRUE(equal(readLayers(record(pass).projectionTexture())[0],
+                      Pixels::filled(side, side, {farAway, farAway, 0, 1})));
 
     // A model that becomes available is not a change by itself.
     Texture* maps = record(pass).projectionTexture();

@@ -249,6 +249,12 @@ TEST(ShadowMapManager, UnusableInputsGiveUsableProjectors)
         }
     }
     RenderData data;
+    // So far out that the depths of a slice are one float.
+    const View remote = View::perspective({16, 9}, 60.0F, 0.1F, 0.5F).from({1e8F, 1e8F, 1e8F}, {0, 0, 0});
+    process(lights, data, remote, nullptr);
+    for (int layer = 0; layer < data.numLayers(); ++layer) {
+        EXPECT_TRUE(std::isfinite(data.transform(layer).determinant())) << layer;
+    }
     process(lights, data, wide, nullptr);
     EXPECT_EQ(data.lights()[0].source.direction, QVector3D(0, -1, 0));
     EXPECT_EQ(data.lights()[1].source.angle, 170.0F);

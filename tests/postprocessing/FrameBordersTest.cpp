@@ -33,5 +33,17 @@ TEST_F(FrameBordersTest, AreClampedWhateverWrapsTheFrame)
     expectSameBorders(BlurAndCombineRenderPass(), {viewport, nullptr, 3.0F, 0.0F, 1.0F, frame});
 }
 
+// With no viewport nothing is drawn into the pool's smallest texture, which has one texel.
+TEST_F(FrameBordersTest, EmptyViewportsOnlyClear)
+{
+    const auto frame = makeTexture(Pixels::filled(4, 4, {1, 1, 1, 1}), GL_RGBA8);
+    const auto expectCleared = [&](RenderPass&& pass) {
+        PassRunner runner(pass);
+        EXPECT_TRUE(equal(runner.render({QRect(), frame}), Pixels::filled(1, 1, {})));
+    };
+    expectCleared(FastApproximateAntiAliasingRenderPass());
+    expectCleared(SMAARenderPass());
+}
+
 } // namespace
 } // namespace Morvane::Qel::Test

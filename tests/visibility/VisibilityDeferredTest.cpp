@@ -12,7 +12,11 @@
 #include <Qel/RenderPasses/visibility/VisibilityBufferRenderPass.h>
 #include <Qel/RenderPasses/visibility/VisibilityDeferredRenderPass.h>
 #include <Qel/RenderPasses/visibility/VisibilitySortRenderPass.h>
+#include <Qel/gl/BufferObject.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/VertexArrayObject.h>
+
+using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel::Test {
 namespace {
@@ -242,6 +246,19 @@ TEST_F(VisibilityDeferredTest, LooksPrimitivesUpInTheBuffersAndCommandOfTheCurre
     firstLists.headPointers->setFilter(GL_LINEAR, GL_LINEAR);
     firstLists.nodes->setFilter(GL_LINEAR_MIPMAP_LINEAR, GL_LINEAR);
     EXPECT_EQ(shadeLists(pass, firstLists, &model), first);
+    // By a new buffer of the same vertex array.
+    const QSharedPointer<VertexArrayObject> vertexArray = model.drawBuffers(0)->VAO();
+    const auto normals = vertexArray->bo(u"va_Normal"_s);
+    std::vector<float> allTilted;
+    for (size_t i = 0; i < mesh.normals.size(); ++i) {
+        allTilted.insert(allTilted.end(),
+                         {tilted.normalized().x(), tilted.normalized().y(), tilted.normalized().z()});
+    }
+    const auto newNormals = QSharedPointer<BufferObject>::create(GL_ARRAY_BUFFER);
+    newNormals->upload(allTilted.data(), static_cast<int>(allTilted.size()), GL_STATIC_DRAW);
+    vertexArray->upload(u"va_Normal"_s, newNormals, 3, GL_FLOAT);
+    EXPECT_EQ(shadeLists(pass, firstLists, &model), third);
+    vertexArray->upload(u"va_Normal"_s, normals, 3, GL_FLOAT);
     // By first index and by base vertex.
     for (const DrawElementsIndirectCommand& command :
          {DrawElementsIndirectCommand(6, 1, 6, 0, 0), DrawElementsIndirectCommand(6, 1, 0, 4, 0)}) {
