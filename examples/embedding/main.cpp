@@ -61,7 +61,7 @@ int main(int argc, char** argv)
     if (!graph->renderFrame(&error)) {
         return fail(error);
     }
-    if (!writeImage(readTexture(graph->picture()).front(), QString::fromLocal8Bit(argv[2]), &error)) {
+    if (!writeImage(readTexture(graph->image()).front(), QString::fromLocal8Bit(argv[2]), &error)) {
         return fail(error);
     }
     return 0;

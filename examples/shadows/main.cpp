@@ -49,10 +49,10 @@ int main(int argc, char** argv)
     if (!graph->renderFrame(&error)) {
         return fail(error);
     }
-    if (!graph->picture()) {
+    if (!graph->image()) {
         return fail(u"%1: the graph needs an \"output\""_s.arg(QString::fromLocal8Bit(argv[1])));
     }
-    if (!writeImage(readTexture(graph->picture()).front(), QString::fromLocal8Bit(argv[2]), &error)) {
+    if (!writeImage(readTexture(graph->image()).front(), QString::fromLocal8Bit(argv[2]), &error)) {
         return fail(error);
     }
     return 0;

@@ -54,7 +54,7 @@ TEST_P(ExampleGraph, RendersAnImageAndReturnsAllTextures)
         QString error;
         ASSERT_TRUE(graph->renderFrame(&error)) << "frame " << frame << ": " << qPrintable(error);
     }
-    const std::vector<QVector4D> pixels = readTexture(graph->picture()).values;
+    const std::vector<QVector4D> pixels = readTexture(graph->image()).values;
     EXPECT_FALSE(std::equal(pixels.begin() + 1, pixels.end(), pixels.begin()))
         << "the whole image has one colour";
 

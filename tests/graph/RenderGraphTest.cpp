@@ -141,7 +141,7 @@ protected:
         QString error;
         EXPECT_FALSE(graph->renderFrame(&error));
         EXPECT_EQ(error, path("graph.json: " + message));
-        EXPECT_EQ(graph->picture(), nullptr);
+        EXPECT_EQ(graph->image(), nullptr);
         EXPECT_EQ(TextureManager::Instance()->numReferences(), 0);
     }
 
@@ -172,7 +172,7 @@ TEST_F(RenderGraphTest, CallsPassesAsTheirContractDemands)
     render();
     EXPECT_EQ(calls, frame);
     graph->releaseOutputs();
-    EXPECT_EQ(graph->picture(), nullptr);
+    EXPECT_EQ(graph->image(), nullptr);
     EXPECT_EQ(TextureManager::Instance()->numReferences(), 0);
     EXPECT_EQ(TextureManager::Instance()->numTextures(), 2);
     calls.clear();
@@ -351,7 +351,7 @@ TEST_F(RenderGraphTest, TheExamplePassOfTheManualDimsItsInput)
         "output": "@dim.Frame"})");
     render();
     // A quarter of 255 and of 128, rounded to 8 bits.
-    EXPECT_TRUE(equal(readTexture(graph->picture()),
+    EXPECT_TRUE(equal(readTexture(graph->image()),
                       Pixels::filled(5, 3, {64.0F / 255.0F, 32.0F / 255.0F, 0.0F, 1.0F}), 1e-6F));
 }
 

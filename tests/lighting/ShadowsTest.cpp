@@ -127,27 +127,27 @@ TEST_F(ShadowsTest, FallWhereARayCasterFindsThem)
 
 TEST_F(ShadowsTest, TheExampleGraphDrawsAllItsLights)
 {
-    QStringList faults;
+    QStringList errors;
     std::optional<GraphDescription> description =
-        loadGraph(sourcePath(u"examples/shadows/shadows.json"_s), &faults);
-    ASSERT_TRUE(description) << qPrintable(faults.join(u'\n'));
+        loadGraph(sourcePath(u"examples/shadows/shadows.json"_s), &errors);
+    ASSERT_TRUE(description) << qPrintable(errors.join(u'\n'));
     description->viewport = {64, 36};
     PassRegistry registry = PassRegistry::builtin();
     registry.add<ShadowedForwardRenderPass>();
-    std::unique_ptr<RenderGraph> graph = RenderGraph::create(*description, registry, {}, &faults);
-    ASSERT_TRUE(graph) << qPrintable(faults.join(u'\n'));
+    std::unique_ptr<RenderGraph> graph = RenderGraph::create(*description, registry, {}, &errors);
+    ASSERT_TRUE(graph) << qPrintable(errors.join(u'\n'));
     QString error;
     ASSERT_TRUE(graph->renderFrame(&error)) << qPrintable(error);
-    const Pixels first = readTexture(graph->picture());
+    const Pixels first = readTexture(graph->image());
     // Without any one of the lights the image differs.
     const std::vector<LightDescription> lights = description->lights;
     ASSERT_EQ(lights.size(), 3U);
     for (size_t i = 0; i < lights.size(); ++i) {
         description->lights = lights;
         description->lights[i].intensity = 0.0F;
-        graph = RenderGraph::create(*description, registry, {}, &faults);
+        graph = RenderGraph::create(*description, registry, {}, &errors);
         ASSERT_TRUE(graph && graph->renderFrame(&error)) << qPrintable(error);
-        EXPECT_FALSE(equal(readTexture(graph->picture()), first, 0.2F)) << lights[i].type.toStdString();
+        EXPECT_FALSE(equal(readTexture(graph->image()), first, 0.2F)) << lights[i].type.toStdString();
     }
 }
 

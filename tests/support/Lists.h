@@ -25,7 +25,7 @@ struct Fragment
     bool operator==(const Fragment& other) const = default;
 };
 
-/// The lists of a picture, bottom row first, each in the order of its links.
+/// The fragment lists of an image, bottom row first, each in the order of its links.
 struct Lists
 {
     int width = 0;
@@ -46,10 +46,10 @@ struct Lists
 };
 
 /// Reads lists back. A pointer to a node outside the node buffer ends its list; one of more than a thousand
-/// fragments is a test failure. With `numRows` given, only so many rows of the picture are read.
+/// fragments is a test failure. `numRows` limits reading to the first rows.
 Lists readLists(Texture* headPointers, Texture* nodes, int nodeBufferWidth, int numRows = -1);
 
-/// Lists on the GPU, as a pass that reads them expects them; nodes of a list are scattered over the buffer.
+/// Fragment lists on the GPU, as passes read them; the nodes of a list are scattered over the buffer.
 struct ListTextures
 {
     std::unique_ptr<Texture> headPointers;

@@ -94,9 +94,9 @@ bool RenderGraph::renderFrame(QString* error)
     return d->runner->renderFrame(*d->scene, error);
 }
 
-Texture* RenderGraph::picture() const
+Texture* RenderGraph::image() const
 {
-    return d->runner->picture();
+    return d->runner->image();
 }
 
 std::vector<RenderGraph::Output> RenderGraph::outputs() const

@@ -66,7 +66,7 @@ public:
 
     /// The output image of the graph; null before the first frame or if the graph has no output. Do not
     /// delete it or render into it.
-    Texture* picture() const;
+    Texture* image() const;
 
     struct Output
     {

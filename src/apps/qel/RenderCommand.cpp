@@ -103,7 +103,7 @@ Image outputImage(const RenderGraph& graph, const GraphDescription& description)
     if (description.output.isEmpty()) {
         return readDefaultFramebuffer(graph.viewport().width(), graph.viewport().height());
     }
-    std::vector<Image> images = readTexture(graph.picture());
+    std::vector<Image> images = readTexture(graph.image());
     if (images.size() != 1) {
         fail(u"%1: %2 is not one image but %3; write all of them with --dump"_s
                  .arg(description.displayName(), description.output)

@@ -137,7 +137,7 @@ void PassRunner::keepOutputs(const GraphPlan& plan)
         for (int output = 0; output < static_cast<int>(node(i).users.size()); ++output) {
             const bool isPicture = i == outputNode && output == plan.outputPort;
             if (isPicture) {
-                m_picture = static_cast<int>(m_kept.size());
+                m_image = static_cast<int>(m_kept.size());
             }
             if (isPicture || m_options.keepOutputs) {
                 m_kept.push_back({i, output, {}, nullptr});
@@ -248,8 +248,8 @@ bool PassRunner::readKeptOutputs(QString* error)
         kept.value = node(kept.node).pass->output(kept.output);
         kept.texture = pointerFromVariant<Texture>(kept.value);
     }
-    if (m_picture >= 0 && !picture()) {
-        const KeptOutput& kept = m_kept[static_cast<size_t>(m_picture)];
+    if (m_image >= 0 && !image()) {
+        const KeptOutput& kept = m_kept[static_cast<size_t>(m_image)];
         *error = emptyOutputError(kept.node, kept.output);
         return false;
     }
@@ -301,9 +301,9 @@ void PassRunner::dropUnreadOutputs(int lastNode)
     }
 }
 
-Texture* PassRunner::picture() const
+Texture* PassRunner::image() const
 {
-    return m_picture < 0 ? nullptr : m_kept[static_cast<size_t>(m_picture)].texture;
+    return m_image < 0 ? nullptr : m_kept[static_cast<size_t>(m_image)].texture;
 }
 
 std::vector<RenderGraph::Output> PassRunner::outputs() const

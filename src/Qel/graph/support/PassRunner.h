@@ -36,7 +36,7 @@ public:
 
     bool renderFrame(Scene& scene, QString* error);
 
-    Texture* picture() const;
+    Texture* image() const;
     std::vector<RenderGraph::Output> outputs() const;
     void releaseOutputs();
     std::vector<Profiler::Row> profile();
@@ -94,7 +94,7 @@ private:
     std::vector<int> m_nodeOfPass;
     std::vector<KeptOutput> m_kept;
     /// Index into m_kept; -1 for a graph without an output.
-    int m_picture = -1;
+    int m_image = -1;
     std::unique_ptr<Profiler> m_profiler;
     bool m_isSetUp = false;
     quint64 m_numFailedBuilds = 0;
