@@ -186,6 +186,7 @@ TEST_F(ScalableAmbientObscuranceTest, TapsReadTheMipLevelsThatTheTexturesHave)
     // Levels 1 and 2, every second texel of the level before.
     for (int level = 1; level <= 2; ++level) {
         std::vector<float> texels;
+        texels.reserve(static_cast<size_t>(width >> level) * static_cast<size_t>(height >> level));
         for (int i = 0; i < (width >> level) * (height >> level); ++i) {
             texels.push_back(depths.at(i % (width >> level) << level, i / (width >> level) << level).x());
         }

@@ -288,7 +288,7 @@ TEST_F(ModelImport, ForksOnlyOnRequestAndKillsAChildThatHangs)
     static bool childHangs = false;
     ASSERT_EQ(pthread_atfork([] { ++numForks; }, nullptr,
                              [] {
-                                 while (childHangs) {
+                                 if (childHangs) {
                                      pause();
                                  }
                              }),
