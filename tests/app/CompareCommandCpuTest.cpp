@@ -68,7 +68,8 @@ TEST_F(Compare, ExitCodeDependsOnTheToleranceAndTheValues)
     // PNG and EXR compare by value.
     Floats bytes(1024);
     for (size_t i = 0; i < bytes.size(); ++i) {
-        bytes[i] = static_cast<float>(i / 4) / 255.0F;
+        const size_t pixel = i / 4;
+        bytes[i] = static_cast<float>(pixel) / 255.0F;
     }
     write("bytes.exr", {16, 16, rgba, bytes});
     write("bytes.png", {16, 16, rgba, bytes});

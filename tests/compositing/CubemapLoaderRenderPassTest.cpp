@@ -60,6 +60,7 @@ TEST_F(CubemapLoaderRenderPassTest, LoadsImagesTopRowFirstAndKeepsEveryCubeMap)
 {
     Runner<CubemapLoaderRenderPass> pass;
     std::vector<Input> dayPaths;
+    dayPaths.reserve(6);
     for (int face = 0; face < 6; ++face) {
         dayPaths.emplace_back(save(face + 1, 5));
     }

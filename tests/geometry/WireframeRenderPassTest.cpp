@@ -22,7 +22,8 @@ Pixels makeIds(int width, int height)
         if (x < 2 || y < 2) {
             return QVector4D();
         }
-        const auto primitive = static_cast<float>(1 + x / 3 + 100 * (y / 2));
+        const int id = 1 + x / 3 + 100 * (y / 2);
+        const auto primitive = static_cast<float>(id);
         const float part = x / 3 % 2 == 0 && x % 3 > y % 2 ? 1.0F : 0.0F;
         return QVector4D(primitive, primitive, part, primitive);
     });
