@@ -10,7 +10,6 @@
 
 #include <Qel/core/Diagnostics.h>
 #include <Qel/gl/BindingRecord.h>
-#include <Qel/gl/Formats.h>
 #include <Qel/gl/VertexArrayObject.h>
 
 using namespace Qt::StringLiterals;
@@ -35,11 +34,11 @@ void main()
 
 namespace {
 
+// By ranges of enumerators, because every sampler asks in every frame.
 bool isInteger(unsigned int internalFormat)
 {
-    const unsigned int format = formatFromInternalFormat(internalFormat);
-    return format == GL_RED_INTEGER || format == GL_RG_INTEGER || format == GL_RGB_INTEGER ||
-           format == GL_RGBA_INTEGER;
+    return (internalFormat >= GL_R8I && internalFormat <= GL_RG32UI) ||
+           (internalFormat >= GL_RGBA32UI && internalFormat <= GL_RGB8I) || internalFormat == GL_RGB10_A2UI;
 }
 
 /// Returns whether the texture has mip levels and they are complete.
