@@ -10,6 +10,7 @@
 #include "support/Scene.h"
 #include <Qel/RenderPasses/lighting/ShadowMapRenderPass.h>
 #include <Qel/gl/BufferObject.h>
+#include <Qel/gl/Guards.h>
 #include <Qel/gl/InstanceData.h>
 
 using namespace Qt::StringLiterals;
@@ -212,6 +213,16 @@ TEST_F(ShadowMapRenderPassTest, DrawsOnlyWhenSomethingChanged)
     // For each layer the cube, and two triangles in each direction of the blur.
     constexpr unsigned int perLayer = 12 + 4;
     EXPECT_EQ(numPrimitives(inputs(model.get())), perLayer) << "the first frame is drawn";
+    {
+        // Outside a map, nothing casts a shadow.
+        Texture* maps = record(pass).projectionTexture();
+        const AutoBinder binder(maps);
+        std::array<float, 4> border{};
+        glGetTexParameterfv(GL_TEXTURE_2D_ARRAY, GL_TEXTURE_BORDER_COLOR, border.data());
+        EXPECT_EQ(border, (std::array{farAway, farAway, farAway, 1.0F}));
+        EXPECT_EQ(maps->parameter(GL_TEXTURE_WRAP_S), GL_CLAMP_TO_BORDER);
+        EXPECT_EQ(maps->parameter(GL_TEXTURE_WRAP_T), GL_CLAMP_TO_BORDER);
+    }
     EXPECT_EQ(numPrimitives(inputs(model.get())), 0U);
     EXPECT_EQ(numPrimitives(inputs(model.get(), true)), perLayer);
     EXPECT_EQ(numPrimitives(inputs(model.get(), {})), perLayer) << "null counts as dirty";
