@@ -207,31 +207,27 @@ TEST_F(Bindings, MakeCurrentReadsTheStateThatTheApplicationChanged)
     EXPECT_EQ(viewportInGL(), QRect(7, 8, 9, 10));
 }
 
-TEST_F(Bindings, AScopeDeletesTheObjectsThatAreLeft)
+TEST_F(Bindings, AScopeDeletesTheObjectsThatAreLeftToIt)
 {
     QObject parent;
     QPointer<Texture> left;
     QPointer<FramebufferObject> framebuffer;
     QPointer<Texture> withParent;
-    std::unique_ptr<Texture> unscoped;
     unsigned int name = 0;
     {
-        ResourceScope scope(&context());
-        {
-            const ResourceScope::Activation activation(&context(), &scope);
-            left = makeTexel().release();
-            name = left->textureID();
-            framebuffer = new FramebufferObject;
-            framebuffer->bind();
-            withParent = new Texture;
-            withParent->setParent(&parent);
-            (new Texture)->setParent(left);
-            const auto deletedByItsOwner = makeTexel();
-            const ResourceScope::Activation suspension(&context(), nullptr);
-            unscoped = makeTexel();
-            EXPECT_EQ(scope.numObjects(), 5);
+        ResourceScope scope;
+        const ResourceScope::Activation activation(&scope);
+        left = makeTexel().release();
+        name = left->textureID();
+        framebuffer = new FramebufferObject;
+        framebuffer->bind();
+        withParent = new Texture;
+        withParent->setParent(&parent);
+        const auto deletedByItsOwner = makeTexel();
+        for (QObject* object : std::initializer_list<QObject*>{left, framebuffer, withParent,
+                                                               deletedByItsOwner.get()}) {
+            ResourceScope::leave(object);
         }
-        const Texture afterwards;
         EXPECT_EQ(scope.numObjects(), 4);
     }
     EXPECT_TRUE(left.isNull());
