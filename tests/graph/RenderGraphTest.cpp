@@ -4,7 +4,9 @@
 
 #include <epoxy/gl.h>
 
+#include <Qel/core/RenderCallbacks.h>
 #include <Qel/core/RenderPassHelper.h>
+#include <Qel/gl/DrawBuffers.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
 #include <Qel/graph/GraphFile.h>
@@ -22,6 +24,19 @@
 namespace Morvane::Qel::Test {
 
 namespace {
+
+/// An application's own objects, which it creates in the middle of a frame.
+struct Cache : RenderCallbacks
+{
+    std::unique_ptr<Texture> texture;
+    QSharedPointer<DrawBuffers> batch;
+
+    void fill()
+    {
+        texture = std::make_unique<Texture>();
+        batch = QSharedPointer<DrawBuffers>::create();
+    }
+};
 
 /// Log of the calls to test passes.
 QStringList calls;
@@ -64,8 +79,11 @@ public:
     void beginFrame(RenderCallbacks*) override { note("beginFrame"); }
     void endFrame(RenderCallbacks*) override { note("endFrame"); }
     void teardown(RenderCallbacks*) override { note("teardown"); }
-    void start(RenderCallbacks*) override
+    void start(RenderCallbacks* callbacks) override
     {
+        if (auto* cache = dynamic_cast<Cache*>(callbacks)) {
+            cache->fill();
+        }
         ++m_frame;
         note(QString("start %1 users, amount %2").arg(m_outputs[0].users).arg(m_inputs[2].value.toFloat()));
         // The graph must reset the state that passes leave behind.
@@ -340,6 +358,53 @@ TEST_F(RenderGraphTest, DestroyingAGraphDeletesAllItsObjects)
             EXPECT_EQ(liveObjects(), after);
         }
         after = liveObjects();
+    }
+}
+
+TEST_F(RenderGraphTest, ObjectsOfTheApplicationOutliveTheGraph)
+{
+    Cache cache;
+    make(R"({"passes": [{"name": "a", "type": "TestPass"}], "output": "@a.Output"})", {.callbacks = &cache});
+    render();
+    const QPointer<Texture> texture(cache.texture.get());
+    const QPointer<DrawBuffers> batch(cache.batch.get());
+    graph.reset();
+    EXPECT_FALSE(texture.isNull());
+    EXPECT_FALSE(batch.isNull());
+}
+
+TEST_F(RenderGraphTest, IsDestroyedAfterItsContextOrBesideIt)
+{
+    for (const bool isContextDestroyed : {true, false}) {
+        auto other = HeadlessContext::create({}, nullptr);
+        make(R"({"viewport": [4, 4], "output": "@mean.Frame", "passes": [
+            {"name": "forward", "type": "ForwardRenderPass"},
+            {"name": "a", "type": "TestPass", "inputs": {"Input": "@forward.Frame"}, "options": {"label": "a"}},
+            {"name": "mean", "type": "TemporalAARenderPass", "inputs": {"Frame": "@a.Output"}}]})",
+             {.profile = true, .keepOutputs = true});
+        render();
+        if (isContextDestroyed) {
+            other.reset();
+        }
+        context().makeCurrent();
+        const auto own = liveObjects();
+        expectFailure("the OpenGL context of the graph is not current");
+        EXPECT_TRUE(graph->outputs().empty());
+        graph.reset();
+        EXPECT_EQ(calls.last(), "a destroyed");
+        EXPECT_FALSE(calls.contains("a teardown"));
+        EXPECT_EQ(liveObjects(), own);
+        if (other) {
+            other->makeCurrent();
+            EXPECT_EQ(TextureManager::Instance()->numReferences(), 0);
+            TextureManager::Instance()->releaseFreeTextures();
+            const auto after = liveObjects();
+            // Programs, buffers and vertex arrays are the context's own.
+            EXPECT_TRUE(std::all_of(after.begin(), after.end(), [](const auto& object) {
+                return object.first >= 2 && object.first <= 4;
+            }));
+            context().makeCurrent();
+        }
     }
 }
 

@@ -201,9 +201,8 @@ TEST_F(SMAARenderPassTest, KeepsItsObjectsAndOutputs)
     EXPECT_FALSE(pass->output(Pass::EdgeTexture).isValid());
 
     // Deliberate: a new size keeps the framebuffer of the old result.
-    const auto before = numFramebuffers();
     pass.run({QRect(0, 0, 24, 32)});
-    EXPECT_EQ(numFramebuffers(), before + 1);
+    EXPECT_EQ(numFramebuffers(), 1);
 }
 
 } // namespace

@@ -106,11 +106,17 @@ OpenGLDeviceContext::~OpenGLDeviceContext()
 
 void OpenGLDeviceContext::releaseObjects()
 {
+    // While another context is current, this one's GL objects cannot be deleted. With no current context,
+    // their destructors make no GL calls.
+    OpenGLDeviceContext* const other = currentContext == this ? nullptr : currentContext;
+    if (other) {
+        currentContext = nullptr;
+    }
     while (!d->data.empty()) {
         d->data.pop_back();
     }
     d->reference.end();
-    OpenGLDeviceContext::doneCurrent();
+    currentContext = other;
 }
 
 ContextData* OpenGLDeviceContext::findData(const void* key) const
