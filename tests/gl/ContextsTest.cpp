@@ -38,7 +38,7 @@ struct Objects
         texture->bind();
         framebuffer.bind();
         vertexArray.bind();
-        buffer.getBO();
+        buffer.upload(nullptr, 1, GL_STATIC_DRAW);
     }
 };
 

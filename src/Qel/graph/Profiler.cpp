@@ -98,7 +98,7 @@ void Profiler::endFrame()
 
 void Profiler::readQuery(Section& section, size_t slot)
 {
-    if (section.pending[slot]) {
+    if (section.pending[slot] && section.queries[slot].isCurrent()) {
         GLuint64 nanoseconds = 0;
         glGetQueryObjectui64v(section.queries[slot].get(), GL_QUERY_RESULT, &nanoseconds);
         section.gpu.add(static_cast<double>(nanoseconds) * 1e-6);
