@@ -2,8 +2,10 @@
 
 #include <array>
 #include <memory>
+#include <thread>
 #include <vector>
 
+#include <epoxy/egl.h>
 #include <epoxy/gl.h>
 
 #include <Qel/gl/BindingRecord.h>
@@ -207,37 +209,24 @@ TEST_F(Bindings, MakeCurrentReadsTheStateThatTheApplicationChanged)
     EXPECT_EQ(viewportInGL(), QRect(7, 8, 9, 10));
 }
 
-TEST_F(Bindings, AScopeDeletesTheObjectsThatAreLeft)
+TEST_F(Bindings, AScopeDeletesTheObjectsThatAreLeftToIt)
 {
     QObject parent;
     QPointer<Texture> left;
-    QPointer<FramebufferObject> framebuffer;
     QPointer<Texture> withParent;
-    std::unique_ptr<Texture> unscoped;
     unsigned int name = 0;
     {
-        ResourceScope scope(&context());
-        {
-            const ResourceScope::Activation activation(&context(), &scope);
-            left = makeTexel().release();
-            name = left->textureID();
-            framebuffer = new FramebufferObject;
-            framebuffer->bind();
-            withParent = new Texture;
-            withParent->setParent(&parent);
-            (new Texture)->setParent(left);
-            const auto deletedByItsOwner = makeTexel();
-            const ResourceScope::Activation suspension(&context(), nullptr);
-            unscoped = makeTexel();
-            EXPECT_EQ(scope.numObjects(), 5);
-        }
-        const Texture afterwards;
-        EXPECT_EQ(scope.numObjects(), 4);
+        ResourceScope scope;
+        const ResourceScope::Activation activation(&scope);
+        left = makeTexel().release();
+        name = left->textureID();
+        withParent = new Texture(&parent);
+        ResourceScope::leave(left);
+        ResourceScope::leave(withParent);
+        EXPECT_EQ(scope.numObjects(), 2);
     }
     EXPECT_TRUE(left.isNull());
     EXPECT_FALSE(glIsTexture(name));
-    EXPECT_TRUE(framebuffer.isNull());
-    EXPECT_EQ(stateInGL(GL_DRAW_FRAMEBUFFER_BINDING), 0U);
     EXPECT_FALSE(withParent.isNull()) << "it belongs to its parent";
 }
 
@@ -336,6 +325,50 @@ TEST_F(Bindings, AContextDestroysItsData)
         EXPECT_EQ(glIsBuffer(name), isCurrent ? GL_FALSE : GL_TRUE);
         context().makeCurrent();
     }
+}
+
+TEST_F(Bindings, ContextsAreMadeCurrentNativelyAndDoNotDisturbEachOther)
+{
+    EGLContext native = eglGetCurrentContext();
+    auto other = HeadlessContext::create({}, nullptr);
+    EGLContext otherNative = eglGetCurrentContext();
+    EXPECT_TRUE(context().resize({8, 8}));
+    EXPECT_EQ(eglGetCurrentContext(), otherNative);
+    context().makeCurrent();
+    EXPECT_EQ(eglGetCurrentContext(), native);
+    std::thread([&] {
+        context().makeCurrent();
+        EXPECT_EQ(OpenGLDeviceContext::current(), nullptr);
+        other->makeCurrent();
+        EXPECT_EQ(eglGetCurrentContext(), otherNative);
+        other->doneCurrent();
+        EXPECT_EQ(eglGetCurrentContext(), EGL_NO_CONTEXT);
+    }).join();
+    expectMessage(u"cannot be made current .*; if it is current on another thread"_s);
+    other.reset();
+    EXPECT_EQ(eglGetCurrentContext(), native);
+}
+
+TEST_F(Bindings, ObjectsAreUsedAndDeletedOnTheirOwnContextOnly)
+{
+    const auto program = makeWhiteProgram();
+    ASSERT_TRUE(program->isValid());
+    auto texture = makeTexel();
+    const auto other = HeadlessContext::create({}, nullptr);
+    const auto sameName = makeTexel();
+    {
+        const AutoBinder textureBinder(texture.get());
+        EXPECT_EQ(textureAt(texture->unit()), 0U);
+        const AutoBinder programBinder(program.get());
+        EXPECT_FALSE(other->fullScreenTriangle()->draw());
+    }
+    expectMessage(u"a texture of another OpenGL context is used"_s);
+    expectMessage(u"program .* was built on another OpenGL context"_s);
+    const unsigned int name = sameName->textureID();
+    texture.reset();
+    EXPECT_TRUE(glIsTexture(name));
+    context().makeCurrent();
+    EXPECT_FALSE(glIsTexture(name));
 }
 
 } // namespace

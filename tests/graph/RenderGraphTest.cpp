@@ -4,6 +4,7 @@
 
 #include <epoxy/gl.h>
 
+#include <Qel/core/RenderCallbacks.h>
 #include <Qel/core/RenderPassHelper.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
@@ -22,6 +23,12 @@
 namespace Morvane::Qel::Test {
 
 namespace {
+
+/// Makes a texture of the application in the middle of a frame.
+struct Cache : RenderCallbacks
+{
+    QSharedPointer<Texture> texture;
+};
 
 /// Log of the calls to test passes.
 QStringList calls;
@@ -64,8 +71,11 @@ public:
     void beginFrame(RenderCallbacks*) override { note("beginFrame"); }
     void endFrame(RenderCallbacks*) override { note("endFrame"); }
     void teardown(RenderCallbacks*) override { note("teardown"); }
-    void start(RenderCallbacks*) override
+    void start(RenderCallbacks* callbacks) override
     {
+        if (auto* cache = dynamic_cast<Cache*>(callbacks)) {
+            cache->texture = QSharedPointer<Texture>::create();
+        }
         ++m_frame;
         note(QString("start %1 users, amount %2").arg(m_outputs[0].users).arg(m_inputs[2].value.toFloat()));
         // The graph must reset the state that passes leave behind.
@@ -157,11 +167,13 @@ const QByteArray cubeObj =
 
 TEST_F(RenderGraphTest, CallsPassesAsTheirContractDemands)
 {
+    Cache cache;
     make(R"({"passes": [
         {"name": "b", "type": "TestPass", "inputs": {"Input": "@a.Output", "Other": "@a.Output", "Amount": 2}, "options": {"label": "b"}},
         {"name": "a", "type": "TestPass", "options": {"label": "a"}},
         {"name": "unused", "type": "TestPass", "inputs": {"Input": "@a.Output"}, "options": {"label": "unused"}}],
-        "output": "@b.Output"})");
+        "output": "@b.Output"})",
+         {.callbacks = &cache});
     const QStringList frame{
         "a beginFrame", "b beginFrame", "a start 2 users, amount 1", "b start 1 users, amount 2",
         "a endFrame",   "b endFrame"};
@@ -176,8 +188,10 @@ TEST_F(RenderGraphTest, CallsPassesAsTheirContractDemands)
     EXPECT_EQ(TextureManager::Instance()->numReferences(), 0);
     EXPECT_EQ(TextureManager::Instance()->numTextures(), 2);
     calls.clear();
+    const QPointer<Texture> ofTheApplication(cache.texture.get());
     graph.reset();
     EXPECT_EQ(calls, (QStringList{"a teardown", "b teardown", "a destroyed", "b destroyed"}));
+    EXPECT_FALSE(ofTheApplication.isNull());
 }
 
 TEST_F(RenderGraphTest, FailedFramesNameThePassAndReturnAllTextures)
@@ -340,6 +354,34 @@ TEST_F(RenderGraphTest, DestroyingAGraphDeletesAllItsObjects)
             EXPECT_EQ(liveObjects(), after);
         }
         after = liveObjects();
+    }
+}
+
+TEST_F(RenderGraphTest, IsDestroyedAfterItsContextOrBesideIt)
+{
+    for (const bool isAfter : {true, false}) {
+        auto other = HeadlessContext::create({}, nullptr);
+        make(R"({"viewport": [4, 4], "output": "@mean.Frame", "passes": [
+            {"name": "forward", "type": "ForwardRenderPass"},
+            {"name": "a", "type": "TestPass", "inputs": {"Input": "@forward.Frame"}, "options": {"label": "a"}},
+            {"name": "mean", "type": "TemporalAARenderPass", "inputs": {"Frame": "@a.Output"}}]})",
+             {.profile = true, .keepOutputs = true});
+        render();
+        if (isAfter) {
+            other.reset();
+        }
+        context().makeCurrent();
+        const auto own = liveObjects();
+        expectFailure("the OpenGL context of the graph is not current");
+        graph.reset();
+        EXPECT_FALSE(calls.contains("a teardown"));
+        EXPECT_EQ(liveObjects(), own);
+        if (other) {
+            other->makeCurrent();
+            EXPECT_EQ(TextureManager::Instance()->numReferences(), 0);
+            EXPECT_FALSE(glIsFramebuffer(1) || glIsQuery(1));
+            context().makeCurrent();
+        }
     }
 }
 

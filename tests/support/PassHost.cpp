@@ -48,7 +48,6 @@ std::vector<std::string> builtinTypes()
 
 PassHost::PassHost(const std::string& typeName)
     : m_lists(makeListTextures(makeLists()))
-    , m_scope(OpenGLDeviceContext::current())
 {
     m_lights[1].type = ShadowMapManager::LightType::Spot;
     m_lights[2].type = ShadowMapManager::LightType::Point;
@@ -74,7 +73,7 @@ PassHost::PassHost(const std::string& typeName)
         options[u"inputs"_s] = QStringList{u"Qel_QRect_Viewport"_s, u"Qel_QelTexture*_Input"_s};
         options[u"outputs"_s] = QStringList{u"Qel_QelTexture*_Output"_s};
     }
-    const ResourceScope::Activation inside(OpenGLDeviceContext::current(), &m_scope);
+    const ResourceScope::Activation inside(&m_scope);
     QString error;
     m_pass = registry.create(type, options, &error);
     EXPECT_TRUE(m_pass) << qPrintable(error);
@@ -108,7 +107,7 @@ void PassHost::setInputs(const QVariant& everywhere)
 
 void PassHost::runFrame(const std::function<void(RenderPass&)>& callStart)
 {
-    const ResourceScope::Activation inside(OpenGLDeviceContext::current(), &m_scope);
+    const ResourceScope::Activation inside(&m_scope);
     m_runner->runAround(callStart);
     m_runner->releaseOutputs();
     TextureManager::Instance()->endFrame();

@@ -2,6 +2,8 @@
 
 #include <QStringList>
 
+#include <mutex>
+
 using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel {
@@ -10,6 +12,8 @@ int attributeLocation(const QString& name)
 {
     // The least GL_MAX_VERTEX_ATTRIBS that GL guarantees.
     constexpr qsizetype numLocations = 16;
+    static std::mutex mutex;
+    const std::lock_guard lock(mutex);
     static QStringList names{u"va_Vertex"_s, u"va_Normal"_s, u"va_TexCoord"_s};
     const qsizetype known = names.indexOf(name);
     if (known >= 0) {

@@ -56,18 +56,11 @@ BindingRecord::BindingRecord()
     m_framebuffers.reserve(depth);
 }
 
-void BindingRecord::readFromGL()
+void BindingRecord::clear()
 {
     m_programs.clear();
     m_vertexArrays.clear();
     m_framebuffers.clear();
-    m_baseProgram = integerState(GL_CURRENT_PROGRAM);
-    m_baseVertexArray = integerState(GL_VERTEX_ARRAY_BINDING);
-    m_drawFramebuffer = integerState(GL_DRAW_FRAMEBUFFER_BINDING);
-    m_readFramebuffer = integerState(GL_READ_FRAMEBUFFER_BINDING);
-    std::array<int, 4> viewport{};
-    glGetIntegerv(GL_VIEWPORT, viewport.data());
-    m_viewport = QRect(viewport[0], viewport[1], viewport[2], viewport[3]);
     for (int* unit : m_units) {
         if (unit) {
             *unit = -1;
@@ -77,6 +70,18 @@ void BindingRecord::readFromGL()
     m_topUnit = 0;
     m_numRefused = 0;
     m_managedSerials.fill(0);
+}
+
+void BindingRecord::readFromGL()
+{
+    clear();
+    m_baseProgram = integerState(GL_CURRENT_PROGRAM);
+    m_baseVertexArray = integerState(GL_VERTEX_ARRAY_BINDING);
+    m_drawFramebuffer = integerState(GL_DRAW_FRAMEBUFFER_BINDING);
+    m_readFramebuffer = integerState(GL_READ_FRAMEBUFFER_BINDING);
+    std::array<int, 4> viewport{};
+    glGetIntegerv(GL_VIEWPORT, viewport.data());
+    m_viewport = QRect(viewport[0], viewport[1], viewport[2], viewport[3]);
 }
 
 void BindingRecord::bindTexture(int* unit, unsigned int target, unsigned int name)

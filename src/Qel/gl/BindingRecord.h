@@ -24,8 +24,10 @@ public:
     static constexpr int numManagedUnits = 4;
 
     BindingRecord();
-    /// Reads program, vertex array, framebuffers and viewport from GL as the base of the stacks and forgets
-    /// all other bindings.
+    /// Forgets all bindings without GL calls, when the context ceases to be current.
+    void clear();
+    /// Forgets all bindings and reads program, vertex array, framebuffers and viewport from GL as the base of
+    /// the stacks.
     void readFromGL();
 
     /// Binds a texture to the next free unit and writes that to `unit`, whose address identifies the texture.

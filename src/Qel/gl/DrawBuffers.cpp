@@ -13,7 +13,6 @@ namespace Morvane::Qel {
 
 DrawBuffers::DrawBuffers(QObject* parent)
     : QObject(parent)
-    , m_membership(this)
     , m_primitiveType(GL_TRIANGLES)
 {
 }

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include <Qel/gl/Bindable.h>
-#include <Qel/gl/ResourceScope.h>
 
 namespace Morvane::Qel {
 
@@ -76,7 +75,6 @@ public:
 private:
     void forgetImpliedCommand();
 
-    ResourceScope::Membership m_membership;
     QSharedPointer<VertexArrayObject> m_vertexArray;
     QSharedPointer<BufferObject> m_indexBuffer;
     unsigned int m_primitiveType;

@@ -35,28 +35,24 @@ bool reachesGL(const Texture* texture)
 
 FramebufferObject::FramebufferObject(QObject* parent)
     : QObject(parent)
-    , m_membership(this)
     , m_drawBufferMask(unsetMask)
 {
 }
 
 FramebufferObject::~FramebufferObject()
 {
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    if (m_name != 0 && context) {
-        context->bindings().forget(this);
-        glDeleteFramebuffers(1, &m_name);
-        glDeleteRenderbuffers(1, &m_placeholder);
+    if (m_name.isCurrent()) {
+        bindings().forget(this);
     }
 }
 
 void FramebufferObject::bind()
 {
-    const bool isNew = m_name == 0;
+    const bool isNew = !m_name.exists();
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     context->bindings().bindFramebuffer(this, getFBO());
     if (isNew) {
-        context->label(GL_FRAMEBUFFER, m_name, u"framebuffer"_s);
+        context->label(GL_FRAMEBUFFER, getFBO(), u"framebuffer"_s);
     }
 }
 
@@ -194,7 +190,7 @@ void FramebufferObject::selectDrawBuffers()
     }
     if (mask == 0 && m_attachments[depthIndex].appliedSerial == 0) {
         attachPlaceholder();
-    } else if (m_placeholder != 0 && (mask & 1U) == 0) {
+    } else if (m_placeholder.exists() && (mask & 1U) == 0) {
         // It would limit rendering to one pixel.
         glFramebufferRenderbuffer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, 0);
     }
@@ -224,13 +220,13 @@ void FramebufferObject::attachPlaceholder()
                                 context->maxTextureSize());
         return;
     }
-    if (m_placeholder == 0) {
-        glGenRenderbuffers(1, &m_placeholder);
-        glBindRenderbuffer(GL_RENDERBUFFER, m_placeholder);
+    if (!m_placeholder.exists()) {
+        glBindRenderbuffer(GL_RENDERBUFFER, m_placeholder.get());
         glRenderbufferStorage(GL_RENDERBUFFER, GL_RGBA8, 1, 1);
         glBindRenderbuffer(GL_RENDERBUFFER, 0);
     }
-    glFramebufferRenderbuffer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, m_placeholder);
+    glFramebufferRenderbuffer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER,
+                              m_placeholder.get());
 }
 
 QSize FramebufferObject::size() const
@@ -246,10 +242,7 @@ QSize FramebufferObject::size() const
 
 unsigned int FramebufferObject::getFBO() const
 {
-    if (m_name == 0) {
-        glGenFramebuffers(1, &m_name);
-    }
-    return m_name;
+    return m_name.get();
 }
 
 } // namespace Morvane::Qel

@@ -7,7 +7,7 @@
 #include <array>
 
 #include <Qel/gl/Bindable.h>
-#include <Qel/gl/ResourceScope.h>
+#include <Qel/gl/ObjectName.h>
 
 namespace Morvane::Qel {
 
@@ -69,10 +69,9 @@ private:
     void attachPlaceholder();
     QSize size() const;
 
-    ResourceScope::Membership m_membership;
-    mutable unsigned int m_name = 0;
+    mutable ObjectName m_name{ObjectName::Kind::Framebuffer};
     /// A renderbuffer for GL versions that cannot render without attachments.
-    unsigned int m_placeholder = 0;
+    ObjectName m_placeholder{ObjectName::Kind::Renderbuffer};
     unsigned int m_drawBufferMask;
     std::array<Attachment, numColorAttachments + 2> m_attachments;
 };

@@ -9,6 +9,7 @@
 #include <epoxy/gl.h>
 
 #include <Qel/gl/BindingRecord.h>
+#include <Qel/gl/ContextReference.h>
 
 namespace Morvane::Qel {
 
@@ -50,6 +51,7 @@ int integerOf(GLenum name)
 
 struct OpenGLDeviceContext::Private
 {
+    ContextReference reference = ContextReference::make();
     BindingRecord bindings;
     std::array<bool, recordedCapabilities.size()> capabilities{};
     unsigned int frontFace = GL_CCW;
@@ -59,7 +61,6 @@ struct OpenGLDeviceContext::Private
     int maxTextureSize = 0;
     bool hasDebugOutput = false;
     QString labelPrefix;
-    ResourceScope* scope = nullptr;
     struct Data
     {
         const void* key;
@@ -114,6 +115,7 @@ void OpenGLDeviceContext::releaseObjects()
     while (!d->data.empty()) {
         d->data.pop_back();
     }
+    d->reference.end();
     currentContext = other;
 }
 
@@ -137,7 +139,11 @@ OpenGLDeviceContext* OpenGLDeviceContext::current()
 
 void OpenGLDeviceContext::makeCurrent()
 {
+    if (currentContext && currentContext != this) {
+        currentContext->d->bindings.clear();
+    }
     currentContext = this;
+    d->reference.callWaiting();
     if (d->version == 0) {
         d->readCapabilities();
     }
@@ -151,8 +157,14 @@ void OpenGLDeviceContext::makeCurrent()
 void OpenGLDeviceContext::doneCurrent()
 {
     if (currentContext == this) {
+        d->bindings.clear();
         currentContext = nullptr;
     }
+}
+
+const ContextReference& OpenGLDeviceContext::reference() const
+{
+    return d->reference;
 }
 
 int OpenGLDeviceContext::version() const
@@ -299,16 +311,6 @@ void OpenGLDeviceContext::label(unsigned int identifier, unsigned int name, cons
         const QByteArray full = (d->labelPrefix.isEmpty() ? text : d->labelPrefix + u' ' + text).toUtf8();
         glObjectLabel(identifier, name, static_cast<int>(full.size()), full.constData());
     }
-}
-
-ResourceScope* OpenGLDeviceContext::resourceScope() const
-{
-    return d->scope;
-}
-
-void OpenGLDeviceContext::setResourceScope(ResourceScope* scope)
-{
-    d->scope = scope;
 }
 
 BindingRecord& OpenGLDeviceContext::bindings()

@@ -12,8 +12,8 @@ namespace Morvane::Qel {
 
 class BindingRecord;
 class BufferObject;
+class ContextReference;
 class DrawBuffers;
-class ResourceScope;
 class VertexArrayObject;
 
 /// Base of what a class keeps for each context, such as the texture pool; see OpenGLDeviceContext::data.
@@ -32,13 +32,17 @@ public:
 /// The application makes its native context current and then calls makeCurrent. If it later changes GL state
 /// by calls of its own, it must call makeCurrent again. Passes set capabilities and the viewport through the
 /// context rather than through GL, so that guards can restore them from the record. All operations except the
-/// constructor need the native context current.
+/// constructor and the destructor need the native context current.
+///
+/// GL objects belong to the context that is current when they are first used. A context is current on one
+/// thread at a time; before another thread makes it current or destroys it, call doneCurrent. Several contexts
+/// may be used at the same time, each on its own thread.
 class QEL_GL_EXPORT OpenGLDeviceContext
 {
 public:
     OpenGLDeviceContext();
-    /// Deletes the shared objects and all data. If the native context is not current, GL deletes its
-    /// objects together with it.
+    /// Deletes the shared objects and all data. If the context is not current, GL deletes its objects
+    /// together with the native context. Objects and graphs of the context may be destroyed later.
     virtual ~OpenGLDeviceContext();
     OpenGLDeviceContext(const OpenGLDeviceContext&) = delete;
     OpenGLDeviceContext& operator=(const OpenGLDeviceContext&) = delete;
@@ -48,10 +52,13 @@ public:
 
     /// Declares the native context current on this thread and reads its state into the record: program,
     /// vertex array, framebuffers, viewport and capabilities. Texture bindings are not read: the library
-    /// binds over what it finds and leaves nothing bound on the units that it used.
-    void makeCurrent();
+    /// binds over what it finds and leaves nothing bound on the units that it used. Deletes the GL objects
+    /// that were destroyed while the context was not current.
+    virtual void makeCurrent();
     /// Declares the native context no longer current on this thread.
-    void doneCurrent();
+    virtual void doneCurrent();
+    /// Returns a reference that stays usable when the context is destroyed.
+    const ContextReference& reference() const;
 
     /// \name Capabilities of the driver
     /// @{
@@ -115,9 +122,6 @@ public:
     void label(unsigned int identifier, unsigned int name, const QString& text) const;
     /// @}
 
-    /// The scope that new objects belong to, null if there is none.
-    ResourceScope* resourceScope() const;
-
     /// The record of what is bound; for the Bindable classes of this library.
     BindingRecord& bindings();
     /// The object of class T, derived from ContextData, that belongs to this context. It is created by the
@@ -137,8 +141,6 @@ protected:
     void releaseObjects();
 
 private:
-    friend class ResourceScope;
-    void setResourceScope(ResourceScope* scope);
     ContextData* findData(const void* key) const;
     ContextData* addData(const void* key, std::unique_ptr<ContextData> object);
     struct Private;

@@ -1,12 +1,14 @@
 #include <Qel/gl/ShaderProgram.h>
 
 #include <atomic>
+#include <utility>
 #include <vector>
 
 #include <epoxy/gl.h>
 
 #include <Qel/core/Diagnostics.h>
 #include <Qel/gl/BindingRecord.h>
+#include <Qel/gl/ContextReference.h>
 #include <Qel/gl/GLSLMacroProcessor.h>
 #include <Qel/gl/Guards.h>
 #include <Qel/gl/InstanceData.h>
@@ -14,7 +16,6 @@
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/ProgramBuilder.h>
 #include <Qel/gl/ProgramCache.h>
-#include <Qel/gl/ResourceScope.h>
 #include <Qel/gl/UniformBlocks.h>
 #include <Qel/gl/UniformUpload.h>
 
@@ -24,18 +25,16 @@ namespace Morvane::Qel {
 
 namespace {
 
-std::atomic<quint64> failedBuilds = 0;
+/// Counts the failed builds of a context.
+struct FailedBuilds : ContextData
+{
+    quint64 count = 0;
+};
 
 } // namespace
 
 struct ShaderProgram::Private
 {
-    explicit Private(QObject* program)
-        : membership(program)
-    {
-    }
-
-    ResourceScope::Membership membership;
     std::vector<ProgramSource> sources;
     QStringList fragDataLocations;
     GLSLMacroProcessor* macroProcessor = nullptr;
@@ -44,32 +43,38 @@ struct ShaderProgram::Private
     quint64 buildSerial = 0;
     LinkedProgram linked;
     /// The context of the build, and the key in its cache.
-    OpenGLDeviceContext* context = nullptr;
+    ContextReference context;
+    bool isMisuseReported = false;
     QByteArray cacheKey;
 };
 
 ShaderProgram::ShaderProgram(QObject* parent)
     : QObject(parent)
-    , d(std::make_unique<Private>(this))
+    , d(std::make_unique<Private>())
 {
 }
 
 ShaderProgram::~ShaderProgram()
 {
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    if (context) {
-        context->bindings().forget(this);
+    if (d->context.isCurrent()) {
+        OpenGLDeviceContext::current()->bindings().forget(this);
     }
-    // Unless its context is current, the GL object cannot be reached; GL deletes it along with the context.
-    if (d->linked.name != 0 && context && context == d->context) {
-        context->data<ProgramCache>().give(d->cacheKey, std::move(d->linked));
+    if (d->linked.name != 0) {
+        d->context.whenCurrent([key = d->cacheKey, program = std::move(d->linked)]() mutable {
+            OpenGLDeviceContext::current()->data<ProgramCache>().give(key, std::move(program));
+        });
     }
 }
 
 void ShaderProgram::bind()
 {
     build();
-    OpenGLDeviceContext::current()->bindings().bindProgram(this, programID());
+    const bool isUsable = d->context.isCurrent();
+    if (!isUsable && !std::exchange(d->isMisuseReported, true)) {
+        logCritical(__FILE__, __LINE__,
+                    description() + u" was built on another OpenGL context and is not bound"_s);
+    }
+    OpenGLDeviceContext::current()->bindings().bindProgram(this, isUsable ? programID() : 0);
 }
 
 void ShaderProgram::release()
@@ -118,10 +123,11 @@ void ShaderProgram::build()
     for (const ProgramSource& source : d->sources) {
         builder.preprocess(source);
     }
-    d->context = OpenGLDeviceContext::current();
+    d->context = ContextReference::toCurrent();
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     d->cacheKey = builder.hash() + (d->fragDataLocations + QStringList(objectName())).join(u'\n').toUtf8();
     if (!builder.hasFailed()) {
-        d->linked = d->context->data<ProgramCache>().take(d->cacheKey);
+        d->linked = context->data<ProgramCache>().take(d->cacheKey);
     }
     const bool isNew = d->linked.name == 0;
     if (isNew) {
@@ -129,7 +135,7 @@ void ShaderProgram::build()
         d->linked.log = builder.log();
         if (builder.hasFailed()) {
             glDeleteProgram(program);
-            ++failedBuilds;
+            ++context->data<FailedBuilds>().count;
             logCritical(__FILE__, __LINE__,
                         u"%1 cannot be built:\n%2"_s.arg(description(), builder.report()));
             return;
@@ -178,7 +184,7 @@ void ShaderProgram::connectInterface()
         setUniform(u"u_ManagedTexture%1"_s.arg(slot), BindingRecord::firstManagedUnit + slot);
     }
     if (!objectName().isEmpty()) {
-        d->context->label(GL_PROGRAM, programID(), objectName());
+        OpenGLDeviceContext::current()->label(GL_PROGRAM, programID(), objectName());
     }
 }
 
@@ -201,7 +207,7 @@ int ShaderProgram::uniformBlockIndex(const char* name) const
 
 quint64 ShaderProgram::numFailedBuilds()
 {
-    return failedBuilds;
+    return OpenGLDeviceContext::current()->data<FailedBuilds>().count;
 }
 
 QString ShaderProgram::log() const

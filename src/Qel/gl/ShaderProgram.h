@@ -85,7 +85,7 @@ public:
     void setUniform(Uniform& uniform, const QVariant& value);
     /// @}
 
-    /// The number of programs of this process that have failed to build so far.
+    /// The number of programs that have failed to build on the current context so far.
     static quint64 numFailedBuilds();
 
     /// The compile and link log, mapped to files and lines; empty if the driver had nothing to say.

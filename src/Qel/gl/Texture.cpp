@@ -25,7 +25,6 @@ std::atomic<quint64> lastSerial{0};
 
 Texture::Texture(QObject* parent)
     : QObject(parent)
-    , m_membership(this)
     , m_serial(++lastSerial)
     , m_target(GL_TEXTURE_2D)
     , m_parameters{GL_NEAREST_MIPMAP_LINEAR, GL_LINEAR, GL_REPEAT, GL_REPEAT, GL_REPEAT, 1000}
@@ -34,10 +33,8 @@ Texture::Texture(QObject* parent)
 
 Texture::~Texture()
 {
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    if (m_name != 0 && context) {
-        context->bindings().forgetTexture(&m_unit, m_target, m_serial);
-        glDeleteTextures(1, &m_name);
+    if (m_name.isCurrent()) {
+        OpenGLDeviceContext::current()->bindings().forgetTexture(&m_unit, m_target, m_serial);
     }
 }
 
@@ -48,10 +45,7 @@ void Texture::setTarget(unsigned int target)
 
 unsigned int Texture::textureID()
 {
-    if (m_name == 0) {
-        glGenTextures(1, &m_name);
-    }
-    return m_name;
+    return m_name.get();
 }
 
 void Texture::setReadOnly()
@@ -61,12 +55,12 @@ void Texture::setReadOnly()
 
 void Texture::bind()
 {
-    const bool isNew = m_name == 0;
+    const bool isNew = !m_name.exists();
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     context->bindings().bindTexture(&m_unit, m_target, textureID());
     // GL knows the texture only once it has been bound to a unit.
     if (isNew && m_unit >= 0) {
-        context->label(GL_TEXTURE, m_name, u"texture"_s);
+        context->label(GL_TEXTURE, textureID(), u"texture"_s);
     }
 }
 

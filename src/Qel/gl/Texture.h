@@ -5,14 +5,14 @@
 #include <QVector4D>
 
 #include <Qel/gl/Bindable.h>
-#include <Qel/gl/ResourceScope.h>
+#include <Qel/gl/ObjectName.h>
 
 namespace Morvane::Qel {
 
 class BufferObject;
 
-/// A GL texture, created on first use and deleted with the object; empty until it gets an image. Not
-/// thread-safe: its context must be current for every call, including the destructor.
+/// A GL texture, created on first use and deleted with the object; empty until it gets an image. Its context
+/// must be current for every call except the destructor (see ObjectName).
 class QEL_GL_EXPORT Texture : public QObject, public Bindable
 {
     Q_OBJECT
@@ -91,10 +91,9 @@ private:
     };
     int* parameterSlot(unsigned int name);
 
-    ResourceScope::Membership m_membership;
     quint64 m_serial;
     unsigned int m_target;
-    unsigned int m_name = 0;
+    ObjectName m_name{ObjectName::Kind::Texture};
     int m_unit = -1;
     bool m_readOnly = false;
     QSize m_size;

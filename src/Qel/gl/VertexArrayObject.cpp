@@ -16,10 +16,8 @@ VertexArrayObject::VertexArrayObject() = default;
 
 VertexArrayObject::~VertexArrayObject()
 {
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    if (m_name != 0 && context) {
-        context->bindings().forget(this);
-        glDeleteVertexArrays(1, &m_name);
+    if (m_name.isCurrent()) {
+        OpenGLDeviceContext::current()->bindings().forget(this);
     }
 }
 
@@ -69,10 +67,7 @@ void VertexArrayObject::enableShaderProgramArrays(const ShaderProgram* program)
 
 unsigned int VertexArrayObject::getVAO()
 {
-    if (m_name == 0) {
-        glGenVertexArrays(1, &m_name);
-    }
-    return m_name;
+    return m_name.get();
 }
 
 } // namespace Morvane::Qel

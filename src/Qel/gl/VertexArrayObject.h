@@ -6,6 +6,7 @@
 
 #include <Qel/gl/AttributeLocations.h>
 #include <Qel/gl/Bindable.h>
+#include <Qel/gl/ObjectName.h>
 
 namespace Morvane::Qel {
 
@@ -40,7 +41,7 @@ public:
     unsigned int getVAO();
 
 private:
-    unsigned int m_name = 0;
+    ObjectName m_name{ObjectName::Kind::VertexArray};
     unsigned int m_available = 0;
     unsigned int m_enabled = 0;
     int m_numUploads = 0;

@@ -61,20 +61,13 @@ Profiler::Profiler(const std::vector<QString>& sections)
     m_sections.resize(sections.size());
     for (size_t i = 0; i < sections.size(); ++i) {
         m_sections[i].name = sections[i];
-        if (m_hasTimer) {
-            glGenQueries(static_cast<GLsizei>(numFramesInFlight), m_sections[i].queries.data());
+        for (size_t slot = 0; slot < numFramesInFlight; ++slot) {
+            m_sections[i].queries.emplace_back(ObjectName::Kind::Query);
         }
     }
 }
 
-Profiler::~Profiler()
-{
-    for (const Section& section : m_sections) {
-        if (m_hasTimer) {
-            glDeleteQueries(static_cast<GLsizei>(numFramesInFlight), section.queries.data());
-        }
-    }
-}
+Profiler::~Profiler() = default;
 
 void Profiler::begin(int section)
 {
@@ -82,7 +75,7 @@ void Profiler::begin(int section)
     if (m_hasTimer) {
         // The query in this slot is some frames old, so its result is available without waiting.
         readQuery(current, m_slot);
-        glBeginQuery(GL_TIME_ELAPSED, current.queries[m_slot]);
+        glBeginQuery(GL_TIME_ELAPSED, current.queries[m_slot].get());
     }
     m_begin = std::chrono::steady_clock::now();
 }
@@ -105,9 +98,9 @@ void Profiler::endFrame()
 
 void Profiler::readQuery(Section& section, size_t slot)
 {
-    if (section.pending[slot]) {
+    if (section.pending[slot] && section.queries[slot].isCurrent()) {
         GLuint64 nanoseconds = 0;
-        glGetQueryObjectui64v(section.queries[slot], GL_QUERY_RESULT, &nanoseconds);
+        glGetQueryObjectui64v(section.queries[slot].get(), GL_QUERY_RESULT, &nanoseconds);
         section.gpu.add(static_cast<double>(nanoseconds) * 1e-6);
         section.pending[slot] = false;
     }

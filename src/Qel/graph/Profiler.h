@@ -6,13 +6,14 @@
 #include <chrono>
 #include <vector>
 
+#include <Qel/gl/ObjectName.h>
 #include <Qel/graph/Export.h>
 
 namespace Morvane::Qel {
 
 /// Measures GPU and CPU times of sections that repeat every frame. GPU times come from timer queries that are
 /// read some frames later, so that measuring does not wait for the GPU; they need GL_ARB_timer_query (core in
-/// 3.3). The context must be current for every operation.
+/// 3.3). The context must be current for every operation except the destructor.
 class QEL_GRAPH_EXPORT Profiler
 {
 public:
@@ -62,7 +63,8 @@ private:
     struct Section
     {
         QString name;
-        std::array<unsigned int, numFramesInFlight> queries = {};
+        /// As many as there are frames in flight.
+        std::vector<ObjectName> queries;
         std::array<bool, numFramesInFlight> pending = {};
         Samples gpu;
         Samples cpu;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include <Qel/gl/ContextReference.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/ResourceScope.h>
 #include <Qel/graph/support/Camera.h>
@@ -18,7 +19,8 @@ namespace Morvane::Qel {
 struct RenderGraph::Private
 {
     GraphPlan plan;
-    OpenGLDeviceContext* context;
+    ContextReference context = ContextReference::toCurrent();
+    int maxTextureSize = OpenGLDeviceContext::current()->maxTextureSize();
     /// Owns the GL objects that passes create and do not delete.
     ResourceScope scope;
     std::optional<Scene> scene;
@@ -26,14 +28,12 @@ struct RenderGraph::Private
 
     Private(GraphPlan graphPlan, const Options& options)
         : plan(std::move(graphPlan))
-        , context(OpenGLDeviceContext::current())
-        , scope(context)
     {
-        runner.emplace(context, options);
+        runner.emplace(options);
     }
     ~Private()
     {
-        const ResourceScope::Activation activation(context, &scope);
+        const ResourceScope::Activation activation(&scope);
         runner.reset();
         scene.reset();
     }
@@ -69,7 +69,7 @@ std::unique_ptr<RenderGraph> RenderGraph::create(GraphPlan plan, const Options& 
     const std::optional<std::vector<ModelData>> models =
         importModels(d->plan.graph, options.modelImport, errors);
     {
-        const ResourceScope::Activation activation(d->context, &d->scope);
+        const ResourceScope::Activation activation(&d->scope);
         d->runner->createPasses(d->plan, errors);
     }
     if (errors->size() > errorsBefore) {
@@ -90,7 +90,11 @@ std::unique_ptr<RenderGraph> RenderGraph::create(const GraphDescription& graph, 
 
 bool RenderGraph::renderFrame(QString* error)
 {
-    const ResourceScope::Activation activation(d->context, &d->scope);
+    if (!d->context.isCurrent()) {
+        *error = d->plan.graph.displayName() + u": the OpenGL context of the graph is not current"_s;
+        return false;
+    }
+    const ResourceScope::Activation activation(&d->scope);
     return d->runner->renderFrame(*d->scene, error);
 }
 
@@ -111,7 +115,7 @@ void RenderGraph::releaseOutputs()
 
 bool RenderGraph::setViewport(const QSize& size, QString* error)
 {
-    const QString what = viewportError(size, d->context->maxTextureSize());
+    const QString what = viewportError(size, d->maxTextureSize);
     if (!what.isEmpty()) {
         *error = u"%1: viewport: %2"_s.arg(d->plan.graph.displayName(), what);
         return false;

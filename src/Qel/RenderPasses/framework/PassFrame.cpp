@@ -53,8 +53,9 @@ bool isMipmapped(Texture& texture)
 void replaceTarget(FramebufferObject& framebuffer, const QSize& size, const TargetDescription& target)
 {
     deleteTarget(&framebuffer, target.attachment);
-    framebuffer.attach(makeTarget(size, target.internalFormat, target.format, target.type), target.attachment,
-                       0);
+    Texture* texture = makeTarget(size, target.internalFormat, target.format, target.type);
+    ResourceScope::leave(texture);
+    framebuffer.attach(texture, target.attachment, 0);
 }
 
 } // namespace
@@ -145,22 +146,30 @@ QVariant publishTexture(Texture* texture, int users)
 
 PooledTexture::PooledTexture(TextureFormat format, const QSize& size)
     : m_texture(TextureManager::Instance()->tempTexture(format, size.width(), size.height(), -1))
+    , m_context(ContextReference::toCurrent())
 {
 }
 
 PooledTexture::~PooledTexture()
 {
-    TextureManager::Instance()->releaseTempTextureRef(m_texture, 1);
+    if (m_texture) {
+        // The pool, and the texture with it, may be gone, or belong to another context than the current one.
+        m_context.whenCurrent([texture = m_texture] {
+            TextureManager::Instance()->releaseTempTextureRef(texture, 1);
+        });
+    }
 }
 
 PooledTexture::PooledTexture(PooledTexture&& other) noexcept
     : m_texture(std::exchange(other.m_texture, nullptr))
+    , m_context(std::move(other.m_context))
 {
 }
 
 PooledTexture& PooledTexture::operator=(PooledTexture&& other) noexcept
 {
     std::swap(m_texture, other.m_texture);
+    std::swap(m_context, other.m_context);
     return *this;
 }
 

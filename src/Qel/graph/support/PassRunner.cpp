@@ -46,9 +46,8 @@ QVariant modelValue(GPUModel* model, bool asBatches)
 
 } // namespace
 
-PassRunner::PassRunner(OpenGLDeviceContext* context, const RenderGraph::Options& options)
-    : m_context(context)
-    , m_options(options)
+PassRunner::PassRunner(const RenderGraph::Options& options)
+    : m_options(options)
 {
 }
 
@@ -57,7 +56,7 @@ PassRunner::~PassRunner()
     releaseOutputs();
     m_profiler.reset();
     for (const Node& node : m_nodes) {
-        if (m_isSetUp) {
+        if (m_isSetUp && m_context.isCurrent()) {
             node.pass->teardown(m_options.callbacks);
         }
     }
@@ -179,7 +178,7 @@ bool PassRunner::renderFrame(Scene& scene, QString* error)
     for (const Node& node : m_nodes) {
         node.pass->endFrame(m_options.callbacks);
     }
-    m_context->setLabelPrefix({});
+    OpenGLDeviceContext::current()->setLabelPrefix({});
     good = good && readKeptOutputs(error);
     if (m_profiler) {
         m_profiler->endFrame();
@@ -197,7 +196,7 @@ void PassRunner::prepareFrame(Scene& scene)
             node.pass->setNumOutputUsers(static_cast<int>(output), node.users[output]);
         }
         if (!m_isSetUp) {
-            m_context->setLabelPrefix(node.name);
+            OpenGLDeviceContext::current()->setLabelPrefix(node.name);
             node.pass->setup(m_options.callbacks);
         }
         for (const FrameValueInput& input : node.frameValues) {
@@ -216,9 +215,10 @@ bool PassRunner::startPass(int index, QString* error)
     for (const Connection& connection : current.connections) {
         current.pass->setInput(connection.input, node(connection.node).pass->output(connection.output));
     }
-    m_context->applyBaseState();
-    m_context->setLabelPrefix(current.name);
-    m_context->pushDebugGroup(current.debugGroup.constData());
+    OpenGLDeviceContext& context = *OpenGLDeviceContext::current();
+    context.applyBaseState();
+    context.setLabelPrefix(current.name);
+    context.pushDebugGroup(current.debugGroup.constData());
     if (m_profiler) {
         m_profiler->begin(index);
     }
@@ -228,7 +228,7 @@ bool PassRunner::startPass(int index, QString* error)
     if (m_profiler) {
         m_profiler->end(index);
     }
-    m_context->popDebugGroup();
+    context.popDebugGroup();
 
     if (ShaderProgram::numFailedBuilds() != m_numFailedBuilds) {
         m_permanentError = current.place + u": its shader program failed to build"_s;
@@ -303,13 +303,13 @@ void PassRunner::dropUnreadOutputs(int lastNode)
 
 Texture* PassRunner::image() const
 {
-    return m_image < 0 ? nullptr : m_kept[static_cast<size_t>(m_image)].texture;
+    return m_image < 0 || !m_context.isCurrent() ? nullptr : m_kept[static_cast<size_t>(m_image)].texture;
 }
 
 std::vector<RenderGraph::Output> PassRunner::outputs() const
 {
     std::vector<RenderGraph::Output> outputs;
-    if (m_options.keepOutputs) {
+    if (m_options.keepOutputs && m_context.isCurrent()) {
         for (const KeptOutput& kept : m_kept) {
             const Node& source = node(kept.node);
             outputs.push_back({source.name, source.pass->outputName(kept.output), kept.value});
@@ -322,7 +322,9 @@ void PassRunner::releaseOutputs()
 {
     for (KeptOutput& kept : m_kept) {
         if (kept.texture) {
-            TextureManager::Instance()->releaseTempTextureRef(kept.texture, 1);
+            m_context.whenCurrent([texture = kept.texture] {
+                TextureManager::Instance()->releaseTempTextureRef(texture, 1);
+            });
         }
         kept.texture = nullptr;
         kept.value.clear();

@@ -8,12 +8,12 @@
 #include <vector>
 
 #include <Qel/core/RenderPass.h>
+#include <Qel/gl/ContextReference.h>
 #include <Qel/graph/GraphPlan.h>
 #include <Qel/graph/RenderGraph.h>
 
 namespace Morvane::Qel {
 
-class OpenGLDeviceContext;
 class Scene;
 
 /// Creates the passes of a plan and runs them frame by frame. Everything that a frame needs is in arrays, so
@@ -21,8 +21,9 @@ class Scene;
 class PassRunner
 {
 public:
-    PassRunner(OpenGLDeviceContext* context, const RenderGraph::Options& options);
-    /// Calls `teardown` on all passes and returns all textures to the pool.
+    /// The passes belong to the current context.
+    explicit PassRunner(const RenderGraph::Options& options);
+    /// Calls `teardown` on all passes, if the context is current, and returns all textures to the pool.
     ~PassRunner();
     PassRunner(const PassRunner&) = delete;
     PassRunner& operator=(const PassRunner&) = delete;
@@ -86,7 +87,7 @@ private:
     void dropUnreadOutputs(int lastNode);
     QString emptyOutputError(int index, int output) const;
 
-    OpenGLDeviceContext* m_context;
+    ContextReference m_context = ContextReference::toCurrent();
     RenderGraph::Options m_options;
     /// In execution order.
     std::vector<Node> m_nodes;
