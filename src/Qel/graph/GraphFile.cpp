@@ -4,6 +4,7 @@
 #include <QFileInfo>
 #include <QSaveFile>
 
+#include <Qel/core/Text.h>
 #include <Qel/graph/support/GraphReader.h>
 #include <Qel/graph/support/GraphWriter.h>
 
@@ -15,11 +16,18 @@ std::optional<GraphDescription> loadGraph(const QString& file, QStringList* erro
 {
     QFile device(file);
     if (QFileInfo(file).isDir() || !device.open(QIODevice::ReadOnly)) {
-        errors->append(u"%1: cannot be read: %2"_s.arg(file, QFileInfo(file).isDir() ? u"it is a folder"_s
-                                                                                     : device.errorString()));
+        errors->append(printable(u"%1: cannot be read: %2"_s.arg(
+            file, QFileInfo(file).isDir() ? u"it is a folder"_s : device.errorString())));
         return {};
     }
-    return readGraph(device.readAll(), file, errors);
+    // A limit, because a device or a pipe may never end.
+    constexpr qint64 largest = qint64{64} << 20;
+    const QByteArray text = device.read(largest + 1);
+    if (text.size() > largest) {
+        errors->append(printable(u"%1: is larger than 64 MiB, the limit for a graph file"_s.arg(file)));
+        return {};
+    }
+    return readGraph(text, file, errors);
 }
 
 bool saveGraph(const GraphDescription& graph, const QString& file, const PassRegistry& registry,

@@ -146,9 +146,10 @@ bool RenderGraph::setConstant(const QString& pass, const QString& port, const QJ
     for (const PlannedInput& input : planned.inputs) {
         ports.append(input.port);
     }
-    const QList<int> found = findPorts(ports, port);
+    const PortIndex index(ports);
+    const QList<int> found = index.find(port);
     if (found.size() != 1) {
-        return fail(portError(ports, found, port, u"%1 has no such input"_s.arg(planned.type)));
+        return fail(index.error(found, port, u"%1 has no such input"_s.arg(planned.type)));
     }
     PlannedInput& input = planned.inputs[static_cast<size_t>(found[0])];
     if (input.source == InputSource::Connection) {

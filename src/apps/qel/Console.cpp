@@ -9,6 +9,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <Qel/core/Diagnostics.h>
+#include <Qel/core/Text.h>
+
 using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel::App {
@@ -27,6 +30,22 @@ void eraseProgress()
     }
 }
 
+void writeError(const QString& text)
+{
+    eraseProgress();
+    std::fprintf(stderr, "qel: %s\n", qUtf8Printable(text));
+}
+
+/// Writes a message, which may have several lines.
+void writeMessage(const QString& text)
+{
+    QStringList lines = text.split(u'\n');
+    for (QString& line : lines) {
+        line = printable(line);
+    }
+    writeError(lines.join(u'\n'));
+}
+
 void handleMessage(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text)
 {
     static const QRegularExpression location(u"^\\[[^\\]\\n]+:\\d+\\] "_s);
@@ -36,10 +55,11 @@ void handleMessage(QtMsgType type, const QMessageLogContext& /*context*/, const 
     if (explainsFrame) {
         keptReports.append(message);
     }
+    const QString place = messagePlace().isEmpty() ? QString() : messagePlace() + u": "_s;
     if (verboseMessages) {
-        printNote(text);
+        writeMessage(place + text);
     } else if (type != QtDebugMsg && !explainsFrame) {
-        printNote(message);
+        writeMessage(place + message);
     }
 }
 
@@ -68,8 +88,7 @@ void print(const QString& text)
 
 void printNote(const QString& line)
 {
-    eraseProgress();
-    std::fprintf(stderr, "qel: %s\n", qUtf8Printable(line));
+    writeError(printable(line));
 }
 
 bool flushOutput()

@@ -10,6 +10,7 @@
 #include <Qel/core/RenderPass.h>
 #include <Qel/graph/GraphPlan.h>
 #include <Qel/graph/RenderGraph.h>
+#include <Qel/graph/support/TextureCopy.h>
 
 namespace Morvane::Qel {
 
@@ -48,6 +49,8 @@ private:
         int node;
         int output;
         int input;
+        /// Whether the input takes only textures with a depth format.
+        bool isDepth;
     };
     struct FrameValueInput
     {
@@ -66,14 +69,18 @@ private:
         std::vector<FrameValueInput> frameValues;
         /// User count of each output.
         std::vector<int> users;
+        /// Indices into m_kept of the outputs that this pass modifies in place.
+        std::vector<size_t> modified;
     };
-    /// An output that stays readable after the frame. Holds one reference of its texture.
+    /// An output that stays readable after the frame. Holds one reference of its texture, or a copy of it if a
+    /// later pass modifies it in place.
     struct KeptOutput
     {
         int node;
         int output;
-        QVariant value;
-        Texture* texture;
+        QVariant value = {};
+        Texture* texture = nullptr;
+        std::unique_ptr<TextureCopy> copy = {};
     };
 
     Node& node(int index) { return m_nodes[static_cast<size_t>(index)]; }
@@ -81,7 +88,9 @@ private:
     int numNodes() const { return static_cast<int>(m_nodes.size()); }
     void keepOutputs(const GraphPlan& plan);
     void prepareFrame(Scene& scene);
+    void copyOutput(KeptOutput& kept);
     bool startPass(int index, QString* error);
+    bool hasDepthFormats(const Node& node, QString* error) const;
     bool readKeptOutputs(QString* error);
     void dropUnreadOutputs(int lastNode);
     QString emptyOutputError(int index, int output) const;
