@@ -26,14 +26,14 @@ bool isInvisible(char32_t character)
 qsizetype lengthAt(QStringView text, qsizetype index)
 {
     return text[index].isHighSurrogate() && index + 1 < text.size() && text[index + 1].isLowSurrogate() ? 2
-                                                                                                       : 1;
+                                                                                                        : 1;
 }
 
 /// A single character of one or two code units.
 QString visible(QStringView character)
 {
-    const char32_t code = character.size() == 2 ? QChar::surrogateToUcs4(character[0], character[1])
-                                                : character[0].unicode();
+    const char32_t code =
+        character.size() == 2 ? QChar::surrogateToUcs4(character[0], character[1]) : character[0].unicode();
     if (code == U'\t') {
         return u" "_s;
     }

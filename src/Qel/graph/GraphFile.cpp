@@ -2,11 +2,12 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 
 #include <Qel/core/Text.h>
+#include <Qel/graph/OutputFile.h>
 #include <Qel/graph/support/GraphReader.h>
 #include <Qel/graph/support/GraphWriter.h>
+#include <Qel/graph/support/ImageErrors.h>
 
 using namespace Qt::StringLiterals;
 
@@ -34,12 +35,10 @@ bool saveGraph(const GraphDescription& graph, const QString& file, const PassReg
                QString* error)
 {
     const QByteArray text = graphText(graph, file, registry).toUtf8();
-    QSaveFile device(file);
-    if (!device.open(QIODevice::WriteOnly) || device.write(text) != text.size() || !device.commit()) {
-        *error = u"%1: cannot be written: %2"_s.arg(file, device.errorString());
-        return false;
-    }
-    return true;
+    OutputFile device(file);
+    return device.open(error) &&
+           (device.write(text) == text.size() || writeError(error, file, device.errorString())) &&
+           device.commit(error);
 }
 
 } // namespace Morvane::Qel

@@ -3,7 +3,9 @@
 #include <QRegularExpression>
 #include <QStringList>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <utility>
 
 #include <fcntl.h>
@@ -21,6 +23,15 @@ namespace {
 bool verboseMessages = false;
 bool progressShown = false;
 QStringList keptReports;
+/// Why the first write to standard output failed.
+QString outputError;
+
+void keepOutputError()
+{
+    if (outputError.isEmpty()) {
+        outputError = QString::fromLocal8Bit(std::strerror(errno));
+    }
+}
 
 void eraseProgress()
 {
@@ -83,7 +94,9 @@ QString takeReport()
 
 void print(const QString& text)
 {
-    std::fputs(qUtf8Printable(text), stdout);
+    if (std::fputs(qUtf8Printable(text), stdout) < 0) {
+        keepOutputError();
+    }
 }
 
 void printNote(const QString& line)
@@ -91,9 +104,12 @@ void printNote(const QString& line)
     writeError(printable(line));
 }
 
-bool flushOutput()
+QString flushOutput()
 {
-    return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+    if (std::fflush(stdout) != 0) {
+        keepOutputError();
+    }
+    return outputError;
 }
 
 QuietErrors::QuietErrors()

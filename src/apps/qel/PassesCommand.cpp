@@ -152,8 +152,8 @@ void printMarkdown(const Descriptions& descriptions)
             text +=
                 heading({u"input"_s, u"type"_s, u"default"_s, u"meaning"_s, u"range"_s, u"when missing"_s});
             for (const InputDescription& input : pass->inputs) {
-                text += row({input.name, PortName::parse(input.name).type, defaultText(input), meaningOf(input),
-                             input.range, input.whenMissing},
+                text += row({input.name, PortName::parse(input.name).type, defaultText(input),
+                             meaningOf(input), input.range, input.whenMissing},
                             3);
             }
         }

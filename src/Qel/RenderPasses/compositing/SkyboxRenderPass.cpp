@@ -202,8 +202,8 @@ Texture* SkyboxRenderPass::usableDepth(Texture* depth)
         logNotice(sourceFile, __LINE__,
                   u"SkyboxRenderPass: the depth texture, %1, has no stencil, so the environment replaces the "
                   "whole frame; connect a depth-stencil texture whose stencil is not 0 where the scene was "
-                  "drawn, or draw the environment into a frame of its own and blend the scene over it"_s
-                      .arg(internalFormatName(depth->internalFormat())));
+                  "drawn, or draw the environment into a frame of its own and blend the scene over it"_s.arg(
+                      internalFormatName(depth->internalFormat())));
         m_hasReportedDepth = true;
     }
     return format == GL_DEPTH_COMPONENT ? depth : nullptr;

@@ -126,9 +126,10 @@ void reportSharedModifications(const GraphPlan& plan, GraphErrors& errors)
             modifiers.insert(output, pass);
             return;
         }
-        errors.add(u"%1.%2"_s.arg(passOf(plan, pass).name, PortName::parse(input.port).name),
-                   u"\"%1\" is already modified in place by \"%2\"; connect the output of that pass instead"_s
-                       .arg(referenceOf(plan, input), passOf(plan, modifiers.value(output)).name));
+        errors.add(
+            u"%1.%2"_s.arg(passOf(plan, pass).name, PortName::parse(input.port).name),
+            u"\"%1\" is already modified in place by \"%2\"; connect the output of that pass instead"_s.arg(
+                referenceOf(plan, input), passOf(plan, modifiers.value(output)).name));
     });
 }
 

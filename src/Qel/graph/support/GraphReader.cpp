@@ -51,9 +51,8 @@ public:
         GraphErrors errors(m_file, messages);
         const QStringList places = m_paths.isEmpty() ? QStringList() : m_keys.places(m_paths);
         for (qsizetype i = 0; i < places.size(); ++i) {
-            errors.addLine(u"%1:%2: %3%4"_s.arg(m_file, places[i],
-                                                m_paths[i].isEmpty() ? QString() : m_paths[i] + u": "_s,
-                                                m_causes[i]));
+            errors.addLine(u"%1:%2: %3%4"_s.arg(
+                m_file, places[i], m_paths[i].isEmpty() ? QString() : m_paths[i] + u": "_s, m_causes[i]));
         }
         errors.addUnkept(m_numUnkept);
         for (const JsonKeys::Key& repeated : m_keys.repeatedKeys()) {

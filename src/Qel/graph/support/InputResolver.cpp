@@ -55,8 +55,8 @@ void InputResolver::resolvePass(size_t index)
     std::vector<int> timesSet(pass.inputs.size(), 0);
     for (const InputSetting& setting : m_plan.graph.passes[index].inputs) {
         const QString place = pass.name + u'.' + setting.port;
-        const int port = findPort(*m_ports[index].inputs, setting.port, place,
-                                  u"%1 has no such input"_s.arg(pass.type));
+        const int port =
+            findPort(*m_ports[index].inputs, setting.port, place, u"%1 has no such input"_s.arg(pass.type));
         if (port < 0) {
             continue;
         }

@@ -56,7 +56,8 @@ private:
 
     QByteArray m_text;
     qsizetype m_at = 0;
-    /// Path of the value that is read, of which values deeper than `deepest` share the beginning, and the depth.
+    /// Path of the value that is read, of which values deeper than `deepest` share the beginning, and the
+    /// depth.
     QString m_path;
     int m_depth = 0;
     /// Offsets by path, -1 where not found; empty in the first scan.

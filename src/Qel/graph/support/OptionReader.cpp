@@ -53,7 +53,8 @@ void OptionReader::readObject(const QString& place, const std::vector<OptionDesc
     }
     for (auto value = given.begin(); value != given.end(); ++value) {
         if (!names.contains(value.key())) {
-            m_errors.add(place + u'.' + value.key(), [&] { return unknown + suggestion(value.key(), names); });
+            m_errors.add(place + u'.' + value.key(),
+                         [&] { return unknown + suggestion(value.key(), names); });
         }
     }
 }

@@ -14,6 +14,7 @@
 #include <Qel/gl/ShaderProgram.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
+#include <Qel/graph/support/GraphErrors.h>
 #include <Qel/graph/support/Scene.h>
 
 using namespace Qt::StringLiterals;
@@ -68,7 +69,7 @@ PassRunner::~PassRunner()
     }
 }
 
-void PassRunner::createPasses(const GraphPlan& plan, QStringList* errors)
+void PassRunner::createPasses(const GraphPlan& plan, GraphErrors& errors)
 {
     m_nodeOfPass.assign(plan.passes.size(), -1);
     for (const int index : plan.order) {
@@ -84,7 +85,7 @@ void PassRunner::createPasses(const GraphPlan& plan, QStringList* errors)
             error = u"%1 declares other ports than its description"_s.arg(planned.type);
         }
         if (!node.pass) {
-            errors->append(u"%1: %2"_s.arg(node.place, error));
+            errors.add(planned.name, error);
             continue;
         }
         m_nodeOfPass[static_cast<size_t>(index)] = numNodes();

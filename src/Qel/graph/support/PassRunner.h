@@ -14,6 +14,7 @@
 
 namespace Morvane::Qel {
 
+class GraphErrors;
 class OpenGLDeviceContext;
 class Scene;
 
@@ -29,7 +30,7 @@ public:
     PassRunner& operator=(const PassRunner&) = delete;
 
     /// Creates the passes in execution order; adds a line to `errors` for each that cannot be created.
-    void createPasses(const GraphPlan& plan, QStringList* errors);
+    void createPasses(const GraphPlan& plan, GraphErrors& errors);
     /// Sets constants and models and prepares connections. Call it once, after createPasses has succeeded.
     void connectPasses(const GraphPlan& plan, const Scene& scene);
     /// Sets an input, which gets no frame value from now on. `pass` is an index into GraphPlan::passes.
@@ -72,8 +73,8 @@ private:
         /// Indices into m_kept of the outputs that this pass modifies in place.
         std::vector<size_t> modified;
     };
-    /// An output that stays readable after the frame. Holds one reference of its texture, or a copy of it if a
-    /// later pass modifies it in place.
+    /// An output that stays readable after the frame. Holds one reference of its texture, or a copy of it if
+    /// a later pass modifies it in place.
     struct KeptOutput
     {
         int node;

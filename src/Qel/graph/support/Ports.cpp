@@ -45,8 +45,8 @@ QString PortIndex::error(const QList<int>& found, const QString& name, const QSt
 {
     if (found.isEmpty()) {
         // Suggest full names for a full name.
-        return missing + suggestion(name, name.startsWith(QLatin1StringView("Qel_")) ? m_ports
-                                                                                     : shortNames(m_ports));
+        return missing +
+               suggestion(name, name.startsWith(QLatin1StringView("Qel_")) ? m_ports : shortNames(m_ports));
     }
     QStringList names;
     for (const int index : found) {

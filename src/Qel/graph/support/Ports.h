@@ -24,11 +24,11 @@ public:
     explicit PortIndex(QStringList ports);
 
     const QStringList& ports() const { return m_ports; }
-    /// Indices of the ports that a name stands for: the port with this full name, otherwise all with this short
-    /// name.
+    /// Indices of the ports that a name stands for: the port with this full name, otherwise all with this
+    /// short name.
     QList<int> find(const QString& name) const;
-    /// The error message for a name for which `find` did not find exactly one port: `missing` with the nearest
-    /// valid names, or the ports that the name may stand for.
+    /// The error message for a name for which `find` did not find exactly one port: `missing` with the
+    /// nearest valid names, or the ports that the name may stand for.
     QString error(const QList<int>& found, const QString& name, const QString& missing) const;
 
 private:

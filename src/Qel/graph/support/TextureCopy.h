@@ -11,8 +11,8 @@ namespace Morvane::Qel {
 class TextureCopy
 {
 public:
-    /// Copies level 0 of a 2D texture with a format that can be rendered into. The texture that it returns has
-    /// the same size and format, belongs to this object and is reused by the next call.
+    /// Copies level 0 of a 2D texture with a format that can be rendered into. The texture that it returns
+    /// has the same size and format, belongs to this object and is reused by the next call.
     Texture* copy(Texture* source);
 
 private:
