@@ -1,8 +1,11 @@
 #include <QFile>
 
+#include <algorithm>
 #include <cmath>
+#include <random>
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <Qel/graph/ImageIO.h>
 
@@ -131,6 +134,24 @@ TEST_F(Compare, WritesTheDifferencesAsAnImage)
     const ProgramResult result = compare("a.exr", "b.exr", {"--difference", path("none/d.png")});
     EXPECT_EQ(result.exitCode, 2);
     EXPECT_TRUE(result.isOneError("none/d.png")) << qPrintable(result.errors);
+}
+
+TEST_F(Compare, SignalsRemoveUnfinishedFiles)
+{
+    Floats noise(size_t{400} * 400);
+    std::generate(noise.begin(), noise.end(),
+                  [random = std::minstd_rand()]() mutable { return static_cast<float>(random()); });
+    write("a.exr", {400, 400, {"R"}, noise});
+    write("b.exr", {400, 400, {"R"}, Floats(noise.size())});
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+    const rlimit small{10000, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    const ProgramResult result = compare("a.exr", "b.exr", {"--difference", path("d.exr")});
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    // SIGXFSZ ended it.
+    EXPECT_EQ(result.exitCode, -1);
+    EXPECT_EQ(files("d.exr*"), QStringList());
 }
 
 } // namespace Morvane::Qel::Test

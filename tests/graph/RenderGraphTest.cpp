@@ -1,9 +1,11 @@
 #include <QMatrix4x4>
 
 #include <array>
+#include <map>
 
 #include <epoxy/gl.h>
 
+#include <Qel/core/MetaTypes.h>
 #include <Qel/core/RenderCallbacks.h>
 #include <Qel/core/RenderPassHelper.h>
 #include <Qel/gl/Texture.h>
@@ -88,6 +90,9 @@ public:
             frameValues.append(m_inputs[i].value);
         }
         TextureManager* pool = TextureManager::Instance();
+        if (m_fault == "gl") {
+            glEnable(GL_TEXTURE_WIDTH);
+        }
         if (m_fault == "empty") {
             m_outputs[0].value = {};
         } else if (m_fault == "stale" && m_frame > 1) {
@@ -218,11 +223,71 @@ TEST_F(RenderGraphTest, FailedFramesNameThePassAndReturnAllTextures)
             expectFailure("b: the pass reports error 0xffffffff");
         }
     }
+    // The call of a GL error is known in a debug context.
+    makeChain("gl", "c", false);
+    expectFailure("b: OpenGL error: GL_INVALID_ENUM in glEnable(0x1000)");
+    expectMessage("OpenGL: GL_INVALID_ENUM");
+    expectMessage("OpenGL error GL_INVALID_ENUM");
     // An empty output is only an error if it is the graph's.
     makeChain("empty", "c", false);
     render();
     makeChain("empty", "b", false);
     expectFailure("b.Output: the pass published nothing, so the frame has no output");
+}
+
+TEST_F(RenderGraphTest, OtherReadersGetATextureAsItWasBeforeAPassModifiedIt)
+{
+    write("white.ppm", "P3 1 1 255 255 255 255");
+    const QByteArray text = R"({"viewport": [8, 6], "passes": [
+        {"name": "base", "type": "GradientRenderPass", "inputs": {"ColorTop": "#ff0000", "ColorBottom": "#ff0000"}},
+        {"name": "map", "type": "TextureLoaderRenderPass", "inputs": {"TexturePath": "white.ppm"}},
+        {"name": "sky", "type": "SkyboxRenderPass", "inputs": {"Frame": "@base.Frame", "LatLongMap": "@map.Texture"}},
+        {"name": "dim", "type": "DimRenderPass", "inputs": {"Frame": "@base.Frame", "Factor": 1}},
+        {"name": "show", "type": "TextureToScreenRenderPass", "inputs": {"Texture": "@sky.Frame"}}],
+        "output": "@base.Frame"})";
+    const Pixels red = Pixels::filled(8, 6, {1, 0, 0, 1});
+    const std::map<QString, Pixels> expected{
+        {"base", red}, {"sky", Pixels::filled(8, 6, {1, 1, 1, 1})}, {"dim", red}};
+    for (const bool keepOutputs : {false, true}) {
+        make(text, {.keepOutputs = keepOutputs});
+        for (int frame = 0; frame < 2; ++frame) {
+            render();
+            EXPECT_TRUE(equal(readTexture(graph->image()), red));
+        }
+        for (const RenderGraph::Output& output : graph->outputs()) {
+            if (const auto pixels = expected.find(output.pass); pixels != expected.end()) {
+                EXPECT_TRUE(equal(readTexture(pointerFromVariant<Texture>(output.value)), pixels->second))
+                    << qPrintable(output.pass);
+            }
+        }
+        EXPECT_EQ(graph->outputs().size(), keepOutputs ? 4U : 0U);
+    }
+}
+
+TEST_F(RenderGraphTest, WhatTheDriverCannotDoIsRefusedBeforehand)
+{
+    make(R"({"passes": [{"name": "base", "type": "GradientRenderPass"},
+        {"name": "ao", "type": "ScalableAmbientObscuranceRenderPass", "inputs": {"Depth": "@base.Frame"}}],
+        "output": "@ao.Frame"})");
+    expectFailure("ao.Depth: \"@base.Frame\" is a colour texture, GL_RGBA32F; connect a depth texture");
+    QStringList ports;
+    for (int i = 0; i < 200; ++i) {
+        ports.append(QString("\"Qel_QelTexture*_P%1\"").arg(i));
+    }
+    for (const char* option : {"outputs", "inputs"}) {
+        make(
+            QString(
+                R"({"passes": [{"name": "a", "type": "ShaderRenderPass", "options": {"%1": [%2], "%3": ["Qel_QelTexture*_Q"]}}],
+            "output": "@a.%4"})")
+                .arg(option, ports.join(", "), *option == 'o' ? "inputs" : "outputs",
+                     *option == 'o' ? "P0" : "Q")
+                .toUtf8());
+        EXPECT_FALSE(graph);
+        ASSERT_EQ(m_errors.size(), 1);
+        EXPECT_TRUE(
+            m_errors[0].startsWith(path(QString("graph.json: a: %1: there are 200 textures").arg(option))))
+            << qPrintable(m_errors[0]);
+    }
 }
 
 TEST_F(RenderGraphTest, FrameValuesDescribeTheCameraTheModelsAndTheLights)

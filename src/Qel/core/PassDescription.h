@@ -22,6 +22,11 @@ struct InputDescription
     QVariant defaultValue = {};
     /// Unit and range in words, such as "texels, 0 or more"; empty if the type is enough.
     QString range = {};
+    /// Whether the pass writes into the texture that it gets here. A graph runs all other passes that read
+    /// the texture before it.
+    bool isModified = false;
+    /// Whether a texture here must have a depth format.
+    bool isDepth = false;
 };
 
 /// Declares and documents an output port.

@@ -7,6 +7,7 @@
 #include <Qel/gl/ResourceScope.h>
 #include <Qel/graph/support/Camera.h>
 #include <Qel/graph/support/Constants.h>
+#include <Qel/graph/support/GraphErrors.h>
 #include <Qel/graph/support/Names.h>
 #include <Qel/graph/support/PassRunner.h>
 #include <Qel/graph/support/Ports.h>
@@ -60,19 +61,16 @@ std::unique_ptr<RenderGraph> RenderGraph::create(GraphPlan plan, const Options& 
         errors->append(name + u": no OpenGL context is current"_s);
         return nullptr;
     }
-    const qsizetype errorsBefore = errors->size();
-    if (const QString error = viewportError(plan.graph.viewport, context->maxTextureSize());
-        !error.isEmpty()) {
-        errors->append(u"%1: viewport: %2"_s.arg(name, error));
-    }
+    GraphErrors found(plan.graph, errors);
+    found.add(u"viewport"_s, viewportError(plan.graph.viewport, context->maxTextureSize()));
     auto d = std::make_unique<Private>(std::move(plan), options);
     const std::optional<std::vector<ModelData>> models =
-        importModels(d->plan.graph, options.modelImport, errors);
+        importModels(d->plan.graph, options.modelImport, found);
     {
         const ResourceScope::Activation activation(&d->scope);
-        d->runner->createPasses(d->plan, errors);
+        d->runner->createPasses(d->plan, found);
     }
-    if (errors->size() > errorsBefore) {
+    if (found.count() > 0) {
         return nullptr;
     }
     d->scene.emplace(d->plan.graph, *models);
@@ -150,9 +148,10 @@ bool RenderGraph::setConstant(const QString& pass, const QString& port, const QJ
     for (const PlannedInput& input : planned.inputs) {
         ports.append(input.port);
     }
-    const QList<int> found = findPorts(ports, port);
+    const PortIndex index(ports);
+    const QList<int> found = index.find(port);
     if (found.size() != 1) {
-        return fail(portError(ports, found, port, u"%1 has no such input"_s.arg(planned.type)));
+        return fail(index.error(found, port, u"%1 has no such input"_s.arg(planned.type)));
     }
     PlannedInput& input = planned.inputs[static_cast<size_t>(found[0])];
     if (input.source == InputSource::Connection) {

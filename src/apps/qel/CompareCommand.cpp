@@ -5,6 +5,7 @@
 #include <limits>
 #include <vector>
 
+#include <Qel/core/Text.h>
 #include <Qel/graph/ImageIO.h>
 
 #include "Arguments.h"
@@ -117,6 +118,7 @@ Image differenceImage(const Pair& pair, bool foldAlpha)
     }
     Image image{pair.a.width, pair.a.height, channels, {}};
     auto& samples = std::get<std::vector<float>>(image.samples);
+    samples.reserve(image.numSamples());
     for (int y = 0; y < pair.a.height; ++y) {
         for (int x = 0; x < pair.a.width; ++x) {
             for (int c = 0; c < pair.channels.size(); ++c) {
@@ -195,7 +197,7 @@ ExitCode compare(const QStringList& arguments)
     const double numPixels = static_cast<double>(pair.a.width) * static_cast<double>(pair.a.height);
     print(u"%1  %2  %3\n"_s.arg(u"channel"_s, -8).arg(u"largest"_s, 14).arg(u"mean"_s, 14));
     for (const ChannelDifference& channel : differences) {
-        print(u"%1  %2  %3\n"_s.arg(channel.channel, -8)
+        print(u"%1  %2  %3\n"_s.arg(printable(channel.channel), -8)
                   .arg(number(channel.largest), 14)
                   .arg(number(channel.sum / numPixels), 14));
     }

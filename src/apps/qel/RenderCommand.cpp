@@ -4,12 +4,12 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
-#include <QSaveFile>
 
 #include <Qel/core/MetaTypes.h>
 #include <Qel/core/PassDescription.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/graph/ImageIO.h>
+#include <Qel/graph/OutputFile.h>
 #include <Qel/graph/RenderGraph.h>
 
 #include "Arguments.h"
@@ -132,11 +132,11 @@ void dump(const RenderGraph& graph, const QString& folderPath)
             write(images[layer], folder.filePath(name + number + u".exr"_s));
         }
     }
-    QSaveFile file(folder.filePath(u"outputs.json"_s));
-    if (!file.open(QIODevice::WriteOnly) || file.write(QJsonDocument(otherValues).toJson()) < 0 ||
-        !file.commit()) {
-        fail(u"%1: cannot be written: %2; check permissions and free space"_s.arg(file.fileName(),
-                                                                                  file.errorString()));
+    OutputFile file(folder.filePath(u"outputs.json"_s));
+    QString error;
+    // A short write also makes the commit fail.
+    if (!file.open(&error) || file.write(QJsonDocument(otherValues).toJson()) < 0 || !file.commit(&error)) {
+        fail(error);
     }
     for (const PlannedPass& pass : graph.plan().passes) {
         if (!pass.cullReason.isEmpty()) {

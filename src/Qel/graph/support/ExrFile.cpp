@@ -4,6 +4,7 @@
 #include <QRegularExpression>
 
 #include <exception>
+#include <new>
 
 #include <OpenEXR/ImfChannelList.h>
 #include <OpenEXR/ImfFrameBuffer.h>
@@ -12,6 +13,7 @@
 #include <OpenEXR/ImfInputFile.h>
 #include <OpenEXR/ImfOutputFile.h>
 
+#include <Qel/core/Memory.h>
 #include <Qel/graph/support/ImageErrors.h>
 
 using namespace Qt::StringLiterals;
@@ -130,10 +132,17 @@ std::optional<Image> readExr(const QString& path, QString* error)
         const Imath::Box2i window = file.header().dataWindow();
         const qint64 width = qint64{window.max.x} - window.min.x + 1;
         const qint64 height = qint64{window.max.y} - window.min.y + 1;
-        if (list.begin() == list.end() || width > maxFileSide || height > maxFileSide || !file.isComplete()) {
+        if (width > maxFileSide || height > maxFileSide) {
+            return damaged(u"%1x%2 pixels are no usable size"_s.arg(width).arg(height));
+        }
+        if (list.begin() == list.end() || !file.isComplete()) {
             return damaged(u"it is incomplete"_s);
         }
         Image image{static_cast<int>(width), static_cast<int>(height), sortedChannels(list), {}};
+        if (!fitsMemory(sizeof(float) * static_cast<double>(image.numSamples()))) {
+            memoryError(error, path, {image.width, image.height});
+            return std::nullopt;
+        }
         if (integer) {
             image.samples = std::vector<quint32>(image.numSamples());
         } else {
@@ -142,6 +151,8 @@ std::optional<Image> readExr(const QString& path, QString* error)
         file.setFrameBuffer(frameBufferOf(image, window.min));
         file.readPixels(window.min.y, window.max.y);
         return image;
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception& exception) {
         return damaged(QString::fromUtf8(exception.what()));
     }

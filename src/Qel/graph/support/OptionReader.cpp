@@ -53,7 +53,8 @@ void OptionReader::readObject(const QString& place, const std::vector<OptionDesc
     }
     for (auto value = given.begin(); value != given.end(); ++value) {
         if (!names.contains(value.key())) {
-            m_errors.add(place + u'.' + value.key(), unknown + suggestion(value.key(), names));
+            m_errors.add(place + u'.' + value.key(),
+                         [&] { return unknown + suggestion(value.key(), names); });
         }
     }
 }
@@ -88,7 +89,7 @@ QVariantList OptionReader::readElements(const QString& place, const OptionDescri
     for (qsizetype i = 0; i < elements.size(); ++i) {
         const QString elementPlace = u"%1[%2]"_s.arg(place).arg(i);
         if (!elements[i].isObject()) {
-            m_errors.add(elementPlace, u"must be an object {...}, not %1"_s.arg(jsonText(elements[i])));
+            m_errors.add(elementPlace, u"must be an object {...}, not %1"_s.arg(shownValue(elements[i])));
             continue;
         }
         QVariantMap members;

@@ -2,13 +2,19 @@
 
 #include <algorithm>
 
+#include <epoxy/gl.h>
+
+#include <Qel/core/Diagnostics.h>
 #include <Qel/core/MetaTypes.h>
 #include <Qel/core/PassDescription.h>
 #include <Qel/gl/DrawBuffers.h>
+#include <Qel/gl/Formats.h>
+#include <Qel/gl/GLErrors.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/ShaderProgram.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
+#include <Qel/graph/support/GraphErrors.h>
 #include <Qel/graph/support/Scene.h>
 
 using namespace Qt::StringLiterals;
@@ -62,7 +68,7 @@ PassRunner::~PassRunner()
     }
 }
 
-void PassRunner::createPasses(const GraphPlan& plan, QStringList* errors)
+void PassRunner::createPasses(const GraphPlan& plan, GraphErrors& errors)
 {
     m_nodeOfPass.assign(plan.passes.size(), -1);
     for (const int index : plan.order) {
@@ -78,7 +84,7 @@ void PassRunner::createPasses(const GraphPlan& plan, QStringList* errors)
             error = u"%1 declares other ports than its description"_s.arg(planned.type);
         }
         if (!node.pass) {
-            errors->append(u"%1: %2"_s.arg(node.place, error));
+            errors.add(planned.name, error);
             continue;
         }
         m_nodeOfPass[static_cast<size_t>(index)] = numNodes();
@@ -111,7 +117,7 @@ void PassRunner::connectPasses(const GraphPlan& plan, const Scene& scene)
                 break;
             case InputSource::Connection: {
                 const int source = m_nodeOfPass[static_cast<size_t>(input.pass)];
-                target.connections.push_back({source, input.output, i});
+                target.connections.push_back({source, input.output, i, input.isDepth});
                 ++node(source).users[static_cast<size_t>(input.output)];
                 break;
             }
@@ -139,8 +145,22 @@ void PassRunner::keepOutputs(const GraphPlan& plan)
                 m_image = static_cast<int>(m_kept.size());
             }
             if (isPicture || m_options.keepOutputs) {
-                m_kept.push_back({i, output, {}, nullptr});
+                m_kept.push_back({i, output});
                 ++node(i).users[static_cast<size_t>(output)];
+            }
+        }
+    }
+    for (const int index : plan.order) {
+        const PlannedPass& planned = plan.passes[static_cast<size_t>(index)];
+        Node& modifier = node(m_nodeOfPass[static_cast<size_t>(index)]);
+        for (const Connection& connection : modifier.connections) {
+            const auto kept = std::find_if(m_kept.begin(), m_kept.end(), [&](const KeptOutput& candidate) {
+                return candidate.node == connection.node && candidate.output == connection.output;
+            });
+            if (kept != m_kept.end() && planned.inputs[static_cast<size_t>(connection.input)].isModified) {
+                kept->copy = std::make_unique<TextureCopy>();
+                modifier.modified.push_back(static_cast<size_t>(kept - m_kept.begin()));
+                --node(kept->node).users[static_cast<size_t>(kept->output)];
             }
         }
     }
@@ -163,6 +183,7 @@ bool PassRunner::renderFrame(Scene& scene, QString* error)
         return false;
     }
     releaseOutputs();
+    takeGLError(); // forgets the errors of others
     m_numFailedBuilds = ShaderProgram::numFailedBuilds();
     prepareFrame(scene);
     for (const Node& node : m_nodes) {
@@ -179,6 +200,7 @@ bool PassRunner::renderFrame(Scene& scene, QString* error)
         node.pass->endFrame(m_options.callbacks);
     }
     OpenGLDeviceContext::current()->setLabelPrefix({});
+    setMessagePlace({});
     good = good && readKeptOutputs(error);
     if (m_profiler) {
         m_profiler->endFrame();
@@ -197,6 +219,7 @@ void PassRunner::prepareFrame(Scene& scene)
         }
         if (!m_isSetUp) {
             OpenGLDeviceContext::current()->setLabelPrefix(node.name);
+            setMessagePlace(node.place);
             node.pass->setup(m_options.callbacks);
         }
         for (const FrameValueInput& input : node.frameValues) {
@@ -209,9 +232,47 @@ void PassRunner::prepareFrame(Scene& scene)
     scene.markUnchanged();
 }
 
+/// Copies an output before a pass modifies it.
+void PassRunner::copyOutput(KeptOutput& kept)
+{
+    auto* texture = pointerFromVariant<Texture>(node(kept.node).pass->output(kept.output));
+    if (texture && texture->target() == GL_TEXTURE_2D && !texture->size().isEmpty()) {
+        kept.texture = kept.copy->copy(texture);
+        kept.value = QVariant::fromValue<QObject*>(kept.texture);
+    }
+}
+
+/// Whether the inputs that take only depth textures have such; the driver would reject a framebuffer instead.
+bool PassRunner::hasDepthFormats(const Node& node, QString* error) const
+{
+    for (const Connection& connection : node.connections) {
+        const Node& source = this->node(connection.node);
+        const auto* texture = connection.isDepth
+                                  ? pointerFromVariant<Texture>(source.pass->output(connection.output))
+                                  : nullptr;
+        // 0 for a texture whose format is not known.
+        const unsigned int format = texture ? formatFromInternalFormat(texture->internalFormat()) : 0;
+        if (format != 0 && format != GL_DEPTH_COMPONENT && format != GL_DEPTH_STENCIL) {
+            *error = u"%1.%2: \"@%3.%4\" is a colour texture, %5; connect a depth texture"_s.arg(
+                node.place, PortName::parse(node.pass->inputName(connection.input)).name, source.name,
+                PortName::parse(source.pass->outputName(connection.output)).name,
+                internalFormatName(texture->internalFormat()));
+            return false;
+        }
+    }
+    return true;
+}
+
 bool PassRunner::startPass(int index, QString* error)
 {
     const Node& current = node(index);
+    setMessagePlace(current.place);
+    if (!hasDepthFormats(current, error)) {
+        return false;
+    }
+    for (const size_t kept : current.modified) {
+        copyOutput(m_kept[kept]);
+    }
     for (const Connection& connection : current.connections) {
         current.pass->setInput(connection.input, node(connection.node).pass->output(connection.output));
     }
@@ -229,10 +290,15 @@ bool PassRunner::startPass(int index, QString* error)
         m_profiler->end(index);
     }
     context.popDebugGroup();
+    checkGLError("PassRunner", __LINE__);
 
     if (ShaderProgram::numFailedBuilds() != m_numFailedBuilds) {
         m_permanentError = current.place + u": its shader program failed to build"_s;
         *error = m_permanentError;
+        return false;
+    }
+    if (const QString glError = takeGLError(); !glError.isEmpty()) {
+        *error = u"%1: OpenGL error: %2"_s.arg(current.place, glError);
         return false;
     }
     if (const unsigned int code = current.pass->errorCode(); code != 0) {
@@ -245,8 +311,10 @@ bool PassRunner::startPass(int index, QString* error)
 bool PassRunner::readKeptOutputs(QString* error)
 {
     for (KeptOutput& kept : m_kept) {
-        kept.value = node(kept.node).pass->output(kept.output);
-        kept.texture = pointerFromVariant<Texture>(kept.value);
+        if (!kept.copy) {
+            kept.value = node(kept.node).pass->output(kept.output);
+            kept.texture = pointerFromVariant<Texture>(kept.value);
+        }
     }
     if (m_image >= 0 && !image()) {
         const KeptOutput& kept = m_kept[static_cast<size_t>(m_image)];
@@ -294,8 +362,11 @@ void PassRunner::dropUnreadOutputs(int lastNode)
             }
         }
     }
-    for (const KeptOutput& kept : m_kept) {
-        if (kept.node <= lastNode) {
+    for (KeptOutput& kept : m_kept) {
+        if (kept.copy) {
+            kept.texture = nullptr;
+            kept.value.clear();
+        } else if (kept.node <= lastNode) {
             drop(kept.node, kept.output);
         }
     }
@@ -321,7 +392,7 @@ std::vector<RenderGraph::Output> PassRunner::outputs() const
 void PassRunner::releaseOutputs()
 {
     for (KeptOutput& kept : m_kept) {
-        if (kept.texture) {
+        if (kept.texture && !kept.copy) {
             m_context.whenCurrent([texture = kept.texture] {
                 TextureManager::Instance()->releaseTempTextureRef(texture, 1);
             });

@@ -11,9 +11,11 @@
 #include <Qel/gl/ContextReference.h>
 #include <Qel/graph/GraphPlan.h>
 #include <Qel/graph/RenderGraph.h>
+#include <Qel/graph/support/TextureCopy.h>
 
 namespace Morvane::Qel {
 
+class GraphErrors;
 class Scene;
 
 /// Creates the passes of a plan and runs them frame by frame. Everything that a frame needs is in arrays, so
@@ -29,7 +31,7 @@ public:
     PassRunner& operator=(const PassRunner&) = delete;
 
     /// Creates the passes in execution order; adds a line to `errors` for each that cannot be created.
-    void createPasses(const GraphPlan& plan, QStringList* errors);
+    void createPasses(const GraphPlan& plan, GraphErrors& errors);
     /// Sets constants and models and prepares connections. Call it once, after createPasses has succeeded.
     void connectPasses(const GraphPlan& plan, const Scene& scene);
     /// Sets an input, which gets no frame value from now on. `pass` is an index into GraphPlan::passes.
@@ -49,6 +51,8 @@ private:
         int node;
         int output;
         int input;
+        /// Whether the input takes only textures with a depth format.
+        bool isDepth;
     };
     struct FrameValueInput
     {
@@ -67,14 +71,18 @@ private:
         std::vector<FrameValueInput> frameValues;
         /// User count of each output.
         std::vector<int> users;
+        /// Indices into m_kept of the outputs that this pass modifies in place.
+        std::vector<size_t> modified;
     };
-    /// An output that stays readable after the frame. Holds one reference of its texture.
+    /// An output that stays readable after the frame. Holds one reference of its texture, or a copy of it if
+    /// a later pass modifies it in place.
     struct KeptOutput
     {
         int node;
         int output;
-        QVariant value;
-        Texture* texture;
+        QVariant value = {};
+        Texture* texture = nullptr;
+        std::unique_ptr<TextureCopy> copy = {};
     };
 
     Node& node(int index) { return m_nodes[static_cast<size_t>(index)]; }
@@ -82,7 +90,9 @@ private:
     int numNodes() const { return static_cast<int>(m_nodes.size()); }
     void keepOutputs(const GraphPlan& plan);
     void prepareFrame(Scene& scene);
+    void copyOutput(KeptOutput& kept);
     bool startPass(int index, QString* error);
+    bool hasDepthFormats(const Node& node, QString* error) const;
     bool readKeptOutputs(QString* error);
     void dropUnreadOutputs(int lastNode);
     QString emptyOutputError(int index, int output) const;
