@@ -144,7 +144,7 @@ double psnr(const ImagePair& pair)
     }
     const double numSamples = static_cast<double>(pair.width()) * static_cast<double>(pair.height()) *
                               static_cast<double>(numChannels);
-    return -10.0 * std::log10(sumOfSquares / numSamples);
+    return 10.0 * std::log10(numSamples / sumOfSquares);
 }
 
 std::optional<ImageMetric> ssim(const ImagePair& pair, ColorEncoding encoding, QString* error)

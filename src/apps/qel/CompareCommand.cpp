@@ -51,7 +51,7 @@ struct Settings
     bool json = false;
 };
 
-/// Reads the value of an option that is above or at `low` and at most `high`, which `range` says in words.
+/// Reads the value of an option, from `low` to `high`, which `range` says in words.
 double number(const Arguments& options, const QString& name, double initial, double low, double high,
               const QString& range)
 {
@@ -75,7 +75,7 @@ Settings settingsOf(const Arguments& options)
     settings.comparison.pixelsPerDegree =
         number(options, u"pixels-per-degree"_s, defaultPixelsPerDegree, 1.0, 1000.0, u"from 1 to 1000"_s);
     settings.tolerance = number(options, u"tolerance"_s, 0.0, 0.0, infinity, u">= 0"_s);
-    settings.gain = number(options, u"gain"_s, 1.0, std::numeric_limits<double>::min(), 1e9, u"> 0"_s);
+    settings.gain = number(options, u"gain"_s, 1.0, 0.0, 1.0e6, u"from 0 to 1000000"_s);
     settings.difference = options.value(u"difference"_s);
     settings.flipMap = options.value(u"flip-map"_s);
     settings.json = options.isSet(u"json"_s);

@@ -51,7 +51,7 @@ Scores Scores::meanOf(const std::vector<Scores>& all)
         meanOfDefined(all, [](const Scores& scores) { return std::pow(10.0, -0.1 * scores.psnr); });
     return {meanOfDefined(all, [](const Scores& scores) { return scores.largest; }),
             meanOfDefined(all, [](const Scores& scores) { return scores.mean; }),
-            -10.0 * std::log10(meanSquare),
+            10.0 * std::log10(1.0 / meanSquare),
             meanOfDefined(all, [](const Scores& scores) { return scores.ssim; }),
             meanOfDefined(all, [](const Scores& scores) { return scores.flip; })};
 }
