@@ -1,3 +1,6 @@
+#include <QJsonDocument>
+#include <QJsonObject>
+
 #include <gtest/gtest.h>
 
 #include <Qel/graph/ImageIO.h>
@@ -128,6 +131,20 @@ TEST_F(RenderCommand, FailureKeepsTheOldFileAndGivesOneLine)
     }
     // The source around the line comes only on demand.
     EXPECT_TRUE(render("ramp.json", {"--verbose"}).errors.contains("uniform float Qel_float_Blue;"));
+}
+
+TEST_F(RenderCommand, ProfileMeasuresFramesAfterTheWarmUp)
+{
+    const ProgramResult result =
+        render("ramp.json", {"--profile", "--json", "--frames", "4", "--output", path("%d.png")});
+    // The frames that are rendered for the profile alone are not written.
+    EXPECT_EQ(files("*.png"), (QStringList{"0.png", "1.png", "2.png", "3.png"}));
+    const QJsonObject profile = QJsonDocument::fromJson(result.output.toUtf8()).object();
+    // The software rasteriser gives the machine's uptime for a query that begins before the first draw.
+    EXPECT_LT(profile["frame"]["gpu"]["percentile95"].toDouble(), 60.0e3);
+    const QJsonValue ramp = profile["passes"][0]["cpu"];
+    EXPECT_LT(ramp["median"].toDouble(), ramp["percentile95"].toDouble());
+    EXPECT_EQ(profile["frames"], 4);
 }
 
 TEST_F(RenderCommand, ProfileGraphAndInfoPrintTheirTables)

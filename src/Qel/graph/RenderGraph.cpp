@@ -192,7 +192,7 @@ GPUModel* RenderGraph::model(const QString& name) const
     return found == models.end() ? nullptr : d->scene->model(static_cast<size_t>(found - models.begin()));
 }
 
-std::vector<Profiler::Row> RenderGraph::profile()
+Profiler::Report RenderGraph::profile()
 {
     return d->runner->profile();
 }

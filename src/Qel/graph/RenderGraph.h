@@ -36,7 +36,7 @@ class QEL_GRAPH_EXPORT RenderGraph
 public:
     struct Options
     {
-        /// Measures the GPU and CPU time of each pass.
+        /// Measures the GPU and CPU time of each pass, see Profiler.
         bool profile = false;
         /// Keeps the outputs of all passes readable after a frame, not only the graph's output.
         bool keepOutputs = false;
@@ -103,8 +103,9 @@ public:
     const GraphPlan& plan() const;
     /// The model with this name; null if there is none.
     GPUModel* model(const QString& name) const;
-    /// Times measured so far; empty without Options::profile. Waits for the GPU.
-    std::vector<Profiler::Row> profile();
+    /// Times measured so far, a section per pass in execution order; empty without Options::profile. Waits
+    /// for the GPU.
+    Profiler::Report profile();
 
 private:
     struct Private;

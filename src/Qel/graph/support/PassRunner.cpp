@@ -402,9 +402,9 @@ void PassRunner::releaseOutputs()
     }
 }
 
-std::vector<Profiler::Row> PassRunner::profile()
+Profiler::Report PassRunner::profile()
 {
-    return m_profiler ? m_profiler->rows() : std::vector<Profiler::Row>();
+    return m_profiler ? m_profiler->report() : Profiler::Report();
 }
 
 } // namespace Morvane::Qel

@@ -42,7 +42,7 @@ public:
     Texture* image() const;
     std::vector<RenderGraph::Output> outputs() const;
     void releaseOutputs();
-    std::vector<Profiler::Row> profile();
+    Profiler::Report profile();
 
 private:
     /// An output of an earlier pass that an input reads.
