@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include <Qel/core/Text.h>
+
 #include "Failure.h"
 
 using namespace Qt::StringLiterals;
