@@ -54,7 +54,7 @@ private:
         GLSLMacroProcessor::Result result;
     };
     void compile(const Composed& source);
-    bool placeAttributes();
+    void bindStandardAttributes();
     void fail(const QString& message);
     void addMessage(const QString& message);
     void addDriverLog(const QString& log, const GLSLMacroProcessor::Result& composed);

@@ -219,6 +219,11 @@ unsigned int ShaderProgram::attributeMask() const
     return d->linked.attributeMask;
 }
 
+const std::shared_ptr<const AttributeLayout>& ShaderProgram::attributes() const
+{
+    return d->linked.attributes;
+}
+
 const ActiveUniform& ShaderProgram::resolve(Uniform& uniform) const
 {
     if (uniform.m_buildSerial != d->buildSerial) {

@@ -18,13 +18,14 @@
 namespace Morvane::Qel {
 
 class GLSLMacroProcessor;
+struct AttributeLayout;
 
 /// A GLSL program. Stages are added as source text or files; the first bind preprocesses, compiles and links
 /// them.
 ///
 /// Every source is preprocessed, by the macro processor that was set or by a default one that finds includes
-/// in ":/Media/Shaders". Attribute locations, the binding points of instance-data blocks and the texture
-/// units of material textures are the same in every program.
+/// in ":/Media/Shaders". The binding points of instance-data blocks and the texture units of material
+/// textures are the same in every program. Attributes may have any locations: vertex arrays match them by name.
 ///
 /// When a ShaderProgram is destroyed, its context keeps the linked program for a while. The next
 /// ShaderProgram with the same sources reuses it instead of compiling, with all uniforms back at their
@@ -94,6 +95,9 @@ public:
     unsigned int programID() const;
     /// The attributes that the program reads: bit i stands for location i.
     unsigned int attributeMask() const;
+    /// The names and locations of the attributes, for vertex arrays; null before the build and after a failed
+    /// one.
+    const std::shared_ptr<const AttributeLayout>& attributes() const;
     /// The index of an active uniform block, -1 if the program has none of this name.
     int uniformBlockIndex(const char* name) const;
 
