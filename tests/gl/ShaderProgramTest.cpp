@@ -6,11 +6,9 @@
 
 #include <Qel/gl/BufferObject.h>
 #include <Qel/gl/DrawBuffers.h>
-#include <Qel/gl/FramebufferObject.h>
 #include <Qel/gl/GLSLMacroProcessor.h>
 #include <Qel/gl/Guards.h>
 #include <Qel/gl/InstanceData.h>
-#include <Qel/gl/Texture.h>
 #include <Qel/gl/VertexArrayObject.h>
 
 #include "support/Folder.h"
@@ -177,34 +175,19 @@ TEST_F(ShaderProgramTest, UniformHandlesFollowThePrograms)
     expectMessage(u"failed: a program that is built takes no more sources"_s);
 }
 
-/// Draws a batch into a pixel of GL_RGBA32F.
-QVector4D drawPixel(ShaderProgram& program, DrawBuffers& batch)
-{
-    const auto target = makeTexture(Pixels::filled(1, 1, {}), GL_RGBA32F);
-    FramebufferObject framebuffer;
-    const AutoBinder framebufferBinder(&framebuffer);
-    framebuffer.attach(target.get(), GL_COLOR_ATTACHMENT0, 0);
-    framebuffer.setDrawBuffers();
-    const AutoBinder programBinder(&program);
-    const AutoBinder batchBinder(&batch);
-    EXPECT_TRUE(batch.draw());
-    return readTexture(target.get()).at(0, 0);
-}
-
 TEST_F(ShaderProgramTest, ReadsEveryAttributeAtItsLocationInTheLinkedProgram)
 {
-    const auto batch = context().fullScreenQuad();
+    const auto array = context().fullScreenTriangle()->VAO();
     const auto makeBuffer = [](const auto& values) {
         auto buffer = QSharedPointer<BufferObject>::create(GL_ARRAY_BUFFER);
         buffer->uploadBytes(values.data(), sizeof(values), GL_STATIC_DRAW);
         return buffer;
     };
-    // The same at each of the four vertices.
-    std::array<std::array<float, 16>, 4> matrices{};
+    // The same at every vertex.
+    std::array<std::array<float, 16>, 3> matrices{};
     matrices.fill({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16});
-    const std::array<int, 4> numbers{-3, -3, -3, -3};
-    batch->VAO()->upload(u"my_Matrix"_s, makeBuffer(matrices), 16, GL_FLOAT);
-    batch->VAO()->upload(u"my_Number"_s, makeBuffer(numbers), 1, GL_INT);
+    array->upload(u"my_Matrix"_s, makeBuffer(matrices), 16, GL_FLOAT);
+    array->upload(u"my_Number"_s, makeBuffer(std::array{-3, -3, -3}), 1, GL_INT);
     const auto makeProgram = [](const QString& attributes, const QString& value) {
         auto program = std::make_unique<ShaderProgram>();
         program->addShader(
@@ -229,22 +212,21 @@ TEST_F(ShaderProgramTest, ReadsEveryAttributeAtItsLocationInTheLinkedProgram)
                                      u"my_Matrix[3] - my_Number"_s);
     // Each program finds the batch as another one left it.
     for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(drawPixel(*own, *batch), QVector4D(7, 7, 7, 7));
-        EXPECT_EQ(drawPixel(*moved, *batch), QVector4D(2, 3, 4, 5));
-        EXPECT_EQ(drawPixel(*columns, *batch), QVector4D(16, 17, 18, 19));
+        EXPECT_EQ(drawScreen(*own, 1, 1).at(0, 0), QVector4D(7, 7, 7, 7));
+        EXPECT_EQ(drawScreen(*moved, 1, 1).at(0, 0), QVector4D(2, 3, 4, 5));
+        EXPECT_EQ(drawScreen(*columns, 1, 1).at(0, 0), QVector4D(16, 17, 18, 19));
     }
-    const std::array<int, 4> others{10, 10, 10, 10};
-    batch->VAO()->upload(u"my_Number"_s, makeBuffer(others), 1, GL_INT);
-    EXPECT_EQ(drawPixel(*moved, *batch), QVector4D(15, 16, 17, 18));
+    array->upload(u"my_Number"_s, makeBuffer(std::array{10, 10, 10}), 1, GL_INT);
+    EXPECT_EQ(drawScreen(*moved, 1, 1).at(0, 0), QVector4D(15, 16, 17, 18));
     EXPECT_EQ(glGetFragDataLocation(moved->programID(), "first"), 0);
     EXPECT_EQ(glGetFragDataLocation(moved->programID(), "second"), 1);
     // More names than any program could have at once.
     for (int i = 0; i < 40; ++i) {
         const QString name = u"my_Attribute%1"_s.arg(i);
-        batch->VAO()->upload(name, batch->VAO()->bo(u"my_Number"_s), 1, GL_INT);
+        array->upload(name, array->bo(u"my_Number"_s), 1, GL_INT);
         const auto program =
             makeProgram(u"in vec3 va_Vertex; in int %1;"_s.arg(name), u"vec4(%1)"_s.arg(name));
-        EXPECT_EQ(drawPixel(*program, *batch), QVector4D(10, 10, 10, 10)) << i;
+        EXPECT_EQ(drawScreen(*program, 1, 1).at(0, 0), QVector4D(10, 10, 10, 10)) << i;
     }
 }
 

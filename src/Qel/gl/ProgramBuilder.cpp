@@ -11,6 +11,7 @@
 #include <Qel/gl/AttributeLayout.h>
 #include <Qel/gl/InstanceData.h>
 #include <Qel/gl/LinkedProgram.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
 
 using namespace Qt::StringLiterals;
 
@@ -98,6 +99,11 @@ QString stageName(unsigned int stage)
     }
 }
 
+bool isTessellation(unsigned int stage)
+{
+    return stage == GL_TESS_CONTROL_SHADER || stage == GL_TESS_EVALUATION_SHADER;
+}
+
 void ProgramBuilder::preprocess(const ProgramSource& source)
 {
     QString text = source.text;
@@ -135,6 +141,15 @@ QByteArray ProgramBuilder::hash() const
     return hash.result();
 }
 
+std::vector<ShaderProgram::Source> ProgramBuilder::composedSources() const
+{
+    std::vector<ShaderProgram::Source> sources;
+    for (const Composed& composed : m_sources) {
+        sources.push_back({composed.stage, composed.result.source});
+    }
+    return sources;
+}
+
 void ProgramBuilder::compile(const Composed& source)
 {
     const GLSLMacroProcessor::Result& composed = source.result;
@@ -162,6 +177,14 @@ void ProgramBuilder::compile(const Composed& source)
 unsigned int ProgramBuilder::link(const QStringList& fragDataLocations)
 {
     m_program = glCreateProgram();
+    const OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    const bool tessellates = std::any_of(m_sources.begin(), m_sources.end(),
+                                         [](const Composed& source) { return isTessellation(source.stage); });
+    if (tessellates && context->version() < 40 && !context->hasExtension("ARB_tessellation_shader")) {
+        fail(u"tessellation stages need OpenGL 4.0 or GL_ARB_tessellation_shader; this context has %1"_s.arg(
+            context->versionString()));
+        return m_program;
+    }
     for (const Composed& source : m_sources) {
         compile(source);
     }

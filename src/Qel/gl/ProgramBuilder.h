@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <Qel/gl/GLSLMacroProcessor.h>
+#include <Qel/gl/ShaderProgram.h>
 
 namespace Morvane::Qel {
 
@@ -21,8 +22,8 @@ struct ProgramSource
     bool isFile;
 };
 
-/// The name of a stage in messages, such as "fragment shader".
-QString stageName(unsigned int stage);
+/// Whether a stage is one of the two tessellation stages.
+bool isTessellation(unsigned int stage);
 
 /// One build of a program: preprocess every source, then compile and link them all. Collects the messages.
 /// Private to this library.
@@ -40,6 +41,9 @@ public:
     /// Compiles and links what was preprocessed. Returns the GL name of the program, which the caller deletes
     /// if the build has failed.
     unsigned int link(const QStringList& fragDataLocations);
+
+    /// The preprocessed sources in the order in which they were added.
+    std::vector<ShaderProgram::Source> composedSources() const;
 
     bool hasFailed() const { return m_failed; }
     /// Every message, mapped to files and lines.

@@ -34,7 +34,7 @@ struct TransferBuffers : ContextData
 
 QSharedPointer<DrawBuffers> makeFullScreenBatch(OpenGLDeviceContext* context,
                                                 const std::vector<float>& positions,
-                                                const std::vector<float>& texCoords, GLenum primitiveType)
+                                                const std::vector<float>& texCoords)
 {
     const ResourceScope::Activation suspended(context, nullptr);
     const auto makeBuffer = [](const std::vector<float>& values) {
@@ -47,7 +47,7 @@ QSharedPointer<DrawBuffers> makeFullScreenBatch(OpenGLDeviceContext* context,
     vertexArray->upload(u"va_TexCoord"_s, makeBuffer(texCoords), 2, GL_FLOAT);
     auto batch = QSharedPointer<DrawBuffers>::create();
     batch->setVAO(vertexArray);
-    batch->setPrimitiveType(primitiveType);
+    batch->setPrimitiveType(GL_TRIANGLES);
     batch->setVertexCount(static_cast<int>(positions.size() / 3));
     return batch;
 }
@@ -58,8 +58,7 @@ QSharedPointer<DrawBuffers> OpenGLDeviceContext::fullScreenTriangle()
 {
     QSharedPointer<DrawBuffers>& triangle = data<FullScreenBatches>().triangle;
     if (!triangle) {
-        triangle =
-            makeFullScreenBatch(this, {-1, -1, 0, 3, -1, 0, -1, 3, 0}, {0, 0, 2, 0, 0, 2}, GL_TRIANGLES);
+        triangle = makeFullScreenBatch(this, {-1, -1, 0, 3, -1, 0, -1, 3, 0}, {0, 0, 2, 0, 0, 2});
     }
     return triangle;
 }
@@ -68,8 +67,8 @@ QSharedPointer<DrawBuffers> OpenGLDeviceContext::fullScreenQuad()
 {
     QSharedPointer<DrawBuffers>& quad = data<FullScreenBatches>().quad;
     if (!quad) {
-        quad = makeFullScreenBatch(this, {-1, -1, 0, 1, -1, 0, -1, 1, 0, 1, 1, 0}, {0, 0, 1, 0, 0, 1, 1, 1},
-                                   GL_TRIANGLE_STRIP);
+        quad = makeFullScreenBatch(this, {-1, -1, 0, 1, -1, 0, -1, 1, 0, -1, 1, 0, 1, -1, 0, 1, 1, 0},
+                                   {0, 0, 1, 0, 0, 1, 0, 1, 1, 0, 1, 1});
     }
     return quad;
 }

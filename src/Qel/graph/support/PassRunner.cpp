@@ -1,7 +1,10 @@
 #include <Qel/graph/support/PassRunner.h>
 
 #include <algorithm>
+#include <utility>
 
+#include <Qel/RenderPasses/framework/ShaderRenderPass.h>
+#include <Qel/core/Diagnostics.h>
 #include <Qel/core/MetaTypes.h>
 #include <Qel/core/PassDescription.h>
 #include <Qel/gl/DrawBuffers.h>
@@ -212,7 +215,7 @@ void PassRunner::prepareFrame(Scene& scene)
 
 bool PassRunner::startPass(int index, QString* error)
 {
-    const Node& current = node(index);
+    Node& current = node(index);
     for (const Connection& connection : current.connections) {
         current.pass->setInput(connection.input, node(connection.node).pass->output(connection.output));
     }
@@ -229,6 +232,7 @@ bool PassRunner::startPass(int index, QString* error)
         m_profiler->end(index);
     }
     m_context->popDebugGroup();
+    showNotices(current);
 
     if (ShaderProgram::numFailedBuilds() != m_numFailedBuilds) {
         m_permanentError = current.place + u": its shader program failed to build"_s;
@@ -240,6 +244,20 @@ bool PassRunner::startPass(int index, QString* error)
         return false;
     }
     return true;
+}
+
+/// Logs, after a pass's first frame, what it found wrong with a user's shaders.
+void PassRunner::showNotices(Node& node)
+{
+    if (std::exchange(node.noticesShown, true)) {
+        return;
+    }
+    if (const auto* pass = dynamic_cast<const ShaderRenderPass*>(node.pass.get())) {
+        for (const ShaderRenderPass::Notice& notice : pass->notices()) {
+            const QString port = notice.port.isEmpty() ? QString() : u'.' + PortName::parse(notice.port).name;
+            logNotice(__FILE__, __LINE__, u"%1%2: %3"_s.arg(node.place, port, notice.text));
+        }
+    }
 }
 
 bool PassRunner::readKeptOutputs(QString* error)

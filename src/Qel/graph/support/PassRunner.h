@@ -66,6 +66,7 @@ private:
         std::vector<FrameValueInput> frameValues;
         /// User count of each output.
         std::vector<int> users;
+        bool noticesShown = false;
     };
     /// An output that stays readable after the frame. Holds one reference of its texture.
     struct KeptOutput
@@ -82,6 +83,7 @@ private:
     void keepOutputs(const GraphPlan& plan);
     void prepareFrame(Scene& scene);
     bool startPass(int index, QString* error);
+    static void showNotices(Node& node);
     bool readKeptOutputs(QString* error);
     void dropUnreadOutputs(int lastNode);
     QString emptyOutputError(int index, int output) const;
