@@ -226,10 +226,10 @@ TEST_F(ShaderRenderPassTest, DrawsAModelWithItsDataAndADepthBuffer)
     ModelData data;
     QMatrix4x4 transform;
     transform.translate(0.25F, 0.0F, -0.5F);
-    addObject(data, makeSquare(), {.kd = {0.0F, 0.4F, 0.6F}}, transform);
+    addObject(data, makeSquare(), {{}, {0.0F, 0.4F, 0.6F}}, transform);
     // Farther, and drawn later.
     transform.translate(-0.5F, 0.0F, 1.0F);
-    addObject(data, makeSquare(), {.kd = {0.2F, 0.8F, 1.0F}}, transform);
+    addObject(data, makeSquare(), {{}, {0.2F, 0.8F, 1.0F}}, transform);
     const GPUModel model(data);
     Runner<TintedPass> pass;
     pass->addInput(viewportPort, QRect(0, 0, 8, 8));
@@ -270,15 +270,16 @@ TEST_F(ShaderRenderPassTest, HasOutputsUpToTheLimitOfTheDriver)
     const int limit = FramebufferObject::maxColorAttachments();
     Runner<ShaderRenderPass> pass;
     pass->addInput(u"Qel_QelTexture*_Src_A"_s);
-    QString source = u"#version 150\nuniform sampler2D u_Src_A;\n%1void main() { %2 }"_s;
+    QString declarations = u"#version 150\nuniform sampler2D u_Src_A;\n"_s;
+    QString body;
     for (int i = 0; i <= limit; ++i) {
         pass->addOutput(u"Qel_QelTexture*_Out_%1"_s.arg(i));
         if (i < limit) {
-            source = source.arg(u"out vec4 o_Out_%1;\n%1"_s.arg(i),
-                                u"o_Out_%1 = %1.0 * texture(u_Src_A, vec2(0.5)); %2"_s.arg(i));
+            declarations += u"out vec4 o_Out_%1;\n"_s.arg(i);
+            body += u"o_Out_%1 = %1.0 * texture(u_Src_A, vec2(0.5)); "_s.arg(i);
         }
     }
-    pass->setFragmentShaderSource(source.arg(QString(), QString()));
+    pass->setFragmentShaderSource(declarations + u"void main() { "_s + body + u'}');
     pass.run({makeTexture(Pixels::filled(2, 2, QVector4D(1, 1, 1, 1) / 10.0F), GL_RGBA32F)});
     expectMessage(
         u"%1 texture outputs .* draws into %2 at once; Qel_QelTexture\\*_Out_%2 and"_s.arg(limit + 1).arg(

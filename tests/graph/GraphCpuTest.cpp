@@ -228,7 +228,7 @@ graph.json: twice.Frame: set more than once
 graph.json: twice.Qel_QelTexture*_Mask: set more than once
 graph.json: draw.Geometry: the graph has 2 models; choose one, such as "@scene"
 graph.json: draw2.Geometry: expects a model such as "@scene", not "scene"
-graph.json: batch.Mesh: expects QelDrawBuffers*, but "@scene" is a model
+graph.json: batch.Mesh: expects QelDrawBuffers*, but "@scene" is a model; give the port the type QelGPUModel*
 graph.json: g: cyclic dependency: g -> h -> i -> g
 graph.json: j: cyclic dependency: j -> j)");
 }

@@ -153,7 +153,7 @@ TEST_F(BlurTest, TheLargestRadiusIsUsedForThoseAboveIt)
                           2e-3F));
         if (frame == 0) {
             expectMessage(
-                u"a blur radius of 100000 exceeds this driver's uniforms, which hold radii up to \\d+; "_s);
+                "a blur radius of 100000 exceeds this driver's uniforms, which hold radii up to \\d+; ");
         }
     }
 }

@@ -285,16 +285,17 @@ void ShaderRenderPass::addStage(unsigned int stage, const QString& source)
 {
     static const QRegularExpression version(uR"(^[ \t]*#[ \t]*version\b)"_s,
                                             QRegularExpression::MultilineOption);
-    if (version.match(source).hasMatch()) {
-        m_program->addShader(stage, source, {});
-    } else {
-        // With the #line, messages count from the user's first line, in the manner of each version.
-        const bool tessellates = stage == GL_TESS_CONTROL_SHADER || stage == GL_TESS_EVALUATION_SHADER;
+    const bool tessellates = stage == GL_TESS_CONTROL_SHADER || stage == GL_TESS_EVALUATION_SHADER;
+    QString versioned = source;
+    if (!version.match(source).hasMatch()) {
         const QString added = tessellates ? u"#version 400"_s : u"#version 150"_s;
-        m_program->addShader(stage, added + (tessellates ? u"\n#line 1\n"_s : u"\n#line 0\n"_s) + source, {});
+        // Messages count from the user's first line. Up to version 1.50 #line numbers its own line.
+        versioned = u"%1\n#line %2\n%3"_s.arg(added, tessellates ? u"1"_s : u"0"_s, source);
         m_notices.push_back({{}, u"the %1 has no #version; \"%2\" is added"_s.arg(stageName(stage), added)});
     }
-    if (m_modelInput >= 0) {
+    m_program->addShader(stage, versioned, {});
+    // Compilers want the layout of a tessellation stage in each of its sources.
+    if (m_modelInput >= 0 && !tessellates) {
         addModelAccessors(*m_program, stage);
     }
 }

@@ -22,11 +22,11 @@ class Texture;
 /// - an input Qel_QelTexture*_X is bound to the sampler "u_X". During the draw it has linear filters (integer
 ///   formats: nearest ones) and is clamped to its edges. An unconnected input reads transparent black;
 /// - an input Qel_QelDrawBuffers*_X is drawn instead of the full-screen batch;
-/// - an input Qel_QelGPUModel*_X draws all batches of the model with their instance and material data, which
-///   every stage can read: `#instancedata "InstanceInfo"` and `#instancedata "OBJMaterial"` declare the
-///   accessors, and the functions of TextureManager.glslh and QelUtilities.glslh are linked in. The model is
-///   drawn with a depth buffer of the pass's own, which every frame clears. Such an input yields to one of
-///   the previous kind;
+/// - an input Qel_QelGPUModel*_X draws all batches of the model with their instance and material data.
+///   `#instancedata "InstanceInfo"` and `#instancedata "OBJMaterial"` declare the accessors, and the
+///   functions of TextureManager.glslh and QelUtilities.glslh are linked in, except in tessellation stages.
+///   The model is drawn with a depth buffer of the pass's own, which every frame clears. Such an input yields
+///   to one of the previous kind;
 /// - an input of a plain type sets the uniform with the port's full name;
 /// - an output Qel_QelTexture*_X receives a pooled texture (RGBA8), written by the fragment output "o_X"; its
 ///   consumers own its references.
