@@ -135,7 +135,7 @@ TEST_F(RenderCommand, ShadersAreWrittenAndTheirMistakesShown)
     write("ramp.frag", QString(ramp).remove("#version 150\n").replace("vo_TexCoord", "vo_TexCord"));
     const ProgramResult result = render("ramp.json", {"--frames", "2", "--shaders", path("glsl")});
     EXPECT_EQ(
-        result.errors,
+        QString(result.errors).remove(path("ramp.json").chopped(9)).toStdString(),
         "qel: ramp.json: ramp: the fragment shader has no #version; \"#version 150\" is added\n"
         "qel: ramp.json: ramp: the fragment stage reads vo_TexCord, which the vertex stage does not write; "
         "it has vo_TexCoord\n");
@@ -143,6 +143,7 @@ TEST_F(RenderCommand, ShadersAreWrittenAndTheirMistakesShown)
     EXPECT_TRUE(contents("glsl/ramp.1/1.frag").startsWith("#version 150\n"));
     EXPECT_TRUE(contents("glsl/ramp.1/1.frag").contains("uniform float Qel_float_Blue;"));
 
+    write("ramp.frag", ramp);
     write("tess.json", QString(shaderGraph).replace("\"fragmentShader\"", "\"tessellationControlShader\""));
     const ProgramResult old =
         runProgram({"render", path("tess.json"), "--device", "software", "--frames", "1"},
