@@ -147,6 +147,29 @@ TEST_F(RenderCommand, ProfileMeasuresFramesAfterTheWarmUp)
     EXPECT_EQ(profile["frames"], 4);
 }
 
+TEST_F(RenderCommand, ShadersAreWrittenAndTheirMistakesShown)
+{
+    write("ramp.frag", QString(ramp).remove("#version 150\n").replace("vo_TexCoord", "vo_TexCord"));
+    const ProgramResult result = render("ramp.json", {"--frames", "2", "--shaders", path("glsl")});
+    EXPECT_EQ(
+        QString(result.errors).remove(path("ramp.json").chopped(9)).toStdString(),
+        "qel: ramp.json: ramp: the fragment shader has no #version; \"#version 150\" is added\n"
+        "qel: ramp.json: ramp: the fragment stage reads vo_TexCord, which the vertex stage does not write; "
+        "it has vo_TexCoord\n");
+    EXPECT_EQ(files("*", "glsl/ramp.1"), (QStringList{"0.vert", "1.frag"}));
+    EXPECT_TRUE(contents("glsl/ramp.1/1.frag").startsWith("#version 150\n"));
+    EXPECT_TRUE(contents("glsl/ramp.1/1.frag").contains("uniform float Qel_float_Blue;"));
+
+    write("ramp.frag", ramp);
+    write("tess.json", QString(shaderGraph).replace("\"fragmentShader\"", "\"tessellationControlShader\""));
+    const ProgramResult old =
+        runProgram({"render", path("tess.json"), "--device", "software", "--frames", "1"},
+                   {"MESA_GL_VERSION_OVERRIDE=3.2", "MESA_GLSL_VERSION_OVERRIDE=150",
+                    "MESA_EXTENSION_OVERRIDE=-GL_ARB_tessellation_shader"});
+    EXPECT_TRUE(old.isOneError("tessellation stages need OpenGL 4.0 or GL_ARB_tessellation_shader"))
+        << qPrintable(old.errors);
+}
+
 TEST_F(RenderCommand, ProfileGraphAndInfoPrintTheirTables)
 {
     const auto expectOutput = [](const ProgramResult& result, const QStringList& parts) {

@@ -207,7 +207,7 @@ graph.json: options2.passes: must be an integer, not 1.5
 graph.json: options2.shapes: must be an array [...], not {"kind":"cube"}
 graph.json: ports.outputs: must be an array of strings, not "Qel_QelTexture*_Frame"
 graph.json: ports.inputs: "Radius" is not a port name; write Qel_TYPE_NAME, such as "Qel_float_Radius"
-graph.json: ports.inputs: "Qel_flaot_X" has an unknown type "flaot"; did you mean "float"?
+graph.json: ports.inputs: "Qel_flaot_X" has an unknown type "flaot"; the types are QelTexture*, QelDrawBuffers*, QelGPUModel*, float, double, int, bool, QString, QColor, QMatrix4x4, QVector2D, QVector3D, QVector4D, QRect, QSize, QVariant
 graph.json: ports.inputs: "Qel_int_A" is listed twice
 graph.json: a.Color: must be a colour such as "#ff8000", "#ff800080" or [255, 128, 0, 128], not "#ff80"
 graph.json: a.Viewport: must be four integers [x, y, width, height], not [0,0,1]
@@ -235,7 +235,7 @@ graph.json: twice.Frame: set more than once
 graph.json: twice.Qel_QelTexture*_Mask: set more than once
 graph.json: draw.Geometry: the graph has 2 models; choose one, such as "@scene"
 graph.json: draw2.Geometry: expects a model such as "@scene", not "scene"
-graph.json: batch.Mesh: expects QelDrawBuffers*, but "@scene" is a model
+graph.json: batch.Mesh: expects QelDrawBuffers*, but "@scene" is a model; give the port the type QelGPUModel*
 graph.json: g: cyclic dependency: g -> h -> i -> g
 graph.json: j: cyclic dependency: j -> j)");
 }

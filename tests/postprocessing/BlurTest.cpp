@@ -143,6 +143,21 @@ TEST_F(BlurTest, GlowAddsTheBlurredFrame)
     EXPECT_TRUE(equal(pass.render({QRect(0, 0, 4, 4), whiteTexture, 2.0F, 0.5F, 0.5F, nullptr}), white));
 }
 
+TEST_F(BlurTest, TheLargestRadiusIsUsedForThoseAboveIt)
+{
+    const Pixels image = Pixels::filled(4, 4, {0.25F, 0.5F, 0.75F, 1.0F});
+    Runner<GaussianBlurRenderPass> pass;
+    for (int frame = 0; frame < 2; ++frame) {
+        // The weights are normalised; each of the two half-float results may be off by a step.
+        EXPECT_TRUE(equal(pass.render({QRect(0, 0, 4, 4), makeTexture(image, GL_RGBA32F), 1e5F, 1.0F}), image,
+                          2e-3F));
+        if (frame == 0) {
+            expectMessage(
+                "a blur radius of 100000 exceeds this driver's uniforms, which hold radii up to \\d+; ");
+        }
+    }
+}
+
 TEST_F(BlurTest, PublishesTheInputWithoutABlur)
 {
     TextureManager* pool = TextureManager::Instance();

@@ -78,7 +78,7 @@ struct QEL_CORE_EXPORT PortName
     QString type;
     QString name;
 
-    /// Splits a port name. The type of a list includes its element type:
+    /// Splits a port name. The name may contain underscores. The type of a list includes its element type:
     /// "Qel_QList_QelShadowMapManagerLight*_Lights" has the type "QList_QelShadowMapManagerLight*". The only
     /// name without the prefix, "Int_BlendMode", is an int.
     static PortName parse(const QString& fullName);

@@ -171,6 +171,14 @@ VertexArrayObject* BindingRecord::currentVertexArray() const
     return m_vertexArrays.empty() ? nullptr : m_vertexArrays.back().object;
 }
 
+void BindingRecord::renameVertexArray(const VertexArrayObject* vertexArray, unsigned int name)
+{
+    if (currentVertexArray() == vertexArray && m_vertexArrays.back().name != name) {
+        m_vertexArrays.back().name = name;
+        glBindVertexArray(name);
+    }
+}
+
 void BindingRecord::applyFramebuffers(unsigned int draw, unsigned int read)
 {
     m_drawFramebuffer = draw;

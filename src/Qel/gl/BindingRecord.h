@@ -46,6 +46,8 @@ public:
     void bindVertexArray(VertexArrayObject* vertexArray, unsigned int name);
     void releaseVertexArray(VertexArrayObject* vertexArray);
     VertexArrayObject* currentVertexArray() const;
+    /// Changes the GL name of the current vertex array, if it is this one.
+    void renameVertexArray(const VertexArrayObject* vertexArray, unsigned int name);
 
     void bindFramebuffer(FramebufferObject* framebuffer, unsigned int name);
     void releaseFramebuffer(FramebufferObject* framebuffer);

@@ -68,8 +68,9 @@ public:
     /// Binds the vertex array.
     void bind() override;
     void release() override;
-    /// Draws with the current program; the batch must be bound. Returns false and draws nothing if no valid
-    /// program is current or the batch has no vertex array.
+    /// Draws with the current program; the batch must be bound. With tessellation stages each triangle, line
+    /// or point is a patch of three, two vertices or one; strips, loops and fans are refused and reported.
+    /// Returns false and draws nothing if no valid program is current or the batch has no vertex array.
     bool draw();
 
 private:

@@ -240,6 +240,15 @@ QSize FramebufferObject::size() const
     return {};
 }
 
+int FramebufferObject::maxColorAttachments()
+{
+    int attachments = 0;
+    int drawBuffers = 0;
+    glGetIntegerv(GL_MAX_COLOR_ATTACHMENTS, &attachments);
+    glGetIntegerv(GL_MAX_DRAW_BUFFERS, &drawBuffers);
+    return std::min({attachments, drawBuffers, static_cast<int>(numColorAttachments)});
+}
+
 unsigned int FramebufferObject::getFBO() const
 {
     return m_name.get();

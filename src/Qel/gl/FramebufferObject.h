@@ -45,6 +45,8 @@ public:
     void setDrawBuffers();
     /// Returns the GL name.
     unsigned int getFBO() const;
+    /// Returns how many colour attachments the current context can draw into at once, at most 8.
+    static int maxColorAttachments();
 
 private:
     struct Attachment

@@ -305,6 +305,11 @@ void OpenGLDeviceContext::setLabelPrefix(const QString& prefix)
     d->labelPrefix = prefix;
 }
 
+QString OpenGLDeviceContext::labelPrefix() const
+{
+    return d->labelPrefix;
+}
+
 void OpenGLDeviceContext::label(unsigned int identifier, unsigned int name, const QString& text) const
 {
     if (d->hasDebugOutput) {

@@ -35,8 +35,8 @@ public:
 /// constructor and the destructor need the native context current.
 ///
 /// GL objects belong to the context that is current when they are first used. A context is current on one
-/// thread at a time; before another thread makes it current or destroys it, call doneCurrent. Several contexts
-/// may be used at the same time, each on its own thread.
+/// thread at a time; before another thread makes it current or destroys it, call doneCurrent. Several
+/// contexts may be used at the same time, each on its own thread.
 class QEL_GL_EXPORT OpenGLDeviceContext
 {
 public:
@@ -101,10 +101,12 @@ public:
     /// @{
 
     /// The first full-screen batch: a single oversized triangle whose texture coordinates run from 0 to 1
-    /// across the viewport, so that there is no diagonal seam along which pixels are shaded twice.
+    /// across the viewport, so that there is no diagonal seam along which pixels are shaded twice. Its
+    /// corners are (-1, -1), (3, -1) and (-1, 3) in clip space, with texture coordinates (0, 0), (2, 0) and
+    /// (0, 2).
     virtual QSharedPointer<DrawBuffers> fullScreenTriangle();
-    /// The second full-screen batch: a quad of two triangles with corners at exactly 0 and 1, for vertex
-    /// shaders that compute values to be interpolated across the viewport.
+    /// The second full-screen batch: a quad of two triangles whose corners are those of the viewport, with
+    /// texture coordinates of exactly 0 and 1, for vertex shaders that compute values to be interpolated.
     virtual QSharedPointer<DrawBuffers> fullScreenQuad();
     /// A buffer for pixel uploads (GL_PIXEL_UNPACK_BUFFER). When the caller drops it, the context keeps it
     /// for the next call.
@@ -119,6 +121,7 @@ public:
     void popDebugGroup();
     /// Sets a prefix, such as the name of the running pass, for the labels of objects created from now on.
     void setLabelPrefix(const QString& prefix);
+    QString labelPrefix() const;
     void label(unsigned int identifier, unsigned int name, const QString& text) const;
     /// @}
 

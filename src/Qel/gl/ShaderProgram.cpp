@@ -1,5 +1,8 @@
 #include <Qel/gl/ShaderProgram.h>
 
+#include <QDir>
+#include <QFile>
+
 #include <atomic>
 #include <utility>
 #include <vector>
@@ -31,6 +34,47 @@ struct FailedBuilds : ContextData
     quint64 count = 0;
 };
 
+/// Where a context writes the composed sources of its programs.
+struct SourceFolder : ContextData
+{
+    QString path;
+    int numPrograms = 0;
+};
+
+QString fileEnding(unsigned int stage)
+{
+    switch (stage) {
+    case GL_VERTEX_SHADER:
+        return u"vert"_s;
+    case GL_TESS_CONTROL_SHADER:
+        return u"tesc"_s;
+    case GL_TESS_EVALUATION_SHADER:
+        return u"tese"_s;
+    case GL_GEOMETRY_SHADER:
+        return u"geom"_s;
+    case GL_COMPUTE_SHADER:
+        return u"comp"_s;
+    default:
+        return u"frag"_s;
+    }
+}
+
+void writeSources(SourceFolder& folder, const QString& owner,
+                  const std::vector<ShaderProgram::Source>& sources)
+{
+    const QString name = u"%1.%2"_s.arg(owner.isEmpty() ? u"program"_s : owner).arg(++folder.numPrograms);
+    const QDir directory(QDir(folder.path).filePath(name));
+    directory.mkpath(u"."_s);
+    int number = 0;
+    for (const ShaderProgram::Source& source : sources) {
+        QFile file(directory.filePath(u"%1.%2"_s.arg(number++).arg(fileEnding(source.stage))));
+        if (!file.open(QIODevice::WriteOnly) || file.write(source.text.toUtf8()) < 0 || !file.flush()) {
+            logCritical(__FILE__, __LINE__,
+                        u"%1: cannot be written: %2"_s.arg(file.fileName(), file.errorString()));
+        }
+    }
+}
+
 } // namespace
 
 struct ShaderProgram::Private
@@ -38,6 +82,8 @@ struct ShaderProgram::Private
     std::vector<ProgramSource> sources;
     QStringList fragDataLocations;
     GLSLMacroProcessor* macroProcessor = nullptr;
+    std::vector<Source> composedSources;
+    bool hasTessellation = false;
     bool built = false;
     /// Differs for every build in this process; 0 before the build.
     quint64 buildSerial = 0;
@@ -86,6 +132,7 @@ void ShaderProgram::addShader(unsigned int stage, const QString& source, const Q
 {
     if (QEL_CHECK(__FILE__, !d->built, u"a program that is built takes no more sources"_s)) {
         d->sources.push_back({stage, source, name, false});
+        d->hasTessellation = d->hasTessellation || isTessellation(stage);
     }
 }
 
@@ -93,6 +140,7 @@ void ShaderProgram::addShaderFromFile(unsigned int stage, const QString& path)
 {
     if (QEL_CHECK(__FILE__, !d->built, u"a program that is built takes no more sources"_s)) {
         d->sources.push_back({stage, path, path, true});
+        d->hasTessellation = d->hasTessellation || isTessellation(stage);
     }
 }
 
@@ -125,6 +173,10 @@ void ShaderProgram::build()
     }
     d->context = ContextReference::toCurrent();
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    d->composedSources = builder.composedSources();
+    if (auto& folder = context->data<SourceFolder>(); !folder.path.isEmpty()) {
+        writeSources(folder, context->labelPrefix(), d->composedSources);
+    }
     d->cacheKey = builder.hash() + (d->fragDataLocations + QStringList(objectName())).join(u'\n').toUtf8();
     if (!builder.hasFailed()) {
         d->linked = context->data<ProgramCache>().take(d->cacheKey);
@@ -205,6 +257,36 @@ int ShaderProgram::uniformBlockIndex(const char* name) const
     return index != GL_INVALID_INDEX ? static_cast<int>(index) : -1;
 }
 
+ActiveUniform ShaderProgram::activeUniform(const QString& name) const
+{
+    return d->linked.uniforms.value(name.toUtf8());
+}
+
+QStringList ShaderProgram::activeUniforms() const
+{
+    QStringList names;
+    for (const QByteArray& name : d->linked.uniforms.keys()) {
+        names.append(QString::fromUtf8(name));
+    }
+    names.sort();
+    return names;
+}
+
+const std::vector<ShaderProgram::Source>& ShaderProgram::composedSources() const
+{
+    return d->composedSources;
+}
+
+void ShaderProgram::writeSourcesTo(const QString& folder)
+{
+    OpenGLDeviceContext::current()->data<SourceFolder>().path = folder;
+}
+
+bool ShaderProgram::hasTessellation() const
+{
+    return d->hasTessellation;
+}
+
 quint64 ShaderProgram::numFailedBuilds()
 {
     return OpenGLDeviceContext::current()->data<FailedBuilds>().count;
@@ -223,6 +305,11 @@ unsigned int ShaderProgram::programID() const
 unsigned int ShaderProgram::attributeMask() const
 {
     return d->linked.attributeMask;
+}
+
+const std::shared_ptr<const AttributeLayout>& ShaderProgram::attributes() const
+{
+    return d->linked.attributes;
 }
 
 const ActiveUniform& ShaderProgram::resolve(Uniform& uniform) const

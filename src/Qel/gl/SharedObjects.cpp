@@ -32,7 +32,7 @@ struct TransferBuffers : ContextData
 };
 
 QSharedPointer<DrawBuffers> makeFullScreenBatch(const std::vector<float>& positions,
-                                                const std::vector<float>& texCoords, GLenum primitiveType)
+                                                const std::vector<float>& texCoords)
 {
     const auto makeBuffer = [](const std::vector<float>& values) {
         auto buffer = QSharedPointer<BufferObject>::create(GL_ARRAY_BUFFER);
@@ -44,7 +44,7 @@ QSharedPointer<DrawBuffers> makeFullScreenBatch(const std::vector<float>& positi
     vertexArray->upload(u"va_TexCoord"_s, makeBuffer(texCoords), 2, GL_FLOAT);
     auto batch = QSharedPointer<DrawBuffers>::create();
     batch->setVAO(vertexArray);
-    batch->setPrimitiveType(primitiveType);
+    batch->setPrimitiveType(GL_TRIANGLES);
     batch->setVertexCount(static_cast<int>(positions.size() / 3));
     return batch;
 }
@@ -55,8 +55,7 @@ QSharedPointer<DrawBuffers> OpenGLDeviceContext::fullScreenTriangle()
 {
     QSharedPointer<DrawBuffers>& triangle = data<FullScreenBatches>().triangle;
     if (!triangle) {
-        triangle =
-            makeFullScreenBatch({-1, -1, 0, 3, -1, 0, -1, 3, 0}, {0, 0, 2, 0, 0, 2}, GL_TRIANGLES);
+        triangle = makeFullScreenBatch({-1, -1, 0, 3, -1, 0, -1, 3, 0}, {0, 0, 2, 0, 0, 2});
     }
     return triangle;
 }
@@ -65,8 +64,8 @@ QSharedPointer<DrawBuffers> OpenGLDeviceContext::fullScreenQuad()
 {
     QSharedPointer<DrawBuffers>& quad = data<FullScreenBatches>().quad;
     if (!quad) {
-        quad = makeFullScreenBatch({-1, -1, 0, 1, -1, 0, -1, 1, 0, 1, 1, 0}, {0, 0, 1, 0, 0, 1, 1, 1},
-                                   GL_TRIANGLE_STRIP);
+        quad = makeFullScreenBatch({-1, -1, 0, 1, -1, 0, -1, 1, 0, -1, 1, 0, 1, -1, 0, 1, 1, 0},
+                                   {0, 0, 1, 0, 0, 1, 0, 1, 1, 0, 1, 1});
     }
     return quad;
 }

@@ -129,6 +129,7 @@ std::unique_ptr<RenderPass> makeShaderPass(const PassOptions& options, QString* 
     pass->setBlend(blend == QLatin1StringView("add")           ? Pass::BlendMode::Add
                    : blend == QLatin1StringView("keepByAlpha") ? Pass::BlendMode::KeepByAlpha
                                                                : Pass::BlendMode::None);
+    pass->setFullScreenQuad(options[u"fullScreenBatch"_s] == QLatin1StringView("quad"));
     return pass;
 }
 

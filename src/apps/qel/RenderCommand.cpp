@@ -7,6 +7,7 @@
 
 #include <Qel/core/MetaTypes.h>
 #include <Qel/core/PassDescription.h>
+#include <Qel/gl/ShaderProgram.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/graph/ImageIO.h>
 #include <Qel/graph/OutputFile.h>
@@ -114,12 +115,18 @@ Image outputImage(const RenderGraph& graph, const GraphDescription& description)
     return std::move(images.front());
 }
 
+QDir makeFolder(const QString& path)
+{
+    QDir folder(path);
+    if (!folder.mkpath(u"."_s)) {
+        fail(u"%1: the folder cannot be created; name another one"_s.arg(path));
+    }
+    return folder;
+}
+
 void dump(const RenderGraph& graph, const QString& folderPath)
 {
-    const QDir folder(folderPath);
-    if (!folder.mkpath(u"."_s)) {
-        fail(u"%1: the folder cannot be created; name another one"_s.arg(folderPath));
-    }
+    const QDir folder = makeFolder(folderPath);
     QJsonObject otherValues;
     for (const RenderGraph::Output& output : graph.outputs()) {
         const QString name = u"%1.%2"_s.arg(output.pass, PortName::parse(output.port).name);
@@ -161,6 +168,7 @@ ExitCode render(const QStringList& arguments)
         u"output"_s, u"FILE"_s,
         u"writes the last frame as PNG or EXR; with a name such as frame%04d.png every frame, from 0"_s);
     options.addOption(u"dump"_s, u"DIR"_s, u"writes every output of every pass of the last frame"_s);
+    options.addOption(u"shaders"_s, u"DIR"_s, u"writes the GLSL of every program as the driver gets it"_s);
     options.addOption(
         u"profile"_s, {},
         u"prints the GPU and CPU time of each pass in N frames (default %1) after %2 more to warm "
@@ -203,6 +211,10 @@ ExitCode render(const QStringList& arguments)
     }
 
     const std::unique_ptr<HeadlessContext> context = makeContext(wanted);
+    if (options.isSet(u"shaders"_s)) {
+        makeFolder(options.value(u"shaders"_s));
+        ShaderProgram::writeSourcesTo(options.value(u"shaders"_s));
+    }
     RenderGraph::Options graphOptions;
     graphOptions.profile = hasProfile;
     graphOptions.keepOutputs = hasDump;
@@ -230,7 +242,7 @@ ExitCode render(const QStringList& arguments)
         const Profiler::Report report = graph->profile();
         print(hasJson ? QString::fromUtf8(QJsonDocument(report.json()).toJson()) : report.table());
     }
-    if (!hasOutput && !hasDump && !hasFrames && !hasProfile) {
+    if (!hasOutput && !hasDump && !hasFrames && !hasProfile && !options.isSet(u"shaders"_s)) {
         printNote(u"nothing is written; name a file with --output"_s);
     }
     return ExitCode::Done;

@@ -54,6 +54,19 @@ void main()
 /// of this size anyway.
 constexpr float largestRadius = 16384.0F;
 
+/// The largest radius whose kernel the current driver's uniforms hold. Every element of both arrays may take
+/// the four components of a vector; some are left to the other uniforms.
+float maxBlurRadius()
+{
+    constexpr int componentsOfOthers = 64;
+    constexpr int componentsPerSample = 8;
+    int numComponents = 0;
+    glGetIntegerv(GL_MAX_FRAGMENT_UNIFORM_COMPONENTS, &numComponents);
+    // A radius r needs at most r + 2 samples.
+    const int limit = (numComponents - componentsOfOthers) / componentsPerSample - 2;
+    return std::min(static_cast<float>(limit), largestRadius);
+}
+
 struct Kernel
 {
     QVector<float> weights;
@@ -148,10 +161,19 @@ QString BlurBaseRenderPass::getBaseFragmentShaderSource()
 
 bool BlurBaseRenderPass::provideKernel(float radius)
 {
-    if (m_shaderProgram && radius == m_blurRadius) {
+    if (m_shaderProgram && radius == m_requestedRadius) {
         return false;
     }
+    m_requestedRadius = radius;
     m_blurRadius = radius;
+    if (const float limit = maxBlurRadius(); radius > limit) {
+        logCritical(
+            __FILE__, __LINE__,
+            u"a blur radius of %1 exceeds this driver's uniforms, which hold radii up to %2; that is used"_s
+                .arg(radius)
+                .arg(limit));
+        m_blurRadius = limit;
+    }
     calculateBlurWeights();
     m_shaderProgram.reset(makeShaderProgram(getBaseFragmentShaderSource()));
     provideScreenBatch(m_screenQuad, *m_shaderProgram, Screen::Triangle);

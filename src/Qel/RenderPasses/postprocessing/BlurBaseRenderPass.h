@@ -45,7 +45,8 @@ public:
 
 protected:
     /// Rebuilds the kernel and the program of the base fragment stage if the radius has changed. Returns
-    /// whether it has.
+    /// whether it has. A radius whose kernel exceeds the driver's uniforms is reported, and the largest
+    /// possible one is used.
     bool provideKernel(float radius);
     /// Clears the bound target with the current clear colour. Leaves depth test and depth writes disabled.
     static void clearTarget();
@@ -65,6 +66,8 @@ protected:
     QString m_samplesCountDefine;
 
 private:
+    /// The radius that was asked for last; m_blurRadius is smaller if the driver's uniforms cannot hold it.
+    float m_requestedRadius = 0.0F;
     Uniform m_input{"u_Input"};
     Uniform m_stepVec{"stepVec"};
     Uniform m_weight{"weight"};

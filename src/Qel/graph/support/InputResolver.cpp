@@ -123,7 +123,10 @@ void InputResolver::resolveNamedValue(const QString& place, const QString& name,
         // Only described ports take a list of batches; a port declared in the graph takes a single batch.
         const bool takesBatches = isDescribed && type == batchesType;
         if (!takesBatches && !accepts(type, modelType)) {
-            m_errors.add(place, u"expects %1, but \"@%2\" is a model"_s.arg(type, name));
+            m_errors.add(place,
+                         u"expects %1, but \"@%2\" is a model%3"_s.arg(
+                             type, name,
+                             type == batchesType ? u"; give the port the type QelGPUModel*"_s : QString()));
             return;
         }
         input->source = InputSource::Model;

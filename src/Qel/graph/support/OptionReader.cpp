@@ -109,8 +109,8 @@ void OptionReader::checkPortNames(const QString& place, const QStringList& ports
                 place,
                 u"\"%1\" is not a port name; write Qel_TYPE_NAME, such as \"Qel_float_%1\""_s.arg(port));
         } else if (!portTypes.contains(name.type)) {
-            m_errors.add(place, u"\"%1\" has an unknown type \"%2\"%3"_s.arg(
-                                    port, name.type, suggestion(name.type, portTypes)));
+            m_errors.add(place, u"\"%1\" has an unknown type \"%2\"; the types are %3"_s.arg(
+                                    port, name.type, portTypes.join(u", "_s)));
         } else if (!seen.insert(port).second) {
             m_errors.add(place, u"\"%1\" is listed twice"_s.arg(port));
         }

@@ -1,9 +1,11 @@
 #include <Qel/graph/support/PassRunner.h>
 
 #include <algorithm>
+#include <utility>
 
 #include <epoxy/gl.h>
 
+#include <Qel/RenderPasses/framework/ShaderRenderPass.h>
 #include <Qel/core/Diagnostics.h>
 #include <Qel/core/MetaTypes.h>
 #include <Qel/core/PassDescription.h>
@@ -265,7 +267,7 @@ bool PassRunner::hasDepthFormats(const Node& node, QString* error) const
 
 bool PassRunner::startPass(int index, QString* error)
 {
-    const Node& current = node(index);
+    Node& current = node(index);
     setMessagePlace(current.place);
     if (!hasDepthFormats(current, error)) {
         return false;
@@ -291,6 +293,7 @@ bool PassRunner::startPass(int index, QString* error)
     }
     context.popDebugGroup();
     checkGLError("PassRunner", __LINE__);
+    showNotices(current);
 
     if (ShaderProgram::numFailedBuilds() != m_numFailedBuilds) {
         m_permanentError = current.place + u": its shader program failed to build"_s;
@@ -306,6 +309,20 @@ bool PassRunner::startPass(int index, QString* error)
         return false;
     }
     return true;
+}
+
+/// Logs, after a pass's first frame, what it found wrong with a user's shaders.
+void PassRunner::showNotices(Node& node)
+{
+    if (std::exchange(node.noticesShown, true)) {
+        return;
+    }
+    if (const auto* pass = dynamic_cast<const ShaderRenderPass*>(node.pass.get())) {
+        for (const ShaderRenderPass::Notice& notice : pass->notices()) {
+            const QString port = notice.port.isEmpty() ? QString() : u'.' + PortName::parse(notice.port).name;
+            logNotice(__FILE__, __LINE__, u"%1%2: %3"_s.arg(node.place, port, notice.text));
+        }
+    }
 }
 
 bool PassRunner::readKeptOutputs(QString* error)
@@ -393,9 +410,8 @@ void PassRunner::releaseOutputs()
 {
     for (KeptOutput& kept : m_kept) {
         if (kept.texture && !kept.copy) {
-            m_context.whenCurrent([texture = kept.texture] {
-                TextureManager::Instance()->releaseTempTextureRef(texture, 1);
-            });
+            m_context.whenCurrent(
+                [texture = kept.texture] { TextureManager::Instance()->releaseTempTextureRef(texture, 1); });
         }
         kept.texture = nullptr;
         kept.value.clear();

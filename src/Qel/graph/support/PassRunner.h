@@ -73,6 +73,7 @@ private:
         std::vector<int> users;
         /// Indices into m_kept of the outputs that this pass modifies in place.
         std::vector<size_t> modified;
+        bool noticesShown = false;
     };
     /// An output that stays readable after the frame. Holds one reference of its texture, or a copy of it if
     /// a later pass modifies it in place.
@@ -93,6 +94,7 @@ private:
     void copyOutput(KeptOutput& kept);
     bool startPass(int index, QString* error);
     bool hasDepthFormats(const Node& node, QString* error) const;
+    static void showNotices(Node& node);
     bool readKeptOutputs(QString* error);
     void dropUnreadOutputs(int lastNode);
     QString emptyOutputError(int index, int output) const;
