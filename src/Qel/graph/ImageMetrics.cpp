@@ -195,6 +195,10 @@ std::optional<ImageMetric> ssim(const ImagePair& pair, ColorEncoding encoding, Q
 std::optional<ImageMetric> flip(const ImagePair& pair, ColorEncoding encoding, double pixelsPerDegree,
                                 QString* error)
 {
+    if (!(pixelsPerDegree >= 1.0 && pixelsPerDegree <= 1000.0)) {
+        *error = u"%1 pixels per degree are not from 1 to 1000"_s.arg(pixelsPerDegree);
+        return std::nullopt;
+    }
     if (!hasColorsFrom0To1(pair, error)) {
         return std::nullopt;
     }

@@ -83,9 +83,9 @@ QEL_GRAPH_EXPORT std::optional<ImageMetric> ssim(const ImagePair& pair, ColorEnc
 /// Andersson, Nilsson, Akenine-Moeller, Oskarsson, Astroem, Fairchild, "FLIP: A Difference Evaluator for
 /// Alternating Images", 2020, for images of low dynamic range.
 ///
-/// `pixelsPerDegree` is the number of pixels in a degree of the viewer's field of view, at least 1. Values
-/// for different numbers cannot be compared. Returns nothing, with one line in `error`, if the pair has no
-/// colours or if a colour is outside 0..1.
+/// `pixelsPerDegree` is the number of pixels in a degree of the viewer's field of view, from 1 to 1000.
+/// Values for different numbers cannot be compared. Returns nothing, with one line in `error`, if the pair
+/// has no colours, or if a colour is outside 0..1 or the number outside its range.
 QEL_GRAPH_EXPORT std::optional<ImageMetric> flip(const ImagePair& pair, ColorEncoding encoding,
                                                  double pixelsPerDegree, QString* error);
 
