@@ -18,6 +18,8 @@ namespace {
 
 /// The mask before the first setDrawBuffers.
 constexpr unsigned int unsetMask = ~0U;
+/// The serial of no texture.
+constexpr quint64 unknownSerial = ~quint64(0);
 
 BindingRecord& bindings()
 {
@@ -57,6 +59,23 @@ void FramebufferObject::bind()
     context->bindings().bindFramebuffer(this, getFBO());
     if (isNew) {
         context->label(GL_FRAMEBUFFER, m_name, u"framebuffer"_s);
+    }
+    if (m_generation != bindings().generation()) {
+        restore();
+    }
+}
+
+/// Sets everything in the GL object again; it must be bound.
+void FramebufferObject::restore()
+{
+    m_generation = bindings().generation();
+    for (size_t i = 0; i < m_attachments.size(); ++i) {
+        m_attachments[i].appliedSerial = unknownSerial;
+        apply(i);
+    }
+    if (m_drawBufferMask != unsetMask) {
+        m_drawBufferMask = unsetMask;
+        selectDrawBuffers();
     }
 }
 
@@ -154,6 +173,7 @@ void FramebufferObject::apply(size_t index)
     slot.appliedSerial = serial;
     slot.appliedLevel = slot.level;
     slot.appliedLayer = slot.layer;
+    bindings().addFramebuffer(this);
 
     const unsigned int point = index == depthIndex ? GL_DEPTH_ATTACHMENT
                                : index == stencilIndex
@@ -248,8 +268,26 @@ unsigned int FramebufferObject::getFBO() const
 {
     if (m_name == 0) {
         glGenFramebuffers(1, &m_name);
+        m_generation = bindings().generation();
     }
     return m_name;
+}
+
+void FramebufferObject::forgetTexture(const Texture* texture)
+{
+    // A copy, because attaching changes the list.
+    const std::vector<QPointer<FramebufferObject>> framebuffers = bindings().attachedFramebuffers();
+    for (const QPointer<FramebufferObject>& framebuffer : framebuffers) {
+        for (size_t i = 0; framebuffer && i < framebuffer->m_attachments.size(); ++i) {
+            Attachment& slot = framebuffer->m_attachments[i];
+            if (slot.texture == texture) {
+                slot.texture = nullptr;
+            }
+            if (slot.appliedSerial == texture->serial()) {
+                framebuffer->apply(i);
+            }
+        }
+    }
 }
 
 } // namespace Morvane::Qel

@@ -62,7 +62,8 @@ Profiler::Profiler(const std::vector<QString>& sections)
     for (size_t i = 0; i < sections.size(); ++i) {
         m_sections[i].name = sections[i];
         if (m_hasTimer) {
-            glGenQueries(static_cast<GLsizei>(numFramesInFlight), m_sections[i].queries.data());
+            glGenQueries(static_cast<GLsizei>(numFramesInFlight), m_sections[i].beginQueries.data());
+            glGenQueries(static_cast<GLsizei>(numFramesInFlight), m_sections[i].endQueries.data());
         }
     }
 }
@@ -71,7 +72,8 @@ Profiler::~Profiler()
 {
     for (const Section& section : m_sections) {
         if (m_hasTimer) {
-            glDeleteQueries(static_cast<GLsizei>(numFramesInFlight), section.queries.data());
+            glDeleteQueries(static_cast<GLsizei>(numFramesInFlight), section.beginQueries.data());
+            glDeleteQueries(static_cast<GLsizei>(numFramesInFlight), section.endQueries.data());
         }
     }
 }
@@ -82,7 +84,7 @@ void Profiler::begin(int section)
     if (m_hasTimer) {
         // The query in this slot is some frames old, so its result is available without waiting.
         readQuery(current, m_slot);
-        glBeginQuery(GL_TIME_ELAPSED, current.queries[m_slot]);
+        glQueryCounter(current.beginQueries[m_slot], GL_TIMESTAMP);
     }
     m_begin = std::chrono::steady_clock::now();
 }
@@ -93,7 +95,7 @@ void Profiler::end(int section)
     const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - m_begin;
     current.cpu.add(time.count());
     if (m_hasTimer) {
-        glEndQuery(GL_TIME_ELAPSED);
+        glQueryCounter(current.endQueries[m_slot], GL_TIMESTAMP);
         current.pending[m_slot] = true;
     }
 }
@@ -106,9 +108,12 @@ void Profiler::endFrame()
 void Profiler::readQuery(Section& section, size_t slot)
 {
     if (section.pending[slot]) {
-        GLuint64 nanoseconds = 0;
-        glGetQueryObjectui64v(section.queries[slot], GL_QUERY_RESULT, &nanoseconds);
-        section.gpu.add(static_cast<double>(nanoseconds) * 1e-6);
+        GLuint64 begin = 0;
+        GLuint64 end = 0;
+        glGetQueryObjectui64v(section.beginQueries[slot], GL_QUERY_RESULT, &begin);
+        glGetQueryObjectui64v(section.endQueries[slot], GL_QUERY_RESULT, &end);
+        constexpr double millisecondsPerNanosecond = 1e-6;
+        section.gpu.add(static_cast<double>(end - begin) * millisecondsPerNanosecond);
         section.pending[slot] = false;
     }
 }

@@ -62,7 +62,9 @@ private:
     struct Section
     {
         QString name;
-        std::array<unsigned int, numFramesInFlight> queries = {};
+        /// Time stamps, because the application may have a query of the elapsed time in progress.
+        std::array<unsigned int, numFramesInFlight> beginQueries = {};
+        std::array<unsigned int, numFramesInFlight> endQueries = {};
         std::array<bool, numFramesInFlight> pending = {};
         Samples gpu;
         Samples cpu;
