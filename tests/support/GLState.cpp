@@ -184,11 +184,12 @@ void changeObjects()
     constexpr std::array<int, 4> swizzle{GL_BLUE, GL_ONE, GL_RED, GL_ZERO};
     constexpr std::array<float, 4> pink{1.0F, 0.5F, 0.5F, 0.5F};
     for (const auto& [kind, name] : liveObjects()) {
-        int target = GL_TEXTURE_BUFFER;
+        // Only buffer textures have no parameters.
+        int buffer = 0;
         if (kind == 0) {
-            glGetTextureParameteriv(name, GL_TEXTURE_TARGET, &target);
+            glGetTextureLevelParameteriv(name, 0, GL_TEXTURE_BUFFER_DATA_STORE_BINDING, &buffer);
         }
-        if (target != GL_TEXTURE_BUFFER) {
+        if (kind == 0 && buffer == 0) {
             for (const auto& [parameter, value] :
                  std::initializer_list<std::pair<GLenum, int>>{{GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_NEAREST},
                                                                {GL_TEXTURE_MAG_FILTER, GL_NEAREST},

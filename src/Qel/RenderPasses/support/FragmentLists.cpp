@@ -47,6 +47,8 @@ ImageBinder::ImageBinder(unsigned int unit, Texture* texture, unsigned int acces
     , m_access(access)
     , m_format(format)
 {
+    // Images of textures that are incomplete by their parameters read 0 and drop what is written.
+    texture->synchronize();
     glBindImageTexture(m_unit, texture->textureID(), 0, GL_FALSE, 0, m_access, m_format);
 }
 
