@@ -240,6 +240,33 @@ graph.json: g: cyclic dependency: g -> h -> i -> g
 graph.json: j: cyclic dependency: j -> j)");
 }
 
+TEST_F(GraphCpuTest, CreatingAPassCompletesAndChecksItsOptions)
+{
+    PassRegistry registry = testRegistry();
+    PassOptions received;
+    registry.add(*registry.description("Filter"), [&](const PassOptions& options, QString* error) {
+        received = options;
+        *error = "complete";
+        return nullptr;
+    });
+    const auto create = [&](const PassOptions& options) {
+        QString error;
+        EXPECT_EQ(registry.create("Filter", options, &error), nullptr);
+        return error.toStdString();
+    };
+    EXPECT_EQ(create({{"passes", "3"}, {"shapes", QVariantList{QVariantMap{{"size", 2}}}}}), "complete");
+    const QVariantMap shape{{"kind", "cube"}, {"size", 2.0F}};
+    EXPECT_EQ(received,
+              (PassOptions{
+                  {"passes", 3}, {"quality", "low"}, {"table", QString()}, {"shapes", QVariantList{shape}}}));
+    EXPECT_EQ(create({{"qualty", "low"}}), "Filter: no option \"qualty\"; did you mean \"quality\"?");
+    EXPECT_EQ(create({{"quality", "mid"}}),
+              "Filter: option quality must be one of \"low\", \"high\", not \"mid\"");
+    EXPECT_EQ(create({{"passes", "many"}}), "Filter: option passes must be of type int, not QString");
+    EXPECT_EQ(create({{"shapes", QVariantList{QVariantMap{{"color", 1}}}}}),
+              "Filter: shapes[0]: no option \"color\"; there are \"kind\", \"size\"");
+}
+
 TEST_F(GraphCpuTest, InputsResolveToTheirSources)
 {
     const GraphPlan plan = validPlan(R"({"models": {"scene": "model.obj"}, "passes": [

@@ -59,14 +59,9 @@ PassHost::PassHost(const std::string& typeName)
     const PassDescription& description = *registry.description(type);
     PassOptions options;
     for (const OptionDescription& option : description.options) {
-        options[option.name] = option.defaultValue;
         if (!option.members.empty()) {
             // Lists get one element, so that none is empty.
-            QVariantMap element;
-            for (const OptionDescription& member : option.members) {
-                element[member.name] = member.defaultValue;
-            }
-            options[option.name] = QVariantList{element};
+            options[option.name] = QVariantList{QVariantMap()};
         }
     }
     if (description.hostDeclaresPorts) {

@@ -1,16 +1,20 @@
 #include <Qel/gl/BindingRecord.h>
 
 #include <algorithm>
+#include <atomic>
 
 #include <epoxy/gl.h>
 
 #include <Qel/core/Diagnostics.h>
+#include <Qel/gl/FramebufferObject.h>
 
 using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel {
 
 namespace {
+
+std::atomic<quint64> lastGeneration{0};
 
 /// Removes the latest occurrence of an object from a stack; returns whether it was the top.
 template<class Stack, class T>
@@ -70,6 +74,7 @@ void BindingRecord::clear()
     m_topUnit = 0;
     m_numRefused = 0;
     m_managedSerials.fill(0);
+    m_generation = ++lastGeneration;
 }
 
 void BindingRecord::readFromGL()
@@ -121,6 +126,21 @@ void BindingRecord::releaseTexture(int* unit, unsigned int target)
             setActiveUnit(earlier);
             break;
         }
+    }
+}
+
+void BindingRecord::beginTextureChange(int unit, unsigned int target, unsigned int name)
+{
+    setActiveUnit(unit < 0 ? emptyUnit : unit);
+    if (unit < 0) {
+        glBindTexture(target, name);
+    }
+}
+
+void BindingRecord::endTextureChange(int unit, unsigned int target)
+{
+    if (unit < 0) {
+        glBindTexture(target, 0);
     }
 }
 
@@ -239,6 +259,13 @@ void BindingRecord::bindFramebufferName(unsigned int target, unsigned int name)
     if (target != GL_DRAW_FRAMEBUFFER) {
         m_readFramebuffer = name;
     }
+}
+
+void BindingRecord::addFramebuffer(FramebufferObject* framebuffer)
+{
+    std::erase_if(m_attachedFramebuffers,
+                  [=](const auto& known) { return known.isNull() || known == framebuffer; });
+    m_attachedFramebuffers.emplace_back(framebuffer);
 }
 
 void BindingRecord::setViewport(const QRect& rectangle)

@@ -18,6 +18,8 @@ namespace {
 
 /// The mask before the first setDrawBuffers.
 constexpr unsigned int unsetMask = ~0U;
+/// The serial of no texture.
+constexpr quint64 unknownSerial = ~quint64(0);
 
 BindingRecord& bindings()
 {
@@ -53,6 +55,23 @@ void FramebufferObject::bind()
     context->bindings().bindFramebuffer(this, getFBO());
     if (isNew) {
         context->label(GL_FRAMEBUFFER, getFBO(), u"framebuffer"_s);
+    }
+    if (m_generation != bindings().generation()) {
+        restore();
+    }
+}
+
+/// Sets everything in the GL object again; it must be bound.
+void FramebufferObject::restore()
+{
+    m_generation = bindings().generation();
+    for (size_t i = 0; i < m_attachments.size(); ++i) {
+        m_attachments[i].appliedSerial = unknownSerial;
+        apply(i);
+    }
+    if (m_drawBufferMask != unsetMask) {
+        m_drawBufferMask = unsetMask;
+        selectDrawBuffers();
     }
 }
 
@@ -150,6 +169,7 @@ void FramebufferObject::apply(size_t index)
     slot.appliedSerial = serial;
     slot.appliedLevel = slot.level;
     slot.appliedLayer = slot.layer;
+    bindings().addFramebuffer(this);
 
     const unsigned int point = index == depthIndex ? GL_DEPTH_ATTACHMENT
                                : index == stencilIndex
@@ -251,7 +271,27 @@ int FramebufferObject::maxColorAttachments()
 
 unsigned int FramebufferObject::getFBO() const
 {
+    if (!m_name.exists()) {
+        m_generation = bindings().generation();
+    }
     return m_name.get();
+}
+
+void FramebufferObject::forgetTexture(const Texture* texture)
+{
+    // A copy, because attaching changes the list.
+    const std::vector<QPointer<FramebufferObject>> framebuffers = bindings().attachedFramebuffers();
+    for (const QPointer<FramebufferObject>& framebuffer : framebuffers) {
+        for (size_t i = 0; framebuffer && i < framebuffer->m_attachments.size(); ++i) {
+            Attachment& slot = framebuffer->m_attachments[i];
+            if (slot.texture == texture) {
+                slot.texture = nullptr;
+            }
+            if (slot.appliedSerial == texture->serial()) {
+                framebuffer->apply(i);
+            }
+        }
+    }
 }
 
 } // namespace Morvane::Qel

@@ -17,7 +17,10 @@ class Texture;
 /// clears; release restores the previous framebuffer and viewport.
 ///
 /// A detached texture stays in the GL object until the next setDrawBuffers, so that a pass that gets the same
-/// pooled texture in every frame causes no GL calls.
+/// pooled texture in every frame causes no GL calls. One that is deleted leaves it at once.
+///
+/// Attachments and draw buffers that GL calls changed are set again by the first bind after
+/// OpenGLDeviceContext::makeCurrent.
 class QEL_GL_EXPORT FramebufferObject : public QObject, public Bindable
 {
     Q_OBJECT
@@ -48,6 +51,9 @@ public:
     /// Returns how many colour attachments the current context can draw into at once, at most 8.
     static int maxColorAttachments();
 
+    /// Removes a texture that is about to be deleted from all framebuffers of the current context.
+    static void forgetTexture(const Texture* texture);
+
 private:
     struct Attachment
     {
@@ -68,10 +74,13 @@ private:
     void attachLayer(Texture* texture, unsigned int attachment, int layer, int level);
     void apply(size_t index);
     void selectDrawBuffers();
+    void restore();
     void attachPlaceholder();
     QSize size() const;
 
     mutable ObjectName m_name{ObjectName::Kind::Framebuffer};
+    /// BindingRecord::generation when GL and this object last agreed.
+    mutable quint64 m_generation = 0;
     /// A renderbuffer for GL versions that cannot render without attachments.
     ObjectName m_placeholder{ObjectName::Kind::Renderbuffer};
     unsigned int m_drawBufferMask;

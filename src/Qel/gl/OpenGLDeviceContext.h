@@ -24,6 +24,10 @@ public:
     virtual ~ContextData();
     ContextData(const ContextData&) = delete;
     ContextData& operator=(const ContextData&) = delete;
+
+    /// Binds again what this object keeps bound. OpenGLDeviceContext::makeCurrent calls it, because GL calls
+    /// of the application may have bound something else.
+    virtual void restoreBindings();
 };
 
 /// The library's view of a native GL context: its capabilities, a record of what is bound and enabled, and
@@ -37,6 +41,12 @@ public:
 /// GL objects belong to the context that is current when they are first used. A context is current on one
 /// thread at a time; before another thread makes it current or destroys it, call doneCurrent. Several
 /// contexts may be used at the same time, each on its own thread.
+///
+/// After calls to the library, an application must expect other GL state than before. Program and vertex
+/// array are restored; so is the framebuffer, but TextureToScreenRenderPass leaves the default one bound. The
+/// viewport and what applyBaseState sets have any value. What makeCurrent resets stays reset. The first 48
+/// texture units, the image units and the first 4 binding points of GL_UNIFORM_BUFFER may hold objects of the
+/// library or none, and so may the binding points of atomic counters. Nothing else is changed.
 class QEL_GL_EXPORT OpenGLDeviceContext
 {
 public:
@@ -50,10 +60,23 @@ public:
     /// The context last made current on this thread, null if there is none.
     static OpenGLDeviceContext* current();
 
-    /// Declares the native context current on this thread and reads its state into the record: program,
-    /// vertex array, framebuffers, viewport and capabilities. Texture bindings are not read: the library
-    /// binds over what it finds and leaves nothing bound on the units that it used. Deletes the GL objects
-    /// that were destroyed while the context was not current.
+    /// Declares the native context current on this thread and brings GL, the record and the library's objects
+    /// to agreement, whatever the application did by GL calls:
+    /// - Program, vertex array, framebuffers, viewport, winding and the capabilities that applyBaseState sets
+    ///   are read into the record.
+    /// - State that passes assume and do not set gets GL's initial value: all other capabilities, points,
+    ///   lines, provoking vertex, clip control, patches, current attributes, the hint for derivatives, pixel
+    ///   storage and buffers for pixel transfers, the buffer for query results, clamping of reads.
+    /// - The first 48 texture units are emptied of textures and sampler objects, and the library's uniform
+    ///   blocks are bound again.
+    /// - Textures and framebuffers are brought up to date when they are used next; see Texture and
+    ///   FramebufferObject.
+    /// - Pending GL errors are reported, as the application's.
+    /// - GL objects that were destroyed while the context was not current are deleted.
+    ///
+    /// The application chooses the framebuffer that passes to the screen draw into, and its draw buffers. It
+    /// leaves the contents of the library's buffers, vertex arrays and programs alone, and ends conditional
+    /// rendering and transform feedback before it calls the library.
     virtual void makeCurrent();
     /// Declares the native context no longer current on this thread.
     virtual void doneCurrent();
@@ -115,13 +138,17 @@ public:
     /// @}
 
     /// \name Debugging aids
-    /// Names for tools such as frame debuggers. Without KHR_debug these do nothing.
+    /// Names for tools such as frame debuggers. Without KHR_debug these do nothing. Names that are longer
+    /// than the driver allows are cut.
     /// @{
     void pushDebugGroup(const char* name);
     void popDebugGroup();
-    /// Sets a prefix, such as the name of the running pass, for the labels of objects created from now on.
+    /// Sets a prefix, such as the name of the running pass, for the labels of objects created from now on and
+    /// for messages of what passes share.
     void setLabelPrefix(const QString& prefix);
     QString labelPrefix() const;
+    /// Returns the text with the prefix in front, if there is one: "aa: texture".
+    QString prefixed(const QString& text) const;
     void label(unsigned int identifier, unsigned int name, const QString& text) const;
     /// @}
 

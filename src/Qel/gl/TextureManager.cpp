@@ -117,8 +117,9 @@ Texture* TextureManager::tempTexture(TextureFormat format, int width, int height
     if (std::max(width, height) > context->maxTextureSize()) {
         logCritical(
             __FILE__, __LINE__,
-            u"a texture of %1x%2 exceeds the driver's limit of %3; 1x1 is used"_s.arg(width).arg(height).arg(
-                context->maxTextureSize()));
+            context->prefixed(u"a texture of %1x%2 exceeds the driver's limit of %3; 1x1 is used"_s.arg(width)
+                                  .arg(height)
+                                  .arg(context->maxTextureSize())));
         width = height = 1;
     }
     width = std::max(width, 1);
@@ -213,6 +214,7 @@ void TextureManager::bindManagedTexture(int slot, Texture* texture)
     Texture* bound = texture ? texture : pool().standIn();
     OpenGLDeviceContext::current()->bindings().bindManagedTexture(slot, bound->serial(), bound->target(),
                                                                   bound->textureID());
+    bound->synchronize();
 }
 
 Texture* TextureManager::setManagedTextureStandIn(Texture* texture)

@@ -56,7 +56,8 @@ Profiler::Profiler(const std::vector<QString>& sections)
     for (Frame& frame : m_frames) {
         frame.cpu.resize(sections.size());
         for (size_t i = 0; i < sections.size(); ++i) {
-            frame.queries.emplace_back(ObjectName::Kind::Query);
+            frame.beginQueries.emplace_back(ObjectName::Kind::Query);
+            frame.endQueries.emplace_back(ObjectName::Kind::Query);
         }
     }
 }
@@ -69,7 +70,7 @@ void Profiler::begin(int section)
         return;
     }
     if (m_hasTimer) {
-        glBeginQuery(GL_TIME_ELAPSED, m_frames[m_slot].queries[static_cast<size_t>(section)].get());
+        glQueryCounter(m_frames[m_slot].beginQueries[static_cast<size_t>(section)].get(), GL_TIMESTAMP);
     }
     m_begin = std::chrono::steady_clock::now();
 }
@@ -84,7 +85,7 @@ void Profiler::end(int section)
     frame.cpu[static_cast<size_t>(section)] = time.count();
     ++frame.numMeasured;
     if (m_hasTimer) {
-        glEndQuery(GL_TIME_ELAPSED);
+        glQueryCounter(frame.endQueries[static_cast<size_t>(section)].get(), GL_TIMESTAMP);
     }
 }
 
@@ -103,9 +104,11 @@ void Profiler::read(Frame& frame)
         double cpuSum = 0.0;
         for (size_t i = 0; i < m_sections.size(); ++i) {
             if (m_hasTimer) {
-                GLuint64 nanoseconds = 0;
-                glGetQueryObjectui64v(frame.queries[i].get(), GL_QUERY_RESULT, &nanoseconds);
-                const double gpu = static_cast<double>(nanoseconds) * 1e-6;
+                GLuint64 begin = 0;
+                GLuint64 end = 0;
+                glGetQueryObjectui64v(frame.beginQueries[i].get(), GL_QUERY_RESULT, &begin);
+                glGetQueryObjectui64v(frame.endQueries[i].get(), GL_QUERY_RESULT, &end);
+                const double gpu = static_cast<double>(end - begin) * 1e-6;
                 m_sections[i].gpu.add(gpu);
                 gpuSum += gpu;
             }

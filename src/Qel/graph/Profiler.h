@@ -91,7 +91,9 @@ private:
     /// The measurements of a frame that has not been read yet, by section.
     struct Frame
     {
-        std::vector<ObjectName> queries;
+        /// Time stamps, because the application may have a query of the elapsed time in progress.
+        std::vector<ObjectName> beginQueries;
+        std::vector<ObjectName> endQueries;
         std::vector<double> cpu;
         size_t numMeasured = 0;
     };

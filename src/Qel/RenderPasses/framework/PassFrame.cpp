@@ -62,13 +62,15 @@ void replaceTarget(FramebufferObject& framebuffer, const QSize& size, const Targ
 
 Texture* makeTarget(const QSize& size, unsigned int internalFormat, unsigned int format, unsigned int type)
 {
-    const int limit = OpenGLDeviceContext::current()->maxTextureSize();
+    const OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    const int limit = context->maxTextureSize();
     QSize allocated = size.expandedTo(QSize(0, 0));
     if (std::max(size.width(), size.height()) > limit) {
         logCritical(__FILE__, __LINE__,
-                    u"a target of %1x%2 is over the driver's limit of %3; 1x1 is used"_s.arg(size.width())
-                        .arg(size.height())
-                        .arg(limit));
+                    context->prefixed(
+                        u"a target of %1x%2 is over the driver's limit of %3; 1x1 is used"_s.arg(size.width())
+                            .arg(size.height())
+                            .arg(limit)));
         allocated = QSize(1, 1);
     }
     auto* texture = new Texture;
@@ -154,9 +156,8 @@ PooledTexture::~PooledTexture()
 {
     if (m_texture) {
         // The pool, and the texture with it, may be gone, or belong to another context than the current one.
-        m_context.whenCurrent([texture = m_texture] {
-            TextureManager::Instance()->releaseTempTextureRef(texture, 1);
-        });
+        m_context.whenCurrent(
+            [texture = m_texture] { TextureManager::Instance()->releaseTempTextureRef(texture, 1); });
     }
 }
 
@@ -208,10 +209,8 @@ AttachedDepth::~AttachedDepth()
 BoundSampler::BoundSampler(ShaderProgram& program, Uniform& sampler, Texture* texture, Sampling sampling)
     : m_texture(texture)
 {
-    // Units are assigned in ascending order, so the last one stays empty.
-    constexpr int emptyUnit = BindingRecord::numUnits - 1;
     if (!texture) {
-        program.setUniform(sampler, emptyUnit);
+        program.setUniform(sampler, BindingRecord::emptyUnit);
         return;
     }
     texture->bind();

@@ -131,7 +131,7 @@ BlurBaseRenderPass::~BlurBaseRenderPass() = default;
 void BlurBaseRenderPass::calculateBlurWeights()
 {
     if (m_blurRadius > largestRadius) {
-        logCritical(__FILE__, __LINE__,
+        logCritical("Core/Qel/src/RenderPasses/BlurBaseRenderPass", __LINE__,
                     u"a blur radius of %1 is too large; %2 is used"_s.arg(m_blurRadius).arg(largestRadius));
     }
     const Kernel kernel = foldTaps(sampleGaussian(std::min(m_blurRadius, largestRadius)));
