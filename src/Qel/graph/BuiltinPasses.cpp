@@ -24,6 +24,7 @@
 #include <Qel/RenderPasses/geometry/WireframeRenderPass.h>
 #include <Qel/RenderPasses/lighting/ScalableAmbientObscuranceRenderPass.h>
 #include <Qel/RenderPasses/lighting/ShadowMapRenderPass.h>
+#include <Qel/RenderPasses/lighting/ShadowedForwardRenderPass.h>
 #include <Qel/RenderPasses/lighting/TransparencyRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/BlurAndCombineRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/DepthOfFieldRenderPass.h>
@@ -185,6 +186,7 @@ const PassRegistry& PassRegistry::builtin()
         passes.add(ScalableAmbientObscuranceRenderPass::description(), makeObscurancePass);
         passes.add(ShaderRenderPass::description(), makeShaderPass);
         passes.add(ShadowMapRenderPass::description(), makeShadowMapPass);
+        passes.add<ShadowedForwardRenderPass>();
         passes.add<SkyboxRenderPass>();
         passes.add<TemporalAAJitterPass>();
         passes.add<TemporalAARenderPass>();
