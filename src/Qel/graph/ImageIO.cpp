@@ -4,6 +4,7 @@
 #include <QFileInfo>
 #include <QSaveFile>
 
+#include <Qel/gl/ImageFiles.h>
 #include <Qel/graph/support/ExrFile.h>
 #include <Qel/graph/support/ImageErrors.h>
 #include <Qel/graph/support/PngFile.h>
@@ -72,7 +73,8 @@ std::optional<Image> readImage(const QString& path, QString* error)
             u"choose an existing PNG or EXR file"_s);
         return std::nullopt;
     }
-    return kindOf(path) == FileKind::Exr ? readExr(path, error) : readQImage(path, error);
+    return kindOf(path) == FileKind::Exr || isFloatImageFile(path) ? readExr(path, error)
+                                                                   : readQImage(path, error);
 }
 
 } // namespace Morvane::Qel
