@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
 #include <epoxy/gl.h>
 
@@ -227,7 +226,7 @@ std::unique_ptr<BufferObject> makeUniformBuffer(const Block& block, unsigned int
 template<class Block>
 void update(BufferObject& buffer, Block& current, const Block& block)
 {
-    if (std::memcmp(&current, &block, sizeof(Block)) != 0) {
+    if (block != current) {
         current = block;
         buffer.updateBytes(&block, sizeof(Block));
     }

@@ -86,6 +86,8 @@ private:
         Vec4 direction;
         /// First layer, number of layers, unused, unused.
         Vec4 layers;
+
+        bool operator==(const LightBlock&) const = default;
     };
     /// The std140 layout of the uniform block ShadowedLights.
     struct LightsBlock
@@ -93,6 +95,8 @@ private:
         std::array<LightBlock, maxLights> lights;
         /// Of each layer, four to a vector.
         std::array<float, ShadowMapManager::maxLayers> cascadeEnds;
+
+        bool operator==(const LightsBlock&) const = default;
     };
     /// The std140 layout of the uniform block ShadowTransforms: column-major, one for each layer.
     using TransformsBlock = std::array<std::array<float, 16>, ShadowMapManager::maxLayers>;
