@@ -231,6 +231,8 @@ void ShaderProgram::connectInterface()
         plan->provideDefault();
     }
     bindBlock("DrawElementsIndirectCommands", UniformBlocks::drawElementsIndirectCommands);
+    bindBlock("ShadowedLights", UniformBlocks::shadowedLights);
+    bindBlock("ShadowTransforms", UniformBlocks::shadowTransforms);
 
     for (int slot = 0; slot < BindingRecord::numManagedUnits; ++slot) {
         setUniform(u"u_ManagedTexture%1"_s.arg(slot), BindingRecord::firstManagedUnit + slot);

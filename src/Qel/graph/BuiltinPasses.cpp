@@ -27,6 +27,7 @@
 #include <Qel/RenderPasses/geometry/WireframeRenderPass.h>
 #include <Qel/RenderPasses/lighting/ScalableAmbientObscuranceRenderPass.h>
 #include <Qel/RenderPasses/lighting/ShadowMapRenderPass.h>
+#include <Qel/RenderPasses/lighting/ShadowedForwardRenderPass.h>
 #include <Qel/RenderPasses/lighting/TransparencyRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/BlurAndCombineRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/DepthOfFieldRenderPass.h>
@@ -182,6 +183,16 @@ std::unique_ptr<RenderPass> makeShadowMapPass(const PassOptions& options, QStrin
     return pass;
 }
 
+std::unique_ptr<RenderPass> makeTextureLoaderPass(const PassOptions& options, QString* /*error*/)
+{
+    using Pass = TextureLoaderRenderPass;
+    // The choices are in the order of the enumeration.
+    const OptionDescription& wrap = Pass::description().options.front();
+    auto pass = std::make_unique<Pass>();
+    pass->setWrapMode(static_cast<Pass::WrapMode>(wrap.choices.indexOf(options[wrap.name].toString())));
+    return pass;
+}
+
 std::unique_ptr<RenderPass> makeVisibilityBufferPass(const PassOptions& options, QString* error)
 {
     const auto number = [&](const QString& name) -> std::optional<unsigned long long> {
@@ -224,10 +235,11 @@ const PassRegistry& PassRegistry::builtin()
         passes.add(ScalableAmbientObscuranceRenderPass::description(), makeObscurancePass);
         passes.add(ShaderRenderPass::description(), makeShaderPass);
         passes.add(ShadowMapRenderPass::description(), makeShadowMapPass);
+        passes.add<ShadowedForwardRenderPass>();
         passes.add<SkyboxRenderPass>();
         passes.add<TemporalAAJitterPass>();
         passes.add<TemporalAARenderPass>();
-        passes.add<TextureLoaderRenderPass>();
+        passes.add(TextureLoaderRenderPass::description(), makeTextureLoaderPass);
         passes.add<TextureToScreenRenderPass>();
         passes.add<TransparencyRenderPass>();
         passes.add(VisibilityBufferRenderPass::description(), makeVisibilityBufferPass);

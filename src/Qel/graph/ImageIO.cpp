@@ -5,6 +5,7 @@
 
 #include <new>
 
+#include <Qel/gl/ImageFiles.h>
 #include <Qel/graph/OutputFile.h>
 #include <Qel/graph/support/ExrFile.h>
 #include <Qel/graph/support/ImageErrors.h>
@@ -72,7 +73,8 @@ std::optional<Image> readImage(const QString& path, QString* error)
         return std::nullopt;
     }
     try {
-        return kindOf(path) == FileKind::Exr ? readExr(path, error) : readQImage(path, error);
+        return kindOf(path) == FileKind::Exr || isFloatImageFile(path) ? readExr(path, error)
+                                                                       : readQImage(path, error);
     } catch (const std::bad_alloc&) {
         memoryError(error, path, {});
         return std::nullopt;
