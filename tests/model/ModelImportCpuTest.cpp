@@ -111,9 +111,10 @@ TEST_F(ModelImport, ReadsMaterialLibraries)
     write(u"m.mtl"_s, "newmtl full\nKd 0.1 0.2 0.3\nKs 0.4 0.5 0.6\nNs 96.5\nd 0.25\n"
                       "map_Kd kd.png\nmap_Ks ks.png\n"
                       "newmtl grey\nKd 0.6 0.6 0.6\nTr 0.25\nd 1.5\n"
-                      "newmtl bare\nnewmtl mapped\nmap_Kd kd.png\n");
-    const ModelData model =
-        import(write(u"a.obj"_s, withMaterials({"full", "grey", "bare", "mapped", "undefined"})));
+                      "newmtl bare\nnewmtl mapped\nmap_Kd kd.png\n"
+                      "newmtl dull\nKs 1 1 1\nnewmtl diffuse\nKs 1 1 1\nNs 10\nillum 1\n");
+    const ModelData model = import(
+        write(u"a.obj"_s, withMaterials({"full", "grey", "bare", "mapped", "undefined", "dull", "diffuse"})));
     ASSERT_EQ(model.images.size(), 2U) << "an image is loaded once";
     const auto expect = [&](const QString& name, MaterialData expected) {
         expected.name = name;
@@ -125,6 +126,9 @@ TEST_F(ModelImport, ReadsMaterialLibraries)
     expect(u"grey"_s, {{}, {0.6F, 0.6F, 0.6F}});
     expect(u"bare"_s, {});
     expect(u"undefined"_s, {});
+    // Without an exponent, or with an illumination model without highlights, Ks does not count.
+    expect(u"dull"_s, {});
+    expect(u"diffuse"_s, {});
     expect(u"mapped"_s, {{}, {1, 1, 1}, {}, 1, 1, false, 0});
 
     const QString obj = write(u"b.obj"_s, "mtllib Sub\\M2.MTL\n" + triangle + "usemtl x\nf 1 2 3\n");
@@ -157,12 +161,57 @@ TEST_F(ModelImport, VPointsUpInEveryFormatAndNodesShareMeshes)
     }
 
     const QByteArray nodes = R"([{"children": [1, 2], "translation": [10, 0, 0]},
-        {"mesh": 0, "translation": [0, 2, 0]}, {"mesh": 0, "scale": [-1, 1, 1]}])";
+        {"mesh": 0, "translation": [0, 2, 0]}, {"mesh": 0, "rotation": [1, 0, 0, 0]}])";
     const ModelData model = import(write(u"nodes.gltf"_s, gltf(nodes, "{}", "none.png")));
     EXPECT_EQ(model.meshes.size(), 1U);
     ASSERT_EQ(model.instances.size(), 2U);
     EXPECT_EQ(model.instances[0].transform.map(QVector3D(1, 1, 1)), QVector3D(11, 3, 1));
-    EXPECT_EQ(model.instances[1].transform.map(QVector3D(1, 1, 1)), QVector3D(9, 1, 1));
+    EXPECT_EQ(model.instances[1].transform.map(QVector3D(1, 1, 1)), QVector3D(11, -1, -1));
+}
+
+TEST_F(ModelImport, ScaleShearAndMirroringOfNodesGoIntoTheVertices)
+{
+    QMatrix4x4 turn;
+    turn.translate(7, 8, 9);
+    turn.rotate(QQuaternion(0.64F, 0.48F, 0.6F, 0));
+    QMatrix4x4 small;
+    small.scale(0.01F);
+    QMatrix4x4 mirror;
+    mirror.scale(-2, 3, 4);
+    QMatrix4x4 flat;
+    flat.scale(2, 3, 0);
+    // A scale above a rotation shears.
+    const std::array nodes{small, turn * small, mirror, turn * mirror, mirror * turn, turn * flat};
+    QByteArray json = R"([{"children": [1, 2, 3, 4, 5, 6]})";
+    for (const QMatrix4x4& node : nodes) {
+        QByteArrayList values;
+        std::transform(node.constData(), node.constData() + 16, std::back_inserter(values),
+                       [](float value) { return QByteArray::number(double(value)); });
+        json += R"(, {"mesh": 0, "matrix": [)" + values.join(", ") + "]}";
+    }
+    const ModelData model = import(write(u"a.gltf"_s, gltf(json + "]", "{}", "none.png")));
+    ASSERT_EQ(model.instances.size(), nodes.size());
+    EXPECT_EQ(model.meshes.size(), 4U) << "instances with the same scale share a mesh";
+    for (size_t i = 0; i < nodes.size(); ++i) {
+        SCOPED_TRACE(i);
+        const QMatrix4x4& rigid = model.instances[i].transform;
+        const MeshData& mesh = model.meshes.at(static_cast<size_t>(model.instances[i].mesh));
+        EXPECT_GT(rigid.determinant(), 0.0);
+        std::array<QVector3D, 3> corners;
+        for (size_t corner = 0; corner < 3; ++corner) {
+            const int axis = static_cast<int>(corner);
+            const QVector4D inverseTranspose = QMatrix4x4(rigid.normalMatrix()).column(axis);
+            EXPECT_LT((inverseTranspose - rigid.column(axis)).length(), 1e-5F) << "not rigid";
+            const unsigned int index = mesh.indices.at(corner);
+            corners[corner] = rigid.map(mesh.positions[index]);
+            const QVector3D expected = nodes[i].map(QVector3D(mesh.texCoords[index]));
+            EXPECT_LT((corners[corner] - expected).length(), 1e-5F);
+        }
+        // The mesh faces +z, and its front faces are wound around its normals, mirrored or not.
+        const QVector3D front = QVector3D::normal(corners[0], corners[1], corners[2]);
+        EXPECT_GT(QVector3D::dotProduct(front, rigid.mapVector(mesh.normals[0])), 0.9999F);
+        EXPECT_TRUE(i == 5 || QVector3D::dotProduct(front, nodes[i].mapVector({0, 0, 1})) > 0);
+    }
 }
 
 TEST_F(ModelImport, MapsPhysicallyBasedMaterials)
@@ -190,6 +239,16 @@ TEST_F(ModelImport, MapsPhysicallyBasedMaterials)
     const ModelData masked = import(R"("metallicFactor": 0}, "alphaMode": "MASK")");
     EXPECT_EQ(masked.materials.at(0).d, 1.0F);
     EXPECT_EQ(alpha(masked), 40);
+}
+
+TEST(ModelImportMaterials, HaveNoHighlightWithoutAnExponentOrWithALambertModel)
+{
+    for (const QString& path :
+         {u"/usr/share/glmark2/models/horse.3ds"_s, u"/usr/share/assimp/models/Collada/sphere.dae"_s}) {
+        const std::optional<ModelData> model = importModel(path, nullptr);
+        ASSERT_TRUE(model);
+        EXPECT_EQ(model->materials.at(0).ks, QVector3D()) << qPrintable(path);
+    }
 }
 
 TEST_F(ModelImport, FindsImagesByPathsFromOtherMachines)
