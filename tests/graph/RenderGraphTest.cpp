@@ -8,6 +8,8 @@
 #include <Qel/core/MetaTypes.h>
 #include <Qel/core/RenderCallbacks.h>
 #include <Qel/core/RenderPassHelper.h>
+#include <Qel/gl/FramebufferObject.h>
+#include <Qel/gl/Guards.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
 #include <Qel/graph/GraphFile.h>
@@ -333,6 +335,42 @@ TEST_F(RenderGraphTest, FrameValuesDescribeTheCameraTheModelsAndTheLights)
     EXPECT_EQ(frameValues[0], QVariant(QRect(0, 0, 50, 100)));
     EXPECT_NEAR(clip({1, 0, 3}).x(), 1.0F, 1e-6F);
     EXPECT_EQ(frameValues.mid(3, 2), (QVariantList{1.0F, 3.0F}));
+
+    QMatrix4x4 matrix;
+    matrix.rotate(30.0F, {0, 1, 0});
+    graph->setInput("probe", "CameraMatrix", matrix, &error);
+    const LightDescription sun{.type = "directional", .direction = {1, -2, 1}, .intensity = 3.0F};
+    ASSERT_TRUE(graph->setLights({sun}, &error)) << qPrintable(error);
+    write("flat.obj", "v 0 0 7\nv 1 0 7\nv 0 1 7\nf 1 2 3\n");
+    ASSERT_TRUE(graph->replaceModel("scene", *importModel(path("flat.obj"), &error), &error));
+    render();
+    EXPECT_EQ(frameValues[2], QVariant(matrix));
+    EXPECT_EQ(frameValues.mid(5, 3), (QVariantList{QVector3D(0, 0, 7), QVector3D(1, 1, 7),
+                                                   QVariant::fromValue(graph->model("scene"))}));
+    EXPECT_EQ(frameValues[8].toList().value(0).value<Light*>()->color, QVector3D(3, 3, 3));
+}
+
+TEST_F(RenderGraphTest, ShowsItsImageOfTheHostsTextureInAFramebufferOfTheHost)
+{
+    make(
+        R"({"viewport": [1, 1], "output": "@copy.Output", "passes": [{"name": "copy", "type": "ShaderRenderPass",
+        "options": {"inputs": ["Qel_QelTexture*_Input"], "outputs": ["Qel_QelTexture*_Output"]}}]})");
+    ASSERT_TRUE(graph);
+    QString error;
+    EXPECT_FALSE(graph->present(0, {0, 0, 1, 1}, &error)) << "there is no image";
+    // A transparent green, shown opaque beside what the host drew.
+    const std::unique_ptr<Texture> texture = makeTexture(Pixels::filled(1, 1, {0, 1, 0, 0.2F}), GL_RGBA8);
+    graph->setInput("copy", "Input", QVariant::fromValue(texture.get()), &error);
+    render();
+    Pixels expected = Pixels::filled(3, 2, {0, 0, 1, 0});
+    const std::unique_ptr<Texture> window = makeTexture(expected, GL_RGBA8);
+    FramebufferObject framebuffer;
+    framebuffer.attach(window.get(), GL_COLOR_ATTACHMENT0, 0);
+    const AutoBinder binder(&framebuffer);
+    framebuffer.setDrawBuffers();
+    EXPECT_TRUE(graph->present(framebuffer.getFBO(), {1, 1, 1, 1}, &error)) << qPrintable(error);
+    expected.at(1, 1) = {0, 1, 0, 1};
+    EXPECT_TRUE(equal(readTexture(window.get()), expected));
 }
 
 TEST_F(RenderGraphTest, WithoutACameraTheWholeModelIsVisible)
@@ -389,6 +427,10 @@ TEST_F(RenderGraphTest, InvalidChangesAreRefused)
     expectRefusal("a", "Amuont", 1, "TestPass has no such input; did you mean \"Amount\"?");
     expectRefusal("a", "Amount", "much", "must be a number, not \"much\"");
     expectRefusal("b", "Input", {}, "is connected");
+    Texture texture;
+    EXPECT_FALSE(graph->setInput("a", "Geometry", QVariant::fromValue(&texture), &error));
+    EXPECT_EQ(error, path("graph.json: a.Geometry: expects QelGPUModel*, not Morvane::Qel::Texture*"));
+    EXPECT_FALSE(graph->setLights({{.type = "spot", .direction = {1, 0, 0}, .angle = 180}}, &error));
     EXPECT_FALSE(graph->setViewport({0, 4}, &error));
     EXPECT_TRUE(error.contains("viewport: 0x4 is out of range")) << qPrintable(error);
     EXPECT_FALSE(graph->setViewport({context().maxTextureSize() + 1, 4}, &error));

@@ -111,9 +111,10 @@ TEST_F(ModelImport, ReadsMaterialLibraries)
     write(u"m.mtl"_s, "newmtl full\nKd 0.1 0.2 0.3\nKs 0.4 0.5 0.6\nNs 96.5\nd 0.25\n"
                       "map_Kd kd.png\nmap_Ks ks.png\n"
                       "newmtl grey\nKd 0.6 0.6 0.6\nTr 0.25\nd 1.5\n"
-                      "newmtl bare\nnewmtl mapped\nmap_Kd kd.png\n");
-    const ModelData model =
-        import(write(u"a.obj"_s, withMaterials({"full", "grey", "bare", "mapped", "undefined"})));
+                      "newmtl bare\nnewmtl mapped\nmap_Kd kd.png\n"
+                      "newmtl dull\nKs 1 1 1\nnewmtl diffuse\nKs 1 1 1\nNs 10\nillum 1\n");
+    const ModelData model = import(
+        write(u"a.obj"_s, withMaterials({"full", "grey", "bare", "mapped", "undefined", "dull", "diffuse"})));
     ASSERT_EQ(model.images.size(), 2U) << "an image is loaded once";
     const auto expect = [&](const QString& name, MaterialData expected) {
         expected.name = name;
@@ -125,6 +126,12 @@ TEST_F(ModelImport, ReadsMaterialLibraries)
     expect(u"grey"_s, {{}, {0.6F, 0.6F, 0.6F}});
     expect(u"bare"_s, {});
     expect(u"undefined"_s, {});
+    // Without an exponent, or with a shading model without highlights, the specular colour does not count.
+    expect(u"dull"_s, {});
+    expect(u"diffuse"_s, {});
+    for (const char* path : {"glmark2/models/horse.3ds", "assimp/models/Collada/sphere.dae"}) {
+        EXPECT_EQ(importModel(u"/usr/share/"_s + path, nullptr)->materials.at(0).ks, QVector3D()) << path;
+    }
     expect(u"mapped"_s, {{}, {1, 1, 1}, {}, 1, 1, false, 0});
 
     const QString obj = write(u"b.obj"_s, "mtllib Sub\\M2.MTL\n" + triangle + "usemtl x\nf 1 2 3\n");
@@ -136,7 +143,7 @@ TEST_F(ModelImport, ReadsMaterialLibraries)
     EXPECT_EQ(import(obj).materials.at(0).kd, QVector3D(1, 0, 0));
 }
 
-TEST_F(ModelImport, VPointsUpInEveryFormatAndNodesShareMeshes)
+TEST_F(ModelImport, VPointsUpInEveryFormat)
 {
     writeImage(u"t.png"_s, {Qt::red, Qt::green, Qt::blue});
     write(u"m.mtl"_s, "newmtl x\nmap_Kd t.png\n");
@@ -155,14 +162,44 @@ TEST_F(ModelImport, VPointsUpInEveryFormatAndNodesShareMeshes)
             EXPECT_EQ(mesh.texCoords.at(i), mesh.positions[i].toVector2D());
         }
     }
+}
 
-    const QByteArray nodes = R"([{"children": [1, 2], "translation": [10, 0, 0]},
-        {"mesh": 0, "translation": [0, 2, 0]}, {"mesh": 0, "scale": [-1, 1, 1]}])";
-    const ModelData model = import(write(u"nodes.gltf"_s, gltf(nodes, "{}", "none.png")));
-    EXPECT_EQ(model.meshes.size(), 1U);
-    ASSERT_EQ(model.instances.size(), 2U);
-    EXPECT_EQ(model.instances[0].transform.map(QVector3D(1, 1, 1)), QVector3D(11, 3, 1));
-    EXPECT_EQ(model.instances[1].transform.map(QVector3D(1, 1, 1)), QVector3D(9, 1, 1));
+TEST_F(ModelImport, NodesShareMeshesAndTheirScaleShearAndMirroringGoIntoTheVertices)
+{
+    QMatrix4x4 turn;
+    turn.rotate(QQuaternion(0.64F, 0.48F, 0.6F, 0));
+    QMatrix4x4 mirror;
+    mirror.scale(-2, 3, 0.01F);
+    QMatrix4x4 flat;
+    flat.scale(2, 3, 0);
+    // A scale above a rotation shears.
+    const std::array nodes{mirror, turn * mirror, mirror * turn, turn * flat};
+    QByteArray json = R"([{"children": [1, 2, 3, 4], "translation": [7, 8, 9]})";
+    for (const QMatrix4x4& node : nodes) {
+        json += R"(, {"mesh": 0, "matrix": [)" + QByteArray::number(double(node.constData()[0]));
+        for (const float* value = node.constData() + 1; value != node.constData() + 16; ++value) {
+            json += ", " + QByteArray::number(double(*value));
+        }
+        json += "]}";
+    }
+    const ModelData model = import(write(u"a.gltf"_s, gltf(json + "]", "{}", "none.png")));
+    EXPECT_EQ(model.meshes.size(), 3U) << "instances with the same scale share a mesh";
+    for (size_t i = 0; i < nodes.size(); ++i) {
+        const QMatrix4x4& rigid = model.instances.at(i).transform;
+        EXPECT_NEAR(rigid.determinant(), 1.0, 1e-5);
+        const MeshData& mesh = model.meshes.at(static_cast<size_t>(model.instances[i].mesh));
+        std::array<QVector3D, 3> corners;
+        for (size_t corner = 0; corner < 3; ++corner) {
+            const unsigned int index = mesh.indices.at(corner);
+            corners[corner] = rigid.map(mesh.positions[index]);
+            const QVector3D expected = QVector3D(7, 8, 9) + nodes[i].map(QVector3D(mesh.texCoords[index]));
+            EXPECT_LT((corners[corner] - expected).length(), 1e-5F);
+        }
+        // The mesh faces +z, and its front faces are wound around its normals, mirrored or not.
+        const QVector3D front = QVector3D::normal(corners[0], corners[1], corners[2]);
+        EXPECT_GT(QVector3D::dotProduct(front, rigid.mapVector(mesh.normals[0])), 0.9999F);
+        EXPECT_TRUE(i == 3 || QVector3D::dotProduct(front, nodes[i].mapVector({0, 0, 1})) > 0) << i;
+    }
 }
 
 TEST_F(ModelImport, MapsPhysicallyBasedMaterials)

@@ -1,6 +1,7 @@
 #include <Qel/graph/RenderGraph.h>
 
 #include <algorithm>
+#include <functional>
 
 #include <Qel/gl/ContextReference.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
@@ -10,8 +11,11 @@
 #include <Qel/graph/support/GraphErrors.h>
 #include <Qel/graph/support/Names.h>
 #include <Qel/graph/support/PassRunner.h>
+#include <Qel/graph/support/PortValues.h>
 #include <Qel/graph/support/Ports.h>
+#include <Qel/graph/support/Presenter.h>
 #include <Qel/graph/support/Scene.h>
+#include <Qel/graph/support/SceneCheck.h>
 
 using namespace Qt::StringLiterals;
 
@@ -24,6 +28,7 @@ struct RenderGraph::Private
     int maxTextureSize = OpenGLDeviceContext::current()->maxTextureSize();
     /// Owns the GL objects that passes create and do not delete.
     ResourceScope scope;
+    Presenter presenter;
     std::optional<Scene> scene;
     std::optional<PassRunner> runner;
 
@@ -44,6 +49,19 @@ struct RenderGraph::Private
         return plan.graph.camera ? *plan.graph.camera : fitCamera(scene->bounds(), plan.graph.viewport);
     }
     void updateView() { scene->setView(camera(), plan.graph.viewport); }
+    /// Index of a model of the graph, -1 if there is none.
+    int modelIndex(const QString& name) const
+    {
+        const std::vector<ModelDescription>& models = plan.graph.models;
+        const auto found = std::find_if(models.begin(), models.end(),
+                                        [&](const ModelDescription& model) { return model.name == name; });
+        return found == models.end() ? -1 : static_cast<int>(found - models.begin());
+    }
+
+    /// Converts what is set on the port of this name; returns nothing if it does not fit, with what is wrong
+    /// in the text.
+    using PortConversion = std::function<std::optional<QVariant>(const QString& port, QString* what)>;
+    bool setInput(const QString& pass, const QString& port, const PortConversion& convert, QString* error);
 };
 
 RenderGraph::RenderGraph(std::unique_ptr<Private> privateData)
@@ -106,6 +124,18 @@ std::vector<RenderGraph::Output> RenderGraph::outputs() const
     return d->runner->outputs();
 }
 
+bool RenderGraph::present(unsigned int framebuffer, const QRect& rectangle, QString* error)
+{
+    Texture* picture = image();
+    const QString what = picture ? presentError(*picture) : u"there is no image to show"_s;
+    if (!what.isEmpty()) {
+        *error = u"%1: output: %2"_s.arg(d->plan.graph.displayName(), what);
+        return false;
+    }
+    d->presenter.present(*d->context, *picture, framebuffer, rectangle);
+    return true;
+}
+
 void RenderGraph::releaseOutputs()
 {
     d->runner->releaseOutputs();
@@ -128,22 +158,22 @@ QSize RenderGraph::viewport() const
     return d->plan.graph.viewport;
 }
 
-bool RenderGraph::setConstant(const QString& pass, const QString& port, const QJsonValue& value,
-                              QString* error)
+bool RenderGraph::Private::setInput(const QString& pass, const QString& port, const PortConversion& convert,
+                                    QString* error)
 {
     const auto fail = [&](const QString& what) {
-        *error = u"%1: %2.%3: %4"_s.arg(d->plan.graph.displayName(), pass, port, what);
+        *error = u"%1: %2.%3: %4"_s.arg(plan.graph.displayName(), pass, port, what);
         return false;
     };
     QStringList passNames;
-    for (const PlannedPass& planned : d->plan.passes) {
+    for (const PlannedPass& planned : plan.passes) {
         passNames.append(planned.name);
     }
     const auto passIndex = static_cast<int>(passNames.indexOf(pass));
     if (passIndex < 0) {
         return fail(unknownName(u"pass"_s, pass, passNames));
     }
-    PlannedPass& planned = d->plan.passes[static_cast<size_t>(passIndex)];
+    PlannedPass& planned = plan.passes[static_cast<size_t>(passIndex)];
     QStringList ports;
     for (const PlannedInput& input : planned.inputs) {
         ports.append(input.port);
@@ -158,13 +188,63 @@ bool RenderGraph::setConstant(const QString& pass, const QString& port, const QJ
         return fail(u"is connected"_s);
     }
     QString what;
-    const std::optional<QVariant> constant = portConstant(d->plan.graph, input.port, value, &what);
-    if (!constant) {
+    const std::optional<QVariant> value = convert(input.port, &what);
+    if (!value) {
         return fail(what);
     }
     input.source = InputSource::Constant;
-    input.constant = *constant;
-    d->runner->setConstant(passIndex, found[0], *constant);
+    input.constant = *value;
+    runner->setConstant(passIndex, found[0], *value);
+    return true;
+}
+
+bool RenderGraph::setConstant(const QString& pass, const QString& port, const QJsonValue& value,
+                              QString* error)
+{
+    const auto convert = [&](const QString& fullName, QString* what) {
+        return portConstant(d->plan.graph, fullName, value, what);
+    };
+    return d->setInput(pass, port, convert, error);
+}
+
+bool RenderGraph::setInput(const QString& pass, const QString& port, const QVariant& value, QString* error)
+{
+    const auto convert = [&](const QString& fullName, QString* what) {
+        return portValue(typeOf(fullName), value, what);
+    };
+    return d->setInput(pass, port, convert, error);
+}
+
+bool RenderGraph::setLights(const std::vector<LightDescription>& lights, QString* error)
+{
+    QStringList messages;
+    GraphErrors errors(d->plan.graph, &messages);
+    checkLights(lights, errors);
+    if (!messages.isEmpty()) {
+        *error = messages.first();
+        return false;
+    }
+    d->plan.graph.lights = lights;
+    d->scene->setLights(lights);
+    return true;
+}
+
+bool RenderGraph::replaceModel(const QString& name, const ModelData& data, QString* error)
+{
+    const int index = d->modelIndex(name);
+    if (index < 0) {
+        QStringList names;
+        for (const ModelDescription& model : d->plan.graph.models) {
+            names.append(model.name);
+        }
+        *error = u"%1: %2"_s.arg(d->plan.graph.displayName(), unknownName(u"model"_s, name, names));
+        return false;
+    }
+    // The old model lives until no pass points to it.
+    const std::unique_ptr<GPUModel> old =
+        d->scene->replaceModel(static_cast<size_t>(index), std::make_unique<GPUModel>(data));
+    d->runner->setModels(d->plan, *d->scene);
+    d->updateView();
     return true;
 }
 
@@ -186,10 +266,8 @@ const GraphPlan& RenderGraph::plan() const
 
 GPUModel* RenderGraph::model(const QString& name) const
 {
-    const std::vector<ModelDescription>& models = d->plan.graph.models;
-    const auto found = std::find_if(models.begin(), models.end(),
-                                    [&](const ModelDescription& model) { return model.name == name; });
-    return found == models.end() ? nullptr : d->scene->model(static_cast<size_t>(found - models.begin()));
+    const int index = d->modelIndex(name);
+    return index < 0 ? nullptr : d->scene->model(static_cast<size_t>(index));
 }
 
 Profiler::Report RenderGraph::profile()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QJsonValue>
+#include <QRect>
 #include <QSize>
 #include <QStringList>
 #include <QVariant>
@@ -80,6 +81,12 @@ public:
     };
     /// All outputs of all passes that ran, in execution order; empty without Options::keepOutputs.
     std::vector<Output> outputs() const;
+    /// Draws the colours of the image, opaque, into a rectangle of a framebuffer of the application, named as
+    /// in GL: 0 for the default one. The rectangle is in pixels with the origin at the lower left; an image
+    /// of another size is filtered linearly. Leaves the framebuffer bound, the rectangle as the viewport, and
+    /// the base state (OpenGLDeviceContext::applyBaseState), ready for drawing on top. Returns false with one
+    /// line in `error` if there is no image, or if it is not a 2D texture of colours.
+    bool present(unsigned int framebuffer, const QRect& rectangle, QString* error);
     /// Returns the textures of the last frame to the pool.
     void releaseOutputs();
     /// @}
@@ -94,6 +101,19 @@ public:
     /// Sets an input to a constant, written as in a graph file. Returns false with one line in `error` if
     /// there is no such input, if it is connected, or if the value does not fit its type.
     bool setConstant(const QString& pass, const QString& port, const QJsonValue& value, QString* error);
+    /// Sets an input to a value of its type: a number, a matrix, a Texture*, a GPUModel*. Objects stay the
+    /// caller's and must live until the input is set again or the graph is destroyed; an invalid value unsets
+    /// the input. Returns false with one line in `error` if there is no such input, if it is connected, or if
+    /// the value has another type.
+    bool setInput(const QString& pass, const QString& port, const QVariant& value, QString* error);
+    /// Replaces the lights of all passes. Returns false with one line in `error`, and keeps the lights, if
+    /// one has a value out of its range.
+    bool setLights(const std::vector<LightDescription>& lights, QString* error);
+    /// Replaces a model in all passes that use it by its name, and with it the scene's bounds, to which the
+    /// camera is fitted if the graph has none. `data` comes from importModel or is made in code. The GPUModel
+    /// that was there is deleted. Returns false with one line in `error` if the graph has no model with this
+    /// name.
+    bool replaceModel(const QString& name, const ModelData& data, QString* error);
     void setCamera(const CameraDescription& camera);
     /// The camera in use; fitted to the models if the graph has none.
     CameraDescription camera() const;

@@ -54,16 +54,13 @@ void fillSpecular(const aiMaterial& source, MaterialData& data)
     if (read(source, AI_MATKEY_SHININESS_STRENGTH, strength)) {
         data.ks *= std::clamp(strength, 0.0F, 1.0F);
     }
+    data.ns = 0.0F;
     read(source, AI_MATKEY_SHININESS, data.ns);
     float metallic = 0.0F;
     if (!hasSpecular && read(source, AI_MATKEY_METALLIC_FACTOR, metallic)) {
         float roughness = 1.0F;
         read(source, AI_MATKEY_ROUGHNESS_FACTOR, roughness);
         setSpecularFromRoughness(data, metallic, roughness);
-    }
-    // Assimp's OBJ reader gives 0 for a missing exponent, but pow(0, 0) is undefined in shaders.
-    if (data.ns <= 0.0F) {
-        data.ns = 1.0F;
     }
 }
 
@@ -83,10 +80,10 @@ void fillOpacity(const aiMaterial& source, ImportedMaterial& material)
 
 } // namespace
 
-MaterialConversion::MaterialConversion(const aiScene& scene, std::optional<QSet<QString>> withKd,
+MaterialConversion::MaterialConversion(const aiScene& scene, std::optional<MaterialLibraries> libraries,
                                        ImportedScene& result)
     : m_scene(scene)
-    , m_withKd(std::move(withKd))
+    , m_libraries(std::move(libraries))
     , m_result(result)
     , m_indices(scene.mNumMaterials, -1)
 {
@@ -116,16 +113,44 @@ void MaterialConversion::fill(const aiMaterial& source, ImportedMaterial& materi
     }
     material.mapKs = image(source, aiTextureType_SPECULAR);
 
-    const bool isKdFromFile = m_withKd ? m_withKd->contains(data.name.simplified())
-                                       : data.name != QLatin1StringView(AI_DEFAULT_MATERIAL_NAME);
-    if (!isKdFromFile ||
+    if (!isKdInFile(source) ||
         !(read(source, AI_MATKEY_COLOR_DIFFUSE, data.kd) || read(source, AI_MATKEY_BASE_COLOR, data.kd))) {
         data.kd = material.mapKd.text.isEmpty() ? MaterialData().kd : QVector3D(1.0F, 1.0F, 1.0F);
     }
     fillSpecular(source, data);
+    // An exponent of 0 would make the highlight cover all that the light reaches, and more: GLSL leaves
+    // pow(0, 0) undefined.
+    if (data.ns <= 0.0F || !hasHighlight(source)) {
+        data.ks = {};
+        data.ns = 1.0F;
+    }
     fillOpacity(source, material);
     int twoSided = 0;
     data.doubleSided = source.Get(AI_MATKEY_TWOSIDED, twoSided) == aiReturn_SUCCESS && twoSided != 0;
+}
+
+bool MaterialConversion::isKdInFile(const aiMaterial& source) const
+{
+    const QString name = toQt(source.GetName());
+    if (m_libraries) {
+        return m_libraries->withKd.contains(name.simplified());
+    }
+    // Some readers give the default material's name to materials of the file too; only a colour that is not
+    // grey tells them apart.
+    QVector3D kd;
+    return name != QLatin1StringView(AI_DEFAULT_MATERIAL_NAME) ||
+           (read(source, AI_MATKEY_COLOR_DIFFUSE, kd) && (kd.x() != kd.y() || kd.y() != kd.z()));
+}
+
+/// Whether the material's shading model has a specular term.
+bool MaterialConversion::hasHighlight(const aiMaterial& source) const
+{
+    if (m_libraries) {
+        return !m_libraries->withoutHighlight.contains(toQt(source.GetName()).simplified());
+    }
+    int model = aiShadingMode_Phong;
+    source.Get(AI_MATKEY_SHADING_MODEL, model);
+    return model != aiShadingMode_Flat && model != aiShadingMode_Gouraud && model != aiShadingMode_NoShading;
 }
 
 ImageReference MaterialConversion::image(const aiMaterial& material, aiTextureType type)

@@ -6,24 +6,30 @@
 #include <array>
 #include <cmath>
 #include <unordered_map>
+#include <utility>
 
 #include <assimp/mesh.h>
 
 #include <Qel/model/AssimpTypes.h>
+#include <Qel/model/ShapeTransform.h>
 
 namespace Morvane::Qel {
 
 namespace {
 
-/// Returns the unit vector along `v`, however short `v` is; zero if it has no direction.
-QVector3D direction(const QVector3D& v)
+using Vector = ShapeTransform::Vector;
+
+/// Converts to single precision; what does not fit becomes infinite.
+aiVector3D toFloat(const Vector& v)
 {
-    const double length = std::hypot(double(v.x()), double(v.y()), double(v.z()));
-    if (length == 0.0 || !std::isfinite(length)) {
-        return {};
-    }
-    return {static_cast<float>(v.x() / length), static_cast<float>(v.y() / length),
-            static_cast<float>(v.z() / length)};
+    return {static_cast<float>(v.x), static_cast<float>(v.y), static_cast<float>(v.z)};
+}
+
+/// Returns the unit vector along `v`, however short `v` is; zero if it has no direction.
+QVector3D direction(const Vector& v)
+{
+    const double length = std::hypot(v.x, v.y, v.z);
+    return length == 0.0 || !std::isfinite(length) ? QVector3D() : toQt(toFloat(v / length));
 }
 
 /// Adds vertices to a mesh, each distinct vertex once. Assimp's own step for this also joins vertices that
@@ -85,7 +91,8 @@ void repairNormals(MeshData& mesh)
         if (!isBroken[i]) {
             continue;
         }
-        mesh.normals[i] = direction(mesh.normals[i]);
+        const QVector3D& sum = mesh.normals[i];
+        mesh.normals[i] = direction({double(sum.x()), double(sum.y()), double(sum.z())});
         if (mesh.normals[i].isNull()) {
             mesh.normals[i] = QVector3D(0.0F, 0.0F, 1.0F);
         }
@@ -94,7 +101,8 @@ void repairNormals(MeshData& mesh)
 
 } // namespace
 
-MeshData convertMesh(const aiMesh& source, int texCoordSet, int& numInvalidTriangles)
+MeshData convertMesh(const aiMesh& source, const ShapeTransform& shape, int texCoordSet,
+                     int& numInvalidTriangles)
 {
     MeshData mesh;
     mesh.name = toQt(source.mName);
@@ -109,24 +117,33 @@ MeshData convertMesh(const aiMesh& source, int texCoordSet, int& numInvalidTrian
         if (face.mNumIndices != 3) {
             continue;
         }
-        if (!std::all_of(face.mIndices, face.mIndices + 3, [&source](unsigned int i) {
-                return i < source.mNumVertices && isFinite(source.mVertices[i]);
-            })) {
+        std::array<unsigned int, 3> corners{face.mIndices[0], face.mIndices[1], face.mIndices[2]};
+        if (shape.isMirrored()) {
+            std::swap(corners[1], corners[2]);
+        }
+        std::array<aiVector3D, 3> positions;
+        bool isValid = true;
+        for (size_t i = 0; i < 3 && isValid; ++i) {
+            if (corners[i] < source.mNumVertices) {
+                positions[i] = toFloat(shape.position(source.mVertices[corners[i]]));
+            }
+            isValid = corners[i] < source.mNumVertices && isFinite(positions[i]);
+        }
+        if (!isValid) {
             ++numInvalidTriangles;
             continue;
         }
-        const aiVector3D& a = source.mVertices[face.mIndices[0]];
-        const aiVector3D& b = source.mVertices[face.mIndices[1]];
-        const aiVector3D& c = source.mVertices[face.mIndices[2]];
-        if (a == b || b == c || c == a) {
+        if (positions[0] == positions[1] || positions[1] == positions[2] || positions[2] == positions[0]) {
             continue;
         }
-        for (const unsigned int* i = face.mIndices; i != face.mIndices + 3; ++i) {
-            const bool hasNormal = source.HasNormals() && isFinite(source.mNormals[*i]);
-            const bool hasTexCoord = texCoords != nullptr && isFinite(texCoords[*i]);
+        for (size_t i = 0; i < 3; ++i) {
+            const unsigned int corner = corners[i];
+            const bool hasNormal = source.HasNormals() && isFinite(source.mNormals[corner]);
+            const bool hasTexCoord = texCoords != nullptr && isFinite(texCoords[corner]);
             mesh.indices.push_back(vertices.index(
-                toQt(source.mVertices[*i]), hasNormal ? direction(toQt(source.mNormals[*i])) : QVector3D(),
-                hasTexCoord ? QVector2D(texCoords[*i].x, texCoords[*i].y) : QVector2D()));
+                toQt(positions[i]),
+                hasNormal ? direction(shape.normal(source.mNormals[corner])) : QVector3D(),
+                hasTexCoord ? QVector2D(texCoords[corner].x, texCoords[corner].y) : QVector2D()));
         }
     }
     repairNormals(mesh);

@@ -72,7 +72,8 @@ struct InstanceData
 {
     /// Index into ModelData::meshes.
     int mesh = 0;
-    /// Mesh space to world space.
+    /// Mesh space to world space. importModel gives rotations and translations only: passes do not normalise
+    /// normals, so a scale here would make their shading too dark or too bright.
     QMatrix4x4 transform;
 
     bool operator==(const InstanceData&) const = default;
@@ -114,11 +115,13 @@ struct ImportOptions
 };
 
 /// Reads a model file of any format that Assimp supports. Polygons are triangulated, equal vertices joined
-/// and missing normals replaced by smooth ones; node transforms become instances. An OBJ material's diffuse
-/// colour counts only if its MTL file sets Kd. A missing or broken image is replaced by opaque white and
-/// named in the warnings. Returns nothing on failure, with one line in `error`, which may be null, that names
-/// the file and the cause. Without ImportOptions::isolated a damaged file may crash the process or never
-/// return.
+/// and missing normals replaced by smooth ones. Node transforms become instances; their scale, shear and
+/// mirroring are applied to the vertices, so that a mesh becomes several if its instances differ in these.
+/// Materials have no specular colour if the file gives no exponent above 0 or a shading model without
+/// highlights. An OBJ material's diffuse colour counts only if its MTL file sets Kd. A missing or broken
+/// image is replaced by opaque white and named in the warnings. Returns nothing on failure, with one line in
+/// `error`, which may be null, that names the file and the cause. Without ImportOptions::isolated a damaged
+/// file may crash the process or never return.
 QEL_MODEL_EXPORT std::optional<ModelData> importModel(const QString& path, QString* error,
                                                       const ImportOptions& options = {});
 

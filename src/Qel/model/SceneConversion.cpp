@@ -8,6 +8,7 @@
 #include <Qel/model/AssimpTypes.h>
 #include <Qel/model/MaterialConversion.h>
 #include <Qel/model/MeshConversion.h>
+#include <Qel/model/ShapeTransform.h>
 
 using namespace Qt::StringLiterals;
 
@@ -28,9 +29,65 @@ int diffuseTexCoordSet(const aiScene& scene, const aiMesh& mesh)
     return set;
 }
 
-/// Adds an instance for each mesh of each node. `meshes` maps the scene's meshes to the result's, -1 for
-/// none. Returns the number of instances left out because their transform is not finite.
-int convertNodes(const aiScene& scene, const std::vector<int>& meshes, ImportedScene& result)
+/// Converts the meshes of a scene, each once for every shape that its instances give it.
+class Meshes
+{
+public:
+    Meshes(const aiScene& scene, const std::optional<MaterialLibraries>& libraries, ImportedScene& result)
+        : m_scene(scene)
+        , m_result(result)
+        , m_materials(scene, libraries, result)
+        , m_variants(scene.mNumMeshes)
+    {
+    }
+
+    /// Returns the index in the result of the scene's mesh `source` in a shape; -1 if it has no triangles.
+    int index(unsigned int source, const ShapeTransform& shape)
+    {
+        if (source >= m_variants.size()) {
+            return -1;
+        }
+        for (const Variant& variant : m_variants[source]) {
+            if (variant.shape.isClose(shape)) {
+                return variant.index;
+            }
+        }
+        const int index = convert(*m_scene.mMeshes[source], shape);
+        m_variants[source].push_back({shape, index});
+        return index;
+    }
+
+    int numInvalidTriangles() const { return m_numInvalidTriangles; }
+
+private:
+    struct Variant
+    {
+        ShapeTransform shape;
+        int index;
+    };
+
+    int convert(const aiMesh& source, const ShapeTransform& shape)
+    {
+        MeshData mesh =
+            convertMesh(source, shape, diffuseTexCoordSet(m_scene, source), m_numInvalidTriangles);
+        if (mesh.indices.empty()) {
+            return -1;
+        }
+        mesh.material = m_materials.convert(source.mMaterialIndex);
+        m_result.meshes.push_back(std::move(mesh));
+        return static_cast<int>(m_result.meshes.size()) - 1;
+    }
+
+    const aiScene& m_scene;
+    ImportedScene& m_result;
+    MaterialConversion m_materials;
+    std::vector<std::vector<Variant>> m_variants;
+    int m_numInvalidTriangles = 0;
+};
+
+/// Adds an instance for each mesh of each node. Returns the number of instances left out because their
+/// transform is not finite.
+int convertNodes(const aiScene& scene, Meshes& meshes, ImportedScene& result)
 {
     int numInvalid = 0;
     // An explicit stack, because the file decides how deep the hierarchy is.
@@ -44,15 +101,12 @@ int convertNodes(const aiScene& scene, const std::vector<int>& meshes, ImportedS
             continue;
         }
         const QMatrix4x4 transform = parent * toQt(node->mTransformation);
+        const SplitTransform parts = split(transform);
         for (unsigned int i = 0; i < node->mNumMeshes; ++i) {
-            const unsigned int index = node->mMeshes[i];
-            if (index >= meshes.size() || meshes[index] < 0) {
-                continue;
-            }
-            if (isFinite(transform)) {
-                result.instances.push_back({meshes[index], transform});
-            } else {
+            if (!isFinite(transform)) {
                 ++numInvalid;
+            } else if (const int mesh = meshes.index(node->mMeshes[i], parts.shape); mesh >= 0) {
+                result.instances.push_back({mesh, parts.motion});
             }
         }
         for (unsigned int i = node->mNumChildren; i > 0; --i) {
@@ -65,23 +119,12 @@ int convertNodes(const aiScene& scene, const std::vector<int>& meshes, ImportedS
 } // namespace
 
 ImportedScene convertScene(const aiScene& scene, const QString& path,
-                           const std::optional<QSet<QString>>& materialsWithKd)
+                           const std::optional<MaterialLibraries>& libraries)
 {
     ImportedScene result;
-    MaterialConversion materials(scene, materialsWithKd, result);
-    std::vector<int> meshes(scene.mNumMeshes, -1);
-    int numInvalidTriangles = 0;
-    for (unsigned int i = 0; i < scene.mNumMeshes; ++i) {
-        const aiMesh& source = *scene.mMeshes[i];
-        MeshData mesh = convertMesh(source, diffuseTexCoordSet(scene, source), numInvalidTriangles);
-        if (mesh.indices.empty()) {
-            continue;
-        }
-        mesh.material = materials.convert(source.mMaterialIndex);
-        meshes[i] = static_cast<int>(result.meshes.size());
-        result.meshes.push_back(std::move(mesh));
-    }
+    Meshes meshes(scene, libraries, result);
     const int numInvalidInstances = convertNodes(scene, meshes, result);
+    const int numInvalidTriangles = meshes.numInvalidTriangles();
     if (numInvalidTriangles > 0) {
         result.warnings << u"%1: skipped %2 triangles with invalid corners"_s.arg(
             path, QString::number(numInvalidTriangles));

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <QSet>
-
 #include <optional>
 
 #include <Qel/model/ImportedScene.h>
@@ -10,9 +8,11 @@ struct aiScene;
 
 namespace Morvane::Qel {
 
-/// Converts what Assimp read from the file `path`, which warnings name. `materialsWithKd` names the materials
-/// whose diffuse colour counts; without it, the diffuse colour counts for all but Assimp's default material.
+struct MaterialLibraries;
+
+/// Converts what Assimp read from the file `path`, which warnings name. `libraries` is given for OBJ files
+/// only.
 ImportedScene convertScene(const aiScene& scene, const QString& path,
-                           const std::optional<QSet<QString>>& materialsWithKd);
+                           const std::optional<MaterialLibraries>& libraries);
 
 } // namespace Morvane::Qel

@@ -1,6 +1,5 @@
 #include <QFile>
 #include <QFileInfo>
-#include <QSet>
 
 #include <cstring>
 #include <exception>
@@ -13,6 +12,7 @@
 #include <assimp/postprocess.h>
 
 #include <Qel/model/ImportedScene.h>
+#include <Qel/model/MaterialConversion.h>
 #include <Qel/model/ModelFiles.h>
 #include <Qel/model/SceneConversion.h>
 
@@ -53,12 +53,10 @@ private:
     }
 };
 
-/// Returns the materials for which an OBJ material library sets Kd. Assimp gives all others a grey that
-/// cannot be distinguished from one in the file.
-QSet<QString> materialsWithKd(const QStringList& libraries)
+MaterialLibraries readLibraries(const QStringList& paths)
 {
-    QSet<QString> names;
-    for (const QString& path : libraries) {
+    MaterialLibraries result;
+    for (const QString& path : paths) {
         QFile file(path);
         if (!file.open(QIODevice::ReadOnly)) {
             continue;
@@ -69,11 +67,13 @@ QSet<QString> materialsWithKd(const QStringList& libraries)
             if (line.startsWith(u"newmtl "_s)) {
                 name = line.mid(7);
             } else if (line.startsWith(u"Kd "_s)) {
-                names.insert(name);
+                result.withKd.insert(name);
+            } else if (line == u"illum 0"_s || line == u"illum 1"_s) {
+                result.withoutHighlight.insert(name);
             }
         }
     }
-    return names;
+    return result;
 }
 
 bool isObj(const Assimp::Importer& importer)
@@ -116,7 +116,7 @@ ImportedScene readScene(const QString& path)
             return result;
         }
         result = convertScene(
-            *scene, path, isObj(importer) ? std::optional(materialsWithKd(files->libraries)) : std::nullopt);
+            *scene, path, isObj(importer) ? std::optional(readLibraries(files->libraries)) : std::nullopt);
     } catch (const std::exception& exception) {
         result.error = plainReason(QString::fromUtf8(exception.what()));
     }

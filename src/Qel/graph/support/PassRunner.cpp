@@ -111,8 +111,6 @@ void PassRunner::connectPasses(const GraphPlan& plan, const Scene& scene)
                 target.pass->setInput(i, input.constant);
                 break;
             case InputSource::Model:
-                target.pass->setInput(
-                    i, modelValue(scene.model(static_cast<size_t>(input.model)), input.takesBatches));
                 break;
             case InputSource::FrameValue:
                 target.frameValues.push_back({input.frameValue, i});
@@ -126,6 +124,7 @@ void PassRunner::connectPasses(const GraphPlan& plan, const Scene& scene)
             }
         }
     }
+    setModels(plan, scene);
     keepOutputs(plan);
     if (m_options.profile) {
         std::vector<QString> sections;
@@ -133,6 +132,21 @@ void PassRunner::connectPasses(const GraphPlan& plan, const Scene& scene)
             sections.push_back(node.name);
         }
         m_profiler = std::make_unique<Profiler>(sections);
+    }
+}
+
+void PassRunner::setModels(const GraphPlan& plan, const Scene& scene)
+{
+    for (const int index : plan.order) {
+        const Node& target = node(m_nodeOfPass[static_cast<size_t>(index)]);
+        const std::vector<PlannedInput>& inputs = plan.passes[static_cast<size_t>(index)].inputs;
+        for (size_t i = 0; i < inputs.size(); ++i) {
+            if (inputs[i].source == InputSource::Model) {
+                target.pass->setInput(
+                    static_cast<int>(i),
+                    modelValue(scene.model(static_cast<size_t>(inputs[i].model)), inputs[i].takesBatches));
+            }
+        }
     }
 }
 

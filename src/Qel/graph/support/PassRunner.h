@@ -34,6 +34,8 @@ public:
     void createPasses(const GraphPlan& plan, GraphErrors& errors);
     /// Sets constants and models and prepares connections. Call it once, after createPasses has succeeded.
     void connectPasses(const GraphPlan& plan, const Scene& scene);
+    /// Sets the models of the scene on all inputs that the plan gives one.
+    void setModels(const GraphPlan& plan, const Scene& scene);
     /// Sets an input, which gets no frame value from now on. `pass` is an index into GraphPlan::passes.
     void setConstant(int pass, int input, const QVariant& value);
 

@@ -4,6 +4,7 @@
 #include <QRect>
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 
 #include <Qel/graph/support/Camera.h>
@@ -82,17 +83,33 @@ Scene::Scene(const GraphDescription& graph, const std::vector<ModelData>& models
     for (const ModelData& model : models) {
         m_models.push_back(std::make_unique<GPUModel>(model));
     }
+    updateBounds();
+    setLights(graph.lights);
+}
+
+std::unique_ptr<GPUModel> Scene::replaceModel(size_t index, std::unique_ptr<GPUModel> model)
+{
+    m_models[index].swap(model);
+    updateBounds();
+    return model;
+}
+
+void Scene::updateBounds()
+{
     m_bounds = boundsOf(m_models);
     setFrameValue(FrameValue::SceneBoundsMin, m_bounds.first);
     setFrameValue(FrameValue::SceneBoundsMax, m_bounds.second);
-    for (const LightDescription& light : graph.lights) {
-        m_lights.push_back(lightFrom(light));
-    }
-    QVariantList lights;
+}
+
+void Scene::setLights(const std::vector<LightDescription>& lights)
+{
+    m_lights.clear();
+    std::transform(lights.begin(), lights.end(), std::back_inserter(m_lights), lightFrom);
+    QVariantList pointers;
     for (ShadowMapManager::Light& light : m_lights) {
-        lights.append(QVariant::fromValue(&light));
+        pointers.append(QVariant::fromValue(&light));
     }
-    setFrameValue(FrameValue::Lights, lights);
+    setFrameValue(FrameValue::Lights, pointers);
 }
 
 void Scene::setView(const CameraDescription& camera, const QSize& viewport)

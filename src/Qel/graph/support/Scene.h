@@ -39,6 +39,9 @@ public:
     /// Corners of the box around all models; both zero without geometry.
     const QPair<QVector3D, QVector3D>& bounds() const { return m_bounds; }
 
+    /// Replaces a model and returns the old one.
+    std::unique_ptr<GPUModel> replaceModel(size_t index, std::unique_ptr<GPUModel> model);
+    void setLights(const std::vector<LightDescription>& lights);
     /// Updates the frame values that depend on the camera and the viewport.
     void setView(const CameraDescription& camera, const QSize& viewport);
 
@@ -48,6 +51,7 @@ public:
     void markUnchanged() { m_isChanged.fill(false); }
 
 private:
+    void updateBounds();
     void setFrameValue(FrameValue value, const QVariant& content);
 
     std::vector<std::unique_ptr<GPUModel>> m_models;

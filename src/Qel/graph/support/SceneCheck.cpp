@@ -96,8 +96,13 @@ void checkScene(const GraphDescription& graph, GraphErrors& errors)
         checkCamera(*graph.camera, errors);
     }
     checkModels(graph, errors);
-    for (size_t i = 0; i < graph.lights.size(); ++i) {
-        checkLight(graph.lights[i], u"lights[%1]"_s.arg(i), errors);
+    checkLights(graph.lights, errors);
+}
+
+void checkLights(const std::vector<LightDescription>& lights, GraphErrors& errors)
+{
+    for (size_t i = 0; i < lights.size(); ++i) {
+        checkLight(lights[i], u"lights[%1]"_s.arg(i), errors);
     }
 }
 
