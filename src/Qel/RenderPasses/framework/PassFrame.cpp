@@ -206,6 +206,11 @@ AttachedDepth::~AttachedDepth()
     m_framebuffer.detach(GL_DEPTH_STENCIL_ATTACHMENT);
 }
 
+Sampling texelSampling(const Texture& input, const QSize& viewport, Sampling resized)
+{
+    return input.size() == viewport ? Sampling::Nearest : resized;
+}
+
 BoundSampler::BoundSampler(ShaderProgram& program, Uniform& sampler, Texture* texture, Sampling sampling)
     : m_texture(texture)
 {

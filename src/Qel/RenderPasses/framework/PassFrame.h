@@ -264,6 +264,11 @@ enum class Sampling
     LatLong,
 };
 
+/// Returns how to read an input once for every pixel of a viewport: `Nearest` if it has the viewport's size,
+/// so that each pixel gets exactly its texel, else `resized`. Filters do not give the texel itself: texture
+/// coordinates are rounded, and some 1e-4 of the neighbouring texels gets in.
+QEL_RENDERPASSES_EXPORT Sampling texelSampling(const Texture& input, const QSize& viewport, Sampling resized);
+
 /// Binds a texture for its lifetime with the filters and wrap modes that the pass needs, and sets a sampler
 /// uniform to its unit. The destructor restores the texture's own parameters, so that no pass affects how
 /// another one samples it.

@@ -52,15 +52,15 @@ void GaussianBlurRenderPass::start(RenderCallbacks* /*callbacks*/)
     }
     auto* input = getInputPointer<Texture>(Input);
     const InputReferences inputs(input);
-    provideKernel(m_inputs[BlurRadius].value.toFloat());
+    const QRect viewport = m_inputs[Viewport].value.toRect();
+    const QSize size(truncated(static_cast<float>(viewport.width()) / divider),
+                     truncated(static_cast<float>(viewport.height()) / divider));
+    provideKernel(m_inputs[BlurRadius].value.toFloat(), input && input->size() != size);
     if (m_blurRadius <= 1.0F) {
         m_outputs[Output].value = publishTexture(input, m_outputs[Output].users);
         return;
     }
 
-    const QRect viewport = m_inputs[Viewport].value.toRect();
-    const QSize size(truncated(static_cast<float>(viewport.width()) / divider),
-                     truncated(static_cast<float>(viewport.height()) / divider));
     const PooledTexture fallback = input ? PooledTexture() : PooledTexture::transparent();
     const AutoBinder programBinder(m_shaderProgram.get());
     m_shaderProgram->setUniform(m_resolutionDivider, divider);
