@@ -262,49 +262,36 @@ TEST_F(RenderGraphTest, FrameValuesDescribeTheCameraTheModelsAndTheLights)
     graph->setInput("probe", "CameraMatrix", matrix, &error);
     const LightDescription sun{.type = "directional", .direction = {1, -2, 1}, .intensity = 3.0F};
     ASSERT_TRUE(graph->setLights({sun}, &error)) << qPrintable(error);
-    ModelData triangle;
-    triangle.materials = {MaterialData()};
-    triangle.meshes = {
-        {"triangle", {{0, 0, 7}, {1, 0, 7}, {0, 1, 7}}, {{}, {}, {}}, {{}, {}, {}}, {0, 1, 2}}};
-    triangle.instances = {InstanceData()};
-    ASSERT_TRUE(graph->replaceModel("scene", triangle, &error)) << qPrintable(error);
+    write("flat.obj", "v 0 0 7\nv 1 0 7\nv 0 1 7\nf 1 2 3\n");
+    ASSERT_TRUE(graph->replaceModel("scene", *importModel(path("flat.obj"), &error), &error));
     render();
     EXPECT_EQ(frameValues[2], QVariant(matrix));
-    EXPECT_EQ(frameValues.mid(5, 2), (QVariantList{QVector3D(0, 0, 7), QVector3D(1, 1, 7)}));
-    EXPECT_EQ(frameValues[7].value<GPUModel*>(), graph->model("scene"));
-    EXPECT_EQ(graph->model("scene")->numTriangles(), 1);
+    EXPECT_EQ(frameValues.mid(5, 3), (QVariantList{QVector3D(0, 0, 7), QVector3D(1, 1, 7),
+                                                   QVariant::fromValue(graph->model("scene"))}));
     EXPECT_EQ(frameValues[8].toList().value(0).value<Light*>()->color, QVector3D(3, 3, 3));
-    EXPECT_EQ(frameValues[8].toList().size(), 1);
 }
 
 TEST_F(RenderGraphTest, ShowsItsImageOfTheHostsTextureInAFramebufferOfTheHost)
 {
     make(
-        R"({"viewport": [2, 1], "output": "@copy.Output", "passes": [{"name": "copy", "type": "ShaderRenderPass",
+        R"({"viewport": [1, 1], "output": "@copy.Output", "passes": [{"name": "copy", "type": "ShaderRenderPass",
         "options": {"inputs": ["Qel_QelTexture*_Input"], "outputs": ["Qel_QelTexture*_Output"]}}]})");
     ASSERT_TRUE(graph);
     QString error;
-    EXPECT_FALSE(graph->present(0, {0, 0, 2, 1}, &error));
-    EXPECT_EQ(error, path("graph.json: output: there is no image to show"));
-    // Red and a transparent green, shown opaque beside what the host drew.
-    Pixels source = Pixels::filled(2, 1, {1, 0, 0, 1});
-    source.at(1, 0) = {0, 1, 0, 0.2F};
-    const std::unique_ptr<Texture> texture = makeTexture(source, GL_RGBA8);
+    EXPECT_FALSE(graph->present(0, {0, 0, 1, 1}, &error)) << "there is no image";
+    // A transparent green, shown opaque beside what the host drew.
+    const std::unique_ptr<Texture> texture = makeTexture(Pixels::filled(1, 1, {0, 1, 0, 0.2F}), GL_RGBA8);
     graph->setInput("copy", "Input", QVariant::fromValue(texture.get()), &error);
     render();
-    Texture window;
-    window.setImage2D(0, GL_RGBA8, 4, 2, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+    Pixels expected = Pixels::filled(3, 2, {0, 0, 1, 0});
+    const std::unique_ptr<Texture> window = makeTexture(expected, GL_RGBA8);
     FramebufferObject framebuffer;
-    framebuffer.attach(&window, GL_COLOR_ATTACHMENT0, 0);
+    framebuffer.attach(window.get(), GL_COLOR_ATTACHMENT0, 0);
     const AutoBinder binder(&framebuffer);
     framebuffer.setDrawBuffers();
-    glClearColor(0, 0, 1, 0);
-    glClear(GL_COLOR_BUFFER_BIT);
-    ASSERT_TRUE(graph->present(framebuffer.getFBO(), {1, 1, 2, 1}, &error)) << qPrintable(error);
-    Pixels expected = Pixels::filled(4, 2, {0, 0, 1, 0});
-    expected.at(1, 1) = {1, 0, 0, 1};
-    expected.at(2, 1) = {0, 1, 0, 1};
-    EXPECT_TRUE(equal(readTexture(&window), expected));
+    EXPECT_TRUE(graph->present(framebuffer.getFBO(), {1, 1, 1, 1}, &error)) << qPrintable(error);
+    expected.at(1, 1) = {0, 1, 0, 1};
+    EXPECT_TRUE(equal(readTexture(window.get()), expected));
 }
 
 TEST_F(RenderGraphTest, WithoutACameraTheWholeModelIsVisible)
@@ -362,20 +349,9 @@ TEST_F(RenderGraphTest, InvalidChangesAreRefused)
     expectRefusal("a", "Amount", "much", "must be a number, not \"much\"");
     expectRefusal("b", "Input", {}, "is connected");
     Texture texture;
-    const QList<std::tuple<QString, QVariant, QString>> values{
-        {"Other", 1.5, "expects QelTexture*, not 1.5"},
-        {"Amount", QColor(Qt::red), "expects float, not QColor"},
-        {"Geometry", QVariant::fromValue(&texture), "expects QelGPUModel*, not Morvane::Qel::Texture*"},
-        {"CameraMatrix", QString("up"), "expects QMatrix4x4, not QString"}};
-    for (const auto& [port, value, message] : values) {
-        EXPECT_FALSE(graph->setInput("a", port, value, &error));
-        EXPECT_EQ(error, path("graph.json: a." + port + ": " + message));
-    }
-    EXPECT_TRUE(graph->setInput("a", "Amount", 2, &error));
+    EXPECT_FALSE(graph->setInput("a", "Geometry", QVariant::fromValue(&texture), &error));
+    EXPECT_EQ(error, path("graph.json: a.Geometry: expects QelGPUModel*, not Morvane::Qel::Texture*"));
     EXPECT_FALSE(graph->setLights({{.type = "spot", .direction = {1, 0, 0}, .angle = 180}}, &error));
-    EXPECT_EQ(error, path("graph.json: lights[0].angle: must be above 0 and at most 170 degrees"));
-    EXPECT_FALSE(graph->replaceModel("cow", {}, &error));
-    EXPECT_EQ(error, path("graph.json: no model \"cow\""));
     EXPECT_FALSE(graph->setViewport({0, 4}, &error));
     EXPECT_TRUE(error.contains("viewport: 0x4 is out of range")) << qPrintable(error);
     EXPECT_FALSE(graph->setViewport({context().maxTextureSize() + 1, 4}, &error));
