@@ -3,6 +3,11 @@
 # The include folder: <Qel/gl/Texture.h> is src/Qel/gl/Texture.h.
 set(QEL_INCLUDE_DIR "${PROJECT_SOURCE_DIR}/src")
 
+# What __FILE__ names is below the source folder, so that no message shows a path of the build machine. Compiler
+# caches may pass paths relative to the build folder.
+file(RELATIVE_PATH source_from_build "${PROJECT_BINARY_DIR}" "${PROJECT_SOURCE_DIR}")
+set(QEL_PREFIX_MAPS "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=" "-fmacro-prefix-map=${source_from_build}=")
+
 # Sets the compile options of a target; none of them are exported.
 function(qel_compile_options target)
     set_target_properties(${target} PROPERTIES
@@ -13,7 +18,7 @@ function(qel_compile_options target)
     target_compile_definitions(${target} PRIVATE QT_NO_CAST_TO_ASCII QT_NO_KEYWORDS QT_NO_NARROWING_CONVERSIONS_IN_CONNECT)
     if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
         target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
-            $<$<BOOL:${QEL_WARNINGS_AS_ERRORS}>:-Werror>)
+            ${QEL_PREFIX_MAPS} $<$<BOOL:${QEL_WARNINGS_AS_ERRORS}>:-Werror>)
     endif()
     if(QEL_SANITIZE)
         target_compile_options(${target} PRIVATE -fsanitize=${QEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

@@ -1,8 +1,14 @@
+#include <QDir>
 #include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
 
+#include <algorithm>
 #include <cmath>
+#include <random>
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <Qel/graph/ImageIO.h>
 
@@ -39,16 +45,16 @@ TEST_F(Compare, PrintsDifferencesAndWorstPixels)
         values[4 * pixel] = 0.75F;
     }
     write("b.exr", {4, 2, rgba, values});
-    const ProgramResult result = compare("a.exr", "b.exr");
+    const ProgramResult result = compare("a.exr", "b.exr", {"--alpha"});
     EXPECT_EQ(result.exitCode, 1);
     const QStringList lines = result.output.split('\n');
-    ASSERT_EQ(lines.size(), 13) << qPrintable(result.output);
+    ASSERT_EQ(lines.size(), 18) << qPrintable(result.output);
     EXPECT_EQ(lines.mid(1, 4).join(' ').simplified(), "R 0.5 0.1875 G 0.25 0.03125 B 0 0 A 1 0.125");
     // The squares add up to 0.25 + 0.0625 + 1 + 4 * 0.0625. Nine digits are printed.
     EXPECT_NEAR(lines[5].section(' ', 1, 1).toDouble(), 10.0 * std::log10(32.0 / 1.5625), 1e-7);
-    EXPECT_EQ(lines[6], "pixel (1, 0) from the top left: 1 1 1 1 | 1 1 1 2, difference 1");
+    EXPECT_EQ(lines[11], "pixel (1, 0) from the top left: 1 1 1 1 | 1 1 1 2, difference 1");
     // Of equal ones, the first; no more than five.
-    EXPECT_TRUE(lines[10].startsWith("pixel (0, 1)")) << qPrintable(lines[10]);
+    EXPECT_TRUE(lines[15].startsWith("pixel (0, 1)")) << qPrintable(lines[15]);
 }
 
 TEST_F(Compare, ExitCodeDependsOnTheToleranceAndTheValues)
@@ -92,7 +98,7 @@ TEST_F(Compare, ExitCodeDependsOnTheToleranceAndTheValues)
         {"bytes", "bytes.png", "0", 0},  {"grey", "grey.png", "0", 0},
     };
     for (const auto& [a, b, tolerance, exitCode] : cases) {
-        EXPECT_EQ(compare(a + ".exr", b, {"--tolerance", tolerance}).exitCode, exitCode)
+        EXPECT_EQ(compare(a + ".exr", b, {"--alpha", "--tolerance", tolerance}).exitCode, exitCode)
             << qPrintable(a + ' ' + b + ' ' + tolerance);
     }
 }
@@ -121,16 +127,71 @@ TEST_F(Compare, WritesTheDifferencesAsAnImage)
 {
     write("a.exr", {2, 1, rgba, Floats{0.5F, 0.5F, 0.5F, 1.0F, 0.0F, 0.0F, 0.0F, 0.0F}});
     write("b.exr", {2, 1, rgba, Floats{0.25F, 1.0F, 0.5F, 1.0F, 0.0F, 0.0F, 0.0F, 0.6F}});
-    const auto expectDifference = [&](const QString& name, const Floats& expected) {
-        EXPECT_EQ(compare("a.exr", "b.exr", {"--difference", path(name)}).exitCode, 1);
+    const auto expect = [&](const QString& name, const QStringList& options, const Floats& expected) {
+        EXPECT_EQ(compare("a.exr", "b.exr", QStringList{"--difference", path(name)} + options).exitCode, 1);
         EXPECT_EQ(std::get<Floats>(image(name).samples), expected);
     };
-    expectDifference("d.exr", {0.25F, 0.5F, 0.0F, 0.0F, 0.0F, 0.0F, 0.0F, 0.6F});
+    expect("d.exr", {"--gain", "3"}, {0.75F, 1.5F, 0.0F, 0.0F, 0.0F, 0.0F});
+    expect("d.exr", {"--alpha"}, {0.25F, 0.5F, 0.0F, 0.0F, 0.0F, 0.0F, 0.0F, 0.6F});
     // A PNG has no alpha, which would hide the colours; the difference of alpha shows in them.
-    expectDifference("d.png", {64.0F / 255.0F, 128.0F / 255.0F, 0.0F, 0.6F, 0.6F, 0.6F});
+    expect("d.png", {"--alpha"}, {64.0F / 255.0F, 128.0F / 255.0F, 0.0F, 0.6F, 0.6F, 0.6F});
     const ProgramResult result = compare("a.exr", "b.exr", {"--difference", path("none/d.png")});
     EXPECT_EQ(result.exitCode, 2);
     EXPECT_TRUE(result.isOneError("none/d.png")) << qPrintable(result.errors);
+}
+
+TEST_F(Compare, SignalsRemoveUnfinishedFiles)
+{
+    Floats noise(size_t{400} * 400);
+    std::generate(noise.begin(), noise.end(),
+                  [random = std::minstd_rand()]() mutable { return static_cast<float>(random()); });
+    write("a.exr", {400, 400, {"R"}, noise});
+    write("b.exr", {400, 400, {"R"}, Floats(noise.size())});
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+    const rlimit small{10000, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    const ProgramResult result = compare("a.exr", "b.exr", {"--difference", path("d.exr")});
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    // SIGXFSZ ended it.
+    EXPECT_EQ(result.exitCode, -1);
+    EXPECT_EQ(files("d.exr*"), QStringList());
+}
+
+TEST_F(Compare, JsonHoldsTheScores)
+{
+    const auto json = [&](const QString& b, const QStringList& options) {
+        return QJsonDocument::fromJson(compare("a.png", b, options).output.toUtf8());
+    };
+    write("a.png", {11, 11, rgba, Floats(484)});
+    write("b.png", {11, 11, rgba, Floats(484, 1.0F)});
+    const QJsonDocument different = json("b.png", {"--json", "--flip-map", path("map.exr")});
+    EXPECT_EQ(different["channels"].toObject().keys(), (QStringList{"B", "G", "R"}));
+    EXPECT_EQ(different["psnr"].toDouble(-1.0), 0.0);
+    EXPECT_TRUE(different["notes"][0].toString().contains("alpha is left out"));
+    EXPECT_NEAR(different["flip"].toDouble(), std::get<Floats>(image("map.exr").samples)[0], 1e-6);
+    write("a.png", {10, 11, rgba, Floats(440)});
+    const QJsonDocument same = json("a.png", {"--json", "--flip-map", path("map.png")});
+    EXPECT_TRUE(same["psnr"].isNull() && same["ssim"].isNull() && same["flip"].isDouble());
+    // The heat map begins with a blue that is almost black.
+    EXPECT_EQ(std::get<Floats>(image("map.png").samples)[2], 4.0F / 255.0F);
+}
+
+TEST_F(Compare, FoldersArePairedByName)
+{
+    for (const QString folder : {"a/", "b/"}) {
+        ASSERT_TRUE(QDir().mkdir(path(folder)));
+        write(folder + "0.exr", {1, 1, {"R"}, Floats{0.5F}});
+        write(folder + "1.exr", {1, 1, {"R"}, Floats{folder == "a/" ? 0.5F : 0.75F}});
+    }
+    const ProgramResult result = compare("a", "b", {"--difference", path("d")});
+    EXPECT_EQ(result.exitCode, 1);
+    const QString output = result.output.simplified();
+    // The mean of the squares is 1/32.
+    EXPECT_TRUE(output.contains("worst 0.25 0.25 12.0411998 - ") && output.contains(" 0.125 15.0514998 - "));
+    EXPECT_EQ(std::get<Floats>(image("d/1.exr").samples), Floats{0.25F});
+    write("a/2.exr", {1, 1, {"R"}, Floats{0.5F}});
+    EXPECT_TRUE(compare("a", "b").isOneError("lacks 2.exr"));
 }
 
 } // namespace Morvane::Qel::Test

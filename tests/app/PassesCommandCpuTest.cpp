@@ -13,9 +13,9 @@ namespace Morvane::Qel::Test {
 TEST(PassesCommand, JsonHasThePortsInOrderWithTypesAndDefaults)
 {
     const auto expected = QJsonDocument::fromJson(R"({"type": "GradientRenderPass",
-        "inputs": [{"name": "Qel_QRect_Viewport", "type": "QRect", "default": null},
-                   {"name": "Qel_QColor_ColorTop", "type": "QColor", "default": "#404040"},
-                   {"name": "Qel_QColor_ColorBottom", "type": "QColor", "default": "#999999"}],
+        "inputs": [{"name": "Qel_QRect_Viewport", "type": "QRect", "default": null, "isModified": false},
+                   {"name": "Qel_QColor_ColorTop", "type": "QColor", "default": "#404040", "isModified": false},
+                   {"name": "Qel_QColor_ColorBottom", "type": "QColor", "default": "#999999", "isModified": false}],
         "outputs": [{"name": "Qel_QelTexture*_Frame", "type": "QelTexture*"}]})");
     const QString output = runProgram({"passes", "--json"}).output;
     const QJsonArray passes = QJsonDocument::fromJson(output.toUtf8()).array();

@@ -1,3 +1,6 @@
+#include <QJsonDocument>
+#include <QJsonObject>
+
 #include <gtest/gtest.h>
 
 #include <Qel/graph/ImageIO.h>
@@ -128,6 +131,43 @@ TEST_F(RenderCommand, FailureKeepsTheOldFileAndGivesOneLine)
     }
     // The source around the line comes only on demand.
     EXPECT_TRUE(render("ramp.json", {"--verbose"}).errors.contains("uniform float Qel_float_Blue;"));
+}
+
+TEST_F(RenderCommand, ProfileMeasuresFramesAfterTheWarmUp)
+{
+    const ProgramResult result =
+        render("ramp.json", {"--profile", "--json", "--frames", "4", "--output", path("%d.png")});
+    // The frames that are rendered for the profile alone are not written.
+    EXPECT_EQ(files("*.png"), (QStringList{"0.png", "1.png", "2.png", "3.png"}));
+    const QJsonObject profile = QJsonDocument::fromJson(result.output.toUtf8()).object();
+    // The software rasteriser gives the machine's uptime for a query that begins before the first draw.
+    EXPECT_LT(profile["frame"]["gpu"]["percentile95"].toDouble(), 60.0e3);
+    const QJsonValue ramp = profile["passes"][0]["cpu"];
+    EXPECT_LT(ramp["median"].toDouble(), ramp["percentile95"].toDouble());
+    EXPECT_EQ(profile["frames"], 4);
+}
+
+TEST_F(RenderCommand, ShadersAreWrittenAndTheirMistakesShown)
+{
+    write("ramp.frag", QString(ramp).remove("#version 150\n").replace("vo_TexCoord", "vo_TexCord"));
+    const ProgramResult result = render("ramp.json", {"--frames", "2", "--shaders", path("glsl")});
+    EXPECT_EQ(
+        QString(result.errors).remove(path("ramp.json").chopped(9)).toStdString(),
+        "qel: ramp.json: ramp: the fragment shader has no #version; \"#version 150\" is added\n"
+        "qel: ramp.json: ramp: the fragment stage reads vo_TexCord, which the vertex stage does not write; "
+        "it has vo_TexCoord\n");
+    EXPECT_EQ(files("*", "glsl/ramp.1"), (QStringList{"0.vert", "1.frag"}));
+    EXPECT_TRUE(contents("glsl/ramp.1/1.frag").startsWith("#version 150\n"));
+    EXPECT_TRUE(contents("glsl/ramp.1/1.frag").contains("uniform float Qel_float_Blue;"));
+
+    write("ramp.frag", ramp);
+    write("tess.json", QString(shaderGraph).replace("\"fragmentShader\"", "\"tessellationControlShader\""));
+    const ProgramResult old =
+        runProgram({"render", path("tess.json"), "--device", "software", "--frames", "1"},
+                   {"MESA_GL_VERSION_OVERRIDE=3.2", "MESA_GLSL_VERSION_OVERRIDE=150",
+                    "MESA_EXTENSION_OVERRIDE=-GL_ARB_tessellation_shader"});
+    EXPECT_TRUE(old.isOneError("tessellation stages need OpenGL 4.0 or GL_ARB_tessellation_shader"))
+        << qPrintable(old.errors);
 }
 
 TEST_F(RenderCommand, ProfileGraphAndInfoPrintTheirTables)

@@ -64,6 +64,10 @@ TEST_F(Usage, WrongArgumentsFailInOneLine)
     expectWrongUse({"render", good, "--colour"}, "colour");
     expectWrongUse({"render", good, "--frames"}, "frames");
     expectWrongUse({"graph", good, "--dot", "--mermaid"}, "cannot be combined");
+    expectWrongUse({"render", good, "--json"}, "--json needs --profile");
+    expectWrongUse({"compare", good, good, "--gain", "2"}, "--gain needs --difference");
+    expectWrongUse({"compare", good, good, "--pixels-per-degree", "0.5"}, "0.5 is not a number from 1");
+    expectWrongUse({"compare", good, path("empty")}, "one is a folder");
     expectWrongUse({"passes", "GradientPass"}, "did you mean \"GradientRenderPass\"");
     const auto expectWrongValues = [&](const QString& option, const QStringList& values,
                                        const QString& message) {

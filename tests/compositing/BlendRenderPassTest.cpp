@@ -168,6 +168,15 @@ TEST_F(BlendRenderPassTest, KeepsTheLastModeAndReplacesMissingInputsByTransparen
     EXPECT_TRUE(equal(pass.render({viewport, both, both, 12}), Pixels::filled(2, 2, {0.5F, 1, 1.5F, 2})));
 }
 
+TEST_F(BlendRenderPassTest, ReadsInputsOfItsSizeTexelByTexel)
+{
+    // Where texture coordinates of texel centres are rounded.
+    const auto source = makeTexture(Pixels::noise(641, 357, 3), GL_RGBA16F);
+    source->setFilter(GL_LINEAR, GL_LINEAR);
+    Runner<BlendRenderPass> pass(Mode::Source);
+    EXPECT_TRUE(equal(pass.render({QRect(0, 0, 641, 357), source}), readTexture(source.get())));
+}
+
 TEST_F(BlendRenderPassTest, StretchesInputsOverAViewportWithAnOrigin)
 {
     const QVector4D red(1, 0, 0, 1);

@@ -3,12 +3,15 @@
 #include <QImage>
 #include <QTemporaryDir>
 
+#include <array>
+
 #include <epoxy/gl.h>
 
 #include "support/GLTest.h"
 #include "support/Passes.h"
 #include <Qel/RenderPasses/compositing/CubemapLoaderRenderPass.h>
 #include <Qel/gl/Guards.h>
+#include <Qel/graph/ImageIO.h>
 
 using namespace Qt::StringLiterals;
 
@@ -80,6 +83,24 @@ TEST_F(CubemapLoaderRenderPassTest, LoadsImagesTopRowFirstAndKeepsEveryCubeMap)
     EXPECT_EQ(readFace(night, 3), makeImage(7, 5));
     EXPECT_EQ(day->levels(), 3);
     EXPECT_EQ(day->parameter(GL_TEXTURE_WRAP_R), GL_CLAMP_TO_EDGE);
+}
+
+TEST_F(CubemapLoaderRenderPassTest, MakesAllFacesFloatsForOneExrFile)
+{
+    Runner<CubemapLoaderRenderPass> pass;
+    std::vector<Input> paths(6, save(1, 1));
+    paths[4] = m_folder.filePath(u"sun.exr"_s);
+    QString error;
+    const Image sun{1, 1, {u"R"_s, u"G"_s, u"B"_s}, std::vector{100.0F, 50.0F, 2.0F}};
+    ASSERT_TRUE(writeImage(sun, paths[4].value().toString(), &error)) << qPrintable(error);
+    Texture* cubemap = load(pass, paths);
+    EXPECT_EQ(cubemap->internalFormat(), GL_RGBA16F);
+    const AutoBinder binder(cubemap);
+    std::array<float, 4> texel{};
+    glGetTexImage(GL_TEXTURE_CUBE_MAP_POSITIVE_Z, 0, GL_RGBA, GL_FLOAT, texel.data());
+    EXPECT_EQ(texel, (std::array{100.0F, 50.0F, 2.0F, 1.0F}));
+    glGetTexImage(GL_TEXTURE_CUBE_MAP_NEGATIVE_Z, 0, GL_RGBA, GL_FLOAT, texel.data());
+    EXPECT_EQ(texel, (std::array{1.0F, 1.0F, 1.0F, 1.0F}));
 }
 
 TEST_F(CubemapLoaderRenderPassTest, ReplacesUnreadableFacesByATransparentTexel)

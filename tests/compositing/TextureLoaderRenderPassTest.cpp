@@ -8,6 +8,8 @@
 #include "support/GLTest.h"
 #include "support/Passes.h"
 #include <Qel/RenderPasses/compositing/TextureLoaderRenderPass.h>
+#include <Qel/graph/ImageIO.h>
+#include <Qel/graph/PassRegistry.h>
 
 using namespace Qt::StringLiterals;
 
@@ -113,6 +115,90 @@ TEST_F(TextureLoaderRenderPassTest, LoadsOnlyWhenThePathChanges)
     EXPECT_TRUE(equal(load(pass, {}), white)) << "a path that is unset again";
     EXPECT_EQ(notices().size(), 1);
     EXPECT_EQ(pass.texture(), texture);
+}
+
+TEST_F(TextureLoaderRenderPassTest, WrapsAsTheOptionSays)
+{
+    for (const auto& [wrap, mode] :
+         {std::pair(u"repeat"_s, GL_REPEAT), std::pair(u"clamp"_s, GL_CLAMP_TO_EDGE),
+          std::pair(u"mirror"_s, GL_MIRRORED_REPEAT)}) {
+        QString error;
+        const auto pass =
+            PassRegistry::builtin().create(u"TextureLoaderRenderPass"_s, {{u"wrap"_s, wrap}}, &error);
+        PassRunner runner(*pass);
+        runner.run();
+        EXPECT_EQ(runner.texture()->parameter(GL_TEXTURE_WRAP_T), mode);
+    }
+}
+
+TEST_F(TextureLoaderRenderPassTest, KeepsTheValuesOfExrFiles)
+{
+    Runner<TextureLoaderRenderPass> pass;
+    const auto load = [&](const Image& image, const std::vector<QVector4D>& expected, unsigned int format) {
+        QString error;
+        ASSERT_TRUE(writeImage(image, path(u"a.exr"_s), &error)) << qPrintable(error);
+        pass.set(u"TexturePath"_s, path({}));
+        pass.run();
+        EXPECT_TRUE(equal(pass.render({path(u"a.exr"_s)}), Pixels{image.width, image.height, expected}));
+        EXPECT_EQ(pass.texture()->internalFormat(), format);
+    };
+    using Floats = std::vector<float>;
+    load({1,
+          2,
+          {u"R"_s, u"G"_s, u"B"_s, u"A"_s},
+          Floats{65504.0F, -0.5F, 0.25F, 0.5F, 3.0F, 0.0F, 1.0F, 2.0F}},
+         {{3.0F, 0.0F, 1.0F, 2.0F}, {65504.0F, -0.5F, 0.25F, 0.5F}}, GL_RGBA16F);
+    load({1, 1, {u"G"_s, u"R"_s}, Floats{70000.0F, 0.1F}}, {{0.1F, 70000.0F, 0.0F, 1.0F}}, GL_RGBA32F);
+    load({1, 1, {u"Z"_s}, Floats{0.75F}}, {{0.75F, 0.75F, 0.75F, 1.0F}}, GL_RGBA16F);
+    load({1, 1, {u"U"_s, u"V"_s}, Floats{0.0F, 1.0F}}, white.values, GL_RGBA);
+    EXPECT_TRUE(notices().last().contains(u"has the channels U, V, but none of R, G and B"_s));
+}
+
+TEST_F(TextureLoaderRenderPassTest, DecodesHdrFilesAndReportsDamagedOnes)
+{
+    // One scanline by components, with runs and literals, and one of pixels, whose last is repeated.
+    const QByteArray header = "#?RADIANCE\nEXPOSURE=2.0\nFORMAT=32-bit_rle_rgbe\n\n-Y 2 +X 8\n";
+    const auto bytes = [](std::initializer_list<int> values) {
+        QByteArray result;
+        for (const int value : values) {
+            result.append(static_cast<char>(value));
+        }
+        return result;
+    };
+    const QByteArray top =
+        bytes({2, 2, 0, 8, 136, 64, 8, 0, 10, 20, 30, 40, 50, 60, 70, 131, 5, 5, 1, 2, 3, 4, 5, 136, 130});
+    const QByteArray bottom = bytes({255, 128, 2, 138, 9, 9, 9, 0, 1, 1, 1, 6});
+    Runner<TextureLoaderRenderPass> pass;
+    int number = 0;
+    const auto load = [&](const QByteArray& contents) {
+        QFile file(path(u"%1.hdr"_s.arg(++number)));
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(contents) == contents.size());
+        file.close();
+        return pass.render({file.fileName()});
+    };
+    const Pixels expected = Pixels::generate(8, 2, [](int x, int y) {
+        const QVector3D last = x == 0 ? QVector3D(255, 128, 2) * 4.0F : QVector3D();
+        const float blue = x < 3 ? 5.0F : static_cast<float>(x - 2);
+        const QVector3D first = QVector3D(64.0F, 10.0F * static_cast<float>(x), blue) / 64.0F;
+        return QVector4D((y == 0 ? last : first) / 2.0F, 1.0F);
+    });
+    EXPECT_TRUE(equal(load(header + top + bottom), expected));
+    EXPECT_TRUE(notices().isEmpty());
+    const QByteArray whole = header + top + bottom;
+    // Without the first two bytes, it is no HDR file.
+    for (qsizetype size = 2; size < whole.size(); ++size) {
+        EXPECT_TRUE(equal(load(whole.first(size)), white)) << size;
+    }
+    for (const QByteArray& wrong :
+         {bytes({2, 2, 0, 9}) + top.mid(4), bytes({2, 2, 0, 8, 137, 64}) + top.mid(6),
+          bytes({2, 2, 0, 8, 0, 64}) + top.mid(6), bytes({1, 1, 1, 8}) + top}) {
+        EXPECT_TRUE(equal(load(header + wrong + bottom), white));
+        EXPECT_TRUE(notices().last().contains(u"cannot be read as an HDR image: row 1 is damaged"_s));
+    }
+    EXPECT_TRUE(equal(load(QByteArray(header).replace("2.0", "0") + top + bottom), white));
+    EXPECT_TRUE(equal(load(QByteArray(header).replace("+X 8", "+X 99999999") + top + bottom), white));
+    EXPECT_TRUE(notices().last().contains(u"99999999x2 pixels"_s));
+    EXPECT_EQ(notices().size(), number - 1);
 }
 
 } // namespace

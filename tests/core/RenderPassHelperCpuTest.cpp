@@ -155,6 +155,8 @@ TEST_F(CoreTest, PortNamesAreSplit)
 {
     for (const auto& [fullName, type, name] : std::vector<std::tuple<QString, QString, QString>>{
              {u"Qel_QList_QelLight*_Lights"_s, u"QList_QelLight*"_s, u"Lights"_s},
+             {u"Qel_QelTexture*_Src_A"_s, u"QelTexture*"_s, u"Src_A"_s},
+             {u"Qel_QList_InstanceData"_s, u"QList"_s, u"InstanceData"_s},
              {u"Qel_QelDrawBuffers*_"_s, u"QelDrawBuffers*"_s, {}},
              {u"Int_BlendMode"_s, u"int"_s, u"BlendMode"_s},
              // Names of another form.

@@ -2,8 +2,11 @@
 
 #include <array>
 #include <memory>
+#include <string>
+#include <thread>
 #include <vector>
 
+#include <epoxy/egl.h>
 #include <epoxy/gl.h>
 
 #include <Qel/gl/BindingRecord.h>
@@ -45,6 +48,17 @@ void expectUnits(const std::vector<Texture*>& textures)
         Texture* texture = textures[i];
         EXPECT_EQ(textureAt(static_cast<int>(i)), texture ? texture->textureID() : 0U) << "unit " << i;
     }
+}
+
+/// Queries width, horizontal wrap mode and minification filter.
+std::array<int, 3> textureInGL(Texture& texture)
+{
+    std::array<int, 3> values{};
+    const AutoBinder binder(&texture);
+    glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_WIDTH, &values[0]);
+    glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, &values[1]);
+    glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, &values[2]);
+    return values;
 }
 
 TEST_F(Bindings, TexturesTakeUnitsLikeAStack)
@@ -103,8 +117,19 @@ TEST_F(Bindings, MoreTexturesThanUnitsAreReportedAndLeaveTheBindings)
     EXPECT_EQ(messages().failures.size(), 2);
     expectMessage(u"all %1 texture units are in use"_s.arg(BindingRecord::numUnits));
     expectUnits(textures);
+    // Changes need no free unit.
+    extra.setImage2D(0, GL_RGBA8, 2, 2, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+    extra.setFilter(GL_NEAREST, GL_NEAREST);
+    textures[5]->setWrap(GL_MIRRORED_REPEAT);
+    expectUnits(textures);
     for (Texture* texture : textures) {
         texture->release();
+    }
+    textures.push_back(&extra);
+    for (Texture* texture : textures) {
+        EXPECT_EQ(textureInGL(*texture),
+                  (std::array{texture == &extra ? 2 : 1,
+                              texture == textures[5] ? GL_MIRRORED_REPEAT : GL_REPEAT, GL_NEAREST}));
     }
     const AutoBinder binder(&extra);
     expectUnits({&extra, nullptr, nullptr, nullptr});
@@ -190,6 +215,13 @@ TEST_F(Bindings, MakeCurrentReadsTheStateThatTheApplicationChanged)
     glBindFramebuffer(GL_FRAMEBUFFER, applicationFramebuffer.getFBO());
     context().makeCurrent();
 
+    // Otherwise a pass would take it for its own.
+    glEnable(GL_RGBA);
+    context().makeCurrent();
+    EXPECT_FALSE(hasGLError("Core/A", 1));
+    expectMessage(u"^\\[GL calls of the application:0\\] OpenGL error GL_INVALID_ENUM"_s);
+    expectMessage(u"^OpenGL: "_s);
+
     EXPECT_TRUE(context().isEnabled(GL_DEPTH_TEST));
     EXPECT_FALSE(context().isEnabled(GL_BLEND));
     EXPECT_EQ(color->unit(), -1);
@@ -207,37 +239,90 @@ TEST_F(Bindings, MakeCurrentReadsTheStateThatTheApplicationChanged)
     EXPECT_EQ(viewportInGL(), QRect(7, 8, 9, 10));
 }
 
-TEST_F(Bindings, AScopeDeletesTheObjectsThatAreLeft)
+TEST_F(Bindings, ObjectsFollowGLCallsOfTheApplication)
+{
+    // A texture that only GL calls gave an image; they replace it later by another.
+    Texture foreign;
+    FramebufferObject framebuffer;
+    for (const int width : {4, 6}) {
+        glBindTexture(GL_TEXTURE_2D, foreign.textureID());
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA32UI, width, 2, 0, GL_RGBA_INTEGER, GL_UNSIGNED_INT, nullptr);
+        glTexImage2D(GL_TEXTURE_2D, 1, GL_RGBA32UI, width / 2, 1, 0, GL_RGBA_INTEGER, GL_UNSIGNED_INT,
+                     nullptr);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+        context().makeCurrent();
+        EXPECT_EQ(foreign.parameter(GL_TEXTURE_WRAP_S), GL_CLAMP_TO_EDGE);
+        EXPECT_EQ(foreign.size(), QSize(width, 2));
+        EXPECT_EQ(foreign.internalFormat(), static_cast<unsigned int>(GL_RGBA32UI));
+        EXPECT_EQ(foreign.levels(), 2);
+        framebuffer.attach(&foreign, GL_COLOR_ATTACHMENT0, 0);
+        const AutoBinder binder(&framebuffer);
+        framebuffer.setDrawBuffers();
+        constexpr std::array<unsigned int, 4> value{1, 2, 3, 4};
+        glClearBufferuiv(GL_COLOR, 0, value.data());
+        EXPECT_EQ(viewportInGL(), QRect(0, 0, width, 2));
+        EXPECT_EQ(readIntegers(&foreign).back(), 4U);
+    }
+
+    // Parameters of others are those of the object.
+    const auto own = makeTexel();
+    glBindTexture(GL_TEXTURE_2D, own->textureID());
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+    context().makeCurrent();
+    EXPECT_EQ(textureInGL(*own), (std::array{1, GL_REPEAT, GL_NEAREST}));
+
+    // Attachments too.
+    glBindFramebuffer(GL_FRAMEBUFFER, framebuffer.getFBO());
+    glFramebufferTexture(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, 0, 0);
+    glFramebufferTexture(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT1, own->textureID(), 0);
+    glDrawBuffer(GL_COLOR_ATTACHMENT1);
+    glReadBuffer(GL_NONE);
+    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    context().makeCurrent();
+    const AutoBinder binder(&framebuffer);
+    constexpr std::array<unsigned int, 4> value{5, 6, 7, 8};
+    glClearBufferuiv(GL_COLOR, 0, value.data());
+    EXPECT_EQ(readIntegers(&foreign).back(), 8U);
+    EXPECT_EQ(stateInGL(GL_READ_BUFFER), static_cast<unsigned int>(GL_COLOR_ATTACHMENT0));
+    int attached = -1;
+    glGetFramebufferAttachmentParameteriv(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT1,
+                                          GL_FRAMEBUFFER_ATTACHMENT_OBJECT_TYPE, &attached);
+    EXPECT_EQ(attached, GL_NONE);
+}
+
+TEST_F(Bindings, LongNamesAreCutForTheDriver)
+{
+    // Two bytes each, an odd number of which would fit.
+    const auto texture = makeTexel();
+    context().label(GL_TEXTURE, texture->textureID(), QString(300, u'\u00e4'));
+    std::array<char, 1000> label{};
+    int length = 0;
+    glGetObjectLabel(GL_TEXTURE, texture->textureID(), static_cast<int>(label.size()), &length, label.data());
+    EXPECT_EQ(QByteArray(label.data(), length), QString(length / 2, u'\u00e4').toUtf8());
+    EXPECT_GT(length, 200);
+    context().pushDebugGroup(std::string(10000, 'a').c_str());
+    context().popDebugGroup();
+}
+
+TEST_F(Bindings, AScopeDeletesTheObjectsThatAreLeftToIt)
 {
     QObject parent;
     QPointer<Texture> left;
-    QPointer<FramebufferObject> framebuffer;
     QPointer<Texture> withParent;
-    std::unique_ptr<Texture> unscoped;
     unsigned int name = 0;
     {
-        ResourceScope scope(&context());
-        {
-            const ResourceScope::Activation activation(&context(), &scope);
-            left = makeTexel().release();
-            name = left->textureID();
-            framebuffer = new FramebufferObject;
-            framebuffer->bind();
-            withParent = new Texture;
-            withParent->setParent(&parent);
-            (new Texture)->setParent(left);
-            const auto deletedByItsOwner = makeTexel();
-            const ResourceScope::Activation suspension(&context(), nullptr);
-            unscoped = makeTexel();
-            EXPECT_EQ(scope.numObjects(), 5);
-        }
-        const Texture afterwards;
-        EXPECT_EQ(scope.numObjects(), 4);
+        ResourceScope scope;
+        const ResourceScope::Activation activation(&scope);
+        left = makeTexel().release();
+        name = left->textureID();
+        withParent = new Texture(&parent);
+        ResourceScope::leave(left);
+        ResourceScope::leave(withParent);
+        EXPECT_EQ(scope.numObjects(), 2);
     }
     EXPECT_TRUE(left.isNull());
     EXPECT_FALSE(glIsTexture(name));
-    EXPECT_TRUE(framebuffer.isNull());
-    EXPECT_EQ(stateInGL(GL_DRAW_FRAMEBUFFER_BINDING), 0U);
     EXPECT_FALSE(withParent.isNull()) << "it belongs to its parent";
 }
 
@@ -336,6 +421,50 @@ TEST_F(Bindings, AContextDestroysItsData)
         EXPECT_EQ(glIsBuffer(name), isCurrent ? GL_FALSE : GL_TRUE);
         context().makeCurrent();
     }
+}
+
+TEST_F(Bindings, ContextsAreMadeCurrentNativelyAndDoNotDisturbEachOther)
+{
+    EGLContext native = eglGetCurrentContext();
+    auto other = HeadlessContext::create({}, nullptr);
+    EGLContext otherNative = eglGetCurrentContext();
+    EXPECT_TRUE(context().resize({8, 8}));
+    EXPECT_EQ(eglGetCurrentContext(), otherNative);
+    context().makeCurrent();
+    EXPECT_EQ(eglGetCurrentContext(), native);
+    std::thread([&] {
+        context().makeCurrent();
+        EXPECT_EQ(OpenGLDeviceContext::current(), nullptr);
+        other->makeCurrent();
+        EXPECT_EQ(eglGetCurrentContext(), otherNative);
+        other->doneCurrent();
+        EXPECT_EQ(eglGetCurrentContext(), EGL_NO_CONTEXT);
+    }).join();
+    expectMessage(u"cannot be made current .*; if it is current on another thread"_s);
+    other.reset();
+    EXPECT_EQ(eglGetCurrentContext(), native);
+}
+
+TEST_F(Bindings, ObjectsAreUsedAndDeletedOnTheirOwnContextOnly)
+{
+    const auto program = makeWhiteProgram();
+    ASSERT_TRUE(program->isValid());
+    auto texture = makeTexel();
+    const auto other = HeadlessContext::create({}, nullptr);
+    const auto sameName = makeTexel();
+    {
+        const AutoBinder textureBinder(texture.get());
+        EXPECT_EQ(textureAt(texture->unit()), 0U);
+        const AutoBinder programBinder(program.get());
+        EXPECT_FALSE(other->fullScreenTriangle()->draw());
+    }
+    expectMessage(u"a texture of another OpenGL context is used"_s);
+    expectMessage(u"program .* was built on another OpenGL context"_s);
+    const unsigned int name = sameName->textureID();
+    texture.reset();
+    EXPECT_TRUE(glIsTexture(name));
+    context().makeCurrent();
+    EXPECT_FALSE(glIsTexture(name));
 }
 
 } // namespace

@@ -175,30 +175,59 @@ TEST_F(ShaderProgramTest, UniformHandlesFollowThePrograms)
     expectMessage(u"failed: a program that is built takes no more sources"_s);
 }
 
-TEST_F(ShaderProgramTest, FixesAttributeAndFragmentLocations)
+TEST_F(ShaderProgramTest, ReadsEveryAttributeAtItsLocationInTheLinkedProgram)
 {
-    ShaderProgram program;
-    program.addShader(GL_VERTEX_SHADER, uR"(#version 150
-in vec3 position; in float va_Weight; in vec2 va_TexCoord; in vec3 va_Vertex; in vec3 va_Normal;
-void main() { gl_Position = vec4(position + va_Vertex * va_Weight, va_TexCoord.x); }
-)"_s,
-                      {});
-    program.addShader(GL_FRAGMENT_SHADER, uR"(#version 150
-out vec4 second; out vec4 first;
-void main() { first = vec4(1.0); second = vec4(2.0); }
-)"_s,
-                      {});
-    program.setFragDataLocations({u"first"_s, u"second"_s, u"third"_s});
-    ASSERT_TRUE(program.isValid());
-    unsigned int mask = 0;
-    for (const char* name : {"position", "va_Weight", "va_TexCoord", "va_Vertex"}) {
-        const int location = attributeLocation(QString::fromUtf8(name));
-        EXPECT_EQ(glGetAttribLocation(program.programID(), name), location) << name;
-        mask |= 1U << location;
+    const auto array = context().fullScreenTriangle()->VAO();
+    const auto makeBuffer = [](const auto& values) {
+        auto buffer = QSharedPointer<BufferObject>::create(GL_ARRAY_BUFFER);
+        buffer->uploadBytes(values.data(), sizeof(values), GL_STATIC_DRAW);
+        return buffer;
+    };
+    // The same at every vertex.
+    std::array<std::array<float, 16>, 3> matrices{};
+    matrices.fill({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16});
+    array->upload(u"my_Matrix"_s, makeBuffer(matrices), 16, GL_FLOAT);
+    array->upload(u"my_Number"_s, makeBuffer(std::array{-3, -3, -3}), 1, GL_INT);
+    const auto makeProgram = [](const QString& attributes, const QString& value) {
+        auto program = std::make_unique<ShaderProgram>();
+        program->addShader(
+            GL_VERTEX_SHADER,
+            u"#version 150\n#extension GL_ARB_explicit_attrib_location : enable\n%1\n"
+            "flat out vec4 v;\nvoid main() { gl_Position = vec4(va_Vertex, 1.0); v = %2; }\n"_s.arg(
+                attributes, value),
+            {});
+        program->addShader(GL_FRAGMENT_SHADER,
+                           u"#version 150\nflat in vec4 v;\nout vec4 second; out vec4 first;\n"
+                           "void main() { first = v; second = vec4(2.0); }\n"_s,
+                           {});
+        program->setFragDataLocations({u"first"_s, u"second"_s, u"third"_s});
+        return program;
+    };
+    const auto own = makeProgram(u"in vec3 va_Vertex;"_s, u"vec4(7.0)"_s);
+    const auto moved =
+        makeProgram(u"layout(location = 2) in vec3 va_Vertex; layout(location = 0) in int my_Number;"
+                    "layout(location = 3) in mat4 my_Matrix;"_s,
+                    u"my_Matrix[1] + vec4(my_Number)"_s);
+    const auto columns = makeProgram(u"in vec3 va_Vertex; in mat4 my_Matrix; in float my_Number;"_s,
+                                     u"my_Matrix[3] - my_Number"_s);
+    // Each program finds the batch as another one left it.
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(drawScreen(*own, 1, 1).at(0, 0), QVector4D(7, 7, 7, 7));
+        EXPECT_EQ(drawScreen(*moved, 1, 1).at(0, 0), QVector4D(2, 3, 4, 5));
+        EXPECT_EQ(drawScreen(*columns, 1, 1).at(0, 0), QVector4D(16, 17, 18, 19));
     }
-    EXPECT_EQ(program.attributeMask(), mask);
-    EXPECT_EQ(glGetFragDataLocation(program.programID(), "first"), 0);
-    EXPECT_EQ(glGetFragDataLocation(program.programID(), "second"), 1);
+    array->upload(u"my_Number"_s, makeBuffer(std::array{10, 10, 10}), 1, GL_INT);
+    EXPECT_EQ(drawScreen(*moved, 1, 1).at(0, 0), QVector4D(15, 16, 17, 18));
+    EXPECT_EQ(glGetFragDataLocation(moved->programID(), "first"), 0);
+    EXPECT_EQ(glGetFragDataLocation(moved->programID(), "second"), 1);
+    // More names than any program could have at once.
+    for (int i = 0; i < 40; ++i) {
+        const QString name = u"my_Attribute%1"_s.arg(i);
+        array->upload(name, array->bo(u"my_Number"_s), 1, GL_INT);
+        const auto program =
+            makeProgram(u"in vec3 va_Vertex; in int %1;"_s.arg(name), u"vec4(%1)"_s.arg(name));
+        EXPECT_EQ(drawScreen(*program, 1, 1).at(0, 0), QVector4D(10, 10, 10, 10)) << i;
+    }
 }
 
 TEST_F(ShaderProgramTest, InstanceDataReplacesTheDefaultsWhileItIsBound)

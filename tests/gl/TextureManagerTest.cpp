@@ -5,7 +5,6 @@
 
 #include <Qel/gl/BindingRecord.h>
 #include <Qel/gl/Guards.h>
-#include <Qel/gl/ResourceScope.h>
 #include <Qel/gl/Texture.h>
 
 #include "support/GLState.h"
@@ -106,7 +105,10 @@ TEST_F(TextureManagerTest, ClampsSizesAndAllocatesMipChains)
     for (const QSize& tooLarge : {QSize(limit + 1, 2), QSize(2, limit + 1)}) {
         Texture* texture = borrow(TextureFormat::RGBA8, tooLarge.width(), tooLarge.height());
         EXPECT_EQ(sizeInGL(texture), QSize(1, 1));
-        expectMessage(u"exceeds the driver's limit of %1"_s.arg(limit));
+        // No path of the machine that built the library.
+        expectMessage(
+            u"^\\[src/Qel/gl/TextureManager.cpp:\\d+\\] a texture of .* exceeds the driver's limit of %1"_s
+                .arg(limit));
     }
     // The mip chain goes down to one texel.
     Texture* mipmapped = borrow(TextureFormat::RGBA32FMipmapped, 13, 5);
@@ -121,15 +123,7 @@ TEST_F(TextureManagerTest, ClampsSizesAndAllocatesMipChains)
 
 TEST_F(TextureManagerTest, DeletesTexturesThatAreNoLongerTaken)
 {
-    Texture* held = nullptr;
-    {
-        // Pooled textures outlive the scope in which they were created.
-        ResourceScope scope(&context());
-        const ResourceScope::Activation activation(&context(), &scope);
-        held = pool().tempTexture(TextureFormat::RGBA8, 4, 4);
-        pool().bindManagedTexture(0, nullptr);
-        EXPECT_EQ(scope.numObjects(), 0);
-    }
+    Texture* held = pool().tempTexture(TextureFormat::RGBA8, 4, 4);
     // A texture that is taken every few frames stays.
     Texture* rare = borrow(TextureFormat::RGBA8, 8, 8);
     for (int i = 0; i < 10; ++i) {
@@ -158,8 +152,6 @@ TEST_F(TextureManagerTest, KeepsContextsApart)
     OpenGLDeviceContext second;
     second.makeCurrent();
     EXPECT_EQ(pool().numTextures(), 0);
-    EXPECT_EQ(pool().numReferences(), 0);
-    EXPECT_TRUE(pool().loans().empty());
     EXPECT_EQ(pool().setManagedTextureStandIn(nullptr), nullptr);
 
     context().makeCurrent();

@@ -58,6 +58,8 @@ TEST_P(ExampleGraph, RendersAnImageAndReturnsAllTextures)
     EXPECT_FALSE(std::equal(pixels.begin() + 1, pixels.end(), pixels.begin()))
         << "the whole image has one colour";
 
+    EXPECT_TRUE(messages().information.filter(".json: ").isEmpty()) << "notices about the shaders";
+
     graph->releaseOutputs();
     // A temporal accumulation texture lives across frames.
     const auto isTemporal = [](const PassSetting& pass) { return pass.type == "TemporalAARenderPass"; };

@@ -6,6 +6,10 @@
 #include <QRect>
 #include <QVector2D>
 
+#include <algorithm>
+#include <ctime>
+#include <limits>
+
 #include <gtest/gtest.h>
 
 #include <Qel/graph/GraphFile.h>
@@ -46,6 +50,9 @@ PassRegistry testRegistry()
     add("Batches", {"QelDrawBuffers*_Geometry"}, {frame});
     add("Draw", {"QelGPUModel*_Geometry"}, {frame});
     add("Screen", {"QelTexture*_Texture"}, {});
+    PassDescription draws{"Overlay", {}, {{"Qel_" + frame, {}, {}}}, {{"Qel_" + frame, {}}}};
+    draws.inputs[0].isModified = true;
+    registry.add(draws, nullptr);
     add("Custom", {}, {}, {{"inputs", {}, QStringList()}, {"outputs", {}, QStringList()}}, true);
     return registry;
 }
@@ -200,7 +207,7 @@ graph.json: options2.passes: must be an integer, not 1.5
 graph.json: options2.shapes: must be an array [...], not {"kind":"cube"}
 graph.json: ports.outputs: must be an array of strings, not "Qel_QelTexture*_Frame"
 graph.json: ports.inputs: "Radius" is not a port name; write Qel_TYPE_NAME, such as "Qel_float_Radius"
-graph.json: ports.inputs: "Qel_flaot_X" has an unknown type "flaot"; did you mean "float"?
+graph.json: ports.inputs: "Qel_flaot_X" has an unknown type "flaot"; the types are QelTexture*, QelDrawBuffers*, QelGPUModel*, float, double, int, bool, QString, QColor, QMatrix4x4, QVector2D, QVector3D, QVector4D, QRect, QSize, QVariant
 graph.json: ports.inputs: "Qel_int_A" is listed twice
 graph.json: a.Color: must be a colour such as "#ff8000", "#ff800080" or [255, 128, 0, 128], not "#ff80"
 graph.json: a.Viewport: must be four integers [x, y, width, height], not [0,0,1]
@@ -228,9 +235,36 @@ graph.json: twice.Frame: set more than once
 graph.json: twice.Qel_QelTexture*_Mask: set more than once
 graph.json: draw.Geometry: the graph has 2 models; choose one, such as "@scene"
 graph.json: draw2.Geometry: expects a model such as "@scene", not "scene"
-graph.json: batch.Mesh: expects QelDrawBuffers*, but "@scene" is a model
+graph.json: batch.Mesh: expects QelDrawBuffers*, but "@scene" is a model; give the port the type QelGPUModel*
 graph.json: g: cyclic dependency: g -> h -> i -> g
 graph.json: j: cyclic dependency: j -> j)");
+}
+
+TEST_F(GraphCpuTest, CreatingAPassCompletesAndChecksItsOptions)
+{
+    PassRegistry registry = testRegistry();
+    PassOptions received;
+    registry.add(*registry.description("Filter"), [&](const PassOptions& options, QString* error) {
+        received = options;
+        *error = "complete";
+        return nullptr;
+    });
+    const auto create = [&](const PassOptions& options) {
+        QString error;
+        EXPECT_EQ(registry.create("Filter", options, &error), nullptr);
+        return error.toStdString();
+    };
+    EXPECT_EQ(create({{"passes", "3"}, {"shapes", QVariantList{QVariantMap{{"size", 2}}}}}), "complete");
+    const QVariantMap shape{{"kind", "cube"}, {"size", 2.0F}};
+    EXPECT_EQ(received,
+              (PassOptions{
+                  {"passes", 3}, {"quality", "low"}, {"table", QString()}, {"shapes", QVariantList{shape}}}));
+    EXPECT_EQ(create({{"qualty", "low"}}), "Filter: no option \"qualty\"; did you mean \"quality\"?");
+    EXPECT_EQ(create({{"quality", "mid"}}),
+              "Filter: option quality must be one of \"low\", \"high\", not \"mid\"");
+    EXPECT_EQ(create({{"passes", "many"}}), "Filter: option passes must be of type int, not QString");
+    EXPECT_EQ(create({{"shapes", QVariantList{QVariantMap{{"color", 1}}}}}),
+              "Filter: shapes[0]: no option \"color\"; there are \"kind\", \"size\"");
 }
 
 TEST_F(GraphCpuTest, InputsResolveToTheirSources)
@@ -302,6 +336,105 @@ TEST_F(GraphCpuTest, PassesRunAfterTheirSourcesAndUnusedOnesAreCulled)
     EXPECT_EQ(plan.passes.at(0).cullReason, "");
     EXPECT_EQ(plan.passes.at(1).cullReason, "nothing reads its outputs");
     EXPECT_EQ(plan.passes.at(2).cullReason, "only culled passes read its outputs: unused");
+}
+
+TEST_F(GraphCpuTest, PassesThatModifyATextureRunAfterItsOtherReaders)
+{
+    const QByteArray text = R"({"passes": [
+        {"name": "a", "type": "Source"}, {"name": "over", "type": "Overlay", "inputs": {"Frame": "@a.Frame"}},
+        {"name": "top", "type": "Overlay", "inputs": {"Frame": "@over.Frame"}},
+        {"name": "read", "type": "Filter", "inputs": {"Frame": "@a.Frame", "Mask": "@%1.Frame"}},
+        {"name": "between", "type": "Screen", "inputs": {"Texture": "@over.Frame"}},
+        {"name": "unused", "type": "Overlay", "inputs": {"Frame": "@a.Frame"}},
+        {"name": "s1", "type": "Screen", "inputs": {"Texture": "@top.Frame"}},
+        {"name": "s2", "type": "Screen", "inputs": {"Texture": "@%2.Frame"}}], "output": "@read.Frame"})";
+    const auto with = [&](const char* mask, const char* last) {
+        return QByteArray(text).replace("%1", mask).replace("%2", last);
+    };
+    EXPECT_EQ(validPlan(with("a", "read")).order, (std::vector<int>{0, 3, 1, 4, 2, 6, 7}));
+    expectErrors(with("top", "read"),
+                 "graph.json: over: cyclic dependency: over -> top -> read -> over; \"over\" "
+                 "modifies \"@a.Frame\" in place, so \"read\", which reads it, must run before");
+    expectErrors(with("a", "unused"),
+                 "graph.json: unused.Frame: \"@a.Frame\" is already modified in place by "
+                 "\"over\"; connect the output of that pass instead");
+}
+
+TEST_F(GraphCpuTest, CostGrowsInProportionToTheFile)
+{
+    // Joins a text for each number, which stands for "%1", and for "%2" the number before it.
+    const auto joined = [](const char* text, int size) {
+        QStringList parts;
+        for (int i = 0; i < size; ++i) {
+            parts.append(QString(text).arg(i).replace("~", QString::number(std::max(i - 1, 0))));
+        }
+        return parts;
+    };
+    const auto seconds = [&](const QByteArray& file) {
+        clock_t least = std::numeric_limits<clock_t>::max();
+        for (int run = 0; run < 3; ++run) {
+            const clock_t begin = clock();
+            plan(file);
+            least = std::min(least, clock() - begin);
+        }
+        return static_cast<double>(least) / CLOCKS_PER_SEC;
+    };
+    const auto expectProportional = [&](const QString& frame, const char* text, bool reversed = false) {
+        const auto file = [&](int size) {
+            QStringList parts = joined(text, size);
+            if (reversed) {
+                std::reverse(parts.begin(), parts.end());
+            }
+            return QString(frame).replace("$", parts.join(", ")).toUtf8();
+        };
+        // A quadratic cost would grow 64-fold.
+        EXPECT_LT(seconds(file(16000)), 24.0 * seconds(file(2000))) << text;
+    };
+    const char* chain = R"({"name": "p%1", "type": "Filter", "inputs": {"Frame": "@p~.Frame"}})";
+    expectProportional(R"({"passes": [$, {"name": "p0", "type": "Source"}], "output": "@p9.Frame"})", chain,
+                       true);
+    expectProportional(R"({"passes": [{"name": "a", "type": "Source"}, $]})",
+                       R"({"name": "s%1", "type": "Screen", "inputs": {"Texture": "@a.Frame"}})");
+    expectProportional(R"({"passes": [$]})",
+                       R"({"name": "s%1", "type": "Screen", "inputs": {"Texture": "@b%1.Frame"}})");
+    expectProportional(R"({"passes": [{"name": "a", "type": "Source", "inputs": {$}}]})", R"("k%1": 1)");
+    expectProportional(R"({"passes": [{"name": "a", "type": "Custom", "options": {"inputs": [$]}}]})",
+                       R"("Qel_int_P%1")");
+    expectProportional("{$}", R"("output": %1)");
+    expectProportional(R"({"camera": {$}})", R"("key%1": {"a": [1]})");
+}
+
+TEST_F(GraphCpuTest, MessagesAreBoundedAndPrintable)
+{
+    QStringList passes;
+    for (int i = 0; i < 3000; ++i) {
+        passes.append(
+            QString(
+                R"({"name": "p%1", "type": "Filter", "inputs": {"Frame": "@p%2.Frame", "Mask": "@p0.Frame"}})")
+                .arg(i)
+                .arg((i + 1) % 3000));
+    }
+    const QString large = QString("x").repeated(100000);
+    const QStringList files{"{\"passes\": [" + passes.join(", ") + "], \"output\": \"@p0.Frame\"}",
+                            "{\"\\u001b[31m" + large + "\": 1, \"" + large + "\\u202e\": 1, \"output\": 1}",
+                            "{\"camera\": [\"" + large + "\"], \"output\": \"@" + large + ".b\"}",
+                            QString("[").repeated(2000)};
+    for (const QString& file : files) {
+        EXPECT_FALSE(plan(file.toUtf8()));
+        EXPECT_LE(m_errors.size(), 51);
+        for (const QString& line : std::as_const(m_errors)) {
+            EXPECT_LE(line.size(), 450) << qPrintable(line);
+            EXPECT_TRUE(std::all_of(line.begin(), line.end(), [](QChar c) { return c.isPrint(); }))
+                << qPrintable(line);
+        }
+    }
+    EXPECT_TRUE(errors().contains("nested")) << qPrintable(errors());
+    plan(files[0].toUtf8());
+    EXPECT_EQ(m_errors.last(), path("graph.json: and 2,950 more"));
+    EXPECT_TRUE(m_errors[9].contains("p9 -> (") || m_errors[9].contains("more")) << qPrintable(m_errors[9]);
+    plan(files[1].toUtf8());
+    EXPECT_TRUE(m_errors[0].contains("\\x1b[31mxxx") && m_errors[0].contains("unknown key"))
+        << qPrintable(m_errors[0]);
 }
 
 TEST_F(GraphCpuTest, SavedGraphsLoadUnchangedFromAnyFolder)

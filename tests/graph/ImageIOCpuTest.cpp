@@ -13,6 +13,8 @@
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <OpenEXR/ImfChannelList.h>
 #include <OpenEXR/ImfRgbaFile.h>
@@ -142,6 +144,31 @@ TEST_F(ImageIO, FailedWritesNameTheCauseAndKeepTheFolderAsItWas)
     EXPECT_TRUE(checkImagePath(path("a.EXR"), &error));
     EXPECT_EQ(files("*"), QStringList());
 
+    // Only regular files are replaced, also behind links, which stay.
+    write("old.png", QString("old"));
+    ASSERT_EQ(mkfifo(qPrintable(path("pipe.png")), 0600), 0);
+    for (const auto& [target, name] : {std::pair("pipe.png", "one.png"),
+                                       {"one.png", "two.png"},
+                                       {"/dev/null", "null.exr"},
+                                       {"old.png", "link.png"},
+                                       {"link.png", "far.png"},
+                                       {"new.png", "dangling.png"}}) {
+        ASSERT_EQ(symlink(target, qPrintable(path(name))), 0);
+    }
+    for (const char* name : {"pipe.png", "one.png", "two.png"}) {
+        expectWriteError(name, white, "it is a named pipe; choose a regular file");
+        EXPECT_FALSE(checkImagePath(path(name), &error));
+    }
+    expectWriteError("null.exr", white, "it is a device");
+    EXPECT_TRUE(writeImage(white, path("far.png"), &error)) << qPrintable(error);
+    EXPECT_EQ(readFloats("old.png"), (Floats{1, 1, 1, 1}));
+    EXPECT_TRUE(writeImage(white, path("dangling.png"), &error)) << qPrintable(error);
+    EXPECT_TRUE(QFileInfo(path("new.png")).isFile() && QFileInfo(path("dangling.png")).isSymLink() &&
+                QFileInfo(path("far.png")).isSymLink() && QFileInfo(path("link.png")).isSymLink());
+    for (const QString& name : QDir(path({})).entryList({"*.png", "null.exr"}, QDir::System | QDir::Files)) {
+        QFile::remove(path(name));
+    }
+
     // With its signal ignored, the limit on file sizes makes writes fail as on a full disk.
     write("a.png", white);
     write("a.exr", white);
@@ -190,6 +217,9 @@ TEST_F(ImageIO, DamagedFilesAreRejectedWithOneLine)
             isReadable(name);
         }
     }
+    // Headers of images that no machine can hold.
+    write("huge.png", QString("P5 2000000000 2000000000 255\n"));
+    EXPECT_FALSE(isReadable("huge.png"));
     EXPECT_FALSE(isReadable("missing.exr"));
     EXPECT_FALSE(isReadable({}));
 }

@@ -1,9 +1,12 @@
 #include <QMatrix4x4>
 
 #include <array>
+#include <map>
 
 #include <epoxy/gl.h>
 
+#include <Qel/core/MetaTypes.h>
+#include <Qel/core/RenderCallbacks.h>
 #include <Qel/core/RenderPassHelper.h>
 #include <Qel/gl/FramebufferObject.h>
 #include <Qel/gl/Guards.h>
@@ -24,6 +27,12 @@
 namespace Morvane::Qel::Test {
 
 namespace {
+
+/// Makes a texture of the application in the middle of a frame.
+struct Cache : RenderCallbacks
+{
+    QSharedPointer<Texture> texture;
+};
 
 /// Log of the calls to test passes.
 QStringList calls;
@@ -66,8 +75,11 @@ public:
     void beginFrame(RenderCallbacks*) override { note("beginFrame"); }
     void endFrame(RenderCallbacks*) override { note("endFrame"); }
     void teardown(RenderCallbacks*) override { note("teardown"); }
-    void start(RenderCallbacks*) override
+    void start(RenderCallbacks* callbacks) override
     {
+        if (auto* cache = dynamic_cast<Cache*>(callbacks)) {
+            cache->texture = QSharedPointer<Texture>::create();
+        }
         ++m_frame;
         note(QString("start %1 users, amount %2").arg(m_outputs[0].users).arg(m_inputs[2].value.toFloat()));
         // The graph must reset the state that passes leave behind.
@@ -80,6 +92,9 @@ public:
             frameValues.append(m_inputs[i].value);
         }
         TextureManager* pool = TextureManager::Instance();
+        if (m_fault == "gl") {
+            glEnable(GL_TEXTURE_WIDTH);
+        }
         if (m_fault == "empty") {
             m_outputs[0].value = {};
         } else if (m_fault == "stale" && m_frame > 1) {
@@ -159,11 +174,13 @@ const QByteArray cubeObj =
 
 TEST_F(RenderGraphTest, CallsPassesAsTheirContractDemands)
 {
+    Cache cache;
     make(R"({"passes": [
         {"name": "b", "type": "TestPass", "inputs": {"Input": "@a.Output", "Other": "@a.Output", "Amount": 2}, "options": {"label": "b"}},
         {"name": "a", "type": "TestPass", "options": {"label": "a"}},
         {"name": "unused", "type": "TestPass", "inputs": {"Input": "@a.Output"}, "options": {"label": "unused"}}],
-        "output": "@b.Output"})");
+        "output": "@b.Output"})",
+         {.callbacks = &cache});
     const QStringList frame{
         "a beginFrame", "b beginFrame", "a start 2 users, amount 1", "b start 1 users, amount 2",
         "a endFrame",   "b endFrame"};
@@ -178,8 +195,10 @@ TEST_F(RenderGraphTest, CallsPassesAsTheirContractDemands)
     EXPECT_EQ(TextureManager::Instance()->numReferences(), 0);
     EXPECT_EQ(TextureManager::Instance()->numTextures(), 2);
     calls.clear();
+    const QPointer<Texture> ofTheApplication(cache.texture.get());
     graph.reset();
     EXPECT_EQ(calls, (QStringList{"a teardown", "b teardown", "a destroyed", "b destroyed"}));
+    EXPECT_FALSE(ofTheApplication.isNull());
 }
 
 TEST_F(RenderGraphTest, FailedFramesNameThePassAndReturnAllTextures)
@@ -206,11 +225,71 @@ TEST_F(RenderGraphTest, FailedFramesNameThePassAndReturnAllTextures)
             expectFailure("b: the pass reports error 0xffffffff");
         }
     }
+    // The call of a GL error is known in a debug context.
+    makeChain("gl", "c", false);
+    expectFailure("b: OpenGL error: GL_INVALID_ENUM in glEnable(0x1000)");
+    expectMessage("OpenGL: GL_INVALID_ENUM");
+    expectMessage("OpenGL error GL_INVALID_ENUM");
     // An empty output is only an error if it is the graph's.
     makeChain("empty", "c", false);
     render();
     makeChain("empty", "b", false);
     expectFailure("b.Output: the pass published nothing, so the frame has no output");
+}
+
+TEST_F(RenderGraphTest, OtherReadersGetATextureAsItWasBeforeAPassModifiedIt)
+{
+    write("white.ppm", "P3 1 1 255 255 255 255");
+    const QByteArray text = R"({"viewport": [8, 6], "passes": [
+        {"name": "base", "type": "GradientRenderPass", "inputs": {"ColorTop": "#ff0000", "ColorBottom": "#ff0000"}},
+        {"name": "map", "type": "TextureLoaderRenderPass", "inputs": {"TexturePath": "white.ppm"}},
+        {"name": "sky", "type": "SkyboxRenderPass", "inputs": {"Frame": "@base.Frame", "LatLongMap": "@map.Texture"}},
+        {"name": "dim", "type": "DimRenderPass", "inputs": {"Frame": "@base.Frame", "Factor": 1}},
+        {"name": "show", "type": "TextureToScreenRenderPass", "inputs": {"Texture": "@sky.Frame"}}],
+        "output": "@base.Frame"})";
+    const Pixels red = Pixels::filled(8, 6, {1, 0, 0, 1});
+    const std::map<QString, Pixels> expected{
+        {"base", red}, {"sky", Pixels::filled(8, 6, {1, 1, 1, 1})}, {"dim", red}};
+    for (const bool keepOutputs : {false, true}) {
+        make(text, {.keepOutputs = keepOutputs});
+        for (int frame = 0; frame < 2; ++frame) {
+            render();
+            EXPECT_TRUE(equal(readTexture(graph->image()), red));
+        }
+        for (const RenderGraph::Output& output : graph->outputs()) {
+            if (const auto pixels = expected.find(output.pass); pixels != expected.end()) {
+                EXPECT_TRUE(equal(readTexture(pointerFromVariant<Texture>(output.value)), pixels->second))
+                    << qPrintable(output.pass);
+            }
+        }
+        EXPECT_EQ(graph->outputs().size(), keepOutputs ? 4U : 0U);
+    }
+}
+
+TEST_F(RenderGraphTest, WhatTheDriverCannotDoIsRefusedBeforehand)
+{
+    make(R"({"passes": [{"name": "base", "type": "GradientRenderPass"},
+        {"name": "ao", "type": "ScalableAmbientObscuranceRenderPass", "inputs": {"Depth": "@base.Frame"}}],
+        "output": "@ao.Frame"})");
+    expectFailure("ao.Depth: \"@base.Frame\" is a colour texture, GL_RGBA32F; connect a depth texture");
+    QStringList ports;
+    for (int i = 0; i < 200; ++i) {
+        ports.append(QString("\"Qel_QelTexture*_P%1\"").arg(i));
+    }
+    for (const char* option : {"outputs", "inputs"}) {
+        make(
+            QString(
+                R"({"passes": [{"name": "a", "type": "ShaderRenderPass", "options": {"%1": [%2], "%3": ["Qel_QelTexture*_Q"]}}],
+            "output": "@a.%4"})")
+                .arg(option, ports.join(", "), *option == 'o' ? "inputs" : "outputs",
+                     *option == 'o' ? "P0" : "Q")
+                .toUtf8());
+        EXPECT_FALSE(graph);
+        ASSERT_EQ(m_errors.size(), 1);
+        EXPECT_TRUE(
+            m_errors[0].startsWith(path(QString("graph.json: a: %1: there are 200 textures").arg(option))))
+            << qPrintable(m_errors[0]);
+    }
 }
 
 TEST_F(RenderGraphTest, FrameValuesDescribeTheCameraTheModelsAndTheLights)
@@ -371,7 +450,13 @@ TEST_F(RenderGraphTest, DestroyingAGraphDeletesAllItsObjects)
             {"name": "screen", "type": "TextureToScreenRenderPass", "inputs": {"Texture": "@mix.Output", "EnableSuperSampling": true}}],
             "output": "@mix.Output"})",
              {.profile = true});
+        // The application's own timer may be running.
+        unsigned int query = 0;
+        glGenQueries(1, &query);
+        glBeginQuery(GL_TIME_ELAPSED, query);
         render();
+        glEndQuery(GL_TIME_ELAPSED);
+        glDeleteQueries(1, &query);
         QString error;
         ASSERT_TRUE(graph->setViewport({8, 8}, &error));
         render();
@@ -382,6 +467,34 @@ TEST_F(RenderGraphTest, DestroyingAGraphDeletesAllItsObjects)
             EXPECT_EQ(liveObjects(), after);
         }
         after = liveObjects();
+    }
+}
+
+TEST_F(RenderGraphTest, IsDestroyedAfterItsContextOrBesideIt)
+{
+    for (const bool isAfter : {true, false}) {
+        auto other = HeadlessContext::create({}, nullptr);
+        make(R"({"viewport": [4, 4], "output": "@mean.Frame", "passes": [
+            {"name": "forward", "type": "ForwardRenderPass"},
+            {"name": "a", "type": "TestPass", "inputs": {"Input": "@forward.Frame"}, "options": {"label": "a"}},
+            {"name": "mean", "type": "TemporalAARenderPass", "inputs": {"Frame": "@a.Output"}}]})",
+             {.profile = true, .keepOutputs = true});
+        render();
+        if (isAfter) {
+            other.reset();
+        }
+        context().makeCurrent();
+        const auto own = liveObjects();
+        expectFailure("the OpenGL context of the graph is not current");
+        graph.reset();
+        EXPECT_FALSE(calls.contains("a teardown"));
+        EXPECT_EQ(liveObjects(), own);
+        if (other) {
+            other->makeCurrent();
+            EXPECT_EQ(TextureManager::Instance()->numReferences(), 0);
+            EXPECT_FALSE(glIsFramebuffer(1) || glIsQuery(1));
+            context().makeCurrent();
+        }
     }
 }
 

@@ -46,7 +46,8 @@ std::vector<Input> inputs(const View& view, const Settings& s, const Input& dept
                         s.numSamples, s.logMaxOffset, s.numTurns, s.divider});
 }
 
-/// The published method, in the single precision that the angles of its taps depend on.
+/// The published method. The angles of its taps depend on single precision while it resolves a quarter of a
+/// radian; larger ones are exact.
 struct Method
 {
     Settings settings;
@@ -56,23 +57,32 @@ struct Method
     std::function<float(int, int)> tapDepth = {};
     /// The eye-space normal of a pixel, if not computed from positions.
     std::function<QVector3D(int, int)> normal = {};
+    QSize frame{width, height};
+    /// Where the depths are in the frame; the rest of it is background.
+    QPoint origin = {};
 
     Pixels image() const
     {
-        return Pixels::generate(width, height, [&](int x, int y) {
+        return Pixels::generate(depths.width, depths.height, [&](int column, int row) {
+            const int x = origin.x() + column;
+            const int y = origin.y() + row;
             const float a = depthAt(x, y) == 1.0F ? 1.0F : visibility(x, y);
             return QVector4D(a, a, a, 1.0F);
         });
     }
-    float depthAt(int x, int y) const { return depths.at(x, y).x(); }
+    float depthAt(int x, int y) const
+    {
+        const QRect area(origin, QSize(depths.width, depths.height));
+        return area.contains(x, y) ? depths.at(x - origin.x(), y - origin.y()).x() : 1.0F;
+    }
     QVector3D position(int x, int y, float depth) const
     {
         const float distance = nearPlane * farPlane / (farPlane - depth * (farPlane - nearPlane));
         const auto ndc = [](int pixel, int size) {
             return 2.0F * (static_cast<float>(pixel) + 0.5F) / static_cast<float>(size) - 1.0F;
         };
-        return {ndc(x, width) / projection(0, 0) * distance, ndc(y, height) / projection(1, 1) * distance,
-                -distance};
+        return {ndc(x, frame.width()) / projection(0, 0) * distance,
+                ndc(y, frame.height()) / projection(1, 1) * distance, -distance};
     }
     QVector3D position(int x, int y) const { return position(x, y, depthAt(x, y)); }
     /// From the derivatives, which belong to blocks of 2 x 2 pixels.
@@ -86,16 +96,20 @@ struct Method
         const Settings& s = settings;
         const QVector3D centre = position(x, y);
         const QVector3D n = normal ? normal(x, y) : computedNormal(x, y);
-        const float diskRadius = 0.5F * projection(1, 1) * height * s.radius / -centre.z();
-        const auto rotation = static_cast<float>((3 * (x ^ y) + x * y) * 10);
+        const float diskRadius =
+            0.5F * projection(1, 1) * static_cast<float>(frame.height()) * s.radius / -centre.z();
+        const int rotation = (3 * (x ^ y) + x * y) * 10;
         const float count = std::trunc(s.numSamples);
         float sum = 0.0F;
         for (int i = 0; static_cast<float>(i) < count; ++i) {
             const float alpha = (static_cast<float>(i) + 0.5F) / count;
-            const float angle = alpha * std::trunc(s.numTurns) * 6.28F + rotation;
-            const float reach = alpha * diskRadius;
-            const int tapX = std::clamp(x + static_cast<int>(reach * std::cos(angle)), 0, width - 1);
-            const int tapY = std::clamp(y + static_cast<int>(reach * std::sin(angle)), 0, height - 1);
+            const float turned = alpha * std::trunc(s.numTurns) * 6.28F;
+            const double angle = rotation < 1 << 21
+                                     ? static_cast<double>(turned + static_cast<float>(rotation))
+                                     : static_cast<double>(turned) + rotation;
+            const auto reach = static_cast<double>(alpha * diskRadius);
+            const int tapX = std::clamp(x + static_cast<int>(reach * std::cos(angle)), 0, frame.width() - 1);
+            const int tapY = std::clamp(y + static_cast<int>(reach * std::sin(angle)), 0, frame.height() - 1);
             const float depth = tapDepth ? tapDepth(tapX, tapY) : depthAt(tapX, tapY);
             const QVector3D v = position(tapX, tapY, depth) - centre;
             sum += 4.0F * std::max(1.0F - v.lengthSquared() / (s.radius * s.radius), 0.0F) *
@@ -149,6 +163,36 @@ TEST_F(ScalableAmbientObscuranceTest, FollowsTheMethodAndDividesTheSize)
     const auto smallDepth = makeTexture(room.depths(small), GL_DEPTH_COMPONENT32F);
     EXPECT_TRUE(equal(pass.render(inputs(view, {.divider = 2.5F}, smallDepth)),
                       pass.render(inputs(small, {}, smallDepth))));
+}
+
+TEST_F(ScalableAmbientObscuranceTest, TurnsItsSpiralsInTheFarCornerOfALargeFrame)
+{
+    // Angles of up to 8e7 radians, on grooves that taps in a single direction would miss or only find.
+    const View large = View::perspective({3840, 2160}, 60.0F, nearPlane, farPlane);
+    const QPoint origin(3840 - width, 2160 - height);
+    const Pixels grooves = Pixels::generate(width, height, [](int x, int) {
+        const float distance = 4.0F + 0.03F * std::sin(0.4F * static_cast<float>(x));
+        return QVector4D((farPlane - nearPlane * farPlane / distance) / (farPlane - nearPlane), 0, 0, 0);
+    });
+    const auto depth = makeTexture(3840, 2160, GL_DEPTH_COMPONENT32F, [&](int x, int y) {
+        const bool isBackground = x < origin.x() || y < origin.y();
+        return isBackground ? QVector4D(1, 0, 0, 0) : grooves.at(x - origin.x(), y - origin.y());
+    });
+    const auto normals = makeTexture(Pixels::filled(1, 1, {0, 0, 1, 0}), GL_RGBA32F);
+    const Settings settings{0.05F, 0.002F, 4.0F};
+    Method method{settings, large.projection, grooves};
+    method.normal = [](int, int) { return QVector3D(0, 0, 1); };
+    method.frame = large.size;
+    method.origin = origin;
+    const Pixels expected = method.image();
+
+    Runner<Pass> pass;
+    pass->setNormalProcessing(Pass::NORMAL_SCREENSPACE);
+    const Pixels image = pass.render(inputs(large, settings, depth, {}, normals));
+    const Pixels corner = Pixels::generate(
+        width, height, [&](int x, int y) { return image.at(origin.x() + x, origin.y() + y); });
+    EXPECT_NEAR(corner.mean().x(), expected.mean().x(), 1e-3F);
+    EXPECT_TRUE(equal(corner, expected, halfPrecision));
 }
 
 TEST_F(ScalableAmbientObscuranceTest, PositionsReplaceTheDepthAndAllowParallelViews)

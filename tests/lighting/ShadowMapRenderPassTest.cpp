@@ -164,6 +164,12 @@ TEST_F(ShadowMapRenderPassTest, FlagsSelectShadowCastersAndCulling)
         const float mean = map.at(static_cast<int>((x + 1.0F) * side / 2), 256).x();
         EXPECT_EQ(mean < 1.0F, casts[static_cast<size_t>(i)]) << "rectangle " << i;
     }
+    // Deliberate: without a caster the maps keep what they showed.
+    for (int batch = 0; batch < 7; ++batch) {
+        model.setDrawFlags(batch, DrawFlag::Hidden);
+    }
+    pass.run();
+    EXPECT_TRUE(equal(readLayers(maps)[0], map));
 }
 
 TEST_F(ShadowMapRenderPassTest, CollectionsPlaceInstancesWhileTheyAreConnected)

@@ -145,8 +145,8 @@ TEST_F(TransparencyTest, ATextureReplacesMissingMaps)
     // Afterwards neither this pass nor another one samples it.
     EXPECT_TRUE(equal(pass.render(sheetView.inputs({&model, {}})), expected({1, 1, 1}), 1e-6F));
     pass.run(sheetView.inputs({&model, makeStandIn()}));
-    ResourceScope scope(&context());
-    const ResourceScope::Activation inside(&context(), &scope);
+    ResourceScope scope;
+    const ResourceScope::Activation inside(&scope);
     Runner<ForwardRenderPass> forward;
     EXPECT_EQ(forward.render(sheetView.inputs({&model})).roundedToBytes().at(12, 4).toVector3D(),
               expected({1, 1, 1}).roundedToBytes().at(12, 4).toVector3D());

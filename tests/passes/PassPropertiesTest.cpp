@@ -25,30 +25,6 @@ using namespace Qt::StringLiterals;
 namespace Morvane::Qel::Test {
 namespace {
 
-/// Sets state as an application might leave it behind.
-void makeStateDirty()
-{
-    for (const GLenum capability : {GL_BLEND, GL_CULL_FACE, GL_DEPTH_TEST, GL_SCISSOR_TEST, GL_STENCIL_TEST,
-                                    GL_DEPTH_CLAMP, GL_POLYGON_OFFSET_FILL}) {
-        glEnable(capability);
-    }
-    glScissor(1, 2, 3, 4);
-    glDepthMask(GL_FALSE);
-    glDepthFunc(GL_GREATER);
-    glColorMask(GL_TRUE, GL_FALSE, GL_FALSE, GL_FALSE);
-    glStencilMask(0x12);
-    glStencilFunc(GL_NEVER, 3, 0x0f);
-    glBlendFunc(GL_DST_COLOR, GL_ONE_MINUS_DST_COLOR);
-    glBlendEquation(GL_FUNC_REVERSE_SUBTRACT);
-    glCullFace(GL_FRONT_AND_BACK);
-    glFrontFace(GL_CW);
-    glClearColor(0.3F, 0.6F, 0.9F, 0.2F);
-    glClearDepth(0.25);
-    glClearStencil(7);
-    glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
-    glViewport(5, 6, 7, 8);
-}
-
 /// The number of pooled textures that a pass holds from frame to frame.
 int numKeptTextures(const std::string& type)
 {
@@ -70,7 +46,7 @@ TEST_P(PassProperties, DrawsTheSameFromAnyStateAndKeepsReferencesBalancedForAnyN
             host.setNumUsers(users);
             host.connectInputs();
             if (isDirty != 0) {
-                makeStateDirty();
+                leaveForeignState();
                 context().makeCurrent();
             }
             images[isDirty].push_back(host.runFrame());
@@ -201,6 +177,8 @@ TEST_P(PassProperties, FollowsAHundredSizesAndLeavesNoObject)
             EXPECT_EQ(TextureManager::Instance()->numReferences(), numKeptTextures(GetParam()));
         }
         EXPECT_LT(TextureManager::Instance()->numTextures(), 60) << "the pool keeps unused sizes";
+        TextureManager::Instance()->releaseFreeTextures();
+        EXPECT_EQ(numDeletedAttachments(), 0);
     }
     TextureManager::Instance()->releaseFreeTextures();
     EXPECT_EQ(liveObjects(), before);

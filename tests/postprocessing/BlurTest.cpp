@@ -25,9 +25,11 @@ Pixels convolve(const Pixels& image, const QSize& size, double radius, bool isHo
     const auto gaussian = [&](int x) { return std::exp(-0.5 * std::pow(x / (radius + 0.0001), 2.0)); };
     return Pixels::generate(size.width(), size.height(), [&](int x, int y) {
         const auto at = [&](double offset) {
-            const double u = (x + 0.5 + (isHorizontal ? offset : 0.0)) / size.width();
-            const double v = (y + 0.5 + (isHorizontal ? 0.0 : offset)) / size.height();
-            return image.linear(u * image.width - 0.5, v * image.height - 0.5);
+            // Of the pixel's centre from whole numbers: exact wherever it is that of a texel.
+            const double u = ((2 * x + 1) * image.width - size.width()) / (2.0 * size.width());
+            const double v = ((2 * y + 1) * image.height - size.height()) / (2.0 * size.height());
+            return isHorizontal ? image.linear(u + offset * image.width / size.width(), v)
+                                : image.linear(u, v + offset * image.height / size.height());
         };
         const QVector4D centre = at(0.0);
         if (copiesTransparent && centre.w() <= 0.0F) {
@@ -68,11 +70,13 @@ TEST_F(BlurTest, ConvolvesWithTheGaussianAtEveryRadiusAndResolution)
         float divider;
         bool hasHoles = false;
     };
-    // Texel centres, and so an alpha of 0 after filtering, are exact only at powers of two. 39 / 2 is
-    // truncated.
-    for (const Case& c : {Case{{37, 23}, 1.3F, 0.0F}, Case{{37, 23}, 9.0F, 0.0F}, Case{{37, 23}, 1.3F, 0.0F},
-                          Case{{32, 16}, 4.0F, 1.0F, true}, Case{{39, 25}, 3.0F, 2.0F},
-                          Case{{39, 25}, 3.0F, 3.0F}, Case{{39, 25}, 3.0F, 0.5F}}) {
+    // Texel centres have exact texture coordinates only at powers of two. 39 / 2 is truncated.
+    for (const Case& c :
+         {Case{{37, 23}, 1.3F, 0.0F}, Case{{37, 23}, 9.0F, 0.0F}, Case{{37, 23}, 1.3F, 0.0F},
+          Case{{32, 16}, 4.0F, 1.0F, true}, Case{{39, 25}, 3.0F, 2.0F}, Case{{39, 25}, 3.0F, 3.0F},
+          Case{{39, 25}, 3.0F, 0.5F}, Case{{400, 300}, 4.0F, 1.0F, true}, Case{{641, 357}, 2.0F, 1.0F, true},
+          Case{{641, 357}, 2.0F, 2.0F, true}, Case{{641, 357}, 2.0F, 3.0F, true},
+          Case{{66, 37}, 2.0F, 0.4F, true}}) {
         const Pixels image = makeImage(c.size.width(), c.size.height(), c.hasHoles);
         const auto input = makeTexture(image, GL_RGBA32F);
         const float divider = c.divider == 0.0F ? 1.0F : c.divider;
@@ -141,6 +145,38 @@ TEST_F(BlurTest, GlowAddsTheBlurredFrame)
     const Pixels white = Pixels::filled(4, 4, {1, 1, 1, 1});
     const auto whiteTexture = makeTexture(white, GL_RGBA32F);
     EXPECT_TRUE(equal(pass.render({QRect(0, 0, 4, 4), whiteTexture, 2.0F, 0.5F, 0.5F, nullptr}), white));
+}
+
+TEST_F(BlurTest, TheLargestRadiusIsUsedForThoseAboveIt)
+{
+    const Pixels image = Pixels::filled(4, 4, {0.25F, 0.5F, 0.75F, 1.0F});
+    Runner<GaussianBlurRenderPass> pass;
+    for (int frame = 0; frame < 2; ++frame) {
+        // The weights are normalised; each of the two half-float results may be off by a step.
+        EXPECT_TRUE(equal(pass.render({QRect(0, 0, 4, 4), makeTexture(image, GL_RGBA32F), 1e5F, 1.0F}), image,
+                          2e-3F));
+        if (frame == 0) {
+            expectMessage(
+                "a blur radius of 100000 exceeds this driver's uniforms, which hold radii up to \\d+; ");
+        }
+    }
+}
+
+TEST_F(BlurTest, GlowOfSparseLightsIsExactAtAnySize)
+{
+    // Most of the frame is transparent after the threshold.
+    for (const QSize size : {QSize(400, 300), QSize(641, 357), QSize(1280, 720)}) {
+        const Pixels lights = Pixels::generate(size.width(), size.height(), [](int x, int y) {
+            return x % 7 == 0 && y % 5 == 0 ? QVector4D(4, 3, 2, 1) : QVector4D(0.25F, 0.25F, 0.25F, 1);
+        });
+        const Pixels selected = lights.mapped([](const QVector4D& c) { return c.x() > 1 ? c : QVector4D(); });
+        const Pixels rows = convolve(selected, size, 3.0, true);
+        const auto texture = makeTexture(lights, GL_RGBA16F);
+        Runner<BlurAndCombineRenderPass> pass;
+        EXPECT_TRUE(equal(pass.render({QRect(QPoint(0, 0), size), nullptr, 3.0F, 0.5F, 1.0F, texture}),
+                          convolve(rows, size, 3.0, false, false), tolerance))
+            << size.width();
+    }
 }
 
 TEST_F(BlurTest, PublishesTheInputWithoutABlur)

@@ -48,33 +48,28 @@ std::vector<std::string> builtinTypes()
 
 PassHost::PassHost(const std::string& typeName)
     : m_lists(makeListTextures(makeLists()))
-    , m_scope(OpenGLDeviceContext::current())
 {
     m_lights[1].type = ShadowMapManager::LightType::Spot;
     m_lights[2].type = ShadowMapManager::LightType::Point;
     for (ShadowMapManager::Light& light : m_lights) {
         light.position = {0.0F, 1.5F, 0.0F};
     }
+    makeShadows();
     const QString type = QString::fromStdString(typeName);
     const PassRegistry& registry = PassRegistry::builtin();
     const PassDescription& description = *registry.description(type);
     PassOptions options;
     for (const OptionDescription& option : description.options) {
-        options[option.name] = option.defaultValue;
         if (!option.members.empty()) {
             // Lists get one element, so that none is empty.
-            QVariantMap element;
-            for (const OptionDescription& member : option.members) {
-                element[member.name] = member.defaultValue;
-            }
-            options[option.name] = QVariantList{element};
+            options[option.name] = QVariantList{QVariantMap()};
         }
     }
     if (description.hostDeclaresPorts) {
         options[u"inputs"_s] = QStringList{u"Qel_QRect_Viewport"_s, u"Qel_QelTexture*_Input"_s};
         options[u"outputs"_s] = QStringList{u"Qel_QelTexture*_Output"_s};
     }
-    const ResourceScope::Activation inside(OpenGLDeviceContext::current(), &m_scope);
+    const ResourceScope::Activation inside(&m_scope);
     QString error;
     m_pass = registry.create(type, options, &error);
     EXPECT_TRUE(m_pass) << qPrintable(error);
@@ -108,7 +103,7 @@ void PassHost::setInputs(const QVariant& everywhere)
 
 void PassHost::runFrame(const std::function<void(RenderPass&)>& callStart)
 {
-    const ResourceScope::Activation inside(OpenGLDeviceContext::current(), &m_scope);
+    const ResourceScope::Activation inside(&m_scope);
     m_runner->runAround(callStart);
     m_runner->releaseOutputs();
     TextureManager::Instance()->endFrame();
@@ -144,15 +139,34 @@ std::vector<Pixels> PassHost::readOutputs() const
     return images;
 }
 
+QVariantList PassHost::lights()
+{
+    QVariantList lights;
+    for (ShadowMapManager::Light& light : m_lights) {
+        lights.append(QVariant::fromValue(&light));
+    }
+    return lights;
+}
+
+/// Makes maps in which everything at a depth above one half is in shadow.
+void PassHost::makeShadows()
+{
+    ShadowMapManager::processLights(lights(), m_shadows, nullptr, nullptr, nullptr);
+    std::vector<float> moments;
+    for (int layer = 0; layer < m_shadows.numLayers(); ++layer) {
+        moments.insert(moments.end(), {0.5F, 0.25F});
+    }
+    m_shadowMaps = std::make_unique<Texture>();
+    m_shadowMaps->setTarget(GL_TEXTURE_2D_ARRAY);
+    m_shadowMaps->setImage3D(GL_RG32F, 1, 1, m_shadows.numLayers(), GL_RG, GL_FLOAT, moments.data());
+    m_shadows.setProjectionTexture(m_shadowMaps.get());
+}
+
 QVariant PassHost::value(const QString& portName, const QVariant& defaultValue)
 {
     const auto [type, name] = PortName::parse(portName);
     if (type == u"QelTexture*") {
         return Input(texture(name)).value();
-    }
-    QVariantList lights;
-    for (ShadowMapManager::Light& light : m_lights) {
-        lights.append(QVariant::fromValue(&light));
     }
     QMatrix4x4 projection;
     projection.perspective(50.0F, 1.25F, 0.5F, 20.0F);
@@ -164,7 +178,8 @@ QVariant PassHost::value(const QString& portName, const QVariant& defaultValue)
         {u"QMatrix4x4"_s, name.startsWith(u"Projection") ? projection : camera},
         {u"QelGPUModel*"_s, QVariant::fromValue(m_model.get())},
         {u"QelDrawBuffers*"_s, Input(m_model->drawBuffers(0)).value()},
-        {u"QList_QelShadowMapManagerLight*"_s, lights},
+        {u"QList_QelShadowMapManagerLight*"_s, lights()},
+        {u"QVariant"_s, QVariant::fromValue<QObject*>(&m_shadows)},
         {u"QString"_s, image.arg(name.contains(u"Cubemap") ? u"posx"_s : u"latlong"_s)},
     };
     const float corner = name.endsWith(u"Min") ? -1.0F : 1.0F;

@@ -47,6 +47,8 @@ public:
     void runFrame(const std::function<void(RenderPass&)>& callStart);
 
 private:
+    QVariantList lights();
+    void makeShadows();
     QVariant value(const QString& portName, const QVariant& defaultValue);
     Texture* texture(const QString& name);
     std::vector<Pixels> readOutputs() const;
@@ -54,6 +56,8 @@ private:
     std::unique_ptr<GPUModel> m_model = makeCubeModel();
     /// One light of each type.
     std::array<ShadowMapManager::Light, 3> m_lights;
+    ShadowMapManager::RenderData m_shadows;
+    std::unique_ptr<Texture> m_shadowMaps;
     std::unique_ptr<Texture> m_cubemap;
     ListTextures m_lists;
     ResourceScope m_scope;

@@ -14,8 +14,8 @@ protected:
     void SetUp() override
     {
         GLTest::SetUp();
-        m_scope = std::make_unique<ResourceScope>(&context());
-        m_activation = std::make_unique<ResourceScope::Activation>(&context(), m_scope.get());
+        m_scope = std::make_unique<ResourceScope>();
+        m_activation = std::make_unique<ResourceScope::Activation>(m_scope.get());
     }
     void TearDown() override
     {

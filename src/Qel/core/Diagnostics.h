@@ -4,7 +4,8 @@
 
 #include <Qel/core/Export.h>
 
-/// Messages in fixed formats, sent through Qt's message handler.
+/// Messages in fixed formats, sent through Qt's message handler. Every line of their text is made printable
+/// (Text.h).
 namespace Morvane::Qel {
 
 /// Logs "[file:line] text" at debug level, for details such as a program's log. Formats nothing while debug
@@ -22,6 +23,11 @@ QEL_CORE_EXPORT void logCritical(const char* file, int line, const QString& text
 /// continues; the caller takes its error path.
 QEL_CORE_EXPORT void logFailedCheck(const char* file, int line, const char* condition,
                                     const QString& explanation);
+
+/// Sets what the calling thread works on, such as "glow.json: blur" while that pass runs; empty for nothing.
+QEL_CORE_EXPORT void setMessagePlace(const QString& place);
+/// What the calling thread works on. A message handler can put it before a message, whose text has no place.
+QEL_CORE_EXPORT const QString& messagePlace();
 
 } // namespace Morvane::Qel
 

@@ -10,9 +10,14 @@ PortName PortName::parse(const QString& fullName)
         return {u"int"_s, u"BlendMode"_s};
     }
     const qsizetype typeStart = fullName.indexOf(u'_') + 1;
-    const qsizetype typeEnd = fullName.lastIndexOf(u'_');
+    qsizetype typeEnd = fullName.indexOf(u'_', typeStart);
     if (!fullName.startsWith(QLatin1StringView("Qel_")) || typeEnd < typeStart) {
         return {{}, fullName};
+    }
+    if (fullName.sliced(typeStart, typeEnd - typeStart) == QLatin1StringView("QList")) {
+        if (const qsizetype elementEnd = fullName.indexOf(u'_', typeEnd + 1); elementEnd >= 0) {
+            typeEnd = elementEnd;
+        }
     }
     return {fullName.sliced(typeStart, typeEnd - typeStart), fullName.sliced(typeEnd + 1)};
 }

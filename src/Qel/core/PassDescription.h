@@ -22,6 +22,11 @@ struct InputDescription
     QVariant defaultValue = {};
     /// Unit and range in words, such as "texels, 0 or more"; empty if the type is enough.
     QString range = {};
+    /// Whether the pass writes into the texture that it gets here. A graph runs all other passes that read
+    /// the texture before it.
+    bool isModified = false;
+    /// Whether a texture here must have a depth format.
+    bool isDepth = false;
 };
 
 /// Declares and documents an output port.
@@ -73,7 +78,7 @@ struct QEL_CORE_EXPORT PortName
     QString type;
     QString name;
 
-    /// Splits a port name. The type of a list includes its element type:
+    /// Splits a port name. The name may contain underscores. The type of a list includes its element type:
     /// "Qel_QList_QelShadowMapManagerLight*_Lights" has the type "QList_QelShadowMapManagerLight*". The only
     /// name without the prefix, "Int_BlendMode", is an int.
     static PortName parse(const QString& fullName);

@@ -1,16 +1,20 @@
 #include <Qel/gl/BindingRecord.h>
 
 #include <algorithm>
+#include <atomic>
 
 #include <epoxy/gl.h>
 
 #include <Qel/core/Diagnostics.h>
+#include <Qel/gl/FramebufferObject.h>
 
 using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel {
 
 namespace {
+
+std::atomic<quint64> lastGeneration{0};
 
 /// Removes the latest occurrence of an object from a stack; returns whether it was the top.
 template<class Stack, class T>
@@ -56,18 +60,11 @@ BindingRecord::BindingRecord()
     m_framebuffers.reserve(depth);
 }
 
-void BindingRecord::readFromGL()
+void BindingRecord::clear()
 {
     m_programs.clear();
     m_vertexArrays.clear();
     m_framebuffers.clear();
-    m_baseProgram = integerState(GL_CURRENT_PROGRAM);
-    m_baseVertexArray = integerState(GL_VERTEX_ARRAY_BINDING);
-    m_drawFramebuffer = integerState(GL_DRAW_FRAMEBUFFER_BINDING);
-    m_readFramebuffer = integerState(GL_READ_FRAMEBUFFER_BINDING);
-    std::array<int, 4> viewport{};
-    glGetIntegerv(GL_VIEWPORT, viewport.data());
-    m_viewport = QRect(viewport[0], viewport[1], viewport[2], viewport[3]);
     for (int* unit : m_units) {
         if (unit) {
             *unit = -1;
@@ -77,6 +74,19 @@ void BindingRecord::readFromGL()
     m_topUnit = 0;
     m_numRefused = 0;
     m_managedSerials.fill(0);
+    m_generation = ++lastGeneration;
+}
+
+void BindingRecord::readFromGL()
+{
+    clear();
+    m_baseProgram = integerState(GL_CURRENT_PROGRAM);
+    m_baseVertexArray = integerState(GL_VERTEX_ARRAY_BINDING);
+    m_drawFramebuffer = integerState(GL_DRAW_FRAMEBUFFER_BINDING);
+    m_readFramebuffer = integerState(GL_READ_FRAMEBUFFER_BINDING);
+    std::array<int, 4> viewport{};
+    glGetIntegerv(GL_VIEWPORT, viewport.data());
+    m_viewport = QRect(viewport[0], viewport[1], viewport[2], viewport[3]);
 }
 
 void BindingRecord::bindTexture(int* unit, unsigned int target, unsigned int name)
@@ -116,6 +126,21 @@ void BindingRecord::releaseTexture(int* unit, unsigned int target)
             setActiveUnit(earlier);
             break;
         }
+    }
+}
+
+void BindingRecord::beginTextureChange(int unit, unsigned int target, unsigned int name)
+{
+    setActiveUnit(unit < 0 ? emptyUnit : unit);
+    if (unit < 0) {
+        glBindTexture(target, name);
+    }
+}
+
+void BindingRecord::endTextureChange(int unit, unsigned int target)
+{
+    if (unit < 0) {
+        glBindTexture(target, 0);
     }
 }
 
@@ -164,6 +189,14 @@ void BindingRecord::releaseVertexArray(VertexArrayObject* vertexArray)
 VertexArrayObject* BindingRecord::currentVertexArray() const
 {
     return m_vertexArrays.empty() ? nullptr : m_vertexArrays.back().object;
+}
+
+void BindingRecord::renameVertexArray(const VertexArrayObject* vertexArray, unsigned int name)
+{
+    if (currentVertexArray() == vertexArray && m_vertexArrays.back().name != name) {
+        m_vertexArrays.back().name = name;
+        glBindVertexArray(name);
+    }
 }
 
 void BindingRecord::applyFramebuffers(unsigned int draw, unsigned int read)
@@ -226,6 +259,13 @@ void BindingRecord::bindFramebufferName(unsigned int target, unsigned int name)
     if (target != GL_DRAW_FRAMEBUFFER) {
         m_readFramebuffer = name;
     }
+}
+
+void BindingRecord::addFramebuffer(FramebufferObject* framebuffer)
+{
+    std::erase_if(m_attachedFramebuffers,
+                  [=](const auto& known) { return known.isNull() || known == framebuffer; });
+    m_attachedFramebuffers.emplace_back(framebuffer);
 }
 
 void BindingRecord::setViewport(const QRect& rectangle)

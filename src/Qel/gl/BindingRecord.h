@@ -3,6 +3,7 @@
 #include <array>
 #include <vector>
 
+#include <QPointer>
 #include <QRect>
 
 namespace Morvane::Qel {
@@ -17,20 +18,32 @@ class VertexArrayObject;
 class BindingRecord
 {
 public:
-    /// The number of units for texture bindings, which take them from 0 upwards like a stack. The managed
-    /// units after them hold material textures. Together they are the 48 that every GL 3.2 context has.
-    static constexpr int numUnits = 44;
-    static constexpr int firstManagedUnit = numUnits;
+    /// The number of units for texture bindings, which take them from 0 upwards like a stack. The empty unit
+    /// follows, then the managed units, which hold material textures. Together they are the 48 that every
+    /// GL 3.2 context has.
+    static constexpr int numUnits = 43;
+    /// The unit for samplers without a texture. Only changes to an unbound texture bind it here meanwhile.
+    static constexpr int emptyUnit = numUnits;
+    static constexpr int firstManagedUnit = emptyUnit + 1;
     static constexpr int numManagedUnits = 4;
 
     BindingRecord();
-    /// Reads program, vertex array, framebuffers and viewport from GL as the base of the stacks and forgets
-    /// all other bindings.
+    /// Forgets all bindings without GL calls, when the context ceases to be current.
+    void clear();
+    /// Forgets all bindings and reads program, vertex array, framebuffers and viewport from GL as the base of
+    /// the stacks.
     void readFromGL();
+    /// A number that differs after every readFromGL, and between contexts. Objects compare it to notice that
+    /// GL calls of the application may have changed them.
+    quint64 generation() const { return m_generation; }
 
     /// Binds a texture to the next free unit and writes that to `unit`, whose address identifies the texture.
     void bindTexture(int* unit, unsigned int target, unsigned int name);
     void releaseTexture(int* unit, unsigned int target);
+    /// Makes a texture the one that GL calls on the active unit change: on its own unit or, if that is -1, on
+    /// the empty unit until it ends.
+    void beginTextureChange(int unit, unsigned int target, unsigned int name);
+    void endTextureChange(int unit, unsigned int target);
     /// Binds a texture to a managed unit until another one replaces it.
     void bindManagedTexture(int slot, quint64 serial, unsigned int target, unsigned int name);
     /// Returns the serial of the texture on a managed unit, 0 if there is none.
@@ -44,6 +57,8 @@ public:
     void bindVertexArray(VertexArrayObject* vertexArray, unsigned int name);
     void releaseVertexArray(VertexArrayObject* vertexArray);
     VertexArrayObject* currentVertexArray() const;
+    /// Changes the GL name of the current vertex array, if it is this one.
+    void renameVertexArray(const VertexArrayObject* vertexArray, unsigned int name);
 
     void bindFramebuffer(FramebufferObject* framebuffer, unsigned int name);
     void releaseFramebuffer(FramebufferObject* framebuffer);
@@ -51,6 +66,14 @@ public:
     unsigned int drawFramebuffer() const;
     /// Binds a framebuffer by GL name to GL_FRAMEBUFFER, GL_DRAW_FRAMEBUFFER or GL_READ_FRAMEBUFFER.
     void bindFramebufferName(unsigned int target, unsigned int name);
+
+    /// Adds a framebuffer to those that may have attachments in GL.
+    void addFramebuffer(FramebufferObject* framebuffer);
+    /// Those that may have attachments in GL; null for ones that were destroyed.
+    const std::vector<QPointer<FramebufferObject>>& attachedFramebuffers() const
+    {
+        return m_attachedFramebuffers;
+    }
 
     void setViewport(const QRect& rectangle);
     QRect viewport() const { return m_viewport; }
@@ -79,6 +102,7 @@ private:
     };
     void applyFramebuffers(unsigned int draw, unsigned int read);
 
+    quint64 m_generation = 0;
     /// The address that identifies the texture on each unit; null for a free unit.
     std::array<int*, numUnits> m_units{};
     int m_topUnit = 0;
@@ -90,6 +114,7 @@ private:
     std::vector<Named<VertexArrayObject>> m_vertexArrays;
     unsigned int m_baseVertexArray = 0;
     std::vector<FramebufferBinding> m_framebuffers;
+    std::vector<QPointer<FramebufferObject>> m_attachedFramebuffers;
     unsigned int m_drawFramebuffer = 0;
     unsigned int m_readFramebuffer = 0;
     QRect m_viewport;

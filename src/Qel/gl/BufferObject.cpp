@@ -2,8 +2,6 @@
 
 #include <epoxy/gl.h>
 
-#include <Qel/gl/OpenGLDeviceContext.h>
-
 namespace Morvane::Qel {
 
 BufferObject::BufferObject()
@@ -16,12 +14,7 @@ BufferObject::BufferObject(unsigned int target)
 {
 }
 
-BufferObject::~BufferObject()
-{
-    if (m_name != 0 && OpenGLDeviceContext::current()) {
-        glDeleteBuffers(1, &m_name);
-    }
-}
+BufferObject::~BufferObject() = default;
 
 void BufferObject::setTarget(unsigned int target)
 {
@@ -108,10 +101,7 @@ void BufferObject::unmap()
 
 unsigned int BufferObject::getBO()
 {
-    if (m_name == 0) {
-        glGenBuffers(1, &m_name);
-    }
-    return m_name;
+    return m_name.get();
 }
 
 } // namespace Morvane::Qel

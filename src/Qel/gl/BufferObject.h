@@ -3,6 +3,7 @@
 #include <QtGlobal>
 
 #include <Qel/gl/Bindable.h>
+#include <Qel/gl/ObjectName.h>
 
 namespace Morvane::Qel {
 
@@ -47,7 +48,7 @@ public:
 
 private:
     unsigned int m_target;
-    unsigned int m_name = 0;
+    ObjectName m_name{ObjectName::Kind::Buffer};
     qsizetype m_size = 0;
     bool m_indexed = false;
     unsigned int m_index = 0;

@@ -4,6 +4,8 @@
 
 #include <epoxy/gl.h>
 
+#include <Qel/core/Text.h>
+#include <Qel/gl/GLErrors.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 
 namespace Morvane::Qel {
@@ -17,10 +19,12 @@ void GLAPIENTRY reportDebugMessage(GLenum source, GLenum type, GLuint /*id*/, GL
     if (severity == GL_DEBUG_SEVERITY_NOTIFICATION || source == GL_DEBUG_SOURCE_SHADER_COMPILER) {
         return;
     }
+    const QString text = printable(QString::fromUtf8(message));
     if (type == GL_DEBUG_TYPE_ERROR || type == GL_DEBUG_TYPE_UNDEFINED_BEHAVIOR) {
-        qCritical("OpenGL: %s", message);
+        keepGLError(text);
+        qCritical("OpenGL: %s", qUtf8Printable(text));
     } else {
-        qDebug("OpenGL: %s", message);
+        qDebug("OpenGL: %s", qUtf8Printable(text));
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <epoxy/gl.h>
 
+#include <Qel/core/Diagnostics.h>
 #include <Qel/gl/BindingRecord.h>
 #include <Qel/gl/BufferObject.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
@@ -9,11 +10,35 @@
 #include <Qel/gl/UniformBlocks.h>
 #include <Qel/gl/VertexArrayObject.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel {
+
+namespace {
+
+/// The number of vertices of a primitive, 0 if primitives share vertices.
+int verticesPerPatch(unsigned int primitiveType)
+{
+    switch (primitiveType) {
+    case GL_POINTS:
+        return 1;
+    case GL_LINES:
+        return 2;
+    case GL_TRIANGLES:
+        return 3;
+    case GL_LINES_ADJACENCY:
+        return 4;
+    case GL_TRIANGLES_ADJACENCY:
+        return 6;
+    default:
+        return 0;
+    }
+}
+
+} // namespace
 
 DrawBuffers::DrawBuffers(QObject* parent)
     : QObject(parent)
-    , m_membership(this)
     , m_primitiveType(GL_TRIANGLES)
 {
 }
@@ -104,12 +129,23 @@ bool DrawBuffers::draw()
     // Passes enable the arrays of their program when they take the batch, but the program may have been
     // replaced since by one that reads more.
     m_vertexArray->enableShaderProgramArrays(program);
+    unsigned int mode = m_primitiveType;
+    if (program->hasTessellation()) {
+        const int numVertices = verticesPerPatch(m_primitiveType);
+        if (!QEL_CHECK(
+                __FILE__, numVertices > 0,
+                u"strips, loops and fans cannot be tessellated; make a batch of separate primitives"_s)) {
+            return false;
+        }
+        glPatchParameteri(GL_PATCH_VERTICES, numVertices);
+        mode = GL_PATCHES;
+    }
     if (m_indexBuffer) {
         // The index buffer is part of the vertex array's state, and batches may share a vertex array.
         glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, m_indexBuffer->getBO());
-        glDrawElements(m_primitiveType, m_indexCount, m_indexType, nullptr);
+        glDrawElements(mode, m_indexCount, m_indexType, nullptr);
     } else {
-        glDrawArrays(m_primitiveType, 0, m_vertexCount);
+        glDrawArrays(mode, 0, m_vertexCount);
     }
     return true;
 }

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include <Qel/gl/Bindable.h>
-#include <Qel/gl/ResourceScope.h>
 
 namespace Morvane::Qel {
 
@@ -69,14 +68,14 @@ public:
     /// Binds the vertex array.
     void bind() override;
     void release() override;
-    /// Draws with the current program; the batch must be bound. Returns false and draws nothing if no valid
-    /// program is current or the batch has no vertex array.
+    /// Draws with the current program; the batch must be bound. With tessellation stages each triangle, line
+    /// or point is a patch of three, two vertices or one; strips, loops and fans are refused and reported.
+    /// Returns false and draws nothing if no valid program is current or the batch has no vertex array.
     bool draw();
 
 private:
     void forgetImpliedCommand();
 
-    ResourceScope::Membership m_membership;
     QSharedPointer<VertexArrayObject> m_vertexArray;
     QSharedPointer<BufferObject> m_indexBuffer;
     unsigned int m_primitiveType;

@@ -18,6 +18,8 @@ namespace {
 
 /// The mask before the first setDrawBuffers.
 constexpr unsigned int unsetMask = ~0U;
+/// The serial of no texture.
+constexpr quint64 unknownSerial = ~quint64(0);
 
 BindingRecord& bindings()
 {
@@ -35,28 +37,41 @@ bool reachesGL(const Texture* texture)
 
 FramebufferObject::FramebufferObject(QObject* parent)
     : QObject(parent)
-    , m_membership(this)
     , m_drawBufferMask(unsetMask)
 {
 }
 
 FramebufferObject::~FramebufferObject()
 {
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    if (m_name != 0 && context) {
-        context->bindings().forget(this);
-        glDeleteFramebuffers(1, &m_name);
-        glDeleteRenderbuffers(1, &m_placeholder);
+    if (m_name.isCurrent()) {
+        bindings().forget(this);
     }
 }
 
 void FramebufferObject::bind()
 {
-    const bool isNew = m_name == 0;
+    const bool isNew = !m_name.exists();
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     context->bindings().bindFramebuffer(this, getFBO());
     if (isNew) {
-        context->label(GL_FRAMEBUFFER, m_name, u"framebuffer"_s);
+        context->label(GL_FRAMEBUFFER, getFBO(), u"framebuffer"_s);
+    }
+    if (m_generation != bindings().generation()) {
+        restore();
+    }
+}
+
+/// Sets everything in the GL object again; it must be bound.
+void FramebufferObject::restore()
+{
+    m_generation = bindings().generation();
+    for (size_t i = 0; i < m_attachments.size(); ++i) {
+        m_attachments[i].appliedSerial = unknownSerial;
+        apply(i);
+    }
+    if (m_drawBufferMask != unsetMask) {
+        m_drawBufferMask = unsetMask;
+        selectDrawBuffers();
     }
 }
 
@@ -154,6 +169,7 @@ void FramebufferObject::apply(size_t index)
     slot.appliedSerial = serial;
     slot.appliedLevel = slot.level;
     slot.appliedLayer = slot.layer;
+    bindings().addFramebuffer(this);
 
     const unsigned int point = index == depthIndex ? GL_DEPTH_ATTACHMENT
                                : index == stencilIndex
@@ -194,7 +210,7 @@ void FramebufferObject::selectDrawBuffers()
     }
     if (mask == 0 && m_attachments[depthIndex].appliedSerial == 0) {
         attachPlaceholder();
-    } else if (m_placeholder != 0 && (mask & 1U) == 0) {
+    } else if (m_placeholder.exists() && (mask & 1U) == 0) {
         // It would limit rendering to one pixel.
         glFramebufferRenderbuffer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, 0);
     }
@@ -224,13 +240,13 @@ void FramebufferObject::attachPlaceholder()
                                 context->maxTextureSize());
         return;
     }
-    if (m_placeholder == 0) {
-        glGenRenderbuffers(1, &m_placeholder);
-        glBindRenderbuffer(GL_RENDERBUFFER, m_placeholder);
+    if (!m_placeholder.exists()) {
+        glBindRenderbuffer(GL_RENDERBUFFER, m_placeholder.get());
         glRenderbufferStorage(GL_RENDERBUFFER, GL_RGBA8, 1, 1);
         glBindRenderbuffer(GL_RENDERBUFFER, 0);
     }
-    glFramebufferRenderbuffer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, m_placeholder);
+    glFramebufferRenderbuffer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER,
+                              m_placeholder.get());
 }
 
 QSize FramebufferObject::size() const
@@ -244,12 +260,38 @@ QSize FramebufferObject::size() const
     return {};
 }
 
+int FramebufferObject::maxColorAttachments()
+{
+    int attachments = 0;
+    int drawBuffers = 0;
+    glGetIntegerv(GL_MAX_COLOR_ATTACHMENTS, &attachments);
+    glGetIntegerv(GL_MAX_DRAW_BUFFERS, &drawBuffers);
+    return std::min({attachments, drawBuffers, static_cast<int>(numColorAttachments)});
+}
+
 unsigned int FramebufferObject::getFBO() const
 {
-    if (m_name == 0) {
-        glGenFramebuffers(1, &m_name);
+    if (!m_name.exists()) {
+        m_generation = bindings().generation();
     }
-    return m_name;
+    return m_name.get();
+}
+
+void FramebufferObject::forgetTexture(const Texture* texture)
+{
+    // A copy, because attaching changes the list.
+    const std::vector<QPointer<FramebufferObject>> framebuffers = bindings().attachedFramebuffers();
+    for (const QPointer<FramebufferObject>& framebuffer : framebuffers) {
+        for (size_t i = 0; framebuffer && i < framebuffer->m_attachments.size(); ++i) {
+            Attachment& slot = framebuffer->m_attachments[i];
+            if (slot.texture == texture) {
+                slot.texture = nullptr;
+            }
+            if (slot.appliedSerial == texture->serial()) {
+                framebuffer->apply(i);
+            }
+        }
+    }
 }
 
 } // namespace Morvane::Qel

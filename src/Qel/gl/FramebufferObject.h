@@ -7,7 +7,7 @@
 #include <array>
 
 #include <Qel/gl/Bindable.h>
-#include <Qel/gl/ResourceScope.h>
+#include <Qel/gl/ObjectName.h>
 
 namespace Morvane::Qel {
 
@@ -17,7 +17,10 @@ class Texture;
 /// clears; release restores the previous framebuffer and viewport.
 ///
 /// A detached texture stays in the GL object until the next setDrawBuffers, so that a pass that gets the same
-/// pooled texture in every frame causes no GL calls.
+/// pooled texture in every frame causes no GL calls. One that is deleted leaves it at once.
+///
+/// Attachments and draw buffers that GL calls changed are set again by the first bind after
+/// OpenGLDeviceContext::makeCurrent.
 class QEL_GL_EXPORT FramebufferObject : public QObject, public Bindable
 {
     Q_OBJECT
@@ -45,6 +48,11 @@ public:
     void setDrawBuffers();
     /// Returns the GL name.
     unsigned int getFBO() const;
+    /// Returns how many colour attachments the current context can draw into at once, at most 8.
+    static int maxColorAttachments();
+
+    /// Removes a texture that is about to be deleted from all framebuffers of the current context.
+    static void forgetTexture(const Texture* texture);
 
 private:
     struct Attachment
@@ -66,13 +74,15 @@ private:
     void attachLayer(Texture* texture, unsigned int attachment, int layer, int level);
     void apply(size_t index);
     void selectDrawBuffers();
+    void restore();
     void attachPlaceholder();
     QSize size() const;
 
-    ResourceScope::Membership m_membership;
-    mutable unsigned int m_name = 0;
+    mutable ObjectName m_name{ObjectName::Kind::Framebuffer};
+    /// BindingRecord::generation when GL and this object last agreed.
+    mutable quint64 m_generation = 0;
     /// A renderbuffer for GL versions that cannot render without attachments.
-    unsigned int m_placeholder = 0;
+    ObjectName m_placeholder{ObjectName::Kind::Renderbuffer};
     unsigned int m_drawBufferMask;
     std::array<Attachment, numColorAttachments + 2> m_attachments;
 };

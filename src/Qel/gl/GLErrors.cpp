@@ -1,5 +1,7 @@
 #include <Qel/gl/GLErrors.h>
 
+#include <utility>
+
 #include <epoxy/gl.h>
 
 #include <Qel/core/Diagnostics.h>
@@ -9,6 +11,8 @@ using namespace Qt::StringLiterals;
 namespace Morvane::Qel {
 
 namespace {
+
+thread_local QString firstError;
 
 const char* errorName(GLenum error)
 {
@@ -45,10 +49,24 @@ bool hasGLError(const char* file, int line)
         if (error == GL_NO_ERROR) {
             break;
         }
-        logCritical(file, line, u"OpenGL error %1"_s.arg(QLatin1StringView(errorName(error))));
+        const QLatin1StringView name(errorName(error));
+        logCritical(file, line, u"OpenGL error %1"_s.arg(name));
+        keepGLError(name);
         pending = true;
     }
     return pending;
+}
+
+QString takeGLError()
+{
+    return std::exchange(firstError, {});
+}
+
+void keepGLError(const QString& error)
+{
+    if (firstError.isEmpty()) {
+        firstError = error;
+    }
 }
 
 } // namespace Morvane::Qel

@@ -3,11 +3,13 @@
 #include <QStringList>
 
 #include <array>
+#include <utility>
 #include <vector>
 
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
 
+#include <Qel/core/Diagnostics.h>
 #include <Qel/gl/DebugOutput.h>
 
 using namespace Qt::StringLiterals;
@@ -94,6 +96,11 @@ struct HeadlessContext::Egl
     /// Creates the context and its surface and makes them current. Null on success, otherwise the reason.
     QString open(const Candidate& candidate, const Options& options);
     EGLSurface makeSurface(const QSize& size) const;
+    /// Whether the context is current on this thread with its surface.
+    bool isCurrent() const;
+    bool makeCurrent() const;
+    /// Makes no context current on this thread if the context is.
+    void release() const;
 };
 
 HeadlessContext::Egl::~Egl()
@@ -101,7 +108,7 @@ HeadlessContext::Egl::~Egl()
     if (display == EGL_NO_DISPLAY) {
         return;
     }
-    eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+    release();
     if (surface != EGL_NO_SURFACE) {
         eglDestroySurface(display, surface);
     }
@@ -164,7 +171,7 @@ QString HeadlessContext::Egl::open(const Candidate& candidate, const Options& op
     if (surface == EGL_NO_SURFACE) {
         return u"a pbuffer of %1x%2 cannot be created"_s.arg(options.size.width()).arg(options.size.height());
     }
-    if (!eglMakeCurrent(display, surface, surface, context)) {
+    if (!makeCurrent()) {
         return u"the context cannot be made current"_s;
     }
     return {};
@@ -174,6 +181,25 @@ EGLSurface HeadlessContext::Egl::makeSurface(const QSize& size) const
 {
     const std::array<EGLint, 5> attributes{EGL_WIDTH, size.width(), EGL_HEIGHT, size.height(), EGL_NONE};
     return eglCreatePbufferSurface(display, config, attributes.data());
+}
+
+bool HeadlessContext::Egl::isCurrent() const
+{
+    // Each thread starts with OpenGL ES, which has a current context of its own.
+    return eglBindAPI(EGL_OPENGL_API) && eglGetCurrentContext() == context &&
+           eglGetCurrentSurface(EGL_DRAW) == surface;
+}
+
+bool HeadlessContext::Egl::makeCurrent() const
+{
+    return isCurrent() || eglMakeCurrent(display, surface, surface, context);
+}
+
+void HeadlessContext::Egl::release() const
+{
+    if (isCurrent()) {
+        eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+    }
 }
 
 HeadlessContext::HeadlessContext(std::unique_ptr<Egl> egl)
@@ -210,15 +236,36 @@ HeadlessContext::~HeadlessContext()
     releaseObjects();
 }
 
+void HeadlessContext::makeCurrent()
+{
+    if (m_egl->makeCurrent()) {
+        OpenGLDeviceContext::makeCurrent();
+    } else {
+        logCritical(
+            __FILE__, __LINE__,
+            u"the context cannot be made current (EGL error 0x%1); if it is current on another thread, "
+            "call doneCurrent there first"_s.arg(eglGetError(), 0, 16));
+    }
+}
+
+void HeadlessContext::doneCurrent()
+{
+    OpenGLDeviceContext::doneCurrent();
+    m_egl->release();
+}
+
 bool HeadlessContext::resize(const QSize& size)
 {
     EGLSurface surface = m_egl->makeSurface(size);
     if (surface == EGL_NO_SURFACE) {
         return false;
     }
-    eglMakeCurrent(m_egl->display, surface, surface, m_egl->context);
-    eglDestroySurface(m_egl->display, m_egl->surface);
-    m_egl->surface = surface;
+    const bool wasCurrent = m_egl->isCurrent();
+    EGLSurface former = std::exchange(m_egl->surface, surface);
+    if (wasCurrent) {
+        m_egl->makeCurrent();
+    }
+    eglDestroySurface(m_egl->display, former);
     return true;
 }
 

@@ -35,7 +35,14 @@ public:
     /// Creates a context and makes it current on this thread. Returns null on failure and puts one line in
     /// `error`: what was tried, why each attempt failed and what would help. `error` may be null.
     static std::unique_ptr<HeadlessContext> create(const Options& options, QString* error);
+    /// If another context is current, it stays current.
     ~HeadlessContext() override;
+
+    /// Makes the native context current on this thread too. It fails, which is reported as critical, and
+    /// changes nothing while the context is current on another thread.
+    void makeCurrent() override;
+    /// Releases the native context too.
+    void doneCurrent() override;
 
     /// Changes the size of framebuffer 0. Returns false and keeps the old size if the driver cannot.
     bool resize(const QSize& size);

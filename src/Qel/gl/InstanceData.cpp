@@ -40,6 +40,13 @@ void bindBlock(const InstanceDataPlan& plan, BufferObject& buffer, qintptr offse
 struct DefaultBlocks : ContextData
 {
     QHash<const InstanceDataPlan*, QSharedPointer<BufferObject>> buffers;
+
+    void restoreBindings() override
+    {
+        for (auto buffer = buffers.cbegin(); buffer != buffers.cend(); ++buffer) {
+            bindBlock(*buffer.key(), **buffer, 0);
+        }
+    }
 };
 
 QHash<const InstanceDataPlan*, QSharedPointer<BufferObject>>& defaultBlocks()

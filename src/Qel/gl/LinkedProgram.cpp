@@ -2,6 +2,7 @@
 
 #include <epoxy/gl.h>
 
+#include <Qel/gl/AttributeLayout.h>
 #include <Qel/gl/UniformUpload.h>
 
 namespace Morvane::Qel {
@@ -53,32 +54,13 @@ std::vector<Value> readElements(unsigned int program, const QByteArray& name, co
 
 } // namespace
 
-std::vector<std::pair<QByteArray, int>> activeAttributes(unsigned int program)
-{
-    const int numAttributes = programParameter(program, GL_ACTIVE_ATTRIBUTES);
-    const int nameSize = programParameter(program, GL_ACTIVE_ATTRIBUTE_MAX_LENGTH);
-    std::vector<std::pair<QByteArray, int>> attributes;
-    for (int i = 0; i < numAttributes; ++i) {
-        QByteArray name(nameSize, '\0');
-        int length = 0;
-        int arraySize = 0;
-        unsigned int type = 0;
-        glGetActiveAttrib(program, static_cast<unsigned int>(i), nameSize, &length, &arraySize, &type,
-                          name.data());
-        name.truncate(length);
-        // Built-in inputs such as gl_VertexID are active too, but have no location.
-        if (const int location = glGetAttribLocation(program, name.constData()); location >= 0) {
-            attributes.emplace_back(name, location);
-        }
-    }
-    return attributes;
-}
-
 void LinkedProgram::readInterface()
 {
-    for (const auto& [attribute, location] : activeAttributes(name)) {
-        attributeMask |= 1U << location;
+    const std::vector<VertexAttribute> active = activeAttributes(name);
+    for (const VertexAttribute& attribute : active) {
+        attributeMask |= 1U << attribute.location;
     }
+    attributes = AttributeLayout::of(active);
     uniforms = readUniforms(name);
     for (auto i = uniforms.cbegin(); i != uniforms.cend(); ++i) {
         const auto read = [&]<class Value>(void (*get)(unsigned int, int, Value*)) {

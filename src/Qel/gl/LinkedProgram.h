@@ -4,13 +4,15 @@
 #include <QHash>
 #include <QString>
 
-#include <utility>
+#include <memory>
 #include <variant>
 #include <vector>
 
 #include <Qel/gl/Uniform.h>
 
 namespace Morvane::Qel {
+
+struct AttributeLayout;
 
 /// A linked GL program with its active attributes and uniforms, which are read from GL once, so that the next
 /// program of the same sources can reuse it. Does not own the GL object. Private to this library.
@@ -25,7 +27,9 @@ struct LinkedProgram
 
     /// The GL name; 0 for none.
     unsigned int name = 0;
+    /// The locations of its attributes: bit i stands for location i.
     unsigned int attributeMask = 0;
+    std::shared_ptr<const AttributeLayout> attributes;
     QHash<QByteArray, ActiveUniform> uniforms;
     std::vector<InitialValue> initialValues;
     QString log;
@@ -35,8 +39,5 @@ struct LinkedProgram
     /// Sets all uniforms back to their initial values; the program must be bound.
     void restoreInitialValues() const;
 };
-
-/// The attributes that a linked program reads from arrays, with their locations.
-std::vector<std::pair<QByteArray, int>> activeAttributes(unsigned int program);
 
 } // namespace Morvane::Qel

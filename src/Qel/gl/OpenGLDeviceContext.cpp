@@ -8,7 +8,12 @@
 
 #include <epoxy/gl.h>
 
+#include <Qel/gl/AssumedState.h>
 #include <Qel/gl/BindingRecord.h>
+#include <Qel/gl/ContextReference.h>
+#include <Qel/gl/GLErrors.h>
+
+using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel {
 
@@ -46,10 +51,27 @@ int integerOf(GLenum name)
     return value;
 }
 
+/// The number of bytes of a UTF-8 text up to a limit, without cutting a character in two.
+int cutLength(const char* text, int limit)
+{
+    const std::string_view view(text);
+    if (view.size() <= static_cast<size_t>(limit)) {
+        return static_cast<int>(view.size());
+    }
+    const auto continues = [&](int byte) {
+        return (static_cast<unsigned char>(text[byte]) & 0xC0U) == 0x80U;
+    };
+    while (limit > 0 && continues(limit)) {
+        --limit;
+    }
+    return limit;
+}
+
 } // namespace
 
 struct OpenGLDeviceContext::Private
 {
+    ContextReference reference = ContextReference::make();
     BindingRecord bindings;
     std::array<bool, recordedCapabilities.size()> capabilities{};
     unsigned int frontFace = GL_CCW;
@@ -58,8 +80,10 @@ struct OpenGLDeviceContext::Private
     int version = 0;
     int maxTextureSize = 0;
     bool hasDebugOutput = false;
+    /// The most bytes of a label and of a debug group's name.
+    int maxLabelLength = 0;
+    int maxMessageLength = 0;
     QString labelPrefix;
-    ResourceScope* scope = nullptr;
     struct Data
     {
         const void* key;
@@ -89,9 +113,16 @@ void OpenGLDeviceContext::Private::readCapabilities()
     version = 10 * integerOf(GL_MAJOR_VERSION) + integerOf(GL_MINOR_VERSION);
     maxTextureSize = integerOf(GL_MAX_TEXTURE_SIZE);
     hasDebugOutput = version >= 43 || std::binary_search(extensions.begin(), extensions.end(), "KHR_debug");
+    if (hasDebugOutput) {
+        // Both limits include a final zero.
+        maxLabelLength = integerOf(GL_MAX_LABEL_LENGTH) - 1;
+        maxMessageLength = integerOf(GL_MAX_DEBUG_MESSAGE_LENGTH) - 1;
+    }
 }
 
 ContextData::~ContextData() = default;
+
+void ContextData::restoreBindings() {}
 
 OpenGLDeviceContext::OpenGLDeviceContext()
     : d(std::make_unique<Private>())
@@ -114,6 +145,7 @@ void OpenGLDeviceContext::releaseObjects()
     while (!d->data.empty()) {
         d->data.pop_back();
     }
+    d->reference.end();
     currentContext = other;
 }
 
@@ -137,22 +169,38 @@ OpenGLDeviceContext* OpenGLDeviceContext::current()
 
 void OpenGLDeviceContext::makeCurrent()
 {
+    if (currentContext && currentContext != this) {
+        currentContext->d->bindings.clear();
+    }
     currentContext = this;
+    d->reference.callWaiting();
     if (d->version == 0) {
         d->readCapabilities();
     }
+    // Otherwise the first pass that checks for errors would take them for its own and fail.
+    checkGLError("GL calls of the application", 0);
+    restoreAssumedState(*this);
     d->bindings.readFromGL();
     d->frontFace = static_cast<unsigned int>(integerOf(GL_FRONT_FACE));
     for (size_t i = 0; i < recordedCapabilities.size(); ++i) {
         d->capabilities[i] = glIsEnabled(recordedCapabilities[i]) == GL_TRUE;
+    }
+    for (const Private::Data& data : d->data) {
+        data.object->restoreBindings();
     }
 }
 
 void OpenGLDeviceContext::doneCurrent()
 {
     if (currentContext == this) {
+        d->bindings.clear();
         currentContext = nullptr;
     }
+}
+
+const ContextReference& OpenGLDeviceContext::reference() const
+{
+    return d->reference;
 }
 
 int OpenGLDeviceContext::version() const
@@ -277,7 +325,7 @@ void OpenGLDeviceContext::applyBaseState()
 void OpenGLDeviceContext::pushDebugGroup(const char* name)
 {
     if (d->hasDebugOutput) {
-        glPushDebugGroup(GL_DEBUG_SOURCE_APPLICATION, 0, -1, name);
+        glPushDebugGroup(GL_DEBUG_SOURCE_APPLICATION, 0, cutLength(name, d->maxMessageLength), name);
     }
 }
 
@@ -293,22 +341,22 @@ void OpenGLDeviceContext::setLabelPrefix(const QString& prefix)
     d->labelPrefix = prefix;
 }
 
+QString OpenGLDeviceContext::labelPrefix() const
+{
+    return d->labelPrefix;
+}
+
+QString OpenGLDeviceContext::prefixed(const QString& text) const
+{
+    return d->labelPrefix.isEmpty() ? text : d->labelPrefix + u": "_s + text;
+}
+
 void OpenGLDeviceContext::label(unsigned int identifier, unsigned int name, const QString& text) const
 {
     if (d->hasDebugOutput) {
-        const QByteArray full = (d->labelPrefix.isEmpty() ? text : d->labelPrefix + u' ' + text).toUtf8();
-        glObjectLabel(identifier, name, static_cast<int>(full.size()), full.constData());
+        const QByteArray full = prefixed(text).toUtf8();
+        glObjectLabel(identifier, name, cutLength(full.constData(), d->maxLabelLength), full.constData());
     }
-}
-
-ResourceScope* OpenGLDeviceContext::resourceScope() const
-{
-    return d->scope;
-}
-
-void OpenGLDeviceContext::setResourceScope(ResourceScope* scope)
-{
-    d->scope = scope;
 }
 
 BindingRecord& OpenGLDeviceContext::bindings()

@@ -12,8 +12,8 @@ namespace Morvane::Qel {
 
 class BindingRecord;
 class BufferObject;
+class ContextReference;
 class DrawBuffers;
-class ResourceScope;
 class VertexArrayObject;
 
 /// Base of what a class keeps for each context, such as the texture pool; see OpenGLDeviceContext::data.
@@ -24,6 +24,10 @@ public:
     virtual ~ContextData();
     ContextData(const ContextData&) = delete;
     ContextData& operator=(const ContextData&) = delete;
+
+    /// Binds again what this object keeps bound. OpenGLDeviceContext::makeCurrent calls it, because GL calls
+    /// of the application may have bound something else.
+    virtual void restoreBindings();
 };
 
 /// The library's view of a native GL context: its capabilities, a record of what is bound and enabled, and
@@ -32,13 +36,23 @@ public:
 /// The application makes its native context current and then calls makeCurrent. If it later changes GL state
 /// by calls of its own, it must call makeCurrent again. Passes set capabilities and the viewport through the
 /// context rather than through GL, so that guards can restore them from the record. All operations except the
-/// constructor need the native context current.
+/// constructor and the destructor need the native context current.
+///
+/// GL objects belong to the context that is current when they are first used. A context is current on one
+/// thread at a time; before another thread makes it current or destroys it, call doneCurrent. Several
+/// contexts may be used at the same time, each on its own thread.
+///
+/// After calls to the library, an application must expect other GL state than before. Program and vertex
+/// array are restored; so is the framebuffer, but TextureToScreenRenderPass leaves the default one bound. The
+/// viewport and what applyBaseState sets have any value. What makeCurrent resets stays reset. The first 48
+/// texture units, the image units and the first 4 binding points of GL_UNIFORM_BUFFER may hold objects of the
+/// library or none, and so may the binding points of atomic counters. Nothing else is changed.
 class QEL_GL_EXPORT OpenGLDeviceContext
 {
 public:
     OpenGLDeviceContext();
-    /// Deletes the shared objects and all data. If the native context is not current, GL deletes its
-    /// objects together with it.
+    /// Deletes the shared objects and all data. If the context is not current, GL deletes its objects
+    /// together with the native context. Objects and graphs of the context may be destroyed later.
     virtual ~OpenGLDeviceContext();
     OpenGLDeviceContext(const OpenGLDeviceContext&) = delete;
     OpenGLDeviceContext& operator=(const OpenGLDeviceContext&) = delete;
@@ -46,12 +60,28 @@ public:
     /// The context last made current on this thread, null if there is none.
     static OpenGLDeviceContext* current();
 
-    /// Declares the native context current on this thread and reads its state into the record: program,
-    /// vertex array, framebuffers, viewport and capabilities. Texture bindings are not read: the library
-    /// binds over what it finds and leaves nothing bound on the units that it used.
-    void makeCurrent();
+    /// Declares the native context current on this thread and brings GL, the record and the library's objects
+    /// to agreement, whatever the application did by GL calls:
+    /// - Program, vertex array, framebuffers, viewport, winding and the capabilities that applyBaseState sets
+    ///   are read into the record.
+    /// - State that passes assume and do not set gets GL's initial value: all other capabilities, points,
+    ///   lines, provoking vertex, clip control, patches, current attributes, the hint for derivatives, pixel
+    ///   storage and buffers for pixel transfers, the buffer for query results, clamping of reads.
+    /// - The first 48 texture units are emptied of textures and sampler objects, and the library's uniform
+    ///   blocks are bound again.
+    /// - Textures and framebuffers are brought up to date when they are used next; see Texture and
+    ///   FramebufferObject.
+    /// - Pending GL errors are reported, as the application's.
+    /// - GL objects that were destroyed while the context was not current are deleted.
+    ///
+    /// The application chooses the framebuffer that passes to the screen draw into, and its draw buffers. It
+    /// leaves the contents of the library's buffers, vertex arrays and programs alone, and ends conditional
+    /// rendering and transform feedback before it calls the library.
+    virtual void makeCurrent();
     /// Declares the native context no longer current on this thread.
-    void doneCurrent();
+    virtual void doneCurrent();
+    /// Returns a reference that stays usable when the context is destroyed.
+    const ContextReference& reference() const;
 
     /// \name Capabilities of the driver
     /// @{
@@ -94,10 +124,12 @@ public:
     /// @{
 
     /// The first full-screen batch: a single oversized triangle whose texture coordinates run from 0 to 1
-    /// across the viewport, so that there is no diagonal seam along which pixels are shaded twice.
+    /// across the viewport, so that there is no diagonal seam along which pixels are shaded twice. Its
+    /// corners are (-1, -1), (3, -1) and (-1, 3) in clip space, with texture coordinates (0, 0), (2, 0) and
+    /// (0, 2).
     virtual QSharedPointer<DrawBuffers> fullScreenTriangle();
-    /// The second full-screen batch: a quad of two triangles with corners at exactly 0 and 1, for vertex
-    /// shaders that compute values to be interpolated across the viewport.
+    /// The second full-screen batch: a quad of two triangles whose corners are those of the viewport, with
+    /// texture coordinates of exactly 0 and 1, for vertex shaders that compute values to be interpolated.
     virtual QSharedPointer<DrawBuffers> fullScreenQuad();
     /// A buffer for pixel uploads (GL_PIXEL_UNPACK_BUFFER). When the caller drops it, the context keeps it
     /// for the next call.
@@ -106,17 +138,19 @@ public:
     /// @}
 
     /// \name Debugging aids
-    /// Names for tools such as frame debuggers. Without KHR_debug these do nothing.
+    /// Names for tools such as frame debuggers. Without KHR_debug these do nothing. Names that are longer
+    /// than the driver allows are cut.
     /// @{
     void pushDebugGroup(const char* name);
     void popDebugGroup();
-    /// Sets a prefix, such as the name of the running pass, for the labels of objects created from now on.
+    /// Sets a prefix, such as the name of the running pass, for the labels of objects created from now on and
+    /// for messages of what passes share.
     void setLabelPrefix(const QString& prefix);
+    QString labelPrefix() const;
+    /// Returns the text with the prefix in front, if there is one: "aa: texture".
+    QString prefixed(const QString& text) const;
     void label(unsigned int identifier, unsigned int name, const QString& text) const;
     /// @}
-
-    /// The scope that new objects belong to, null if there is none.
-    ResourceScope* resourceScope() const;
 
     /// The record of what is bound; for the Bindable classes of this library.
     BindingRecord& bindings();
@@ -137,8 +171,6 @@ protected:
     void releaseObjects();
 
 private:
-    friend class ResourceScope;
-    void setResourceScope(ResourceScope* scope);
     ContextData* findData(const void* key) const;
     ContextData* addData(const void* key, std::unique_ptr<ContextData> object);
     struct Private;

@@ -4,11 +4,14 @@
 #include <QFile>
 #include <QRegularExpression>
 
+#include <algorithm>
+
 #include <epoxy/gl.h>
 
-#include <Qel/gl/AttributeLocations.h>
+#include <Qel/gl/AttributeLayout.h>
 #include <Qel/gl/InstanceData.h>
 #include <Qel/gl/LinkedProgram.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
 
 using namespace Qt::StringLiterals;
 
@@ -96,6 +99,11 @@ QString stageName(unsigned int stage)
     }
 }
 
+bool isTessellation(unsigned int stage)
+{
+    return stage == GL_TESS_CONTROL_SHADER || stage == GL_TESS_EVALUATION_SHADER;
+}
+
 void ProgramBuilder::preprocess(const ProgramSource& source)
 {
     QString text = source.text;
@@ -133,6 +141,15 @@ QByteArray ProgramBuilder::hash() const
     return hash.result();
 }
 
+std::vector<ShaderProgram::Source> ProgramBuilder::composedSources() const
+{
+    std::vector<ShaderProgram::Source> sources;
+    for (const Composed& composed : m_sources) {
+        sources.push_back({composed.stage, composed.result.source});
+    }
+    return sources;
+}
+
 void ProgramBuilder::compile(const Composed& source)
 {
     const GLSLMacroProcessor::Result& composed = source.result;
@@ -160,6 +177,14 @@ void ProgramBuilder::compile(const Composed& source)
 unsigned int ProgramBuilder::link(const QStringList& fragDataLocations)
 {
     m_program = glCreateProgram();
+    const OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    const bool tessellates = std::any_of(m_sources.begin(), m_sources.end(),
+                                         [](const Composed& source) { return isTessellation(source.stage); });
+    if (tessellates && context->version() < 40 && !context->hasExtension("ARB_tessellation_shader")) {
+        fail(u"tessellation stages need OpenGL 4.0 or GL_ARB_tessellation_shader; this context has %1"_s.arg(
+            context->versionString()));
+        return m_program;
+    }
     for (const Composed& source : m_sources) {
         compile(source);
     }
@@ -167,10 +192,7 @@ unsigned int ProgramBuilder::link(const QStringList& fragDataLocations)
         fail(u"no sources were added"_s);
     }
     if (!m_failed) {
-        for (const char* name : {"va_Vertex", "va_Normal", "va_TexCoord"}) {
-            glBindAttribLocation(m_program,
-                                 static_cast<unsigned int>(attributeLocation(QString::fromUtf8(name))), name);
-        }
+        bindStandardAttributes();
         for (qsizetype i = 0; i < fragDataLocations.size(); ++i) {
             glBindFragDataLocation(m_program, static_cast<unsigned int>(i),
                                    fragDataLocations[i].toUtf8().constData());
@@ -178,11 +200,6 @@ unsigned int ProgramBuilder::link(const QStringList& fragDataLocations)
         glLinkProgram(m_program);
         int linked = 0;
         glGetProgramiv(m_program, GL_LINK_STATUS, &linked);
-        // The names of other attributes are known only after linking.
-        if (linked != 0 && placeAttributes()) {
-            glLinkProgram(m_program);
-            glGetProgramiv(m_program, GL_LINK_STATUS, &linked);
-        }
         const QString log = infoLog(m_program, glGetProgramiv, glGetProgramInfoLog);
         if (!log.isEmpty()) {
             addMessage(log);
@@ -197,22 +214,20 @@ unsigned int ProgramBuilder::link(const QStringList& fragDataLocations)
     return m_program;
 }
 
-/// Binds every attribute to the location that its name has in all programs. Returns whether any was
-/// elsewhere, so that the program must be linked again.
-bool ProgramBuilder::placeAttributes()
+/// Binds the names of the library's attributes to the locations that its own vertex arrays are made for.
+void ProgramBuilder::bindStandardAttributes()
 {
-    bool isMisplaced = false;
-    for (const auto& [name, actual] : activeAttributes(m_program)) {
-        const int location = attributeLocation(QString::fromUtf8(name));
-        if (location < 0) {
-            fail(u"attribute %1: every attribute location is taken by other names"_s.arg(
-                QString::fromUtf8(name)));
-        } else if (location != actual) {
-            glBindAttribLocation(m_program, static_cast<unsigned int>(location), name.constData());
-            isMisplaced = true;
-        }
+    const bool setsLocations = std::any_of(m_sources.begin(), m_sources.end(), [](const Composed& source) {
+        return source.stage == GL_VERTEX_SHADER && source.result.source.contains(u"location"_s);
+    });
+    // Some linkers reject a bound location that a shader gives to another attribute.
+    if (setsLocations) {
+        return;
     }
-    return isMisplaced;
+    unsigned int location = 0;
+    for (const char* name : AttributeLayout::standardNames) {
+        glBindAttribLocation(m_program, location++, name);
+    }
 }
 
 void ProgramBuilder::fail(const QString& message)

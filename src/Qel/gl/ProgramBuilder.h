@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <Qel/gl/GLSLMacroProcessor.h>
+#include <Qel/gl/ShaderProgram.h>
 
 namespace Morvane::Qel {
 
@@ -21,8 +22,8 @@ struct ProgramSource
     bool isFile;
 };
 
-/// The name of a stage in messages, such as "fragment shader".
-QString stageName(unsigned int stage);
+/// Whether a stage is one of the two tessellation stages.
+bool isTessellation(unsigned int stage);
 
 /// One build of a program: preprocess every source, then compile and link them all. Collects the messages.
 /// Private to this library.
@@ -41,6 +42,9 @@ public:
     /// if the build has failed.
     unsigned int link(const QStringList& fragDataLocations);
 
+    /// The preprocessed sources in the order in which they were added.
+    std::vector<ShaderProgram::Source> composedSources() const;
+
     bool hasFailed() const { return m_failed; }
     /// Every message, mapped to files and lines.
     QString log() const { return m_log.join(u'\n'); }
@@ -54,7 +58,7 @@ private:
         GLSLMacroProcessor::Result result;
     };
     void compile(const Composed& source);
-    bool placeAttributes();
+    void bindStandardAttributes();
     void fail(const QString& message);
     void addMessage(const QString& message);
     void addDriverLog(const QString& log, const GLSLMacroProcessor::Result& composed);

@@ -16,7 +16,7 @@ constexpr size_t maxPrograms = 64;
 
 ProgramCache::~ProgramCache()
 {
-    if (OpenGLDeviceContext::current()) {
+    if (m_context.isCurrent()) {
         for (const Entry& entry : m_entries) {
             glDeleteProgram(entry.program.name);
         }

@@ -4,6 +4,7 @@
 
 #include <list>
 
+#include <Qel/gl/ContextReference.h>
 #include <Qel/gl/LinkedProgram.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 
@@ -19,7 +20,7 @@ class ProgramCache : public ContextData
 {
 public:
     ProgramCache() = default;
-    /// Deletes all programs.
+    /// Deletes all programs if the context is current.
     ~ProgramCache() override;
     ProgramCache(const ProgramCache&) = delete;
     ProgramCache& operator=(const ProgramCache&) = delete;
@@ -35,6 +36,7 @@ private:
         QByteArray key;
         LinkedProgram program;
     };
+    ContextReference m_context = ContextReference::toCurrent();
     /// Latest first.
     std::list<Entry> m_entries;
 };

@@ -1,63 +1,47 @@
 #include <Qel/gl/ResourceScope.h>
 
 #include <algorithm>
-
-#include <Qel/gl/OpenGLDeviceContext.h>
+#include <utility>
 
 namespace Morvane::Qel {
 
-ResourceScope::ResourceScope(OpenGLDeviceContext* context)
-    : m_context(context)
-{
-}
+namespace {
+
+thread_local ResourceScope* activeScope = nullptr;
+
+} // namespace
 
 ResourceScope::~ResourceScope()
 {
-    const Activation suspended(m_context, nullptr);
-    // Deleting an object may delete others, which then remove themselves from the list.
-    while (!m_members.empty()) {
-        Membership* member = m_members.back();
-        m_members.pop_back();
-        member->m_scope = nullptr;
-        if (!member->m_object->parent()) {
-            delete member->m_object;
+    for (const QPointer<QObject>& object : m_objects) {
+        if (object && !object->parent()) {
+            delete object;
         }
+    }
+}
+
+void ResourceScope::leave(QObject* object)
+{
+    if (activeScope) {
+        std::erase_if(activeScope->m_objects, [](const QPointer<QObject>& entry) { return entry.isNull(); });
+        activeScope->m_objects.emplace_back(object);
     }
 }
 
 int ResourceScope::numObjects() const
 {
-    return static_cast<int>(m_members.size());
+    return static_cast<int>(std::count_if(m_objects.begin(), m_objects.end(),
+                                          [](const QPointer<QObject>& object) { return !object.isNull(); }));
 }
 
-ResourceScope::Activation::Activation(OpenGLDeviceContext* context, ResourceScope* scope)
-    : m_context(context)
-    , m_previous(context->resourceScope())
+ResourceScope::Activation::Activation(ResourceScope* scope)
+    : m_previous(std::exchange(activeScope, scope))
 {
-    m_context->setResourceScope(scope);
 }
 
 ResourceScope::Activation::~Activation()
 {
-    m_context->setResourceScope(m_previous);
-}
-
-ResourceScope::Membership::Membership(QObject* object)
-    : m_object(object)
-    , m_scope(nullptr)
-{
-    const OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    if (context && context->resourceScope() && !object->parent()) {
-        m_scope = context->resourceScope();
-        m_scope->m_members.push_back(this);
-    }
-}
-
-ResourceScope::Membership::~Membership()
-{
-    if (m_scope) {
-        std::erase(m_scope->m_members, this);
-    }
+    activeScope = m_previous;
 }
 
 } // namespace Morvane::Qel

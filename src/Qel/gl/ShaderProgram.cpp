@@ -1,12 +1,17 @@
 #include <Qel/gl/ShaderProgram.h>
 
+#include <QDir>
+#include <QFile>
+
 #include <atomic>
+#include <utility>
 #include <vector>
 
 #include <epoxy/gl.h>
 
 #include <Qel/core/Diagnostics.h>
 #include <Qel/gl/BindingRecord.h>
+#include <Qel/gl/ContextReference.h>
 #include <Qel/gl/GLSLMacroProcessor.h>
 #include <Qel/gl/Guards.h>
 #include <Qel/gl/InstanceData.h>
@@ -14,7 +19,6 @@
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/ProgramBuilder.h>
 #include <Qel/gl/ProgramCache.h>
-#include <Qel/gl/ResourceScope.h>
 #include <Qel/gl/UniformBlocks.h>
 #include <Qel/gl/UniformUpload.h>
 
@@ -24,52 +28,99 @@ namespace Morvane::Qel {
 
 namespace {
 
-std::atomic<quint64> failedBuilds = 0;
+/// Counts the failed builds of a context.
+struct FailedBuilds : ContextData
+{
+    quint64 count = 0;
+};
+
+/// Where a context writes the composed sources of its programs.
+struct SourceFolder : ContextData
+{
+    QString path;
+    int numPrograms = 0;
+};
+
+QString fileEnding(unsigned int stage)
+{
+    switch (stage) {
+    case GL_VERTEX_SHADER:
+        return u"vert"_s;
+    case GL_TESS_CONTROL_SHADER:
+        return u"tesc"_s;
+    case GL_TESS_EVALUATION_SHADER:
+        return u"tese"_s;
+    case GL_GEOMETRY_SHADER:
+        return u"geom"_s;
+    case GL_COMPUTE_SHADER:
+        return u"comp"_s;
+    default:
+        return u"frag"_s;
+    }
+}
+
+void writeSources(SourceFolder& folder, const QString& owner,
+                  const std::vector<ShaderProgram::Source>& sources)
+{
+    const QString name = u"%1.%2"_s.arg(owner.isEmpty() ? u"program"_s : owner).arg(++folder.numPrograms);
+    const QDir directory(QDir(folder.path).filePath(name));
+    directory.mkpath(u"."_s);
+    int number = 0;
+    for (const ShaderProgram::Source& source : sources) {
+        QFile file(directory.filePath(u"%1.%2"_s.arg(number++).arg(fileEnding(source.stage))));
+        if (!file.open(QIODevice::WriteOnly) || file.write(source.text.toUtf8()) < 0 || !file.flush()) {
+            logCritical(__FILE__, __LINE__,
+                        u"%1: cannot be written: %2"_s.arg(file.fileName(), file.errorString()));
+        }
+    }
+}
 
 } // namespace
 
 struct ShaderProgram::Private
 {
-    explicit Private(QObject* program)
-        : membership(program)
-    {
-    }
-
-    ResourceScope::Membership membership;
     std::vector<ProgramSource> sources;
     QStringList fragDataLocations;
     GLSLMacroProcessor* macroProcessor = nullptr;
+    std::vector<Source> composedSources;
+    bool hasTessellation = false;
     bool built = false;
     /// Differs for every build in this process; 0 before the build.
     quint64 buildSerial = 0;
     LinkedProgram linked;
     /// The context of the build, and the key in its cache.
-    OpenGLDeviceContext* context = nullptr;
+    ContextReference context;
+    bool isMisuseReported = false;
     QByteArray cacheKey;
 };
 
 ShaderProgram::ShaderProgram(QObject* parent)
     : QObject(parent)
-    , d(std::make_unique<Private>(this))
+    , d(std::make_unique<Private>())
 {
 }
 
 ShaderProgram::~ShaderProgram()
 {
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    if (context) {
-        context->bindings().forget(this);
+    if (d->context.isCurrent()) {
+        OpenGLDeviceContext::current()->bindings().forget(this);
     }
-    // Unless its context is current, the GL object cannot be reached; GL deletes it along with the context.
-    if (d->linked.name != 0 && context && context == d->context) {
-        context->data<ProgramCache>().give(d->cacheKey, std::move(d->linked));
+    if (d->linked.name != 0) {
+        d->context.whenCurrent([key = d->cacheKey, program = std::move(d->linked)]() mutable {
+            OpenGLDeviceContext::current()->data<ProgramCache>().give(key, std::move(program));
+        });
     }
 }
 
 void ShaderProgram::bind()
 {
     build();
-    OpenGLDeviceContext::current()->bindings().bindProgram(this, programID());
+    const bool isUsable = d->context.isCurrent();
+    if (!isUsable && !std::exchange(d->isMisuseReported, true)) {
+        logCritical(__FILE__, __LINE__,
+                    description() + u" was built on another OpenGL context and is not bound"_s);
+    }
+    OpenGLDeviceContext::current()->bindings().bindProgram(this, isUsable ? programID() : 0);
 }
 
 void ShaderProgram::release()
@@ -81,6 +132,7 @@ void ShaderProgram::addShader(unsigned int stage, const QString& source, const Q
 {
     if (QEL_CHECK(__FILE__, !d->built, u"a program that is built takes no more sources"_s)) {
         d->sources.push_back({stage, source, name, false});
+        d->hasTessellation = d->hasTessellation || isTessellation(stage);
     }
 }
 
@@ -88,6 +140,7 @@ void ShaderProgram::addShaderFromFile(unsigned int stage, const QString& path)
 {
     if (QEL_CHECK(__FILE__, !d->built, u"a program that is built takes no more sources"_s)) {
         d->sources.push_back({stage, path, path, true});
+        d->hasTessellation = d->hasTessellation || isTessellation(stage);
     }
 }
 
@@ -118,10 +171,15 @@ void ShaderProgram::build()
     for (const ProgramSource& source : d->sources) {
         builder.preprocess(source);
     }
-    d->context = OpenGLDeviceContext::current();
+    d->context = ContextReference::toCurrent();
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    d->composedSources = builder.composedSources();
+    if (auto& folder = context->data<SourceFolder>(); !folder.path.isEmpty()) {
+        writeSources(folder, context->labelPrefix(), d->composedSources);
+    }
     d->cacheKey = builder.hash() + (d->fragDataLocations + QStringList(objectName())).join(u'\n').toUtf8();
     if (!builder.hasFailed()) {
-        d->linked = d->context->data<ProgramCache>().take(d->cacheKey);
+        d->linked = context->data<ProgramCache>().take(d->cacheKey);
     }
     const bool isNew = d->linked.name == 0;
     if (isNew) {
@@ -129,7 +187,7 @@ void ShaderProgram::build()
         d->linked.log = builder.log();
         if (builder.hasFailed()) {
             glDeleteProgram(program);
-            ++failedBuilds;
+            ++context->data<FailedBuilds>().count;
             logCritical(__FILE__, __LINE__,
                         u"%1 cannot be built:\n%2"_s.arg(description(), builder.report()));
             return;
@@ -173,12 +231,14 @@ void ShaderProgram::connectInterface()
         plan->provideDefault();
     }
     bindBlock("DrawElementsIndirectCommands", UniformBlocks::drawElementsIndirectCommands);
+    bindBlock("ShadowedLights", UniformBlocks::shadowedLights);
+    bindBlock("ShadowTransforms", UniformBlocks::shadowTransforms);
 
     for (int slot = 0; slot < BindingRecord::numManagedUnits; ++slot) {
         setUniform(u"u_ManagedTexture%1"_s.arg(slot), BindingRecord::firstManagedUnit + slot);
     }
     if (!objectName().isEmpty()) {
-        d->context->label(GL_PROGRAM, programID(), objectName());
+        OpenGLDeviceContext::current()->label(GL_PROGRAM, programID(), objectName());
     }
 }
 
@@ -199,9 +259,39 @@ int ShaderProgram::uniformBlockIndex(const char* name) const
     return index != GL_INVALID_INDEX ? static_cast<int>(index) : -1;
 }
 
+ActiveUniform ShaderProgram::activeUniform(const QString& name) const
+{
+    return d->linked.uniforms.value(name.toUtf8());
+}
+
+QStringList ShaderProgram::activeUniforms() const
+{
+    QStringList names;
+    for (const QByteArray& name : d->linked.uniforms.keys()) {
+        names.append(QString::fromUtf8(name));
+    }
+    names.sort();
+    return names;
+}
+
+const std::vector<ShaderProgram::Source>& ShaderProgram::composedSources() const
+{
+    return d->composedSources;
+}
+
+void ShaderProgram::writeSourcesTo(const QString& folder)
+{
+    OpenGLDeviceContext::current()->data<SourceFolder>().path = folder;
+}
+
+bool ShaderProgram::hasTessellation() const
+{
+    return d->hasTessellation;
+}
+
 quint64 ShaderProgram::numFailedBuilds()
 {
-    return failedBuilds;
+    return OpenGLDeviceContext::current()->data<FailedBuilds>().count;
 }
 
 QString ShaderProgram::log() const
@@ -217,6 +307,11 @@ unsigned int ShaderProgram::programID() const
 unsigned int ShaderProgram::attributeMask() const
 {
     return d->linked.attributeMask;
+}
+
+const std::shared_ptr<const AttributeLayout>& ShaderProgram::attributes() const
+{
+    return d->linked.attributes;
 }
 
 const ActiveUniform& ShaderProgram::resolve(Uniform& uniform) const

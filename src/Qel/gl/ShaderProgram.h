@@ -11,20 +11,26 @@
 #include <QVector>
 
 #include <memory>
+#include <vector>
 
 #include <Qel/gl/Bindable.h>
 #include <Qel/gl/Uniform.h>
 
 namespace Morvane::Qel {
 
+/// The name of a stage in messages, such as "fragment shader".
+QEL_GL_EXPORT QString stageName(unsigned int stage);
+
 class GLSLMacroProcessor;
+struct AttributeLayout;
 
 /// A GLSL program. Stages are added as source text or files; the first bind preprocesses, compiles and links
 /// them.
 ///
 /// Every source is preprocessed, by the macro processor that was set or by a default one that finds includes
-/// in ":/Media/Shaders". Attribute locations, the binding points of instance-data blocks and the texture
-/// units of material textures are the same in every program.
+/// in ":/Media/Shaders". The binding points of instance-data blocks and the texture units of material
+/// textures are the same in every program. Attributes may have any locations: vertex arrays match them by
+/// name.
 ///
 /// When a ShaderProgram is destroyed, its context keeps the linked program for a while. The next
 /// ShaderProgram with the same sources reuses it instead of compiling, with all uniforms back at their
@@ -69,6 +75,10 @@ public:
     void setUniform(const QString& name, const QVariant& value);
     /// Sets the first elements of a uniform array, as many as are both given and declared.
     void setUniform(const QString& name, const QVector<float>& values);
+    /// An active uniform of the built program; its location is -1 if the program has none of this name.
+    ActiveUniform activeUniform(const QString& name) const;
+    /// The names of all active uniforms outside blocks, in alphabetical order.
+    QStringList activeUniforms() const;
     /// \name Setters for steady frames
     /// They convert as the setters by name do, but look nothing up and allocate nothing. The program must be
     /// bound.
@@ -85,7 +95,23 @@ public:
     void setUniform(Uniform& uniform, const QVariant& value);
     /// @}
 
-    /// The number of programs of this process that have failed to build so far.
+    /// A source as the driver gets it.
+    struct Source
+    {
+        unsigned int stage;
+        QString text;
+    };
+    /// The sources after preprocessing, in the order in which they were added; none before the build.
+    const std::vector<Source>& composedSources() const;
+    /// Makes the current context write the composed sources of every program that is built from now on into
+    /// a folder, for inspection and validators; an empty path ends that. Each program gets a subfolder
+    /// NAME.N, by the context's label prefix and a number from 1 on, with files such as 0.vert and 1.frag. A
+    /// file that cannot be written is reported.
+    static void writeSourcesTo(const QString& folder);
+    /// Whether the program has a tessellation stage, so that it draws patches.
+    bool hasTessellation() const;
+
+    /// The number of programs that have failed to build on the current context so far.
     static quint64 numFailedBuilds();
 
     /// The compile and link log, mapped to files and lines; empty if the driver had nothing to say.
@@ -94,6 +120,9 @@ public:
     unsigned int programID() const;
     /// The attributes that the program reads: bit i stands for location i.
     unsigned int attributeMask() const;
+    /// The names and locations of the attributes, for vertex arrays; null before the build and after a failed
+    /// one.
+    const std::shared_ptr<const AttributeLayout>& attributes() const;
     /// The index of an active uniform block, -1 if the program has none of this name.
     int uniformBlockIndex(const char* name) const;
 

@@ -7,7 +7,6 @@
 #include <Qel/gl/BufferObject.h>
 #include <Qel/gl/DrawBuffers.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/ResourceScope.h>
 #include <Qel/gl/VertexArrayObject.h>
 
 // The shared objects of a context, separate from OpenGLDeviceContext.cpp because their classes use the
@@ -32,11 +31,9 @@ struct TransferBuffers : ContextData
         std::make_shared<std::vector<std::unique_ptr<BufferObject>>>();
 };
 
-QSharedPointer<DrawBuffers> makeFullScreenBatch(OpenGLDeviceContext* context,
-                                                const std::vector<float>& positions,
-                                                const std::vector<float>& texCoords, GLenum primitiveType)
+QSharedPointer<DrawBuffers> makeFullScreenBatch(const std::vector<float>& positions,
+                                                const std::vector<float>& texCoords)
 {
-    const ResourceScope::Activation suspended(context, nullptr);
     const auto makeBuffer = [](const std::vector<float>& values) {
         auto buffer = QSharedPointer<BufferObject>::create(GL_ARRAY_BUFFER);
         buffer->upload(values.data(), static_cast<int>(values.size()), GL_STATIC_DRAW);
@@ -47,7 +44,7 @@ QSharedPointer<DrawBuffers> makeFullScreenBatch(OpenGLDeviceContext* context,
     vertexArray->upload(u"va_TexCoord"_s, makeBuffer(texCoords), 2, GL_FLOAT);
     auto batch = QSharedPointer<DrawBuffers>::create();
     batch->setVAO(vertexArray);
-    batch->setPrimitiveType(primitiveType);
+    batch->setPrimitiveType(GL_TRIANGLES);
     batch->setVertexCount(static_cast<int>(positions.size() / 3));
     return batch;
 }
@@ -58,8 +55,7 @@ QSharedPointer<DrawBuffers> OpenGLDeviceContext::fullScreenTriangle()
 {
     QSharedPointer<DrawBuffers>& triangle = data<FullScreenBatches>().triangle;
     if (!triangle) {
-        triangle =
-            makeFullScreenBatch(this, {-1, -1, 0, 3, -1, 0, -1, 3, 0}, {0, 0, 2, 0, 0, 2}, GL_TRIANGLES);
+        triangle = makeFullScreenBatch({-1, -1, 0, 3, -1, 0, -1, 3, 0}, {0, 0, 2, 0, 0, 2});
     }
     return triangle;
 }
@@ -68,8 +64,8 @@ QSharedPointer<DrawBuffers> OpenGLDeviceContext::fullScreenQuad()
 {
     QSharedPointer<DrawBuffers>& quad = data<FullScreenBatches>().quad;
     if (!quad) {
-        quad = makeFullScreenBatch(this, {-1, -1, 0, 1, -1, 0, -1, 1, 0, 1, 1, 0}, {0, 0, 1, 0, 0, 1, 1, 1},
-                                   GL_TRIANGLE_STRIP);
+        quad = makeFullScreenBatch({-1, -1, 0, 1, -1, 0, -1, 1, 0, -1, 1, 0, 1, -1, 0, 1, 1, 0},
+                                   {0, 0, 1, 0, 0, 1, 0, 1, 1, 0, 1, 1});
     }
     return quad;
 }

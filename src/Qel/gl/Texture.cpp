@@ -10,7 +10,7 @@
 #include <Qel/core/Diagnostics.h>
 #include <Qel/gl/BindingRecord.h>
 #include <Qel/gl/BufferObject.h>
-#include <Qel/gl/Guards.h>
+#include <Qel/gl/FramebufferObject.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 
 using namespace Qt::StringLiterals;
@@ -21,23 +21,91 @@ namespace {
 
 std::atomic<quint64> lastSerial{0};
 
+/// A parameter that is recorded, with GL's initial value. It is in core GL from a version on and before that
+/// in an extension; null if every context has it.
+struct Parameter
+{
+    GLenum name;
+    int initial;
+    int version = 0;
+    const char* extension = nullptr;
+};
+constexpr int never = 1000;
+// Those that passes set are first, because they are searched in every frame.
+constexpr std::array<Parameter, 19> recorded{{
+    {GL_TEXTURE_MIN_FILTER, GL_NEAREST_MIPMAP_LINEAR},
+    {GL_TEXTURE_MAG_FILTER, GL_LINEAR},
+    {GL_TEXTURE_WRAP_S, GL_REPEAT},
+    {GL_TEXTURE_WRAP_T, GL_REPEAT},
+    {GL_TEXTURE_WRAP_R, GL_REPEAT},
+    {GL_TEXTURE_MAX_LEVEL, 1000},
+    {GL_TEXTURE_BASE_LEVEL, 0},
+    {GL_TEXTURE_MIN_LOD, -1000},
+    {GL_TEXTURE_MAX_LOD, 1000},
+    {GL_TEXTURE_LOD_BIAS, 0},
+    {GL_TEXTURE_COMPARE_MODE, GL_NONE},
+    {GL_TEXTURE_COMPARE_FUNC, GL_LEQUAL},
+    {GL_TEXTURE_SWIZZLE_R, GL_RED, 33, "ARB_texture_swizzle"},
+    {GL_TEXTURE_SWIZZLE_G, GL_GREEN, 33, "ARB_texture_swizzle"},
+    {GL_TEXTURE_SWIZZLE_B, GL_BLUE, 33, "ARB_texture_swizzle"},
+    {GL_TEXTURE_SWIZZLE_A, GL_ALPHA, 33, "ARB_texture_swizzle"},
+    {GL_DEPTH_STENCIL_TEXTURE_MODE, GL_DEPTH_COMPONENT, 43, "ARB_stencil_texturing"},
+    {GL_TEXTURE_MAX_ANISOTROPY, 1, 46, "EXT_texture_filter_anisotropic"},
+    {GL_TEXTURE_SRGB_DECODE_EXT, GL_DECODE_EXT, never, "EXT_texture_sRGB_decode"},
+}};
+
+BindingRecord& bindings()
+{
+    return OpenGLDeviceContext::current()->bindings();
+}
+
+/// The number of levels of a complete mip chain.
+int numMipLevels(const QSize& size)
+{
+    return std::bit_width(static_cast<unsigned int>(std::max(size.width(), size.height())));
+}
+
+bool isSupported(const Parameter& parameter)
+{
+    const OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    return context->version() >= parameter.version || context->hasExtension(parameter.extension);
+}
+
 } // namespace
+
+class Texture::Change
+{
+public:
+    explicit Change(const Texture* texture)
+        : m_texture(texture)
+    {
+        bindings().beginTextureChange(m_texture->m_unit, m_texture->m_target, m_texture->textureID());
+        m_texture->synchronizeBound();
+    }
+    ~Change() { bindings().endTextureChange(m_texture->m_unit, m_texture->m_target); }
+    Change(const Change&) = delete;
+    Change& operator=(const Change&) = delete;
+
+private:
+    const Texture* m_texture;
+};
 
 Texture::Texture(QObject* parent)
     : QObject(parent)
-    , m_membership(this)
     , m_serial(++lastSerial)
     , m_target(GL_TEXTURE_2D)
-    , m_parameters{GL_NEAREST_MIPMAP_LINEAR, GL_LINEAR, GL_REPEAT, GL_REPEAT, GL_REPEAT, 1000}
 {
+    static_assert(recorded.size() == numParameters);
+    std::transform(recorded.begin(), recorded.end(), m_parameters.begin(),
+                   [](const Parameter& parameter) { return parameter.initial; });
 }
 
 Texture::~Texture()
 {
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    if (m_name != 0 && context) {
-        context->bindings().forgetTexture(&m_unit, m_target, m_serial);
-        glDeleteTextures(1, &m_name);
+    if (m_name.isCurrent()) {
+        // GL keeps the storage of a deleted texture as long as a framebuffer holds it.
+        FramebufferObject::forgetTexture(this);
+        bindings().forgetTexture(&m_unit, m_target, m_serial);
     }
 }
 
@@ -46,12 +114,12 @@ void Texture::setTarget(unsigned int target)
     m_target = target;
 }
 
-unsigned int Texture::textureID()
+unsigned int Texture::textureID() const
 {
-    if (m_name == 0) {
-        glGenTextures(1, &m_name);
+    if (!m_name.exists()) {
+        m_generation = bindings().generation();
     }
-    return m_name;
+    return m_name.get();
 }
 
 void Texture::setReadOnly()
@@ -61,18 +129,80 @@ void Texture::setReadOnly()
 
 void Texture::bind()
 {
-    const bool isNew = m_name == 0;
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    context->bindings().bindTexture(&m_unit, m_target, textureID());
-    // GL knows the texture only once it has been bound to a unit.
-    if (isNew && m_unit >= 0) {
-        context->label(GL_TEXTURE, m_name, u"texture"_s);
+    bindings().bindTexture(&m_unit, m_target, textureID());
+    if (m_unit >= 0) {
+        synchronizeBound();
     }
 }
 
 void Texture::release()
 {
-    OpenGLDeviceContext::current()->bindings().releaseTexture(&m_unit, m_target);
+    bindings().releaseTexture(&m_unit, m_target);
+}
+
+void Texture::synchronize() const
+{
+    if (m_name.isCurrent() && m_generation != bindings().generation()) {
+        const Change change(this);
+    }
+}
+
+/// Synchronizes the texture, which is bound on the active unit.
+void Texture::synchronizeBound() const
+{
+    if (!m_isLabelled) {
+        // GL knows the texture only once it has been bound.
+        m_isLabelled = true;
+        OpenGLDeviceContext::current()->label(GL_TEXTURE, textureID(), u"texture"_s);
+    }
+    const quint64 generation = bindings().generation();
+    if (m_generation == generation) {
+        return;
+    }
+    m_generation = generation;
+    if (m_target == GL_TEXTURE_BUFFER) {
+        return; // It has no parameters.
+    }
+    if (m_hasOwnImage) {
+        restoreParameters();
+    } else {
+        readFromGL();
+    }
+}
+
+void Texture::restoreParameters() const
+{
+    for (size_t i = 0; i < recorded.size(); ++i) {
+        if (isSupported(recorded[i])) {
+            glTexParameteri(m_target, recorded[i].name, m_parameters[i]);
+        }
+    }
+    glTexParameterfv(m_target, GL_TEXTURE_BORDER_COLOR, m_borderColor.data());
+}
+
+void Texture::readFromGL() const
+{
+    const unsigned int levelTarget =
+        m_target == GL_TEXTURE_CUBE_MAP ? GL_TEXTURE_CUBE_MAP_POSITIVE_X : m_target;
+    const auto levelParameter = [levelTarget](int level, GLenum name) {
+        int value = 0;
+        glGetTexLevelParameteriv(levelTarget, level, name, &value);
+        return value;
+    };
+    m_image.size = {levelParameter(0, GL_TEXTURE_WIDTH), levelParameter(0, GL_TEXTURE_HEIGHT)};
+    m_image.layers = std::max(levelParameter(0, GL_TEXTURE_DEPTH), 1);
+    m_image.internalFormat = static_cast<unsigned int>(levelParameter(0, GL_TEXTURE_INTERNAL_FORMAT));
+    const int numLevels = numMipLevels(m_image.size);
+    for (m_image.levels = 0; m_image.levels < numLevels; ++m_image.levels) {
+        if (levelParameter(m_image.levels, GL_TEXTURE_WIDTH) == 0) {
+            break;
+        }
+    }
+    for (size_t i = 0; i < recorded.size(); ++i) {
+        if (isSupported(recorded[i])) {
+            glGetTexParameteriv(m_target, recorded[i].name, &m_parameters[i]);
+        }
+    }
 }
 
 void Texture::setImage2D(int level, unsigned int internalFormat, int width, int height, unsigned int format,
@@ -84,62 +214,53 @@ void Texture::setImage2D(int level, unsigned int internalFormat, int width, int 
 void Texture::setFaceImage(unsigned int face, int level, unsigned int internalFormat, int width, int height,
                            unsigned int format, unsigned int type, const void* pixels)
 {
-    const AutoBinder binder(this);
+    const Change change(this);
     glTexImage2D(face, level, static_cast<int>(internalFormat), width, height, 0, format, type, pixels);
-    if (level == 0 && (m_size != QSize(width, height) || m_internalFormat != internalFormat)) {
-        m_size = QSize(width, height);
-        m_internalFormat = internalFormat;
-        m_levels = 0;
+    m_hasOwnImage = true;
+    if (level == 0 && (m_image.size != QSize(width, height) || m_image.internalFormat != internalFormat)) {
+        m_image = {QSize(width, height), 1, 0, internalFormat};
     }
-    m_levels = std::max(m_levels, level + 1);
+    m_image.levels = std::max(m_image.levels, level + 1);
 }
 
 void Texture::setImage3D(unsigned int internalFormat, int width, int height, int layers, unsigned int format,
                          unsigned int type, const void* pixels)
 {
-    const AutoBinder binder(this);
+    const Change change(this);
     glTexImage3D(m_target, 0, static_cast<int>(internalFormat), width, height, layers, 0, format, type,
                  pixels);
-    m_size = QSize(width, height);
-    m_layers = layers;
-    m_levels = 1;
-    m_internalFormat = internalFormat;
+    m_hasOwnImage = true;
+    m_image = {QSize(width, height), layers, 1, internalFormat};
 }
 
 void Texture::setBuffer(unsigned int internalFormat, BufferObject* buffer)
 {
-    const AutoBinder binder(this);
+    const Change change(this);
     glTexBuffer(m_target, internalFormat, buffer->getBO());
-    m_internalFormat = internalFormat;
+    m_hasOwnImage = true;
+    m_image.internalFormat = internalFormat;
 }
 
 void Texture::generateMipmap()
 {
-    const AutoBinder binder(this);
+    const Change change(this);
     glGenerateMipmap(m_target);
-    m_levels = std::bit_width(static_cast<unsigned int>(std::max(m_size.width(), m_size.height())));
+    m_image.levels = numMipLevels(m_image.size);
 }
 
-int* Texture::parameterSlot(unsigned int name)
+int* Texture::parameterSlot(unsigned int name) const
 {
-    switch (name) {
-    case GL_TEXTURE_MIN_FILTER:
-        return &m_parameters.minFilter;
-    case GL_TEXTURE_MAG_FILTER:
-        return &m_parameters.magFilter;
-    case GL_TEXTURE_WRAP_S:
-        return &m_parameters.wrapS;
-    case GL_TEXTURE_WRAP_T:
-        return &m_parameters.wrapT;
-    case GL_TEXTURE_WRAP_R:
-        return &m_parameters.wrapR;
-    case GL_TEXTURE_MAX_LEVEL:
-        return &m_parameters.maxLevel;
-    default:
+    const auto* found = std::find_if(recorded.begin(), recorded.end(),
+                                     [name](const Parameter& parameter) { return parameter.name == name; });
+    if (found == recorded.end()) {
         logCritical(__FILE__, __LINE__,
                     u"texture parameter 0x%1 is not supported"_s.arg(name, 4, 16, QLatin1Char('0')));
         return nullptr;
     }
+    if (!m_hasOwnImage) {
+        synchronize();
+    }
+    return &m_parameters[static_cast<size_t>(found - recorded.begin())];
 }
 
 void Texture::setParameter(unsigned int name, int value)
@@ -149,11 +270,11 @@ void Texture::setParameter(unsigned int name, int value)
         return;
     }
     *slot = value;
-    const AutoBinder binder(this);
+    const Change change(this);
     glTexParameteri(m_target, name, value);
 }
 
-int Texture::parameter(unsigned int name)
+int Texture::parameter(unsigned int name) const
 {
     const int* slot = parameterSlot(name);
     return slot ? *slot : 0;
@@ -174,9 +295,9 @@ void Texture::setWrap(int mode)
 
 void Texture::setBorderColor(const QVector4D& color)
 {
-    const std::array<float, 4> components{color.x(), color.y(), color.z(), color.w()};
-    const AutoBinder binder(this);
-    glTexParameterfv(m_target, GL_TEXTURE_BORDER_COLOR, components.data());
+    m_borderColor = {color.x(), color.y(), color.z(), color.w()};
+    const Change change(this);
+    glTexParameterfv(m_target, GL_TEXTURE_BORDER_COLOR, m_borderColor.data());
 }
 
 } // namespace Morvane::Qel

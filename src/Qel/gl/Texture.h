@@ -4,15 +4,22 @@
 #include <QSize>
 #include <QVector4D>
 
+#include <array>
+
 #include <Qel/gl/Bindable.h>
-#include <Qel/gl/ResourceScope.h>
+#include <Qel/gl/ObjectName.h>
 
 namespace Morvane::Qel {
 
 class BufferObject;
 
-/// A GL texture, created on first use and deleted with the object; empty until it gets an image. Not
-/// thread-safe: its context must be current for every call, including the destructor.
+/// A GL texture, created on first use and deleted with the object; empty until it gets an image. Its context
+/// must be current for every call except the destructor (see ObjectName).
+///
+/// The image may come from this object or from GL calls on textureID(), followed by
+/// OpenGLDeviceContext::makeCurrent. In the second case, size, format and parameters are read from GL after
+/// every makeCurrent. In the first case this object decides: a parameter that was changed by GL calls is set
+/// again after makeCurrent.
 class QEL_GL_EXPORT Texture : public QObject, public Bindable
 {
     Q_OBJECT
@@ -25,7 +32,7 @@ public:
     void setTarget(unsigned int target);
     unsigned int target() const { return m_target; }
     /// Returns the GL name.
-    unsigned int textureID();
+    unsigned int textureID() const;
     /// The unit of the latest binding, -1 while unbound; the value for sampler uniforms.
     int unit() const { return m_unit; }
     /// Forbids rendering into the texture.
@@ -53,55 +60,76 @@ public:
     /// keeps the buffer alive.
     void setBuffer(unsigned int internalFormat, BufferObject* buffer);
     void generateMipmap();
-    /// The size of level 0, as set through this object.
-    QSize size() const { return m_size; }
-    int layers() const { return m_layers; }
-    /// The number of mip levels with an image, as set through this object.
-    int levels() const { return m_levels; }
-    unsigned int internalFormat() const { return m_internalFormat; }
+    /// The size of level 0; empty if it has no image.
+    QSize size() const { return image().size; }
+    int layers() const { return image().layers; }
+    /// The number of mip levels with an image.
+    int levels() const { return image().levels; }
+    unsigned int internalFormat() const { return image().internalFormat; }
     /// @}
 
     /// \name Parameters
     /// Recorded in this object, so that setting an equal value costs no GL call and reading needs no query.
-    /// Do not call glTexParameter for them.
     /// @{
 
-    /// Sets GL_TEXTURE_MIN_FILTER, GL_TEXTURE_MAG_FILTER, GL_TEXTURE_WRAP_S, _T, _R or GL_TEXTURE_MAX_LEVEL.
+    /// Sets an integer parameter of glTexParameteri: filters, wrap modes, levels, level of detail,
+    /// comparison, swizzle, GL_DEPTH_STENCIL_TEXTURE_MODE, GL_TEXTURE_MAX_ANISOTROPY or
+    /// GL_TEXTURE_SRGB_DECODE_EXT. Any other is reported and ignored.
     void setParameter(unsigned int name, int value);
-    int parameter(unsigned int name);
+    int parameter(unsigned int name) const;
     void setFilter(int minFilter, int magFilter);
     /// Sets the wrap mode of all three directions.
     void setWrap(int mode);
-    /// Sets the colour outside the image for GL_CLAMP_TO_BORDER. Not recorded: every call reaches GL.
+    /// Sets the colour outside the image for GL_CLAMP_TO_BORDER.
     void setBorderColor(const QVector4D& color);
     /// @}
 
     /// A number that, unlike a GL name, is never reused for another texture of the process.
     quint64 serial() const { return m_serial; }
 
-private:
-    struct Parameters
-    {
-        int minFilter;
-        int magFilter;
-        int wrapS;
-        int wrapT;
-        int wrapR;
-        int maxLevel;
-    };
-    int* parameterSlot(unsigned int name);
+    /// Makes GL and this object agree again if makeCurrent was called since the last time. Binding does so
+    /// too; this is for classes that bind the texture by its GL name.
+    void synchronize() const;
 
-    ResourceScope::Membership m_membership;
+private:
+    static constexpr size_t numParameters = 19;
+    using Parameters = std::array<int, numParameters>;
+    struct Image
+    {
+        QSize size;
+        int layers = 1;
+        int levels = 0;
+        unsigned int internalFormat = 0;
+    };
+    /// Makes the texture the one that GL calls on the active unit change, for its lifetime.
+    class Change;
+    const Image& image() const
+    {
+        if (!m_hasOwnImage) {
+            synchronize();
+        }
+        return m_image;
+    }
+    int* parameterSlot(unsigned int name) const;
+    void synchronizeBound() const;
+    void restoreParameters() const;
+    void readFromGL() const;
+    void setLevel(int level, unsigned int internalFormat, int width, int height);
+
     quint64 m_serial;
     unsigned int m_target;
-    unsigned int m_name = 0;
+    mutable ObjectName m_name{ObjectName::Kind::Texture};
     int m_unit = -1;
     bool m_readOnly = false;
-    QSize m_size;
-    int m_layers = 1;
-    int m_levels = 0;
-    unsigned int m_internalFormat = 0;
-    Parameters m_parameters;
+    /// Whether the image was set through this object.
+    bool m_hasOwnImage = false;
+    std::array<float, 4> m_borderColor{};
+    // What GL says of a texture whose image was set by GL calls, read when it is asked for.
+    mutable Image m_image;
+    mutable Parameters m_parameters;
+    /// BindingRecord::generation when GL and this object last agreed.
+    mutable quint64 m_generation = 0;
+    mutable bool m_isLabelled = false;
 };
 
 } // namespace Morvane::Qel

@@ -12,7 +12,6 @@
 #include <Qel/gl/BindingRecord.h>
 #include <Qel/gl/Formats.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
-#include <Qel/gl/ResourceScope.h>
 #include <Qel/gl/Texture.h>
 
 using namespace Qt::StringLiterals;
@@ -86,7 +85,6 @@ Entry* Pool::find(const Texture* texture)
 Texture* Pool::standIn()
 {
     if (!white) {
-        const ResourceScope::Activation suspended(OpenGLDeviceContext::current(), nullptr);
         constexpr std::array<unsigned char, 4> opaqueWhite{255, 255, 255, 255};
         white = std::make_unique<Texture>();
         white->setFilter(GL_NEAREST, GL_NEAREST);
@@ -115,12 +113,13 @@ TextureManager* TextureManager::Instance()
 
 Texture* TextureManager::tempTexture(TextureFormat format, int width, int height, int count)
 {
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    const OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     if (std::max(width, height) > context->maxTextureSize()) {
         logCritical(
             __FILE__, __LINE__,
-            u"a texture of %1x%2 exceeds the driver's limit of %3; 1x1 is used"_s.arg(width).arg(height).arg(
-                context->maxTextureSize()));
+            context->prefixed(u"a texture of %1x%2 exceeds the driver's limit of %3; 1x1 is used"_s.arg(width)
+                                  .arg(height)
+                                  .arg(context->maxTextureSize())));
         width = height = 1;
     }
     width = std::max(width, 1);
@@ -132,7 +131,6 @@ Texture* TextureManager::tempTexture(TextureFormat format, int width, int height
                candidate.height == height;
     });
     if (entry == entries.end()) {
-        const ResourceScope::Activation suspended(context, nullptr);
         auto texture = std::make_unique<Texture>();
         allocate(*texture, format, width, height);
         entries.push_back({std::move(texture), format, width, height, 0, 0});
@@ -216,6 +214,7 @@ void TextureManager::bindManagedTexture(int slot, Texture* texture)
     Texture* bound = texture ? texture : pool().standIn();
     OpenGLDeviceContext::current()->bindings().bindManagedTexture(slot, bound->serial(), bound->target(),
                                                                   bound->textureID());
+    bound->synchronize();
 }
 
 Texture* TextureManager::setManagedTextureStandIn(Texture* texture)

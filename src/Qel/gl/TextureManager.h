@@ -23,7 +23,8 @@ enum class TextureFormat : int
     Depth24Stencil8 = 21,
 };
 
-/// The process-wide pool of temporary textures, which are never shared between contexts.
+/// The pool of temporary textures. Every context has its own; the process-wide manager, which has no state,
+/// always acts on that of the current context.
 ///
 /// Reference protocol: a producer takes a texture with one reference, adds one for each consumer of the
 /// output that publishes it, and releases its own. Each consumer releases one reference of every texture

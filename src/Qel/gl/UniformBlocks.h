@@ -7,5 +7,7 @@ inline constexpr unsigned int instanceInfo = 0;
 inline constexpr unsigned int objMaterial = 1;
 inline constexpr unsigned int veskInstance = 2;
 inline constexpr unsigned int drawElementsIndirectCommands = 3;
+inline constexpr unsigned int shadowedLights = 4;
+inline constexpr unsigned int shadowTransforms = 5;
 
 } // namespace Morvane::Qel::UniformBlocks

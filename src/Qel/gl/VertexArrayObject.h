@@ -4,16 +4,22 @@
 #include <QSharedPointer>
 #include <QString>
 
-#include <Qel/gl/AttributeLocations.h>
+#include <list>
+#include <memory>
+
 #include <Qel/gl/Bindable.h>
+#include <Qel/gl/ObjectName.h>
 
 namespace Morvane::Qel {
 
 class BufferObject;
 class ShaderProgram;
+struct AttributeLayout;
+struct VertexAttribute;
 
-/// A vertex array with attribute buffers by name. Since names have fixed locations, it works with every
-/// program.
+/// A vertex array with attribute buffers by name, for every program: before a draw it is matched to the
+/// locations that the program's attributes have after linking. It keeps one GL object for all programs with
+/// the locations of the library's own, and one for each other program.
 class QEL_GL_EXPORT VertexArrayObject : public Bindable
 {
 public:
@@ -25,8 +31,9 @@ public:
     void bind() override;
     void release() override;
 
-    /// Sets the buffer of an attribute: tightly packed vectors of `components` values of a GL type. The
-    /// buffer may be filled later.
+    /// Sets the buffer of an attribute: tightly packed values of `components` numbers of a GL type. A matrix
+    /// has all its columns, so 16 components for a mat4. Integers stay integers for attributes that a shader
+    /// declares with an integer type, and become floats for others. The buffer may be filled later.
     void upload(const QString& attribute, const QSharedPointer<BufferObject>& buffer, int components,
                 unsigned int type);
     /// Returns the buffer of an attribute, null if there is none.
@@ -36,15 +43,36 @@ public:
     /// Enables the arrays that a program reads; the vertex array must be bound. Missing attributes keep GL's
     /// constant (0, 0, 0, 1). A null or invalid program enables nothing.
     void enableShaderProgramArrays(const ShaderProgram* program);
-    /// Returns the GL name.
+    /// Returns the GL name for programs whose attributes are va_Vertex, va_Normal and va_TexCoord at 0, 1 and
+    /// 2, as the library's own.
     unsigned int getVAO();
 
 private:
-    unsigned int m_name = 0;
+    struct Array
+    {
+        QSharedPointer<BufferObject> buffer;
+        int components = 0;
+        unsigned int type = 0;
+    };
+    /// The GL object for programs of a layout other than the standard one.
+    struct Object
+    {
+        std::weak_ptr<const AttributeLayout> layout;
+        ObjectName name;
+        /// numUploads() when its arrays were set.
+        int numUploads;
+    };
+    unsigned int matchedObject(const std::shared_ptr<const AttributeLayout>& layout);
+    int setArray(const VertexAttribute& attribute) const;
+
+    ObjectName m_name{ObjectName::Kind::VertexArray};
     unsigned int m_available = 0;
     unsigned int m_enabled = 0;
+    /// The GL object that the latest program used, m_name or one of m_others; 0 before the first.
+    unsigned int m_latest = 0;
+    std::list<Object> m_others;
     int m_numUploads = 0;
-    QHash<QString, QSharedPointer<BufferObject>> m_buffers;
+    QHash<QString, Array> m_arrays;
 };
 
 } // namespace Morvane::Qel

@@ -4,8 +4,11 @@
 #include <QRegularExpression>
 #include <QVector3D>
 
+#include <algorithm>
 #include <optional>
 #include <utility>
+
+#include <epoxy/gl.h>
 
 #include <Qel/RenderPasses/compositing/BlendRenderPass.h>
 #include <Qel/RenderPasses/compositing/CubemapLoaderRenderPass.h>
@@ -24,6 +27,7 @@
 #include <Qel/RenderPasses/geometry/WireframeRenderPass.h>
 #include <Qel/RenderPasses/lighting/ScalableAmbientObscuranceRenderPass.h>
 #include <Qel/RenderPasses/lighting/ShadowMapRenderPass.h>
+#include <Qel/RenderPasses/lighting/ShadowedForwardRenderPass.h>
 #include <Qel/RenderPasses/lighting/TransparencyRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/BlurAndCombineRenderPass.h>
 #include <Qel/RenderPasses/postprocessing/DepthOfFieldRenderPass.h>
@@ -36,6 +40,8 @@
 #include <Qel/RenderPasses/visibility/VisibilityBufferRenderPass.h>
 #include <Qel/RenderPasses/visibility/VisibilityDeferredRenderPass.h>
 #include <Qel/RenderPasses/visibility/VisibilitySortRenderPass.h>
+#include <Qel/gl/BindingRecord.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
 
 using namespace Qt::StringLiterals;
 
@@ -58,9 +64,42 @@ std::optional<QString> stageSource(const QString& path, QString* error)
     return u"%1\n#include \"%2\"\n"_s.arg(version.match(text).captured(), path);
 }
 
+/// The error message for more texture ports than the driver has attachments and units; empty if they fit.
+QString excessError(const PassOptions& options)
+{
+    if (!OpenGLDeviceContext::current()) {
+        return {};
+    }
+    const auto limitOf = [](GLenum name) {
+        GLint limit = 0;
+        glGetIntegerv(name, &limit);
+        return limit;
+    };
+    const auto excess = [&](const QString& ports, const QString& use, int limit) {
+        const qsizetype number = options[ports].toStringList().filter(u"Qel_QelTexture*_"_s).size();
+        return number <= limit
+                   ? QString()
+                   : u"%1: there are %2 textures, but the driver %3 at most %4 at once; use several passes"_s
+                         .arg(ports)
+                         .arg(number)
+                         .arg(use)
+                         .arg(limit);
+    };
+    const QString error = excess(u"outputs"_s, u"draws into"_s,
+                                 std::min(limitOf(GL_MAX_COLOR_ATTACHMENTS), limitOf(GL_MAX_DRAW_BUFFERS)));
+    return error.isEmpty()
+               ? excess(u"inputs"_s, u"binds"_s,
+                        std::min(limitOf(GL_MAX_COMBINED_TEXTURE_IMAGE_UNITS), BindingRecord::numUnits))
+               : error;
+}
+
 std::unique_ptr<RenderPass> makeShaderPass(const PassOptions& options, QString* error)
 {
     using Pass = ShaderRenderPass;
+    *error = excessError(options);
+    if (!error->isEmpty()) {
+        return nullptr;
+    }
     auto pass = std::make_unique<Pass>();
     for (const QString& port : options[u"inputs"_s].toStringList()) {
         pass->addInput(port);
@@ -91,6 +130,7 @@ std::unique_ptr<RenderPass> makeShaderPass(const PassOptions& options, QString* 
     pass->setBlend(blend == QLatin1StringView("add")           ? Pass::BlendMode::Add
                    : blend == QLatin1StringView("keepByAlpha") ? Pass::BlendMode::KeepByAlpha
                                                                : Pass::BlendMode::None);
+    pass->setFullScreenQuad(options[u"fullScreenBatch"_s] == QLatin1StringView("quad"));
     return pass;
 }
 
@@ -143,6 +183,16 @@ std::unique_ptr<RenderPass> makeShadowMapPass(const PassOptions& options, QStrin
     return pass;
 }
 
+std::unique_ptr<RenderPass> makeTextureLoaderPass(const PassOptions& options, QString* /*error*/)
+{
+    using Pass = TextureLoaderRenderPass;
+    // The choices are in the order of the enumeration.
+    const OptionDescription& wrap = Pass::description().options.front();
+    auto pass = std::make_unique<Pass>();
+    pass->setWrapMode(static_cast<Pass::WrapMode>(wrap.choices.indexOf(options[wrap.name].toString())));
+    return pass;
+}
+
 std::unique_ptr<RenderPass> makeVisibilityBufferPass(const PassOptions& options, QString* error)
 {
     const auto number = [&](const QString& name) -> std::optional<unsigned long long> {
@@ -185,10 +235,11 @@ const PassRegistry& PassRegistry::builtin()
         passes.add(ScalableAmbientObscuranceRenderPass::description(), makeObscurancePass);
         passes.add(ShaderRenderPass::description(), makeShaderPass);
         passes.add(ShadowMapRenderPass::description(), makeShadowMapPass);
+        passes.add<ShadowedForwardRenderPass>();
         passes.add<SkyboxRenderPass>();
         passes.add<TemporalAAJitterPass>();
         passes.add<TemporalAARenderPass>();
-        passes.add<TextureLoaderRenderPass>();
+        passes.add(TextureLoaderRenderPass::description(), makeTextureLoaderPass);
         passes.add<TextureToScreenRenderPass>();
         passes.add<TransparencyRenderPass>();
         passes.add(VisibilityBufferRenderPass::description(), makeVisibilityBufferPass);

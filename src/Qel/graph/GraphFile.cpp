@@ -2,10 +2,12 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 
+#include <Qel/core/Text.h>
+#include <Qel/graph/OutputFile.h>
 #include <Qel/graph/support/GraphReader.h>
 #include <Qel/graph/support/GraphWriter.h>
+#include <Qel/graph/support/ImageErrors.h>
 
 using namespace Qt::StringLiterals;
 
@@ -15,23 +17,28 @@ std::optional<GraphDescription> loadGraph(const QString& file, QStringList* erro
 {
     QFile device(file);
     if (QFileInfo(file).isDir() || !device.open(QIODevice::ReadOnly)) {
-        errors->append(u"%1: cannot be read: %2"_s.arg(file, QFileInfo(file).isDir() ? u"it is a folder"_s
-                                                                                     : device.errorString()));
+        errors->append(printable(u"%1: cannot be read: %2"_s.arg(
+            file, QFileInfo(file).isDir() ? u"it is a folder"_s : device.errorString())));
         return {};
     }
-    return readGraph(device.readAll(), file, errors);
+    // A limit, because a device or a pipe may never end.
+    constexpr qint64 largest = qint64{64} << 20;
+    const QByteArray text = device.read(largest + 1);
+    if (text.size() > largest) {
+        errors->append(printable(u"%1: is larger than 64 MiB, the limit for a graph file"_s.arg(file)));
+        return {};
+    }
+    return readGraph(text, file, errors);
 }
 
 bool saveGraph(const GraphDescription& graph, const QString& file, const PassRegistry& registry,
                QString* error)
 {
     const QByteArray text = graphText(graph, file, registry).toUtf8();
-    QSaveFile device(file);
-    if (!device.open(QIODevice::WriteOnly) || device.write(text) != text.size() || !device.commit()) {
-        *error = u"%1: cannot be written: %2"_s.arg(file, device.errorString());
-        return false;
-    }
-    return true;
+    OutputFile device(file);
+    return device.open(error) &&
+           (device.write(text) == text.size() || writeError(error, file, device.errorString())) &&
+           device.commit(error);
 }
 
 } // namespace Morvane::Qel

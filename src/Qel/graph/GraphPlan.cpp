@@ -30,31 +30,49 @@ void checkPassNames(const GraphDescription& graph, GraphErrors& errors)
     }
 }
 
+/// Ports by type, for types whose ports are always the same.
+using PortCache = QHash<QString, ResolvablePorts>;
+
 /// Type, options and ports of a pass; its inputs are not resolved yet. `ports` gets what InputResolver needs
 /// to know about them.
 PlannedPass planPass(const GraphDescription& graph, const PassSetting& setting, const PassRegistry& registry,
-                     GraphErrors& errors, ResolvablePorts* ports)
+                     GraphErrors& errors, PortCache& cache, ResolvablePorts* ports)
 {
     PlannedPass pass;
     pass.name = setting.name;
     pass.type = setting.type;
     const PassRegistry::Type* type = registry.find(setting.type);
     if (!type) {
-        errors.add(setting.name, unknownName(u"pass type"_s, setting.type, registry.types()));
+        errors.add(setting.name, [&] { return unknownName(u"pass type"_s, setting.type, registry.types()); });
         return pass;
     }
     const PassDescription& description = type->description;
     pass.factory = type->factory;
     const qsizetype errorsBefore = errors.count();
     pass.options = OptionReader(graph, errors).read(setting, description);
-    const Ports names = portsOf(description, pass.options.value(u"inputs"_s).toStringList(),
-                                pass.options.value(u"outputs"_s).toStringList());
-    for (const QString& port : names.inputs) {
-        pass.inputs.emplace_back().port = port;
+    const auto cached = cache.constFind(pass.type);
+    if (cached != cache.constEnd()) {
+        *ports = *cached;
+    } else {
+        const Ports names = portsOf(description, pass.options.value(u"inputs"_s).toStringList(),
+                                    pass.options.value(u"outputs"_s).toStringList());
+        ports->known = !description.hostDeclaresPorts || errors.count() == errorsBefore;
+        ports->numDescribedInputs = static_cast<int>(description.inputs.size());
+        ports->inputs = std::make_shared<PortIndex>(names.inputs);
+        ports->outputs = std::make_shared<PortIndex>(names.outputs);
+        if (!description.hostDeclaresPorts) {
+            cache.insert(pass.type, *ports);
+        }
     }
-    pass.outputs = names.outputs;
-    ports->known = !description.hostDeclaresPorts || errors.count() == errorsBefore;
-    ports->numDescribedInputs = static_cast<int>(description.inputs.size());
+    pass.inputs.resize(static_cast<size_t>(ports->inputs->ports().size()));
+    for (size_t i = 0; i < pass.inputs.size(); ++i) {
+        pass.inputs[i].port = ports->inputs->ports()[static_cast<qsizetype>(i)];
+        if (i < description.inputs.size()) {
+            pass.inputs[i].isModified = description.inputs[i].isModified;
+            pass.inputs[i].isDepth = description.inputs[i].isDepth;
+        }
+    }
+    pass.outputs = ports->outputs->ports();
     return pass;
 }
 
@@ -69,17 +87,18 @@ std::optional<GraphPlan> planGraph(const GraphDescription& graph, const PassRegi
     checkScene(graph, errors);
     checkPassNames(graph, errors);
     std::vector<ResolvablePorts> ports(graph.passes.size());
+    PortCache cache;
     for (size_t i = 0; i < graph.passes.size(); ++i) {
-        plan.passes.push_back(planPass(graph, graph.passes[i], registry, errors, &ports[i]));
+        plan.passes.push_back(planPass(graph, graph.passes[i], registry, errors, cache, &ports[i]));
     }
     InputResolver resolver(plan, ports, errors);
     resolver.resolveInputs();
     resolver.resolveOutput();
+    cullUnusedPasses(plan);
     reportCycles(plan, errors);
     if (errors.count() > 0) {
         return {};
     }
-    cullUnusedPasses(plan);
     orderPasses(plan);
     return plan;
 }

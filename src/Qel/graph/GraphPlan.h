@@ -45,6 +45,10 @@ struct PlannedInput
 {
     /// Full name.
     QString port;
+    /// Whether the pass modifies the texture of this input in place (InputDescription::isModified).
+    bool isModified = false;
+    /// Whether the texture of this input must have a depth format (InputDescription::isDepth).
+    bool isDepth = false;
     InputSource source = InputSource::Default;
     /// Constant, converted to the port's type.
     QVariant constant;
@@ -80,8 +84,9 @@ struct GraphPlan
     GraphDescription graph;
     /// All passes, in file order.
     std::vector<PlannedPass> passes;
-    /// Execution order, as indices into `passes`: each pass comes after its sources, and otherwise the order
-    /// of the file counts. Culled passes are not in it.
+    /// Execution order, as indices into `passes`: each pass comes after its sources, a pass that modifies an
+    /// output in place after all others that read it, and otherwise the order of the file counts. Culled
+    /// passes are not in it.
     std::vector<int> order;
     /// Pass and output port that hold the graph's output image; both -1 if the graph has none.
     int outputPass = -1;

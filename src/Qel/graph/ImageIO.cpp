@@ -2,8 +2,11 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 
+#include <new>
+
+#include <Qel/gl/ImageFiles.h>
+#include <Qel/graph/OutputFile.h>
 #include <Qel/graph/support/ExrFile.h>
 #include <Qel/graph/support/ImageErrors.h>
 #include <Qel/graph/support/PngFile.h>
@@ -30,36 +33,33 @@ FileKind kindOf(const QString& path)
 }
 
 /// Opens an image file for writing; its name must have a known extension.
-bool open(QSaveFile& file, QString* error)
+bool open(OutputFile& file, const QString& path, QString* error)
 {
-    if (kindOf(file.fileName()) == FileKind::Unknown) {
-        return imageError(error, file.fileName(), u"unknown image format"_s,
-                          u"write a .png or an .exr file"_s);
+    if (kindOf(path) == FileKind::Unknown) {
+        return imageError(error, path, u"unknown image format"_s, u"write a .png or an .exr file"_s);
     }
-    return file.open(QIODevice::WriteOnly) ||
-           writeError(error, file.fileName(), file.errorString(),
-                      u"choose an existing folder with write permission"_s);
+    return file.open(error);
 }
 
 } // namespace
 
 bool checkImagePath(const QString& path, QString* error)
 {
-    QSaveFile file(path);
-    const bool usable = open(file, error);
+    OutputFile file(path);
+    const bool usable = open(file, path, error);
     file.cancelWriting();
     return usable;
 }
 
 bool writeImage(const Image& image, const QString& path, QString* error)
 {
-    QSaveFile file(path);
-    if (!open(file, error)) {
+    OutputFile file(path);
+    if (!open(file, path, error)) {
         return false;
     }
     const bool written =
         kindOf(path) == FileKind::Png ? writePng(image, file, error) : writeExr(image, file, error);
-    return written && (file.commit() || writeError(error, path, file.errorString()));
+    return written && file.commit(error);
 }
 
 std::optional<Image> readImage(const QString& path, QString* error)
@@ -72,7 +72,13 @@ std::optional<Image> readImage(const QString& path, QString* error)
             u"choose an existing PNG or EXR file"_s);
         return std::nullopt;
     }
-    return kindOf(path) == FileKind::Exr ? readExr(path, error) : readQImage(path, error);
+    try {
+        return kindOf(path) == FileKind::Exr || isFloatImageFile(path) ? readExr(path, error)
+                                                                       : readQImage(path, error);
+    } catch (const std::bad_alloc&) {
+        memoryError(error, path, {});
+        return std::nullopt;
+    }
 }
 
 } // namespace Morvane::Qel

@@ -5,7 +5,8 @@
 #include <optional>
 #include <vector>
 
-#include <Qel/graph/Image.h>
+#include <Qel/gl/Image.h>
+#include <Qel/graph/Export.h>
 
 namespace Morvane::Qel {
 
@@ -13,8 +14,8 @@ class Texture;
 
 /// Reads level 0 of a texture: one image for a 2D texture, one per layer of an array texture, six for a cube
 /// map in GL's face order, none for a texture without storage. Unsigned integer formats keep their values;
-/// signed ones become floats, exact up to 2^24. Depth formats give one channel "Z". The context must be
-/// current.
+/// signed ones become floats, exact up to 2^24. Depth formats give one channel "Z". Null is reported and
+/// gives no image. The context must be current.
 QEL_GRAPH_EXPORT std::vector<Image> readTexture(Texture* texture);
 
 /// Reads the lower left corner of the default framebuffer as RGBA with 8 bits per channel. The context must
@@ -35,10 +36,10 @@ QEL_GRAPH_EXPORT bool writeImage(const Image& image, const QString& path, QStrin
 /// Returns false with one line in `error` if not.
 QEL_GRAPH_EXPORT bool checkImagePath(const QString& path, QString* error);
 
-/// Reads an EXR file, or any file that QImage reads. EXR channels keep their values and names, with R, G, B
-/// and A first; a file with only integer channels gives an integer image. Other files are divided by 255, or
-/// by 65535 with 16 bits per channel; grey ones have one channel "R", and alpha stays straight. Returns
-/// nothing on failure, with one line in `error` that names the file, the cause and a remedy.
+/// Reads an EXR or Radiance HDR file (see readFloatImage), or any file that QImage reads. Other files are
+/// divided by 255, or by 65535 with 16 bits per channel; grey ones have one channel "R", and alpha stays
+/// straight. Returns nothing on failure, with one line in `error` that names the file, the cause and a
+/// remedy.
 QEL_GRAPH_EXPORT std::optional<Image> readImage(const QString& path, QString* error);
 
 } // namespace Morvane::Qel

@@ -8,6 +8,53 @@ using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel {
 
+namespace {
+
+/// Adds the defaults of options that are missing and converts the others to their types. Returns an error
+/// message, empty if there is none.
+QString completeOptions(const std::vector<OptionDescription>& known, QVariantMap* values)
+{
+    QStringList names;
+    for (const OptionDescription& option : known) {
+        names.append(option.name);
+    }
+    for (auto value = values->cbegin(); value != values->cend(); ++value) {
+        if (!names.contains(value.key())) {
+            return unknownName(u"option"_s, value.key(), names);
+        }
+    }
+    for (const OptionDescription& option : known) {
+        QVariant& value = (*values)[option.name];
+        if (!value.isValid()) {
+            value = option.defaultValue;
+        }
+        const auto typeName = [](const QVariant& of) { return QString::fromLatin1(of.metaType().name()); };
+        if (const QString given = typeName(value); !value.convert(option.defaultValue.metaType())) {
+            return u"option %1 must be of type %2, not %3"_s.arg(option.name, typeName(option.defaultValue),
+                                                                 given);
+        }
+        if (!option.choices.isEmpty() && !option.choices.contains(value.toString())) {
+            return u"option %1 must be one of %2, not \"%3\""_s.arg(option.name, quoted(option.choices),
+                                                                    value.toString());
+        }
+        if (option.members.empty()) {
+            continue;
+        }
+        QVariantList elements;
+        for (const QVariant& element : value.toList()) {
+            QVariantMap members = element.toMap();
+            if (const QString error = completeOptions(option.members, &members); !error.isEmpty()) {
+                return u"%1[%2]: %3"_s.arg(option.name).arg(elements.size()).arg(error);
+            }
+            elements.append(members);
+        }
+        value = elements;
+    }
+    return {};
+}
+
+} // namespace
+
 void PassRegistry::add(const PassDescription& description, Factory factory)
 {
     m_types[description.type] = {description, std::move(factory)};
@@ -42,7 +89,12 @@ std::unique_ptr<RenderPass> PassRegistry::create(const QString& type, const Pass
         *error = unknownName(u"pass type"_s, type, types());
         return nullptr;
     }
-    return found->factory(options, error);
+    PassOptions complete = options;
+    if (const QString what = completeOptions(found->description.options, &complete); !what.isEmpty()) {
+        *error = u"%1: %2"_s.arg(type, what);
+        return nullptr;
+    }
+    return found->factory(complete, error);
 }
 
 } // namespace Morvane::Qel

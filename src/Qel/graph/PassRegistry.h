@@ -13,8 +13,8 @@
 
 namespace Morvane::Qel {
 
-/// Options of one pass by name. Holds every option of the pass's description with its declared type, and with
-/// its default where the graph does not set it. File options hold absolute paths.
+/// Options of one pass by name. A factory gets every option of the pass's description with its declared type,
+/// and with its default where it is not set. File options hold absolute paths.
 using PassOptions = QVariantMap;
 
 /// The pass types that graphs can use, each with its description and a factory. To use passes of your own,
@@ -52,7 +52,9 @@ public:
     const Type* find(const QString& type) const;
     /// Null for a type that is not registered. Valid until a type of this name is added again.
     const PassDescription* description(const QString& type) const;
-    /// Creates a pass of a registered type; returns null with one line in `error` on failure.
+    /// Creates a pass of a registered type. Options that are left out get their defaults; so do members of
+    /// elements of lists. Returns null with one line in `error` for an unknown type or option, a value of
+    /// another type, a text that is not among the choices, and an option that the factory cannot use.
     std::unique_ptr<RenderPass> create(const QString& type, const PassOptions& options, QString* error) const;
 
 private:

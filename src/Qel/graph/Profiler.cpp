@@ -1,11 +1,10 @@
 #include <Qel/graph/Profiler.h>
 
+#include <QJsonArray>
 #include <QStringList>
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
-#include <numeric>
 
 #include <epoxy/gl.h>
 
@@ -36,125 +35,168 @@ void Profiler::Samples::add(double milliseconds)
     }
 }
 
-double Profiler::Samples::median() const
+Profiler::Times Profiler::Samples::times() const
 {
     if (m_values.empty()) {
-        return std::numeric_limits<double>::quiet_NaN();
+        return {};
     }
     std::vector<double> sorted = m_values;
     std::sort(sorted.begin(), sorted.end());
-    const size_t middle = sorted.size() / 2;
-    return sorted.size() % 2 == 1 ? sorted[middle] : (sorted[middle - 1] + sorted[middle]) / 2.0;
-}
-
-double Profiler::Samples::mean() const
-{
-    return m_values.empty() ? std::numeric_limits<double>::quiet_NaN()
-                            : std::accumulate(m_values.begin(), m_values.end(), 0.0) /
-                                  static_cast<double>(m_values.size());
+    const size_t count = sorted.size();
+    return {sorted.front(), (sorted[(count - 1) / 2] + sorted[count / 2]) / 2.0,
+            sorted[(95 * count + 99) / 100 - 1], 1.0};
 }
 
 Profiler::Profiler(const std::vector<QString>& sections)
+    : m_names(sections)
+    , m_sections(sections.size())
 {
     const OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     m_hasTimer = context->version() >= 33 || context->hasExtension("ARB_timer_query");
-    m_sections.resize(sections.size());
-    for (size_t i = 0; i < sections.size(); ++i) {
-        m_sections[i].name = sections[i];
-        if (m_hasTimer) {
-            glGenQueries(static_cast<GLsizei>(numFramesInFlight), m_sections[i].queries.data());
+    for (Frame& frame : m_frames) {
+        frame.cpu.resize(sections.size());
+        for (size_t i = 0; i < sections.size(); ++i) {
+            frame.beginQueries.emplace_back(ObjectName::Kind::Query);
+            frame.endQueries.emplace_back(ObjectName::Kind::Query);
         }
     }
 }
 
-Profiler::~Profiler()
-{
-    for (const Section& section : m_sections) {
-        if (m_hasTimer) {
-            glDeleteQueries(static_cast<GLsizei>(numFramesInFlight), section.queries.data());
-        }
-    }
-}
+Profiler::~Profiler() = default;
 
 void Profiler::begin(int section)
 {
-    Section& current = m_sections[static_cast<size_t>(section)];
+    if (m_numFrames < numWarmUpFrames) {
+        return;
+    }
     if (m_hasTimer) {
-        // The query in this slot is some frames old, so its result is available without waiting.
-        readQuery(current, m_slot);
-        glBeginQuery(GL_TIME_ELAPSED, current.queries[m_slot]);
+        glQueryCounter(m_frames[m_slot].beginQueries[static_cast<size_t>(section)].get(), GL_TIMESTAMP);
     }
     m_begin = std::chrono::steady_clock::now();
 }
 
 void Profiler::end(int section)
 {
-    Section& current = m_sections[static_cast<size_t>(section)];
+    if (m_numFrames < numWarmUpFrames) {
+        return;
+    }
     const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - m_begin;
-    current.cpu.add(time.count());
+    Frame& frame = m_frames[m_slot];
+    frame.cpu[static_cast<size_t>(section)] = time.count();
+    ++frame.numMeasured;
     if (m_hasTimer) {
-        glEndQuery(GL_TIME_ELAPSED);
-        current.pending[m_slot] = true;
+        glQueryCounter(frame.endQueries[static_cast<size_t>(section)].get(), GL_TIMESTAMP);
     }
 }
 
 void Profiler::endFrame()
 {
-    m_slot = (m_slot + 1) % numFramesInFlight;
+    m_numFrames = std::min(m_numFrames + 1, numWarmUpFrames);
+    m_slot = (m_slot + 1) % m_frames.size();
+    // The oldest frame, whose results are available without waiting.
+    read(m_frames[m_slot]);
 }
 
-void Profiler::readQuery(Section& section, size_t slot)
+void Profiler::read(Frame& frame)
 {
-    if (section.pending[slot]) {
-        GLuint64 nanoseconds = 0;
-        glGetQueryObjectui64v(section.queries[slot], GL_QUERY_RESULT, &nanoseconds);
-        section.gpu.add(static_cast<double>(nanoseconds) * 1e-6);
-        section.pending[slot] = false;
-    }
-}
-
-std::vector<Profiler::Row> Profiler::rows()
-{
-    std::vector<Row> rows;
-    for (Section& section : m_sections) {
-        for (size_t i = 0; i < numFramesInFlight; ++i) {
-            readQuery(section, (m_slot + i) % numFramesInFlight);
+    if (frame.numMeasured == m_sections.size()) {
+        double gpuSum = 0.0;
+        double cpuSum = 0.0;
+        for (size_t i = 0; i < m_sections.size(); ++i) {
+            if (m_hasTimer) {
+                GLuint64 begin = 0;
+                GLuint64 end = 0;
+                glGetQueryObjectui64v(frame.beginQueries[i].get(), GL_QUERY_RESULT, &begin);
+                glGetQueryObjectui64v(frame.endQueries[i].get(), GL_QUERY_RESULT, &end);
+                const double gpu = static_cast<double>(end - begin) * 1e-6;
+                m_sections[i].gpu.add(gpu);
+                gpuSum += gpu;
+            }
+            m_sections[i].cpu.add(frame.cpu[i]);
+            cpuSum += frame.cpu[i];
         }
-        rows.push_back({section.name, section.cpu.count(), section.gpu.median(), section.gpu.mean(),
-                        section.cpu.median(), section.cpu.mean()});
+        if (m_hasTimer) {
+            m_sum.gpu.add(gpuSum);
+        }
+        m_sum.cpu.add(cpuSum);
     }
-    return rows;
+    frame.numMeasured = 0;
 }
 
-QString Profiler::table(const std::vector<Row>& rows)
+Profiler::Report Profiler::report()
 {
-    qsizetype width = 4;
-    for (const Row& row : rows) {
+    for (size_t i = 0; i < m_frames.size(); ++i) {
+        read(m_frames[(m_slot + i) % m_frames.size()]);
+    }
+    Report report{m_sum.cpu.count(), {}, {u"frame"_s, m_sum.gpu.times(), m_sum.cpu.times()}};
+    double gpuMedians = 0.0;
+    double cpuMedians = 0.0;
+    for (size_t i = 0; i < m_sections.size(); ++i) {
+        const Row row{m_names[i], m_sections[i].gpu.times(), m_sections[i].cpu.times()};
+        gpuMedians += row.gpu.median;
+        cpuMedians += row.cpu.median;
+        report.sections.push_back(row);
+    }
+    for (Row& row : report.sections) {
+        row.gpu.share = row.gpu.median / gpuMedians;
+        row.cpu.share = row.cpu.median / cpuMedians;
+    }
+    return report;
+}
+
+QString Profiler::Report::table() const
+{
+    qsizetype width = frame.section.size();
+    for (const Row& row : sections) {
         width = std::max(width, row.section.size());
     }
     const auto line = [&](const QString& name, const QStringList& cells) {
         QString text = name.leftJustified(width);
         for (const QString& cell : cells) {
-            text += cell.rightJustified(14);
+            text += cell.rightJustified(13);
         }
         return text + u'\n';
     };
-    const auto cell = [](double milliseconds) {
-        return std::isnan(milliseconds) ? u"-"_s : QString::number(milliseconds, 'f', 3);
+    const auto rowLine = [&](const Row& row) {
+        QStringList cells;
+        for (const Times& times : {row.gpu, row.cpu}) {
+            for (const double milliseconds : {times.minimum, times.median, times.percentile95}) {
+                cells << (std::isnan(milliseconds) ? u"-"_s : QString::number(milliseconds, 'f', 3));
+            }
+            cells << (std::isnan(times.share) ? u"-"_s
+                                              : QString::number(100.0 * times.share, 'f', 1) + u" %"_s);
+        }
+        return line(row.section, cells);
     };
-    QString text = line(
-        u"pass"_s, {u"GPU median ms"_s, u"GPU mean ms"_s, u"CPU median ms"_s, u"CPU mean ms"_s, u"frames"_s});
-    Row sum;
-    for (const Row& row : rows) {
-        text += line(row.section, {cell(row.medianGpu), cell(row.meanGpu), cell(row.medianCpu),
-                                   cell(row.meanCpu), QString::number(row.numFrames)});
-        sum.medianGpu += row.medianGpu;
-        sum.meanGpu += row.meanGpu;
-        sum.medianCpu += row.medianCpu;
-        sum.meanCpu += row.meanCpu;
+    QString text =
+        u"milliseconds in %1 frames, after %2 warm-up frames; shares are of the medians\n"_s.arg(numFrames)
+            .arg(numWarmUpFrames);
+    text += line(u"pass"_s, {u"GPU minimum"_s, u"median"_s, u"95 %"_s, u"share"_s, u"CPU minimum"_s,
+                             u"median"_s, u"95 %"_s, u"share"_s});
+    for (const Row& row : sections) {
+        text += rowLine(row);
     }
-    return text + line(u"sum"_s, {cell(sum.medianGpu), cell(sum.meanGpu), cell(sum.medianCpu),
-                                  cell(sum.meanCpu), QString()});
+    return text + rowLine(frame);
+}
+
+QJsonObject Profiler::Report::json() const
+{
+    const auto timesObject = [](const Times& times) {
+        return QJsonObject{{u"minimum"_s, times.minimum},
+                           {u"median"_s, times.median},
+                           {u"percentile95"_s, times.percentile95},
+                           {u"share"_s, times.share}};
+    };
+    QJsonArray passes;
+    for (const Row& row : sections) {
+        passes.append(QJsonObject{
+            {u"name"_s, row.section}, {u"gpu"_s, timesObject(row.gpu)}, {u"cpu"_s, timesObject(row.cpu)}});
+    }
+    return {
+        {u"frames"_s, numFrames},
+        {u"warmUpFrames"_s, numWarmUpFrames},
+        {u"passes"_s, passes},
+        {u"frame"_s, QJsonObject{{u"gpu"_s, timesObject(frame.gpu)}, {u"cpu"_s, timesObject(frame.cpu)}}}};
 }
 
 } // namespace Morvane::Qel

@@ -1,21 +1,30 @@
 #pragma once
 
+#include <QJsonObject>
 #include <QString>
 
 #include <array>
 #include <chrono>
+#include <limits>
 #include <vector>
 
+#include <Qel/gl/ObjectName.h>
 #include <Qel/graph/Export.h>
 
 namespace Morvane::Qel {
 
 /// Measures GPU and CPU times of sections that repeat every frame. GPU times come from timer queries that are
 /// read some frames later, so that measuring does not wait for the GPU; they need GL_ARB_timer_query (core in
-/// 3.3). The context must be current for every operation.
+/// 3.3). The context must be current for every operation except the destructor.
+///
+/// The first numWarmUpFrames frames are not measured: programs are built and textures created in them, and a
+/// timer query that begins before the context's first draw returns nonsense on some drivers. Frames in which
+/// not every section ran are not counted.
 class QEL_GRAPH_EXPORT Profiler
 {
 public:
+    static constexpr int numWarmUpFrames = 3;
+
     explicit Profiler(const std::vector<QString>& sections);
     ~Profiler();
     Profiler(const Profiler&) = delete;
@@ -26,52 +35,77 @@ public:
     void end(int section);
     void endFrame();
 
+    /// Times in milliseconds; NaN if nothing was measured.
+    struct Times
+    {
+        double minimum = std::numeric_limits<double>::quiet_NaN();
+        double median = std::numeric_limits<double>::quiet_NaN();
+        /// At least 95 % of the times are not longer.
+        double percentile95 = std::numeric_limits<double>::quiet_NaN();
+        /// The median divided by the sum of the medians of all sections.
+        double share = std::numeric_limits<double>::quiet_NaN();
+    };
     struct Row
     {
         QString section;
-        /// Number of measured frames.
-        int numFrames = 0;
-        /// Milliseconds; GPU times are NaN if the context has no timer queries.
-        double medianGpu = 0.0;
-        double meanGpu = 0.0;
-        double medianCpu = 0.0;
-        double meanCpu = 0.0;
+        /// NaN if the context has no timer queries.
+        Times gpu;
+        Times cpu;
     };
-    /// One row for each section, over the last 1000 frames. Waits for pending queries.
-    std::vector<Row> rows();
-    /// Formats rows as a table with a heading.
-    static QString table(const std::vector<Row>& rows);
+    struct Report
+    {
+        int numFrames = 0;
+        std::vector<Row> sections;
+        /// The sum of all sections, frame by frame.
+        Row frame;
+
+        /// Formats the times as a table with a heading.
+        QString table() const;
+        /// The keys are "frames", "warmUpFrames", "passes" with a "name" each, and "frame". Times are in
+        /// "gpu" and "cpu" as "minimum", "median", "percentile95" and "share"; null stands for NaN.
+        QJsonObject json() const;
+    };
+    /// Reports on the last 1000 frames. Waits for pending queries.
+    Report report();
 
 private:
-    static constexpr size_t numFramesInFlight = 4;
-    /// The most recent times of a section in milliseconds; allocates only in its constructor.
+    /// The most recent times in milliseconds; allocates only in its constructor.
     class Samples
     {
     public:
         Samples();
         void add(double milliseconds);
         int count() const { return static_cast<int>(m_values.size()); }
-        /// Median and mean are NaN without samples.
-        double median() const;
-        double mean() const;
+        /// The statistics of the times; the share is 1.
+        Times times() const;
 
     private:
         std::vector<double> m_values;
         size_t m_next = 0;
     };
-    struct Section
+    struct SectionSamples
     {
-        QString name;
-        std::array<unsigned int, numFramesInFlight> queries = {};
-        std::array<bool, numFramesInFlight> pending = {};
         Samples gpu;
         Samples cpu;
     };
-    void readQuery(Section& section, size_t slot);
+    /// The measurements of a frame that has not been read yet, by section.
+    struct Frame
+    {
+        /// Time stamps, because the application may have a query of the elapsed time in progress.
+        std::vector<ObjectName> beginQueries;
+        std::vector<ObjectName> endQueries;
+        std::vector<double> cpu;
+        size_t numMeasured = 0;
+    };
+    void read(Frame& frame);
 
     bool m_hasTimer;
+    int m_numFrames = 0;
     size_t m_slot = 0;
-    std::vector<Section> m_sections;
+    std::array<Frame, 4> m_frames;
+    std::vector<QString> m_names;
+    std::vector<SectionSamples> m_sections;
+    SectionSamples m_sum;
     std::chrono::steady_clock::time_point m_begin;
 };
 

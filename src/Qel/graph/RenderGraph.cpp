@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <functional>
 
+#include <Qel/gl/ContextReference.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/ResourceScope.h>
 #include <Qel/graph/support/Camera.h>
@@ -23,7 +24,8 @@ namespace Morvane::Qel {
 struct RenderGraph::Private
 {
     GraphPlan plan;
-    OpenGLDeviceContext* context;
+    ContextReference context = ContextReference::toCurrent();
+    int maxTextureSize = OpenGLDeviceContext::current()->maxTextureSize();
     /// Owns the GL objects that passes create and do not delete.
     ResourceScope scope;
     Presenter presenter;
@@ -32,14 +34,12 @@ struct RenderGraph::Private
 
     Private(GraphPlan graphPlan, const Options& options)
         : plan(std::move(graphPlan))
-        , context(OpenGLDeviceContext::current())
-        , scope(context)
     {
-        runner.emplace(context, options);
+        runner.emplace(options);
     }
     ~Private()
     {
-        const ResourceScope::Activation activation(context, &scope);
+        const ResourceScope::Activation activation(&scope);
         runner.reset();
         scene.reset();
     }
@@ -79,19 +79,16 @@ std::unique_ptr<RenderGraph> RenderGraph::create(GraphPlan plan, const Options& 
         errors->append(name + u": no OpenGL context is current"_s);
         return nullptr;
     }
-    const qsizetype errorsBefore = errors->size();
-    if (const QString error = viewportError(plan.graph.viewport, context->maxTextureSize());
-        !error.isEmpty()) {
-        errors->append(u"%1: viewport: %2"_s.arg(name, error));
-    }
+    GraphErrors found(plan.graph, errors);
+    found.add(u"viewport"_s, viewportError(plan.graph.viewport, context->maxTextureSize()));
     auto d = std::make_unique<Private>(std::move(plan), options);
     const std::optional<std::vector<ModelData>> models =
-        importModels(d->plan.graph, options.modelImport, errors);
+        importModels(d->plan.graph, options.modelImport, found);
     {
-        const ResourceScope::Activation activation(d->context, &d->scope);
-        d->runner->createPasses(d->plan, errors);
+        const ResourceScope::Activation activation(&d->scope);
+        d->runner->createPasses(d->plan, found);
     }
-    if (errors->size() > errorsBefore) {
+    if (found.count() > 0) {
         return nullptr;
     }
     d->scene.emplace(d->plan.graph, *models);
@@ -109,7 +106,11 @@ std::unique_ptr<RenderGraph> RenderGraph::create(const GraphDescription& graph, 
 
 bool RenderGraph::renderFrame(QString* error)
 {
-    const ResourceScope::Activation activation(d->context, &d->scope);
+    if (!d->context.isCurrent()) {
+        *error = d->plan.graph.displayName() + u": the OpenGL context of the graph is not current"_s;
+        return false;
+    }
+    const ResourceScope::Activation activation(&d->scope);
     return d->runner->renderFrame(*d->scene, error);
 }
 
@@ -142,7 +143,7 @@ void RenderGraph::releaseOutputs()
 
 bool RenderGraph::setViewport(const QSize& size, QString* error)
 {
-    const QString what = viewportError(size, d->context->maxTextureSize());
+    const QString what = viewportError(size, d->maxTextureSize);
     if (!what.isEmpty()) {
         *error = u"%1: viewport: %2"_s.arg(d->plan.graph.displayName(), what);
         return false;
@@ -177,9 +178,10 @@ bool RenderGraph::Private::setInput(const QString& pass, const QString& port, co
     for (const PlannedInput& input : planned.inputs) {
         ports.append(input.port);
     }
-    const QList<int> found = findPorts(ports, port);
+    const PortIndex index(ports);
+    const QList<int> found = index.find(port);
     if (found.size() != 1) {
-        return fail(portError(ports, found, port, u"%1 has no such input"_s.arg(planned.type)));
+        return fail(index.error(found, port, u"%1 has no such input"_s.arg(planned.type)));
     }
     PlannedInput& input = planned.inputs[static_cast<size_t>(found[0])];
     if (input.source == InputSource::Connection) {
@@ -268,7 +270,7 @@ GPUModel* RenderGraph::model(const QString& name) const
     return index < 0 ? nullptr : d->scene->model(static_cast<size_t>(index));
 }
 
-std::vector<Profiler::Row> RenderGraph::profile()
+Profiler::Report RenderGraph::profile()
 {
     return d->runner->profile();
 }

@@ -23,20 +23,21 @@ class RenderCallbacks;
 class Texture;
 
 /// Renders frames of a graph of passes. The GL context on which the graph was created must be current
-/// (OpenGLDeviceContext::current) for every operation including the destructor, and must outlive the graph.
+/// (OpenGLDeviceContext::current) for every operation except the destructor.
 ///
 /// Each frame, all passes get their user counts (before the first frame also `setup`), then `beginFrame`. In
 /// execution order, the context is put into the base state, and the pass gets the values of its connected
 /// inputs and runs `start`. At the end all passes get `endFrame`. Destroying the graph calls `teardown`.
 ///
 /// The destructor deletes all GL objects that the passes created and returns all textures to the pool, even
-/// after a frame that failed midway.
+/// after a frame that failed midway. While the context is not current, it calls no `teardown`, and GL objects
+/// and textures follow when the context is next made current. It may also run after the context is destroyed.
 class QEL_GRAPH_EXPORT RenderGraph
 {
 public:
     struct Options
     {
-        /// Measures the GPU and CPU time of each pass.
+        /// Measures the GPU and CPU time of each pass, see Profiler.
         bool profile = false;
         /// Keeps the outputs of all passes readable after a frame, not only the graph's output.
         bool keepOutputs = false;
@@ -57,12 +58,14 @@ public:
     RenderGraph& operator=(const RenderGraph&) = delete;
 
     /// Renders one frame. Framebuffer 0 must be at least as large as the viewport if a pass draws to the
-    /// screen. Returns false with one line in `error` if a shader program failed to build (the compiler's
-    /// messages are logged), a pass set an error code, or the graph's output is empty.
+    /// screen. Returns false with one line in `error` if the graph's context is not current, a shader
+    /// program failed to build (the compiler's messages are logged), a pass set an error code, or the graph's
+    /// output is empty.
     bool renderFrame(QString* error);
 
     /// \name Results
-    /// Results of the last frame, valid until the next frame or releaseOutputs.
+    /// Results of the last frame, valid until the next frame or releaseOutputs; none while the graph's context
+    /// is not current.
     /// @{
 
     /// The output image of the graph; null before the first frame or if the graph has no output. Do not
@@ -120,8 +123,9 @@ public:
     const GraphPlan& plan() const;
     /// The model with this name; null if there is none.
     GPUModel* model(const QString& name) const;
-    /// Times measured so far; empty without Options::profile. Waits for the GPU.
-    std::vector<Profiler::Row> profile();
+    /// Times measured so far, a section per pass in execution order; empty without Options::profile. Waits
+    /// for the GPU.
+    Profiler::Report profile();
 
 private:
     struct Private;

@@ -5,6 +5,7 @@
 
 #include <epoxy/gl.h>
 
+#include <Qel/core/Diagnostics.h>
 #include <Qel/gl/Guards.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/Texture.h>
@@ -89,6 +90,8 @@ void readLevel(unsigned int levelTarget, const PixelLayout& layout, int width, i
     }
     glPixelStorei(GL_PACK_ALIGNMENT, 1);
     glGetTexImage(levelTarget, 0, layout.format, layout.type, pixels.data());
+    constexpr int defaultAlignment = 4;
+    glPixelStorei(GL_PACK_ALIGNMENT, defaultAlignment);
     for (int layer = 0; layer < layers; ++layer) {
         images.push_back({width, height, layout.channels,
                           flippedLayer<Sample>(pixels, static_cast<size_t>(layer), rowLength, numRows)});
@@ -100,6 +103,9 @@ void readLevel(unsigned int levelTarget, const PixelLayout& layout, int width, i
 std::vector<Image> readTexture(Texture* texture)
 {
     std::vector<Image> images;
+    if (!QEL_CHECK(__FILE__, texture != nullptr, u"there is no texture to read"_s)) {
+        return images;
+    }
     const AutoBinder binder(texture);
     const bool cube = texture->target() == GL_TEXTURE_CUBE_MAP;
     for (unsigned int face = 0; face < (cube ? 6U : 1U); ++face) {
@@ -138,7 +144,7 @@ Image readDefaultFramebuffer(int width, int height)
     const auto rowLength = static_cast<size_t>(width) * 4;
     const auto numRows = static_cast<size_t>(height);
     std::vector<quint8> pixels(rowLength * numRows);
-    glBindFramebuffer(GL_READ_FRAMEBUFFER, 0);
+    OpenGLDeviceContext::current()->bindFramebuffer(GL_READ_FRAMEBUFFER, 0);
     glReadPixels(0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE, pixels.data());
     return {width, height, rgba, flippedLayer<float>(pixels, 0, rowLength, numRows)};
 }

@@ -14,6 +14,8 @@
 #include <Qel/gl/ShaderProgram.h>
 #include <Qel/model/GPUModelUpload.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Morvane::Qel {
 
 namespace {
@@ -78,28 +80,47 @@ GPUModel::GPUModel(const ModelData& data, QObject* parent)
     : QObject(parent)
     , d(std::make_unique<Private>())
 {
-    const std::vector<GPUMaterial> materials = uploadMaterials(data, this);
-    const std::vector<GPUMesh> meshes = uploadMeshes(data.meshes);
+    ModelFaults faults;
+    const std::vector<GPUMaterial> materials = uploadMaterials(data, faults, this);
+    const std::vector<GPUMesh> meshes = uploadMeshes(data.meshes, faults);
     const std::vector<InstanceDataCollection*> objects = uploadInstances(data.instances, this);
     constexpr float infinity = std::numeric_limits<float>::infinity();
     QVector3D lower(infinity, infinity, infinity);
     QVector3D upper = -lower;
-    for (const InstanceData& instance : data.instances) {
-        const MeshData& mesh = data.meshes.at(static_cast<size_t>(instance.mesh));
-        const GPUMesh& buffers = meshes[static_cast<size_t>(instance.mesh)];
-        const GPUMaterial& material = materials.at(static_cast<size_t>(mesh.material));
+    for (size_t i = 0; i < data.instances.size(); ++i) {
+        const InstanceData& instance = data.instances[i];
+        // A negative index becomes a large one.
+        const auto meshIndex = static_cast<size_t>(instance.mesh);
+        if (!faults.check(meshIndex < meshes.size(), [&] {
+                return u"instance %1 is of mesh %2 of %3 and left out"_s.arg(i)
+                    .arg(instance.mesh)
+                    .arg(meshes.size());
+            })) {
+            continue;
+        }
+        const MeshData& mesh = data.meshes[meshIndex];
+        const GPUMesh& buffers = meshes[meshIndex];
+        auto materialIndex = static_cast<size_t>(mesh.material);
+        if (!faults.check(materialIndex < data.materials.size(), [&] {
+                return u"mesh \"%1\" has material %2 of %3; the default one is used"_s.arg(mesh.name)
+                    .arg(mesh.material)
+                    .arg(data.materials.size());
+            })) {
+            materialIndex = data.materials.size();
+        }
+        const GPUMaterial& material = materials[materialIndex];
         auto* drawBuffers = new DrawBuffers(this);
         drawBuffers->setVAO(buffers.vertexArray);
         drawBuffers->setPrimitiveType(GL_TRIANGLES);
         drawBuffers->setIndexedDraw(buffers.indices, buffers.numIndices, GL_UNSIGNED_INT);
-        d->batches.push_back({drawBuffers, objects[d->batches.size()], material.data, material.flags,
-                              instance.transform.determinant() < 0.0});
+        d->batches.push_back(
+            {drawBuffers, objects[i], material.data, material.flags, instance.transform.determinant() < 0.0});
         d->numTriangles += buffers.numIndices / 3;
         for (const QVector3D& position : mesh.positions) {
             const QVector3D p = instance.transform.map(position);
-            for (int i = 0; i < 3; ++i) {
-                lower[i] = std::min(lower[i], p[i]);
-                upper[i] = std::max(upper[i], p[i]);
+            for (int axis = 0; axis < 3; ++axis) {
+                lower[axis] = std::min(lower[axis], p[axis]);
+                upper[axis] = std::max(upper[axis], p[axis]);
             }
         }
     }

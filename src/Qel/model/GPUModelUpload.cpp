@@ -1,9 +1,11 @@
 #include <Qel/model/GPUModelUpload.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include <epoxy/gl.h>
 
+#include <Qel/core/Diagnostics.h>
 #include <Qel/gl/BufferObject.h>
 #include <Qel/gl/InstanceData.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
@@ -59,16 +61,35 @@ QSharedPointer<BufferObject> uploadVectors(const std::vector<Vector>& vectors)
     return buffer;
 }
 
-GPUMesh uploadMesh(const MeshData& mesh, const OpenGLDeviceContext& context)
+GPUMesh uploadMesh(const MeshData& mesh, const OpenGLDeviceContext& context, ModelFaults& faults)
 {
     static_assert(sizeof(QVector3D) == 3 * sizeof(float) && sizeof(QVector2D) == 2 * sizeof(float));
     GPUMesh result;
     result.vertexArray = QSharedPointer<VertexArrayObject>::create();
     result.vertexArray->upload(u"va_Vertex"_s, uploadVectors(mesh.positions), 3, GL_FLOAT);
-    result.vertexArray->upload(u"va_Normal"_s, uploadVectors(mesh.normals), 3, GL_FLOAT);
-    result.vertexArray->upload(u"va_TexCoord"_s, uploadVectors(mesh.texCoords), 2, GL_FLOAT);
+    // A shorter array would be read past its end.
+    const auto upload = [&](const QString& attribute, const auto& vectors, int components, const char* what) {
+        if (faults.check(vectors.size() == mesh.positions.size(), [&] {
+                return u"mesh \"%1\" has %2 positions but %3 %4, which are left out"_s.arg(mesh.name)
+                    .arg(mesh.positions.size())
+                    .arg(vectors.size())
+                    .arg(QLatin1StringView(what));
+            })) {
+            result.vertexArray->upload(attribute, uploadVectors(vectors), components, GL_FLOAT);
+        }
+    };
+    upload(u"va_Normal"_s, mesh.normals, 3, "normals");
+    upload(u"va_TexCoord"_s, mesh.texCoords, 2, "texture coordinates");
     context.label(GL_VERTEX_ARRAY, result.vertexArray->getVAO(), mesh.name);
-    result.numIndices = static_cast<int>(mesh.indices.size());
+    const auto outside = std::find_if(mesh.indices.begin(), mesh.indices.end(),
+                                      [&](unsigned int index) { return index >= mesh.positions.size(); });
+    if (faults.check(outside == mesh.indices.end(), [&] {
+            return u"mesh \"%1\" has %2 positions but an index %3, so it is not drawn"_s.arg(mesh.name)
+                .arg(mesh.positions.size())
+                .arg(*outside);
+        })) {
+        result.numIndices = static_cast<int>(mesh.indices.size());
+    }
     result.indices = QSharedPointer<BufferObject>::create(GL_ELEMENT_ARRAY_BUFFER);
     result.indices->uploadGLuintData(mesh.indices.data(), result.numIndices, GL_STATIC_DRAW);
     return result;
@@ -125,45 +146,66 @@ OBJMaterialBlock toBlock(const MaterialData& material)
 
 } // namespace
 
-std::vector<GPUMesh> uploadMeshes(const std::vector<MeshData>& meshes)
+ModelFaults::~ModelFaults()
+{
+    if (m_count > 0) {
+        logCritical(__FILE__, __LINE__,
+                    u"the model is incomplete: "_s + m_first +
+                        (m_count > 1 ? u"; and %1 more"_s.arg(m_count - 1) : QString()));
+    }
+}
+
+std::vector<GPUMesh> uploadMeshes(const std::vector<MeshData>& meshes, ModelFaults& faults)
 {
     const OpenGLDeviceContext& context = *OpenGLDeviceContext::current();
     std::vector<GPUMesh> result;
     result.reserve(meshes.size());
     for (const MeshData& mesh : meshes) {
-        result.push_back(uploadMesh(mesh, context));
+        result.push_back(uploadMesh(mesh, context, faults));
     }
     return result;
 }
 
-std::vector<GPUMaterial> uploadMaterials(const ModelData& model, QObject* owner)
+std::vector<GPUMaterial> uploadMaterials(const ModelData& model, ModelFaults& faults, QObject* owner)
 {
     const int maxSize = OpenGLDeviceContext::current()->maxTextureSize();
     std::vector<Texture*> textures;
     std::vector<bool> isTranslucent;
     for (const QImage& image : model.images) {
-        textures.push_back(uploadImage(image, maxSize, owner));
+        const bool isImage = faults.check(!image.isNull(), [&] {
+            return u"image %1 is null and replaced by white"_s.arg(textures.size());
+        });
+        textures.push_back(isImage ? uploadImage(image, maxSize, owner) : nullptr);
         isTranslucent.push_back(hasTranslucentTexels(image));
     }
 
     const InstanceDataPlan* plan = InstanceDataRegistry::Instance()->getPlan(u"OBJMaterial"_s);
     BlockBuffer blocks(*plan);
-    for (const MaterialData& material : model.materials) {
+    std::vector<MaterialData> materials = model.materials;
+    materials.emplace_back();
+    for (const MaterialData& material : materials) {
         const OBJMaterialBlock block = toBlock(material);
         blocks.append(&block, sizeof(block));
     }
     const QSharedPointer<BufferObject> buffer = blocks.upload();
     std::vector<GPUMaterial> result;
-    for (const MaterialData& material : model.materials) {
+    const auto hasMap = [&](const MaterialData& material, int map) {
+        return map >= 0 && faults.check(static_cast<size_t>(map) < textures.size(), [&] {
+            return u"material \"%1\" has a map with image %2 of %3, which is left out"_s.arg(material.name)
+                .arg(map)
+                .arg(textures.size());
+        });
+    };
+    for (const MaterialData& material : materials) {
         auto* data = new InstanceDataCollection(plan, buffer, blocks.offset(result.size()), owner);
         unsigned long long flags = 0;
-        if (material.mapKd >= 0) {
+        if (hasMap(material, material.mapKd)) {
             const auto map = static_cast<size_t>(material.mapKd);
-            data->setTexture(0, textures.at(map));
-            flags |= isTranslucent.at(map) ? DrawFlag::CutOut : 0;
+            data->setTexture(0, textures[map]);
+            flags |= isTranslucent[map] ? DrawFlag::CutOut : 0;
         }
-        if (material.mapKs >= 0) {
-            data->setTexture(1, textures.at(static_cast<size_t>(material.mapKs)));
+        if (hasMap(material, material.mapKs)) {
+            data->setTexture(1, textures[static_cast<size_t>(material.mapKs)]);
         }
         flags |= material.d < 1.0F ? DrawFlag::Transparent : 0;
         flags |= material.doubleSided ? DrawFlag::DoubleSided : 0;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QSharedPointer>
+#include <QString>
 
 #include <vector>
 
@@ -29,12 +30,37 @@ struct GPUMaterial
     unsigned long long flags = 0;
 };
 
+/// What is wrong with a model's data, reported in one line at the end.
+class ModelFaults
+{
+public:
+    ModelFaults() = default;
+    ~ModelFaults();
+    ModelFaults(const ModelFaults&) = delete;
+    ModelFaults& operator=(const ModelFaults&) = delete;
+
+    /// Returns the condition; where it does not hold, `fault` says what is wrong and what is done instead.
+    template<class Fault>
+    bool check(bool condition, const Fault& fault)
+    {
+        if (!condition && m_count++ == 0) {
+            m_first = fault();
+        }
+        return condition;
+    }
+
+private:
+    QString m_first;
+    int m_count = 0;
+};
+
 /// \name Upload
-/// Each creates the GL objects of one part of a model on the current context. Objects returned by plain
-/// pointer, and the textures of materials, belong to `owner`.
+/// Each creates the GL objects of one part of a model on the current context and leaves out what is
+/// incomplete. Objects returned by plain pointer, and the textures of materials, belong to `owner`.
 /// @{
-std::vector<GPUMesh> uploadMeshes(const std::vector<MeshData>& meshes);
-std::vector<GPUMaterial> uploadMaterials(const ModelData& model, QObject* owner);
+std::vector<GPUMesh> uploadMeshes(const std::vector<MeshData>& meshes, ModelFaults& faults);
+/// A default material, for meshes without one, follows those of the model.
+std::vector<GPUMaterial> uploadMaterials(const ModelData& model, ModelFaults& faults, QObject* owner);
 std::vector<InstanceDataCollection*> uploadInstances(const std::vector<InstanceData>& instances,
                                                      QObject* owner);
 /// @}

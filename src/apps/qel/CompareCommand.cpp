@@ -1,13 +1,18 @@
 #include "Commands.h"
 
-#include <algorithm>
+#include <QDir>
+#include <QFileInfo>
+#include <QImageReader>
+#include <QJsonArray>
+#include <QJsonDocument>
+
 #include <cmath>
 #include <limits>
-#include <vector>
 
 #include <Qel/graph/ImageIO.h>
 
 #include "Arguments.h"
+#include "Comparison.h"
 #include "Console.h"
 
 using namespace Qt::StringLiterals;
@@ -16,21 +21,10 @@ namespace Morvane::Qel::App {
 
 namespace {
 
-constexpr size_t numWorstPixels = 5;
-
-struct ChannelDifference
+[[noreturn]] void fail(const QString& line)
 {
-    QString channel;
-    double largest = 0.0;
-    double sum = 0.0;
-};
-
-struct PixelDifference
-{
-    int x;
-    int y;
-    double difference;
-};
+    throw Failure{ExitCode::WrongUse, {line}};
+}
 
 Image load(const QString& path)
 {
@@ -40,101 +34,222 @@ Image load(const QString& path)
         return readImage(path, &error);
     }();
     if (!image) {
-        throw Failure{ExitCode::WrongUse, {error}};
+        fail(error);
     }
     return std::move(*image);
 }
 
-/// Two images of equal size with matched channels, read as doubles.
-class Pair
+/// Everything that the options set.
+struct Settings
 {
-public:
-    /// Throws Failure if the images cannot be compared pixel by pixel.
-    Pair(const QString& pathA, const QString& pathB)
-        : a(load(pathA))
-        , b(load(pathB))
-    {
-        const auto cannot = [&](const QString& cause) {
-            return Failure{
-                ExitCode::ComparisonFailed,
-                {u"%1 (%2) and %3 (%4) differ in %5"_s.arg(pathA, a.summary(), pathB, b.summary(), cause)}};
-        };
-        if (a.width != b.width || a.height != b.height) {
-            throw cannot(u"size"_s);
-        }
-        if (a.numChannels() == 1 && b.numChannels() == 1) {
-            // Single channels match whatever their names: "Z" of depth, "R" of a grey PNG.
-            channels = a.channels;
-            m_indicesA = m_indicesB = {0};
-            return;
-        }
-        channels = a.numChannels() > b.numChannels() ? a.channels : b.channels;
-        for (const QString& channel : channels) {
-            m_indicesA.push_back(static_cast<int>(a.channels.indexOf(channel)));
-            m_indicesB.push_back(static_cast<int>(b.channels.indexOf(channel)));
-            if (channel != QLatin1StringView("A") && (m_indicesA.back() < 0 || m_indicesB.back() < 0)) {
-                throw cannot(u"channels"_s);
-            }
-        }
-    }
-
-    double sampleA(int x, int y, int channel) const { return sample(a, m_indicesA, x, y, channel); }
-    double sampleB(int x, int y, int channel) const { return sample(b, m_indicesB, x, y, channel); }
-
-    /// Returns the absolute difference; infinite if either sample is NaN or infinite, even if both are equal.
-    double difference(int x, int y, int channel) const
-    {
-        const double d = std::abs(sampleA(x, y, channel) - sampleB(x, y, channel));
-        return std::isfinite(d) ? d : std::numeric_limits<double>::infinity();
-    }
-
-    const Image a;
-    const Image b;
-    QStringList channels;
-
-private:
-    /// Returns a sample; 1 for a missing channel, which only alpha can be.
-    static double sample(const Image& image, const std::vector<int>& indices, int x, int y, int channel)
-    {
-        const int index = indices[static_cast<size_t>(channel)];
-        return index < 0 ? 1.0 : image.sample(x, y, index);
-    }
-
-    /// The index of each channel in the images, -1 if it is missing.
-    std::vector<int> m_indicesA;
-    std::vector<int> m_indicesB;
+    ComparisonSettings comparison;
+    double tolerance = 0.0;
+    double gain = 1.0;
+    /// Paths of images, or of folders if folders are compared; empty for none.
+    QString difference;
+    QString flipMap;
+    bool json = false;
 };
 
-/// Returns the absolute differences as an image. With foldAlpha, a colour holds the difference of alpha if
-/// that is larger, and there is no alpha channel, which would make a PNG transparent where the images agree.
-Image differenceImage(const Pair& pair, bool foldAlpha)
+/// Reads the value of an option, from `low` to `high`, which `range` says in words.
+double number(const Arguments& options, const QString& name, double initial, double low, double high,
+              const QString& range)
 {
-    QStringList channels = pair.channels;
-    const auto alpha = static_cast<int>(channels.indexOf(u"A"_s));
-    foldAlpha = foldAlpha && alpha >= 0 && channels.size() > 1;
-    if (foldAlpha) {
-        channels.removeAt(alpha);
+    if (!options.isSet(name)) {
+        return initial;
     }
-    Image image{pair.a.width, pair.a.height, channels, {}};
-    auto& samples = std::get<std::vector<float>>(image.samples);
-    for (int y = 0; y < pair.a.height; ++y) {
-        for (int x = 0; x < pair.a.width; ++x) {
-            for (int c = 0; c < pair.channels.size(); ++c) {
-                if (foldAlpha && c == alpha) {
-                    continue;
-                }
-                const double own = pair.difference(x, y, c);
-                samples.push_back(
-                    static_cast<float>(foldAlpha ? std::max(own, pair.difference(x, y, alpha)) : own));
-            }
-        }
+    bool isNumber = false;
+    const double value = options.value(name).toDouble(&isNumber);
+    if (!isNumber || !(value >= low && value <= high)) {
+        options.fail(u"--%1 %2 is not a number %3"_s.arg(name, options.value(name), range));
     }
-    return image;
+    return value;
 }
 
-QString number(double value)
+Settings settingsOf(const Arguments& options)
 {
-    return QString::number(value, 'g', 9);
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    Settings settings;
+    settings.comparison.withAlpha = options.isSet(u"alpha"_s);
+    settings.comparison.encoding = options.isSet(u"linear"_s) ? ColorEncoding::Linear : ColorEncoding::Srgb;
+    settings.comparison.pixelsPerDegree =
+        number(options, u"pixels-per-degree"_s, defaultPixelsPerDegree, 1.0, 1000.0, u"from 1 to 1000"_s);
+    settings.tolerance = number(options, u"tolerance"_s, 0.0, 0.0, infinity, u">= 0"_s);
+    settings.gain = number(options, u"gain"_s, 1.0, 0.0, 1.0e6, u"from 0 to 1000000"_s);
+    settings.difference = options.value(u"difference"_s);
+    settings.flipMap = options.value(u"flip-map"_s);
+    settings.json = options.isSet(u"json"_s);
+    if (options.isSet(u"gain"_s) && settings.difference.isEmpty()) {
+        options.fail(u"--gain needs --difference"_s);
+    }
+    return settings;
+}
+
+bool isPng(const QString& path)
+{
+    return path.endsWith(QLatin1StringView(".png"), Qt::CaseInsensitive);
+}
+
+void write(const Image& image, const QString& path)
+{
+    QString error;
+    if (!writeImage(image, path, &error)) {
+        fail(error);
+    }
+}
+
+/// Writes the images that the options ask for; empty paths stand for none.
+void writeImages(const Comparison& comparison, const QString& difference, double gain, const QString& flipMap)
+{
+    if (!difference.isEmpty()) {
+        write(comparison.differenceImage(isPng(difference), gain), difference);
+    }
+    if (!flipMap.isEmpty()) {
+        if (!comparison.flipMap()) {
+            fail(u"%1: %2"_s.arg(flipMap, comparison.notes().join(u"; "_s)));
+        }
+        write(isPng(flipMap) ? heatMap(*comparison.flipMap()) : *comparison.flipMap(), flipMap);
+    }
+}
+
+void printJson(QJsonObject object, const Settings& settings, bool accepted)
+{
+    object[u"alpha"_s] = settings.comparison.withAlpha;
+    object[u"encoding"_s] = settings.comparison.encoding == ColorEncoding::Linear ? u"linear"_s : u"srgb"_s;
+    object[u"pixelsPerDegree"_s] = settings.comparison.pixelsPerDegree;
+    object[u"tolerance"_s] = settings.tolerance;
+    object[u"accepted"_s] = accepted;
+    print(QString::fromUtf8(QJsonDocument(object).toJson()));
+}
+
+void printVerdict(double largest, double tolerance)
+{
+    print(largest == 0.0 ? u"the compared channels are equal\n"_s
+                         : u"the largest difference, %1, is %2 the tolerance, %3\n"_s.arg(
+                               scoreText(largest), largest <= tolerance ? u"within"_s : u"above"_s,
+                               scoreText(tolerance)));
+}
+
+ExitCode compareFiles(const QString& pathA, const QString& pathB, const Settings& settings)
+{
+    const Comparison comparison(load(pathA), load(pathB), settings.comparison,
+                                u"%1 and %2"_s.arg(pathA, pathB));
+    writeImages(comparison, settings.difference, settings.gain, settings.flipMap);
+    const double largest = comparison.scores().largest;
+    const bool accepted = largest <= settings.tolerance;
+    if (settings.json) {
+        printJson(comparison.json(), settings, accepted);
+    } else {
+        print(comparison.text(settings.comparison));
+        printVerdict(largest, settings.tolerance);
+    }
+    return accepted ? ExitCode::Done : ExitCode::ComparisonFailed;
+}
+
+/// Returns the names of the images in a folder, in alphabetical order.
+QStringList imageNames(const QString& folder)
+{
+    QStringList wildcards = {u"*.exr"_s};
+    for (const QByteArray& format : QImageReader::supportedImageFormats()) {
+        wildcards << u"*."_s + QString::fromLatin1(format);
+    }
+    return QDir(folder).entryList(wildcards, QDir::Files, QDir::Name);
+}
+
+/// Returns the names of the images that both folders have. Throws Failure if one of them lacks any.
+QStringList pairedNames(const QString& folderA, const QString& folderB)
+{
+    const QStringList namesA = imageNames(folderA);
+    const QStringList namesB = imageNames(folderB);
+    QStringList errors;
+    const auto checkHasAll = [&](const QString& folder, const QStringList& names, QStringList wanted,
+                                 const QString& other) {
+        wanted.removeIf([&](const QString& name) { return names.contains(name); });
+        if (!wanted.isEmpty()) {
+            errors << u"%1: lacks %2 of %3"_s.arg(folder, wanted.join(u", "_s), other);
+        }
+    };
+    checkHasAll(folderB, namesB, namesA, folderA);
+    checkHasAll(folderA, namesA, namesB, folderB);
+    if (namesA.isEmpty() && namesB.isEmpty()) {
+        errors << u"%1 and %2: neither holds an image"_s.arg(folderA, folderB);
+    }
+    if (!errors.isEmpty()) {
+        throw Failure{ExitCode::WrongUse, errors};
+    }
+    return namesA;
+}
+
+/// Returns the path of an image in an output folder, which it creates; empty if there is none.
+QString pathIn(const QString& folder, const QString& name)
+{
+    if (!folder.isEmpty() && !QDir().mkpath(folder)) {
+        fail(u"%1: the folder cannot be created; name another one"_s.arg(folder));
+    }
+    return folder.isEmpty() ? QString() : QDir(folder).filePath(name);
+}
+
+ExitCode compareFolders(const QString& folderA, const QString& folderB, const Settings& settings)
+{
+    const QStringList names = pairedNames(folderA, folderB);
+    qsizetype width = 5;
+    for (const QString& name : names) {
+        width = std::max(width, name.size());
+    }
+    const auto printRow = [&](const QString& name, const QStringList& cells) {
+        QString row = name.leftJustified(width);
+        for (const QString& cell : cells) {
+            row += cell.rightJustified(14);
+        }
+        print(row + u'\n');
+    };
+    const auto printScores = [&](const QString& name, const Scores& scores) {
+        printRow(name, {scoreText(scores.largest), scoreText(scores.mean), scoreText(scores.psnr),
+                        scoreText(scores.ssim), scoreText(scores.flip)});
+    };
+    if (!settings.json) {
+        printRow(u"image"_s, {u"largest"_s, u"mean"_s, u"PSNR dB"_s, u"SSIM"_s, u"FLIP"_s});
+    }
+    std::vector<Scores> all;
+    QStringList channels;
+    QStringList notes;
+    QJsonArray images;
+    for (const QString& name : names) {
+        const QString pathA = QDir(folderA).filePath(name);
+        const QString pathB = QDir(folderB).filePath(name);
+        const Comparison comparison(load(pathA), load(pathB), settings.comparison,
+                                    u"%1 and %2"_s.arg(pathA, pathB));
+        writeImages(comparison, pathIn(settings.difference, name), settings.gain,
+                    pathIn(settings.flipMap, name));
+        all.push_back(comparison.scores());
+        channels << comparison.channels().join(u", "_s);
+        for (const QString& note : comparison.notes()) {
+            notes << u"%1: %2\n"_s.arg(name, note);
+        }
+        if (settings.json) {
+            QJsonObject object = comparison.json();
+            object[u"name"_s] = name;
+            images.append(object);
+        } else {
+            printScores(name, comparison.scores());
+        }
+    }
+    const Scores worst = Scores::worstOf(all);
+    const bool accepted = worst.largest <= settings.tolerance;
+    if (settings.json) {
+        printJson(
+            {{u"images"_s, images}, {u"worst"_s, worst.json()}, {u"mean"_s, Scores::meanOf(all).json()}},
+            settings, accepted);
+    } else {
+        printScores(u"worst"_s, worst);
+        printScores(u"mean"_s, Scores::meanOf(all));
+        channels.removeDuplicates();
+        const Measures measures(channels.join(u" or "_s), settings.comparison);
+        print(u"PSNR %1\nSSIM %2\nFLIP %3\n%4\n%5"_s.arg(measures.psnr, measures.ssim, measures.flip,
+                                                         measures.values, notes.join(QString())));
+        printVerdict(worst.largest, settings.tolerance);
+    }
+    return accepted ? ExitCode::Done : ExitCode::ComparisonFailed;
 }
 
 } // namespace
@@ -144,89 +259,32 @@ ExitCode compare(const QStringList& arguments)
     Arguments options(
         u"compare"_s,
         u"Compares two images, PNG (values from 0 to 1) or EXR. Prints the largest and the mean difference\n"
-        "of each channel, including alpha, and the worst pixels. NaN and infinity always differ.\n"
+        "of each channel, PSNR, SSIM, FLIP and the worst pixels. NaN and infinity always differ.\n"
+        "Folders are compared image by image, paired by file name.\n"
         "Exits with 1 if the largest difference exceeds the tolerance."_s);
-    options.addPositional(u"A"_s, u"an image"_s);
-    options.addPositional(u"B"_s, u"the image to compare it with"_s);
+    options.addPositional(u"A"_s, u"an image or a folder of images"_s);
+    options.addPositional(u"B"_s, u"what to compare it with"_s);
+    options.addOption(u"alpha"_s, {}, u"includes alpha, otherwise left out"_s);
+    options.addOption(u"linear"_s, {},
+                      u"SSIM and FLIP read values as linear light, otherwise as sRGB-encoded"_s);
+    options.addOption(u"pixels-per-degree"_s, u"P"_s,
+                      u"pixels in a degree of the field of view, for FLIP; default 67.0206"_s);
     options.addOption(u"tolerance"_s, u"X"_s, u"largest accepted difference; default 0"_s);
     options.addOption(u"difference"_s, u"FILE"_s, u"writes the absolute differences as an image"_s);
+    options.addOption(u"gain"_s, u"G"_s, u"multiplies the image of the differences; default 1"_s);
+    options.addOption(u"flip-map"_s, u"FILE"_s,
+                      u"writes FLIP's value for each pixel, as a heat map (PNG) or as numbers (EXR)"_s);
+    options.addOption(u"json"_s, {}, u"prints the results as JSON; null stands for infinite or undefined"_s);
     if (!options.parse(arguments)) {
         return ExitCode::Done;
     }
-    double tolerance = 0.0;
-    if (options.isSet(u"tolerance"_s)) {
-        bool isNumber = false;
-        tolerance = options.value(u"tolerance"_s).toDouble(&isNumber);
-        if (!isNumber || !(tolerance >= 0.0)) {
-            options.fail(u"--tolerance %1 is not a number >= 0"_s.arg(options.value(u"tolerance"_s)));
-        }
+    const Settings settings = settingsOf(options);
+    const QString a = options.positional(0);
+    const QString b = options.positional(1);
+    if (QFileInfo(a).isDir() != QFileInfo(b).isDir()) {
+        fail(u"%1 and %2: one is a folder; compare two images or two folders"_s.arg(a, b));
     }
-
-    const Pair pair(options.positional(0), options.positional(1));
-    std::vector<ChannelDifference> differences;
-    for (const QString& channel : pair.channels) {
-        differences.push_back({channel});
-    }
-    std::vector<PixelDifference> worst;
-    double sumOfSquares = 0.0;
-    double largest = 0.0;
-    for (int y = 0; y < pair.a.height; ++y) {
-        for (int x = 0; x < pair.a.width; ++x) {
-            double ofPixel = 0.0;
-            for (int c = 0; c < pair.channels.size(); ++c) {
-                const double d = pair.difference(x, y, c);
-                ChannelDifference& channel = differences[static_cast<size_t>(c)];
-                channel.largest = std::max(channel.largest, d);
-                channel.sum += d;
-                sumOfSquares += d * d;
-                ofPixel = std::max(ofPixel, d);
-            }
-            largest = std::max(largest, ofPixel);
-            if (ofPixel > 0.0 && (worst.size() < numWorstPixels || ofPixel > worst.back().difference)) {
-                const auto position = std::upper_bound(
-                    worst.begin(), worst.end(), ofPixel,
-                    [](double value, const PixelDifference& other) { return value > other.difference; });
-                worst.insert(position, {x, y, ofPixel});
-                worst.resize(std::min(worst.size(), numWorstPixels));
-            }
-        }
-    }
-
-    const double numPixels = static_cast<double>(pair.a.width) * static_cast<double>(pair.a.height);
-    print(u"%1  %2  %3\n"_s.arg(u"channel"_s, -8).arg(u"largest"_s, 14).arg(u"mean"_s, 14));
-    for (const ChannelDifference& channel : differences) {
-        print(u"%1  %2  %3\n"_s.arg(channel.channel, -8)
-                  .arg(number(channel.largest), 14)
-                  .arg(number(channel.sum / numPixels), 14));
-    }
-    if (!pair.a.isInteger() && !pair.b.isInteger()) {
-        const double meanSquare = sumOfSquares / (numPixels * static_cast<double>(pair.channels.size()));
-        print(u"PSNR %1 dB for a peak value of 1\n"_s.arg(number(-10.0 * std::log10(meanSquare))));
-    }
-    for (const PixelDifference& entry : worst) {
-        QStringList valuesA;
-        QStringList valuesB;
-        for (int c = 0; c < pair.channels.size(); ++c) {
-            valuesA << number(pair.sampleA(entry.x, entry.y, c));
-            valuesB << number(pair.sampleB(entry.x, entry.y, c));
-        }
-        print(u"pixel (%1, %2) from the top left: %3 | %4, difference %5\n"_s.arg(entry.x).arg(entry.y).arg(
-            valuesA.join(u' '), valuesB.join(u' '), number(entry.difference)));
-    }
-    const bool accepted = largest <= tolerance;
-    print(largest == 0.0 ? u"the images are equal\n"_s
-                         : u"the largest difference, %1, is %2 the tolerance, %3\n"_s.arg(
-                               number(largest), accepted ? u"within"_s : u"above"_s, number(tolerance)));
-
-    if (options.isSet(u"difference"_s)) {
-        const QString path = options.value(u"difference"_s);
-        QString error;
-        const bool png = path.endsWith(QLatin1StringView(".png"), Qt::CaseInsensitive);
-        if (!writeImage(differenceImage(pair, png), path, &error)) {
-            throw Failure{ExitCode::WrongUse, {error}};
-        }
-    }
-    return accepted ? ExitCode::Done : ExitCode::ComparisonFailed;
+    return QFileInfo(a).isDir() ? compareFolders(a, b, settings) : compareFiles(a, b, settings);
 }
 
 } // namespace Morvane::Qel::App

@@ -3,11 +3,16 @@
 #include <QRegularExpression>
 #include <QStringList>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
+
+#include <Qel/core/Diagnostics.h>
+#include <Qel/core/Text.h>
 
 using namespace Qt::StringLiterals;
 
@@ -18,6 +23,15 @@ namespace {
 bool verboseMessages = false;
 bool progressShown = false;
 QStringList keptReports;
+/// Why the first write to standard output failed.
+QString outputError;
+
+void keepOutputError()
+{
+    if (outputError.isEmpty()) {
+        outputError = QString::fromLocal8Bit(std::strerror(errno));
+    }
+}
 
 void eraseProgress()
 {
@@ -25,6 +39,22 @@ void eraseProgress()
         std::fputs("\r\033[K", stderr);
         progressShown = false;
     }
+}
+
+void writeError(const QString& text)
+{
+    eraseProgress();
+    std::fprintf(stderr, "qel: %s\n", qUtf8Printable(text));
+}
+
+/// Writes a message, which may have several lines.
+void writeMessage(const QString& text)
+{
+    QStringList lines = text.split(u'\n');
+    for (QString& line : lines) {
+        line = printable(line);
+    }
+    writeError(lines.join(u'\n'));
 }
 
 void handleMessage(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text)
@@ -36,10 +66,11 @@ void handleMessage(QtMsgType type, const QMessageLogContext& /*context*/, const 
     if (explainsFrame) {
         keptReports.append(message);
     }
+    const QString place = messagePlace().isEmpty() ? QString() : messagePlace() + u": "_s;
     if (verboseMessages) {
-        printNote(text);
+        writeMessage(place + text);
     } else if (type != QtDebugMsg && !explainsFrame) {
-        printNote(message);
+        writeMessage(place + message);
     }
 }
 
@@ -63,18 +94,22 @@ QString takeReport()
 
 void print(const QString& text)
 {
-    std::fputs(qUtf8Printable(text), stdout);
+    if (std::fputs(qUtf8Printable(text), stdout) < 0) {
+        keepOutputError();
+    }
 }
 
 void printNote(const QString& line)
 {
-    eraseProgress();
-    std::fprintf(stderr, "qel: %s\n", qUtf8Printable(line));
+    writeError(printable(line));
 }
 
-bool flushOutput()
+QString flushOutput()
 {
-    return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+    if (std::fflush(stdout) != 0) {
+        keepOutputError();
+    }
+    return outputError;
 }
 
 QuietErrors::QuietErrors()

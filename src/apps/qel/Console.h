@@ -20,8 +20,8 @@ QString takeReport();
 void print(const QString& text);
 /// Writes a line to standard error, prefixed with "qel: ".
 void printNote(const QString& line);
-/// Flushes standard output. Returns false if any of the output was lost.
-bool flushOutput();
+/// Flushes standard output. Returns why some of the output was lost, or nothing if all was written.
+QString flushOutput();
 
 /// Discards standard error for its lifetime, because image libraries print there what they also return as an
 /// error.

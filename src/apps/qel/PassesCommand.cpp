@@ -42,12 +42,17 @@ void printList(const Descriptions& descriptions)
     for (const PassDescription* pass : descriptions) {
         print(u"%1: %2\n"_s.arg(pass->type, pass->summary));
         for (const InputDescription& input : pass->inputs) {
-            printPort("in", input.name, defaultText(input));
+            printPort("in", input.name, input.isModified ? u"modified in place"_s : defaultText(input));
         }
         for (const OutputDescription& output : pass->outputs) {
             printPort("out", output.name, {});
         }
     }
+}
+
+QString meaningOf(const InputDescription& input)
+{
+    return input.isModified ? input.meaning + u"; modified in place"_s : input.meaning;
 }
 
 /// Returns the options, each followed by the members of its elements, named "option[].member".
@@ -76,7 +81,7 @@ void printDetails(const PassDescription& pass)
     print(u"%1: %2\n"_s.arg(pass.type, pass.summary));
     for (const InputDescription& input : pass.inputs) {
         printPort("in", input.name, defaultText(input));
-        printDetail({}, input.meaning);
+        printDetail({}, meaningOf(input));
         printDetail(u"range: "_s, input.range);
         printDetail(u"when missing: "_s, input.whenMissing);
     }
@@ -105,7 +110,8 @@ void printJson(const Descriptions& descriptions)
         for (const InputDescription& input : pass->inputs) {
             inputs.append(QJsonObject{{u"name"_s, input.name},
                                       {u"type"_s, PortName::parse(input.name).type},
-                                      {u"default"_s, jsonFromValue(input.defaultValue)}});
+                                      {u"default"_s, jsonFromValue(input.defaultValue)},
+                                      {u"isModified"_s, input.isModified}});
         }
         QJsonArray outputs;
         for (const OutputDescription& output : pass->outputs) {
@@ -146,8 +152,8 @@ void printMarkdown(const Descriptions& descriptions)
             text +=
                 heading({u"input"_s, u"type"_s, u"default"_s, u"meaning"_s, u"range"_s, u"when missing"_s});
             for (const InputDescription& input : pass->inputs) {
-                text += row({input.name, PortName::parse(input.name).type, defaultText(input), input.meaning,
-                             input.range, input.whenMissing},
+                text += row({input.name, PortName::parse(input.name).type, defaultText(input),
+                             meaningOf(input), input.range, input.whenMissing},
                             3);
             }
         }

@@ -4,12 +4,13 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
-#include <QSaveFile>
 
 #include <Qel/core/MetaTypes.h>
 #include <Qel/core/PassDescription.h>
+#include <Qel/gl/ShaderProgram.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/graph/ImageIO.h>
+#include <Qel/graph/OutputFile.h>
 #include <Qel/graph/RenderGraph.h>
 
 #include "Arguments.h"
@@ -22,6 +23,8 @@ using namespace Qt::StringLiterals;
 namespace Morvane::Qel::App {
 
 namespace {
+
+constexpr int numProfiledFrames = 32;
 
 [[noreturn]] void fail(const QString& line)
 {
@@ -112,12 +115,18 @@ Image outputImage(const RenderGraph& graph, const GraphDescription& description)
     return std::move(images.front());
 }
 
+QDir makeFolder(const QString& path)
+{
+    QDir folder(path);
+    if (!folder.mkpath(u"."_s)) {
+        fail(u"%1: the folder cannot be created; name another one"_s.arg(path));
+    }
+    return folder;
+}
+
 void dump(const RenderGraph& graph, const QString& folderPath)
 {
-    const QDir folder(folderPath);
-    if (!folder.mkpath(u"."_s)) {
-        fail(u"%1: the folder cannot be created; name another one"_s.arg(folderPath));
-    }
+    const QDir folder = makeFolder(folderPath);
     QJsonObject otherValues;
     for (const RenderGraph::Output& output : graph.outputs()) {
         const QString name = u"%1.%2"_s.arg(output.pass, PortName::parse(output.port).name);
@@ -132,11 +141,11 @@ void dump(const RenderGraph& graph, const QString& folderPath)
             write(images[layer], folder.filePath(name + number + u".exr"_s));
         }
     }
-    QSaveFile file(folder.filePath(u"outputs.json"_s));
-    if (!file.open(QIODevice::WriteOnly) || file.write(QJsonDocument(otherValues).toJson()) < 0 ||
-        !file.commit()) {
-        fail(u"%1: cannot be written: %2; check permissions and free space"_s.arg(file.fileName(),
-                                                                                  file.errorString()));
+    OutputFile file(folder.filePath(u"outputs.json"_s));
+    QString error;
+    // A short write also makes the commit fail.
+    if (!file.open(&error) || file.write(QJsonDocument(otherValues).toJson()) < 0 || !file.commit(&error)) {
+        fail(error);
     }
     for (const PlannedPass& pass : graph.plan().passes) {
         if (!pass.cullReason.isEmpty()) {
@@ -159,7 +168,13 @@ ExitCode render(const QStringList& arguments)
         u"output"_s, u"FILE"_s,
         u"writes the last frame as PNG or EXR; with a name such as frame%04d.png every frame, from 0"_s);
     options.addOption(u"dump"_s, u"DIR"_s, u"writes every output of every pass of the last frame"_s);
-    options.addOption(u"profile"_s, {}, u"prints the GPU and CPU time of each pass"_s);
+    options.addOption(u"shaders"_s, u"DIR"_s, u"writes the GLSL of every program as the driver gets it"_s);
+    options.addOption(
+        u"profile"_s, {},
+        u"prints the GPU and CPU time of each pass in N frames (default %1) after %2 more to warm "
+        "up; the images stay the same"_s.arg(numProfiledFrames)
+            .arg(Profiler::numWarmUpFrames));
+    options.addOption(u"json"_s, {}, u"prints the times of --profile as JSON"_s);
     addDeviceOption(options);
     if (!options.parse(arguments)) {
         return ExitCode::Done;
@@ -169,6 +184,11 @@ ExitCode render(const QStringList& arguments)
     const bool hasFrames = options.isSet(u"frames"_s);
     const QString frames = options.value(u"frames"_s);
     const int numFrames = hasFrames ? wholeNumber(options, frames, u"--frames %1"_s.arg(frames)) : 1;
+    const bool hasProfile = options.isSet(u"profile"_s);
+    const bool hasJson = options.isSet(u"json"_s);
+    if (hasJson && !hasProfile) {
+        options.fail(u"--json needs --profile"_s);
+    }
     const OutputFiles files(options, options.value(u"output"_s));
     const HeadlessContext::Device wanted = device(options);
 
@@ -191,29 +211,38 @@ ExitCode render(const QStringList& arguments)
     }
 
     const std::unique_ptr<HeadlessContext> context = makeContext(wanted);
+    if (options.isSet(u"shaders"_s)) {
+        makeFolder(options.value(u"shaders"_s));
+        ShaderProgram::writeSourcesTo(options.value(u"shaders"_s));
+    }
     RenderGraph::Options graphOptions;
-    graphOptions.profile = options.isSet(u"profile"_s);
+    graphOptions.profile = hasProfile;
     graphOptions.keepOutputs = hasDump;
     const std::unique_ptr<RenderGraph> graph = makeGraph(plan, graphOptions);
     resizeScreen(*context, graph->viewport());
 
+    // Frames that only the profile needs come last, so that the images do not depend on it.
+    const int numRendered =
+        hasProfile ? (hasFrames ? numFrames : numProfiledFrames) + Profiler::numWarmUpFrames : numFrames;
     {
-        Progress progress(u"frame"_s, numFrames);
-        for (int frame = 0; frame < numFrames; ++frame) {
+        Progress progress(u"frame"_s, numRendered);
+        for (int frame = 0; frame < numRendered; ++frame) {
             renderFrame(*graph);
-            if (hasOutput && (files.isNumbered() || frame == numFrames - 1)) {
+            const bool isLast = frame == numFrames - 1;
+            if (hasOutput && (isLast || (files.isNumbered() && frame < numFrames))) {
                 write(outputImage(*graph, description), files.name(frame));
+            }
+            if (hasDump && isLast) {
+                dump(*graph, options.value(u"dump"_s));
             }
             progress.update(frame + 1);
         }
     }
-    if (hasDump) {
-        dump(*graph, options.value(u"dump"_s));
+    if (hasProfile) {
+        const Profiler::Report report = graph->profile();
+        print(hasJson ? QString::fromUtf8(QJsonDocument(report.json()).toJson()) : report.table());
     }
-    if (graphOptions.profile) {
-        print(Profiler::table(graph->profile()));
-    }
-    if (!hasOutput && !hasDump && !hasFrames && !graphOptions.profile) {
+    if (!hasOutput && !hasDump && !hasFrames && !hasProfile && !options.isSet(u"shaders"_s)) {
         printNote(u"nothing is written; name a file with --output"_s);
     }
     return ExitCode::Done;

@@ -9,6 +9,15 @@ using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel::App {
 
+namespace {
+
+QString withRemedy(const QString& error)
+{
+    return error.contains(QLatin1StringView("OUT_OF_MEMORY")) ? error + u"; choose a smaller size"_s : error;
+}
+
+} // namespace
+
 void addDeviceOption(Arguments& options)
 {
     options.addOption(u"device"_s, u"auto|gpu|software"_s,
@@ -58,7 +67,9 @@ void renderFrame(RenderGraph& graph)
     QString error;
     if (!graph.renderFrame(&error)) {
         const QString cause = takeReport();
-        throw Failure{ExitCode::WrongUse, {cause.isEmpty() ? error : u"%1: %2"_s.arg(error, cause)}};
+        // The error of the graph itself has the driver's text.
+        const bool adds = !cause.isEmpty() && !cause.startsWith(QLatin1StringView("OpenGL"));
+        throw Failure{ExitCode::WrongUse, {withRemedy(adds ? u"%1: %2"_s.arg(error, cause) : error)}};
     }
     checkReports();
 }
@@ -67,11 +78,7 @@ void checkReports()
 {
     const QString cause = takeReport();
     if (!cause.isEmpty()) {
-        throw Failure{
-            ExitCode::WrongUse,
-            {u"the image cannot be rendered: %1%2"_s.arg(
-                cause, cause.contains(QLatin1StringView("OUT_OF_MEMORY")) ? u"; choose a smaller size"_s
-                                                                          : QString())}};
+        throw Failure{ExitCode::WrongUse, {withRemedy(u"the image cannot be rendered: "_s + cause)}};
     }
 }
 

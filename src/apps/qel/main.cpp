@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <array>
+#include <csignal>
 #include <new>
+
+#include <Qel/graph/OutputFile.h>
 
 #include "Commands.h"
 #include "Console.h"
@@ -26,7 +29,7 @@ constexpr std::array commands = {
     Command{"render", "renders a graph and writes its image", render},
     Command{"passes", "lists the passes with their ports", passes},
     Command{"graph", "checks a graph and prints its passes in execution order, or draws it", graph},
-    Command{"compare", "compares two images", compare},
+    Command{"compare", "compares two images, or the images of two folders", compare},
     Command{"info", "prints the GL driver, its limits and extensions", info},
 };
 
@@ -40,7 +43,25 @@ QString help()
     }
     return text + u"\nqel COMMAND --help prints the options; qel --version prints the version.\n"
                   "Exit codes: 0 success, 1 images differ, 2 invalid arguments, graph or file,\n"
-                  "3 no usable OpenGL.\n"_s;
+                  "3 no usable OpenGL. SIGINT, SIGTERM and SIGXFSZ remove unfinished files and then end the\n"
+                  "program as they do by default; a shell reports 128 plus the number of the signal.\n"_s;
+}
+
+void endBySignal(int number)
+{
+    OutputFile::removeUnfinished();
+    std::signal(number, SIG_DFL);
+    std::raise(number);
+}
+
+void installSignalHandlers()
+{
+    for (const int number : {SIGINT, SIGTERM, SIGXFSZ}) {
+        // What the caller ignores stays ignored, such as SIGINT in the background.
+        if (std::signal(number, endBySignal) == SIG_IGN) {
+            std::signal(number, SIG_IGN);
+        }
+    }
 }
 
 ExitCode run(const QStringList& arguments)
@@ -73,6 +94,7 @@ int main(int argc, char* argv[])
 {
     using namespace Morvane::Qel::App;
     const QCoreApplication application(argc, argv);
+    installSignalHandlers();
     installMessageHandler(false);
     // These messages about image files do not name the file.
     QLoggingCategory::setFilterRules(u"qt.gui.imageio.*=false"_s);
@@ -80,8 +102,8 @@ int main(int argc, char* argv[])
     QImageReader::setAllocationLimit(0);
     try {
         const ExitCode exitCode = run(QCoreApplication::arguments().sliced(1));
-        if (!flushOutput()) {
-            throw Failure{ExitCode::WrongUse, {u"cannot write to standard output"_s}};
+        if (const QString error = flushOutput(); !error.isEmpty()) {
+            throw Failure{ExitCode::WrongUse, {u"cannot write to standard output: "_s + error}};
         }
         return static_cast<int>(exitCode);
     } catch (const Failure& failure) {

@@ -300,10 +300,12 @@ void BlendRenderPass::start(RenderCallbacks* /*callbacks*/)
     glClear(GL_COLOR_BUFFER_BIT);
 
     const AutoBinder programBinder(m_program.get());
-    const BoundSampler source(*m_program, m_samplerA, orTransparent(frameA, m_transparentTexture),
-                              Sampling::Own);
-    const BoundSampler destination(*m_program, m_samplerB, orTransparent(frameB, m_transparentTexture),
-                                   Sampling::Own);
+    frameA = orTransparent(frameA, m_transparentTexture);
+    frameB = orTransparent(frameB, m_transparentTexture);
+    const BoundSampler source(*m_program, m_samplerA, frameA,
+                              texelSampling(*frameA, viewport.size(), Sampling::Own));
+    const BoundSampler destination(*m_program, m_samplerB, frameB,
+                                   texelSampling(*frameB, viewport.size(), Sampling::Own));
     m_program->setUniform(m_blendMode, static_cast<int>(m_mode));
     drawBatch(m_fullScreenBatch);
     m_outputs[Frame].value = target.publish(m_outputs[Frame].users);

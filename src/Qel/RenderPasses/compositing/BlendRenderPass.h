@@ -21,9 +21,10 @@ class Texture;
 /// this library's own.
 ///
 /// Reads and writes premultiplied RGBA. The output is a pooled texture (RGBA16F) of the viewport's size; its
-/// consumers own its references. Both inputs are stretched over it and sampled with the filters that are set
-/// on them. Nothing is clamped: a sum may exceed 1. Where an operator divides by an alpha of 0 (ColorDodge,
-/// ColorBurn and SoftLight over a transparent destination) the result is undefined.
+/// consumers own its references. Inputs of its size are read texel by texel; others are stretched over it and
+/// sampled with the filters that are set on them. Nothing is clamped: a sum may exceed 1. Where an operator
+/// divides by an alpha of 0 (ColorDodge, ColorBurn and SoftLight over a transparent destination) the result
+/// is undefined.
 ///
 /// A viewport whose origin is not (0, 0) shifts the drawing within the output; pixels outside it get the
 /// current clear colour. GL state: leaves depth test and blending disabled.

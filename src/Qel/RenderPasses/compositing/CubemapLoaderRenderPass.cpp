@@ -1,5 +1,6 @@
 #include <Qel/RenderPasses/compositing/CubemapLoaderRenderPass.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include <epoxy/gl.h>
@@ -18,7 +19,8 @@ namespace {
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/CubemapLoaderRenderPass";
 
-void uploadFace(Texture& cubemap, unsigned int face, const QImage& image)
+/// `internalFormat` is that of all faces; other values than the image's own are converted by GL.
+void uploadFace(Texture& cubemap, unsigned int face, const QImage& image, unsigned int internalFormat)
 {
     const QSharedPointer<BufferObject> buffer = OpenGLDeviceContext::current()->pixelTransferBuffer();
     buffer->setTarget(GL_PIXEL_UNPACK_BUFFER);
@@ -30,7 +32,9 @@ void uploadFace(Texture& cubemap, unsigned int face, const QImage& image)
     }
     checkGLError(sourceFile, 168);
     // With a pixel-unpack buffer bound, the null pointer is offset 0 in it.
-    cubemap.setFaceImage(face, 0, GL_RGBA, image.width(), image.height(), GL_BGRA, GL_UNSIGNED_BYTE, nullptr);
+    const TexelFormat format = texelFormat(image);
+    cubemap.setFaceImage(face, 0, internalFormat, image.width(), image.height(), format.format, format.type,
+                         nullptr);
     checkGLError(sourceFile, 176);
 }
 
@@ -51,7 +55,9 @@ const PassDescription& CubemapLoaderRenderPass::description()
                    face(u"PosZ"_s, u"+z (back)"_s), face(u"NegZ"_s, u"-z (front)"_s)},
         .outputs = {{.name = u"Qel_QelTexture*_Cubemap"_s,
                      .meaning = u"the cube map, with straight alpha and the colour encoding of the files; "
-                                "RGBA8, owned by the pass"_s}}};
+                                "RGBA8, owned by the pass. With an EXR or HDR file among them: the values "
+                                "of the files, RGBA16F, or RGBA32F if 16 bits cannot hold all values of "
+                                "one of them exactly"_s}}};
     return description;
 }
 
@@ -97,9 +103,11 @@ std::unique_ptr<Texture> CubemapLoaderRenderPass::build(const Paths& paths) cons
     const AutoBinder binder(cubemap.get());
     cubemap->setFilter(GL_LINEAR, GL_LINEAR);
     cubemap->setWrap(GL_CLAMP_TO_EDGE);
+    std::array<QImage, 6> images;
     for (size_t i = 0; i < paths.size(); ++i) {
         QString problem;
-        QImage image = loadImage(paths[i], limit, &problem);
+        QImage& image = images[i];
+        image = loadImage(paths[i], limit, &problem);
         if (image.isNull()) {
             if (paths[i] != m_paths[i]) {
                 logNotice(sourceFile, __LINE__,
@@ -108,7 +116,13 @@ std::unique_ptr<Texture> CubemapLoaderRenderPass::build(const Paths& paths) cons
             }
             image = makeTexel(Qt::transparent);
         }
-        uploadFace(*cubemap, GL_TEXTURE_CUBE_MAP_POSITIVE_X + static_cast<unsigned int>(i), image);
+    }
+    // All faces get the widest of their formats: a cube map has only one.
+    const QImage& widest = *std::max_element(
+        images.begin(), images.end(), [](const QImage& a, const QImage& b) { return a.depth() < b.depth(); });
+    for (unsigned int i = 0; i < images.size(); ++i) {
+        uploadFace(*cubemap, GL_TEXTURE_CUBE_MAP_POSITIVE_X + i, images[i],
+                   texelFormat(widest).internalFormat);
     }
     cubemap->generateMipmap();
     checkGLError(sourceFile, 185);

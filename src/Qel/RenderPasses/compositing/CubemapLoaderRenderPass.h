@@ -16,9 +16,10 @@ class Texture;
 /// Loads six image files into a mipmapped cube map. Keeps every cube map that it has loaded, so that
 /// returning to an earlier set of files reads nothing.
 ///
-/// Reads every format that Qt reads. Writes GL_RGBA faces (8 bits per channel, straight alpha, values as in
-/// the file), top row first as GL's cube maps expect, with linear filters and clamped to the edge. The cube
-/// maps are owned by the pass and deleted with it.
+/// Reads every format that Qt reads into GL_RGBA faces (8 bits per channel, straight alpha, values as in the
+/// file). OpenEXR and Radiance HDR files, read as by TextureLoaderRenderPass, make all faces GL_RGBA16F or
+/// GL_RGBA32F. Faces are written top row first as GL's cube maps expect, with linear filters and clamped to
+/// the edge. The cube maps are owned by the pass and deleted with it.
 ///
 /// If a file cannot be read, or its image is larger than the driver allows, the face is one transparent black
 /// texel; an informational message says why, unless the face's path is the same as before. Faces must be

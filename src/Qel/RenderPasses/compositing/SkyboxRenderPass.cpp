@@ -8,6 +8,8 @@
 
 #include <Qel/RenderPasses/framework/CommonPorts.h>
 #include <Qel/RenderPasses/framework/PassFrame.h>
+#include <Qel/core/Diagnostics.h>
+#include <Qel/gl/Formats.h>
 #include <Qel/gl/GLErrors.h>
 
 using namespace Qt::StringLiterals;
@@ -86,12 +88,14 @@ const PassDescription& SkyboxRenderPass::description()
                     .whenMissing = u"without a cube map either, the frame is published unchanged"_s},
                    {.name = u"Qel_QelTexture*_Frame"_s,
                     .meaning = u"the colour texture to draw into"_s,
-                    .whenMissing = u"a pooled texture, RGBA16F, cleared to opaque black"_s},
+                    .whenMissing = u"a pooled texture, RGBA16F, cleared to opaque black"_s,
+                    .isModified = true},
                    {.name = u"Qel_QelTexture*_Depth"_s,
                     .meaning =
                         u"depth-stencil texture of the frame, with a stencil other than 0 where the scene "
-                        "was drawn"_s,
-                    .whenMissing = u"the whole frame is background"_s}},
+                        "was drawn; without a stencil, the environment replaces the whole frame"_s,
+                    .whenMissing = u"the whole frame is background"_s,
+                    .isDepth = true}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning =
                          u"the input frame, or the new one, with the environment drawn into it; colour "
@@ -141,6 +145,9 @@ void SkyboxRenderPass::start(RenderCallbacks* callbacks)
     auto* frame = getInputPointer<Texture>(InputFrame);
     auto* depth = getInputPointer<Texture>(Depth);
     const InputReferences inputs(cubemap, latLongMap, frame, depth);
+    if (cubemap || latLongMap) {
+        depth = usableDepth(depth);
+    }
     const PooledTexture newFrame = frame ? PooledTexture() : PooledTexture(TextureFormat::RGBA16F, size);
     const PooledTexture newDepth =
         depth ? PooledTexture() : PooledTexture(TextureFormat::Depth24Stencil8, size);
@@ -181,6 +188,25 @@ void SkyboxRenderPass::teardown(RenderCallbacks* /*callbacks*/)
     m_cubeProgram.reset();
     m_latLongProgram.reset();
     m_fullScreenBatch.reset();
+}
+
+/// Null for a colour texture, which cannot be attached as depth. Reports a texture without stencil, once.
+Texture* SkyboxRenderPass::usableDepth(Texture* depth)
+{
+    // 0 for a texture whose format is not known.
+    const unsigned int format = depth ? formatFromInternalFormat(depth->internalFormat()) : 0;
+    if (format == 0 || format == GL_DEPTH_STENCIL) {
+        return depth;
+    }
+    if (!m_hasReportedDepth) {
+        logNotice(sourceFile, __LINE__,
+                  u"SkyboxRenderPass: the depth texture, %1, has no stencil, so the environment replaces the "
+                  "whole frame; connect a depth-stencil texture whose stencil is not 0 where the scene was "
+                  "drawn, or draw the environment into a frame of its own and blend the scene over it"_s.arg(
+                      internalFormatName(depth->internalFormat())));
+        m_hasReportedDepth = true;
+    }
+    return format == GL_DEPTH_COMPONENT ? depth : nullptr;
 }
 
 void SkyboxRenderPass::clearNewTargets(bool newFrame, bool newDepth)

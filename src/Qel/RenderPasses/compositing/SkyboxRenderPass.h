@@ -52,7 +52,8 @@ public:
         LatLongMap,
         /// Colour texture, drawn into.
         InputFrame,
-        /// Depth-stencil texture of the frame's size.
+        /// Depth-stencil texture of the frame's size. Without a stencil, the environment replaces the whole
+        /// frame, and a notice says so once; a colour texture counts as missing.
         Depth
     };
     enum OutputPort
@@ -71,6 +72,7 @@ public:
     void teardown(RenderCallbacks* callbacks) override;
 
 private:
+    Texture* usableDepth(Texture* depth);
     void clearNewTargets(bool newFrame, bool newDepth);
     void drawEnvironment(ShaderProgram& program, Texture* environment, Sampling sampling);
 
@@ -80,6 +82,7 @@ private:
     QSharedPointer<DrawBuffers> m_fullScreenBatch;
     int m_width = 0;
     int m_height = 0;
+    bool m_hasReportedDepth = false;
     Uniform m_envTexture{"u_EnvTexture"};
     Uniform m_invCameraMatrix{"u_InvCameraMatrix"};
     Uniform m_ndcCoordToDirection{"u_NDCCoordToDirection"};

@@ -14,6 +14,14 @@ namespace {
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/TextureLoaderRenderPass";
 
+int glWrapMode(TextureLoaderRenderPass::WrapMode mode)
+{
+    using WrapMode = TextureLoaderRenderPass::WrapMode;
+    return mode == WrapMode::Clamp    ? GL_CLAMP_TO_EDGE
+           : mode == WrapMode::Mirror ? GL_MIRRORED_REPEAT
+                                      : GL_REPEAT;
+}
+
 } // namespace
 
 const PassDescription& TextureLoaderRenderPass::description()
@@ -28,7 +36,14 @@ const PassDescription& TextureLoaderRenderPass::description()
         .outputs = {{.name = u"Qel_QelTexture*_Texture"_s,
                      .meaning =
                          u"the image, bottom row first, with straight alpha and the colour encoding of "
-                         "the file; RGBA8, read-only, owned by the pass"_s}}};
+                         "the file; RGBA8, read-only, owned by the pass. EXR and HDR files: their own "
+                         "values, linear and with premultiplied alpha; RGBA16F, or RGBA32F if 16 bits "
+                         "cannot hold all values exactly"_s}},
+        .options = {{.name = u"wrap"_s,
+                     .meaning = u"what texture coordinates outside of 0 to 1 read; has no effect in passes "
+                                "that set their own wrap mode, such as ShaderRenderPass, which clamps"_s,
+                     .defaultValue = u"repeat"_s,
+                     .choices = {u"repeat"_s, u"clamp"_s, u"mirror"_s}}}};
     return description;
 }
 
@@ -39,9 +54,15 @@ TextureLoaderRenderPass::TextureLoaderRenderPass()
 
 TextureLoaderRenderPass::~TextureLoaderRenderPass() = default;
 
+void TextureLoaderRenderPass::setWrapMode(WrapMode mode)
+{
+    m_wrapMode = mode;
+}
+
 void TextureLoaderRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
     Texture& texture = provide(m_texture);
+    texture.setWrap(glWrapMode(m_wrapMode));
     const QString path = m_inputs[TexturePath].value.toString();
     if (path != m_path) {
         load(texture, path);
@@ -60,7 +81,8 @@ void TextureLoaderRenderPass::load(Texture& texture, const QString& path)
     } else {
         image = image.mirrored(false, true);
     }
-    texture.setImage2D(0, GL_RGBA, image.width(), image.height(), GL_BGRA, GL_UNSIGNED_BYTE,
+    const TexelFormat format = texelFormat(image);
+    texture.setImage2D(0, format.internalFormat, image.width(), image.height(), format.format, format.type,
                        image.constBits());
     texture.generateMipmap();
     texture.setReadOnly();

@@ -115,6 +115,7 @@ void TextureToScreenRenderPass::blit(int width, int height, Texture& texture)
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     context->bindFramebuffer(GL_READ_FRAMEBUFFER, provide(m_readFramebuffer).getFBO());
     glFramebufferTexture(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, texture.textureID(), 0);
+    glReadBuffer(GL_COLOR_ATTACHMENT0);
     context->bindFramebuffer(GL_DRAW_FRAMEBUFFER, 0);
     glBlitFramebuffer(0, 0, width, height, 0, 0, width, height, GL_COLOR_BUFFER_BIT, GL_NEAREST);
     glFramebufferTexture(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, 0, 0);

@@ -33,6 +33,14 @@ void addModelFragmentShaders(ShaderProgram* program, const QString& source)
     program->addShaderFromFile(GL_FRAGMENT_SHADER, u"QelUtilities.glslc"_s);
 }
 
+void addModelAccessors(ShaderProgram& program, unsigned int stage)
+{
+    program.addShader(stage, planSource(u"InstanceInfo"_s), {});
+    program.addShader(stage, planSource(u"OBJMaterial"_s), {});
+    program.addShaderFromFile(stage, u"TextureManager.glslc"_s);
+    program.addShaderFromFile(stage, u"QelUtilities.glslc"_s);
+}
+
 void buildModelProgram(ShaderProgram& program, const QStringList& outputs, const QString& vertexSource,
                        const QString& fragmentSource)
 {

@@ -20,6 +20,10 @@ QEL_RENDERPASSES_EXPORT void addModelVertexShaders(ShaderProgram* program, const
 /// TextureManager.glslc and QelUtilities.glslc.
 QEL_RENDERPASSES_EXPORT void addModelFragmentShaders(ShaderProgram* program, const QString& source);
 
+/// Adds to a stage the definitions of the accessors of "InstanceInfo" and "OBJMaterial", TextureManager.glslc
+/// and QelUtilities.glslc.
+QEL_RENDERPASSES_EXPORT void addModelAccessors(ShaderProgram& program, unsigned int stage);
+
 /// Builds a program from both stages and binds fragment output i of `outputs` to draw buffer i. The program
 /// logs its build errors; drawing with it then has no effect.
 QEL_RENDERPASSES_EXPORT void buildModelProgram(ShaderProgram& program, const QStringList& outputs,

@@ -53,21 +53,24 @@ bool isMipmapped(Texture& texture)
 void replaceTarget(FramebufferObject& framebuffer, const QSize& size, const TargetDescription& target)
 {
     deleteTarget(&framebuffer, target.attachment);
-    framebuffer.attach(makeTarget(size, target.internalFormat, target.format, target.type), target.attachment,
-                       0);
+    Texture* texture = makeTarget(size, target.internalFormat, target.format, target.type);
+    ResourceScope::leave(texture);
+    framebuffer.attach(texture, target.attachment, 0);
 }
 
 } // namespace
 
 Texture* makeTarget(const QSize& size, unsigned int internalFormat, unsigned int format, unsigned int type)
 {
-    const int limit = OpenGLDeviceContext::current()->maxTextureSize();
+    const OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    const int limit = context->maxTextureSize();
     QSize allocated = size.expandedTo(QSize(0, 0));
     if (std::max(size.width(), size.height()) > limit) {
         logCritical(__FILE__, __LINE__,
-                    u"a target of %1x%2 is over the driver's limit of %3; 1x1 is used"_s.arg(size.width())
-                        .arg(size.height())
-                        .arg(limit));
+                    context->prefixed(
+                        u"a target of %1x%2 is over the driver's limit of %3; 1x1 is used"_s.arg(size.width())
+                            .arg(size.height())
+                            .arg(limit)));
         allocated = QSize(1, 1);
     }
     auto* texture = new Texture;
@@ -145,22 +148,29 @@ QVariant publishTexture(Texture* texture, int users)
 
 PooledTexture::PooledTexture(TextureFormat format, const QSize& size)
     : m_texture(TextureManager::Instance()->tempTexture(format, size.width(), size.height(), -1))
+    , m_context(ContextReference::toCurrent())
 {
 }
 
 PooledTexture::~PooledTexture()
 {
-    TextureManager::Instance()->releaseTempTextureRef(m_texture, 1);
+    if (m_texture) {
+        // The pool, and the texture with it, may be gone, or belong to another context than the current one.
+        m_context.whenCurrent(
+            [texture = m_texture] { TextureManager::Instance()->releaseTempTextureRef(texture, 1); });
+    }
 }
 
 PooledTexture::PooledTexture(PooledTexture&& other) noexcept
     : m_texture(std::exchange(other.m_texture, nullptr))
+    , m_context(std::move(other.m_context))
 {
 }
 
 PooledTexture& PooledTexture::operator=(PooledTexture&& other) noexcept
 {
     std::swap(m_texture, other.m_texture);
+    std::swap(m_context, other.m_context);
     return *this;
 }
 
@@ -196,13 +206,16 @@ AttachedDepth::~AttachedDepth()
     m_framebuffer.detach(GL_DEPTH_STENCIL_ATTACHMENT);
 }
 
+Sampling texelSampling(const Texture& input, const QSize& viewport, Sampling resized)
+{
+    return input.size() == viewport ? Sampling::Nearest : resized;
+}
+
 BoundSampler::BoundSampler(ShaderProgram& program, Uniform& sampler, Texture* texture, Sampling sampling)
     : m_texture(texture)
 {
-    // Units are assigned in ascending order, so the last one stays empty.
-    constexpr int emptyUnit = BindingRecord::numUnits - 1;
     if (!texture) {
-        program.setUniform(sampler, emptyUnit);
+        program.setUniform(sampler, BindingRecord::emptyUnit);
         return;
     }
     texture->bind();

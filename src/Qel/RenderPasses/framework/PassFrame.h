@@ -19,7 +19,9 @@
 #include <Qel/gl/DrawBuffers.h>
 #include <Qel/gl/FramebufferObject.h>
 #include <Qel/gl/Guards.h>
+#include <Qel/gl/ContextReference.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/ResourceScope.h>
 #include <Qel/gl/ShaderProgram.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
@@ -30,7 +32,7 @@ namespace Morvane::Qel {
 
 /// \name Objects created on first use
 /// A pass keeps its GL objects in members: a std::unique_ptr if it owns the object, a plain pointer if it
-/// deliberately never deletes it.
+/// deliberately never deletes it. What a pass never deletes is deleted with its graph (ResourceScope).
 /// @{
 
 /// Returns the object that a member owns, creating it if the member is null.
@@ -43,12 +45,13 @@ Object& provide(std::unique_ptr<Object>& member)
     return *member;
 }
 
-/// Returns the object that a member points to, creating it if the member is null. It is never deleted.
+/// Returns the object that a member points to, creating it if the member is null. The pass never deletes it.
 template<class Object>
 Object& provide(Object*& member)
 {
     if (!member) {
         member = new Object(nullptr);
+        ResourceScope::leave(member);
     }
     return *member;
 }
@@ -94,7 +97,7 @@ enum class EmptyViewport
 };
 
 /// Replaces attachments of a framebuffer with new textures of this size (see makeTarget) and deletes the old
-/// ones.
+/// ones. The pass deletes the last ones (deleteTarget) or leaves them to its graph.
 QEL_RENDERPASSES_EXPORT void replaceTargets(FramebufferObject& framebuffer, const QSize& size,
                                             std::initializer_list<TargetDescription> targets);
 
@@ -162,6 +165,7 @@ public:
 
 private:
     Texture* m_texture = nullptr;
+    ContextReference m_context;
 };
 
 /// Binds a framebuffer with a texture at GL_COLOR_ATTACHMENT0 for its lifetime, selects the draw buffers and
@@ -259,6 +263,11 @@ enum class Sampling
     /// repeated horizontally and clamped vertically.
     LatLong,
 };
+
+/// Returns how to read an input once for every pixel of a viewport: `Nearest` if it has the viewport's size,
+/// so that each pixel gets exactly its texel, else `resized`. Filters do not give the texel itself: texture
+/// coordinates are rounded, and some 1e-4 of the neighbouring texels gets in.
+QEL_RENDERPASSES_EXPORT Sampling texelSampling(const Texture& input, const QSize& viewport, Sampling resized);
 
 /// Binds a texture for its lifetime with the filters and wrap modes that the pass needs, and sets a sampler
 /// uniform to its unit. The destructor restores the texture's own parameters, so that no pass affects how

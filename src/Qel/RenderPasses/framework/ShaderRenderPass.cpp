@@ -1,10 +1,15 @@
 #include <Qel/RenderPasses/framework/ShaderRenderPass.h>
 
 #include <QMatrix4x4>
+#include <QRegularExpression>
 
 #include <epoxy/gl.h>
 
+#include <Qel/RenderPasses/framework/ModelPrograms.h>
 #include <Qel/RenderPasses/framework/PassFrame.h>
+#include <Qel/RenderPasses/framework/ShaderPortCheck.h>
+#include <Qel/core/Diagnostics.h>
+#include <Qel/model/GPUModel.h>
 
 using namespace Qt::StringLiterals;
 
@@ -14,6 +19,7 @@ namespace {
 
 const QString texturePrefix = u"Qel_QelTexture*_"_s;
 const QString geometryPrefix = u"Qel_QelDrawBuffers*_"_s;
+const QString modelPrefix = u"Qel_QelGPUModel*_"_s;
 
 // Deliberate: the output's name is not one of the "o_" names that are bound to draw buffers. As the only
 // output it goes to draw buffer 0 anyway.
@@ -37,8 +43,8 @@ const PassDescription& ShaderRenderPass::description()
     };
     static const PassDescription description{
         .type = u"ShaderRenderPass"_s,
-        .summary = u"Runs user-written GLSL full-screen or on a geometry input, with ports that the graph "
-                   "declares."_s,
+        .summary = u"Runs user-written GLSL full-screen, on a geometry input or on a model, with ports that "
+                   "the graph declares."_s,
         .inputs = {},
         .outputs = {},
         .options =
@@ -61,7 +67,15 @@ const PassDescription& ShaderRenderPass::description()
               .meaning = u"how the draw is blended into the outputs: none; keepByAlpha, source * (1 - source "
                          "alpha) + destination * source alpha; add, source + destination"_s,
               .defaultValue = u"none"_s,
-              .choices = {u"none"_s, u"keepByAlpha"_s, u"add"_s}}},
+              .choices = {u"none"_s, u"keepByAlpha"_s, u"add"_s}},
+             {.name = u"fullScreenBatch"_s,
+              .meaning =
+                  u"what is drawn without a geometry input or model: triangle, one oversized triangle "
+                  "with corners at -1 and 3 and texture coordinates of 0 and 2; quad, two triangles with "
+                  "corners at -1 and 1 and texture coordinates of 0 and 1, for vertex stages that need "
+                  "these corners"_s,
+              .defaultValue = u"triangle"_s,
+              .choices = {u"triangle"_s, u"quad"_s}}},
         .hostDeclaresPorts = true};
     return description;
 }
@@ -72,7 +86,10 @@ ShaderRenderPass::ShaderRenderPass()
 {
 }
 
-ShaderRenderPass::~ShaderRenderPass() = default;
+ShaderRenderPass::~ShaderRenderPass()
+{
+    deleteTarget(m_framebuffer.get(), GL_DEPTH_ATTACHMENT);
+}
 
 void ShaderRenderPass::setVertexShaderSource(const QString& source)
 {
@@ -109,6 +126,11 @@ void ShaderRenderPass::setBlend(BlendMode mode)
     m_blendMode = mode;
 }
 
+void ShaderRenderPass::setFullScreenQuad(bool quad)
+{
+    m_drawsQuad = quad;
+}
+
 Texture* ShaderRenderPass::transparentTexture()
 {
     return orTransparent(nullptr, m_transparentTexture);
@@ -127,8 +149,12 @@ void ShaderRenderPass::start(RenderCallbacks* /*callbacks*/)
 
     const AutoBinder framebufferBinder(&provide(m_framebuffer));
     attachTargets();
+    if (m_modelInput >= 0 && isNewSize) {
+        replaceTargets(*m_framebuffer, size, {depthTarget});
+    }
     if (!m_program) {
         buildProgram();
+        checkPorts();
     }
     m_framebuffer->setDrawBuffers();
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
@@ -136,6 +162,9 @@ void ShaderRenderPass::start(RenderCallbacks* /*callbacks*/)
     applyBlendMode();
     if (m_clear || isNewSize) {
         glClear(GL_COLOR_BUFFER_BIT);
+    }
+    if (m_modelInput >= 0) {
+        glClear(GL_DEPTH_BUFFER_BIT);
     }
     {
         const AutoBinder programBinder(m_program.get());
@@ -164,6 +193,8 @@ void ShaderRenderPass::classifyPorts()
         } else if (name.startsWith(geometryPrefix)) {
             m_geometryInput = i;
             uniform = u"u_"_s + name.sliced(geometryPrefix.size());
+        } else if (name.startsWith(modelPrefix)) {
+            m_modelInput = i;
         } else {
             m_plainInputs.push_back(i);
         }
@@ -174,10 +205,26 @@ void ShaderRenderPass::classifyPorts()
             m_textureOutputs.push_back(j);
         }
     }
+    limitOutputs();
     m_viewportInput = findInput(u"Qel_QRect_Viewport"_s);
     m_uniforms.clear();
     for (const QByteArray& name : m_uniformNames) {
         m_uniforms.emplace_back(name.constData());
+    }
+}
+
+/// Drops the texture outputs that the driver has no draw buffers for.
+void ShaderRenderPass::limitOutputs()
+{
+    const auto limit = static_cast<size_t>(FramebufferObject::maxColorAttachments());
+    if (m_textureOutputs.size() > limit) {
+        logCritical(
+            __FILE__, __LINE__,
+            u"%1 texture outputs are too many for this driver, which draws into %2 at once; %3 and those "
+            "after it stay empty"_s.arg(m_textureOutputs.size())
+                .arg(limit)
+                .arg(outputName(m_textureOutputs[limit])));
+        m_textureOutputs.resize(limit);
     }
 }
 
@@ -194,6 +241,11 @@ QSize ShaderRenderPass::renderSize()
             glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_WIDTH, &size.rwidth());
             glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_HEIGHT, &size.rheight());
         }
+    }
+    if (!m_program && size.width() == 0) {
+        m_notices.push_back({{},
+                             u"no viewport and no texture gives a size, so the outputs are 1 x 1; add the "
+                             "input Qel_QRect_Viewport"_s});
     }
     return {size.width() == 0 ? 1 : size.width(), size.height() == 0 ? 1 : size.height()};
 }
@@ -216,17 +268,65 @@ void ShaderRenderPass::buildProgram()
         fragDataLocations.append(u"o_"_s + outputName(j).sliced(texturePrefix.size()));
     }
     provide(m_program).setFragDataLocations(fragDataLocations);
-    m_program->addShader(GL_VERTEX_SHADER, m_vertexSource, {});
-    m_program->addShader(GL_FRAGMENT_SHADER, m_fragmentSource, {});
+    addStage(GL_VERTEX_SHADER, m_vertexSource);
+    addStage(GL_FRAGMENT_SHADER, m_fragmentSource);
     const auto addOptional = [&](unsigned int stage, const QString& source) {
         if (!source.isEmpty()) {
-            m_program->addShader(stage, source, {});
+            addStage(stage, source);
         }
     };
     addOptional(GL_GEOMETRY_SHADER, m_geometrySource);
     addOptional(GL_TESS_CONTROL_SHADER, m_tessellationControlSource);
     addOptional(GL_TESS_EVALUATION_SHADER, m_tessellationEvaluationSource);
     Qel::buildProgram(*m_program);
+}
+
+void ShaderRenderPass::addStage(unsigned int stage, const QString& source)
+{
+    static const QRegularExpression version(uR"(^[ \t]*#[ \t]*version\b)"_s,
+                                            QRegularExpression::MultilineOption);
+    const bool tessellates = stage == GL_TESS_CONTROL_SHADER || stage == GL_TESS_EVALUATION_SHADER;
+    QString versioned = source;
+    if (!version.match(source).hasMatch()) {
+        const QString added = tessellates ? u"#version 400"_s : u"#version 150"_s;
+        // Messages count from the user's first line. Up to version 1.50 #line numbers its own line.
+        versioned = u"%1\n#line %2\n%3"_s.arg(added, tessellates ? u"1"_s : u"0"_s, source);
+        m_notices.push_back({{}, u"the %1 has no #version; \"%2\" is added"_s.arg(stageName(stage), added)});
+    }
+    m_program->addShader(stage, versioned, {});
+    // Compilers want the layout of a tessellation stage in each of its sources.
+    if (m_modelInput >= 0 && !tessellates) {
+        addModelAccessors(*m_program, stage);
+    }
+}
+
+void ShaderRenderPass::checkPorts()
+{
+    if (!m_program->isValid()) {
+        return;
+    }
+    ShaderPortCheck check(*m_program);
+    for (const int i : m_textureInputs) {
+        const Texture* texture = orTransparent(getInputPointer<Texture>(i), m_transparentTexture);
+        check.checkTexture(inputName(i), QString::fromUtf8(m_uniformNames[static_cast<size_t>(i)]), *texture);
+    }
+    for (const int i : m_plainInputs) {
+        // The viewport is there for the size.
+        if (i != m_viewportInput || m_program->hasUniform(inputName(i))) {
+            check.checkPlain(inputName(i));
+        }
+    }
+    QStringList ports;
+    QStringList fragmentOutputs;
+    for (const int j : m_textureOutputs) {
+        ports.append(outputName(j));
+        fragmentOutputs.append(u"o_"_s + outputName(j).sliced(texturePrefix.size()));
+    }
+    check.checkOutputs(ports, fragmentOutputs);
+    check.checkVaryings();
+    for (Notice& notice : check.takeNotices()) {
+        m_notices.push_back(std::move(notice));
+    }
 }
 
 void ShaderRenderPass::applyBlendMode()
@@ -259,8 +359,14 @@ void ShaderRenderPass::drawWithInputs(size_t k)
         drawBatch(geometry);
         return;
     }
+    if (auto* model = m_modelInput < 0 ? nullptr : getInputPointer<GPUModel>(m_modelInput)) {
+        const AutoEnabler pointSize(GL_PROGRAM_POINT_SIZE);
+        const AutoEnabler depthTest(GL_DEPTH_TEST);
+        model->draw(m_program.get(), 0, 0, WindingType::CounterClockwise);
+        return;
+    }
     if (!m_fullScreenBatch) {
-        provideScreenBatch(m_fullScreenBatch, *m_program, Screen::Triangle);
+        provideScreenBatch(m_fullScreenBatch, *m_program, m_drawsQuad ? Screen::Quad : Screen::Triangle);
     }
     drawBatch(m_fullScreenBatch);
 }

@@ -90,6 +90,7 @@ void DeferredRenderPass::start(RenderCallbacks* /*callbacks*/)
     const InputReferences inputs(normal, texCoord, depth);
     if (!depth && !m_fallback) {
         m_fallback = makeTexelTexture(Qt::transparent);
+        ResourceScope::leave(m_fallback);
     }
     // Deliberate: only a missing depth makes the fallback; until then other missing textures have none.
     const auto orFallback = [&](Texture* texture) { return texture ? texture : m_fallback; };

@@ -81,6 +81,7 @@ void ModelDeferredPass::start(RenderCallbacks* /*callbacks*/)
     const InputReferences inputs(diffuse, specular, normal, depth);
     if (!depth && !m_fallback) {
         m_fallback = makeTexelTexture(Qt::transparent);
+        ResourceScope::leave(m_fallback);
     }
     // Deliberate: only a missing depth makes the fallback; until then other missing textures have none.
     const auto orFallback = [&](Texture* texture) { return texture ? texture : m_fallback; };

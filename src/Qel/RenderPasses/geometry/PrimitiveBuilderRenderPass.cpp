@@ -13,6 +13,7 @@
 #include <Qel/gl/DrawBuffers.h>
 #include <Qel/gl/Guards.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/gl/ResourceScope.h>
 #include <Qel/gl/VertexArrayObject.h>
 
 using namespace Qt::StringLiterals;
@@ -219,6 +220,7 @@ void PrimitiveBuilderRenderPass::rebuild()
     const auto numIndices = static_cast<int>(arrays.indices.size());
     const auto vertexArray = OpenGLDeviceContext::current()->createVertexArray();
     m_batch = new DrawBuffers(nullptr);
+    ResourceScope::leave(m_batch);
     m_batch->setVAO(vertexArray);
 
     const auto indexBuffer = QSharedPointer<BufferObject>::create(GL_ELEMENT_ARRAY_BUFFER);

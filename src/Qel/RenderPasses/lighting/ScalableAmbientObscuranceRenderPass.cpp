@@ -111,6 +111,22 @@ struct Tap
     int level;
 };
 
+// The angle of the spiral at a pixel, (3 (x ^ y) + x y) 10 radians. Deliberate: hardly random, as published.
+float spiralRotation(ivec2 pixel)
+{
+    uint tenth = uint(3 * (pixel.x ^ pixel.y) + pixel.x * pixel.y);
+    // Angles for which floats resolve a quarter of a radian are kept as published: their rounding decides
+    // where the taps fall.
+    if (tenth < (1u << 21) / 10u) {
+        return float(10u * tenth);
+    }
+    // Larger ones, as in the far corners of large frames, would be rounded until all spirals lie in the same
+    // few directions. Of these, only the fraction of a turn is kept, in units of 1 / 2^32 turn. The fraction of
+    // 10 / (2 pi) is 0x976fc893 of these units and 0.76431590 of another.
+    uint turn = 0x976fc893u * tenth + uint(0.76431590 * float(tenth));
+    return float(turn) * (6.28318531 / 4294967296.0);
+}
+
 Tap spiralTap(int i, float diskRadius, float rotation, float pixelWidth)
 {
     float alpha = (float(i) + 0.5) / u_NumSamples;
@@ -154,8 +170,7 @@ void main()
         discard;
     }
 
-    // Deliberate: large and hardly random, as published.
-    float rotation = float((3 * (pixel.x ^ pixel.y) + pixel.x * pixel.y) * 10);
+    float rotation = spiralRotation(pixel);
     float diskRadius = -projScale * radius / P.z;
     float sum = 0.0;
     // The branch is outside the loops because software rasterisers pay for both sides of a branch.
@@ -210,7 +225,8 @@ const PassDescription& ScalableAmbientObscuranceRenderPass::description()
                    {.name = u"Qel_QelTexture*_Depth"_s,
                     .meaning =
                         u"depth 0 to 1, with or without stencil, of the output's size; 1 is background"_s,
-                    .whenMissing = u"the output is 1 everywhere, even if positions are connected"_s},
+                    .whenMissing = u"the output is 1 everywhere, even if positions are connected"_s,
+                    .isDepth = true},
                    {.name = u"Qel_float_SAORadius"_s,
                     .meaning = u"largest distance at which an occluder counts"_s,
                     .whenMissing = u"0: nothing is occluded"_s,

@@ -98,31 +98,32 @@ const PassDescription& ShadowMapRenderPass::description()
     static const PassDescription description{
         .type = u"ShadowMapRenderPass"_s,
         .summary = u"Draws blurred variance shadow maps for directional, spot and point lights."_s,
-        .inputs = {modelInput(u"the model; its batches cast shadows unless their flags say otherwise"_s,
-                              u"an error is logged and nothing is drawn"_s),
-                   {.name = u"Qel_QList_InstanceData"_s,
-                    .meaning = u"instance-data collections (InstanceDataCollection) to bind while drawing"_s,
-                    .whenMissing = u"none are bound"_s},
-                   {.name = u"Qel_QList_QelShadowMapManagerLight*_Lights"_s,
-                    .meaning = u"the lights (ShadowMapManager::Light)"_s,
-                    .whenMissing = u"no maps"_s},
-                   {.name = u"Qel_bool_Dirty"_s,
-                    .meaning =
-                        u"whether the model or its instance data changed since the last frame; changes of "
-                        "lights and view are detected by the pass"_s,
-                    .whenMissing = u"the maps are redrawn every frame"_s},
-                   {.name = u"Qel_QMatrix4x4_ProjectionMatrix"_s,
-                    .meaning = u"eye space to clip space, for fitting directional lights"_s,
-                    .whenMissing = u"directional lights get one projector, fitted to the scene"_s},
-                   {.name = u"Qel_QMatrix4x4_CameraMatrix"_s,
-                    .meaning = u"world space to eye space, for fitting directional lights"_s,
-                    .whenMissing = u"directional lights get one projector, fitted to the scene"_s},
-                   {.name = u"Qel_QVector3D_SceneBoundsMin"_s,
-                    .meaning = u"minimum corner of the scene's bounding box, in world space"_s,
-                    .whenMissing = u"projectors are fitted to the view and to the lights' ranges"_s},
-                   {.name = u"Qel_QVector3D_SceneBoundsMax"_s,
-                    .meaning = u"maximum corner of the scene's bounding box, in world space"_s,
-                    .whenMissing = u"projectors are fitted to the view and to the lights' ranges"_s}},
+        .inputs =
+            {modelInput(
+                 u"the model; its batches cast shadows unless their flags say otherwise; when the last one stops casting, its shadow stays"_s,
+                 u"an error is logged and nothing is drawn"_s),
+             {.name = u"Qel_QList_InstanceData"_s,
+              .meaning = u"instance-data collections (InstanceDataCollection) to bind while drawing"_s,
+              .whenMissing = u"none are bound"_s},
+             {.name = u"Qel_QList_QelShadowMapManagerLight*_Lights"_s,
+              .meaning = u"the lights (ShadowMapManager::Light)"_s,
+              .whenMissing = u"no maps"_s},
+             {.name = u"Qel_bool_Dirty"_s,
+              .meaning = u"whether the model or its instance data changed since the last frame; changes of "
+                         "lights and view are detected by the pass"_s,
+              .whenMissing = u"the maps are redrawn every frame"_s},
+             {.name = u"Qel_QMatrix4x4_ProjectionMatrix"_s,
+              .meaning = u"eye space to clip space, for fitting directional lights"_s,
+              .whenMissing = u"directional lights get one projector, fitted to the scene"_s},
+             {.name = u"Qel_QMatrix4x4_CameraMatrix"_s,
+              .meaning = u"world space to eye space, for fitting directional lights"_s,
+              .whenMissing = u"directional lights get one projector, fitted to the scene"_s},
+             {.name = u"Qel_QVector3D_SceneBoundsMin"_s,
+              .meaning = u"minimum corner of the scene's bounding box, in world space"_s,
+              .whenMissing = u"projectors are fitted to the view and to the lights' ranges"_s},
+             {.name = u"Qel_QVector3D_SceneBoundsMax"_s,
+              .meaning = u"maximum corner of the scene's bounding box, in world space"_s,
+              .whenMissing = u"projectors are fitted to the view and to the lights' ranges"_s}},
         .outputs = {{.name = u"Qel_QVariant_ShadowMapData"_s,
                      .meaning = u"lights, projectors and maps (ShadowMapManager::RenderData, as a QObject*), "
                                 "owned by the pass; the maps hold mean depth and mean squared depth, RG32F, "
@@ -166,7 +167,8 @@ void ShadowMapRenderPass::start(RenderCallbacks* /*callbacks*/)
     bool dirty = dirtyInput.isNull() || dirtyInput.toBool();
     dirty |= updateLights();
     dirty |= provideResources();
-    // Deliberate: a change without a model is forgotten, so the maps stay undrawn until the next change.
+    // Deliberate: a change without a model is forgotten, so the maps stay undrawn until the next change; and
+    // without a caster they keep what they showed.
     if (dirty && model && !model->isDrawEmpty(0, casterMask)) {
         drawMoments(*model);
     }

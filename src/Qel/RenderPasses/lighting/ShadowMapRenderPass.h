@@ -30,7 +30,8 @@ class Texture;
 ///
 /// Maps are redrawn only when the lights change, when the view changes and a projector depends on it, or when
 /// the input Dirty is set; an unchanged frame costs no GL call. The pass does not notice by itself that the
-/// model changed or became available: set Dirty then.
+/// model changed or became available: set Dirty then. If no batch casts a shadow, the maps are not redrawn
+/// either: when the last caster is hidden, its shadow stays.
 ///
 /// Instance transforms come from an instance-data plan. The default plan, "VeskInstance", reads the
 /// collections of the input InstanceData and is the identity without any. Models whose instances carry their

@@ -69,7 +69,9 @@ const PassDescription& BlurAndCombineRenderPass::description()
                    {.name = u"Qel_float_BlurRadius"_s,
                     .meaning = u"radius of the glow, about one standard deviation"_s,
                     .whenMissing = u"the normal frame is published unchanged"_s,
-                    .range = u"texels; 0 or less publishes the normal frame unchanged"_s},
+                    .range = u"texels; 0 or less publishes the normal frame unchanged; at most "
+                             "GL_MAX_FRAGMENT_UNIFORM_COMPONENTS / 8 - 10, which is 118 or more; above, an "
+                             "error is logged and that is used"_s},
                    {.name = u"Qel_float_GlowThreshold"_s,
                     .meaning =
                         u"lowest luma (Rec. 709 weights) that glows; a change takes effect with the next "
@@ -111,14 +113,16 @@ void BlurAndCombineRenderPass::start(RenderCallbacks* callbacks)
         return;
     }
 
-    const bool kernelChanged = providePrograms(radius);
     const QSize size = m_inputs[Viewport].value.toRect().size();
+    const bool selectsBright = m_glowThreshold > 0.0F;
+    const bool kernelChanged =
+        providePrograms(radius, !selectsBright && blurFrame && blurFrame->size() != size);
     m_viewportWidth = static_cast<float>(size.width());
     m_viewportHeight = static_cast<float>(size.height());
     const PooledTexture fallback = normalFrame && blurFrame ? PooledTexture() : PooledTexture::transparent();
     Texture* source = blurFrame ? blurFrame : fallback.get();
     PooledTexture bright;
-    if (m_glowThreshold > 0.0F) {
+    if (selectsBright) {
         bright = PooledTexture(TextureFormat::RGBA16F, size);
         drawWithThresholdShader(kernelChanged, source, bright.get());
         source = bright.get();
@@ -133,9 +137,9 @@ void BlurAndCombineRenderPass::start(RenderCallbacks* callbacks)
     m_outputs[Output].value = result.publish(m_outputs[Output].users);
 }
 
-bool BlurAndCombineRenderPass::providePrograms(float radius)
+bool BlurAndCombineRenderPass::providePrograms(float radius, bool isResized)
 {
-    const bool kernelChanged = provideKernel(radius);
+    const bool kernelChanged = provideKernel(radius, isResized);
     if (kernelChanged) {
         m_blurAndAddProgram.reset(makeShaderProgram(blurAndAddSource));
     }
@@ -151,7 +155,8 @@ void BlurAndCombineRenderPass::drawWithThresholdShader(const bool& kernelChanged
     const BoundTarget boundTarget(provide(m_framebuffer), target);
     clearTarget();
     const AutoBinder programBinder(m_thresholdProgram.get());
-    const BoundSampler input(*m_thresholdProgram, m_thresholdInput, source, Sampling::Linear);
+    const BoundSampler input(*m_thresholdProgram, m_thresholdInput, source,
+                             texelSampling(*source, target->size(), Sampling::Linear));
     // Deliberate: set only with a new kernel, so a change of the threshold alone has no effect until then.
     if (kernelChanged) {
         m_thresholdProgram->setUniform(m_thresholdUniform, m_glowThreshold);
@@ -171,7 +176,8 @@ void BlurAndCombineRenderPass::drawWithBlurAndAddShader(const bool& /*kernelChan
     const BoundTarget boundTarget(provide(m_framebuffer), target);
     clearTarget();
     const AutoBinder programBinder(m_blurAndAddProgram.get());
-    const BoundSampler original(*m_blurAndAddProgram, m_original, base, Sampling::Linear);
+    const BoundSampler original(*m_blurAndAddProgram, m_original, base,
+                                texelSampling(*base, target->size(), Sampling::Linear));
     const BoundSampler glow(*m_blurAndAddProgram, m_blurred, blurred, Sampling::Linear);
     m_blurAndAddProgram->setUniform(m_addStepVec, QVector2D(0.0F, 1.0F / m_viewportHeight));
     m_blurAndAddProgram->setUniform(m_amountUniform, m_glowAmount);

@@ -52,8 +52,8 @@ public:
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    /// Rebuilds the kernel and its programs if the radius has changed. Returns whether it has.
-    bool providePrograms(float radius);
+    /// Rebuilds the programs as provideKernel does. Returns whether the radius has changed.
+    bool providePrograms(float radius, bool isResized);
     void drawWithThresholdShader(const bool& kernelChanged, Texture* source, Texture* target);
     void drawWithBlurOnlyShader(const bool& kernelChanged, Texture* source, Texture* target);
     void drawWithBlurAndAddShader(const bool& kernelChanged, Texture* base, Texture* blurred,

@@ -29,6 +29,32 @@ uniform float offset[SAMPLES_COUNT];
 in vec2 vo_TexCoord;
 out vec4 o_Output;
 
+// The input at the centre of the pixel. vo_TexCoord is rounded, so a filtered sample there would also get
+// some 1e-4 of neighbours that have no weight, and a transparent texel next to a covered one would count as
+// covered.
+#ifdef RESIZING
+uniform ivec2 u_TargetSize;
+
+vec4 centreTexel()
+{
+    ivec2 size = textureSize(u_Input, 0);
+    ivec2 unitsPerTexel = 2 * u_TargetSize;
+    ivec2 position = (2 * ivec2(gl_FragCoord.xy) + 1) * size - u_TargetSize;
+    ivec2 nearest = ivec2(round(vec2(position) / vec2(unitsPerTexel)));
+    ivec2 rest = position - nearest * unitsPerTexel;
+    ivec2 a = clamp(nearest, ivec2(0), size - 1);
+    ivec2 b = clamp(nearest + sign(rest), ivec2(0), size - 1);
+    vec2 f = vec2(abs(rest)) / vec2(unitsPerTexel);
+    return mix(mix(texelFetch(u_Input, a, 0), texelFetch(u_Input, ivec2(b.x, a.y), 0), f.x),
+               mix(texelFetch(u_Input, ivec2(a.x, b.y), 0), texelFetch(u_Input, b, 0), f.x), f.y);
+}
+#else
+vec4 centreTexel()
+{
+    return texelFetch(u_Input, ivec2(vo_TexCoord * vec2(textureSize(u_Input, 0))), 0);
+}
+#endif
+
 vec4 fast_gaussian_blur(sampler2D s, vec4 centre, vec2 tc, vec2 step)
 {
     vec4 sum = centre * weight[0];
@@ -41,7 +67,7 @@ vec4 fast_gaussian_blur(sampler2D s, vec4 centre, vec2 tc, vec2 step)
 void main()
 {
     vec2 step = stepVec;
-    vec4 c = texture(u_Input, vo_TexCoord);
+    vec4 c = centreTexel();
     if (c.a > 0.0) {
         o_Output = fast_gaussian_blur(u_Input, c, vo_TexCoord, step);
     } else {
@@ -50,9 +76,27 @@ void main()
 }
 )"_s;
 
+/// For inputs of another size than the target. A separate program, because software rasterisers pay for both
+/// sides of a branch.
+const QString resizingFragmentSource =
+    QString(baseFragmentSource).replace(u"#version 150\n"_s, u"#version 150\n#define RESIZING\n"_s);
+
 /// Limits the kernel, so that its construction ends for an infinite radius. No driver accepts uniform arrays
 /// of this size anyway.
 constexpr float largestRadius = 16384.0F;
+
+/// The largest radius whose kernel the current driver's uniforms hold. Every element of both arrays may take
+/// the four components of a vector; some are left to the other uniforms.
+float maxBlurRadius()
+{
+    constexpr int componentsOfOthers = 64;
+    constexpr int componentsPerSample = 8;
+    int numComponents = 0;
+    glGetIntegerv(GL_MAX_FRAGMENT_UNIFORM_COMPONENTS, &numComponents);
+    // A radius r needs at most r + 2 samples.
+    const int limit = (numComponents - componentsOfOthers) / componentsPerSample - 2;
+    return std::min(static_cast<float>(limit), largestRadius);
+}
 
 struct Kernel
 {
@@ -118,7 +162,7 @@ BlurBaseRenderPass::~BlurBaseRenderPass() = default;
 void BlurBaseRenderPass::calculateBlurWeights()
 {
     if (m_blurRadius > largestRadius) {
-        logCritical(__FILE__, __LINE__,
+        logCritical("Core/Qel/src/RenderPasses/BlurBaseRenderPass", __LINE__,
                     u"a blur radius of %1 is too large; %2 is used"_s.arg(m_blurRadius).arg(largestRadius));
     }
     const Kernel kernel = foldTaps(sampleGaussian(std::min(m_blurRadius, largestRadius)));
@@ -146,16 +190,28 @@ QString BlurBaseRenderPass::getBaseFragmentShaderSource()
     return baseFragmentSource;
 }
 
-bool BlurBaseRenderPass::provideKernel(float radius)
+bool BlurBaseRenderPass::provideKernel(float radius, bool isResized)
 {
-    if (m_shaderProgram && radius == m_blurRadius) {
-        return false;
+    const bool kernelChanged = !m_shaderProgram || radius != m_requestedRadius;
+    if (kernelChanged) {
+        m_requestedRadius = radius;
+        m_blurRadius = radius;
+        if (const float limit = maxBlurRadius(); radius > limit) {
+            logCritical(__FILE__, __LINE__,
+                        u"a blur radius of %1 exceeds this driver's uniforms, which hold radii up to %2; that "
+                        "is used"_s.arg(radius)
+                            .arg(limit));
+            m_blurRadius = limit;
+        }
+        calculateBlurWeights();
     }
-    m_blurRadius = radius;
-    calculateBlurWeights();
-    m_shaderProgram.reset(makeShaderProgram(getBaseFragmentShaderSource()));
-    provideScreenBatch(m_screenQuad, *m_shaderProgram, Screen::Triangle);
-    return true;
+    if (kernelChanged || isResized != m_isResized) {
+        m_isResized = isResized;
+        m_shaderProgram.reset(
+            makeShaderProgram(isResized ? resizingFragmentSource : getBaseFragmentShaderSource()));
+        provideScreenBatch(m_screenQuad, *m_shaderProgram, Screen::Triangle);
+    }
+    return kernelChanged;
 }
 
 void BlurBaseRenderPass::clearTarget()
@@ -171,6 +227,9 @@ void BlurBaseRenderPass::drawBlurred(Texture* source, Texture* target, const QVe
     clearTarget();
     const AutoBinder programBinder(m_shaderProgram.get());
     const BoundSampler input(*m_shaderProgram, m_input, source, Sampling::Linear);
+    const QSizeF size = target->size();
+    m_shaderProgram->setUniform(
+        m_targetSize, QVector2D(static_cast<float>(size.width()), static_cast<float>(size.height())));
     m_shaderProgram->setUniform(m_stepVec, step);
     m_shaderProgram->setUniform(m_weight, m_weights);
     m_shaderProgram->setUniform(m_offset, m_offsets);

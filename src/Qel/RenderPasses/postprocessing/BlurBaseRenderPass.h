@@ -40,13 +40,15 @@ public:
     /// Returns the base vertex stage, which passes position and texture coordinate through.
     static QString getBaseVertexShaderSource();
     /// Returns the base fragment stage, which blurs "u_Input" along "stepVec" with the kernel "weight" and
-    /// "offset".
+    /// "offset", into a target of the input's size.
     static QString getBaseFragmentShaderSource();
 
 protected:
-    /// Rebuilds the kernel and the program of the base fragment stage if the radius has changed. Returns
-    /// whether it has.
-    bool provideKernel(float radius);
+    /// Rebuilds the kernel and the program of the base fragment stage if the radius has changed, and the
+    /// program alone if only isResized has: whether the source differs in size from the target. Returns
+    /// whether the radius has changed. A radius whose kernel exceeds the driver's uniforms is reported, and the
+    /// largest possible one is used.
+    bool provideKernel(float radius, bool isResized);
     /// Clears the bound target with the current clear colour. Leaves depth test and depth writes disabled.
     static void clearTarget();
     /// Blurs a texture into a target in one direction; `step` is one texel, in texture coordinates. Leaves
@@ -65,7 +67,11 @@ protected:
     QString m_samplesCountDefine;
 
 private:
+    /// The radius that was asked for last; m_blurRadius is smaller if the driver's uniforms cannot hold it.
+    float m_requestedRadius = 0.0F;
+    bool m_isResized = false;
     Uniform m_input{"u_Input"};
+    Uniform m_targetSize{"u_TargetSize"};
     Uniform m_stepVec{"stepVec"};
     Uniform m_weight{"weight"};
     Uniform m_offset{"offset"};

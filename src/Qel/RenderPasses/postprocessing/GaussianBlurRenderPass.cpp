@@ -23,7 +23,9 @@ const PassDescription& GaussianBlurRenderPass::description()
                    {.name = u"Qel_float_BlurRadius"_s,
                     .meaning = u"radius of the blur, about one standard deviation"_s,
                     .whenMissing = u"the input is published unchanged"_s,
-                    .range = u"texels of the reduced image; 1 or less publishes the input unchanged"_s},
+                    .range = u"texels of the reduced image; 1 or less publishes the input unchanged; at most "
+                             "GL_MAX_FRAGMENT_UNIFORM_COMPONENTS / 8 - 10, which is 118 or more; above, an "
+                             "error is logged and that is used"_s},
                    {.name = u"Qel_float_ResolutionDivider"_s,
                     .meaning =
                         u"divisor of the width and the height; the results are truncated to whole texels"_s,
@@ -50,15 +52,15 @@ void GaussianBlurRenderPass::start(RenderCallbacks* /*callbacks*/)
     }
     auto* input = getInputPointer<Texture>(Input);
     const InputReferences inputs(input);
-    provideKernel(m_inputs[BlurRadius].value.toFloat());
+    const QRect viewport = m_inputs[Viewport].value.toRect();
+    const QSize size(truncated(static_cast<float>(viewport.width()) / divider),
+                     truncated(static_cast<float>(viewport.height()) / divider));
+    provideKernel(m_inputs[BlurRadius].value.toFloat(), input && input->size() != size);
     if (m_blurRadius <= 1.0F) {
         m_outputs[Output].value = publishTexture(input, m_outputs[Output].users);
         return;
     }
 
-    const QRect viewport = m_inputs[Viewport].value.toRect();
-    const QSize size(truncated(static_cast<float>(viewport.width()) / divider),
-                     truncated(static_cast<float>(viewport.height()) / divider));
     const PooledTexture fallback = input ? PooledTexture() : PooledTexture::transparent();
     const AutoBinder programBinder(m_shaderProgram.get());
     m_shaderProgram->setUniform(m_resolutionDivider, divider);

@@ -1,6 +1,7 @@
 #include <Qel/RenderPasses/postprocessing/TemporalAAJitterPass.h>
 
 #include <cstdlib>
+#include <mutex>
 #include <utility>
 
 #include <Qel/RenderPasses/framework/CommonPorts.h>
@@ -13,6 +14,9 @@ namespace Morvane::Qel {
 namespace {
 
 constexpr int numJitteredFrames = 30;
+
+/// drand48 has one state for the whole process, which the C library does not lock.
+std::mutex randomMutex;
 
 /// Returns a uniformly distributed offset of up to half a pixel, in normalised device coordinates, which span
 /// 2 units over the viewport. Deliberate: a size of 0 is not guarded and gives infinity or NaN.
@@ -62,6 +66,7 @@ void TemporalAAJitterPass::start(RenderCallbacks* /*callbacks*/)
     if (m_view->update(size, projection, camera, m_inputs[Dirty].value).any) {
         m_framesLeft = numJitteredFrames;
     } else if (m_framesLeft > 0) {
+        const std::lock_guard lock(randomMutex);
         const float dx = randomOffset(size.width());
         const float dy = randomOffset(size.height());
         jitter.translate(dx, dy, 0.0F);

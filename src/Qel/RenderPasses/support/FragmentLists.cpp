@@ -36,8 +36,9 @@ bool areFragmentLists(const Texture* headPointers, const Texture* nodes, bool* i
     if (!areLists && !*isReported) {
         *isReported = true;
         logCritical(__FILE__, __LINE__,
-                    u"head pointers must be a 2D texture of R32UI and nodes one of RGBA32UI, as the "
-                    "visibility buffer makes them; the lists are ignored"_s);
+                    OpenGLDeviceContext::current()->prefixed(
+                        u"head pointers must be a 2D texture of R32UI and nodes one of RGBA32UI, as the "
+                        "visibility buffer makes them; the lists are ignored"_s));
     }
     return areLists;
 }
@@ -47,6 +48,8 @@ ImageBinder::ImageBinder(unsigned int unit, Texture* texture, unsigned int acces
     , m_access(access)
     , m_format(format)
 {
+    // Images of textures that are incomplete by their parameters read 0 and drop what is written.
+    texture->synchronize();
     glBindImageTexture(m_unit, texture->textureID(), 0, GL_FALSE, 0, m_access, m_format);
 }
 

@@ -6,14 +6,29 @@
 
 namespace Morvane::Qel {
 
-/// Reads an image file of any format that Qt supports as 32-bit ARGB with straight alpha, top row first and
-/// without padding, ready to be uploaded as GL_BGRA and GL_UNSIGNED_BYTE.
+/// Reads an image file, top row first and without padding, ready to be uploaded as texelFormat() says: files
+/// of all formats that Qt supports as 32-bit ARGB with straight alpha; OpenEXR and Radiance HDR files as
+/// QImage::Format_RGBA16FPx4, or Format_RGBA32FPx4 if half floats cannot hold all their values exactly, with
+/// the file's values.
+///
+/// Channels other than R, G, B and A are ignored. Without R, G and B, an only channel besides A (such as Y or
+/// Z) gives all three; missing ones of them are 0, a missing A is 1.
 ///
 /// Returns a null image if there is no such file, if it cannot be decoded, or if its width or height exceeds
 /// `limit`; `problem` then says why, as a phrase to put after the path.
 QImage loadImage(const QString& path, int limit, QString* problem);
 
-/// Makes an image of one texel, in the format that loadImage returns.
+/// Makes an image of one texel, in 32-bit ARGB.
 QImage makeTexel(const QColor& color);
+
+/// GL's names for the pixels of an image.
+struct TexelFormat
+{
+    unsigned int internalFormat;
+    unsigned int format;
+    unsigned int type;
+};
+/// Returns the format of an image that loadImage or makeTexel returned.
+TexelFormat texelFormat(const QImage& image);
 
 } // namespace Morvane::Qel

@@ -16,6 +16,7 @@
 #include <cmath>
 #include <limits>
 
+#include <Qel/core/Text.h>
 #include <Qel/graph/GraphDescription.h>
 #include <Qel/graph/support/Ports.h>
 
@@ -202,6 +203,12 @@ QString jsonText(const QJsonValue& value)
     return QString::fromUtf8(list.sliced(1, list.size() - 2));
 }
 
+QString shownValue(const QJsonValue& value)
+{
+    constexpr qsizetype longest = 60;
+    return printable(jsonText(value), longest);
+}
+
 Constant constantFromJson(const QJsonValue& value, const QString& type, QString* error)
 {
     if (value.isNull()) {
@@ -214,19 +221,15 @@ Constant constantFromJson(const QJsonValue& value, const QString& type, QString*
         if (conversion.type == type) {
             Constant constant = conversion.convert(value);
             if (!constant) {
-                QString text = jsonText(value);
-                constexpr qsizetype longest = 60;
-                if (text.size() > longest) {
-                    text = text.first(longest) + u"..."_s;
-                }
-                *error = u"must be %1, not %2"_s.arg(QLatin1StringView(conversion.expected), text);
+                *error =
+                    u"must be %1, not %2"_s.arg(QLatin1StringView(conversion.expected), shownValue(value));
             }
             return constant;
         }
     }
     *error = type == QLatin1StringView("QelGPUModel*")
-                 ? u"expects a model such as \"@scene\", not %1"_s.arg(jsonText(value))
-                 : u"expects a connection such as \"@pass.Port\", not %1"_s.arg(jsonText(value));
+                 ? u"expects a model such as \"@scene\", not %1"_s.arg(shownValue(value))
+                 : u"expects a connection such as \"@pass.Port\", not %1"_s.arg(shownValue(value));
     return {};
 }
 

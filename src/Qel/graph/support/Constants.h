@@ -25,4 +25,7 @@ QString fileError(const GraphDescription& graph, const QString& path);
 /// A value as one line of JSON.
 QString jsonText(const QJsonValue& value);
 
+/// A value as JSON for messages, at most 60 characters of it.
+QString shownValue(const QJsonValue& value);
+
 } // namespace Morvane::Qel

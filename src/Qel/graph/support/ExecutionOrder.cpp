@@ -1,9 +1,14 @@
 #include <Qel/graph/support/ExecutionOrder.h>
 
+#include <QHash>
+
 #include <algorithm>
 #include <functional>
-#include <set>
+#include <queue>
+#include <utility>
 
+#include <Qel/core/PassDescription.h>
+#include <Qel/core/Text.h>
 #include <Qel/graph/support/GraphErrors.h>
 
 using namespace Qt::StringLiterals;
@@ -11,6 +16,21 @@ using namespace Qt::StringLiterals;
 namespace Morvane::Qel {
 
 namespace {
+
+/// A pass that must run before another one.
+struct Dependency
+{
+    int pass;
+    /// The input that the other one modifies in place and that this pass only reads; null if the other one
+    /// reads from this pass.
+    const PlannedInput* modified = nullptr;
+};
+
+/// The dependencies of each pass, no pass twice.
+using Dependencies = std::vector<std::vector<Dependency>>;
+
+/// An output, by the index of its pass and its own.
+using Output = std::pair<int, int>;
 
 int numPasses(const GraphPlan& plan)
 {
@@ -22,115 +42,282 @@ const PlannedPass& passOf(const GraphPlan& plan, int index)
     return plan.passes[static_cast<size_t>(index)];
 }
 
-/// Indices of the passes that a pass reads from, one for each connection.
-std::vector<int> sourcesOf(const PlannedPass& pass)
+bool isConnected(const PlannedInput& input)
 {
-    std::vector<int> sources;
-    for (const PlannedInput& input : pass.inputs) {
-        if (input.source == InputSource::Connection) {
-            sources.push_back(input.pass);
-        }
-    }
-    return sources;
+    return input.source == InputSource::Connection;
 }
 
-} // namespace
-
-void reportCycles(const GraphPlan& plan, GraphErrors& errors)
+/// "@pass.Port", the output that a connected input reads.
+QString referenceOf(const GraphPlan& plan, const PlannedInput& input)
 {
-    enum class Visit
-    {
-        NotStarted,
-        OnPath,
-        Done
-    };
-    std::vector<Visit> visits(plan.passes.size(), Visit::NotStarted);
-    // Each pass on it reads from the next.
-    std::vector<int> path;
-    std::set<QStringList> reported;
-    const auto report = [&](std::vector<int> members) {
-        std::rotate(members.begin(), std::min_element(members.begin(), members.end()), members.end());
-        QStringList names{passOf(plan, members.front()).name};
-        for (auto member = members.rbegin(); member != members.rend(); ++member) {
-            names.append(passOf(plan, *member).name);
-        }
-        // Two connections between the same passes close the same cycle.
-        if (reported.insert(names).second) {
-            errors.add(names.front(), u"cyclic dependency: %1"_s.arg(names.join(u" -> "_s)));
-        }
-    };
-    const std::function<void(int)> visit = [&](int index) {
-        visits[static_cast<size_t>(index)] = Visit::OnPath;
-        path.push_back(index);
-        for (const int source : sourcesOf(passOf(plan, index))) {
-            const Visit state = visits[static_cast<size_t>(source)];
-            if (state == Visit::NotStarted) {
-                visit(source);
-            } else if (state == Visit::OnPath) {
-                report({std::find(path.begin(), path.end(), source), path.end()});
+    const PlannedPass& source = passOf(plan, input.pass);
+    return u"@%1.%2"_s.arg(source.name, PortName::parse(source.outputs[input.output]).name);
+}
+
+/// Some of the names of a list, which may be long.
+QString someOf(const QStringList& names, const QString& separator)
+{
+    constexpr qsizetype few = 8;
+    if (names.size() <= few) {
+        return names.join(separator);
+    }
+    const QStringList ends{names.first(few / 2).join(separator),
+                           u"(%1 more)"_s.arg(grouped(names.size() - few)),
+                           names.last(few / 2).join(separator)};
+    return ends.join(separator);
+}
+
+/// Calls `visit` for the connected inputs that passes modify in place, with the index of the pass.
+void forEachModified(const GraphPlan& plan, const std::function<void(int, const PlannedInput&)>& visit)
+{
+    for (int i = 0; i < numPasses(plan); ++i) {
+        for (const PlannedInput& input : passOf(plan, i).inputs) {
+            if (input.isModified && isConnected(input) && passOf(plan, i).cullReason.isEmpty()) {
+                visit(i, input);
             }
         }
-        path.pop_back();
-        visits[static_cast<size_t>(index)] = Visit::Done;
-    };
-    for (int i = 0; i < numPasses(plan); ++i) {
-        if (visits[static_cast<size_t>(i)] == Visit::NotStarted) {
-            visit(i);
-        }
     }
 }
+
+Dependencies dependenciesOf(const GraphPlan& plan)
+{
+    Dependencies dependencies(plan.passes.size());
+    // The latest pass that depends on each pass.
+    std::vector<int> users(plan.passes.size(), -1);
+    QHash<Output, std::pair<int, const PlannedInput*>> modified;
+    forEachModified(plan, [&](int pass, const PlannedInput& input) {
+        modified.insert({input.pass, input.output}, {pass, &input});
+    });
+    // By the pass that modifies what they read.
+    std::vector<std::pair<int, Dependency>> readers;
+    for (int i = 0; i < numPasses(plan); ++i) {
+        for (const PlannedInput& input : passOf(plan, i).inputs) {
+            if (!isConnected(input)) {
+                continue;
+            }
+            if (std::exchange(users[static_cast<size_t>(input.pass)], i) != i) {
+                dependencies[static_cast<size_t>(i)].push_back({input.pass});
+            }
+            const auto found = modified.constFind({input.pass, input.output});
+            if (found != modified.constEnd() && found->first != i && passOf(plan, i).cullReason.isEmpty()) {
+                readers.push_back({found->first, {i, found->second}});
+            }
+        }
+    }
+    for (const auto& [pass, reader] : readers) {
+        std::vector<Dependency>& own = dependencies[static_cast<size_t>(pass)];
+        const std::vector<PlannedInput>& inputs = passOf(plan, pass).inputs;
+        const bool isSource = std::any_of(inputs.begin(), inputs.end(), [&](const PlannedInput& input) {
+            return isConnected(input) && input.pass == reader.pass;
+        });
+        if (!isSource && own.back().pass != reader.pass) {
+            own.push_back(reader);
+        }
+    }
+    return dependencies;
+}
+
+void reportSharedModifications(const GraphPlan& plan, GraphErrors& errors)
+{
+    QHash<Output, int> modifiers;
+    forEachModified(plan, [&](int pass, const PlannedInput& input) {
+        const Output output(input.pass, input.output);
+        if (!modifiers.contains(output)) {
+            modifiers.insert(output, pass);
+            return;
+        }
+        errors.add(
+            u"%1.%2"_s.arg(passOf(plan, pass).name, PortName::parse(input.port).name),
+            u"\"%1\" is already modified in place by \"%2\"; connect the output of that pass instead"_s.arg(
+                referenceOf(plan, input), passOf(plan, modifiers.value(output)).name));
+    });
+}
+
+/// Finds cycles by a depth-first search over the dependencies.
+class CycleSearch
+{
+public:
+    CycleSearch(const GraphPlan& plan, GraphErrors& errors)
+        : m_plan(plan)
+        , m_errors(errors)
+        , m_dependencies(dependenciesOf(plan))
+        , m_positions(plan.passes.size(), notVisited)
+    {
+    }
+
+    void visitAll()
+    {
+        for (int i = 0; i < numPasses(m_plan) && !m_errors.isFull(); ++i) {
+            if (position(i) == notVisited) {
+                visit(i);
+            }
+        }
+    }
+
+private:
+    static constexpr int notVisited = -1;
+    static constexpr int done = -2;
+
+    /// A pass on the path, which depends on the next one.
+    struct Step
+    {
+        int pass;
+        /// Number of dependencies taken so far.
+        size_t numTaken;
+    };
+
+    int& position(int pass) { return m_positions[static_cast<size_t>(pass)]; }
+
+    const Dependency& taken(const Step& step) const
+    {
+        return m_dependencies[static_cast<size_t>(step.pass)][step.numTaken - 1];
+    }
+
+    void enter(int pass)
+    {
+        position(pass) = static_cast<int>(m_path.size());
+        m_path.push_back({pass, 0});
+    }
+
+    void visit(int first)
+    {
+        enter(first);
+        while (!m_path.empty()) {
+            Step& step = m_path.back();
+            if (step.numTaken == m_dependencies[static_cast<size_t>(step.pass)].size()) {
+                position(step.pass) = done;
+                m_path.pop_back();
+                continue;
+            }
+            ++step.numTaken;
+            const int next = taken(step).pass;
+            if (position(next) == notVisited) {
+                enter(next);
+            } else if (position(next) != done && !m_errors.isFull()) {
+                report({m_path.begin() + position(next), m_path.end()});
+            }
+        }
+    }
+
+    void report(std::vector<Step> members)
+    {
+        const auto first =
+            std::min_element(members.begin(), members.end(),
+                             [](const Step& left, const Step& right) { return left.pass < right.pass; });
+        std::rotate(members.begin(), first, members.end());
+        QStringList names{nameOf(members.front().pass)};
+        for (auto member = members.rbegin(); member != members.rend(); ++member) {
+            names.append(nameOf(member->pass));
+        }
+        const auto modifying = std::find_if(members.begin(), members.end(), [&](const Step& member) {
+            return taken(member).modified != nullptr;
+        });
+        QString reason;
+        if (modifying != members.end()) {
+            const Dependency& reader = taken(*modifying);
+            reason = u"; \"%1\" modifies \"%2\" in place, so \"%3\", which reads it, must run before"_s.arg(
+                nameOf(modifying->pass), referenceOf(m_plan, *reader.modified), nameOf(reader.pass));
+        }
+        m_errors.add(names.front(), u"cyclic dependency: %1%2"_s.arg(someOf(names, u" -> "_s), reason));
+    }
+
+    const QString& nameOf(int pass) const { return passOf(m_plan, pass).name; }
+
+    const GraphPlan& m_plan;
+    GraphErrors& m_errors;
+    Dependencies m_dependencies;
+    /// Index into m_path by pass, or one of the constants.
+    std::vector<int> m_positions;
+    std::vector<Step> m_path;
+};
+
+} // namespace
 
 void cullUnusedPasses(GraphPlan& plan)
 {
     std::vector<bool> needed(plan.passes.size());
-    const std::function<void(int)> need = [&](int index) {
+    std::vector<int> toVisit;
+    const auto need = [&](int index) {
         if (!needed[static_cast<size_t>(index)]) {
             needed[static_cast<size_t>(index)] = true;
-            for (const int source : sourcesOf(passOf(plan, index))) {
-                need(source);
-            }
+            toVisit.push_back(index);
         }
     };
-    std::vector<QStringList> readers(plan.passes.size());
+    // The passes that read each pass, in the order of the file.
+    std::vector<std::vector<int>> readers(plan.passes.size());
     for (int i = 0; i < numPasses(plan); ++i) {
         const PlannedPass& pass = passOf(plan, i);
         if (i == plan.outputPass || pass.outputs.isEmpty()) {
             need(i);
         }
-        for (const int source : sourcesOf(pass)) {
-            QStringList& names = readers[static_cast<size_t>(source)];
-            if (!names.contains(pass.name)) {
-                names.append(pass.name);
+        for (const PlannedInput& input : pass.inputs) {
+            if (isConnected(input)) {
+                std::vector<int>& ofSource = readers[static_cast<size_t>(input.pass)];
+                if (ofSource.empty() || ofSource.back() != i) {
+                    ofSource.push_back(i);
+                }
+            }
+        }
+    }
+    while (!toVisit.empty()) {
+        const int index = toVisit.back();
+        toVisit.pop_back();
+        for (const PlannedInput& input : passOf(plan, index).inputs) {
+            if (isConnected(input)) {
+                need(input.pass);
             }
         }
     }
     for (size_t i = 0; i < plan.passes.size(); ++i) {
         if (!needed[i]) {
+            QStringList names;
+            for (const int reader : readers[i]) {
+                names.append(passOf(plan, reader).name);
+            }
             plan.passes[i].cullReason =
-                readers[i].isEmpty()
-                    ? u"nothing reads its outputs"_s
-                    : u"only culled passes read its outputs: %1"_s.arg(readers[i].join(u", "_s));
+                names.isEmpty() ? u"nothing reads its outputs"_s
+                                : u"only culled passes read its outputs: %1"_s.arg(someOf(names, u", "_s));
         }
+    }
+}
+
+void reportCycles(const GraphPlan& plan, GraphErrors& errors)
+{
+    const qsizetype errorsBefore = errors.count();
+    reportSharedModifications(plan, errors);
+    if (errors.count() == errorsBefore) {
+        CycleSearch(plan, errors).visitAll();
     }
 }
 
 void orderPasses(GraphPlan& plan)
 {
-    std::vector<bool> done(plan.passes.size());
-    const auto isReady = [&](int index) {
-        const std::vector<int> sources = sourcesOf(passOf(plan, index));
-        return !done[static_cast<size_t>(index)] && passOf(plan, index).cullReason.isEmpty() &&
-               std::all_of(sources.begin(), sources.end(),
-                           [&](int source) { return done[static_cast<size_t>(source)]; });
-    };
-    // Always the first pass of the file whose sources are done.
-    for (int i = 0; i < numPasses(plan);) {
-        if (isReady(i)) {
-            done[static_cast<size_t>(i)] = true;
-            plan.order.push_back(i);
-            i = 0;
-        } else {
-            ++i;
+    const Dependencies dependencies = dependenciesOf(plan);
+    std::vector<size_t> numMissing(plan.passes.size());
+    std::vector<std::vector<int>> dependents(plan.passes.size());
+    // Always the first pass of the file whose dependencies are done.
+    std::priority_queue<int, std::vector<int>, std::greater<>> ready;
+    for (int i = 0; i < numPasses(plan); ++i) {
+        if (!passOf(plan, i).cullReason.isEmpty()) {
+            continue;
+        }
+        const std::vector<Dependency>& own = dependencies[static_cast<size_t>(i)];
+        numMissing[static_cast<size_t>(i)] = own.size();
+        for (const Dependency& dependency : own) {
+            dependents[static_cast<size_t>(dependency.pass)].push_back(i);
+        }
+        if (own.empty()) {
+            ready.push(i);
+        }
+    }
+    while (!ready.empty()) {
+        const int index = ready.top();
+        ready.pop();
+        plan.order.push_back(index);
+        for (const int dependent : dependents[static_cast<size_t>(index)]) {
+            if (--numMissing[static_cast<size_t>(dependent)] == 0) {
+                ready.push(dependent);
+            }
         }
     }
 }

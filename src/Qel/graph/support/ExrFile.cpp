@@ -1,17 +1,16 @@
 #include <Qel/graph/support/ExrFile.h>
 
 #include <QFile>
-#include <QRegularExpression>
 
 #include <exception>
 
 #include <OpenEXR/ImfChannelList.h>
-#include <OpenEXR/ImfFrameBuffer.h>
 #include <OpenEXR/ImfHeader.h>
 #include <OpenEXR/ImfIO.h>
-#include <OpenEXR/ImfInputFile.h>
 #include <OpenEXR/ImfOutputFile.h>
 
+#include <Qel/gl/ExrFrameBuffer.h>
+#include <Qel/gl/ImageFiles.h>
 #include <Qel/graph/support/ImageErrors.h>
 
 using namespace Qt::StringLiterals;
@@ -19,9 +18,6 @@ using namespace Qt::StringLiterals;
 namespace Morvane::Qel {
 
 namespace {
-
-/// Larger than the textures of any driver; a header with more is damaged.
-constexpr int maxFileSide = 1 << 16;
 
 /// Makes the EXR library write to a QSaveFile, which replaces the old file only once the new one is complete.
 class SaveFileStream : public Imf::OStream
@@ -51,43 +47,6 @@ private:
     QSaveFile& m_file;
 };
 
-/// Slices for all channels of an image. The library takes writable memory even for writing files.
-Imf::FrameBuffer frameBufferOf(Image& image, const Imath::V2i& origin)
-{
-    static_assert(sizeof(float) == sizeof(quint32));
-    char* samples =
-        std::visit([](auto& values) { return reinterpret_cast<char*>(values.data()); }, image.samples);
-    const auto pixelType = image.isInteger() ? Imf::UINT : Imf::FLOAT;
-    const size_t xStride = sizeof(float) * static_cast<size_t>(image.numChannels());
-    const size_t yStride = xStride * static_cast<size_t>(image.width);
-    const Imath::Box2i window(origin, origin + Imath::V2i(image.width - 1, image.height - 1));
-    Imf::FrameBuffer frameBuffer;
-    for (int c = 0; c < image.numChannels(); ++c) {
-        frameBuffer.insert(image.channels[c].toStdString(),
-                           Imf::Slice::Make(pixelType, samples + static_cast<size_t>(c) * sizeof(float),
-                                            window, xStride, yStride));
-    }
-    return frameBuffer;
-}
-
-/// R, G, B and A first, the other channels in the file's order.
-QStringList sortedChannels(const Imf::ChannelList& list)
-{
-    QStringList channels;
-    for (const char* name : {"R", "G", "B", "A"}) {
-        if (list.findChannel(name)) {
-            channels << QString::fromUtf8(name);
-        }
-    }
-    for (auto channel = list.begin(); channel != list.end(); ++channel) {
-        const QString name = QString::fromUtf8(channel.name());
-        if (!channels.contains(name)) {
-            channels << name;
-        }
-    }
-    return channels;
-}
-
 } // namespace
 
 bool writeExr(const Image& image, QSaveFile& file, QString* error)
@@ -110,41 +69,14 @@ bool writeExr(const Image& image, QSaveFile& file, QString* error)
 
 std::optional<Image> readExr(const QString& path, QString* error)
 {
-    const auto damaged = [&](QString cause) {
-        // The message starts with the path already.
-        static const QRegularExpression opening(u"^Cannot \\w+ image file \"[^\"]*\"\\.\\s*|\\.$"_s);
-        cause.remove(opening);
-        imageError(error, path, u"cannot be read as an EXR image: %1"_s.arg(cause), u"use an intact file"_s);
-        return std::nullopt;
-    };
-    try {
-        Imf::InputFile file(QFile::encodeName(path).constData());
-        const Imf::ChannelList& list = file.header().channels();
-        bool integer = true;
-        for (auto channel = list.begin(); channel != list.end(); ++channel) {
-            integer = integer && channel.channel().type == Imf::UINT;
-            if (channel.channel().xSampling != 1 || channel.channel().ySampling != 1) {
-                return damaged(u"channel \"%1\" is subsampled"_s.arg(QString::fromUtf8(channel.name())));
-            }
-        }
-        const Imath::Box2i window = file.header().dataWindow();
-        const qint64 width = qint64{window.max.x} - window.min.x + 1;
-        const qint64 height = qint64{window.max.y} - window.min.y + 1;
-        if (list.begin() == list.end() || width > maxFileSide || height > maxFileSide || !file.isComplete()) {
-            return damaged(u"it is incomplete"_s);
-        }
-        Image image{static_cast<int>(width), static_cast<int>(height), sortedChannels(list), {}};
-        if (integer) {
-            image.samples = std::vector<quint32>(image.numSamples());
-        } else {
-            image.samples = std::vector<float>(image.numSamples());
-        }
-        file.setFrameBuffer(frameBufferOf(image, window.min));
-        file.readPixels(window.min.y, window.max.y);
-        return image;
-    } catch (const std::exception& exception) {
-        return damaged(QString::fromUtf8(exception.what()));
+    // Larger than the textures of any driver.
+    constexpr int maxSide = 1 << 16;
+    QString problem;
+    std::optional<Image> image = readFloatImage(path, maxSide, &problem);
+    if (!image) {
+        imageError(error, path, problem, u"use an intact file of a usable size"_s);
     }
+    return image;
 }
 
 } // namespace Morvane::Qel

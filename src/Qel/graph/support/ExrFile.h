@@ -4,14 +4,14 @@
 
 #include <optional>
 
-#include <Qel/graph/Image.h>
+#include <Qel/gl/Image.h>
 
 namespace Morvane::Qel {
 
 /// Writes an EXR file as described at writeImage.
 bool writeExr(const Image& image, QSaveFile& file, QString* error);
 
-/// Reads an EXR file as described at readImage.
+/// Reads an EXR or HDR file as described at readImage.
 std::optional<Image> readExr(const QString& path, QString* error);
 
 } // namespace Morvane::Qel

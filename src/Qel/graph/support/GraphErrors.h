@@ -2,33 +2,75 @@
 
 #include <QStringList>
 
+#include <concepts>
+#include <utility>
+
+#include <Qel/core/Text.h>
 #include <Qel/graph/GraphDescription.h>
 
 namespace Morvane::Qel {
 
-/// Collects error messages about a graph, each "FILE: PLACE: what is wrong".
+/// Collects error messages about a graph, each "FILE: PLACE: what is wrong". After the first 50 they are only
+/// counted, and the destructor adds a line with their number.
 class GraphErrors
 {
 public:
-    GraphErrors(const GraphDescription& graph, QStringList* messages)
-        : m_prefix(graph.displayName())
+    GraphErrors(QString file, QStringList* messages)
+        : m_file(std::move(file))
         , m_messages(messages)
     {
     }
+    GraphErrors(const GraphDescription& graph, QStringList* messages)
+        : GraphErrors(graph.displayName(), messages)
+    {
+    }
+    ~GraphErrors()
+    {
+        if (m_count > most) {
+            m_messages->append(
+                printable(m_file + QLatin1StringView(": and %1 more").arg(grouped(m_count - most))));
+        }
+    }
+    GraphErrors(const GraphErrors&) = delete;
+    GraphErrors& operator=(const GraphErrors&) = delete;
 
     /// Adds a message, unless `what` is empty.
     void add(const QString& place, const QString& what)
     {
         if (!what.isEmpty()) {
-            m_messages->append(m_prefix + QLatin1StringView(": ") + place + QLatin1StringView(": ") + what);
-            ++m_count;
+            addLine(m_file + QLatin1StringView(": ") + place + QLatin1StringView(": ") + what);
         }
     }
+    /// Adds the message that a function returns, which is called only if the message is kept.
+    template<std::invocable What>
+    void add(const QString& place, const What& what)
+    {
+        if (isFull()) {
+            ++m_count;
+        } else {
+            add(place, what());
+        }
+    }
+    /// Adds a message that names its file and its place.
+    void addLine(const QString& line)
+    {
+        if (!isFull()) {
+            m_messages->append(printable(line));
+        }
+        ++m_count;
+    }
+    /// Counts messages that would not be kept anyway.
+    void addUnkept(qsizetype number) { m_count += number; }
     /// Number of messages added here.
     qsizetype count() const { return m_count; }
+    /// Whether a further message is only counted, so that its text does not matter.
+    bool isFull() const { return m_count >= most; }
+
+    /// Number of messages that are kept.
+    static constexpr qsizetype most = 50;
 
 private:
-    QString m_prefix;
+    QString m_file;
     QStringList* m_messages;
     qsizetype m_count = 0;
 };

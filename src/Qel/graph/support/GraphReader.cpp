@@ -3,9 +3,9 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QRegularExpression>
 
 #include <Qel/graph/support/Constants.h>
+#include <Qel/graph/support/GraphErrors.h>
 #include <Qel/graph/support/JsonKeys.h>
 #include <Qel/graph/support/LightKeys.h>
 #include <Qel/graph/support/Names.h>
@@ -20,10 +20,9 @@ namespace {
 class Reader
 {
 public:
-    Reader(const QString& file, const QByteArray& text, QStringList* errors)
+    Reader(const QString& file, const QByteArray& text)
         : m_file(file)
         , m_keys(text)
-        , m_errors(errors)
     {
     }
 
@@ -43,27 +42,48 @@ public:
         readLights(root[u"lights"], &graph.lights);
         readPasses(root[u"passes"], &graph.passes);
         graph.output = string(root, {}, u"output"_s);
-        reportRepeatedKeys();
         return graph;
     }
 
-private:
-    void error(const QString& path, const QString& what)
+    /// Returns false if there were errors.
+    bool report(QStringList* messages)
     {
-        m_errors->append(
-            u"%1:%2: %3%4"_s.arg(m_file, m_keys.place(path), path.isEmpty() ? path : path + u": "_s, what));
+        GraphErrors errors(m_file, messages);
+        const QStringList places = m_paths.isEmpty() ? QStringList() : m_keys.places(m_paths);
+        for (qsizetype i = 0; i < places.size(); ++i) {
+            errors.addLine(u"%1:%2: %3%4"_s.arg(
+                m_file, places[i], m_paths[i].isEmpty() ? QString() : m_paths[i] + u": "_s, m_causes[i]));
+        }
+        errors.addUnkept(m_numUnkept);
+        for (const JsonKeys::Key& repeated : m_keys.repeatedKeys()) {
+            errors.addLine(u"%1:%2: %3: duplicate key"_s.arg(m_file, repeated.place,
+                                                             memberPath(repeated.object, repeated.key)));
+        }
+        errors.addUnkept(m_keys.numRepeatedKeys() - static_cast<qsizetype>(m_keys.repeatedKeys().size()));
+        return errors.count() == 0;
     }
 
+private:
     static QString memberPath(const QString& path, const QString& key)
     {
-        return path.isEmpty() ? key : path + u'.' + key;
+        return JsonKeys::memberPath(path, key);
+    }
+
+    void error(const QString& path, const QString& what)
+    {
+        if (m_paths.size() < GraphErrors::most) {
+            m_paths.append(path);
+            m_causes.append(what);
+        } else {
+            ++m_numUnkept;
+        }
     }
 
     /// The value as an object that may have only the known keys, or any keys if none are given.
     QJsonObject object(const QJsonValue& value, const QString& path, const QStringList& known)
     {
         if (!value.isObject() && !value.isUndefined()) {
-            error(path, u"must be an object {...}, not %1"_s.arg(jsonText(value)));
+            error(path, u"must be an object {...}, not %1"_s.arg(shownValue(value)));
         }
         QJsonObject result = value.toObject();
         for (const QString& key : value.toObject().keys()) {
@@ -77,7 +97,7 @@ private:
     QJsonArray array(const QJsonValue& value, const QString& path)
     {
         if (!value.isArray() && !value.isUndefined()) {
-            error(path, u"must be an array [...], not %1"_s.arg(jsonText(value)));
+            error(path, u"must be an array [...], not %1"_s.arg(shownValue(value)));
         }
         return value.toArray();
     }
@@ -191,20 +211,12 @@ private:
         }
     }
 
-    void reportRepeatedKeys()
-    {
-        static const QRegularExpression inputs(uR"(^passes\[\d+\]\.inputs$)"_s);
-        for (const JsonKeys::Key& repeated : m_keys.repeatedKeys()) {
-            if (!inputs.match(repeated.object).hasMatch()) {
-                m_errors->append(u"%1:%2: %3: duplicate key"_s.arg(
-                    m_file, repeated.place, memberPath(repeated.object, repeated.key)));
-            }
-        }
-    }
-
     QString m_file;
     JsonKeys m_keys;
-    QStringList* m_errors;
+    /// The errors that are kept; their places in the text are looked up together.
+    QStringList m_paths;
+    QStringList m_causes;
+    qsizetype m_numUnkept = 0;
 };
 
 } // namespace
@@ -214,17 +226,15 @@ std::optional<GraphDescription> readGraph(const QByteArray& text, const QString&
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(text, &error);
     if (error.error != QJsonParseError::NoError) {
-        errors->append(u"%1:%2: not valid JSON: %3"_s.arg(file, JsonKeys::placeOf(text, error.offset),
-                                                          error.errorString()));
+        GraphErrors(file, errors)
+            .addLine(u"%1:%2: not valid JSON: %3"_s.arg(file, JsonKeys::placeOf(text, error.offset),
+                                                        error.errorString()));
         return {};
     }
-    const qsizetype errorsBefore = errors->size();
     const QJsonValue root = document.isArray() ? QJsonValue(document.array()) : QJsonValue(document.object());
-    GraphDescription graph = Reader(file, text, errors).read(root);
-    if (errors->size() > errorsBefore) {
-        return {};
-    }
-    return graph;
+    Reader reader(file, text);
+    GraphDescription graph = reader.read(root);
+    return reader.report(errors) ? std::optional(std::move(graph)) : std::nullopt;
 }
 
 } // namespace Morvane::Qel

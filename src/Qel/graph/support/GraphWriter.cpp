@@ -144,7 +144,7 @@ private:
             return false;
         }
         const Ports ports = portsOf(*description, pass.options[u"inputs"].toVariant().toStringList(), {});
-        const QList<int> found = findPorts(ports.inputs, input.port);
+        const QList<int> found = PortIndex(ports.inputs).find(input.port);
         return found.size() == 1 &&
                PortName::parse(ports.inputs[found[0]]).type == QLatin1StringView("QString");
     }

@@ -30,11 +30,13 @@ InputResolver::InputResolver(GraphPlan& plan, const std::vector<ResolvablePorts>
     , m_ports(ports)
     , m_errors(errors)
 {
-    for (const PlannedPass& pass : plan.passes) {
-        m_passNames.append(pass.name);
+    // Of several with the same name, the first counts.
+    const std::vector<ModelDescription>& models = plan.graph.models;
+    for (size_t i = plan.passes.size(); i-- > 0;) {
+        m_passes.insert(plan.passes[i].name, static_cast<int>(i));
     }
-    for (const ModelDescription& model : plan.graph.models) {
-        m_modelNames.append(model.name);
+    for (size_t i = models.size(); i-- > 0;) {
+        m_models.insert(models[i].name, static_cast<int>(i));
     }
 }
 
@@ -50,14 +52,11 @@ void InputResolver::resolveInputs()
 void InputResolver::resolvePass(size_t index)
 {
     PlannedPass& pass = m_plan.passes[index];
-    QStringList ports;
-    for (const PlannedInput& input : pass.inputs) {
-        ports.append(input.port);
-    }
     std::vector<int> timesSet(pass.inputs.size(), 0);
     for (const InputSetting& setting : m_plan.graph.passes[index].inputs) {
         const QString place = pass.name + u'.' + setting.port;
-        const int port = findPort(ports, setting.port, place, u"%1 has no such input"_s.arg(pass.type));
+        const int port =
+            findPort(*m_ports[index].inputs, setting.port, place, u"%1 has no such input"_s.arg(pass.type));
         if (port < 0) {
             continue;
         }
@@ -120,15 +119,18 @@ void InputResolver::resolveNamedValue(const QString& place, const QString& name,
                                       PlannedInput* input)
 {
     const QString type = typeOf(input->port);
-    if (const qsizetype model = m_modelNames.indexOf(name); model >= 0) {
+    if (const int model = m_models.value(name, -1); model >= 0) {
         // Only described ports take a list of batches; a port declared in the graph takes a single batch.
         const bool takesBatches = isDescribed && type == batchesType;
         if (!takesBatches && !accepts(type, modelType)) {
-            m_errors.add(place, u"expects %1, but \"@%2\" is a model"_s.arg(type, name));
+            m_errors.add(place,
+                         u"expects %1, but \"@%2\" is a model%3"_s.arg(
+                             type, name,
+                             type == batchesType ? u"; give the port the type QelGPUModel*"_s : QString()));
             return;
         }
         input->source = InputSource::Model;
-        input->model = static_cast<int>(model);
+        input->model = model;
         input->takesBatches = takesBatches;
     } else if (const std::optional<FrameValue> value = findFrameValue(name)) {
         const QString from = typeOf(*value);
@@ -144,8 +146,9 @@ void InputResolver::resolveNamedValue(const QString& place, const QString& name,
                                 ? u"pass \"%1\" has no outputs"_s.arg(name)
                                 : u"\"@%1\" is a pass; write \"@%1.%2\""_s.arg(name, outputs[0]));
     } else {
-        m_errors.add(place,
-                     unknownName(u"model or frame value"_s, name, m_modelNames + allFrameValueNames()));
+        m_errors.add(place, [&] {
+            return unknownName(u"model or frame value"_s, name, modelNames() + allFrameValueNames());
+        });
     }
 }
 
@@ -154,13 +157,14 @@ void InputResolver::setFrameValue(const QString& passName, PlannedInput* input)
 {
     const PortName port = PortName::parse(input->port);
     if (port.name == QLatin1StringView("Geometry") && port.type == modelType) {
-        if (m_modelNames.size() == 1) {
+        const std::vector<ModelDescription>& models = m_plan.graph.models;
+        if (models.size() == 1) {
             input->source = InputSource::Model;
             input->model = 0;
-        } else if (m_modelNames.size() > 1) {
+        } else if (models.size() > 1) {
             m_errors.add(passName + u'.' + port.name,
-                         u"the graph has %1 models; choose one, such as \"@%2\""_s.arg(m_modelNames.size())
-                             .arg(m_modelNames[0]));
+                         u"the graph has %1 models; choose one, such as \"@%2\""_s.arg(models.size())
+                             .arg(models[0].name));
         }
     } else if (const std::optional<FrameValue> value = findFrameValue(port.name);
                value && typeOf(*value) == port.type) {
@@ -177,32 +181,45 @@ std::optional<InputResolver::OutputReference> InputResolver::findOutput(const QS
     const QString portName = reference.section(u'.', 1);
     const int pass = findPass(passName);
     if (pass < 0) {
-        m_errors.add(place, unknownName(u"pass"_s, passName, m_passNames));
+        m_errors.add(place, [&] { return unknownName(u"pass"_s, passName, passNames()); });
         return {};
     }
     if (!m_ports[static_cast<size_t>(pass)].known) {
         return {};
     }
-    const int output = findPort(m_plan.passes[static_cast<size_t>(pass)].outputs, portName, place,
+    const int output = findPort(*m_ports[static_cast<size_t>(pass)].outputs, portName, place,
                                 u"pass \"%1\" has no output \"%2\""_s.arg(passName, portName));
     return output < 0 ? std::nullopt : std::optional(OutputReference{pass, output});
 }
 
-int InputResolver::findPass(const QString& name) const
-{
-    return static_cast<int>(m_passNames.indexOf(name));
-}
-
 /// Index of the port that a name stands for; -1 with an error unless there is exactly one.
-int InputResolver::findPort(const QStringList& ports, const QString& name, const QString& place,
+int InputResolver::findPort(const PortIndex& ports, const QString& name, const QString& place,
                             const QString& missing)
 {
-    const QList<int> found = findPorts(ports, name);
+    const QList<int> found = ports.find(name);
     if (found.size() == 1) {
         return found[0];
     }
-    m_errors.add(place, portError(ports, found, name, missing));
+    m_errors.add(place, [&] { return ports.error(found, name, missing); });
     return -1;
+}
+
+QStringList InputResolver::passNames() const
+{
+    QStringList names;
+    for (const PlannedPass& pass : m_plan.passes) {
+        names.append(pass.name);
+    }
+    return names;
+}
+
+QStringList InputResolver::modelNames() const
+{
+    QStringList names;
+    for (const ModelDescription& model : m_plan.graph.models) {
+        names.append(model.name);
+    }
+    return names;
 }
 
 void InputResolver::resolveOutput()

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <QHash>
 #include <QJsonValue>
 
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -10,12 +12,15 @@
 namespace Morvane::Qel {
 
 class GraphErrors;
+class PortIndex;
 
 /// How far the ports of a planned pass are known.
 struct ResolvablePorts
 {
     /// False if an error hides the ports; references to them are then not checked.
     bool known = false;
+    std::shared_ptr<const PortIndex> inputs = {};
+    std::shared_ptr<const PortIndex> outputs = {};
     /// Inputs from the pass's description; any further ones are declared in the graph.
     int numDescribedInputs = 0;
 };
@@ -41,14 +46,17 @@ private:
     void resolveNamedValue(const QString& place, const QString& name, bool isDescribed, PlannedInput* input);
     void setFrameValue(const QString& passName, PlannedInput* input);
     std::optional<OutputReference> findOutput(const QString& place, const QString& reference);
-    int findPass(const QString& name) const;
-    int findPort(const QStringList& ports, const QString& name, const QString& place, const QString& missing);
+    int findPass(const QString& name) const { return m_passes.value(name, -1); }
+    int findPort(const PortIndex& ports, const QString& name, const QString& place, const QString& missing);
+    QStringList passNames() const;
+    QStringList modelNames() const;
 
     GraphPlan& m_plan;
     const std::vector<ResolvablePorts>& m_ports;
     GraphErrors& m_errors;
-    QStringList m_passNames;
-    QStringList m_modelNames;
+    /// Indices by name.
+    QHash<QString, int> m_passes;
+    QHash<QString, int> m_models;
 };
 
 } // namespace Morvane::Qel

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QHash>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 
@@ -10,16 +11,21 @@
 namespace Morvane::Qel {
 
 /// Positions and order of the keys in a JSON text, and duplicate keys, which Qt's parser does not report.
-/// Values are addressed by paths such as "passes[2].inputs.Frame"; the root has the empty path.
+/// Values are addressed by paths such as "passes[2].inputs.Frame"; the root has the empty path. Its cost is
+/// proportional to the text, whatever the text holds.
 class JsonKeys
 {
 public:
     /// The text must be valid JSON.
     explicit JsonKeys(const QByteArray& text);
 
-    /// "LINE:COLUMN" of the first value with this path; for a member of an object, of its key.
-    QString place(const QString& path) const { return placeOf(m_text, m_offsets.value(path)); }
-    /// Keys of the object with this path in the order of the text, duplicates included.
+    /// The path of a member of an object. Of a very long key, only the beginning is in the path.
+    static QString memberPath(const QString& path, const QString& key);
+
+    /// "LINE:COLUMN" of the first value with each of these paths; for a member of an object, of its key. No
+    /// path may have more than 8 members and elements.
+    QStringList places(const QStringList& paths);
+    /// Keys of the object "models" or "passes[N].inputs" in the order of the text, duplicates included.
     QStringList keys(const QString& path) const { return m_keys.value(path); }
 
     struct Key
@@ -29,24 +35,36 @@ public:
         QString key;
         QString place;
     };
-    /// Every occurrence of a key after its first one in the same object.
+    /// Occurrences of a key after its first one in the same object, except in "passes[N].inputs": the first
+    /// GraphErrors::most, and the number of all.
     const std::vector<Key>& repeatedKeys() const { return m_repeated; }
+    qsizetype numRepeatedKeys() const { return m_numRepeated; }
 
     /// "LINE:COLUMN" of a byte offset in a text.
     static QString placeOf(const QByteArray& text, qsizetype offset);
 
 private:
-    void readValue(const QString& path);
-    void readObject(const QString& path);
-    void readArray(const QString& path);
+    static constexpr int deepest = 8;
+
+    void scan();
+    void readValue();
+    void readObject();
+    void readArray();
     QString readString();
     char skipSpace();
+    void notePlace(qsizetype offset);
 
     QByteArray m_text;
     qsizetype m_at = 0;
-    QHash<QString, qsizetype> m_offsets;
+    /// Path of the value that is read, of which values deeper than `deepest` share the beginning, and the
+    /// depth.
+    QString m_path;
+    int m_depth = 0;
+    /// Offsets by path, -1 where not found; empty in the first scan.
+    QHash<QString, qsizetype> m_wanted;
     QHash<QString, QStringList> m_keys;
     std::vector<Key> m_repeated;
+    qsizetype m_numRepeated = 0;
 };
 
 } // namespace Morvane::Qel

@@ -42,10 +42,19 @@ qsizetype editDistance(const QString& left, const QString& right)
 QString suggestion(const QString& wrong, const QStringList& valid)
 {
     constexpr qsizetype few = 8;
+    // Nobody types longer ones, and comparing them takes long.
+    constexpr qsizetype longest = 100;
+    if (wrong.size() > longest) {
+        return {};
+    }
     const QString* nearest = nullptr;
     // A name that differs in more than half of its characters is no typo.
     qsizetype best = std::max<qsizetype>(1, wrong.size() / 2) + 1;
     for (const QString& name : valid) {
+        // The distance is no less than the difference of the lengths, and no name is nearer than 1.
+        if (best == 1 || std::abs(wrong.size() - name.size()) >= best) {
+            continue;
+        }
         const qsizetype distance = editDistance(wrong, name);
         if (distance < best) {
             best = distance;

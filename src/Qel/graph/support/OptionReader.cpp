@@ -53,7 +53,8 @@ void OptionReader::readObject(const QString& place, const std::vector<OptionDesc
     }
     for (auto value = given.begin(); value != given.end(); ++value) {
         if (!names.contains(value.key())) {
-            m_errors.add(place + u'.' + value.key(), unknown + suggestion(value.key(), names));
+            m_errors.add(place + u'.' + value.key(),
+                         [&] { return unknown + suggestion(value.key(), names); });
         }
     }
 }
@@ -88,7 +89,7 @@ QVariantList OptionReader::readElements(const QString& place, const OptionDescri
     for (qsizetype i = 0; i < elements.size(); ++i) {
         const QString elementPlace = u"%1[%2]"_s.arg(place).arg(i);
         if (!elements[i].isObject()) {
-            m_errors.add(elementPlace, u"must be an object {...}, not %1"_s.arg(jsonText(elements[i])));
+            m_errors.add(elementPlace, u"must be an object {...}, not %1"_s.arg(shownValue(elements[i])));
             continue;
         }
         QVariantMap members;
@@ -108,8 +109,8 @@ void OptionReader::checkPortNames(const QString& place, const QStringList& ports
                 place,
                 u"\"%1\" is not a port name; write Qel_TYPE_NAME, such as \"Qel_float_%1\""_s.arg(port));
         } else if (!portTypes.contains(name.type)) {
-            m_errors.add(place, u"\"%1\" has an unknown type \"%2\"%3"_s.arg(
-                                    port, name.type, suggestion(name.type, portTypes)));
+            m_errors.add(place, u"\"%1\" has an unknown type \"%2\"; the types are %3"_s.arg(
+                                    port, name.type, portTypes.join(u", "_s)));
         } else if (!seen.insert(port).second) {
             m_errors.add(place, u"\"%1\" is listed twice"_s.arg(port));
         }

@@ -1,14 +1,22 @@
 #include <Qel/graph/support/PassRunner.h>
 
 #include <algorithm>
+#include <utility>
 
+#include <epoxy/gl.h>
+
+#include <Qel/RenderPasses/framework/ShaderRenderPass.h>
+#include <Qel/core/Diagnostics.h>
 #include <Qel/core/MetaTypes.h>
 #include <Qel/core/PassDescription.h>
 #include <Qel/gl/DrawBuffers.h>
+#include <Qel/gl/Formats.h>
+#include <Qel/gl/GLErrors.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/ShaderProgram.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
+#include <Qel/graph/support/GraphErrors.h>
 #include <Qel/graph/support/Scene.h>
 
 using namespace Qt::StringLiterals;
@@ -46,9 +54,8 @@ QVariant modelValue(GPUModel* model, bool asBatches)
 
 } // namespace
 
-PassRunner::PassRunner(OpenGLDeviceContext* context, const RenderGraph::Options& options)
-    : m_context(context)
-    , m_options(options)
+PassRunner::PassRunner(const RenderGraph::Options& options)
+    : m_options(options)
 {
 }
 
@@ -57,13 +64,13 @@ PassRunner::~PassRunner()
     releaseOutputs();
     m_profiler.reset();
     for (const Node& node : m_nodes) {
-        if (m_isSetUp) {
+        if (m_isSetUp && m_context.isCurrent()) {
             node.pass->teardown(m_options.callbacks);
         }
     }
 }
 
-void PassRunner::createPasses(const GraphPlan& plan, QStringList* errors)
+void PassRunner::createPasses(const GraphPlan& plan, GraphErrors& errors)
 {
     m_nodeOfPass.assign(plan.passes.size(), -1);
     for (const int index : plan.order) {
@@ -79,7 +86,7 @@ void PassRunner::createPasses(const GraphPlan& plan, QStringList* errors)
             error = u"%1 declares other ports than its description"_s.arg(planned.type);
         }
         if (!node.pass) {
-            errors->append(u"%1: %2"_s.arg(node.place, error));
+            errors.add(planned.name, error);
             continue;
         }
         m_nodeOfPass[static_cast<size_t>(index)] = numNodes();
@@ -110,7 +117,7 @@ void PassRunner::connectPasses(const GraphPlan& plan, const Scene& scene)
                 break;
             case InputSource::Connection: {
                 const int source = m_nodeOfPass[static_cast<size_t>(input.pass)];
-                target.connections.push_back({source, input.output, i});
+                target.connections.push_back({source, input.output, i, input.isDepth});
                 ++node(source).users[static_cast<size_t>(input.output)];
                 break;
             }
@@ -154,8 +161,22 @@ void PassRunner::keepOutputs(const GraphPlan& plan)
                 m_image = static_cast<int>(m_kept.size());
             }
             if (isPicture || m_options.keepOutputs) {
-                m_kept.push_back({i, output, {}, nullptr});
+                m_kept.push_back({i, output});
                 ++node(i).users[static_cast<size_t>(output)];
+            }
+        }
+    }
+    for (const int index : plan.order) {
+        const PlannedPass& planned = plan.passes[static_cast<size_t>(index)];
+        Node& modifier = node(m_nodeOfPass[static_cast<size_t>(index)]);
+        for (const Connection& connection : modifier.connections) {
+            const auto kept = std::find_if(m_kept.begin(), m_kept.end(), [&](const KeptOutput& candidate) {
+                return candidate.node == connection.node && candidate.output == connection.output;
+            });
+            if (kept != m_kept.end() && planned.inputs[static_cast<size_t>(connection.input)].isModified) {
+                kept->copy = std::make_unique<TextureCopy>();
+                modifier.modified.push_back(static_cast<size_t>(kept - m_kept.begin()));
+                --node(kept->node).users[static_cast<size_t>(kept->output)];
             }
         }
     }
@@ -178,6 +199,7 @@ bool PassRunner::renderFrame(Scene& scene, QString* error)
         return false;
     }
     releaseOutputs();
+    takeGLError(); // forgets the errors of others
     m_numFailedBuilds = ShaderProgram::numFailedBuilds();
     prepareFrame(scene);
     for (const Node& node : m_nodes) {
@@ -193,7 +215,8 @@ bool PassRunner::renderFrame(Scene& scene, QString* error)
     for (const Node& node : m_nodes) {
         node.pass->endFrame(m_options.callbacks);
     }
-    m_context->setLabelPrefix({});
+    OpenGLDeviceContext::current()->setLabelPrefix({});
+    setMessagePlace({});
     good = good && readKeptOutputs(error);
     if (m_profiler) {
         m_profiler->endFrame();
@@ -211,7 +234,8 @@ void PassRunner::prepareFrame(Scene& scene)
             node.pass->setNumOutputUsers(static_cast<int>(output), node.users[output]);
         }
         if (!m_isSetUp) {
-            m_context->setLabelPrefix(node.name);
+            OpenGLDeviceContext::current()->setLabelPrefix(node.name);
+            setMessagePlace(node.place);
             node.pass->setup(m_options.callbacks);
         }
         for (const FrameValueInput& input : node.frameValues) {
@@ -224,15 +248,54 @@ void PassRunner::prepareFrame(Scene& scene)
     scene.markUnchanged();
 }
 
+/// Copies an output before a pass modifies it.
+void PassRunner::copyOutput(KeptOutput& kept)
+{
+    auto* texture = pointerFromVariant<Texture>(node(kept.node).pass->output(kept.output));
+    if (texture && texture->target() == GL_TEXTURE_2D && !texture->size().isEmpty()) {
+        kept.texture = kept.copy->copy(texture);
+        kept.value = QVariant::fromValue<QObject*>(kept.texture);
+    }
+}
+
+/// Whether the inputs that take only depth textures have such; the driver would reject a framebuffer instead.
+bool PassRunner::hasDepthFormats(const Node& node, QString* error) const
+{
+    for (const Connection& connection : node.connections) {
+        const Node& source = this->node(connection.node);
+        const auto* texture = connection.isDepth
+                                  ? pointerFromVariant<Texture>(source.pass->output(connection.output))
+                                  : nullptr;
+        // 0 for a texture whose format is not known.
+        const unsigned int format = texture ? formatFromInternalFormat(texture->internalFormat()) : 0;
+        if (format != 0 && format != GL_DEPTH_COMPONENT && format != GL_DEPTH_STENCIL) {
+            *error = u"%1.%2: \"@%3.%4\" is a colour texture, %5; connect a depth texture"_s.arg(
+                node.place, PortName::parse(node.pass->inputName(connection.input)).name, source.name,
+                PortName::parse(source.pass->outputName(connection.output)).name,
+                internalFormatName(texture->internalFormat()));
+            return false;
+        }
+    }
+    return true;
+}
+
 bool PassRunner::startPass(int index, QString* error)
 {
-    const Node& current = node(index);
+    Node& current = node(index);
+    setMessagePlace(current.place);
+    if (!hasDepthFormats(current, error)) {
+        return false;
+    }
+    for (const size_t kept : current.modified) {
+        copyOutput(m_kept[kept]);
+    }
     for (const Connection& connection : current.connections) {
         current.pass->setInput(connection.input, node(connection.node).pass->output(connection.output));
     }
-    m_context->applyBaseState();
-    m_context->setLabelPrefix(current.name);
-    m_context->pushDebugGroup(current.debugGroup.constData());
+    OpenGLDeviceContext& context = *OpenGLDeviceContext::current();
+    context.applyBaseState();
+    context.setLabelPrefix(current.name);
+    context.pushDebugGroup(current.debugGroup.constData());
     if (m_profiler) {
         m_profiler->begin(index);
     }
@@ -242,11 +305,17 @@ bool PassRunner::startPass(int index, QString* error)
     if (m_profiler) {
         m_profiler->end(index);
     }
-    m_context->popDebugGroup();
+    context.popDebugGroup();
+    checkGLError("PassRunner", __LINE__);
+    showNotices(current);
 
     if (ShaderProgram::numFailedBuilds() != m_numFailedBuilds) {
         m_permanentError = current.place + u": its shader program failed to build"_s;
         *error = m_permanentError;
+        return false;
+    }
+    if (const QString glError = takeGLError(); !glError.isEmpty()) {
+        *error = u"%1: OpenGL error: %2"_s.arg(current.place, glError);
         return false;
     }
     if (const unsigned int code = current.pass->errorCode(); code != 0) {
@@ -256,11 +325,27 @@ bool PassRunner::startPass(int index, QString* error)
     return true;
 }
 
+/// Logs, after a pass's first frame, what it found wrong with a user's shaders.
+void PassRunner::showNotices(Node& node)
+{
+    if (std::exchange(node.noticesShown, true)) {
+        return;
+    }
+    if (const auto* pass = dynamic_cast<const ShaderRenderPass*>(node.pass.get())) {
+        for (const ShaderRenderPass::Notice& notice : pass->notices()) {
+            const QString port = notice.port.isEmpty() ? QString() : u'.' + PortName::parse(notice.port).name;
+            logNotice(__FILE__, __LINE__, u"%1%2: %3"_s.arg(node.place, port, notice.text));
+        }
+    }
+}
+
 bool PassRunner::readKeptOutputs(QString* error)
 {
     for (KeptOutput& kept : m_kept) {
-        kept.value = node(kept.node).pass->output(kept.output);
-        kept.texture = pointerFromVariant<Texture>(kept.value);
+        if (!kept.copy) {
+            kept.value = node(kept.node).pass->output(kept.output);
+            kept.texture = pointerFromVariant<Texture>(kept.value);
+        }
     }
     if (m_image >= 0 && !image()) {
         const KeptOutput& kept = m_kept[static_cast<size_t>(m_image)];
@@ -308,8 +393,11 @@ void PassRunner::dropUnreadOutputs(int lastNode)
             }
         }
     }
-    for (const KeptOutput& kept : m_kept) {
-        if (kept.node <= lastNode) {
+    for (KeptOutput& kept : m_kept) {
+        if (kept.copy) {
+            kept.texture = nullptr;
+            kept.value.clear();
+        } else if (kept.node <= lastNode) {
             drop(kept.node, kept.output);
         }
     }
@@ -317,13 +405,13 @@ void PassRunner::dropUnreadOutputs(int lastNode)
 
 Texture* PassRunner::image() const
 {
-    return m_image < 0 ? nullptr : m_kept[static_cast<size_t>(m_image)].texture;
+    return m_image < 0 || !m_context.isCurrent() ? nullptr : m_kept[static_cast<size_t>(m_image)].texture;
 }
 
 std::vector<RenderGraph::Output> PassRunner::outputs() const
 {
     std::vector<RenderGraph::Output> outputs;
-    if (m_options.keepOutputs) {
+    if (m_options.keepOutputs && m_context.isCurrent()) {
         for (const KeptOutput& kept : m_kept) {
             const Node& source = node(kept.node);
             outputs.push_back({source.name, source.pass->outputName(kept.output), kept.value});
@@ -335,17 +423,18 @@ std::vector<RenderGraph::Output> PassRunner::outputs() const
 void PassRunner::releaseOutputs()
 {
     for (KeptOutput& kept : m_kept) {
-        if (kept.texture) {
-            TextureManager::Instance()->releaseTempTextureRef(kept.texture, 1);
+        if (kept.texture && !kept.copy) {
+            m_context.whenCurrent(
+                [texture = kept.texture] { TextureManager::Instance()->releaseTempTextureRef(texture, 1); });
         }
         kept.texture = nullptr;
         kept.value.clear();
     }
 }
 
-std::vector<Profiler::Row> PassRunner::profile()
+Profiler::Report PassRunner::profile()
 {
-    return m_profiler ? m_profiler->rows() : std::vector<Profiler::Row>();
+    return m_profiler ? m_profiler->report() : Profiler::Report();
 }
 
 } // namespace Morvane::Qel

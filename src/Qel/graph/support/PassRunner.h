@@ -8,12 +8,14 @@
 #include <vector>
 
 #include <Qel/core/RenderPass.h>
+#include <Qel/gl/ContextReference.h>
 #include <Qel/graph/GraphPlan.h>
 #include <Qel/graph/RenderGraph.h>
+#include <Qel/graph/support/TextureCopy.h>
 
 namespace Morvane::Qel {
 
-class OpenGLDeviceContext;
+class GraphErrors;
 class Scene;
 
 /// Creates the passes of a plan and runs them frame by frame. Everything that a frame needs is in arrays, so
@@ -21,14 +23,15 @@ class Scene;
 class PassRunner
 {
 public:
-    PassRunner(OpenGLDeviceContext* context, const RenderGraph::Options& options);
-    /// Calls `teardown` on all passes and returns all textures to the pool.
+    /// The passes belong to the current context.
+    explicit PassRunner(const RenderGraph::Options& options);
+    /// Calls `teardown` on all passes, if the context is current, and returns all textures to the pool.
     ~PassRunner();
     PassRunner(const PassRunner&) = delete;
     PassRunner& operator=(const PassRunner&) = delete;
 
     /// Creates the passes in execution order; adds a line to `errors` for each that cannot be created.
-    void createPasses(const GraphPlan& plan, QStringList* errors);
+    void createPasses(const GraphPlan& plan, GraphErrors& errors);
     /// Sets constants and models and prepares connections. Call it once, after createPasses has succeeded.
     void connectPasses(const GraphPlan& plan, const Scene& scene);
     /// Sets the models of the scene on all inputs that the plan gives one.
@@ -41,7 +44,7 @@ public:
     Texture* image() const;
     std::vector<RenderGraph::Output> outputs() const;
     void releaseOutputs();
-    std::vector<Profiler::Row> profile();
+    Profiler::Report profile();
 
 private:
     /// An output of an earlier pass that an input reads.
@@ -50,6 +53,8 @@ private:
         int node;
         int output;
         int input;
+        /// Whether the input takes only textures with a depth format.
+        bool isDepth;
     };
     struct FrameValueInput
     {
@@ -68,14 +73,19 @@ private:
         std::vector<FrameValueInput> frameValues;
         /// User count of each output.
         std::vector<int> users;
+        /// Indices into m_kept of the outputs that this pass modifies in place.
+        std::vector<size_t> modified;
+        bool noticesShown = false;
     };
-    /// An output that stays readable after the frame. Holds one reference of its texture.
+    /// An output that stays readable after the frame. Holds one reference of its texture, or a copy of it if
+    /// a later pass modifies it in place.
     struct KeptOutput
     {
         int node;
         int output;
-        QVariant value;
-        Texture* texture;
+        QVariant value = {};
+        Texture* texture = nullptr;
+        std::unique_ptr<TextureCopy> copy = {};
     };
 
     Node& node(int index) { return m_nodes[static_cast<size_t>(index)]; }
@@ -83,12 +93,15 @@ private:
     int numNodes() const { return static_cast<int>(m_nodes.size()); }
     void keepOutputs(const GraphPlan& plan);
     void prepareFrame(Scene& scene);
+    void copyOutput(KeptOutput& kept);
     bool startPass(int index, QString* error);
+    bool hasDepthFormats(const Node& node, QString* error) const;
+    static void showNotices(Node& node);
     bool readKeptOutputs(QString* error);
     void dropUnreadOutputs(int lastNode);
     QString emptyOutputError(int index, int output) const;
 
-    OpenGLDeviceContext* m_context;
+    ContextReference m_context = ContextReference::toCurrent();
     RenderGraph::Options m_options;
     /// In execution order.
     std::vector<Node> m_nodes;

@@ -8,6 +8,7 @@
 #include <array>
 #include <cmath>
 
+#include <Qel/core/Memory.h>
 #include <Qel/graph/support/ImageErrors.h>
 
 using namespace Qt::StringLiterals;
@@ -74,6 +75,13 @@ std::optional<Image> readQImage(const QString& path, QString* error)
 {
     QImageReader reader(path);
     reader.setDecideFormatFromContent(true);
+    // The decoded image, at up to 64 bits per pixel, its conversion, and four floats.
+    constexpr double bytesPerPixel = 8.0 + 8.0 + 16.0;
+    const QSize size = reader.size();
+    if (!fitsMemory(bytesPerPixel * size.width() * size.height())) {
+        memoryError(error, path, size);
+        return std::nullopt;
+    }
     const QImage qimage = reader.read();
     if (qimage.isNull()) {
         imageError(error, path, u"cannot be read as an image: %1"_s.arg(reader.errorString()),
@@ -83,6 +91,10 @@ std::optional<Image> readQImage(const QString& path, QString* error)
     const bool grey = qimage.pixelFormat().colorModel() == QPixelFormat::Grayscale;
     const bool deep = qimage.pixelFormat().redSize() > 8 || qimage.format() == QImage::Format_Grayscale16;
     const QImage rgba = qimage.convertToFormat(QImage::Format_RGBA64);
+    if (rgba.isNull()) {
+        memoryError(error, path, size);
+        return std::nullopt;
+    }
     Image image{qimage.width(), qimage.height(), {u"R"_s}, std::vector<float>()};
     if (!grey) {
         image.channels << u"G"_s << u"B"_s;

@@ -4,7 +4,7 @@
 
 #include <optional>
 
-#include <Qel/graph/Image.h>
+#include <Qel/gl/Image.h>
 
 namespace Morvane::Qel {
 

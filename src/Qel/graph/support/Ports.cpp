@@ -1,5 +1,7 @@
 #include <Qel/graph/support/Ports.h>
 
+#include <utility>
+
 #include <Qel/graph/support/Names.h>
 
 using namespace Qt::StringLiterals;
@@ -23,31 +25,32 @@ Ports portsOf(const PassDescription& description, const QStringList& hostInputs,
     return ports;
 }
 
-QList<int> findPorts(const QStringList& ports, const QString& name)
+PortIndex::PortIndex(QStringList ports)
+    : m_ports(std::move(ports))
 {
-    if (const qsizetype exact = ports.indexOf(name); exact >= 0) {
-        return {static_cast<int>(exact)};
+    // Of two ports with the same full name, the first counts.
+    for (auto i = static_cast<int>(m_ports.size()) - 1; i >= 0; --i) {
+        m_fullNames.insert(m_ports[i], i);
+        m_shortNames[PortName::parse(m_ports[i]).name].prepend(i);
     }
-    QList<int> found;
-    for (qsizetype i = 0; i < ports.size(); ++i) {
-        if (PortName::parse(ports[i]).name == name) {
-            found.append(static_cast<int>(i));
-        }
-    }
-    return found;
 }
 
-QString portError(const QStringList& ports, const QList<int>& found, const QString& name,
-                  const QString& missing)
+QList<int> PortIndex::find(const QString& name) const
+{
+    const auto exact = m_fullNames.constFind(name);
+    return exact == m_fullNames.constEnd() ? m_shortNames.value(name) : QList<int>{*exact};
+}
+
+QString PortIndex::error(const QList<int>& found, const QString& name, const QString& missing) const
 {
     if (found.isEmpty()) {
         // Suggest full names for a full name.
         return missing +
-               suggestion(name, name.startsWith(QLatin1StringView("Qel_")) ? ports : shortNames(ports));
+               suggestion(name, name.startsWith(QLatin1StringView("Qel_")) ? m_ports : shortNames(m_ports));
     }
     QStringList names;
     for (const int index : found) {
-        names.append(ports[index]);
+        names.append(m_ports[index]);
     }
     return u"\"%1\" is ambiguous; write one of %2"_s.arg(name, quoted(names));
 }

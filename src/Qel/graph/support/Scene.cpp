@@ -8,6 +8,7 @@
 #include <limits>
 
 #include <Qel/graph/support/Camera.h>
+#include <Qel/graph/support/GraphErrors.h>
 
 using namespace Qt::StringLiterals;
 
@@ -51,7 +52,7 @@ QPair<QVector3D, QVector3D> boundsOf(const std::vector<std::unique_ptr<GPUModel>
 } // namespace
 
 std::optional<std::vector<ModelData>> importModels(const GraphDescription& graph,
-                                                   const ImportOptions& options, QStringList* errors)
+                                                   const ImportOptions& options, GraphErrors& errors)
 {
     std::vector<ModelData> models;
     for (const ModelDescription& model : graph.models) {
@@ -59,11 +60,18 @@ std::optional<std::vector<ModelData>> importModels(const GraphDescription& graph
         QString error;
         std::optional<ModelData> imported = importModel(graph.resolvePath(model.file), &error, options);
         if (!imported) {
-            errors->append(prefix + error);
+            errors.addLine(prefix + error);
             continue;
         }
-        for (const QString& warning : imported->warnings) {
-            qWarning("%s", qUtf8Printable(prefix + warning));
+        QStringList warnings;
+        {
+            GraphErrors collected(prefix.chopped(2), &warnings);
+            for (const QString& warning : imported->warnings) {
+                collected.addLine(prefix + warning);
+            }
+        }
+        for (const QString& warning : std::as_const(warnings)) {
+            qWarning("%s", qUtf8Printable(warning));
         }
         models.push_back(std::move(*imported));
     }

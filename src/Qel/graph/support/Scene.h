@@ -20,10 +20,12 @@
 
 namespace Morvane::Qel {
 
+class GraphErrors;
+
 /// Reads the model files of a graph, in its order. On failure returns nothing and adds a line to `errors` for
 /// each file that cannot be read. Logs the warnings of the import.
 std::optional<std::vector<ModelData>> importModels(const GraphDescription& graph,
-                                                   const ImportOptions& options, QStringList* errors);
+                                                   const ImportOptions& options, GraphErrors& errors);
 
 /// The models of a graph on the GPU, and its frame values.
 class Scene

@@ -1,4 +1,4 @@
-#include <Qel/graph/Image.h>
+#include <Qel/gl/Image.h>
 
 using namespace Qt::StringLiterals;
 

@@ -6,13 +6,13 @@
 #include <variant>
 #include <vector>
 
-#include <Qel/graph/Export.h>
+#include <Qel/gl/Export.h>
 
 namespace Morvane::Qel {
 
 /// An image in memory: rows from top to bottom, as in files (GL has the bottom row first), channels
 /// interleaved.
-struct QEL_GRAPH_EXPORT Image
+struct QEL_GL_EXPORT Image
 {
     int width = 0;
     int height = 0;

@@ -1,9 +1,9 @@
 // Renders a graph that uses this program's own pass beside those of the library, and writes the image:
-//   qel-shadows GRAPH OUTPUT.png
+//   qel-contours GRAPH OUTPUT.png
 
 #include <cstdio>
 
-#include "ShadowedForwardRenderPass.h"
+#include "ContourRenderPass.h"
 #include <Qel/gl/HeadlessContext.h>
 #include <Qel/graph/GraphFile.h>
 #include <Qel/graph/ImageIO.h>
@@ -18,7 +18,7 @@ namespace {
 
 int fail(const QString& message)
 {
-    std::fprintf(stderr, "qel-shadows: %s\n", qPrintable(message));
+    std::fprintf(stderr, "qel-contours: %s\n", qPrintable(message));
     return 1;
 }
 
@@ -27,7 +27,7 @@ int fail(const QString& message)
 int main(int argc, char** argv)
 {
     if (argc != 3) {
-        return fail("usage: qel-shadows GRAPH OUTPUT.png");
+        return fail("usage: qel-contours GRAPH OUTPUT.png");
     }
     QStringList errors;
     const auto description = loadGraph(QString::fromLocal8Bit(argv[1]), &errors);
@@ -41,7 +41,7 @@ int main(int argc, char** argv)
         return fail(error);
     }
     PassRegistry registry = PassRegistry::builtin();
-    registry.add<ShadowedForwardRenderPass>();
+    registry.add<ContourRenderPass>();
     const auto graph = RenderGraph::create(*description, registry, {}, &errors);
     if (!graph) {
         return fail(errors.join('\n'));

@@ -1,17 +1,16 @@
-// The example pass draws shadows where a ray caster finds them.
+// The pass draws shadows where a ray caster finds them.
 
 #include <QtMath>
 
 #include <algorithm>
 #include <cmath>
 
-#include "ShadowedForwardRenderPass.h"
+#include <epoxy/gl.h>
+
 #include "support/GLTest.h"
-#include "support/Paths.h"
 #include "support/Scene.h"
 #include <Qel/RenderPasses/lighting/ShadowMapRenderPass.h>
-#include <Qel/graph/GraphFile.h>
-#include <Qel/graph/RenderGraph.h>
+#include <Qel/RenderPasses/lighting/ShadowedForwardRenderPass.h>
 
 using namespace Qt::StringLiterals;
 
@@ -41,7 +40,7 @@ Scene makeScene(bool hasCasters)
     return Scene(data);
 }
 
-class ShadowsTest : public GLTest
+class ShadowedForwardRenderPassTest : public GLTest
 {
 protected:
     /// Draws a scene under a light, with the shadows' projectors fitted to the box around the floor.
@@ -104,7 +103,7 @@ protected:
     }
 };
 
-TEST_F(ShadowsTest, FallWhereARayCasterFindsThem)
+TEST_F(ShadowedForwardRenderPassTest, FallWhereARayCasterFindsThem)
 {
     Light light;
     light.direction = QVector3D(0.6F, -1.0F, 0.35F).normalized();
@@ -125,30 +124,33 @@ TEST_F(ShadowsTest, FallWhereARayCasterFindsThem)
                              .range = 12.0F});
 }
 
-TEST_F(ShadowsTest, TheExampleGraphDrawsAllItsLights)
+TEST_F(ShadowedForwardRenderPassTest, ReadsEveryLayerAndIgnoresLightsBeyondTheLimit)
 {
-    QStringList errors;
-    std::optional<GraphDescription> description =
-        loadGraph(sourcePath(u"examples/shadows/shadows.json"_s), &errors);
-    ASSERT_TRUE(description) << qPrintable(errors.join(u'\n'));
-    description->viewport = {64, 36};
-    PassRegistry registry = PassRegistry::builtin();
-    registry.add<ShadowedForwardRenderPass>();
-    std::unique_ptr<RenderGraph> graph = RenderGraph::create(*description, registry, {}, &errors);
-    ASSERT_TRUE(graph) << qPrintable(errors.join(u'\n'));
-    QString error;
-    ASSERT_TRUE(graph->renderFrame(&error)) << qPrintable(error);
-    const Pixels first = readTexture(graph->image());
-    // Without any one of the lights the image differs.
-    const std::vector<LightDescription> lights = description->lights;
-    ASSERT_EQ(lights.size(), 3U);
-    for (size_t i = 0; i < lights.size(); ++i) {
-        description->lights = lights;
-        description->lights[i].intensity = 0.0F;
-        graph = RenderGraph::create(*description, registry, {}, &errors);
-        ASSERT_TRUE(graph && graph->renderFrame(&error)) << qPrintable(error);
-        EXPECT_FALSE(equal(readTexture(graph->image()), first, 0.2F)) << lights[i].type.toStdString();
-    }
+    const View view = View::perspective({32, 24}, 50.0F, 1.0F, 30.0F).from({0.3F, 5.0F, 5.0F});
+    GPUModel model(makeScene(true).data());
+    Runner<ShadowedForwardRenderPass> lit;
+    Light light;
+    light.cascades = 2;
+    // Of each light's two layers the first one is used; everything is in shadow but the last light's.
+    const auto render = [&](int numLights, int lastLight) {
+        const QVariantList lights(numLights, QVariant::fromValue(&light));
+        ShadowMapManager::RenderData data;
+        ShadowMapManager::processLights(lights, data, &view.projection, &view.camera, nullptr);
+        std::vector<float> moments(2 * static_cast<size_t>(data.numLayers()), 0.0F);
+        std::fill_n(moments.begin() + 4 * lastLight, 4, 1.0F);
+        Texture maps;
+        maps.setTarget(GL_TEXTURE_2D_ARRAY);
+        maps.setImage3D(GL_RG32F, 1, 1, data.numLayers(), GL_RG, GL_FLOAT, moments.data());
+        data.setProjectionTexture(&maps);
+        return lit.render(view.inputs({&model, QVariant::fromValue<QObject*>(&data), 0.0F}));
+    };
+    const Pixels one = render(1, 0);
+    EXPECT_GT(one.mean().x(), 0.1F);
+    constexpr int most = ShadowedForwardRenderPass::maxLights;
+    EXPECT_TRUE(equal(render(most, most - 1), one));
+    // The two lights more have no layers left, and without a map would shine unshadowed.
+    EXPECT_TRUE(equal(render(most + 2, most - 1), one));
+    EXPECT_EQ(messages().information.filter(u"130 lights; only the first 128 are used"_s).size(), 1);
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-#include "ShadowedForwardRenderPass.h"
+#include <Qel/RenderPasses/lighting/ShadowedForwardRenderPass.h>
 
 #include <QMatrix4x4>
 #include <QtMath>
@@ -10,14 +10,19 @@
 
 #include <Qel/RenderPasses/framework/CommonPorts.h>
 #include <Qel/RenderPasses/framework/ModelPrograms.h>
+#include <Qel/RenderPasses/framework/PassFrame.h>
+#include <Qel/core/Diagnostics.h>
+#include <Qel/gl/BufferObject.h>
+#include <Qel/gl/UniformBlocks.h>
 #include <Qel/model/GPUModel.h>
-#include <Qel/model/ShadowMapManager.h>
 
 using namespace Qt::StringLiterals;
 
-using namespace Morvane::Qel;
+namespace Morvane::Qel {
 
 namespace {
+
+constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/ShadowedForwardRenderPass";
 
 const QString vertexSource = uR"(#version 150
 #instancedata "InstanceInfo"
@@ -56,12 +61,22 @@ uniform float u_Ambient;
 uniform float u_BleedingReduction;
 uniform sampler2DArray u_ShadowMaps;
 uniform int u_NumLights;
-uniform vec4 u_LightColors[%1];     // w: type
-uniform vec4 u_LightPositions[%1];  // w: range
-uniform vec4 u_LightDirections[%1]; // w: cosine of half the opening angle
-uniform vec2 u_LightLayers[%1];     // first, count
-uniform mat4 u_LayerTransforms[%2];
-uniform float u_CascadeEnds[%2];
+struct Light
+{
+    vec4 color;     // w: type
+    vec4 position;  // w: range
+    vec4 direction; // w: cosine of half the opening angle
+    vec4 layers;    // first, count
+};
+layout(std140) uniform ShadowedLights
+{
+    Light b_Lights[%1];
+    vec4 b_CascadeEnds[%2 / 4];
+};
+layout(std140) uniform ShadowTransforms
+{
+    mat4 b_Transforms[%2];
+};
 in vec3 vo_Position;
 in float vo_ViewDepth;
 in vec3 vo_Normal;
@@ -91,7 +106,7 @@ float shareOfLight(vec3 place, float depth)
 /// The fraction of light that a layer of the map lets through to this fragment, whose normal is N.
 float visibility(int layer, vec3 N)
 {
-    mat4 transform = u_LayerTransforms[layer];
+    mat4 transform = b_Transforms[layer];
     vec4 position = transform * vec4(vo_Position, 1.0);
     position.xyz /= position.w;
     vec3 place = vec3(position.xy * 0.5 + 0.5, float(layer));
@@ -116,18 +131,24 @@ float visibility(int layer, vec3 N)
     return count > 0.0 ? sum / count : 1.0;
 }
 
+float cascadeEnd(int layer)
+{
+    return b_CascadeEnds[layer / 4][layer % 4];
+}
+
 /// The fraction of a directional light that arrives, from the first cascade that covers the view depth. Each
 /// cascade fades into the next one near its end.
 float visibilityInCascades(int first, int count, vec3 N)
 {
     int layer = first;
     int last = first + count - 1;
-    while (layer < last && vo_ViewDepth > u_CascadeEnds[layer]) {
+    while (layer < last && vo_ViewDepth > cascadeEnd(layer)) {
         ++layer;
     }
     float share = visibility(layer, N);
-    float fade = smoothstep(%3 * u_CascadeEnds[layer], u_CascadeEnds[layer], vo_ViewDepth);
-    return layer < last && fade > 0.0 ? mix(share, visibility(layer + 1, N), fade) : share;
+    // The last end is infinite.
+    float fade = layer < last ? smoothstep(%3 * cascadeEnd(layer), cascadeEnd(layer), vo_ViewDepth) : 0.0;
+    return fade > 0.0 ? mix(share, visibility(layer + 1, N), fade) : share;
 }
 
 /// The face of the cube around a point light that a ray from the light passes through.
@@ -138,32 +159,36 @@ int faceOf(vec3 ray)
     return 2 * axis + (ray[axis] < 0.0 ? 1 : 0);
 }
 
-vec3 lightFrom(int light, vec3 N, vec3 V, vec3 Kd, vec3 Ks)
+vec3 lightFrom(Light light, vec3 N, vec3 V, vec3 Kd, vec3 Ks)
 {
-    int type = int(u_LightColors[light].w);
-    vec3 L = -u_LightDirections[light].xyz;
+    int type = int(light.color.w);
+    vec3 L = -light.direction.xyz;
     float strength = 1.0;
     if (type != Directional) {
-        vec3 towards = u_LightPositions[light].xyz - vo_Position;
+        vec3 towards = light.position.xyz - vo_Position;
         float distance2 = dot(towards, towards);
         L = towards * inversesqrt(max(distance2, 1e-12));
-        float range = u_LightPositions[light].w;
+        float range = light.position.w;
         float end = clamp(1.0 - pow(distance2 / (range * range), 2.0), 0.0, 1.0);
         strength = end * end / max(distance2, 1e-4);
     }
     if (type == Spot) {
-        float edge = u_LightDirections[light].w;
-        strength *= smoothstep(edge, mix(edge, 1.0, 0.2), dot(-L, u_LightDirections[light].xyz));
+        float edge = light.direction.w;
+        strength *= smoothstep(edge, mix(edge, 1.0, 0.2), dot(-L, light.direction.xyz));
     }
     float NdotL = dot(N, L);
     if (NdotL <= 0.0 || strength <= 0.0) {
         return vec3(0.0);
     }
-    int layer = int(u_LightLayers[light].x);
-    strength *= type == Directional ? visibilityInCascades(layer, int(u_LightLayers[light].y), N)
-                                    : visibility(type == Point ? layer + faceOf(-L) : layer, N);
-    float NdotH = max(0.0, dot(N, normalize(L + V)));
-    return u_LightColors[light].rgb * strength * (NdotL * Kd + pow(NdotH, getNs()) * Ks);
+    int layer = int(light.layers.x);
+    int count = int(light.layers.y);
+    if (count > 0) {
+        strength *= type == Directional ? visibilityInCascades(layer, count, N)
+                                        : visibility(type == Point ? layer + faceOf(-L) : layer, N);
+    }
+    // GLSL leaves pow(0, 0) undefined.
+    float NdotH = max(1e-6, dot(N, normalize(L + V)));
+    return light.color.rgb * strength * (NdotL * Kd + pow(NdotH, getNs()) * Ks);
 }
 
 void main()
@@ -176,19 +201,35 @@ void main()
     vec3 V = normalize(u_CameraPosition - vo_Position);
     vec3 light = Kd * u_Ambient * (0.75 + 0.25 * N.y);
     for (int i = 0; i < u_NumLights; ++i) {
-        light += lightFrom(i, N, V, Kd, Ks);
+        light += lightFrom(b_Lights[i], N, V, Kd, Ks);
     }
     out_FragColor = vec4(gammaCorrect(1.0 - exp(-light), 2.2), 1.0);
 }
 )"_s;
 
-void setVector(QVector<float>& array, int index, const QVector3D& xyz, float w)
+std::array<float, 4> toVector(const QVector3D& xyz, float w)
 {
-    float* vector = array.data() + qsizetype{4} * index;
-    vector[0] = xyz.x();
-    vector[1] = xyz.y();
-    vector[2] = xyz.z();
-    vector[3] = w;
+    return {xyz.x(), xyz.y(), xyz.z(), w};
+}
+
+/// Makes a uniform buffer for a block, with its initial contents.
+template<class Block>
+std::unique_ptr<BufferObject> makeUniformBuffer(const Block& block, unsigned int bindingPoint)
+{
+    auto buffer = std::make_unique<BufferObject>(GL_UNIFORM_BUFFER);
+    buffer->uploadBytes(&block, sizeof(Block), GL_DYNAMIC_DRAW);
+    buffer->setIndexedTarget(GL_UNIFORM_BUFFER, bindingPoint, 0, sizeof(Block));
+    return buffer;
+}
+
+/// Uploads a block if it differs from the buffer's contents, which `current` repeats.
+template<class Block>
+void update(BufferObject& buffer, Block& current, const Block& block)
+{
+    if (block != current) {
+        current = block;
+        buffer.updateBytes(&block, sizeof(Block));
+    }
 }
 
 } // namespace
@@ -196,37 +237,35 @@ void setVector(QVector<float>& array, int index, const QVector3D& xyz, float w)
 const PassDescription& ShadowedForwardRenderPass::description()
 {
     static const PassDescription description{
-        .type = "ShadowedForwardRenderPass",
-        .summary = "Draws a model with the lights and shadows of a shadow map record.",
-        .inputs = {viewportInput("size of the output", "1 x 1"),
+        .type = u"ShadowedForwardRenderPass"_s,
+        .summary = u"Draws a model in one pass, lit by the graph's lights with their shadows."_s,
+        .inputs = {viewportInput(u"size of the output; the origin is ignored"_s, u"1 x 1"_s),
                    projectionMatrixInput(),
                    cameraMatrixInput(),
-                   modelInput("the model; all its batches are drawn", "the output is cleared to 0"),
-                   {.name = "Qel_QVariant_ShadowMapData",
-                    .meaning = "the record that a ShadowMapRenderPass publishes",
-                    .whenMissing = "ambient light only"},
-                   {.name = "Qel_float_Ambient",
-                    .meaning = "light that comes evenly from all directions",
-                    .whenMissing = "0",
+                   modelInput(u"the model; all its batches are drawn"_s, u"the output is cleared to 0"_s),
+                   {.name = u"Qel_QVariant_ShadowMapData"_s,
+                    .meaning = u"lights and shadow maps, from a ShadowMapRenderPass; the first 128 lights "
+                               "are used"_s,
+                    .whenMissing = u"ambient light only"_s},
+                   {.name = u"Qel_float_Ambient"_s,
+                    .meaning = u"ambient light, as a fraction of a white light of intensity 1; surfaces "
+                               "that face down receive half of it"_s,
+                    .whenMissing = u"0"_s,
                     .defaultValue = 0.1F,
-                    .range = "0 or more"},
-                   {.name = "Qel_float_LightBleedingReduction",
-                    .meaning = "fraction of visible light below which a light counts as blocked",
-                    .whenMissing = "0",
+                    .range = u"0 or more"_s},
+                   {.name = u"Qel_float_LightBleedingReduction"_s,
+                    .meaning = u"fraction of a light below which a surface counts as in full shadow; more "
+                               "removes light that leaks through overlapping shadows, and hardens edges"_s,
+                    .whenMissing = u"0"_s,
                     .defaultValue = 0.25F,
-                    .range = "0 to 0.99"}},
-        .outputs = {{.name = "Qel_QelTexture*_Frame",
-                     .meaning = "the lit model, sRGB, alpha 0 on the background; RGBA8, from the pool"}}};
+                    .range = u"0 to 0.99, values outside are clamped"_s}},
+        .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
+                     .meaning = u"the lit model, tone-mapped and sRGB-encoded, alpha 1 where something was "
+                                "drawn, otherwise 0; RGBA8, from the pool"_s}}};
     return description;
 }
 
 ShadowedForwardRenderPass::ShadowedForwardRenderPass()
-    : m_colors(4 * maxLights)
-    , m_positions(4 * maxLights)
-    , m_directions(4 * maxLights)
-    , m_layers(2 * maxLights)
-    , m_transforms(16 * maxLayers)
-    , m_cascadeEnds(maxLayers)
 {
     declarePorts(description());
 }
@@ -238,73 +277,76 @@ void ShadowedForwardRenderPass::start(RenderCallbacks* /*callbacks*/)
     const QSize size = m_inputs[Viewport].value.toRect().size();
     auto* model = getInputPointer<GPUModel>(Geometry);
     const auto* data = getInputPointer<ShadowMapManager::RenderData>(ShadowMapData);
-    setLights(data);
 
     const PooledTexture depth(TextureFormat::Depth24Stencil8, size);
     const AttachedDepth attachedDepth(provide(m_framebuffer), depth.get());
     const PooledTarget target(*m_framebuffer, TextureFormat::RGBA8, size);
     if (!m_program) {
         buildModelProgram(
-            provide(m_program), {"out_FragColor"}, vertexSource,
-            fragmentSource.arg(QString::number(maxLights), QString::number(maxLayers),
-                               QString::number(double(ShadowMapManager::cascadeFadeBegin), 'f')));
+            provide(m_program), {u"out_FragColor"_s}, vertexSource,
+            fragmentSource.arg(QString::number(maxLights), QString::number(ShadowMapManager::maxLayers),
+                               QString::number(double{ShadowMapManager::cascadeFadeBegin}, 'f')));
+        m_lightsBuffer = makeUniformBuffer(m_lights, UniformBlocks::shadowedLights);
+        m_transformsBuffer = makeUniformBuffer(m_transforms, UniformBlocks::shadowTransforms);
     }
     glClearColor(0.0F, 0.0F, 0.0F, 0.0F);
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
     if (model) {
-        draw(*model, data ? data->projectionTexture() : nullptr);
+        draw(*model, data);
     }
     m_outputs[Frame].value = target.publish(m_outputs[Frame].users);
 }
 
-/// Fills the uniform arrays with the lights, up to the sizes of the arrays.
-void ShadowedForwardRenderPass::setLights(const ShadowMapRenderData* data)
+void ShadowedForwardRenderPass::draw(GPUModel& model, const ShadowMapRenderData* data)
 {
-    m_numLights = 0;
-    if (!data) {
-        return;
-    }
-    for (const ShadowMapRenderData::Light& light : data->lights()) {
-        const int numLayers = light.firstLayer + light.numProjectors;
-        if (m_numLights == maxLights || numLayers > maxLayers) {
-            break;
-        }
-        if (light.numProjectors == 0) {
-            continue;
-        }
-        const ShadowMapManager::Light& source = light.source;
-        setVector(m_colors, m_numLights, source.color, static_cast<float>(source.type));
-        setVector(m_positions, m_numLights, source.position, source.range);
-        setVector(m_directions, m_numLights, source.direction,
-                  std::cos(qDegreesToRadians(source.angle) / 2.0F));
-        m_layers[2 * m_numLights] = static_cast<float>(light.firstLayer);
-        m_layers[2 * m_numLights + 1] = static_cast<float>(light.numProjectors);
-        for (int layer = light.firstLayer; layer < numLayers; ++layer) {
-            std::copy_n(data->transform(layer).constData(), 16, m_transforms.data() + qsizetype{16} * layer);
-            m_cascadeEnds[layer] = data->cascadeEnd(layer);
-        }
-        ++m_numLights;
-    }
-}
-
-void ShadowedForwardRenderPass::draw(GPUModel& model, Texture* shadowMaps)
-{
+    const int numLights = data ? updateLights(*data) : 0;
     const auto camera = m_inputs[CameraMatrix].value.value<QMatrix4x4>();
     const AutoEnabler depthTest(GL_DEPTH_TEST);
     const AutoBinder programBinder(m_program.get());
-    const BoundSampler sampler(*m_program, m_shadowMaps, shadowMaps, Sampling::Linear);
+    const AutoBinder lightsBinder(m_lightsBuffer.get());
+    const AutoBinder transformsBinder(m_transformsBuffer.get());
+    const BoundSampler sampler(*m_program, m_shadowMaps, data ? data->projectionTexture() : nullptr,
+                               Sampling::Own);
     m_program->setUniform(m_projectionMatrix, m_inputs[ProjectionMatrix].value.value<QMatrix4x4>());
     m_program->setUniform(m_cameraMatrix, camera);
     m_program->setUniform(m_cameraPosition, camera.inverted().column(3).toVector3D());
     m_program->setUniform(m_ambient, m_inputs[Ambient].value.toFloat());
     m_program->setUniform(m_bleedingReduction,
                           std::clamp(m_inputs[LightBleedingReduction].value.toFloat(), 0.0F, 0.99F));
-    m_program->setUniform(m_numLightsUniform, shadowMaps ? m_numLights : 0);
-    m_program->setUniform(m_lightColors, m_colors);
-    m_program->setUniform(m_lightPositions, m_positions);
-    m_program->setUniform(m_lightDirections, m_directions);
-    m_program->setUniform(m_lightLayers, m_layers);
-    m_program->setUniform(m_layerTransforms, m_transforms);
-    m_program->setUniform(m_layerCascadeEnds, m_cascadeEnds);
+    m_program->setUniform(m_numLights, numLights);
     model.draw(m_program.get(), 0, 0, WindingType::CounterClockwise);
 }
+
+/// Updates the uniform buffers where the record changed; returns the number of lights.
+int ShadowedForwardRenderPass::updateLights(const ShadowMapRenderData& data)
+{
+    LightsBlock block{};
+    TransformsBlock transforms{};
+    const size_t numLights = std::min(data.lights().size(), block.lights.size());
+    for (size_t i = 0; i < numLights; ++i) {
+        const ShadowMapRenderData::Light& light = data.lights()[i];
+        const ShadowMapManager::Light& source = light.source;
+        block.lights[i] = {
+            toVector(source.color, static_cast<float>(source.type)), toVector(source.position, source.range),
+            toVector(source.direction, std::cos(qDegreesToRadians(source.angle) / 2.0F)),
+            toVector({static_cast<float>(light.firstLayer),
+                      data.projectionTexture() ? static_cast<float>(light.numProjectors) : 0.0F, 0.0F},
+                     0.0F)};
+    }
+    for (int layer = 0; layer < data.numLayers(); ++layer) {
+        const auto index = static_cast<size_t>(layer);
+        std::copy_n(data.transform(layer).constData(), 16, transforms[index].begin());
+        block.cascadeEnds[index] = data.cascadeEnd(layer);
+    }
+    const size_t numIgnored = data.lights().size() - numLights;
+    if (numIgnored > 0 && numIgnored != m_numIgnoredLights) {
+        logNotice(sourceFile, __LINE__,
+                  u"%1 lights; only the first %2 are used"_s.arg(data.lights().size()).arg(numLights));
+    }
+    m_numIgnoredLights = numIgnored;
+    update(*m_lightsBuffer, m_lights, block);
+    update(*m_transformsBuffer, m_transforms, transforms);
+    return static_cast<int>(numLights);
+}
+
+} // namespace Morvane::Qel
