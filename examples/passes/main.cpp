@@ -30,7 +30,6 @@ class Renderer
 public:
     explicit Renderer(OpenGLDeviceContext& context)
         : m_context(context)
-        , m_scope(&context)
     {
     }
 
@@ -38,7 +37,7 @@ public:
     Texture* render(GPUModel& model, const QSize& size, const QMatrix4x4& projection,
                     const QMatrix4x4& camera)
     {
-        const ResourceScope::Activation activation(&m_context, &m_scope);
+        const ResourceScope::Activation activation(&m_scope);
         const QRect viewport(QPoint(0, 0), size);
         m_forward.setInput(ForwardRenderPass::Viewport, viewport);
         m_forward.setInput(ForwardRenderPass::ProjectionMatrix, projection);
