@@ -18,6 +18,27 @@ namespace {
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/CubemapLoaderRenderPass";
 
+constexpr std::array<const char*, 6> faceNames{"+X", "-X", "+Y", "-Y", "+Z", "-Z"};
+
+/// Reports the first face that does not fit the others.
+void checkSizes(const std::array<QSize, 6>& sizes)
+{
+    const auto text = [&](size_t face) {
+        return u"face %1 is %2x%3"_s.arg(QLatin1StringView(faceNames[face]))
+            .arg(sizes[face].width())
+            .arg(sizes[face].height());
+    };
+    for (size_t i = 0; i < sizes.size(); ++i) {
+        const bool isSquare = sizes[i].width() == sizes[i].height();
+        if (!isSquare || sizes[i] != sizes[0]) {
+            logCritical(sourceFile, __LINE__,
+                        text(i) + (isSquare ? u", "_s + text(0) : QString()) +
+                            u"; the faces of a cube map must be square and of one size"_s);
+            return;
+        }
+    }
+}
+
 void uploadFace(Texture& cubemap, unsigned int face, const QImage& image)
 {
     const QSharedPointer<BufferObject> buffer = OpenGLDeviceContext::current()->pixelTransferBuffer();
@@ -41,11 +62,14 @@ const PassDescription& CubemapLoaderRenderPass::description()
     const auto face = [](const QString& name, const QString& direction) {
         return InputDescription{.name = u"Qel_QString_CubemapPath"_s + name,
                                 .meaning = u"path of the image file of the %1 face"_s.arg(direction),
-                                .whenMissing = u"a transparent black face"_s};
+                                .whenMissing =
+                                    u"a transparent black face of 1 x 1, which fits the others only "
+                                    "if they are missing too"_s,
+                                .range = u"square, and of the size of the other faces"_s};
     };
     static const PassDescription description{
         .type = u"CubemapLoaderRenderPass"_s,
-        .summary = u"Loads six image files into a mipmapped cube map."_s,
+        .summary = u"Loads six image files, square and of one size, into a mipmapped cube map."_s,
         .inputs = {face(u"PosX"_s, u"+x (right)"_s), face(u"NegX"_s, u"-x (left)"_s),
                    face(u"PosY"_s, u"+y (top)"_s), face(u"NegY"_s, u"-y (bottom)"_s),
                    face(u"PosZ"_s, u"+z (back)"_s), face(u"NegZ"_s, u"-z (front)"_s)},
@@ -89,7 +113,6 @@ QString CubemapLoaderRenderPass::key(const Paths& paths)
 
 std::unique_ptr<Texture> CubemapLoaderRenderPass::build(const Paths& paths) const
 {
-    static constexpr std::array<const char*, 6> faceNames{"+X", "-X", "+Y", "-Y", "+Z", "-Z"};
     int limit = 0;
     glGetIntegerv(GL_MAX_CUBE_MAP_TEXTURE_SIZE, &limit);
     auto cubemap = std::make_unique<Texture>(nullptr);
@@ -97,6 +120,7 @@ std::unique_ptr<Texture> CubemapLoaderRenderPass::build(const Paths& paths) cons
     const AutoBinder binder(cubemap.get());
     cubemap->setFilter(GL_LINEAR, GL_LINEAR);
     cubemap->setWrap(GL_CLAMP_TO_EDGE);
+    std::array<QSize, 6> sizes;
     for (size_t i = 0; i < paths.size(); ++i) {
         QString problem;
         QImage image = loadImage(paths[i], limit, &problem);
@@ -108,8 +132,10 @@ std::unique_ptr<Texture> CubemapLoaderRenderPass::build(const Paths& paths) cons
             }
             image = makeTexel(Qt::transparent);
         }
+        sizes[i] = image.size();
         uploadFace(*cubemap, GL_TEXTURE_CUBE_MAP_POSITIVE_X + static_cast<unsigned int>(i), image);
     }
+    checkSizes(sizes);
     cubemap->generateMipmap();
     checkGLError(sourceFile, 185);
     return cubemap;
