@@ -119,9 +119,10 @@ TEST_F(CubemapLoaderRenderPassTest, NamesTheFaceThatDoesNotFit)
     ASSERT_TRUE(makeImage(1, 4).copy(0, 0, 4, 2).save(wide));
     load(pass, {small, small, small, small, small, wide});
     expectMessage(u"CubemapLoaderRenderPass:\\d+\\] face -Z is 4x2"_s + rule);
-    // GL reports the cube map too.
-    for (const auto& error : {u"GL_INVALID_OPERATION in glGenerateMipmap"_s,
-                              u"CubemapLoaderRenderPass:185\\] OpenGL error GL_INVALID_OPERATION"_s}) {
+    // GL reports the face and the cube map too.
+    for (const auto& error :
+         {u"GL_INVALID_VALUE in glTexImage2D"_s, u"176\\] OpenGL error GL_INVALID_VALUE"_s,
+          u"GL_INVALID_OPERATION in glGenerateMipmap"_s, u"185\\] OpenGL error GL_INVALID_OPERATION"_s}) {
         expectMessage(error);
     }
 }

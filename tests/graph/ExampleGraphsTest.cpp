@@ -124,6 +124,7 @@ TEST_P(ExampleGraph, RendersTheSameImagesWhateverElseReadsItsTexturesAndReturnsT
     for (size_t frame = 0; frame < images.size(); ++frame) {
         EXPECT_TRUE(equal(readImages[frame], images[frame])) << "frame " << frame + 1;
     }
+    graph.reset();
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, ExampleGraph, testing::ValuesIn(graphNames()), [](const auto& instance) {

@@ -108,7 +108,6 @@ TEST_P(PassProperties, SurvivesMissingAndWrongInputs)
     }
     if (GetParam() == "CubemapLoaderRenderPass") {
         // The 1x1 image that replaces a missing face does not match the other five; GL reports it too.
-        expectMessage(u"face .. is 1x1, face \\+X is 128x128; "_s);
         expectMessage(u"face -X is 128x128, face \\+X is 1x1; "_s);
         expectMessage(u"GL_INVALID_OPERATION in glGenerateMipmap"_s);
         expectMessage(u"CubemapLoaderRenderPass:185\\] OpenGL error GL_INVALID_OPERATION"_s);
