@@ -241,9 +241,10 @@ void HeadlessContext::makeCurrent()
     if (m_egl->makeCurrent()) {
         OpenGLDeviceContext::makeCurrent();
     } else {
-        logCritical(__FILE__, __LINE__,
-                    u"the context cannot be made current (EGL error 0x%1); if it is current on another thread, "
-                    "call doneCurrent there first"_s.arg(eglGetError(), 0, 16));
+        logCritical(
+            __FILE__, __LINE__,
+            u"the context cannot be made current (EGL error 0x%1); if it is current on another thread, "
+            "call doneCurrent there first"_s.arg(eglGetError(), 0, 16));
     }
 }
 

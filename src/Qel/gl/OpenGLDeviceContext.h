@@ -35,8 +35,8 @@ public:
 /// constructor and the destructor need the native context current.
 ///
 /// GL objects belong to the context that is current when they are first used. A context is current on one
-/// thread at a time; before another thread makes it current or destroys it, call doneCurrent. Several contexts
-/// may be used at the same time, each on its own thread.
+/// thread at a time; before another thread makes it current or destroys it, call doneCurrent. Several
+/// contexts may be used at the same time, each on its own thread.
 class QEL_GL_EXPORT OpenGLDeviceContext
 {
 public:

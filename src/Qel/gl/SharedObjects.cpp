@@ -55,8 +55,7 @@ QSharedPointer<DrawBuffers> OpenGLDeviceContext::fullScreenTriangle()
 {
     QSharedPointer<DrawBuffers>& triangle = data<FullScreenBatches>().triangle;
     if (!triangle) {
-        triangle =
-            makeFullScreenBatch({-1, -1, 0, 3, -1, 0, -1, 3, 0}, {0, 0, 2, 0, 0, 2}, GL_TRIANGLES);
+        triangle = makeFullScreenBatch({-1, -1, 0, 3, -1, 0, -1, 3, 0}, {0, 0, 2, 0, 0, 2}, GL_TRIANGLES);
     }
     return triangle;
 }

@@ -154,9 +154,8 @@ PooledTexture::~PooledTexture()
 {
     if (m_texture) {
         // The pool, and the texture with it, may be gone, or belong to another context than the current one.
-        m_context.whenCurrent([texture = m_texture] {
-            TextureManager::Instance()->releaseTempTextureRef(texture, 1);
-        });
+        m_context.whenCurrent(
+            [texture = m_texture] { TextureManager::Instance()->releaseTempTextureRef(texture, 1); });
     }
 }
 

@@ -322,9 +322,8 @@ void PassRunner::releaseOutputs()
 {
     for (KeptOutput& kept : m_kept) {
         if (kept.texture) {
-            m_context.whenCurrent([texture = kept.texture] {
-                TextureManager::Instance()->releaseTempTextureRef(texture, 1);
-            });
+            m_context.whenCurrent(
+                [texture = kept.texture] { TextureManager::Instance()->releaseTempTextureRef(texture, 1); });
         }
         kept.texture = nullptr;
         kept.value.clear();
