@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include <Qel/core/Text.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/ResourceScope.h>
 #include <Qel/graph/support/Camera.h>
@@ -89,7 +90,9 @@ std::unique_ptr<RenderGraph> RenderGraph::create(const GraphDescription& graph, 
 bool RenderGraph::renderFrame(QString* error)
 {
     const ResourceScope::Activation activation(d->context, &d->scope);
-    return d->runner->renderFrame(*d->scene, error);
+    const bool good = d->runner->renderFrame(*d->scene, error);
+    *error = printable(*error);
+    return good;
 }
 
 Texture* RenderGraph::image() const
@@ -128,7 +131,7 @@ bool RenderGraph::setConstant(const QString& pass, const QString& port, const QJ
                               QString* error)
 {
     const auto fail = [&](const QString& what) {
-        *error = u"%1: %2.%3: %4"_s.arg(d->plan.graph.displayName(), pass, port, what);
+        *error = printable(u"%1: %2.%3: %4"_s.arg(d->plan.graph.displayName(), pass, port, what));
         return false;
     };
     QStringList passNames;
