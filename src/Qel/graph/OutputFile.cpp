@@ -115,6 +115,18 @@ bool OutputFile::open(QString* error)
     return true;
 }
 
+bool OutputFile::writeAll(QByteArrayView bytes)
+{
+    while (!bytes.isEmpty()) {
+        const qint64 written = write(bytes.data(), bytes.size());
+        if (written <= 0) {
+            return false;
+        }
+        bytes = bytes.sliced(written);
+    }
+    return true;
+}
+
 bool OutputFile::commit(QString* error)
 {
     return QSaveFile::commit() || writeError(error, m_path, errorString());

@@ -25,11 +25,12 @@ namespace {
 /// Larger than the textures of any driver; a header with more is damaged.
 constexpr int maxFileSide = 1 << 16;
 
-/// Makes the EXR library write to a QSaveFile, which replaces the old file only once the new one is complete.
+/// Makes the EXR library write to an OutputFile, which replaces the old file only once the new one is
+/// complete.
 class SaveFileStream : public Imf::OStream
 {
 public:
-    explicit SaveFileStream(QSaveFile& file)
+    explicit SaveFileStream(OutputFile& file)
         : OStream(QFile::encodeName(file.fileName()).constData())
         , m_file(file)
     {
@@ -37,7 +38,7 @@ public:
 
     void write(const char bytes[], int count) override
     {
-        if (m_file.write(bytes, count) != count) {
+        if (!m_file.writeAll({bytes, count})) {
             throw std::runtime_error(m_file.errorString().toStdString());
         }
     }
@@ -50,7 +51,7 @@ public:
     }
 
 private:
-    QSaveFile& m_file;
+    OutputFile& m_file;
 };
 
 /// Slices for all channels of an image. The library takes writable memory even for writing files.
@@ -92,7 +93,7 @@ QStringList sortedChannels(const Imf::ChannelList& list)
 
 } // namespace
 
-bool writeExr(const Image& image, QSaveFile& file, QString* error)
+bool writeExr(const Image& image, OutputFile& file, QString* error)
 {
     try {
         Imf::Header header(image.width, image.height);
