@@ -57,15 +57,16 @@ public:
 
     /// Renders one frame. Framebuffer 0 must be at least as large as the viewport if a pass draws to the
     /// screen. Returns false with one line in `error` if a shader program failed to build (the compiler's
-    /// messages are logged), a pass set an error code, or the graph's output is empty.
+    /// messages are logged), there was a GL error in a pass, a pass set an error code, or the graph's output
+    /// is empty.
     bool renderFrame(QString* error);
 
     /// \name Results
     /// Results of the last frame, valid until the next frame or releaseOutputs.
     /// @{
 
-    /// The output image of the graph; null before the first frame or if the graph has no output. Do not
-    /// delete it or render into it.
+    /// The output image of the graph, as it was before any other pass modified it in place; null before the
+    /// first frame or if the graph has no output. Do not delete it or render into it.
     Texture* image() const;
 
     struct Output
@@ -75,7 +76,8 @@ public:
         QString port;
         QVariant value;
     };
-    /// All outputs of all passes that ran, in execution order; empty without Options::keepOutputs.
+    /// All outputs of all passes that ran, in execution order, each as it was before another pass modified it
+    /// in place; empty without Options::keepOutputs.
     std::vector<Output> outputs() const;
     /// Returns the textures of the last frame to the pool.
     void releaseOutputs();
