@@ -181,8 +181,8 @@ TEST_F(ImageIO, FailedWritesNameTheCauseAndKeepTheFolderAsItWas)
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
     const rlimit small{10000, limit.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-    expectWriteError("a.png", large, "check that the disk is not full");
-    expectWriteError("a.exr", large, "check that the disk is not full");
+    expectWriteError("a.png", large, "File too large; check that the disk is not full");
+    expectWriteError("a.exr", large, "File too large; check that the disk is not full");
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
     EXPECT_EQ(files("*"), (QStringList{"a.exr", "a.png"}));
     EXPECT_EQ(readFloats("a.png"), (Floats{1, 1, 1, 1}));
