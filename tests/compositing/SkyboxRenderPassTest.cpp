@@ -196,15 +196,10 @@ TEST_F(SkyboxRenderPassTest, DrawsOnlyWhereTheStencilIsZero)
     EXPECT_EQ(after, depthStencil);
     // Without a stencil, the environment replaces the frame; a notice says so once.
     const auto plainDepth = makeTexture(before, GL_DEPTH_COMPONENT32F);
-    EXPECT_EQ(messages().information.filter("stencil").size(), 0);
     for (int i = 0; i < 2; ++i) {
         EXPECT_TRUE(equal(render(pass, views[5], cubemap, nullptr, frame, plainDepth), directions(views[5]),
                           tolerance));
-        EXPECT_EQ(messages()
-                      .information
-                      .filter("SkyboxRenderPass: the depth texture, GL_DEPTH_COMPONENT32F, has no stencil")
-                      .size(),
-                  1);
+        EXPECT_EQ(messages().information.filter("COMPONENT32F, has no stencil").size(), 1);
     }
     // Without an environment the frame is published unchanged.
     const Pixels drawn = readTexture(frame.get());

@@ -185,8 +185,6 @@ void OpenGLDeviceContext::makeCurrent()
     for (size_t i = 0; i < recordedCapabilities.size(); ++i) {
         d->capabilities[i] = glIsEnabled(recordedCapabilities[i]) == GL_TRUE;
     }
-    // Without it, the faces of cube maps do not blend into each other.
-    glEnable(GL_TEXTURE_CUBE_MAP_SEAMLESS);
     for (const Private::Data& data : d->data) {
         data.object->restoreBindings();
     }
