@@ -107,8 +107,9 @@ TEST_F(TextureManagerTest, ClampsSizesAndAllocatesMipChains)
         Texture* texture = borrow(TextureFormat::RGBA8, tooLarge.width(), tooLarge.height());
         EXPECT_EQ(sizeInGL(texture), QSize(1, 1));
         // No path of the machine that built the library.
-        expectMessage(u"^\\[src/Qel/gl/TextureManager.cpp:\\d+\\] a texture of .* exceeds the driver's limit of %1"_s.arg(
-            limit));
+        expectMessage(
+            u"^\\[src/Qel/gl/TextureManager.cpp:\\d+\\] a texture of .* exceeds the driver's limit of %1"_s
+                .arg(limit));
     }
     // The mip chain goes down to one texel.
     Texture* mipmapped = borrow(TextureFormat::RGBA32FMipmapped, 13, 5);

@@ -23,9 +23,9 @@ bool hasFeature(const OpenGLDeviceContext& context, int version, const char* ext
 void restoreCapabilities(const OpenGLDeviceContext& context)
 {
     glEnable(GL_DITHER);
-    for (const GLenum capability : {GL_LINE_SMOOTH, GL_POLYGON_SMOOTH, GL_POLYGON_OFFSET_LINE,
-                                    GL_POLYGON_OFFSET_POINT, GL_SAMPLE_ALPHA_TO_ONE, GL_SAMPLE_COVERAGE,
-                                    GL_SAMPLE_MASK}) {
+    for (const GLenum capability :
+         {GL_LINE_SMOOTH, GL_POLYGON_SMOOTH, GL_POLYGON_OFFSET_LINE, GL_POLYGON_OFFSET_POINT,
+          GL_SAMPLE_ALPHA_TO_ONE, GL_SAMPLE_COVERAGE, GL_SAMPLE_MASK}) {
         glDisable(capability);
     }
     constexpr GLenum numClipDistances = 8;
@@ -84,10 +84,10 @@ void restorePrimitives(const OpenGLDeviceContext& context)
 void restorePixelTransfers(const OpenGLDeviceContext& context)
 {
     for (const GLenum name :
-         {GL_PACK_SWAP_BYTES, GL_PACK_LSB_FIRST, GL_PACK_ROW_LENGTH, GL_PACK_IMAGE_HEIGHT, GL_PACK_SKIP_PIXELS,
-          GL_PACK_SKIP_ROWS, GL_PACK_SKIP_IMAGES, GL_UNPACK_SWAP_BYTES, GL_UNPACK_LSB_FIRST,
-          GL_UNPACK_ROW_LENGTH, GL_UNPACK_IMAGE_HEIGHT, GL_UNPACK_SKIP_PIXELS, GL_UNPACK_SKIP_ROWS,
-          GL_UNPACK_SKIP_IMAGES}) {
+         {GL_PACK_SWAP_BYTES, GL_PACK_LSB_FIRST, GL_PACK_ROW_LENGTH, GL_PACK_IMAGE_HEIGHT,
+          GL_PACK_SKIP_PIXELS, GL_PACK_SKIP_ROWS, GL_PACK_SKIP_IMAGES, GL_UNPACK_SWAP_BYTES,
+          GL_UNPACK_LSB_FIRST, GL_UNPACK_ROW_LENGTH, GL_UNPACK_IMAGE_HEIGHT, GL_UNPACK_SKIP_PIXELS,
+          GL_UNPACK_SKIP_ROWS, GL_UNPACK_SKIP_IMAGES}) {
         glPixelStorei(name, 0);
     }
     constexpr int initialAlignment = 4;

@@ -57,7 +57,9 @@ int cutLength(const char* text, int limit)
     if (view.size() <= static_cast<size_t>(limit)) {
         return static_cast<int>(view.size());
     }
-    const auto continues = [&](int byte) { return (static_cast<unsigned char>(text[byte]) & 0xC0U) == 0x80U; };
+    const auto continues = [&](int byte) {
+        return (static_cast<unsigned char>(text[byte]) & 0xC0U) == 0x80U;
+    };
     while (limit > 0 && continues(limit)) {
         --limit;
     }

@@ -38,11 +38,11 @@ public:
 /// context rather than through GL, so that guards can restore them from the record. All operations except the
 /// constructor need the native context current.
 ///
-/// After calls to the library, an application must expect other GL state than before. Program and vertex array
-/// are restored; so is the framebuffer, but TextureToScreenRenderPass leaves the default one
-/// bound. The viewport and what applyBaseState sets have any value. What makeCurrent resets stays reset. The
-/// first 48 texture units, the image units and the first 4 binding points of GL_UNIFORM_BUFFER may hold
-/// objects of the library or none, and so may the binding points of atomic counters. Nothing else is changed.
+/// After calls to the library, an application must expect other GL state than before. Program and vertex
+/// array are restored; so is the framebuffer, but TextureToScreenRenderPass leaves the default one bound. The
+/// viewport and what applyBaseState sets have any value. What makeCurrent resets stays reset. The first 48
+/// texture units, the image units and the first 4 binding points of GL_UNIFORM_BUFFER may hold objects of the
+/// library or none, and so may the binding points of atomic counters. Nothing else is changed.
 class QEL_GL_EXPORT OpenGLDeviceContext
 {
 public:
@@ -129,8 +129,8 @@ public:
     /// @}
 
     /// \name Debugging aids
-    /// Names for tools such as frame debuggers. Without KHR_debug these do nothing. Names that are longer than
-    /// the driver allows are cut.
+    /// Names for tools such as frame debuggers. Without KHR_debug these do nothing. Names that are longer
+    /// than the driver allows are cut.
     /// @{
     void pushDebugGroup(const char* name);
     void popDebugGroup();

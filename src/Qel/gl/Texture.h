@@ -72,9 +72,9 @@ public:
     /// Recorded in this object, so that setting an equal value costs no GL call and reading needs no query.
     /// @{
 
-    /// Sets an integer parameter of glTexParameteri: filters, wrap modes, levels, level of detail, comparison,
-    /// swizzle, GL_DEPTH_STENCIL_TEXTURE_MODE, GL_TEXTURE_MAX_ANISOTROPY or GL_TEXTURE_SRGB_DECODE_EXT. Any
-    /// other is reported and ignored.
+    /// Sets an integer parameter of glTexParameteri: filters, wrap modes, levels, level of detail,
+    /// comparison, swizzle, GL_DEPTH_STENCIL_TEXTURE_MODE, GL_TEXTURE_MAX_ANISOTROPY or
+    /// GL_TEXTURE_SRGB_DECODE_EXT. Any other is reported and ignored.
     void setParameter(unsigned int name, int value);
     int parameter(unsigned int name) const;
     void setFilter(int minFilter, int magFilter);

@@ -13,8 +13,8 @@ class Texture;
 
 /// Reads level 0 of a texture: one image for a 2D texture, one per layer of an array texture, six for a cube
 /// map in GL's face order, none for a texture without storage. Unsigned integer formats keep their values;
-/// signed ones become floats, exact up to 2^24. Depth formats give one channel "Z". Null is reported and gives
-/// no image. The context must be current.
+/// signed ones become floats, exact up to 2^24. Depth formats give one channel "Z". Null is reported and
+/// gives no image. The context must be current.
 QEL_GRAPH_EXPORT std::vector<Image> readTexture(Texture* texture);
 
 /// Reads the lower left corner of the default framebuffer as RGBA with 8 bits per channel. The context must

@@ -30,7 +30,8 @@ QString completeOptions(const std::vector<OptionDescription>& known, QVariantMap
         }
         const auto typeName = [](const QVariant& of) { return QString::fromLatin1(of.metaType().name()); };
         if (const QString given = typeName(value); !value.convert(option.defaultValue.metaType())) {
-            return u"option %1 must be of type %2, not %3"_s.arg(option.name, typeName(option.defaultValue), given);
+            return u"option %1 must be of type %2, not %3"_s.arg(option.name, typeName(option.defaultValue),
+                                                                 given);
         }
         if (!option.choices.isEmpty() && !option.choices.contains(value.toString())) {
             return u"option %1 must be one of %2, not \"%3\""_s.arg(option.name, quoted(option.choices),

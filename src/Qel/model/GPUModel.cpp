@@ -92,8 +92,9 @@ GPUModel::GPUModel(const ModelData& data, QObject* parent)
         // A negative index becomes a large one.
         const auto meshIndex = static_cast<size_t>(instance.mesh);
         if (!faults.check(meshIndex < meshes.size(), [&] {
-                return u"instance %1 is of mesh %2 of %3 and left out"_s.arg(i).arg(instance.mesh).arg(
-                    meshes.size());
+                return u"instance %1 is of mesh %2 of %3 and left out"_s.arg(i)
+                    .arg(instance.mesh)
+                    .arg(meshes.size());
             })) {
             continue;
         }
@@ -112,8 +113,8 @@ GPUModel::GPUModel(const ModelData& data, QObject* parent)
         drawBuffers->setVAO(buffers.vertexArray);
         drawBuffers->setPrimitiveType(GL_TRIANGLES);
         drawBuffers->setIndexedDraw(buffers.indices, buffers.numIndices, GL_UNSIGNED_INT);
-        d->batches.push_back({drawBuffers, objects[i], material.data, material.flags,
-                              instance.transform.determinant() < 0.0});
+        d->batches.push_back(
+            {drawBuffers, objects[i], material.data, material.flags, instance.transform.determinant() < 0.0});
         d->numTriangles += buffers.numIndices / 3;
         for (const QVector3D& position : mesh.positions) {
             const QVector3D p = instance.transform.map(position);

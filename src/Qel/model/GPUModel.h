@@ -31,8 +31,8 @@ enum class WindingType : int
 /// than the driver's limit are scaled down. Construct and destroy with the GL context current.
 ///
 /// Incomplete data is reported in one line and drawn as far as it goes: instances without a mesh and meshes
-/// with indices that they have no positions for are not drawn; arrays shorter or longer than the positions and
-/// maps without an image are left out; a mesh without a material gets the default one.
+/// with indices that they have no positions for are not drawn; arrays shorter or longer than the positions
+/// and maps without an image are left out; a mesh without a material gets the default one.
 class QEL_MODEL_EXPORT GPUModel : public QObject
 {
     Q_OBJECT
