@@ -254,17 +254,14 @@ TEST_F(GraphCpuTest, CreatingAPassCompletesAndChecksItsOptions)
         EXPECT_EQ(registry.create("Filter", options, &error), nullptr);
         return error.toStdString();
     };
-    EXPECT_EQ(create({{"passes", "3"}, {"shapes", QVariantList{QVariantMap{{"size", 2}}}}}), "complete");
-    const QVariantMap shape{{"kind", "cube"}, {"size", 2.0F}};
-    EXPECT_EQ(received,
-              (PassOptions{
-                  {"passes", 3}, {"quality", "low"}, {"table", QString()}, {"shapes", QVariantList{shape}}}));
+    EXPECT_EQ(create({{"passes", "3"}, {"shapes", QVariantList{QVariantMap()}}}), "complete");
+    const QVariantMap shape{{"kind", "cube"}, {"size", 1.0F}};
+    EXPECT_EQ(
+        received,
+        (PassOptions{{"passes", 3}, {"quality", "low"}, {"table", ""}, {"shapes", QVariantList{shape}}}));
     EXPECT_EQ(create({{"qualty", "low"}}), "Filter: no option \"qualty\"; did you mean \"quality\"?");
-    EXPECT_EQ(create({{"quality", "mid"}}),
-              "Filter: option quality must be one of \"low\", \"high\", not \"mid\"");
+    EXPECT_EQ(create({{"quality", ""}}), R"(Filter: option quality must be one of "low", "high", not "")");
     EXPECT_EQ(create({{"passes", "many"}}), "Filter: option passes must be of type int, not QString");
-    EXPECT_EQ(create({{"shapes", QVariantList{QVariantMap{{"color", 1}}}}}),
-              "Filter: shapes[0]: no option \"color\"; there are \"kind\", \"size\"");
 }
 
 TEST_F(GraphCpuTest, InputsResolveToTheirSources)

@@ -44,7 +44,13 @@ TEST_P(PassProperties, DrawsTheSameFromAnyStateAndKeepsReferencesBalancedForAnyN
         PassHost host(GetParam());
         for (const int users : {1, 2, 0, 1}) {
             host.setNumUsers(users);
-            host.connectInputs();
+            const std::vector<QVariant> values = host.connectInputs();
+            for (int i = 0; users == 2 && i < host.numInputs(); ++i) {
+                if (pointerFromVariant<Texture>(values[static_cast<size_t>(i)])) {
+                    // Its sampler must not read what the application left on a unit.
+                    host.replaceInput(i);
+                }
+            }
             if (isDirty != 0) {
                 leaveForeignState();
                 context().makeCurrent();
@@ -178,8 +184,6 @@ TEST_P(PassProperties, FollowsAHundredSizesAndLeavesNoObject)
             EXPECT_EQ(TextureManager::Instance()->numReferences(), numKeptTextures(GetParam()));
         }
         EXPECT_LT(TextureManager::Instance()->numTextures(), 60) << "the pool keeps unused sizes";
-        TextureManager::Instance()->releaseFreeTextures();
-        EXPECT_EQ(numDeletedAttachments(), 0);
     }
     TextureManager::Instance()->releaseFreeTextures();
     EXPECT_EQ(liveObjects(), before);
