@@ -158,7 +158,6 @@ TEST_F(RenderCommand, ShadersAreWrittenAndTheirMistakesShown)
         "it has vo_TexCoord\n");
     EXPECT_EQ(files("*", "glsl/ramp.1"), (QStringList{"0.vert", "1.frag"}));
     EXPECT_TRUE(contents("glsl/ramp.1/1.frag").startsWith("#version 150\n"));
-    EXPECT_TRUE(contents("glsl/ramp.1/1.frag").contains("uniform float Qel_float_Blue;"));
 
     write("ramp.frag", ramp);
     write("tess.json", QString(shaderGraph).replace("\"fragmentShader\"", "\"tessellationControlShader\""));
