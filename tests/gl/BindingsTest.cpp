@@ -116,9 +116,11 @@ TEST_F(Bindings, MoreTexturesThanUnitsAreReportedAndLeaveTheBindings)
     expectUnits(textures);
     for (Texture* texture : textures) {
         texture->release();
-        EXPECT_EQ(widthInGL(*texture), 1);
     }
     EXPECT_EQ(widthInGL(extra), 2);
+    for (Texture* texture : textures) {
+        EXPECT_EQ(widthInGL(*texture), 1);
+    }
     const AutoBinder binder(&extra);
     expectUnits({&extra, nullptr, nullptr, nullptr});
 }
