@@ -16,6 +16,7 @@
 #include <Qel/gl/Guards.h>
 #include <Qel/gl/ResourceScope.h>
 #include <Qel/gl/Texture.h>
+#include <Qel/gl/UniformBlocks.h>
 #include <Qel/gl/VertexArrayObject.h>
 
 #include "support/GLState.h"
@@ -118,9 +119,11 @@ TEST_F(Bindings, MoreTexturesThanUnitsAreReportedAndLeaveTheBindings)
     expectUnits(textures);
     for (Texture* texture : textures) {
         texture->release();
-        EXPECT_EQ(widthInGL(*texture), 1);
     }
     EXPECT_EQ(widthInGL(extra), 2);
+    for (Texture* texture : textures) {
+        EXPECT_EQ(widthInGL(*texture), 1);
+    }
     const AutoBinder binder(&extra);
     expectUnits({&extra, nullptr, nullptr, nullptr});
 }
@@ -207,8 +210,16 @@ TEST_F(Bindings, MakeCurrentReadsTheStateThatTheApplicationChanged)
 
     // Otherwise a pass would take it for its own.
     glEnable(GL_RGBA);
+    // Samplers without a texture read this unit, and programs without instance data this block.
+    glActiveTexture(GL_TEXTURE0 + BindingRecord::emptyUnit);
+    glBindTexture(GL_TEXTURE_2D, color->textureID());
+    glBindBufferBase(GL_UNIFORM_BUFFER, UniformBlocks::veskInstance, 0);
     context().makeCurrent();
     EXPECT_FALSE(hasGLError("Core/A", 1));
+    EXPECT_EQ(textureAt(BindingRecord::emptyUnit), 0U);
+    int block = 0;
+    glGetIntegeri_v(GL_UNIFORM_BUFFER_BINDING, UniformBlocks::veskInstance, &block);
+    EXPECT_NE(block, 0);
     expectMessage(u"^\\[GL calls of the application:0\\] OpenGL error GL_INVALID_ENUM"_s);
     expectMessage(u"^OpenGL: "_s);
 

@@ -84,7 +84,7 @@ TEST_F(ImageReadBack, LayersAndFacesAreSeparateImages)
     Texture empty;
     EXPECT_TRUE(readTexture(&empty).empty());
     EXPECT_TRUE(readTexture(nullptr).empty());
-    expectMessage(u"there is no texture to read"_s);
+    expectMessage("there is no texture to read");
     Texture layers;
     layers.setTarget(GL_TEXTURE_2D_ARRAY);
     layers.setFilter(GL_NEAREST, GL_NEAREST);

@@ -44,13 +44,7 @@ TEST_P(PassProperties, DrawsTheSameFromAnyStateAndKeepsReferencesBalancedForAnyN
         PassHost host(GetParam());
         for (const int users : {1, 2, 0, 1}) {
             host.setNumUsers(users);
-            const std::vector<QVariant> values = host.connectInputs();
-            for (int i = 0; users == 2 && i < host.numInputs(); ++i) {
-                if (pointerFromVariant<Texture>(values[static_cast<size_t>(i)])) {
-                    // Its sampler must not read what the application left on a unit.
-                    host.replaceInput(i);
-                }
-            }
+            host.connectInputs();
             if (isDirty != 0) {
                 leaveForeignState();
                 context().makeCurrent();

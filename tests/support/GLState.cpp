@@ -55,12 +55,11 @@ void bindTextures()
 
 void bindBuffers()
 {
-    const std::vector<unsigned char> contents(1 << 16, 0x3f);
     unsigned int buffer = 0;
     glGenBuffers(1, &buffer);
     glBindBuffer(GL_PIXEL_PACK_BUFFER, buffer);
     glBindBuffer(GL_PIXEL_UNPACK_BUFFER, buffer);
-    glBufferData(GL_PIXEL_PACK_BUFFER, 1 << 16, contents.data(), GL_STATIC_DRAW);
+    glBufferData(GL_PIXEL_PACK_BUFFER, 1 << 16, std::vector(1 << 16, '?').data(), GL_STATIC_DRAW);
     for (unsigned int point = 0; point < stateInGL(GL_MAX_UNIFORM_BUFFER_BINDINGS); ++point) {
         glBindBufferBase(GL_UNIFORM_BUFFER, point, buffer);
     }
