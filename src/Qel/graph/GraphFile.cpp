@@ -36,8 +36,8 @@ bool saveGraph(const GraphDescription& graph, const QString& file, const PassReg
 {
     const QByteArray text = graphText(graph, file, registry).toUtf8();
     OutputFile device(file);
-    return device.open(error) && (device.writeAll(text) || writeError(error, file, device.errorString())) &&
-           device.commit(error);
+    return device.openForWriting(error) &&
+           (device.writeAll(text) || writeError(error, file, device.errorString())) && device.commit(error);
 }
 
 } // namespace Morvane::Qel

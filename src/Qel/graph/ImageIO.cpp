@@ -38,7 +38,7 @@ bool open(OutputFile& file, const QString& path, QString* error)
     if (kindOf(path) == FileKind::Unknown) {
         return imageError(error, path, u"unknown image format"_s, u"write a .png or an .exr file"_s);
     }
-    return file.open(error);
+    return file.openForWriting(error);
 }
 
 } // namespace

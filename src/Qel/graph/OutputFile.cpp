@@ -101,7 +101,7 @@ OutputFile::~OutputFile()
     }
 }
 
-bool OutputFile::open(QString* error)
+bool OutputFile::openForWriting(QString* error)
 {
     if (const char* obstacle = obstacleAt(m_path)) {
         return writeError(error, m_path, u"it is %1"_s.arg(QLatin1StringView(obstacle)),

@@ -18,7 +18,7 @@ public:
     ~OutputFile() override;
 
     /// Opens the file for writing. Returns false with one line in `error` if that is not possible.
-    bool open(QString* error);
+    bool openForWriting(QString* error);
     /// Writes all bytes; on failure, errorString() says why. A plain write may write only some of them, and
     /// then does not say why.
     bool writeAll(QByteArrayView bytes);

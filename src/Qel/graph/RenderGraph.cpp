@@ -129,13 +129,13 @@ std::vector<RenderGraph::Output> RenderGraph::outputs() const
 
 bool RenderGraph::present(unsigned int framebuffer, const QRect& rectangle, QString* error)
 {
-    Texture* picture = image();
-    const QString what = picture ? presentError(*picture) : u"there is no image to show"_s;
+    Texture* shown = image();
+    const QString what = shown ? presentError(*shown) : u"there is no image to show"_s;
     if (!what.isEmpty()) {
         *error = u"%1: output: %2"_s.arg(d->plan.graph.displayName(), what);
         return false;
     }
-    d->presenter.present(*d->context, *picture, framebuffer, rectangle);
+    d->presenter.present(*OpenGLDeviceContext::current(), *shown, framebuffer, rectangle);
     return true;
 }
 

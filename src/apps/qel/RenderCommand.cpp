@@ -143,7 +143,7 @@ void dump(const RenderGraph& graph, const QString& folderPath)
     }
     OutputFile file(folder.filePath(u"outputs.json"_s));
     QString error;
-    if (!file.open(&error)) {
+    if (!file.openForWriting(&error)) {
         fail(error);
     }
     // A write that fails makes the commit fail with its cause.

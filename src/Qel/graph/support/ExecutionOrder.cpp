@@ -105,7 +105,9 @@ Dependencies dependenciesOf(const GraphPlan& plan)
             }
         }
     }
-    for (const auto& [pass, reader] : readers) {
+    for (const std::pair<int, Dependency>& entry : readers) {
+        const int pass = entry.first;
+        const Dependency& reader = entry.second;
         std::vector<Dependency>& own = dependencies[static_cast<size_t>(pass)];
         const std::vector<PlannedInput>& inputs = passOf(plan, pass).inputs;
         const bool isSource = std::any_of(inputs.begin(), inputs.end(), [&](const PlannedInput& input) {
