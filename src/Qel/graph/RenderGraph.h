@@ -64,8 +64,8 @@ public:
     bool renderFrame(QString* error);
 
     /// \name Results
-    /// Results of the last frame, valid until the next frame or releaseOutputs; none while the graph's context
-    /// is not current.
+    /// Results of the last frame, valid until the next frame or releaseOutputs; none while the graph's
+    /// context is not current.
     /// @{
 
     /// The output image of the graph; null before the first frame or if the graph has no output. Do not
