@@ -3,9 +3,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-#include <algorithm>
 #include <cmath>
-#include <random>
+#include <numeric>
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -142,11 +141,10 @@ TEST_F(Compare, WritesTheDifferencesAsAnImage)
 
 TEST_F(Compare, SignalsRemoveUnfinishedFiles)
 {
-    Floats noise(size_t{400} * 400);
-    std::generate(noise.begin(), noise.end(),
-                  [random = std::minstd_rand()]() mutable { return static_cast<float>(random()); });
-    write("a.exr", {400, 400, {"R"}, noise});
-    write("b.exr", {400, 400, {"R"}, Floats(noise.size())});
+    Floats ramp(size_t{400} * 400);
+    std::iota(ramp.begin(), ramp.end(), 0.0F);
+    write("a.exr", {400, 400, {"R"}, ramp});
+    write("b.exr", {400, 400, {"R"}, Floats(ramp.size())});
     rlimit limit{};
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
     const rlimit small{10000, limit.rlim_max};

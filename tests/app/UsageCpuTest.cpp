@@ -67,7 +67,6 @@ TEST_F(Usage, WrongArgumentsFailInOneLine)
     expectWrongUse({"render", good, "--json"}, "--json needs --profile");
     expectWrongUse({"compare", good, good, "--gain", "2"}, "--gain needs --difference");
     expectWrongUse({"compare", good, good, "--pixels-per-degree", "0.5"}, "0.5 is not a number from 1");
-    expectWrongUse({"compare", good, path("empty")}, "one is a folder");
     expectWrongUse({"passes", "GradientPass"}, "did you mean \"GradientRenderPass\"");
     const auto expectWrongValues = [&](const QString& option, const QStringList& values,
                                        const QString& message) {

@@ -127,11 +127,25 @@ TEST_F(CubemapLoaderRenderPassTest, ReplacesUnreadableFacesByATransparentTexel)
     EXPECT_TRUE(notices()[1].contains(u"face -Y: \"%1\" is not a file"_s.arg(m_folder.path())));
     load(pass, {texel, missing, texel, texel, texel, texel});
     EXPECT_EQ(notices().size(), 2) << "a path that did not change is reported again";
+}
 
-    // GL reports faces of different sizes.
-    load(pass, {save(6, 8), texel, texel, texel, texel, texel});
-    expectMessage(u"GL_INVALID_OPERATION in glGenerateMipmap"_s);
-    expectMessage(u"CubemapLoaderRenderPass:185\\] OpenGL error GL_INVALID_OPERATION"_s);
+TEST_F(CubemapLoaderRenderPassTest, NamesTheFaceThatDoesNotFit)
+{
+    const QString rule = u"; the faces of a cube map must be square and of one size$"_s;
+    Runner<CubemapLoaderRenderPass> pass;
+    const QString small = save(1, 4);
+    load(pass, {small, small, save(2, 8), small, small, small});
+    expectMessage(u"CubemapLoaderRenderPass:\\d+\\] face \\+Y is 8x8, face \\+X is 4x4"_s + rule);
+    const QString wide = m_folder.filePath(u"wide.png"_s);
+    ASSERT_TRUE(makeImage(1, 4).copy(0, 0, 4, 2).save(wide));
+    load(pass, {small, small, small, small, small, wide});
+    expectMessage(u"CubemapLoaderRenderPass:\\d+\\] face -Z is 4x2"_s + rule);
+    // GL reports the face and the cube map too.
+    for (const auto& error :
+         {u"GL_INVALID_VALUE in glTexImage2D"_s, u"176\\] OpenGL error GL_INVALID_VALUE"_s,
+          u"GL_INVALID_OPERATION in glGenerateMipmap"_s, u"185\\] OpenGL error GL_INVALID_OPERATION"_s}) {
+        expectMessage(error);
+    }
 }
 
 } // namespace

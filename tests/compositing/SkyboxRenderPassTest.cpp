@@ -116,6 +116,27 @@ TEST_F(SkyboxRenderPassTest, LooksUpTheDirectionOfEveryPixel)
     EXPECT_EQ(latLongMap->parameter(GL_TEXTURE_MIN_FILTER), GL_NEAREST);
 }
 
+TEST_F(SkyboxRenderPassTest, FacesBlendIntoEachOther)
+{
+    Texture cubemap;
+    cubemap.setTarget(GL_TEXTURE_CUBE_MAP);
+    cubemap.setFilter(GL_LINEAR, GL_LINEAR);
+    for (unsigned int i = 0; i < 6; ++i) {
+        // Red for +x, blue for +z.
+        const std::array texel{i == 0 ? 1.0F : 0.0F, 0.0F, i == 4 ? 1.0F : 0.0F, 1.0F};
+        cubemap.setFaceImage(GL_TEXTURE_CUBE_MAP_POSITIVE_X + i, 0, GL_RGBA16F, 1, 1, GL_RGBA, GL_FLOAT,
+                             texel.data());
+    }
+    Runner<SkyboxRenderPass> pass;
+    const Pixels image = render(pass, lookingAlong({1, 0, 1}), &cubemap, nullptr);
+    // The edge lies between the two pixels of the middle, each of which is half of each colour up to its
+    // distance of 1/60 of the face.
+    for (const int x : {width / 2 - 1, width / 2}) {
+        EXPECT_NEAR(image.at(x, height / 2).x(), 0.5F, 0.03F);
+        EXPECT_NEAR(image.at(x, height / 2).z(), 0.5F, 0.03F);
+    }
+}
+
 TEST_F(SkyboxRenderPassTest, WrapsImagesHorizontallyAndClampsThemVertically)
 {
     // Red at the top, blue at the bottom, white at the seam and black elsewhere, so that smaller mip levels
@@ -175,15 +196,10 @@ TEST_F(SkyboxRenderPassTest, DrawsOnlyWhereTheStencilIsZero)
     EXPECT_EQ(after, depthStencil);
     // Without a stencil, the environment replaces the frame; a notice says so once.
     const auto plainDepth = makeTexture(before, GL_DEPTH_COMPONENT32F);
-    EXPECT_EQ(messages().information.filter("stencil").size(), 0);
     for (int i = 0; i < 2; ++i) {
         EXPECT_TRUE(equal(render(pass, views[5], cubemap, nullptr, frame, plainDepth), directions(views[5]),
                           tolerance));
-        EXPECT_EQ(messages()
-                      .information
-                      .filter("SkyboxRenderPass: the depth texture, GL_DEPTH_COMPONENT32F, has no stencil")
-                      .size(),
-                  1);
+        EXPECT_EQ(messages().information.filter("COMPONENT32F, has no stencil").size(), 1);
     }
     // Without an environment the frame is published unchanged.
     const Pixels drawn = readTexture(frame.get());

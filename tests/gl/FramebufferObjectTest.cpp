@@ -118,8 +118,8 @@ TEST_F(FramebufferObjectTest, LeavesDetachedTexturesAloneAndAttachesTheirSuccess
         }
         texture.reset();
     }
+    // GL would keep the storage of a deleted texture for the framebuffer.
     const AutoBinder binder(&framebuffer);
-    framebuffer.setDrawBuffers();
     EXPECT_FALSE(isAttachedInGL(GL_COLOR_ATTACHMENT0));
 }
 

@@ -254,17 +254,14 @@ TEST_F(GraphCpuTest, CreatingAPassCompletesAndChecksItsOptions)
         EXPECT_EQ(registry.create("Filter", options, &error), nullptr);
         return error.toStdString();
     };
-    EXPECT_EQ(create({{"passes", "3"}, {"shapes", QVariantList{QVariantMap{{"size", 2}}}}}), "complete");
-    const QVariantMap shape{{"kind", "cube"}, {"size", 2.0F}};
-    EXPECT_EQ(received,
-              (PassOptions{
-                  {"passes", 3}, {"quality", "low"}, {"table", QString()}, {"shapes", QVariantList{shape}}}));
+    EXPECT_EQ(create({{"passes", "3"}, {"shapes", QVariantList{QVariantMap()}}}), "complete");
+    const QVariantMap shape{{"kind", "cube"}, {"size", 1.0F}};
+    EXPECT_EQ(
+        received,
+        (PassOptions{{"passes", 3}, {"quality", "low"}, {"table", ""}, {"shapes", QVariantList{shape}}}));
     EXPECT_EQ(create({{"qualty", "low"}}), "Filter: no option \"qualty\"; did you mean \"quality\"?");
-    EXPECT_EQ(create({{"quality", "mid"}}),
-              "Filter: option quality must be one of \"low\", \"high\", not \"mid\"");
+    EXPECT_EQ(create({{"quality", ""}}), R"(Filter: option quality must be one of "low", "high", not "")");
     EXPECT_EQ(create({{"passes", "many"}}), "Filter: option passes must be of type int, not QString");
-    EXPECT_EQ(create({{"shapes", QVariantList{QVariantMap{{"color", 1}}}}}),
-              "Filter: shapes[0]: no option \"color\"; there are \"kind\", \"size\"");
 }
 
 TEST_F(GraphCpuTest, InputsResolveToTheirSources)
@@ -362,62 +359,49 @@ TEST_F(GraphCpuTest, PassesThatModifyATextureRunAfterItsOtherReaders)
 
 TEST_F(GraphCpuTest, CostGrowsInProportionToTheFile)
 {
-    // Joins a text for each number, which stands for "%1", and for "%2" the number before it.
-    const auto joined = [](const char* text, int size) {
+    // Processor time of the fastest of three readings of a file with this many parts in place of "$".
+    const auto cost = [&](const QString& frame, const QString& part, int size) {
         QStringList parts;
-        for (int i = 0; i < size; ++i) {
-            parts.append(QString(text).arg(i).replace("~", QString::number(std::max(i - 1, 0))));
+        for (int i = size; i > 0; --i) {
+            parts.append(part.arg(i).replace("~", QString::number(i - 1)));
         }
-        return parts;
-    };
-    const auto seconds = [&](const QByteArray& file) {
+        const QByteArray file = QString(frame).replace("$", parts.join(", ")).toUtf8();
         clock_t least = std::numeric_limits<clock_t>::max();
         for (int run = 0; run < 3; ++run) {
             const clock_t begin = clock();
             plan(file);
             least = std::min(least, clock() - begin);
         }
-        return static_cast<double>(least) / CLOCKS_PER_SEC;
+        return least;
     };
-    const auto expectProportional = [&](const QString& frame, const char* text, bool reversed = false) {
-        const auto file = [&](int size) {
-            QStringList parts = joined(text, size);
-            if (reversed) {
-                std::reverse(parts.begin(), parts.end());
-            }
-            return QString(frame).replace("$", parts.join(", ")).toUtf8();
-        };
+    const std::pair<const char*, const char*> files[] = {
+        {R"({"passes": [$, {"name": "p0", "type": "Source"}], "output": "@p2000.Frame"})",
+         R"({"name": "p%1", "type": "Filter", "inputs": {"Frame": "@p~.Frame"}})"},
+        {R"({"passes": [{"name": "a", "type": "Source"}, $]})",
+         R"({"name": "s%1", "type": "Screen", "inputs": {"Texture": "@a.Frame"}})"},
+        {R"({"passes": [$]})", R"({"name": "s%1", "type": "Screen", "inputs": {"Texture": "@b%1.Frame"}})"},
+        {R"({"passes": [{"name": "a", "type": "Source", "inputs": {$}}]})", R"("k%1": 1)"},
+        {R"({"passes": [{"name": "a", "type": "Custom", "options": {"inputs": [$]}, "inputs": {"P1": 1}}]})",
+         R"("Qel_int_P%1")"},
+        {"{$}", R"("output": %1)"},
+        {R"({"camera": {$}})", R"("key%1": {"a": [1]})"}};
+    for (const auto& [frame, part] : files) {
         // A quadratic cost would grow 64-fold.
-        EXPECT_LT(seconds(file(16000)), 24.0 * seconds(file(2000))) << text;
-    };
-    const char* chain = R"({"name": "p%1", "type": "Filter", "inputs": {"Frame": "@p~.Frame"}})";
-    expectProportional(R"({"passes": [$, {"name": "p0", "type": "Source"}], "output": "@p9.Frame"})", chain,
-                       true);
-    expectProportional(R"({"passes": [{"name": "a", "type": "Source"}, $]})",
-                       R"({"name": "s%1", "type": "Screen", "inputs": {"Texture": "@a.Frame"}})");
-    expectProportional(R"({"passes": [$]})",
-                       R"({"name": "s%1", "type": "Screen", "inputs": {"Texture": "@b%1.Frame"}})");
-    expectProportional(R"({"passes": [{"name": "a", "type": "Source", "inputs": {$}}]})", R"("k%1": 1)");
-    expectProportional(R"({"passes": [{"name": "a", "type": "Custom", "options": {"inputs": [$]}}]})",
-                       R"("Qel_int_P%1")");
-    expectProportional("{$}", R"("output": %1)");
-    expectProportional(R"({"camera": {$}})", R"("key%1": {"a": [1]})");
+        EXPECT_LT(cost(frame, part, 16000), 24 * cost(frame, part, 2000)) << part;
+    }
 }
 
 TEST_F(GraphCpuTest, MessagesAreBoundedAndPrintable)
 {
     QStringList passes;
+    const QString ring =
+        R"({"name": "p%1", "type": "Filter", "inputs": {"Frame": "@p%2.Frame", "Mask": "@p0.Frame"}})";
     for (int i = 0; i < 3000; ++i) {
-        passes.append(
-            QString(
-                R"({"name": "p%1", "type": "Filter", "inputs": {"Frame": "@p%2.Frame", "Mask": "@p0.Frame"}})")
-                .arg(i)
-                .arg((i + 1) % 3000));
+        passes.append(ring.arg(i).arg((i + 1) % 3000));
     }
     const QString large = QString("x").repeated(100000);
     const QStringList files{"{\"passes\": [" + passes.join(", ") + "], \"output\": \"@p0.Frame\"}",
                             "{\"\\u001b[31m" + large + "\": 1, \"" + large + "\\u202e\": 1, \"output\": 1}",
-                            "{\"camera\": [\"" + large + "\"], \"output\": \"@" + large + ".b\"}",
                             QString("[").repeated(2000)};
     for (const QString& file : files) {
         EXPECT_FALSE(plan(file.toUtf8()));
@@ -430,8 +414,7 @@ TEST_F(GraphCpuTest, MessagesAreBoundedAndPrintable)
     }
     EXPECT_TRUE(errors().contains("nested")) << qPrintable(errors());
     plan(files[0].toUtf8());
-    EXPECT_EQ(m_errors.last(), path("graph.json: and 2,950 more"));
-    EXPECT_TRUE(m_errors[9].contains("p9 -> (") || m_errors[9].contains("more")) << qPrintable(m_errors[9]);
+    EXPECT_EQ(errors().section('\n', -1).toStdString(), "graph.json: and 2,950 more");
     plan(files[1].toUtf8());
     EXPECT_TRUE(m_errors[0].contains("\\x1b[31mxxx") && m_errors[0].contains("unknown key"))
         << qPrintable(m_errors[0]);

@@ -1,7 +1,7 @@
+#include <QMap>
 #include <QMatrix4x4>
 
 #include <array>
-#include <map>
 
 #include <epoxy/gl.h>
 
@@ -227,7 +227,7 @@ TEST_F(RenderGraphTest, FailedFramesNameThePassAndReturnAllTextures)
     }
     // The call of a GL error is known in a debug context.
     makeChain("gl", "c", false);
-    expectFailure("b: OpenGL error: GL_INVALID_ENUM in glEnable(0x1000)");
+    expectFailure("b: OpenGL error: GL_INVALID_ENUM in glEnable(GL_TEXTURE_WIDTH)");
     expectMessage("OpenGL: GL_INVALID_ENUM");
     expectMessage("OpenGL error GL_INVALID_ENUM");
     // An empty output is only an error if it is the graph's.
@@ -245,20 +245,20 @@ TEST_F(RenderGraphTest, OtherReadersGetATextureAsItWasBeforeAPassModifiedIt)
         {"name": "map", "type": "TextureLoaderRenderPass", "inputs": {"TexturePath": "white.ppm"}},
         {"name": "sky", "type": "SkyboxRenderPass", "inputs": {"Frame": "@base.Frame", "LatLongMap": "@map.Texture"}},
         {"name": "dim", "type": "DimRenderPass", "inputs": {"Frame": "@base.Frame", "Factor": 1}},
-        {"name": "show", "type": "TextureToScreenRenderPass", "inputs": {"Texture": "@sky.Frame"}}],
+        {"name": "show", "type": "TextureToScreenRenderPass", "inputs": {"Texture": "@sky.Frame"}},
+        {"name": "dimmed", "type": "TextureToScreenRenderPass", "inputs": {"Texture": "@dim.Frame"}}],
         "output": "@base.Frame"})";
     const Pixels red = Pixels::filled(8, 6, {1, 0, 0, 1});
-    const std::map<QString, Pixels> expected{
-        {"base", red}, {"sky", Pixels::filled(8, 6, {1, 1, 1, 1})}, {"dim", red}};
+    const QMap<QString, Pixels> expected{{"base", red},
+                                         {"sky", red.mapped([](auto) { return QVector4D(1, 1, 1, 1); })}};
     for (const bool keepOutputs : {false, true}) {
         make(text, {.keepOutputs = keepOutputs});
-        for (int frame = 0; frame < 2; ++frame) {
-            render();
-            EXPECT_TRUE(equal(readTexture(graph->image()), red));
-        }
+        render();
+        render();
+        EXPECT_TRUE(equal(readTexture(graph->image()), red));
         for (const RenderGraph::Output& output : graph->outputs()) {
-            if (const auto pixels = expected.find(output.pass); pixels != expected.end()) {
-                EXPECT_TRUE(equal(readTexture(pointerFromVariant<Texture>(output.value)), pixels->second))
+            if (auto* texture = pointerFromVariant<Texture>(output.value); output.pass != "map") {
+                EXPECT_TRUE(equal(readTexture(texture), expected.value(output.pass, red)))
                     << qPrintable(output.pass);
             }
         }
@@ -276,20 +276,12 @@ TEST_F(RenderGraphTest, WhatTheDriverCannotDoIsRefusedBeforehand)
     for (int i = 0; i < 200; ++i) {
         ports.append(QString("\"Qel_QelTexture*_P%1\"").arg(i));
     }
-    for (const char* option : {"outputs", "inputs"}) {
-        make(
-            QString(
-                R"({"passes": [{"name": "a", "type": "ShaderRenderPass", "options": {"%1": [%2], "%3": ["Qel_QelTexture*_Q"]}}],
-            "output": "@a.%4"})")
-                .arg(option, ports.join(", "), *option == 'o' ? "inputs" : "outputs",
-                     *option == 'o' ? "P0" : "Q")
-                .toUtf8());
-        EXPECT_FALSE(graph);
-        ASSERT_EQ(m_errors.size(), 1);
-        EXPECT_TRUE(
-            m_errors[0].startsWith(path(QString("graph.json: a: %1: there are 200 textures").arg(option))))
-            << qPrintable(m_errors[0]);
-    }
+    const QString many =
+        R"({"passes": [{"name": "a", "type": "ShaderRenderPass", "options": {"outputs": [%1]}}],
+        "output": "@a.P0"})";
+    make(many.arg(ports.join(", ")).toUtf8());
+    EXPECT_FALSE(graph);
+    EXPECT_TRUE(m_errors.value(0).startsWith(path("graph.json: a: outputs: there are 200 textures")));
 }
 
 TEST_F(RenderGraphTest, FrameValuesDescribeTheCameraTheModelsAndTheLights)

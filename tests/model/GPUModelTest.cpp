@@ -192,33 +192,20 @@ TEST_F(GPUModelTest, DrawsEachBatchWithItsData)
 
 TEST_F(GPUModelTest, IncompleteDataIsReportedAndDrawnAsFarAsItGoes)
 {
-    const auto expect = [&](const std::function<void(ModelData&)>& damage, const QString& message,
-                            const QVector4D& left) {
-        ModelData data = makeModelData(makeSquare(), {{}, {1, 1, 1}}, column(-1, 1));
-        addObject(data, makeSquare(), {{}, {0.5F, 1, 0.25F}}, column(0, 1));
-        damage(data);
-        GPUModel model(data);
-        expectMessage(u"the model is incomplete: .*%1"_s.arg(message));
-        const QVector4D right(0.5F, 1, 0.25F, static_cast<float>(model.numBatches()) + 1.25F);
-        EXPECT_TRUE(
-            equal(drawn(model), Pixels::generate(8, 4, [&](int x, int) { return x < 4 ? left : right; })))
-            << qPrintable(message);
-    };
-    const QVector4D white(1, 1, 1, 2.25F);
-    const QVector4D nothing;
-    expect([](ModelData& data) { data.instances[0].mesh = -1; }, u"instance 0 is of mesh -1 of 2"_s, nothing);
-    expect([](ModelData& data) { data.meshes[0].indices[2] = 4; }, u"4 positions but an index 4"_s, nothing);
-    expect([](ModelData& data) { data.meshes[0].normals.pop_back(); }, u"4 positions but 3 normals"_s, white);
-    expect([](ModelData& data) { data.meshes[0].texCoords.clear(); }, u"but 0 texture coordinates"_s, white);
-    expect([](ModelData& data) { data.materials[0].mapKd = 3; }, u"a map with image 3 of 0"_s, white);
-    expect(
-        [](ModelData& data) {
-            data.images.emplace_back();
-            data.materials[0].mapKd = data.materials[0].mapKs = 0;
-        },
-        u"image 0 is null"_s, white);
-    expect([](ModelData& data) { data.meshes[0].material = 7; }, u"material 7 of 2; the default"_s,
-           QVector4D(0.8F, 0.8F, 0.8F, 2.25F));
+    ModelData data = makeModelData(makeSquare(), {{}, {1, 1, 1}}, column(-1, 1));
+    data.images.emplace_back();
+    data.materials[0].mapKd = 3;
+    data.meshes[0].normals.pop_back();
+    data.instances.push_back({-1, {}});
+    addObject(data, makeSquare(), {}, column(-1, 2));
+    data.meshes[1].indices[2] = 4;
+    addObject(data, makeSquare(), {}, column(0, 1));
+    data.meshes[2].material = 7;
+    GPUModel model(data);
+    expectMessage(u"the model is incomplete: image 0 is null and replaced by white; and 5 more"_s);
+    EXPECT_TRUE(equal(drawn(model), Pixels::generate(8, 4, [](int x, int) {
+                          return x < 4 ? QVector4D(1, 1, 1, 2.25F) : QVector4D(0.8F, 0.8F, 0.8F, 4.25F);
+                      })));
 }
 
 TEST_F(GPUModelTest, MirroredBatchesKeepTheirFrontFaces)

@@ -44,7 +44,13 @@ TEST_P(PassProperties, DrawsTheSameFromAnyStateAndKeepsReferencesBalancedForAnyN
         PassHost host(GetParam());
         for (const int users : {1, 2, 0, 1}) {
             host.setNumUsers(users);
-            host.connectInputs();
+            const std::vector<QVariant> values = host.connectInputs();
+            for (int i = 0; users == 2 && i < host.numInputs(); ++i) {
+                if (pointerFromVariant<Texture>(values[static_cast<size_t>(i)])) {
+                    // Its sampler must not read what the application left on a unit.
+                    host.replaceInput(i);
+                }
+            }
             if (isDirty != 0) {
                 leaveForeignState();
                 context().makeCurrent();
@@ -105,7 +111,8 @@ TEST_P(PassProperties, SurvivesMissingAndRandomInputs)
     }
     // What passes report about such inputs. GL reports colour textures as depth and faces of different sizes.
     const std::map<std::string, QString> documented{
-        {"CubemapLoaderRenderPass", u"GL_INVALID_OPERATION( in glGenerateMipmap|$)"_s},
+        {"CubemapLoaderRenderPass",
+         u"must be square and of one size|GL_INVALID_OPERATION( in glGenerateMipmap|$)"_s},
         {"ScalableAmbientObscuranceRenderPass", u"Unhandled depth format|GL_INVALID_FRAMEBUFFER_OPERATION"_s},
         {"ShadowMapRenderPass", u"Input Geometry is (NULL|not a 'GPUModel\\*')"_s},
         {"SkyboxRenderPass", u"GL_INVALID_FRAMEBUFFER_OPERATION"_s},
@@ -177,8 +184,6 @@ TEST_P(PassProperties, FollowsAHundredSizesAndLeavesNoObject)
             EXPECT_EQ(TextureManager::Instance()->numReferences(), numKeptTextures(GetParam()));
         }
         EXPECT_LT(TextureManager::Instance()->numTextures(), 60) << "the pool keeps unused sizes";
-        TextureManager::Instance()->releaseFreeTextures();
-        EXPECT_EQ(numDeletedAttachments(), 0);
     }
     TextureManager::Instance()->releaseFreeTextures();
     EXPECT_EQ(liveObjects(), before);

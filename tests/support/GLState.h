@@ -53,10 +53,6 @@ inline std::set<std::pair<int, unsigned int>> liveObjects()
     return objects;
 }
 
-/// Returns how many attachments of framebuffers are textures that were deleted, whose storage GL keeps for
-/// them.
-int numDeletedAttachments();
-
 /// Leaves all GL state of the context as an application might, other than a pass expects it: what is enabled,
 /// set and bound, the parameters of all textures and, from GL 4.5 on, the attachments of all framebuffers.
 /// The objects that it creates go with the context.

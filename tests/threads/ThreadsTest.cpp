@@ -20,8 +20,8 @@ using namespace Qt::StringLiterals;
 namespace Morvane::Qel::Test {
 namespace {
 
-/// Renders a graph file in two sizes on a context of its own. Returns the image of the first frame; later ones
-/// may depend on random numbers.
+/// Renders a graph file in two sizes on a context of its own. Returns the image of the first frame; later
+/// ones may depend on random numbers.
 Image render(const QString& file)
 {
     QString error;

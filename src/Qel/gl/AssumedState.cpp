@@ -23,6 +23,8 @@ bool hasFeature(const OpenGLDeviceContext& context, int version, const char* ext
 void restoreCapabilities(const OpenGLDeviceContext& context)
 {
     glEnable(GL_DITHER);
+    // Without it, linear filters stop at the edges of cube map faces.
+    glEnable(GL_TEXTURE_CUBE_MAP_SEAMLESS);
     for (const GLenum capability :
          {GL_LINE_SMOOTH, GL_POLYGON_SMOOTH, GL_POLYGON_OFFSET_LINE, GL_POLYGON_OFFSET_POINT,
           GL_SAMPLE_ALPHA_TO_ONE, GL_SAMPLE_COVERAGE, GL_SAMPLE_MASK}) {

@@ -1,6 +1,7 @@
 #include <Qel/gl/DebugOutput.h>
 
 #include <QDebug>
+#include <QLoggingCategory>
 
 #include <epoxy/gl.h>
 
@@ -19,9 +20,16 @@ void GLAPIENTRY reportDebugMessage(GLenum source, GLenum type, GLuint /*id*/, GL
     if (severity == GL_DEBUG_SEVERITY_NOTIFICATION || source == GL_DEBUG_SOURCE_SHADER_COMPILER) {
         return;
     }
+    const bool isFailure = type == GL_DEBUG_TYPE_ERROR || type == GL_DEBUG_TYPE_UNDEFINED_BEHAVIOR;
+    // Drivers send other messages in every frame.
+    if (!isFailure && !QLoggingCategory::defaultCategory()->isDebugEnabled()) {
+        return;
+    }
     const QString text = printable(QString::fromUtf8(message));
-    if (type == GL_DEBUG_TYPE_ERROR || type == GL_DEBUG_TYPE_UNDEFINED_BEHAVIOR) {
-        keepGLError(text);
+    if (isFailure) {
+        if (type == GL_DEBUG_TYPE_ERROR) {
+            keepGLError(text);
+        }
         qCritical("OpenGL: %s", qUtf8Printable(text));
     } else {
         qDebug("OpenGL: %s", qUtf8Printable(text));

@@ -66,7 +66,8 @@ public:
     ///   are read into the record.
     /// - State that passes assume and do not set gets GL's initial value: all other capabilities, points,
     ///   lines, provoking vertex, clip control, patches, current attributes, the hint for derivatives, pixel
-    ///   storage and buffers for pixel transfers, the buffer for query results, clamping of reads.
+    ///   storage and buffers for pixel transfers, the buffer for query results, clamping of reads. Only the
+    ///   filtering of cube maps across the edges of their faces is on.
     /// - The first 48 texture units are emptied of textures and sampler objects, and the library's uniform
     ///   blocks are bound again.
     /// - Textures and framebuffers are brought up to date when they are used next; see Texture and

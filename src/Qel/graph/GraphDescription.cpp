@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include <Qel/core/PassDescription.h>
+#include <Qel/core/Text.h>
 #include <Qel/graph/support/Names.h>
 
 using namespace Qt::StringLiterals;
@@ -56,7 +57,7 @@ bool GraphDescription::set(const QString& assignment, QString* error)
     const qsizetype equals = assignment.indexOf(u'=');
     const qsizetype dot = assignment.first(std::max<qsizetype>(equals, 0)).indexOf(u'.');
     if (dot < 1 || dot + 1 == equals) {
-        *error = u"\"%1\" is not an assignment; write PASS.PORT=VALUE"_s.arg(assignment);
+        *error = printable(u"\"%1\" is not an assignment; write PASS.PORT=VALUE"_s.arg(assignment));
         return false;
     }
     const QString name = assignment.first(dot);
@@ -68,7 +69,8 @@ bool GraphDescription::set(const QString& assignment, QString* error)
         for (const PassSetting& candidate : passes) {
             names.append(candidate.name);
         }
-        *error = u"%1: %2: %3"_s.arg(displayName(), assignment, unknownName(u"pass"_s, name, names));
+        *error =
+            printable(u"%1: %2: %3"_s.arg(displayName(), assignment, unknownName(u"pass"_s, name, names)));
         return false;
     }
     // One of the two may use the full name of the port and the other its short name.

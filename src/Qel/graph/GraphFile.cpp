@@ -36,8 +36,7 @@ bool saveGraph(const GraphDescription& graph, const QString& file, const PassReg
 {
     const QByteArray text = graphText(graph, file, registry).toUtf8();
     OutputFile device(file);
-    return device.open(error) &&
-           (device.write(text) == text.size() || writeError(error, file, device.errorString())) &&
+    return device.open(error) && (device.writeAll(text) || writeError(error, file, device.errorString())) &&
            device.commit(error);
 }
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include <Qel/graph/Export.h>
-#include <Qel/graph/Image.h>
+#include <Qel/gl/Image.h>
 
 namespace Morvane::Qel {
 

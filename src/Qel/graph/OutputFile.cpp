@@ -107,11 +107,24 @@ bool OutputFile::open(QString* error)
         return writeError(error, m_path, u"it is %1"_s.arg(QLatin1StringView(obstacle)),
                           u"choose a regular file or a new name"_s);
     }
-    if (!QSaveFile::open(QIODevice::WriteOnly)) {
+    // Unbuffered, because a buffered write that fails does not say why.
+    if (!QSaveFile::open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
         return writeError(error, m_path, errorString(),
                           u"choose an existing folder with write permission and free space"_s);
     }
     m_slot = keepName(handle());
+    return true;
+}
+
+bool OutputFile::writeAll(QByteArrayView bytes)
+{
+    while (!bytes.isEmpty()) {
+        const qint64 written = write(bytes.data(), bytes.size());
+        if (written <= 0) {
+            return false;
+        }
+        bytes = bytes.sliced(written);
+    }
     return true;
 }
 

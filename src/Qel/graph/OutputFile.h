@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArrayView>
 #include <QSaveFile>
 #include <QString>
 
@@ -18,6 +19,9 @@ public:
 
     /// Opens the file for writing. Returns false with one line in `error` if that is not possible.
     bool open(QString* error);
+    /// Writes all bytes; on failure, errorString() says why. A plain write may write only some of them, and
+    /// then does not say why.
+    bool writeAll(QByteArrayView bytes);
     /// Replaces the file. Returns false with one line in `error` if not all of it was written, as on a full
     /// disk; the old file is then unchanged.
     bool commit(QString* error);

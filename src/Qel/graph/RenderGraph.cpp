@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <functional>
 
+#include <Qel/core/Text.h>
 #include <Qel/gl/ContextReference.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/ResourceScope.h>
@@ -111,7 +112,9 @@ bool RenderGraph::renderFrame(QString* error)
         return false;
     }
     const ResourceScope::Activation activation(&d->scope);
-    return d->runner->renderFrame(*d->scene, error);
+    const bool good = d->runner->renderFrame(*d->scene, error);
+    *error = printable(*error);
+    return good;
 }
 
 Texture* RenderGraph::image() const
@@ -162,7 +165,7 @@ bool RenderGraph::Private::setInput(const QString& pass, const QString& port, co
                                     QString* error)
 {
     const auto fail = [&](const QString& what) {
-        *error = u"%1: %2.%3: %4"_s.arg(plan.graph.displayName(), pass, port, what);
+        *error = printable(u"%1: %2.%3: %4"_s.arg(plan.graph.displayName(), pass, port, what));
         return false;
     };
     QStringList passNames;

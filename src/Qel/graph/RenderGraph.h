@@ -58,9 +58,9 @@ public:
     RenderGraph& operator=(const RenderGraph&) = delete;
 
     /// Renders one frame. Framebuffer 0 must be at least as large as the viewport if a pass draws to the
-    /// screen. Returns false with one line in `error` if the graph's context is not current, a shader
-    /// program failed to build (the compiler's messages are logged), a pass set an error code, or the graph's
-    /// output is empty.
+    /// screen. Returns false with one line in `error` if the graph's context is not current, a shader program
+    /// failed to build (the compiler's messages are logged), there was a GL error in a pass, a pass set an
+    /// error code, or the graph's output is empty.
     bool renderFrame(QString* error);
 
     /// \name Results
@@ -68,8 +68,8 @@ public:
     /// context is not current.
     /// @{
 
-    /// The output image of the graph; null before the first frame or if the graph has no output. Do not
-    /// delete it or render into it.
+    /// The output image of the graph, as it was before any other pass modified it in place; null before the
+    /// first frame or if the graph has no output. Do not delete it or render into it.
     Texture* image() const;
 
     struct Output
@@ -79,7 +79,8 @@ public:
         QString port;
         QVariant value;
     };
-    /// All outputs of all passes that ran, in execution order; empty without Options::keepOutputs.
+    /// All outputs of all passes that ran, in execution order, each as it was before another pass modified it
+    /// in place; empty without Options::keepOutputs.
     std::vector<Output> outputs() const;
     /// Draws the colours of the image, opaque, into a rectangle of a framebuffer of the application, named as
     /// in GL: 0 for the default one. The rectangle is in pixels with the origin at the lower left; an image

@@ -159,7 +159,7 @@ QStringList imageNames(const QString& folder)
 /// Returns the names of the images that both folders have. Throws Failure if one of them lacks any.
 QStringList pairedNames(const QString& folderA, const QString& folderB)
 {
-    const QStringList namesA = imageNames(folderA);
+    QStringList namesA = imageNames(folderA);
     const QStringList namesB = imageNames(folderB);
     QStringList errors;
     const auto checkHasAll = [&](const QString& folder, const QStringList& names, QStringList wanted,

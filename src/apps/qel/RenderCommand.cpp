@@ -143,8 +143,12 @@ void dump(const RenderGraph& graph, const QString& folderPath)
     }
     OutputFile file(folder.filePath(u"outputs.json"_s));
     QString error;
-    // A short write also makes the commit fail.
-    if (!file.open(&error) || file.write(QJsonDocument(otherValues).toJson()) < 0 || !file.commit(&error)) {
+    if (!file.open(&error)) {
+        fail(error);
+    }
+    // A write that fails makes the commit fail with its cause.
+    file.writeAll(QJsonDocument(otherValues).toJson());
+    if (!file.commit(&error)) {
         fail(error);
     }
     for (const PlannedPass& pass : graph.plan().passes) {

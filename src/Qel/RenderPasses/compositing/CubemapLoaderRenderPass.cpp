@@ -19,6 +19,27 @@ namespace {
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/CubemapLoaderRenderPass";
 
+constexpr std::array<const char*, 6> faceNames{"+X", "-X", "+Y", "-Y", "+Z", "-Z"};
+
+/// Reports the first face that does not fit the others.
+void checkSizes(const std::array<QImage, 6>& faces)
+{
+    const auto text = [&](size_t face) {
+        return u"face %1 is %2x%3"_s.arg(QLatin1StringView(faceNames[face]))
+            .arg(faces[face].width())
+            .arg(faces[face].height());
+    };
+    for (size_t i = 0; i < faces.size(); ++i) {
+        const bool isSquare = faces[i].width() == faces[i].height();
+        if (!isSquare || faces[i].size() != faces[0].size()) {
+            logCritical(sourceFile, __LINE__,
+                        text(i) + (isSquare ? u", "_s + text(0) : QString()) +
+                            u"; the faces of a cube map must be square and of one size"_s);
+            return;
+        }
+    }
+}
+
 /// `internalFormat` is that of all faces; other values than the image's own are converted by GL.
 void uploadFace(Texture& cubemap, unsigned int face, const QImage& image, unsigned int internalFormat)
 {
@@ -45,11 +66,14 @@ const PassDescription& CubemapLoaderRenderPass::description()
     const auto face = [](const QString& name, const QString& direction) {
         return InputDescription{.name = u"Qel_QString_CubemapPath"_s + name,
                                 .meaning = u"path of the image file of the %1 face"_s.arg(direction),
-                                .whenMissing = u"a transparent black face"_s};
+                                .whenMissing =
+                                    u"a transparent black face of 1 x 1, which fits the others only "
+                                    "if they are missing too"_s,
+                                .range = u"square, and of the size of the other faces"_s};
     };
     static const PassDescription description{
         .type = u"CubemapLoaderRenderPass"_s,
-        .summary = u"Loads six image files into a mipmapped cube map."_s,
+        .summary = u"Loads six image files, square and of one size, into a mipmapped cube map."_s,
         .inputs = {face(u"PosX"_s, u"+x (right)"_s), face(u"NegX"_s, u"-x (left)"_s),
                    face(u"PosY"_s, u"+y (top)"_s), face(u"NegY"_s, u"-y (bottom)"_s),
                    face(u"PosZ"_s, u"+z (back)"_s), face(u"NegZ"_s, u"-z (front)"_s)},
@@ -95,7 +119,6 @@ QString CubemapLoaderRenderPass::key(const Paths& paths)
 
 std::unique_ptr<Texture> CubemapLoaderRenderPass::build(const Paths& paths) const
 {
-    static constexpr std::array<const char*, 6> faceNames{"+X", "-X", "+Y", "-Y", "+Z", "-Z"};
     int limit = 0;
     glGetIntegerv(GL_MAX_CUBE_MAP_TEXTURE_SIZE, &limit);
     auto cubemap = std::make_unique<Texture>(nullptr);
@@ -124,6 +147,7 @@ std::unique_ptr<Texture> CubemapLoaderRenderPass::build(const Paths& paths) cons
         uploadFace(*cubemap, GL_TEXTURE_CUBE_MAP_POSITIVE_X + i, images[i],
                    texelFormat(widest).internalFormat);
     }
+    checkSizes(images);
     cubemap->generateMipmap();
     checkGLError(sourceFile, 185);
     return cubemap;

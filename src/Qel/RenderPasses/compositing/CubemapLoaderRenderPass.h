@@ -23,8 +23,8 @@ class Texture;
 ///
 /// If a file cannot be read, or its image is larger than the driver allows, the face is one transparent black
 /// texel; an informational message says why, unless the face's path is the same as before. Faces must be
-/// square and of equal size: others are passed to GL as they are, which reports an error and leaves an
-/// incomplete cube map that samples as black.
+/// square and of equal size: others are logged and passed to GL as they are, which reports an error and
+/// leaves an incomplete cube map that samples as black.
 class QEL_RENDERPASSES_EXPORT CubemapLoaderRenderPass : public RenderPassHelper
 {
 public:

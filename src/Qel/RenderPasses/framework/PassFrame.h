@@ -16,10 +16,10 @@
 #include <Qel/RenderPasses/Export.h>
 #include <Qel/RenderPasses/framework/FBOConfig.h>
 #include <Qel/RenderPasses/framework/InputPointers.h>
+#include <Qel/gl/ContextReference.h>
 #include <Qel/gl/DrawBuffers.h>
 #include <Qel/gl/FramebufferObject.h>
 #include <Qel/gl/Guards.h>
-#include <Qel/gl/ContextReference.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/ResourceScope.h>
 #include <Qel/gl/ShaderProgram.h>

@@ -126,7 +126,7 @@ int numOccurrences(const QString& text, const QString& name)
 QStringList declared(const QString& text, const QString& direction)
 {
     static const QString pattern =
-        uR"((?:^|[;}])\s*(?:(?:flat|smooth|noperspective|centroid|sample|patch)\s+)*)"
+        uR"((?:^|(?<=[;}]))\s*(?:(?:flat|smooth|noperspective|centroid|sample|patch)\s+)*)"
         R"(%1\s+(?:(?:highp|mediump|lowp)\s+)?\w+\s+(\w[^;{}()]*);)"_s;
     const QRegularExpression declaration(pattern.arg(direction), QRegularExpression::MultilineOption);
     QStringList names;

@@ -55,10 +55,12 @@ out vec4 out_Id;
 
 void main()
 {
+    // Both before the discard, after which the derivatives that choose the mip level would be undefined.
     vec4 diffuse = managedTexture(getMap_Kd(), vo_TexCoord);
+    vec4 specular = managedTexture(getMap_Ks(), vo_TexCoord);
     //DODA if (diffuse.a <= 0.01) discard;
     out_Kd = vec4(getKd() * diffuse.rgb, getD());
-    out_Ks = vec4(getKs() * managedTexture(getMap_Ks(), vo_TexCoord).rgb, getNs());
+    out_Ks = vec4(getKs() * specular.rgb, getNs());
     out_Normal = normalize(vo_Normal);
     out_TexCoord = vo_TexCoord;
     out_Id = vec4(float(gl_PrimitiveID) + 1.0);

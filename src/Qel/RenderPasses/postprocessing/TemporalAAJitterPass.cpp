@@ -44,7 +44,8 @@ const PassDescription& TemporalAAJitterPass::description()
                     .meaning = u"whether the sequence restarts"_s,
                     .whenMissing = u"it restarts every frame: there is no jitter"_s}},
         .outputs = {{.name = u"Qel_QMatrix4x4_ProjectionMatrix"_s,
-                     .meaning = u"the projection, shifted in frames 2 to 31 after a restart"_s}}};
+                     .meaning = u"the projection, shifted in frames 2 to 31 of a still view; the frame "
+                                "of the restart is frame 1"_s}}};
     return description;
 }
 

@@ -19,8 +19,8 @@ class ViewWatch;
 /// A change of size, projection or camera restarts the sequence, and so does a dirty flag that is true or
 /// unset. The frame of the restart has no jitter; the 30 frames after it are jittered; later frames are not.
 /// Offsets are uniform within half a pixel in x and y, the same at every depth, and come from drand48, which
-/// the pass never seeds. All passes of the process share its sequence; passes on several threads take turns, but
-/// an application must not call drand48 or srand48 at the same time.
+/// the pass never seeds. All passes of the process share its sequence; passes on several threads take turns,
+/// but an application must not call drand48 or srand48 at the same time.
 ///
 /// Makes no GL calls.
 class QEL_RENDERPASSES_EXPORT TemporalAAJitterPass : public RenderPassHelper

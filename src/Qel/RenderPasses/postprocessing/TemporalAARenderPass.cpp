@@ -34,7 +34,8 @@ const PassDescription& TemporalAARenderPass::description()
         .inputs = {viewportInput(u"size of the frames; the origin is ignored"_s, u"1 x 1, cleared"_s),
                    {.name = u"Qel_QelTexture*_Frame"_s,
                     .meaning = u"the new frame, rendered with jitter; any encoding, averaged as it is"_s,
-                    .whenMissing = u"the output becomes opaque black"_s},
+                    .whenMissing = u"the output becomes opaque black, which then counts as all frames "
+                                   "so far; set Dirty with the next frame"_s},
                    {.name = u"Qel_QMatrix4x4_ProjectionMatrix"_s,
                     .meaning = u"the projection without jitter; only watched for changes"_s,
                     .whenMissing = u"identity"_s},
@@ -46,7 +47,8 @@ const PassDescription& TemporalAARenderPass::description()
                     .whenMissing = u"the mean restarts every frame: the output is the latest frame"_s}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning = u"mean of the frames after the frame of the last restart, alpha included; "
-                                "RGBA8, pooled, and kept by the pass from frame to frame"_s}}};
+                                "best at frame 31 of a still view, where the jitter ends; RGBA8, "
+                                "rounded every frame; pooled, and kept by the pass from frame to frame"_s}}};
     return description;
 }
 
@@ -75,6 +77,8 @@ void TemporalAARenderPass::start(RenderCallbacks* /*callbacks*/)
     if (frame) {
         accumulate(frame, change.any);
     } else {
+        // Deliberate: the count goes on, and a restart in this frame is forgotten, so that the next frames
+        // fade in from black.
         clear();
     }
     m_outputs[AccumulatedFrame].value = m_accumulated.publish(m_outputs[AccumulatedFrame].users);

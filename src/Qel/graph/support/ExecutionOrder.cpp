@@ -1,6 +1,7 @@
 #include <Qel/graph/support/ExecutionOrder.h>
 
 #include <QHash>
+#include <QSet>
 
 #include <algorithm>
 #include <functional>
@@ -147,7 +148,7 @@ public:
 
     void visitAll()
     {
-        for (int i = 0; i < numPasses(m_plan) && !m_errors.isFull(); ++i) {
+        for (int i = 0; i < numPasses(m_plan); ++i) {
             if (position(i) == notVisited) {
                 visit(i);
             }
@@ -193,8 +194,12 @@ private:
             const int next = taken(step).pass;
             if (position(next) == notVisited) {
                 enter(next);
-            } else if (position(next) != done && !m_errors.isFull()) {
-                report({m_path.begin() + position(next), m_path.end()});
+            } else if (position(next) != done) {
+                if (m_errors.isFull()) {
+                    m_errors.addUnkept(1);
+                } else {
+                    report({m_path.begin() + position(next), m_path.end()});
+                }
             }
         }
     }
@@ -215,6 +220,10 @@ private:
         QString reason;
         if (modifying != members.end()) {
             const Dependency& reader = taken(*modifying);
+            if (m_readersOnCycles.contains({modifying->pass, reader.pass})) {
+                return;
+            }
+            m_readersOnCycles.insert({modifying->pass, reader.pass});
             reason = u"; \"%1\" modifies \"%2\" in place, so \"%3\", which reads it, must run before"_s.arg(
                 nameOf(modifying->pass), referenceOf(m_plan, *reader.modified), nameOf(reader.pass));
         }
@@ -229,6 +238,8 @@ private:
     /// Index into m_path by pass, or one of the constants.
     std::vector<int> m_positions;
     std::vector<Step> m_path;
+    /// Passes that modify a texture, each with a reader for which a cycle was reported.
+    QSet<std::pair<int, int>> m_readersOnCycles;
 };
 
 } // namespace

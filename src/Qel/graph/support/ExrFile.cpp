@@ -19,11 +19,12 @@ namespace Morvane::Qel {
 
 namespace {
 
-/// Makes the EXR library write to a QSaveFile, which replaces the old file only once the new one is complete.
+/// Makes the EXR library write to an OutputFile, which replaces the old file only once the new one is
+/// complete.
 class SaveFileStream : public Imf::OStream
 {
 public:
-    explicit SaveFileStream(QSaveFile& file)
+    explicit SaveFileStream(OutputFile& file)
         : OStream(QFile::encodeName(file.fileName()).constData())
         , m_file(file)
     {
@@ -31,7 +32,7 @@ public:
 
     void write(const char bytes[], int count) override
     {
-        if (m_file.write(bytes, count) != count) {
+        if (!m_file.writeAll({bytes, count})) {
             throw std::runtime_error(m_file.errorString().toStdString());
         }
     }
@@ -44,12 +45,12 @@ public:
     }
 
 private:
-    QSaveFile& m_file;
+    OutputFile& m_file;
 };
 
 } // namespace
 
-bool writeExr(const Image& image, QSaveFile& file, QString* error)
+bool writeExr(const Image& image, OutputFile& file, QString* error)
 {
     try {
         Imf::Header header(image.width, image.height);

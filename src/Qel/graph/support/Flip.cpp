@@ -139,7 +139,8 @@ Kernels::Kernels(double pixelsPerDegree)
     constexpr std::array terms = {std::array{34.1, 0.04}, std::array{13.5, 0.025}};
     double sumOfSquares = 0.0;
     for (size_t i = 0; i < terms.size(); ++i) {
-        const auto [a, b] = terms[i];
+        const double a = terms[i][0];
+        const double b = terms[i][1];
         double sum = 0.0;
         blueYellow[i] = makeKernel(radius, [&](int x) {
             const double r = x / pixelsPerDegree;

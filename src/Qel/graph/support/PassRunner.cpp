@@ -199,7 +199,9 @@ bool PassRunner::renderFrame(Scene& scene, QString* error)
         return false;
     }
     releaseOutputs();
-    takeGLError(); // forgets the errors of others
+    // Errors of the application are logged, but no pass is blamed for them.
+    checkGLError("PassRunner", __LINE__);
+    takeGLError();
     m_numFailedBuilds = ShaderProgram::numFailedBuilds();
     prepareFrame(scene);
     for (const Node& node : m_nodes) {

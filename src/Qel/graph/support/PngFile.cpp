@@ -50,7 +50,7 @@ QImage toQImage(const Image& image)
 
 } // namespace
 
-bool writePng(const Image& image, QSaveFile& file, QString* error)
+bool writePng(const Image& image, OutputFile& file, QString* error)
 {
     if (image.isInteger()) {
         return imageError(error, file.fileName(), u"PNG cannot store integer images"_s,
@@ -68,7 +68,7 @@ bool writePng(const Image& image, QSaveFile& file, QString* error)
         return imageError(error, file.fileName(), u"cannot be encoded as a PNG of %1"_s.arg(image.summary()),
                           u"write an .exr file or a smaller image"_s);
     }
-    return file.write(bytes) == bytes.size() || writeError(error, file.fileName(), file.errorString());
+    return file.writeAll(bytes) || writeError(error, file.fileName(), file.errorString());
 }
 
 std::optional<Image> readQImage(const QString& path, QString* error)
