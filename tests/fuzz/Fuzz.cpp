@@ -48,11 +48,12 @@ void exrFile(const QByteArray& bytes)
     assert(readExr(QString("/proc/self/fd/%1").arg(file), &error).has_value() == error.isEmpty());
 }
 
-/// Every line as the name of a port is found by the last part of the name.
+/// Ports, one a line, are found by their full name and by its last part.
 void portNames(const QByteArray& bytes)
 {
-    for (const QString& name : QString::fromUtf8(bytes).split(u'\n')) {
-        assert(findPorts({name}, PortName::parse(name).name) == QList{0});
+    const PortIndex index(QString::fromUtf8(bytes).split(u'\n'));
+    for (const QString& name : index.ports()) {
+        assert(index.find(name).size() == 1 && !index.find(PortName::parse(name).name).isEmpty());
     }
 }
 
