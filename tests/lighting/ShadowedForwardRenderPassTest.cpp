@@ -131,13 +131,13 @@ TEST_F(ShadowedForwardRenderPassTest, ReadsEveryLayerAndIgnoresLightsBeyondTheLi
     Runner<ShadowedForwardRenderPass> lit;
     Light light;
     light.cascades = 2;
-    // Of each light's two layers the first one is used; everything is in shadow but the last light's.
+    // Everything is in shadow except in the first layer of the last light, which is near the camera.
     const auto render = [&](int numLights, int lastLight) {
         const QVariantList lights(numLights, QVariant::fromValue(&light));
         ShadowMapManager::RenderData data;
         ShadowMapManager::processLights(lights, data, &view.projection, &view.camera, nullptr);
         std::vector<float> moments(2 * static_cast<size_t>(data.numLayers()), 0.0F);
-        std::fill_n(moments.begin() + 4 * lastLight, 4, 1.0F);
+        std::fill_n(moments.begin() + 4 * lastLight, 2, 1.0F);
         Texture maps;
         maps.setTarget(GL_TEXTURE_2D_ARRAY);
         maps.setImage3D(GL_RG32F, 1, 1, data.numLayers(), GL_RG, GL_FLOAT, moments.data());
