@@ -48,7 +48,8 @@ public:
 
     /// Declares the native context current on this thread and reads its state into the record: program,
     /// vertex array, framebuffers, viewport and capabilities. Texture bindings are not read: the library
-    /// binds over what it finds and leaves nothing bound on the units that it used.
+    /// binds over what it finds and leaves nothing bound on the units that it used. Enables seamless
+    /// filtering of cube maps.
     void makeCurrent();
     /// Declares the native context no longer current on this thread.
     void doneCurrent();
