@@ -29,31 +29,10 @@ uniform float offset[SAMPLES_COUNT];
 in vec2 vo_TexCoord;
 out vec4 o_Output;
 
-// The input at the centre of the pixel. vo_TexCoord is rounded, so a filtered sample there would also get
-// some 1e-4 of neighbours that have no weight, and a transparent texel next to a covered one would count as
-// covered.
-#ifdef RESIZING
-uniform ivec2 u_TargetSize;
-
-vec4 centreTexel()
-{
-    ivec2 size = textureSize(u_Input, 0);
-    ivec2 unitsPerTexel = 2 * u_TargetSize;
-    ivec2 position = (2 * ivec2(gl_FragCoord.xy) + 1) * size - u_TargetSize;
-    ivec2 nearest = ivec2(round(vec2(position) / vec2(unitsPerTexel)));
-    ivec2 rest = position - nearest * unitsPerTexel;
-    ivec2 a = clamp(nearest, ivec2(0), size - 1);
-    ivec2 b = clamp(nearest + sign(rest), ivec2(0), size - 1);
-    vec2 f = vec2(abs(rest)) / vec2(unitsPerTexel);
-    return mix(mix(texelFetch(u_Input, a, 0), texelFetch(u_Input, ivec2(b.x, a.y), 0), f.x),
-               mix(texelFetch(u_Input, ivec2(a.x, b.y), 0), texelFetch(u_Input, b, 0), f.x), f.y);
-}
-#else
 vec4 centreTexel()
 {
     return texelFetch(u_Input, ivec2(vo_TexCoord * vec2(textureSize(u_Input, 0))), 0);
 }
-#endif
 
 vec4 fast_gaussian_blur(sampler2D s, vec4 centre, vec2 tc, vec2 step)
 {
@@ -76,10 +55,35 @@ void main()
 }
 )"_s;
 
+/// The input at the centre of the pixel. vo_TexCoord is rounded, so a filtered sample there would also get
+/// some 1e-4 of neighbours that have no weight, and a transparent texel next to a covered one would count as
+/// covered.
+const QString centreSource = uR"(vec4 centreTexel()
+{
+    return texelFetch(u_Input, ivec2(vo_TexCoord * vec2(textureSize(u_Input, 0))), 0);
+}
+)"_s;
+/// The same for inputs of another size than the target, which are filtered.
+const QString resizedCentreSource = uR"(uniform ivec2 u_TargetSize;
+
+vec4 centreTexel()
+{
+    ivec2 size = textureSize(u_Input, 0);
+    ivec2 unitsPerTexel = 2 * u_TargetSize;
+    ivec2 position = (2 * ivec2(gl_FragCoord.xy) + 1) * size - u_TargetSize;
+    ivec2 nearest = ivec2(round(vec2(position) / vec2(unitsPerTexel)));
+    ivec2 rest = position - nearest * unitsPerTexel;
+    ivec2 a = clamp(nearest, ivec2(0), size - 1);
+    ivec2 b = clamp(nearest + sign(rest), ivec2(0), size - 1);
+    vec2 f = vec2(abs(rest)) / vec2(unitsPerTexel);
+    return mix(mix(texelFetch(u_Input, a, 0), texelFetch(u_Input, ivec2(b.x, a.y), 0), f.x),
+               mix(texelFetch(u_Input, ivec2(a.x, b.y), 0), texelFetch(u_Input, b, 0), f.x), f.y);
+}
+)"_s;
+
 /// For inputs of another size than the target. A separate program, because software rasterisers pay for both
 /// sides of a branch.
-const QString resizingFragmentSource =
-    QString(baseFragmentSource).replace(u"#version 150\n"_s, u"#version 150\n#define RESIZING\n"_s);
+const QString resizingFragmentSource = QString(baseFragmentSource).replace(centreSource, resizedCentreSource);
 
 /// Limits the kernel, so that its construction ends for an infinite radius. No driver accepts uniform arrays
 /// of this size anyway.
