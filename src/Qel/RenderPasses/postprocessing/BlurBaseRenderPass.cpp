@@ -18,43 +18,6 @@ namespace Morvane::Qel {
 
 namespace {
 
-// Deliberate: u_ResolutionDivider is not used, and the output's name is not the one bound to draw buffer 0.
-// As the only output it goes there anyway.
-const QString baseFragmentSource = uR"(#version 150
-uniform sampler2D u_Input;
-uniform vec2 stepVec;
-uniform float u_ResolutionDivider;
-uniform float weight[SAMPLES_COUNT];
-uniform float offset[SAMPLES_COUNT];
-in vec2 vo_TexCoord;
-out vec4 o_Output;
-
-vec4 centreTexel()
-{
-    return texelFetch(u_Input, ivec2(vo_TexCoord * vec2(textureSize(u_Input, 0))), 0);
-}
-
-vec4 fast_gaussian_blur(sampler2D s, vec4 centre, vec2 tc, vec2 step)
-{
-    vec4 sum = centre * weight[0];
-    for (int i = 1; i < SAMPLES_COUNT; ++i) {
-        sum += (texture(s, tc + offset[i] * step) + texture(s, tc - offset[i] * step)) * weight[i];
-    }
-    return sum;
-}
-
-void main()
-{
-    vec2 step = stepVec;
-    vec4 c = centreTexel();
-    if (c.a > 0.0) {
-        o_Output = fast_gaussian_blur(u_Input, c, vo_TexCoord, step);
-    } else {
-        o_Output = c;
-    }
-}
-)"_s;
-
 /// The input at the centre of the pixel. vo_TexCoord is rounded, so a filtered sample there would also get
 /// some 1e-4 of neighbours that have no weight, and a transparent texel next to a covered one would count as
 /// covered.
@@ -81,9 +44,44 @@ vec4 centreTexel()
 }
 )"_s;
 
+// %1 is centreSource or resizedCentreSource.
+// Deliberate: u_ResolutionDivider is not used, and the output's name is not the one bound to draw buffer 0.
+// As the only output it goes there anyway.
+const QString fragmentTemplate = uR"(#version 150
+uniform sampler2D u_Input;
+uniform vec2 stepVec;
+uniform float u_ResolutionDivider;
+uniform float weight[SAMPLES_COUNT];
+uniform float offset[SAMPLES_COUNT];
+in vec2 vo_TexCoord;
+out vec4 o_Output;
+
+%1
+vec4 fast_gaussian_blur(sampler2D s, vec4 centre, vec2 tc, vec2 step)
+{
+    vec4 sum = centre * weight[0];
+    for (int i = 1; i < SAMPLES_COUNT; ++i) {
+        sum += (texture(s, tc + offset[i] * step) + texture(s, tc - offset[i] * step)) * weight[i];
+    }
+    return sum;
+}
+
+void main()
+{
+    vec2 step = stepVec;
+    vec4 c = centreTexel();
+    if (c.a > 0.0) {
+        o_Output = fast_gaussian_blur(u_Input, c, vo_TexCoord, step);
+    } else {
+        o_Output = c;
+    }
+}
+)"_s;
+
+const QString baseFragmentSource = fragmentTemplate.arg(centreSource);
 /// For inputs of another size than the target. A separate program, because software rasterisers pay for both
 /// sides of a branch.
-const QString resizingFragmentSource = QString(baseFragmentSource).replace(centreSource, resizedCentreSource);
+const QString resizingFragmentSource = fragmentTemplate.arg(resizedCentreSource);
 
 /// Limits the kernel, so that its construction ends for an infinite radius. No driver accepts uniform arrays
 /// of this size anyway.
