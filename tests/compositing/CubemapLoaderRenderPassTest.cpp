@@ -138,8 +138,8 @@ TEST_F(CubemapLoaderRenderPassTest, NamesTheFaceThatDoesNotFit)
     expectMessage(u"CubemapLoaderRenderPass:\\d+\\] face \\+Y is 8x8, face \\+X is 4x4"_s + rule);
     const QString wide = m_folder.filePath(u"wide.png"_s);
     ASSERT_TRUE(makeImage(1, 4).copy(0, 0, 4, 2).save(wide));
-    load(pass, {small, small, small, small, small, wide});
-    expectMessage(u"CubemapLoaderRenderPass:\\d+\\] face -Z is 4x2"_s + rule);
+    load(pass, {wide, wide, wide, wide, wide, wide});
+    expectMessage(u"CubemapLoaderRenderPass:\\d+\\] face \\+X is 4x2"_s + rule);
     // GL reports the face and the cube map too.
     for (const auto& error :
          {u"GL_INVALID_VALUE in glTexImage2D"_s, u"176\\] OpenGL error GL_INVALID_VALUE"_s,

@@ -18,22 +18,16 @@ namespace Morvane::Qel {
 
 namespace {
 
-// Deliberate: u_ResolutionDivider is not used, and the output's name is not the one bound to draw buffer 0.
-// As the only output it goes there anyway.
-const QString baseFragmentSource = uR"(#version 150
-uniform sampler2D u_Input;
-uniform vec2 stepVec;
-uniform float u_ResolutionDivider;
-uniform float weight[SAMPLES_COUNT];
-uniform float offset[SAMPLES_COUNT];
-in vec2 vo_TexCoord;
-out vec4 o_Output;
-
-// The input at the centre of the pixel. vo_TexCoord is rounded, so a filtered sample there would also get
-// some 1e-4 of neighbours that have no weight, and a transparent texel next to a covered one would count as
-// covered.
-#ifdef RESIZING
-uniform ivec2 u_TargetSize;
+/// The input at the centre of the pixel. vo_TexCoord is rounded, so a filtered sample there would also get
+/// some 1e-4 of neighbours that have no weight, and a transparent texel next to a covered one would count as
+/// covered.
+const QString centreSource = uR"(vec4 centreTexel()
+{
+    return texelFetch(u_Input, ivec2(vo_TexCoord * vec2(textureSize(u_Input, 0))), 0);
+}
+)"_s;
+/// The same for inputs of another size than the target, which are filtered.
+const QString resizedCentreSource = uR"(uniform ivec2 u_TargetSize;
 
 vec4 centreTexel()
 {
@@ -48,13 +42,21 @@ vec4 centreTexel()
     return mix(mix(texelFetch(u_Input, a, 0), texelFetch(u_Input, ivec2(b.x, a.y), 0), f.x),
                mix(texelFetch(u_Input, ivec2(a.x, b.y), 0), texelFetch(u_Input, b, 0), f.x), f.y);
 }
-#else
-vec4 centreTexel()
-{
-    return texelFetch(u_Input, ivec2(vo_TexCoord * vec2(textureSize(u_Input, 0))), 0);
-}
-#endif
+)"_s;
 
+// %1 is centreSource or resizedCentreSource.
+// Deliberate: u_ResolutionDivider is not used, and the output's name is not the one bound to draw buffer 0.
+// As the only output it goes there anyway.
+const QString fragmentTemplate = uR"(#version 150
+uniform sampler2D u_Input;
+uniform vec2 stepVec;
+uniform float u_ResolutionDivider;
+uniform float weight[SAMPLES_COUNT];
+uniform float offset[SAMPLES_COUNT];
+in vec2 vo_TexCoord;
+out vec4 o_Output;
+
+%1
 vec4 fast_gaussian_blur(sampler2D s, vec4 centre, vec2 tc, vec2 step)
 {
     vec4 sum = centre * weight[0];
@@ -76,10 +78,10 @@ void main()
 }
 )"_s;
 
+const QString baseFragmentSource = fragmentTemplate.arg(centreSource);
 /// For inputs of another size than the target. A separate program, because software rasterisers pay for both
 /// sides of a branch.
-const QString resizingFragmentSource =
-    QString(baseFragmentSource).replace(u"#version 150\n"_s, u"#version 150\n#define RESIZING\n"_s);
+const QString resizingFragmentSource = fragmentTemplate.arg(resizedCentreSource);
 
 /// Limits the kernel, so that its construction ends for an infinite radius. No driver accepts uniform arrays
 /// of this size anyway.
