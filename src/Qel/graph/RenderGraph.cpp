@@ -49,6 +49,14 @@ struct RenderGraph::Private
     {
         return plan.graph.camera ? *plan.graph.camera : fitCamera(scene->bounds(), plan.graph.viewport);
     }
+    /// Says in `error` if the graph's context is not current.
+    bool isContextCurrent(QString* error) const
+    {
+        if (!context.isCurrent()) {
+            *error = plan.graph.displayName() + u": the OpenGL context of the graph is not current"_s;
+        }
+        return context.isCurrent();
+    }
     void updateView() { scene->setView(camera(), plan.graph.viewport); }
     /// Index of a model of the graph, -1 if there is none.
     int modelIndex(const QString& name) const
@@ -107,8 +115,7 @@ std::unique_ptr<RenderGraph> RenderGraph::create(const GraphDescription& graph, 
 
 bool RenderGraph::renderFrame(QString* error)
 {
-    if (!d->context.isCurrent()) {
-        *error = d->plan.graph.displayName() + u": the OpenGL context of the graph is not current"_s;
+    if (!d->isContextCurrent(error)) {
         return false;
     }
     const ResourceScope::Activation activation(&d->scope);
@@ -129,11 +136,16 @@ std::vector<RenderGraph::Output> RenderGraph::outputs() const
 
 bool RenderGraph::present(unsigned int framebuffer, const QRect& rectangle, QString* error)
 {
-    Texture* shown = image();
-    const QString what = shown ? presentError(*shown) : u"there is no image to show"_s;
-    if (!what.isEmpty()) {
+    const auto fail = [&](const QString& what) {
         *error = u"%1: output: %2"_s.arg(d->plan.graph.displayName(), what);
         return false;
+    };
+    Texture* shown = image();
+    if (!shown) {
+        return fail(u"there is no image to show"_s);
+    }
+    if (const QString what = presentError(*shown); !what.isEmpty()) {
+        return fail(what);
     }
     d->presenter.present(*OpenGLDeviceContext::current(), *shown, framebuffer, rectangle);
     return true;
@@ -241,6 +253,9 @@ bool RenderGraph::replaceModel(const QString& name, const ModelData& data, QStri
             names.append(model.name);
         }
         *error = u"%1: %2"_s.arg(d->plan.graph.displayName(), unknownName(u"model"_s, name, names));
+        return false;
+    }
+    if (!d->isContextCurrent(error)) {
         return false;
     }
     // The old model lives until no pass points to it.

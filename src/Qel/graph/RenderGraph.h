@@ -113,7 +113,7 @@ public:
     /// Replaces a model in all passes that use it by its name, and with it the scene's bounds, to which the
     /// camera is fitted if the graph has none. `data` comes from importModel or is made in code. The GPUModel
     /// that was there is deleted. Returns false with one line in `error` if the graph has no model with this
-    /// name.
+    /// name or its context is not current.
     bool replaceModel(const QString& name, const ModelData& data, QString* error);
     void setCamera(const CameraDescription& camera);
     /// The camera in use; fitted to the models if the graph has none.
