@@ -334,6 +334,8 @@ void PassRunner::showNotices(Node& node)
         return;
     }
     if (const auto* pass = dynamic_cast<const ShaderRenderPass*>(node.pass.get())) {
+        // The lines name it themselves, more precisely.
+        setMessagePlace({});
         for (const ShaderRenderPass::Notice& notice : pass->notices()) {
             const QString port = notice.port.isEmpty() ? QString() : u'.' + PortName::parse(notice.port).name;
             logNotice(__FILE__, __LINE__, u"%1%2: %3"_s.arg(node.place, port, notice.text));
