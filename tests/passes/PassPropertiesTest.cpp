@@ -18,6 +18,7 @@
 #include "support/PassHost.h"
 #include "support/Pixels.h"
 #include <Qel/core/MetaTypes.h>
+#include <Qel/gl/GLErrors.h>
 #include <Qel/gl/TextureManager.h>
 
 using namespace Qt::StringLiterals;

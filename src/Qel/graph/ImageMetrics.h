@@ -7,8 +7,8 @@
 #include <optional>
 #include <vector>
 
-#include <Qel/graph/Export.h>
 #include <Qel/gl/Image.h>
+#include <Qel/graph/Export.h>
 
 namespace Morvane::Qel {
 

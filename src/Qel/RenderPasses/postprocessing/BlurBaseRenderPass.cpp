@@ -199,10 +199,11 @@ bool BlurBaseRenderPass::provideKernel(float radius, bool isResized)
         m_requestedRadius = radius;
         m_blurRadius = radius;
         if (const float limit = maxBlurRadius(); radius > limit) {
-            logCritical(__FILE__, __LINE__,
-                        u"a blur radius of %1 exceeds this driver's uniforms, which hold radii up to %2; that "
-                        "is used"_s.arg(radius)
-                            .arg(limit));
+            logCritical(
+                __FILE__, __LINE__,
+                u"a blur radius of %1 exceeds this driver's uniforms, which hold radii up to %2; that "
+                "is used"_s.arg(radius)
+                    .arg(limit));
             m_blurRadius = limit;
         }
         calculateBlurWeights();

@@ -46,8 +46,8 @@ public:
 protected:
     /// Rebuilds the kernel and the program of the base fragment stage if the radius has changed, and the
     /// program alone if only isResized has: whether the source differs in size from the target. Returns
-    /// whether the radius has changed. A radius whose kernel exceeds the driver's uniforms is reported, and the
-    /// largest possible one is used.
+    /// whether the radius has changed. A radius whose kernel exceeds the driver's uniforms is reported, and
+    /// the largest possible one is used.
     bool provideKernel(float radius, bool isResized);
     /// Clears the bound target with the current clear colour. Leaves depth test and depth writes disabled.
     static void clearTarget();
