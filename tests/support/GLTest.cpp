@@ -56,11 +56,15 @@ void GLTest::TearDown()
 
 void GLTest::expectMessage(const QString& pattern)
 {
+    EXPECT_GT(takeMessages(pattern), 0) << "no message matches " << qPrintable(pattern);
+}
+
+qsizetype GLTest::takeMessages(const QString& pattern)
+{
     const QRegularExpression expression(pattern);
-    ASSERT_TRUE(expression.isValid()) << qPrintable(expression.errorString());
-    const qsizetype removed = m_messages->failures.removeIf(
+    EXPECT_TRUE(expression.isValid()) << qPrintable(expression.errorString());
+    return m_messages->failures.removeIf(
         [&](const QString& message) { return expression.match(message).hasMatch(); });
-    EXPECT_GT(removed, 0) << "no message matches " << qPrintable(pattern);
 }
 
 } // namespace Morvane::Qel::Test

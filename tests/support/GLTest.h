@@ -37,6 +37,8 @@ protected:
 
     /// Says that the messages so far that match are wanted, and fails when there is none.
     void expectMessage(const QString& pattern);
+    /// Forgets the messages that match a regular expression, which may be none; returns their number.
+    qsizetype takeMessages(const QString& pattern);
 
     HeadlessContext& context() { return *m_context; }
     const MessageRecorder& messages() const { return *m_messages; }
