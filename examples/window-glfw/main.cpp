@@ -1,13 +1,10 @@
 // Shows a graph in a GLFW window:
-//   qel-window-glfw GRAPH [IMAGE.png]
+//   qel-window-glfw GRAPH
 //
 // The left and right arrow keys turn the graph's first light. A model file that is dropped on the window
-// replaces the first model. With IMAGE.png the program writes what the window shows after the first frame,
-// and ends.
+// replaces the first model.
 
-#include <epoxy/gl.h>
-
-// GLFW's header would otherwise include one for GL.
+// Without this, GLFW's header includes one for GL.
 #define GLFW_INCLUDE_NONE
 #include <GLFW/glfw3.h>
 
@@ -56,6 +53,9 @@ void loadModel(GLFWwindow* window, int /*count*/, const char** paths)
     const std::vector<ModelDescription>& models = graph.plan().graph.models;
     QString error;
     const auto model = importModel(QString::fromUtf8(paths[0]), &error);
+    if (models.empty()) {
+        error = "the graph has no model to replace";
+    }
     if (!model || models.empty() || !graph.replaceModel(models[0].name, *model, &error)) {
         fail(error);
     }

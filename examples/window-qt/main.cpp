@@ -22,6 +22,13 @@ int fail(const QString& message)
     return 1;
 }
 
+/// Ends the application from its event loop, which does not run yet when the first frame is drawn.
+void endApplication(int code)
+{
+    QMetaObject::invokeMethod(
+        QCoreApplication::instance(), [code] { QCoreApplication::exit(code); }, Qt::QueuedConnection);
+}
+
 /// A widget that shows the image of a graph. Ends the application when the graph fails.
 class GraphView : public QOpenGLWidget
 {
@@ -46,7 +53,7 @@ public:
         QStringList errors;
         m_graph = RenderGraph::create(m_description, PassRegistry::builtin(), {}, &errors);
         if (!m_graph) {
-            QCoreApplication::exit(fail(errors.join('\n')));
+            endApplication(fail(errors.join('\n')));
         }
     }
 
@@ -61,7 +68,7 @@ public:
         QString error;
         if (!m_graph->setViewport(pixels, &error) || !m_graph->renderFrame(&error) ||
             !m_graph->present(defaultFramebufferObject(), {{0, 0}, pixels}, &error)) {
-            QCoreApplication::exit(fail(error));
+            endApplication(fail(error));
         }
     }
 

@@ -196,6 +196,7 @@ TEST_F(SMAARenderPassTest, KeepsItsObjectsAndOutputs)
 
     // Deliberate: a new size keeps the framebuffer of the old result, which was bound third.
     pass.run({QRect(0, 0, 24, 32)});
+    // The names show which is left: the driver numbers framebuffers from 1, in order of their first binding.
     EXPECT_TRUE(!glIsFramebuffer(1) && !glIsFramebuffer(2) && glIsFramebuffer(3));
 }
 

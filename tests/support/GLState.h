@@ -33,12 +33,10 @@ inline unsigned int textureAt(int unit)
     return stateInGL(GL_TEXTURE_BINDING_2D);
 }
 
-/// An upper bound of the names of GL objects in tests.
-constexpr unsigned int highestName = 2000;
-
 /// Returns all GL objects of the context, as pairs of a kind and a name.
 inline std::set<std::pair<int, unsigned int>> liveObjects()
 {
+    constexpr unsigned int highestName = 2000;
     std::set<std::pair<int, unsigned int>> objects;
     for (unsigned int name = 1; name <= highestName; ++name) {
         const std::array<GLboolean, 7> exists{
@@ -53,9 +51,9 @@ inline std::set<std::pair<int, unsigned int>> liveObjects()
     return objects;
 }
 
-/// Leaves all GL state of the context as an application might, other than a pass expects it: what is enabled,
-/// set and bound, the parameters of all textures and, from GL 4.5 on, the attachments of all framebuffers.
-/// The objects that it creates go with the context.
+/// Leaves GL state as an application might, different from what passes expect: what is enabled, set and bound
+/// and, from GL 4.5 on, the parameters of all textures and the attachments of all framebuffers. The objects
+/// that it creates are deleted with the context.
 void leaveForeignState();
 
 } // namespace Morvane::Qel::Test

@@ -29,7 +29,7 @@ qsizetype lengthAt(QStringView text, qsizetype index)
                                                                                                         : 1;
 }
 
-/// A single character of one or two code units.
+/// Returns a character, given as one or two code units, as it can stand in a message.
 QString visible(QStringView character)
 {
     const char32_t code =

@@ -4,8 +4,8 @@ namespace Morvane::Qel {
 
 class OpenGLDeviceContext;
 
-/// Gives the state that passes assume, but that neither the context records nor its base state covers, GL's
-/// initial values. OpenGLDeviceContext::makeCurrent lists it. Internal to the library.
+/// Sets the state that passes assume, and that neither the context's record nor its base state covers, to
+/// GL's initial values. OpenGLDeviceContext::makeCurrent lists it. Private to this library.
 void restoreAssumedState(const OpenGLDeviceContext& context);
 
 } // namespace Morvane::Qel

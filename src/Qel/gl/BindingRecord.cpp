@@ -193,8 +193,14 @@ VertexArrayObject* BindingRecord::currentVertexArray() const
 
 void BindingRecord::renameVertexArray(const VertexArrayObject* vertexArray, unsigned int name)
 {
-    if (currentVertexArray() == vertexArray && m_vertexArrays.back().name != name) {
-        m_vertexArrays.back().name = name;
+    const bool isRebound = currentVertexArray() == vertexArray && m_vertexArrays.back().name != name;
+    // Outer bindings too, because the former GL object may be deleted before they are current again.
+    for (auto& binding : m_vertexArrays) {
+        if (binding.object == vertexArray) {
+            binding.name = name;
+        }
+    }
+    if (isRebound) {
         glBindVertexArray(name);
     }
 }

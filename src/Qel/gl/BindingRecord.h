@@ -22,7 +22,8 @@ public:
     /// follows, then the managed units, which hold material textures. Together they are the 48 that every
     /// GL 3.2 context has.
     static constexpr int numUnits = 43;
-    /// The unit for samplers without a texture. Only changes to an unbound texture bind it here meanwhile.
+    /// The unit that samplers without a texture read. A texture is bound here only while it is changed
+    /// without being bound elsewhere.
     static constexpr int emptyUnit = numUnits;
     static constexpr int firstManagedUnit = emptyUnit + 1;
     static constexpr int numManagedUnits = 4;
@@ -57,7 +58,7 @@ public:
     void bindVertexArray(VertexArrayObject* vertexArray, unsigned int name);
     void releaseVertexArray(VertexArrayObject* vertexArray);
     VertexArrayObject* currentVertexArray() const;
-    /// Changes the GL name of the current vertex array, if it is this one.
+    /// Changes the GL name of a vertex array in all its bindings and, if it is the current one, in GL.
     void renameVertexArray(const VertexArrayObject* vertexArray, unsigned int name);
 
     void bindFramebuffer(FramebufferObject* framebuffer, unsigned int name);

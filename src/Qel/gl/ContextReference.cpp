@@ -8,7 +8,7 @@
 
 namespace Morvane::Qel {
 
-/// What a context shares with the references to it, and what outlives it.
+/// What a context and the references to it share. It outlives the context.
 struct ContextReference::Link
 {
     std::mutex mutex;

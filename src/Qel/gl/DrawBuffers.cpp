@@ -123,14 +123,14 @@ void DrawBuffers::release()
 bool DrawBuffers::draw()
 {
     const ShaderProgram* program = OpenGLDeviceContext::current()->bindings().currentProgram();
-    if (!program || !m_vertexArray) {
+    if (!program || !m_vertexArray || m_vertexArray->getVAO() == 0) {
         return false;
     }
     // Passes enable the arrays of their program when they take the batch, but the program may have been
     // replaced since by one that reads more.
     m_vertexArray->enableShaderProgramArrays(program);
     unsigned int mode = m_primitiveType;
-    if (program->hasTessellation()) {
+    if (program->hasTessellation() && mode != GL_PATCHES) {
         const int numVertices = verticesPerPatch(m_primitiveType);
         if (!QEL_CHECK(
                 __FILE__, numVertices > 0,

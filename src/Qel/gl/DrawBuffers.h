@@ -68,9 +68,10 @@ public:
     /// Binds the vertex array.
     void bind() override;
     void release() override;
-    /// Draws with the current program; the batch must be bound. With tessellation stages each triangle, line
-    /// or point is a patch of three, two vertices or one; strips, loops and fans are refused and reported.
-    /// Returns false and draws nothing if no valid program is current or the batch has no vertex array.
+    /// Draws with the current program; the batch must be bound. With tessellation stages, each point, line
+    /// or triangle is a patch of one, two or three vertices, with adjacency of four or six; GL_PATCHES are
+    /// drawn as they are; strips, loops and fans are refused and reported. Returns false and draws nothing if
+    /// no valid program is current or the batch has no vertex array.
     bool draw();
 
 private:

@@ -18,7 +18,7 @@ namespace {
 
 /// The mask before the first setDrawBuffers.
 constexpr unsigned int unsetMask = ~0U;
-/// The serial of no texture.
+/// Stands for whatever GL calls may have attached; it differs from every serial and from 0, which means none.
 constexpr quint64 unknownSerial = ~quint64(0);
 
 BindingRecord& bindings()
@@ -50,13 +50,13 @@ FramebufferObject::~FramebufferObject()
 
 void FramebufferObject::bind()
 {
-    const bool isNew = !m_name.exists();
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     context->bindings().bindFramebuffer(this, getFBO());
-    if (isNew) {
+    if (!m_isLabelled) {
+        m_isLabelled = true;
         context->label(GL_FRAMEBUFFER, getFBO(), u"framebuffer"_s);
     }
-    if (m_generation != bindings().generation()) {
+    if (m_name.isCurrent() && m_generation != bindings().generation()) {
         restore();
     }
 }
@@ -159,6 +159,9 @@ bool FramebufferObject::hasAttachment(unsigned int attachment) const
 
 void FramebufferObject::apply(size_t index)
 {
+    if (m_name.exists() && !m_name.isCurrent()) {
+        return;
+    }
     Attachment& slot = m_attachments[index];
     Texture* texture = reachesGL(slot.texture) ? slot.texture.data() : nullptr;
     const quint64 serial = texture ? texture->serial() : 0;

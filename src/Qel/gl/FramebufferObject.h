@@ -79,6 +79,7 @@ private:
     QSize size() const;
 
     mutable ObjectName m_name{ObjectName::Kind::Framebuffer};
+    bool m_isLabelled = false;
     /// BindingRecord::generation when GL and this object last agreed.
     mutable quint64 m_generation = 0;
     /// A renderbuffer for GL versions that cannot render without attachments.

@@ -17,7 +17,7 @@ QEL_GL_EXPORT bool hasGLError(const char* file, int line);
 /// functions above and, with a debug context, by the driver, which also names the call.
 QEL_GL_EXPORT QString takeGLError();
 
-/// Keeps an error for takeGLError.
+/// Keeps an error for takeGLError. Private to this library.
 void keepGLError(const QString& error);
 
 } // namespace Morvane::Qel

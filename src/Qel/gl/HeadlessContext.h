@@ -38,8 +38,8 @@ public:
     /// If another context is current, it stays current.
     ~HeadlessContext() override;
 
-    /// Makes the native context current on this thread too. It fails, which is reported as critical, and
-    /// changes nothing while the context is current on another thread.
+    /// Makes the native context current on this thread too. While it is current on another thread, this
+    /// fails, changes nothing and is reported as critical.
     void makeCurrent() override;
     /// Releases the native context too.
     void doneCurrent() override;

@@ -16,7 +16,8 @@ struct QEL_GL_EXPORT Image
 {
     int width = 0;
     int height = 0;
-    /// Channel names: "R", "G", "B", "A" or the first few of them, "Z" for depth.
+    /// Channel names: of a texture "R", "G", "B", "A" or the first few of them, or "Z" for depth; of a file
+    /// any, with R, G, B and A first.
     QStringList channels;
     /// Floats, or integers for an integer texture.
     std::variant<std::vector<float>, std::vector<quint32>> samples;

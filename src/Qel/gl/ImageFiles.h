@@ -17,8 +17,8 @@ QEL_GL_EXPORT bool isFloatImageFile(const QString& path);
 /// gives an integer image. HDR files give R, G and B as radiance: the file's EXPOSURE factors are divided
 /// out.
 ///
-/// Returns nothing if the file cannot be read or has more than `maxSide` pixels in one direction; `problem`
-/// then says why, as a phrase to put after the path.
+/// Returns nothing if the file cannot be read, is wider or higher than `maxSide` pixels or does not fit into
+/// memory; `problem` then says why, as a phrase to put after the path.
 QEL_GL_EXPORT std::optional<Image> readFloatImage(const QString& path, int maxSide, QString* problem);
 
 } // namespace Morvane::Qel

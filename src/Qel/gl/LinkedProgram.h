@@ -27,7 +27,7 @@ struct LinkedProgram
 
     /// The GL name; 0 for none.
     unsigned int name = 0;
-    /// The locations of its attributes: bit i stands for location i.
+    /// The first locations of its attributes: bit i stands for location i.
     unsigned int attributeMask = 0;
     std::shared_ptr<const AttributeLayout> attributes;
     QHash<QByteArray, ActiveUniform> uniforms;

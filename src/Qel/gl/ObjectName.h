@@ -8,7 +8,8 @@ namespace Morvane::Qel {
 /// Owns a GL object, known by its name. The object is created on first use and belongs to the context that is
 /// current then.
 ///
-/// The destructor may run on any thread and after the context. It deletes the object at once if its context
+/// The destructor may run on any thread and after the context, but that of a framebuffer, or of a texture
+/// attached to one, not while another thread uses the context. It deletes the object at once if its context
 /// is current on the thread, otherwise during that context's next makeCurrent. GL deletes the objects of a
 /// destroyed context itself.
 class QEL_GL_EXPORT ObjectName

@@ -346,15 +346,10 @@ QString OpenGLDeviceContext::labelPrefix() const
     return d->labelPrefix;
 }
 
-QString OpenGLDeviceContext::prefixed(const QString& text) const
-{
-    return d->labelPrefix.isEmpty() ? text : d->labelPrefix + u": "_s + text;
-}
-
 void OpenGLDeviceContext::label(unsigned int identifier, unsigned int name, const QString& text) const
 {
     if (d->hasDebugOutput) {
-        const QByteArray full = prefixed(text).toUtf8();
+        const QByteArray full = (d->labelPrefix.isEmpty() ? text : d->labelPrefix + u": "_s + text).toUtf8();
         glObjectLabel(identifier, name, cutLength(full.constData(), d->maxLabelLength), full.constData());
     }
 }

@@ -44,9 +44,11 @@ public:
 ///
 /// After calls to the library, an application must expect other GL state than before. Program and vertex
 /// array are restored; so is the framebuffer, but TextureToScreenRenderPass leaves the default one bound. The
-/// viewport and what applyBaseState sets have any value. What makeCurrent resets stays reset. The first 48
-/// texture units, the image units and the first 4 binding points of GL_UNIFORM_BUFFER may hold objects of the
-/// library or none, and so may the binding points of atomic counters. Nothing else is changed.
+/// viewport and what applyBaseState sets have any value. What makeCurrent resets stays reset, except the
+/// number of vertices of a patch. The first 48 texture units, the image units, the first 6 binding points of
+/// GL_UNIFORM_BUFFER and the binding points of atomic counters may hold objects of the library or none, and
+/// so may the targets of glBindBuffer and glBindRenderbuffer. Any texture unit may be active. Nothing else is
+/// changed.
 class QEL_GL_EXPORT OpenGLDeviceContext
 {
 public:
@@ -68,8 +70,8 @@ public:
     ///   lines, provoking vertex, clip control, patches, current attributes, the hint for derivatives, pixel
     ///   storage and buffers for pixel transfers, the buffer for query results, clamping of reads. Only the
     ///   filtering of cube maps across the edges of their faces is on.
-    /// - The first 48 texture units are emptied of textures and sampler objects, and the library's uniform
-    ///   blocks are bound again.
+    /// - The first 48 texture units are emptied of textures and sampler objects. The library's uniform blocks
+    ///   and the stand-ins for material textures are bound again.
     /// - Textures and framebuffers are brought up to date when they are used next; see Texture and
     ///   FramebufferObject.
     /// - Pending GL errors are reported, as the application's.
@@ -144,12 +146,9 @@ public:
     /// @{
     void pushDebugGroup(const char* name);
     void popDebugGroup();
-    /// Sets a prefix, such as the name of the running pass, for the labels of objects created from now on and
-    /// for messages of what passes share.
+    /// Sets a prefix, such as the name of the running pass, for the labels of objects created from now on.
     void setLabelPrefix(const QString& prefix);
     QString labelPrefix() const;
-    /// Returns the text with the prefix in front, if there is one: "aa: texture".
-    QString prefixed(const QString& text) const;
     void label(unsigned int identifier, unsigned int name, const QString& text) const;
     /// @}
 

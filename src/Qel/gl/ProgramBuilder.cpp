@@ -10,7 +10,6 @@
 
 #include <Qel/gl/AttributeLayout.h>
 #include <Qel/gl/InstanceData.h>
-#include <Qel/gl/LinkedProgram.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 
 using namespace Qt::StringLiterals;

@@ -39,6 +39,7 @@ struct SourceFolder : ContextData
 {
     QString path;
     int numPrograms = 0;
+    bool hasFailed = false;
 };
 
 QString fileEnding(unsigned int stage)
@@ -71,6 +72,7 @@ void writeSources(SourceFolder& folder, const QString& owner,
         if (!file.open(QIODevice::WriteOnly) || file.write(source.text.toUtf8()) < 0 || !file.flush()) {
             logCritical(__FILE__, __LINE__,
                         u"%1: cannot be written: %2"_s.arg(file.fileName(), file.errorString()));
+            folder.hasFailed = true;
         }
     }
 }
@@ -282,6 +284,11 @@ const std::vector<ShaderProgram::Source>& ShaderProgram::composedSources() const
 void ShaderProgram::writeSourcesTo(const QString& folder)
 {
     OpenGLDeviceContext::current()->data<SourceFolder>().path = folder;
+}
+
+bool ShaderProgram::hasUnwrittenSources()
+{
+    return OpenGLDeviceContext::current()->data<SourceFolder>().hasFailed;
 }
 
 bool ShaderProgram::hasTessellation() const

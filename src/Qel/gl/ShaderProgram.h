@@ -105,9 +105,11 @@ public:
     const std::vector<Source>& composedSources() const;
     /// Makes the current context write the composed sources of every program that is built from now on into
     /// a folder, for inspection and validators; an empty path ends that. Each program gets a subfolder
-    /// NAME.N, by the context's label prefix and a number from 1 on, with files such as 0.vert and 1.frag. A
-    /// file that cannot be written is reported.
+    /// NAME.N with files such as 0.vert and 1.frag; NAME is the context's label prefix, or "program" without
+    /// one, and N a number from 1 on. A file that cannot be written is reported.
     static void writeSourcesTo(const QString& folder);
+    /// Whether a file for writeSourcesTo could not be written on the current context.
+    static bool hasUnwrittenSources();
     /// Whether the program has a tessellation stage, so that it draws patches.
     bool hasTessellation() const;
 
@@ -118,7 +120,7 @@ public:
     QString log() const;
     /// The GL name; 0 before the build and after a failed one.
     unsigned int programID() const;
-    /// The attributes that the program reads: bit i stands for location i.
+    /// The attributes that the program reads: bit i stands for one whose first location is i.
     unsigned int attributeMask() const;
     /// The names and locations of the attributes, for vertex arrays; null before the build and after a failed
     /// one.

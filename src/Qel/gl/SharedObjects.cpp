@@ -5,6 +5,7 @@
 #include <epoxy/gl.h>
 
 #include <Qel/gl/BufferObject.h>
+#include <Qel/gl/ContextReference.h>
 #include <Qel/gl/DrawBuffers.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/VertexArrayObject.h>
@@ -80,11 +81,14 @@ QSharedPointer<BufferObject> OpenGLDeviceContext::pixelTransferBuffer()
         buffer = std::move(free->back());
         free->pop_back();
     }
-    return {buffer.release(), [list = std::weak_ptr(free)](BufferObject* returned) {
-                std::unique_ptr<BufferObject> owner(returned);
-                if (const auto locked = list.lock()) {
-                    locked->push_back(std::move(owner));
-                }
+    return {buffer.release(), [context = reference(), list = std::weak_ptr(free)](BufferObject* returned) {
+                const auto owner = std::make_shared<std::unique_ptr<BufferObject>>(returned);
+                // The list belongs to the thread on which the context is current.
+                context.whenCurrent([owner, list] {
+                    if (const auto locked = list.lock()) {
+                        locked->push_back(std::move(*owner));
+                    }
+                });
             }};
 }
 

@@ -150,6 +150,9 @@ void Texture::synchronize() const
 /// Synchronizes the texture, which is bound on the active unit.
 void Texture::synchronizeBound() const
 {
+    if (!m_name.isCurrent()) {
+        return; // A texture of another context, so none is bound.
+    }
     if (!m_isLabelled) {
         // GL knows the texture only once it has been bound.
         m_isLabelled = true;

@@ -114,7 +114,6 @@ private:
     void synchronizeBound() const;
     void restoreParameters() const;
     void readFromGL() const;
-    void setLevel(int level, unsigned int internalFormat, int width, int height);
 
     quint64 m_serial;
     unsigned int m_target;
@@ -124,7 +123,7 @@ private:
     /// Whether the image was set through this object.
     bool m_hasOwnImage = false;
     std::array<float, 4> m_borderColor{};
-    // What GL says of a texture whose image was set by GL calls, read when it is asked for.
+    // Set through this object or, if GL calls set the image, read from GL when asked for.
     mutable Image m_image;
     mutable Parameters m_parameters;
     /// BindingRecord::generation when GL and this object last agreed.

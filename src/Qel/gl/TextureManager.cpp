@@ -73,6 +73,7 @@ struct Pool : ContextData
 
     Entry* find(const Texture* texture);
     Texture* standIn();
+    void restoreBindings() override;
 };
 
 Entry* Pool::find(const Texture* texture)
@@ -91,6 +92,14 @@ Texture* Pool::standIn()
         white->setImage2D(0, GL_RGBA8, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, opaqueWhite.data());
     }
     return chosen ? chosen.data() : white.get();
+}
+
+void Pool::restoreBindings()
+{
+    // Without it, no slot has been used yet.
+    for (int slot = 0; white && slot < BindingRecord::numManagedUnits; ++slot) {
+        TextureManager::Instance()->bindManagedTexture(slot, nullptr);
+    }
 }
 
 Pool& pool()
@@ -117,9 +126,8 @@ Texture* TextureManager::tempTexture(TextureFormat format, int width, int height
     if (std::max(width, height) > context->maxTextureSize()) {
         logCritical(
             __FILE__, __LINE__,
-            context->prefixed(u"a texture of %1x%2 exceeds the driver's limit of %3; 1x1 is used"_s.arg(width)
-                                  .arg(height)
-                                  .arg(context->maxTextureSize())));
+            u"a texture of %1x%2 exceeds the driver's limit of %3; 1x1 is used"_s.arg(width).arg(height).arg(
+                context->maxTextureSize()));
         width = height = 1;
     }
     width = std::max(width, 1);

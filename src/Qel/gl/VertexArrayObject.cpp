@@ -59,7 +59,8 @@ VertexArrayObject::~VertexArrayObject()
 void VertexArrayObject::bind()
 {
     const unsigned int standard = getVAO();
-    bindings().bindVertexArray(this, m_latest != 0 ? m_latest : standard);
+    // 0 on another context, where the name in m_latest means nothing.
+    bindings().bindVertexArray(this, standard != 0 && m_latest != 0 ? m_latest : standard);
 }
 
 void VertexArrayObject::release()
@@ -70,6 +71,9 @@ void VertexArrayObject::release()
 void VertexArrayObject::upload(const QString& attribute, const QSharedPointer<BufferObject>& buffer,
                                int components, unsigned int type)
 {
+    if (getVAO() == 0) {
+        return;
+    }
     m_arrays.insert(attribute, {buffer, components, type});
     ++m_numUploads;
     const AutoBinder binder(this);
@@ -78,8 +82,7 @@ void VertexArrayObject::upload(const QString& attribute, const QSharedPointer<Bu
     const auto standard = std::find_if(known.begin(), known.end(), [&](const VertexAttribute& candidate) {
         return candidate.name == attribute;
     });
-    if (standard != known.end()) {
-        setArray(*standard);
+    if (standard != known.end() && setArray(*standard) > 0) {
         m_available |= 1U << standard->location;
     }
 }
@@ -91,7 +94,7 @@ QSharedPointer<BufferObject> VertexArrayObject::bo(const QString& attribute) con
 
 void VertexArrayObject::enableShaderProgramArrays(const ShaderProgram* program)
 {
-    if (!program || program->programID() == 0) {
+    if (!program || program->programID() == 0 || getVAO() == 0) {
         return;
     }
     if (program->attributes() != AttributeLayout::standard()) {
@@ -135,7 +138,8 @@ unsigned int VertexArrayObject::matchedObject(const std::shared_ptr<const Attrib
     return name;
 }
 
-/// Sets the array of an attribute in the bound GL object; returns at how many locations, 0 without a buffer.
+/// Sets the array of an attribute in the bound GL object. Returns the number of locations that have one now;
+/// 0 if the attribute has no buffer.
 int VertexArrayObject::setArray(const VertexAttribute& attribute) const
 {
     const Array array = m_arrays.value(attribute.name);

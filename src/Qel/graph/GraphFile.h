@@ -12,8 +12,8 @@ namespace Morvane::Qel {
 class PassRegistry;
 
 /// Reads a graph file (docs/graph-files.md). Returns nothing if it cannot be read or is malformed, with a
-/// line in `errors` for each error, "FILE:LINE:COLUMN: what is wrong". Whether the graph makes sense is
-/// checked by planGraph.
+/// line in `errors` for each of the first 50 errors, "FILE:LINE:COLUMN: what is wrong", and one with the
+/// number of the others. Whether the graph makes sense is checked by planGraph.
 QEL_GRAPH_EXPORT std::optional<GraphDescription> loadGraph(const QString& file, QStringList* errors);
 
 /// Writes a graph as JSON in a fixed order. Relative paths are rewritten so that they name the same files

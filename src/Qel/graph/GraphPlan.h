@@ -94,8 +94,8 @@ struct GraphPlan
 };
 
 /// Checks all of a graph that can be checked without GL and resolves it. Returns nothing if there are errors;
-/// `errors` then gets one line for each, "FILE: PASS.PORT: what is wrong; did you mean "X"?". Errors that
-/// only follow from another one are not reported.
+/// `errors` then gets a line for each of the first 50, "FILE: PASS.PORT: what is wrong; did you mean "X"?",
+/// and one with the number of the others. Errors that only follow from another one are not reported.
 QEL_GRAPH_EXPORT std::optional<GraphPlan> planGraph(const GraphDescription& graph,
                                                     const PassRegistry& registry, QStringList* errors);
 

@@ -14,7 +14,7 @@ namespace Morvane::Qel {
 
 namespace {
 
-/// Sides of the window of SSIM, 11 pixels.
+/// Radius of the window of SSIM, whose sides are 11 pixels.
 constexpr int windowRadius = 5;
 
 /// Checks that SSIM and FLIP are defined.
@@ -90,7 +90,12 @@ std::optional<ImagePair> ImagePair::match(const Image& first, const Image& secon
         pair.m_channels = first.channels;
         pair.m_indices = {std::vector{0}, std::vector{0}};
     } else {
-        pair.m_channels = first.numChannels() > second.numChannels() ? first.channels : second.channels;
+        pair.m_channels = first.channels;
+        for (const QString& channel : second.channels) {
+            if (!pair.m_channels.contains(channel)) {
+                pair.m_channels.append(channel);
+            }
+        }
         if (!withAlpha) {
             pair.m_channels.removeOne(u"A"_s);
         }

@@ -140,6 +140,9 @@ bool RenderGraph::present(unsigned int framebuffer, const QRect& rectangle, QStr
         *error = u"%1: output: %2"_s.arg(d->plan.graph.displayName(), what);
         return false;
     };
+    if (!d->isContextCurrent(error)) {
+        return false;
+    }
     Texture* shown = image();
     if (!shown) {
         return fail(u"there is no image to show"_s);

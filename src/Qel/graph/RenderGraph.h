@@ -48,7 +48,8 @@ public:
     };
 
     /// Loads the models of a planned graph and creates its passes. Returns null on failure, with a line in
-    /// `errors` for each error. Warnings about models, such as missing textures, are logged.
+    /// `errors` for each of the first 50 errors and one with the number of the others. Warnings about models,
+    /// such as missing textures, are logged.
     static std::unique_ptr<RenderGraph> create(GraphPlan plan, const Options& options, QStringList* errors);
     /// Plans a graph (planGraph) and creates it. If there are errors in the graph itself, GL is not touched.
     static std::unique_ptr<RenderGraph> create(const GraphDescription& graph, const PassRegistry& registry,
@@ -86,7 +87,8 @@ public:
     /// in GL: 0 for the default one. The rectangle is in pixels with the origin at the lower left; an image
     /// of another size is filtered linearly. Leaves the framebuffer bound, the rectangle as the viewport, and
     /// the base state (OpenGLDeviceContext::applyBaseState), ready for drawing on top. Returns false with one
-    /// line in `error` if there is no image, or if it is not a 2D texture of colours.
+    /// line in `error` if the context is not current, if there is no image, or if it is not a 2D texture or
+    /// holds integers.
     bool present(unsigned int framebuffer, const QRect& rectangle, QString* error);
     /// Returns the textures of the last frame to the pool.
     void releaseOutputs();

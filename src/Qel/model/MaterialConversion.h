@@ -29,8 +29,8 @@ struct MaterialLibraries
 class MaterialConversion
 {
 public:
-    /// `libraries` is given for OBJ files only. Without it, the diffuse colour counts for all but Assimp's
-    /// default material.
+    /// `libraries` is given for OBJ files only. Without it, the diffuse colour counts for all materials but
+    /// those with the name of Assimp's default material and a grey colour.
     MaterialConversion(const aiScene& scene, std::optional<MaterialLibraries> libraries,
                        ImportedScene& result);
 

@@ -6,7 +6,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 
-#include <cmath>
+#include <algorithm>
 #include <limits>
 
 #include <Qel/graph/ImageIO.h>
@@ -106,7 +106,7 @@ void writeImages(const Comparison& comparison, const QString& difference, double
     }
     if (!flipMap.isEmpty()) {
         if (!comparison.flipMap()) {
-            fail(u"%1: %2"_s.arg(flipMap, comparison.notes().join(u"; "_s)));
+            fail(u"%1: %2"_s.arg(flipMap, comparison.notes().filter(u"FLIP is undefined"_s).join(u"; "_s)));
         }
         write(isPng(flipMap) ? heatMap(*comparison.flipMap()) : *comparison.flipMap(), flipMap);
     }
@@ -149,7 +149,7 @@ ExitCode compareFiles(const QString& pathA, const QString& pathB, const Settings
 /// Returns the names of the images in a folder, in alphabetical order.
 QStringList imageNames(const QString& folder)
 {
-    QStringList wildcards = {u"*.exr"_s};
+    QStringList wildcards = {u"*.exr"_s, u"*.hdr"_s};
     for (const QByteArray& format : QImageReader::supportedImageFormats()) {
         wildcards << u"*."_s + QString::fromLatin1(format);
     }
@@ -270,9 +270,9 @@ ExitCode compare(const QStringList& arguments)
     options.addOption(u"pixels-per-degree"_s, u"P"_s,
                       u"pixels in a degree of the field of view, for FLIP; default 67.0206"_s);
     options.addOption(u"tolerance"_s, u"X"_s, u"largest accepted difference; default 0"_s);
-    options.addOption(u"difference"_s, u"FILE"_s, u"writes the absolute differences as an image"_s);
+    options.addOption(u"difference"_s, u"PATH"_s, u"writes the absolute differences as an image"_s);
     options.addOption(u"gain"_s, u"G"_s, u"multiplies the image of the differences; default 1"_s);
-    options.addOption(u"flip-map"_s, u"FILE"_s,
+    options.addOption(u"flip-map"_s, u"PATH"_s,
                       u"writes FLIP's value for each pixel, as a heat map (PNG) or as numbers (EXR)"_s);
     options.addOption(u"json"_s, {}, u"prints the results as JSON; null stands for infinite or undefined"_s);
     if (!options.parse(arguments)) {

@@ -175,8 +175,8 @@ ExitCode render(const QStringList& arguments)
     options.addOption(u"shaders"_s, u"DIR"_s, u"writes the GLSL of every program as the driver gets it"_s);
     options.addOption(
         u"profile"_s, {},
-        u"prints the GPU and CPU time of each pass in N frames (default %1) after %2 more to warm "
-        "up; the images stay the same"_s.arg(numProfiledFrames)
+        u"prints the GPU and CPU time of each pass in the frames of --frames (default %1), after %2 more "
+        "to warm up; the images stay the same"_s.arg(numProfiledFrames)
             .arg(Profiler::numWarmUpFrames));
     options.addOption(u"json"_s, {}, u"prints the times of --profile as JSON"_s);
     addDeviceOption(options);
@@ -241,6 +241,9 @@ ExitCode render(const QStringList& arguments)
             }
             progress.update(frame + 1);
         }
+    }
+    if (ShaderProgram::hasUnwrittenSources()) {
+        throw Failure{ExitCode::WrongUse, {}}; // Each file was reported.
     }
     if (hasProfile) {
         const Profiler::Report report = graph->profile();

@@ -43,8 +43,9 @@ QString help()
     }
     return text + u"\nqel COMMAND --help prints the options; qel --version prints the version.\n"
                   "Exit codes: 0 success, 1 images differ, 2 invalid arguments, graph or file,\n"
-                  "3 no usable OpenGL. SIGINT, SIGTERM and SIGXFSZ remove unfinished files and then end the\n"
-                  "program as they do by default; a shell reports 128 plus the number of the signal.\n"_s;
+                  "3 no usable OpenGL. SIGHUP, SIGINT, SIGTERM and SIGXFSZ remove unfinished files and then\n"
+                  "end the program as they do by default; a shell reports 128 plus the number of the\n"
+                  "signal.\n"_s;
 }
 
 void endBySignal(int number)
@@ -56,7 +57,7 @@ void endBySignal(int number)
 
 void installSignalHandlers()
 {
-    for (const int number : {SIGINT, SIGTERM, SIGXFSZ}) {
+    for (const int number : {SIGHUP, SIGINT, SIGTERM, SIGXFSZ}) {
         // What the caller ignores stays ignored, such as SIGINT in the background.
         if (std::signal(number, endBySignal) == SIG_IGN) {
             std::signal(number, SIG_IGN);

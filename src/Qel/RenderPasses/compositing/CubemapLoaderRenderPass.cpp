@@ -40,7 +40,7 @@ void checkSizes(const std::array<QImage, 6>& faces)
     }
 }
 
-/// `internalFormat` is that of all faces; other values than the image's own are converted by GL.
+/// Uploads an image to a face. `internalFormat` is the same for all faces; GL converts the values to it.
 void uploadFace(Texture& cubemap, unsigned int face, const QImage& image, unsigned int internalFormat)
 {
     const QSharedPointer<BufferObject> buffer = OpenGLDeviceContext::current()->pixelTransferBuffer();
@@ -52,8 +52,8 @@ void uploadFace(Texture& cubemap, unsigned int face, const QImage& image, unsign
         buffer->unmap();
     }
     checkGLError(sourceFile, 168);
-    // With a pixel-unpack buffer bound, the null pointer is offset 0 in it.
     const TexelFormat format = texelFormat(image);
+    // With a pixel-unpack buffer bound, the null pointer is offset 0 in it.
     cubemap.setFaceImage(face, 0, internalFormat, image.width(), image.height(), format.format, format.type,
                          nullptr);
     checkGLError(sourceFile, 176);

@@ -45,7 +45,8 @@ public:
     };
     enum OutputPort
     {
-        /// GL_TEXTURE_CUBE_MAP, RGBA8, straight alpha, owned by the pass.
+        /// GL_TEXTURE_CUBE_MAP, RGBA8 with straight alpha; RGBA16F or RGBA32F with an EXR or HDR file. Owned
+        /// by the pass.
         Cubemap
     };
 

@@ -200,7 +200,7 @@ Texture* SkyboxRenderPass::usableDepth(Texture* depth)
     }
     if (!m_hasReportedDepth) {
         logNotice(sourceFile, __LINE__,
-                  u"SkyboxRenderPass: the depth texture, %1, has no stencil, so the environment replaces the "
+                  u"the depth texture, %1, has no stencil, so the environment replaces the "
                   "whole frame; connect a depth-stencil texture whose stencil is not 0 where the scene was "
                   "drawn, or draw the environment into a frame of its own and blend the scene over it"_s.arg(
                       internalFormatName(depth->internalFormat())));

@@ -35,7 +35,7 @@ public:
     };
     enum OutputPort
     {
-        /// RGBA8, straight alpha, owned by the pass.
+        /// RGBA8 with straight alpha; RGBA16F or RGBA32F for EXR and HDR files. Owned by the pass.
         LoadedTexture
     };
 

@@ -67,10 +67,9 @@ Texture* makeTarget(const QSize& size, unsigned int internalFormat, unsigned int
     QSize allocated = size.expandedTo(QSize(0, 0));
     if (std::max(size.width(), size.height()) > limit) {
         logCritical(__FILE__, __LINE__,
-                    context->prefixed(
-                        u"a target of %1x%2 is over the driver's limit of %3; 1x1 is used"_s.arg(size.width())
-                            .arg(size.height())
-                            .arg(limit)));
+                    u"a target of %1x%2 is over the driver's limit of %3; 1x1 is used"_s.arg(size.width())
+                        .arg(size.height())
+                        .arg(limit));
         allocated = QSize(1, 1);
     }
     auto* texture = new Texture;

@@ -119,7 +119,8 @@ bool isDepth(const Texture& texture)
 
 int numOccurrences(const QString& text, const QString& name)
 {
-    return static_cast<int>(text.count(QRegularExpression(u"\\b%1\\b"_s.arg(name))));
+    return static_cast<int>(
+        text.count(QRegularExpression(u"\\b%1\\b"_s.arg(QRegularExpression::escape(name)))));
 }
 
 /// The variables that a stage declares as `in` or `out` outside blocks and without an explicit location.
@@ -233,8 +234,8 @@ void ShaderPortCheck::checkOutputs(const QStringList& ports, const QStringList& 
     const Stage* fragment = find(GL_FRAGMENT_SHADER);
     QStringList others = fragment ? declared(fragment->text, u"out"_s) : QStringList();
     others.removeIf([&](const QString& name) { return fragmentOutputs.contains(name); });
-    // A single output of any name goes to the only draw buffer.
-    if (ports.size() == 1 && others.size() < 2) {
+    // Without outputs nothing is kept. A single output of any name goes to the only draw buffer.
+    if (ports.isEmpty() || (ports.size() == 1 && others.size() < 2)) {
         return;
     }
     for (qsizetype i = 0; i < ports.size(); ++i) {

@@ -243,9 +243,10 @@ QSize ShaderRenderPass::renderSize()
         }
     }
     if (!m_program && size.width() == 0) {
-        m_notices.push_back({{},
-                             u"no viewport and no texture gives a size, so the outputs are 1 x 1; add the "
-                             "input Qel_QRect_Viewport"_s});
+        const QString remedy = m_viewportInput < 0 ? u"add the input Qel_QRect_Viewport"_s
+                                                   : u"the input Qel_QRect_Viewport is empty"_s;
+        m_notices.push_back(
+            {{}, u"no viewport and no texture gives a size, so the outputs are 1 x 1; "_s + remedy});
     }
     return {size.width() == 0 ? 1 : size.width(), size.height() == 0 ? 1 : size.height()};
 }

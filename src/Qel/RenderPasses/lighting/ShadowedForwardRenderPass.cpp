@@ -193,10 +193,12 @@ vec3 lightFrom(Light light, vec3 N, vec3 V, vec3 Kd, vec3 Ks)
 
 void main()
 {
+    // Both before the discard, after which the derivatives that choose the mip level would be undefined.
     vec4 diffuse = managedTexture(getMap_Kd(), vo_TexCoord);
+    vec4 specular = managedTexture(getMap_Ks(), vo_TexCoord);
     if (diffuse.a < 0.5) discard;
     vec3 Kd = gammaCorrect(getKd() * diffuse.rgb, 1.0 / 2.2);
-    vec3 Ks = gammaCorrect(getKs() * managedTexture(getMap_Ks(), vo_TexCoord).rgb, 1.0 / 2.2);
+    vec3 Ks = gammaCorrect(getKs() * specular.rgb, 1.0 / 2.2);
     vec3 N = normalize(gl_FrontFacing ? vo_Normal : -vo_Normal);
     vec3 V = normalize(u_CameraPosition - vo_Position);
     vec3 light = Kd * u_Ambient * (0.75 + 0.25 * N.y);

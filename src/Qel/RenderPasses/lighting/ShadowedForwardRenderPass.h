@@ -40,7 +40,8 @@ class Texture;
 class QEL_RENDERPASSES_EXPORT ShadowedForwardRenderPass : public RenderPassHelper
 {
 public:
-    /// Largest number of lights in use; with those of the maps, it fits the uniform blocks of every driver.
+    /// Largest number of lights in use. The block with this many and the block of the maps' transforms fit
+    /// the 16 KiB that every driver allows.
     static constexpr int maxLights = 128;
 
     enum InputPort

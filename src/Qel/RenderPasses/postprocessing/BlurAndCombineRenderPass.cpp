@@ -70,8 +70,8 @@ const PassDescription& BlurAndCombineRenderPass::description()
                     .meaning = u"radius of the glow, about one standard deviation"_s,
                     .whenMissing = u"the normal frame is published unchanged"_s,
                     .range = u"texels; 0 or less publishes the normal frame unchanged; at most "
-                             "GL_MAX_FRAGMENT_UNIFORM_COMPONENTS / 8 - 10, which is 118 or more; above, an "
-                             "error is logged and that is used"_s},
+                             "GL_MAX_FRAGMENT_UNIFORM_COMPONENTS / 8 - 10, which is 118 or more; for more, "
+                             "an error is logged and this limit is used"_s},
                    {.name = u"Qel_float_GlowThreshold"_s,
                     .meaning =
                         u"lowest luma (Rec. 709 weights) that glows; a change takes effect with the next "

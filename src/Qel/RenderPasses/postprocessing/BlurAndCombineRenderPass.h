@@ -7,9 +7,10 @@ namespace Morvane::Qel {
 /// Adds glow to a frame: selects the bright texels of the blur frame, blurs them horizontally and vertically,
 /// and adds the scaled result to the normal frame.
 ///
-/// Reads two colour textures, sampled with linear filters and clamped to their edges. Writes a pooled texture
-/// (RGBA16F) of the viewport's size, whose consumers own its references. All four channels are added, and
-/// nothing is clamped. A radius or an amount of 0 or less publishes the normal frame itself.
+/// Reads two colour textures, clamped to their edges: texel by texel where their size is the viewport's, with
+/// linear filters otherwise and for the taps of the blur. Writes a pooled texture (RGBA16F) of the viewport's
+/// size, whose consumers own its references. All four channels are added, and nothing is clamped. A radius or
+/// an amount of 0 or less publishes the normal frame itself.
 ///
 /// The horizontal draw copies texels of the blur frame with an alpha of 0 unchanged; the vertical draw blurs
 /// them. A threshold makes all darker texels transparent, so the glow then spreads only vertically. To make

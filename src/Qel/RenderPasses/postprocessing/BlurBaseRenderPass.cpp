@@ -18,6 +18,8 @@ namespace Morvane::Qel {
 
 namespace {
 
+constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/BlurBaseRenderPass";
+
 /// The input at the centre of the pixel. vo_TexCoord is rounded, so a filtered sample there would also get
 /// some 1e-4 of neighbours that have no weight, and a transparent texel next to a covered one would count as
 /// covered.
@@ -164,7 +166,7 @@ BlurBaseRenderPass::~BlurBaseRenderPass() = default;
 void BlurBaseRenderPass::calculateBlurWeights()
 {
     if (m_blurRadius > largestRadius) {
-        logCritical("Core/Qel/src/RenderPasses/BlurBaseRenderPass", __LINE__,
+        logCritical(sourceFile, __LINE__,
                     u"a blur radius of %1 is too large; %2 is used"_s.arg(m_blurRadius).arg(largestRadius));
     }
     const Kernel kernel = foldTaps(sampleGaussian(std::min(m_blurRadius, largestRadius)));

@@ -24,8 +24,8 @@ const PassDescription& GaussianBlurRenderPass::description()
                     .meaning = u"radius of the blur, about one standard deviation"_s,
                     .whenMissing = u"the input is published unchanged"_s,
                     .range = u"texels of the reduced image; 1 or less publishes the input unchanged; at most "
-                             "GL_MAX_FRAGMENT_UNIFORM_COMPONENTS / 8 - 10, which is 118 or more; above, an "
-                             "error is logged and that is used"_s},
+                             "GL_MAX_FRAGMENT_UNIFORM_COMPONENTS / 8 - 10, which is 118 or more; for more, "
+                             "an error is logged and this limit is used"_s},
                    {.name = u"Qel_float_ResolutionDivider"_s,
                     .meaning =
                         u"divisor of the width and the height; the results are truncated to whole texels"_s,

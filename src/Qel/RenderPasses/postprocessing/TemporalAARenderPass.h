@@ -27,7 +27,7 @@ class ViewWatch;
 ///
 /// The texture has 8 bits per channel, and the mean is rounded every frame. After n frames, it no longer
 /// follows differences of less than n / 2 steps of 1/255: after two black frames, white ones raise it to
-/// 239/255 and no further.
+/// about 240/255 and no further.
 ///
 /// Reads a colour texture with the filters that are set on it. Writes a pooled texture (RGBA8) that the pass
 /// keeps from frame to frame and replaces on a new size; a consumer that keeps it sees it change. Without an

@@ -36,9 +36,8 @@ bool areFragmentLists(const Texture* headPointers, const Texture* nodes, bool* i
     if (!areLists && !*isReported) {
         *isReported = true;
         logCritical(__FILE__, __LINE__,
-                    OpenGLDeviceContext::current()->prefixed(
-                        u"head pointers must be a 2D texture of R32UI and nodes one of RGBA32UI, as the "
-                        "visibility buffer makes them; the lists are ignored"_s));
+                    u"head pointers must be a 2D texture of R32UI and nodes one of RGBA32UI, as the "
+                    "visibility buffer makes them; the lists are ignored"_s);
     }
     return areLists;
 }

@@ -1,19 +1,19 @@
 #include <Qel/RenderPasses/support/Images.h>
 
 #include <QFileInfo>
+#include <QFloat16>
 #include <QImageReader>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
-
-#include <QFloat16>
+#include <optional>
+#include <variant>
 
 #include <epoxy/gl.h>
 
-#include <Qel/gl/ImageFiles.h>
-
 #include <Qel/core/Memory.h>
+#include <Qel/gl/ImageFiles.h>
 
 using namespace Qt::StringLiterals;
 

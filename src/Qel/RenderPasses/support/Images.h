@@ -14,8 +14,9 @@ namespace Morvane::Qel {
 /// Channels other than R, G, B and A are ignored. Without R, G and B, an only channel besides A (such as Y or
 /// Z) gives all three; missing ones of them are 0, a missing A is 1.
 ///
-/// Returns a null image if there is no such file, if it cannot be decoded, or if its width or height exceeds
-/// `limit`; `problem` then says why, as a phrase to put after the path.
+/// Returns a null image if there is no such file, if it cannot be decoded, if its width or height exceeds
+/// `limit`, or if it does not fit into the machine's memory; `problem` then says why, as a phrase to put
+/// after the path.
 QImage loadImage(const QString& path, int limit, QString* problem);
 
 /// Makes an image of one texel, in 32-bit ARGB.

@@ -141,10 +141,12 @@ void InputResolver::resolveNamedValue(const QString& place, const QString& name,
         input->source = InputSource::FrameValue;
         input->frameValue = *value;
     } else if (const int pass = findPass(name); pass >= 0) {
-        const QStringList outputs = shortNames(m_plan.passes[static_cast<size_t>(pass)].outputs);
-        m_errors.add(place, outputs.isEmpty()
-                                ? u"pass \"%1\" has no outputs"_s.arg(name)
-                                : u"\"@%1\" is a pass; write \"@%1.%2\""_s.arg(name, outputs[0]));
+        if (m_ports[static_cast<size_t>(pass)].known) {
+            const QStringList outputs = shortNames(m_plan.passes[static_cast<size_t>(pass)].outputs);
+            m_errors.add(place, outputs.isEmpty()
+                                    ? u"pass \"%1\" has no outputs"_s.arg(name)
+                                    : u"\"@%1\" is a pass; write \"@%1.%2\""_s.arg(name, outputs[0]));
+        }
     } else {
         m_errors.add(place, [&] {
             return unknownName(u"model or frame value"_s, name, modelNames() + allFrameValueNames());

@@ -209,16 +209,18 @@ bool PassRunner::renderFrame(Scene& scene, QString* error)
     }
     bool good = true;
     for (int i = 0; good && i < numNodes(); ++i) {
-        good = startPass(i, error);
+        // A pass that does not start leaves its inputs unread.
+        const bool starts = hasDepthFormats(node(i), error);
+        good = starts && startPass(i, error);
         if (!good) {
-            dropUnreadOutputs(i);
+            dropUnreadOutputs(starts ? i : i - 1);
         }
-    }
-    for (const Node& node : m_nodes) {
-        node.pass->endFrame(m_options.callbacks);
     }
     OpenGLDeviceContext::current()->setLabelPrefix({});
     setMessagePlace({});
+    for (const Node& node : m_nodes) {
+        node.pass->endFrame(m_options.callbacks);
+    }
     good = good && readKeptOutputs(error);
     if (m_profiler) {
         m_profiler->endFrame();
@@ -246,6 +248,8 @@ void PassRunner::prepareFrame(Scene& scene)
             }
         }
     }
+    OpenGLDeviceContext::current()->setLabelPrefix({});
+    setMessagePlace({});
     m_isSetUp = true;
     scene.markUnchanged();
 }
@@ -285,9 +289,6 @@ bool PassRunner::startPass(int index, QString* error)
 {
     Node& current = node(index);
     setMessagePlace(current.place);
-    if (!hasDepthFormats(current, error)) {
-        return false;
-    }
     for (const size_t kept : current.modified) {
         copyOutput(m_kept[kept]);
     }

@@ -3,6 +3,7 @@
 #include <QMetaType>
 
 #include <algorithm>
+#include <cmath>
 
 #include <Qel/core/MetaTypes.h>
 #include <Qel/gl/DrawBuffers.h>
@@ -70,7 +71,9 @@ std::optional<QVariant> convertedNumber(const QString& type, const QVariant& val
     if (!isNumber(value.metaType()) || !isNumber(expected) || !number.convert(expected)) {
         return {};
     }
-    const bool isExact = expected.id() == QMetaType::Float || number.toDouble() == value.toDouble();
+    const bool isExact = expected.id() == QMetaType::Float
+                             ? std::isfinite(number.toDouble()) == std::isfinite(value.toDouble())
+                             : number.toDouble() == value.toDouble();
     return isExact ? std::optional(number) : std::nullopt;
 }
 

@@ -4,7 +4,6 @@
 
 #include <Qel/gl/Formats.h>
 #include <Qel/gl/Guards.h>
-#include <Qel/gl/OpenGLDeviceContext.h>
 
 namespace Morvane::Qel {
 
@@ -22,7 +21,7 @@ Texture* TextureCopy::copy(Texture* source)
                               formatFromInternalFormat(internalFormat),
                               typeFromInternalFormat(internalFormat), nullptr);
     }
-    if (hasGLExtension("ARB_shader_image_load_store")) {
+    if (m_hasImageStores) {
         // Shaders may have written to the texture with image stores.
         glMemoryBarrier(GL_FRAMEBUFFER_BARRIER_BIT);
     }

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include <Qel/gl/FramebufferObject.h>
+#include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/Texture.h>
 
 namespace Morvane::Qel {
@@ -16,6 +17,7 @@ public:
     Texture* copy(Texture* source);
 
 private:
+    const bool m_hasImageStores = hasGLExtension("ARB_shader_image_load_store");
     std::unique_ptr<FramebufferObject> m_framebuffer;
     std::unique_ptr<Texture> m_texture;
 };
