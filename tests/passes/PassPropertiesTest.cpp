@@ -105,7 +105,8 @@ TEST_P(PassProperties, SurvivesMissingAndRandomInputs)
         host.setInputs({});
     }
     checkGLError(__FILE__, __LINE__);
-    // What passes may report about such inputs. GL reports colour textures as depth and faces of different sizes.
+    // What passes may report about such inputs. GL reports colour textures as depth and faces of different
+    // sizes.
     const std::map<std::string, QString> documented{
         {"CubemapLoaderRenderPass",
          u"must be square and of one size|GL_INVALID_OPERATION( in glGenerateMipmap|$)"_s},
