@@ -14,73 +14,31 @@ namespace {
 
 using Kind = ObjectName::Kind;
 
-unsigned int createObject(Kind kind)
+/// What GL has for a kind of object.
+struct Functions
 {
-    unsigned int name = 0;
-    switch (kind) {
-    case Kind::Buffer:
-        glGenBuffers(1, &name);
-        break;
-    case Kind::Framebuffer:
-        glGenFramebuffers(1, &name);
-        break;
-    case Kind::Query:
-        glGenQueries(1, &name);
-        break;
-    case Kind::Renderbuffer:
-        glGenRenderbuffers(1, &name);
-        break;
-    case Kind::Texture:
-        glGenTextures(1, &name);
-        break;
-    case Kind::VertexArray:
-        glGenVertexArrays(1, &name);
-        break;
-    }
-    return name;
-}
+    void (*create)(GLsizei, GLuint*);
+    void (*remove)(GLsizei, const GLuint*);
+    QLatin1StringView name;
+};
 
-void deleteObject(Kind kind, unsigned int name)
+Functions functionsOf(Kind kind)
 {
     switch (kind) {
     case Kind::Buffer:
-        glDeleteBuffers(1, &name);
-        break;
+        return {glGenBuffers, glDeleteBuffers, QLatin1StringView("buffer")};
     case Kind::Framebuffer:
-        glDeleteFramebuffers(1, &name);
-        break;
+        return {glGenFramebuffers, glDeleteFramebuffers, QLatin1StringView("framebuffer")};
     case Kind::Query:
-        glDeleteQueries(1, &name);
-        break;
+        return {glGenQueries, glDeleteQueries, QLatin1StringView("query")};
     case Kind::Renderbuffer:
-        glDeleteRenderbuffers(1, &name);
-        break;
+        return {glGenRenderbuffers, glDeleteRenderbuffers, QLatin1StringView("renderbuffer")};
     case Kind::Texture:
-        glDeleteTextures(1, &name);
-        break;
-    case Kind::VertexArray:
-        glDeleteVertexArrays(1, &name);
-        break;
-    }
-}
-
-QString describe(Kind kind)
-{
-    switch (kind) {
-    case Kind::Buffer:
-        return u"buffer"_s;
-    case Kind::Framebuffer:
-        return u"framebuffer"_s;
-    case Kind::Query:
-        return u"query"_s;
-    case Kind::Renderbuffer:
-        return u"renderbuffer"_s;
-    case Kind::Texture:
-        return u"texture"_s;
+        return {glGenTextures, glDeleteTextures, QLatin1StringView("texture")};
     case Kind::VertexArray:
         break;
     }
-    return u"vertex array"_s;
+    return {glGenVertexArrays, glDeleteVertexArrays, QLatin1StringView("vertex array")};
 }
 
 } // namespace
@@ -101,7 +59,7 @@ ObjectName::ObjectName(ObjectName&& other) noexcept
 ObjectName::~ObjectName()
 {
     if (exists()) {
-        m_context.whenCurrent([kind = m_kind, name = m_name] { deleteObject(kind, name); });
+        m_context.whenCurrent([kind = m_kind, name = m_name] { functionsOf(kind).remove(1, &name); });
     }
 }
 
@@ -109,13 +67,13 @@ unsigned int ObjectName::get()
 {
     if (!exists()) {
         m_context = ContextReference::toCurrent();
-        m_name = createObject(m_kind);
+        functionsOf(m_kind).create(1, &m_name);
     } else if (!m_context.isCurrent()) {
         if (!m_isMisuseReported) {
             m_isMisuseReported = true;
             logCritical(__FILE__, __LINE__,
                         u"a %1 of another OpenGL context is used; it belongs to the context on which it was "
-                        "first used"_s.arg(describe(m_kind)));
+                        "first used"_s.arg(functionsOf(m_kind).name));
         }
         return 0;
     }
