@@ -4,9 +4,10 @@
 set(QEL_INCLUDE_DIR "${PROJECT_SOURCE_DIR}/src")
 
 # What __FILE__ names is below the source folder, so that no message shows a path of the build machine. Compiler
-# caches may pass paths relative to the build folder.
+# caches may pass paths relative to the build folder. A cache knows -ffile-prefix-map and shares objects between
+# checkouts, which it does not with -fmacro-prefix-map.
 file(RELATIVE_PATH source_from_build "${PROJECT_BINARY_DIR}" "${PROJECT_SOURCE_DIR}")
-set(QEL_PREFIX_MAPS "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=" "-fmacro-prefix-map=${source_from_build}=")
+set(QEL_PREFIX_MAPS "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=" "-fmacro-prefix-map=${source_from_build}=")
 
 # Sets the compile options of a target; none of them are exported.
 function(qel_compile_options target)
