@@ -21,11 +21,6 @@ namespace Morvane::Qel::App {
 
 namespace {
 
-[[noreturn]] void fail(const QString& line)
-{
-    throw Failure{ExitCode::WrongUse, {line}};
-}
-
 Image load(const QString& path)
 {
     QString error;

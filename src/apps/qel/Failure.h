@@ -20,4 +20,10 @@ struct Failure
     QStringList lines;
 };
 
+/// Ends the program with one line about wrong use or a file.
+[[noreturn]] inline void fail(const QString& line)
+{
+    throw Failure{ExitCode::WrongUse, {line}};
+}
+
 } // namespace Morvane::Qel::App

@@ -1,22 +1,17 @@
 #include "Commands.h"
 
-#include <QDir>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QRegularExpression>
 
-#include <Qel/core/MetaTypes.h>
-#include <Qel/core/PassDescription.h>
 #include <Qel/gl/ShaderProgram.h>
-#include <Qel/gl/Texture.h>
 #include <Qel/graph/ImageIO.h>
-#include <Qel/graph/OutputFile.h>
 #include <Qel/graph/RenderGraph.h>
 
 #include "Arguments.h"
 #include "Console.h"
+#include "Dump.h"
+#include "OutputFiles.h"
 #include "Setup.h"
-#include "Values.h"
 
 using namespace Qt::StringLiterals;
 
@@ -25,11 +20,6 @@ namespace Morvane::Qel::App {
 namespace {
 
 constexpr int numProfiledFrames = 32;
-
-[[noreturn]] void fail(const QString& line)
-{
-    throw Failure{ExitCode::WrongUse, {line}};
-}
 
 int wholeNumber(const Arguments& options, const QString& text, const QString& meaning)
 {
@@ -51,55 +41,6 @@ QSize parseSize(const Arguments& options, const QString& text)
             wholeNumber(options, sides[1], u"the height of --size %1"_s.arg(text))};
 }
 
-/// The files of --output: one, or one per frame if the name contains a conversion such as %04d.
-class OutputFiles
-{
-public:
-    OutputFiles(const Arguments& options, const QString& pattern)
-    {
-        static const QRegularExpression conversion(u"%(?:(%)|(0?)([1-9][0-9]?)?d|)"_s);
-        qsizetype end = 0;
-        for (auto matches = conversion.globalMatch(pattern); matches.hasNext();) {
-            const QRegularExpressionMatch match = matches.next();
-            m_parts.back() += pattern.sliced(end, match.capturedStart() - end);
-            end = match.capturedEnd();
-            if (match.hasCaptured(1)) {
-                m_parts.back() += u'%';
-            } else if (match.capturedLength() > 1 && m_parts.size() == 1) {
-                m_fill = match.captured(2).isEmpty() ? u' ' : u'0';
-                m_width = match.captured(3).toInt();
-                m_parts.append(QString());
-            } else {
-                options.fail(u"--output %1: the name may contain only one number such as %04d; "
-                             "write %% for a percent sign"_s.arg(pattern));
-            }
-        }
-        m_parts.back() += pattern.sliced(end);
-    }
-
-    bool isNumbered() const { return m_parts.size() == 2; }
-
-    QString name(int frame) const
-    {
-        return isNumbered() ? m_parts[0] + u"%1"_s.arg(frame, m_width, 10, m_fill) + m_parts[1] : m_parts[0];
-    }
-
-private:
-    /// The text before and after the number.
-    QStringList m_parts = {QString()};
-    QChar m_fill;
-    int m_width = 0;
-};
-
-void write(const Image& image, const QString& path)
-{
-    checkReports();
-    QString error;
-    if (!writeImage(image, path, &error)) {
-        fail(error);
-    }
-}
-
 /// Reads the graph's output image, or the screen if the graph has no output.
 Image outputImage(const RenderGraph& graph, const GraphDescription& description)
 {
@@ -113,49 +54,6 @@ Image outputImage(const RenderGraph& graph, const GraphDescription& description)
                  .arg(images.size()));
     }
     return std::move(images.front());
-}
-
-QDir makeFolder(const QString& path)
-{
-    QDir folder(path);
-    if (!folder.mkpath(u"."_s)) {
-        fail(u"%1: the folder cannot be created; name another one"_s.arg(path));
-    }
-    return folder;
-}
-
-void dump(const RenderGraph& graph, const QString& folderPath)
-{
-    const QDir folder = makeFolder(folderPath);
-    QJsonObject otherValues;
-    for (const RenderGraph::Output& output : graph.outputs()) {
-        const QString name = u"%1.%2"_s.arg(output.pass, PortName::parse(output.port).name);
-        Texture* texture = pointerFromVariant<Texture>(output.value);
-        if (!texture) {
-            otherValues[name] = jsonFromValue(output.value);
-            continue;
-        }
-        const std::vector<Image> images = readTexture(texture);
-        for (size_t layer = 0; layer < images.size(); ++layer) {
-            const QString number = images.size() > 1 ? u".%1"_s.arg(layer) : QString();
-            write(images[layer], folder.filePath(name + number + u".exr"_s));
-        }
-    }
-    OutputFile file(folder.filePath(u"outputs.json"_s));
-    QString error;
-    if (!file.openForWriting(&error)) {
-        fail(error);
-    }
-    // A write that fails makes the commit fail with its cause.
-    file.writeAll(QJsonDocument(otherValues).toJson());
-    if (!file.commit(&error)) {
-        fail(error);
-    }
-    for (const PlannedPass& pass : graph.plan().passes) {
-        if (!pass.cullReason.isEmpty()) {
-            printNote(u"%1 is culled and has no outputs: %2"_s.arg(pass.name, pass.cullReason));
-        }
-    }
 }
 
 } // namespace
