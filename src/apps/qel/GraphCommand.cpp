@@ -180,19 +180,20 @@ void printMermaid(const Drawing& drawing)
 
 } // namespace
 
-ExitCode graph(const QStringList& arguments)
+void declareGraph(Arguments& options)
 {
-    Arguments options(
-        u"graph"_s,
-        u"Checks a graph and prints its passes in execution order with the sizes and formats of their\n"
-        "outputs, or prints a drawing of it."_s);
-    options.addPositional(u"GRAPH"_s, u"a graph file"_s);
+    options.describe(u"Checks a graph and prints its passes in execution order with the sizes and formats of "
+                     "their outputs, or prints a drawing of it."_s);
+    options.addPositional(u"GRAPH"_s, u"a graph file"_s, false, ValueKind::GraphFile);
     options.addOption(u"dot"_s, {}, u"prints the graph in the DOT language of Graphviz"_s);
     options.addOption(u"mermaid"_s, {}, u"prints the graph as a Mermaid flowchart"_s);
     addDeviceOption(options);
-    if (!options.parse(arguments)) {
-        return ExitCode::Done;
-    }
+    options.addExample(u"qel graph glow.json --dot | dot -Tsvg -o glow.svg"_s,
+                       u"Draw a graph with Graphviz"_s);
+}
+
+ExitCode graph(const Arguments& options)
+{
     const bool dot = options.isSet(u"dot"_s);
     const bool mermaid = options.isSet(u"mermaid"_s);
     if (dot && mermaid) {

@@ -44,15 +44,15 @@ void printEntry(const QString& name, const QString& value)
 
 } // namespace
 
-ExitCode info(const QStringList& arguments)
+void declareInfo(Arguments& options)
 {
-    Arguments options(
-        u"info"_s,
+    options.describe(
         u"Prints the GL driver, its limits and extensions, and which passes run in full mode on it."_s);
     addDeviceOption(options);
-    if (!options.parse(arguments)) {
-        return ExitCode::Done;
-    }
+}
+
+ExitCode info(const Arguments& options)
+{
     const std::unique_ptr<HeadlessContext> context = makeContext(device(options));
     printEntry(u"device"_s, context->deviceName());
     printEntry(u"renderer"_s, context->renderer());

@@ -184,16 +184,17 @@ void printMarkdown(const Descriptions& descriptions)
 
 } // namespace
 
-ExitCode passes(const QStringList& arguments)
+void declarePasses(Arguments& options)
 {
-    Arguments options(u"passes"_s,
-                      u"Lists the pass types with their ports in order, with types and defaults."_s);
-    options.addPositional(u"NAME"_s, u"describes this pass type in full"_s, true);
+    options.describe(u"Lists the pass types with their ports in order, with types and defaults."_s);
+    options.addPositional(u"NAME"_s, u"describes this pass type in full"_s, true, ValueKind::PassType);
     options.addOption(u"json"_s, {}, u"prints the ports as JSON"_s);
     options.addOption(u"markdown"_s, {}, u"prints the reference as Markdown"_s);
-    if (!options.parse(arguments)) {
-        return ExitCode::Done;
-    }
+    options.addExample(u"qel passes DepthOfFieldRenderPass"_s, u"Look up the ports of a pass"_s);
+}
+
+ExitCode passes(const Arguments& options)
+{
     const bool json = options.isSet(u"json"_s);
     const bool markdown = options.isSet(u"markdown"_s);
     if (json && markdown) {

@@ -58,19 +58,23 @@ Image outputImage(const RenderGraph& graph, const GraphDescription& description)
 
 } // namespace
 
-ExitCode render(const QStringList& arguments)
+void declareRender(Arguments& options)
 {
-    Arguments options(u"render"_s, u"Renders a graph and writes its output image."_s);
-    options.addPositional(u"GRAPH"_s, u"a graph file"_s);
-    options.addOption(u"model"_s, u"FILE"_s, u"replaces the graph's first model"_s);
+    options.describe(u"Renders a graph and writes its output image."_s);
+    options.addPositional(u"GRAPH"_s, u"a graph file"_s, false, ValueKind::GraphFile);
+    options.addOption(u"model"_s, u"FILE"_s, u"replaces the graph's first model"_s, ValueKind::File);
     options.addOption(u"size"_s, u"WxH"_s, u"replaces the graph's image size, in pixels"_s);
     options.addOption(u"frames"_s, u"N"_s, u"number of frames; default 1"_s);
-    options.addOption(u"set"_s, u"PASS.PORT=VALUE"_s, u"sets an input; may be repeated"_s);
+    options.addOption(u"set"_s, u"PASS.PORT=VALUE"_s, u"sets an input; may be repeated"_s,
+                      ValueKind::Repeated);
     options.addOption(
         u"output"_s, u"FILE"_s,
-        u"writes the last frame as PNG or EXR; with a name such as frame%04d.png every frame, from 0"_s);
-    options.addOption(u"dump"_s, u"DIR"_s, u"writes every output of every pass of the last frame"_s);
-    options.addOption(u"shaders"_s, u"DIR"_s, u"writes the GLSL of every program as the driver gets it"_s);
+        u"writes the last frame as PNG or EXR; with a name such as frame%04d.png every frame, from 0"_s,
+        ValueKind::Image);
+    options.addOption(u"dump"_s, u"DIR"_s, u"writes every output of every pass of the last frame"_s,
+                      ValueKind::Folder);
+    options.addOption(u"shaders"_s, u"DIR"_s, u"writes the GLSL of every program as the driver gets it"_s,
+                      ValueKind::Folder);
     options.addOption(
         u"profile"_s, {},
         u"prints the GPU and CPU time of each pass in the frames of --frames (default %1), after %2 more "
@@ -78,9 +82,14 @@ ExitCode render(const QStringList& arguments)
             .arg(Profiler::numWarmUpFrames));
     options.addOption(u"json"_s, {}, u"prints the times of --profile as JSON"_s);
     addDeviceOption(options);
-    if (!options.parse(arguments)) {
-        return ExitCode::Done;
-    }
+    options.addExample(u"qel render examples/graphs/forward.json --model bunny.obj --output bunny.png"_s,
+                       u"Render a model of your own"_s);
+    options.addExample(u"qel render glow.json --size 640x360 --set glow.Width=9 --output glow.png"_s,
+                       u"Try another value of an input in a small image"_s);
+}
+
+ExitCode render(const Arguments& options)
+{
     const bool hasOutput = options.isSet(u"output"_s);
     const bool hasDump = options.isSet(u"dump"_s);
     const bool hasFrames = options.isSet(u"frames"_s);

@@ -20,23 +20,18 @@ QString withRemedy(const QString& error)
 
 void addDeviceOption(Arguments& options)
 {
-    options.addOption(u"device"_s, u"auto|gpu|software"_s,
-                      u"device to render on; auto uses a GPU if there is one"_s);
+    options.addOption(u"device"_s, u"DEVICE"_s,
+                      u"device to render on: auto (a GPU if there is one), gpu or software"_s,
+                      QStringList{u"auto"_s, u"gpu"_s, u"software"_s});
+    options.addExitCode(ExitCode::NoGL);
 }
 
 HeadlessContext::Device device(const Arguments& options)
 {
     const QString name = options.value(u"device"_s);
-    if (!options.isSet(u"device"_s) || name == QLatin1StringView("auto")) {
-        return HeadlessContext::Device::Auto;
-    }
-    if (name == QLatin1StringView("gpu")) {
-        return HeadlessContext::Device::Gpu;
-    }
-    if (name == QLatin1StringView("software")) {
-        return HeadlessContext::Device::Software;
-    }
-    options.fail(u"no device \"%1\"; use auto, gpu or software"_s.arg(name));
+    return name == QLatin1StringView("gpu")        ? HeadlessContext::Device::Gpu
+           : name == QLatin1StringView("software") ? HeadlessContext::Device::Software
+                                                   : HeadlessContext::Device::Auto;
 }
 
 std::unique_ptr<HeadlessContext> makeContext(HeadlessContext::Device device)

@@ -75,6 +75,11 @@ QString unknownName(const QString& kind, const QString& wrong, const QStringList
     return u"no %1 \"%2\"%3"_s.arg(kind, wrong, suggestion(wrong, valid));
 }
 
+QString withPointer(const QString& message, const QString& command)
+{
+    return message + (message.endsWith(u'?') ? u" See "_s : u"; see "_s) + quoted({command});
+}
+
 QString nameError(const QString& name)
 {
     const bool isName = !name.isEmpty() && std::all_of(name.begin(), name.end(), [](QChar c) {

@@ -1,0 +1,26 @@
+#include "Commands.h"
+
+namespace Morvane::Qel::App {
+
+const std::vector<Command>& commands()
+{
+    static const std::vector<Command> all{
+        {"render", "renders a graph and writes its image", declareRender, render},
+        {"passes", "lists the passes with their ports", declarePasses, passes},
+        {"graph", "checks a graph and prints its passes in execution order, or draws it", declareGraph,
+         graph},
+        {"compare", "compares two images, or the images of two folders", declareCompare, compare},
+        {"info", "prints the GL driver, its limits and extensions", declareInfo, info},
+    };
+    return all;
+}
+
+Arguments Command::arguments() const
+{
+    Arguments table(QString::fromLatin1(name), QString::fromLatin1(summary));
+    declare(table);
+    table.addCommonOptions();
+    return table;
+}
+
+} // namespace Morvane::Qel::App
