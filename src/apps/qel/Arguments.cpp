@@ -21,22 +21,26 @@ QString OptionSyntax::syntax() const
     return u"--%1 %2"_s.arg(name, valueName).trimmed();
 }
 
+QStringList OptionSyntax::choices() const
+{
+    return kind == ValueKind::Choice ? valueName.split(u'|') : QStringList();
+}
+
 Arguments::Arguments(QString command, QString summary)
     : m_command(std::move(command))
     , m_summary(std::move(summary))
 {
 }
 
-void Arguments::addPositional(const QString& name, const QString& meaning, bool optional,
-                              const ValueSyntax& value)
+void Arguments::addPositional(const QString& name, const QString& meaning, bool optional, ValueKind kind)
 {
-    m_positionals.push_back({name, meaning, value, optional});
+    m_positionals.push_back({name, meaning, kind, optional});
 }
 
 void Arguments::addOption(const QString& name, const QString& valueName, const QString& meaning,
-                          const ValueSyntax& value)
+                          ValueKind kind)
 {
-    m_options.push_back({name, valueName, meaning, value});
+    m_options.push_back({name, valueName, meaning, valueName.contains(u'|') ? ValueKind::Choice : kind});
 }
 
 void Arguments::addCommonOptions()
@@ -105,9 +109,8 @@ void Arguments::checkChoices() const
 {
     for (const OptionSyntax& option : m_options) {
         for (const QString& value : values(option.name)) {
-            if (option.value.kind == ValueKind::Choice && !option.value.choices.contains(value)) {
-                fail(u"unknown --%1 \"%2\"%3"_s.arg(option.name, value,
-                                                    suggestion(value, option.value.choices)));
+            if (option.kind == ValueKind::Choice && !option.choices().contains(value)) {
+                fail(u"unknown --%1 \"%2\"%3"_s.arg(option.name, value, suggestion(value, option.choices())));
             }
         }
     }

@@ -4,6 +4,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <set>
 #include <vector>
 
 #include "Failure.h"
@@ -22,31 +23,15 @@ enum class ValueKind
     /// A PNG or EXR file, or a folder of them.
     Image,
     PassType,
+    /// One of the texts in the value's name, such as "auto|gpu|software".
     Choice
-};
-
-/// The value of an argument: its kind or, for ValueKind::Choice, the texts to choose from.
-struct ValueSyntax
-{
-    ValueSyntax(ValueKind valueKind = ValueKind::Text)
-        : kind(valueKind)
-    {
-    }
-    ValueSyntax(QStringList texts)
-        : kind(ValueKind::Choice)
-        , choices(std::move(texts))
-    {
-    }
-
-    ValueKind kind;
-    QStringList choices;
 };
 
 struct PositionalSyntax
 {
     QString name;
     QString meaning;
-    ValueSyntax value;
+    ValueKind kind;
     bool isOptional;
 
     /// "GRAPH", or "[NAME]" for an optional argument.
@@ -59,10 +44,12 @@ struct OptionSyntax
     /// Empty for an option without a value.
     QString valueName;
     QString meaning;
-    ValueSyntax value;
+    ValueKind kind = ValueKind::Text;
 
     /// "--size WxH".
     QString syntax() const;
+    /// The texts that the option accepts; empty if it is no choice.
+    QStringList choices() const;
 };
 
 struct Example
@@ -82,14 +69,15 @@ public:
     void describe(const QString& paragraph) { m_description.append(paragraph); }
     /// Declares the next positional argument; optional ones come last.
     void addPositional(const QString& name, const QString& meaning, bool optional = false,
-                       const ValueSyntax& value = {});
-    /// Declares an option "--name" or, with a value name, "--name VALUE".
+                       ValueKind kind = ValueKind::Text);
+    /// Declares an option "--name" or, with a value name, "--name VALUE". A value name such as
+    /// "auto|gpu|software" makes it a choice.
     void addOption(const QString& name, const QString& valueName, const QString& meaning,
-                   const ValueSyntax& value = {});
+                   ValueKind kind = ValueKind::Text);
     /// Declares the options that every command has: --help, --quiet and --verbose.
     void addCommonOptions();
     /// Declares an exit code besides those of success and of wrong use.
-    void addExitCode(ExitCode code) { m_exitCodes.push_back(code); }
+    void addExitCode(ExitCode code) { m_exitCodes.insert(code); }
     void addExample(const QString& commandLine, const QString& meaning);
 
     const QString& command() const { return m_command; }
@@ -98,7 +86,7 @@ public:
     const QStringList& description() const { return m_description; }
     const std::vector<PositionalSyntax>& positionals() const { return m_positionals; }
     const std::vector<OptionSyntax>& options() const { return m_options; }
-    const std::vector<ExitCode>& exitCodes() const { return m_exitCodes; }
+    const std::set<ExitCode>& exitCodes() const { return m_exitCodes; }
     const std::vector<Example>& examples() const { return m_examples; }
 
     /// Parses what follows the command's name. Throws Failure on wrong use. Returns false if it printed the
@@ -123,7 +111,7 @@ private:
     QStringList m_description;
     std::vector<PositionalSyntax> m_positionals;
     std::vector<OptionSyntax> m_options;
-    std::vector<ExitCode> m_exitCodes{ExitCode::Done, ExitCode::WrongUse};
+    std::set<ExitCode> m_exitCodes{ExitCode::Done, ExitCode::WrongUse};
     std::vector<Example> m_examples;
     QStringList m_givenPositionals;
     /// Values by option; an option without a value has an empty list.

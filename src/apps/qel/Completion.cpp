@@ -11,40 +11,47 @@ namespace Morvane::Qel::App {
 
 namespace {
 
-/// The texts that a value can be; empty for a value that is no choice.
-QStringList choicesOf(const ValueSyntax& value)
+/// What a value can be.
+struct Values
 {
-    return value.kind == ValueKind::PassType ? PassRegistry::builtin().types() : value.choices;
-}
+    ValueKind kind;
+    /// The texts to choose from; empty for a value that is no choice.
+    QStringList choices;
+    /// The endings of the files, without dots; empty for files of any name.
+    QStringList suffixes;
 
-/// The endings of the files that a value names, without dots; empty for files of any name.
-QStringList suffixesOf(const ValueSyntax& value)
+    bool isText() const { return kind == ValueKind::Text || kind == ValueKind::Repeated; }
+};
+
+Values valuesOf(ValueKind kind, const QStringList& choices = {})
 {
-    switch (value.kind) {
+    switch (kind) {
+    case ValueKind::PassType:
+        return {kind, PassRegistry::builtin().types(), {}};
     case ValueKind::GraphFile:
-        return {u"json"_s};
+        return {kind, {}, {u"json"_s}};
     case ValueKind::Image:
-        return {u"png"_s, u"exr"_s};
+        return {kind, {}, {u"png"_s, u"exr"_s}};
     default:
-        return {};
+        return {kind, choices, {}};
     }
 }
 
-bool isText(const ValueSyntax& value)
+Values valuesOf(const OptionSyntax& option)
 {
-    return value.kind == ValueKind::Text || value.kind == ValueKind::Repeated;
+    return valuesOf(option.kind, option.choices());
+}
+
+/// What follows the command: all positional arguments of a command are completed like its first.
+Values positionalValues(const Arguments& arguments)
+{
+    return valuesOf(arguments.positionals().empty() ? ValueKind::Text : arguments.positionals().front().kind);
 }
 
 /// Quotes a text for all three shells.
 QString quotedForShell(QString text)
 {
     return u'\'' + text.replace(u'\'', u"'\\''"_s) + u'\'';
-}
-
-/// What follows the command: all positional arguments of a command are completed like its first.
-ValueSyntax positionalValue(const Arguments& arguments)
-{
-    return arguments.positionals().empty() ? ValueSyntax() : arguments.positionals().front().value;
 }
 
 QStringList commandNames()
@@ -66,18 +73,18 @@ QStringList optionNames(const std::vector<OptionSyntax>& options)
 }
 
 /// The call that completes a value in bash; ":" completes nothing.
-QString bashAction(const ValueSyntax& value)
+QString bashAction(const Values& values)
 {
-    if (isText(value)) {
+    if (values.isText()) {
         return u":"_s;
     }
-    if (value.kind == ValueKind::Folder) {
+    if (values.kind == ValueKind::Folder) {
         return u"_qel_folders \"$word\""_s;
     }
-    if (const QStringList choices = choicesOf(value); !choices.isEmpty()) {
-        return u"_qel_words \"$word\" %1"_s.arg(choices.join(u' '));
+    if (!values.choices.isEmpty()) {
+        return u"_qel_words \"$word\" %1"_s.arg(values.choices.join(u' '));
     }
-    return u"_qel_files \"$word\" %1"_s.arg(suffixesOf(value).join(u' ')).trimmed();
+    return u"_qel_files \"$word\" %1"_s.arg(values.suffixes.join(u' ')).trimmed();
 }
 
 QString bashOptionCases(const QString& command, const std::vector<OptionSyntax>& options)
@@ -86,26 +93,27 @@ QString bashOptionCases(const QString& command, const std::vector<OptionSyntax>&
     for (const OptionSyntax& option : options) {
         if (!option.valueName.isEmpty()) {
             text += u"    '%1 --%2')\n        %3\n        return\n        ;;\n"_s.arg(
-                command, option.name, bashAction(option.value));
+                command, option.name, bashAction(valuesOf(option)));
         }
     }
     return text;
 }
 
 /// The action of a value in the specifications of zsh's _arguments.
-QString zshAction(const ValueSyntax& value)
+QString zshAction(const Values& values)
 {
-    if (isText(value)) {
+    if (values.isText()) {
         return u" "_s;
     }
-    if (value.kind == ValueKind::Folder) {
+    if (values.kind == ValueKind::Folder) {
         return u"_files -/"_s;
     }
-    if (const QStringList choices = choicesOf(value); !choices.isEmpty()) {
-        return u"(%1)"_s.arg(choices.join(u' '));
+    if (!values.choices.isEmpty()) {
+        return u"(%1)"_s.arg(values.choices.join(u' '));
     }
-    const QStringList suffixes = suffixesOf(value);
-    return suffixes.isEmpty() ? u"_files"_s : u"_files -g \"*.(%1)\""_s.arg(suffixes.join(u'|'));
+    // With the qualifiers of plain files after them, the first parentheses are a choice for certain.
+    return values.suffixes.isEmpty() ? u"_files"_s
+                                     : u"_files -g \"*.(%1)(-.)\""_s.arg(values.suffixes.join(u'|'));
 }
 
 QString zshText(QString text)
@@ -118,10 +126,10 @@ QString zshText(QString text)
 
 QString zshOption(const OptionSyntax& option)
 {
-    const QString repeated = option.value.kind == ValueKind::Repeated ? u"*"_s : QString();
+    const QString repeated = option.kind == ValueKind::Repeated ? u"*"_s : QString();
     const QString value = option.valueName.isEmpty()
                               ? QString()
-                              : u":%1:%2"_s.arg(zshText(option.valueName), zshAction(option.value));
+                              : u":%1:%2"_s.arg(zshText(option.valueName), zshAction(valuesOf(option)));
     return quotedForShell(u"%1--%2%3[%4]%5"_s.arg(repeated, option.name, value.isEmpty() ? u""_s : u"="_s,
                                                   zshText(option.meaning), value));
 }
@@ -134,25 +142,26 @@ QString zshSpecifications(const Arguments& arguments)
     }
     for (const PositionalSyntax& positional : arguments.positionals()) {
         lines << quotedForShell(u"%1%2:%3"_s.arg(positional.isOptional ? u"::"_s : u":"_s,
-                                                 zshText(positional.name), zshAction(positional.value)));
+                                                 zshText(positional.name),
+                                                 zshAction(valuesOf(positional.kind))));
     }
     return lines.join(u" \\\n            "_s);
 }
 
 /// The arguments of fish's `complete` for a value.
-QString fishAction(const ValueSyntax& value)
+QString fishAction(const Values& values)
 {
-    if (isText(value)) {
+    if (values.isText()) {
         return u"-x"_s;
     }
-    if (value.kind == ValueKind::Folder) {
+    if (values.kind == ValueKind::Folder) {
         return u"-x -a '(__fish_complete_directories)'"_s;
     }
-    if (const QStringList choices = choicesOf(value); !choices.isEmpty()) {
-        return u"-x -a '%1'"_s.arg(choices.join(u' '));
+    if (!values.choices.isEmpty()) {
+        return u"-x -a '%1'"_s.arg(values.choices.join(u' '));
     }
     QString suffixes;
-    for (const QString& suffix : suffixesOf(value)) {
+    for (const QString& suffix : values.suffixes) {
         suffixes += u" ."_s + suffix;
     }
     return suffixes.isEmpty() ? u"-r -F"_s : u"-x -k -a '(__fish_complete_suffix%1)'"_s.arg(suffixes);
@@ -170,7 +179,7 @@ QString bashCompletion()
         values += bashOptionCases(arguments.command(), arguments.options());
         options += u"    %1) _qel_words \"$word\" %2 ;;\n"_s.arg(arguments.command(),
                                                                  optionNames(arguments.options()).join(u' '));
-        positionals += u"    %1) %2 ;;\n"_s.arg(arguments.command(), bashAction(positionalValue(arguments)));
+        positionals += u"    %1) %2 ;;\n"_s.arg(arguments.command(), bashAction(positionalValues(arguments)));
     }
     return uR"(# bash completion for qel, generated by qel --share
 # shellcheck shell=bash
@@ -251,7 +260,7 @@ _qel() {
     local -a commands
     commands=(
 %1    )
-    _arguments -C %2 ': :->command' '*:: :->arguments'
+    _arguments -C %2 '(-): :->command' '(-)*:: :->arguments'
     case $state in
     command)
         _describe command commands
@@ -274,7 +283,7 @@ QString fishCompletion()
         for (const OptionSyntax& option : options) {
             text += u"complete -c qel -n '%1' -l %2 -d %3"_s.arg(condition, option.name,
                                                                  quotedForShell(option.meaning));
-            text += option.valueName.isEmpty() ? u"\n"_s : u' ' + fishAction(option.value) + u'\n';
+            text += option.valueName.isEmpty() ? u"\n"_s : u' ' + fishAction(valuesOf(option)) + u'\n';
         }
     };
     addOptions(u"__fish_use_subcommand"_s, programOptions());
@@ -283,8 +292,8 @@ QString fishCompletion()
         text += u"complete -c qel -n __fish_use_subcommand -a %1 -d %2\n"_s.arg(
             arguments.command(), quotedForShell(arguments.summary()));
         const QString condition = u"__fish_seen_subcommand_from "_s + arguments.command();
-        if (const ValueSyntax value = positionalValue(arguments); !isText(value)) {
-            text += u"complete -c qel -n '%1' %2\n"_s.arg(condition, fishAction(value));
+        if (const Values values = positionalValues(arguments); !values.isText()) {
+            text += u"complete -c qel -n '%1' %2\n"_s.arg(condition, fishAction(values));
         }
         addOptions(condition, arguments.options());
     }

@@ -41,7 +41,7 @@ struct Entry
 /// Two columns; a term that is too long for its column has a line of its own.
 QString list(const std::vector<Entry>& entries)
 {
-    constexpr qsizetype widest = 22;
+    constexpr qsizetype widest = 26;
     qsizetype width = 0;
     for (const Entry& entry : entries) {
         width = std::max(width, std::min(entry.term.size(), widest));
@@ -137,8 +137,8 @@ QString signalText()
 const std::vector<OptionSyntax>& programOptions()
 {
     static const std::vector<OptionSyntax> options{
-        {u"help"_s, {}, u"prints this help"_s, {}},
-        {u"version"_s, {}, u"prints the version"_s, {}},
+        {u"help"_s, {}, u"prints this help"_s},
+        {u"version"_s, {}, u"prints the version"_s},
         {u"share"_s, u"DIR"_s,
          u"writes the manual pages and the completions for bash, zsh and fish, in the folders that they "
          "have below /usr/share"_s,

@@ -41,7 +41,7 @@ QString date()
 
 QString header(const QString& name, const QString& summary)
 {
-    return u".TH %1 1 \"%2\" \"qel %3\" \"User Commands\"\n.SH NAME\n%4 \\- %5\n"_s.arg(
+    return u".TH %1 1 \"%2\" \"qel %3\" \"User Commands\"\n.nh\n.SH NAME\n%4 \\- %5\n"_s.arg(
         roff(name.toUpper()), date(), QStringLiteral(QEL_VERSION), roff(name), roff(summary));
 }
 
@@ -53,20 +53,16 @@ QString section(const QString& title)
 /// An entry of a list; `term` is roff.
 QString entry(const QString& term, const QString& meaning)
 {
-    return u".TP\n%1\n%2.\n"_s.arg(term, roff(meaning));
+    return u".TP\n%1\n%2%3.\n"_s.arg(term, meaning.first(1).toUpper(), roff(meaning.sliced(1)));
 }
 
 QString optionEntry(const OptionSyntax& option)
 {
     const QString name = bold(u"--"_s + option.name);
-    const QString choices =
-        option.value.choices.isEmpty() ? QString() : u"; one of "_s + option.value.choices.join(u", "_s);
-    return entry(option.valueName.isEmpty() ? name : name + u' ' + italic(option.valueName),
-                 option.meaning + choices);
+    return entry(option.valueName.isEmpty() ? name : name + u' ' + italic(option.valueName), option.meaning);
 }
 
-template<class Codes>
-QString exitStatus(const Codes& codes)
+QString exitStatus(const std::set<ExitCode>& codes)
 {
     QString text = section(u"EXIT STATUS"_s);
     for (const ExitCode code : codes) {
@@ -89,7 +85,7 @@ QString seeAlso(const QStringList& pages)
 QString manualPage(const Arguments& arguments)
 {
     QString text = header(u"qel-"_s + arguments.command(), arguments.summary()) + section(u"SYNOPSIS"_s) +
-                   bold(u"qel "_s + arguments.command()) + u" [" + italic(u"OPTION"_s) + u"]...";
+                   bold(u"qel "_s + arguments.command()) + u" ["_s + italic(u"OPTION"_s) + u"]..."_s;
     for (const PositionalSyntax& positional : arguments.positionals()) {
         const QString name = italic(positional.name);
         text += u' ' + (positional.isOptional ? u'[' + name + u']' : name);
@@ -109,10 +105,12 @@ QString manualPage(const Arguments& arguments)
     }
     text += exitStatus(arguments.exitCodes());
     if (!arguments.examples().empty()) {
-        text += section(u"EXAMPLES"_s);
+        QStringList examples;
         for (const Example& example : arguments.examples()) {
-            text += u".TP\n%1:\n%2\n"_s.arg(roff(example.meaning), bold(example.commandLine));
+            examples << u"%1:\n.PP\n.RS\n.nf\n%2\n.fi\n.RE\n"_s.arg(roff(example.meaning),
+                                                                    bold(example.commandLine));
         }
+        text += section(u"EXAMPLES"_s) + examples.join(u".PP\n"_s);
     }
     return text + seeAlso({u"qel"_s});
 }
@@ -120,8 +118,8 @@ QString manualPage(const Arguments& arguments)
 QString manualPage()
 {
     QString text = header(u"qel"_s, u"renders images with graphs of OpenGL passes"_s) +
-                   section(u"SYNOPSIS"_s) + bold(u"qel"_s) + u' ' + italic(u"COMMAND"_s) + u" [" +
-                   italic(u"OPTION"_s) + u"]... [" + italic(u"ARGUMENT"_s) + u"]...\n" +
+                   section(u"SYNOPSIS"_s) + bold(u"qel"_s) + u' ' + italic(u"COMMAND"_s) + u" ["_s +
+                   italic(u"OPTION"_s) + u"]... ["_s + italic(u"ARGUMENT"_s) + u"]...\n"_s +
                    section(u"DESCRIPTION"_s) + roff(programDescription()) + u'\n' + section(u"COMMANDS"_s);
     QStringList pages;
     for (const Command& command : commands()) {

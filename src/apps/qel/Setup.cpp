@@ -20,9 +20,8 @@ QString withRemedy(const QString& error)
 
 void addDeviceOption(Arguments& options)
 {
-    options.addOption(u"device"_s, u"DEVICE"_s,
-                      u"device to render on: auto (a GPU if there is one), gpu or software"_s,
-                      QStringList{u"auto"_s, u"gpu"_s, u"software"_s});
+    options.addOption(u"device"_s, u"auto|gpu|software"_s,
+                      u"device to render on; auto uses a GPU if there is one"_s);
     options.addExitCode(ExitCode::NoGL);
 }
 
