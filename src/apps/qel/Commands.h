@@ -10,6 +10,7 @@ namespace Morvane::Qel::App {
 ExitCode render(const QStringList& arguments);
 ExitCode passes(const QStringList& arguments);
 ExitCode graph(const QStringList& arguments);
+ExitCode model(const QStringList& arguments);
 ExitCode compare(const QStringList& arguments);
 ExitCode info(const QStringList& arguments);
 

@@ -29,6 +29,7 @@ constexpr std::array commands = {
     Command{"render", "renders a graph and writes its image", render},
     Command{"passes", "lists the passes with their ports", passes},
     Command{"graph", "checks a graph and prints its passes in execution order, or draws it", graph},
+    Command{"model", "prints the bounds, meshes, materials and textures of a model file", model},
     Command{"compare", "compares two images, or the images of two folders", compare},
     Command{"info", "prints the GL driver, its limits and extensions", info},
 };
