@@ -49,8 +49,8 @@ PassRegistry testRegistry()
          {"shapes", {}, QVariantList(), {}, false, shape}});
     add("Batches", {"QelDrawBuffers*_Geometry"}, {frame});
     add("Draw", {"QelGPUModel*_Geometry", "QMatrix4x4_ProjectionMatrix"}, {frame});
-    PassDescription lens{"Lens", {}, {{"Qel_" + frame, {}, {}}, {"Qel_QelTexture*_Position", {}, {}}},
-                         {{"Qel_" + frame, {}}}};
+    PassDescription lens{
+        "Lens", {}, {{"Qel_" + frame, {}, {}}, {"Qel_QelTexture*_Position", {}, {}}}, {{"Qel_" + frame, {}}}};
     lens.inputs[0].perspectiveReason = "it is a lens";
     lens.inputs[0].orthographicInput = "Qel_QelTexture*_Position";
     registry.add(lens, nullptr);
@@ -224,7 +224,7 @@ TEST_F(GraphCpuTest, OrthographicCamerasAreErrorsWhereADepthMustBeOfAPerspective
     };
     const char* message = "graph.json: lens.Frame: needs a perspective camera, with \"fovY\" and not "
                           "\"height\": it is a lens";
-    expectErrors(graph(R"("height": 2, "near": -1)", R"("Frame": "@blur.Frame")"), message);
+    expectErrors(graph(R"("height": 2, "near": 1)", R"("Frame": "@blur.Frame")"), message);
     EXPECT_EQ(validPlan(graph(R"("fovY": 40)", R"("Frame": "@draw.Frame")")).perspectiveNeeds.size(), 1);
     validPlan(graph(R"("height": 2)", R"("Frame": "@source.Frame")"));
     validPlan(graph(R"("height": 2)", R"("Frame": "@convert.Frame")"));
@@ -564,8 +564,8 @@ TEST_F(GraphCpuTest, DescriptionsTakeAssignmentsAndAnotherModel)
     // A merged model is no file; a placement stays.
     graph.models = {{"all", {}, {}, {"part"}}, {"part", "a.obj", {.fit = 2.0F}}};
     graph.replaceModel("model.obj");
-    EXPECT_EQ(graph.models, (std::vector<ModelDescription>{{"all", {}, {}, {"part"}},
-                                                           {"part", model, {.fit = 2.0F}}}));
+    EXPECT_EQ(graph.models,
+              (std::vector<ModelDescription>{{"all", {}, {}, {"part"}}, {"part", model, {.fit = 2.0F}}}));
     graph.models.clear();
     graph.replaceModel("model.obj");
     EXPECT_EQ(graph.models, (std::vector<ModelDescription>{{"model", model}}));

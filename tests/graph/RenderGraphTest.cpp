@@ -427,8 +427,7 @@ TEST_F(RenderGraphTest, ModelsStandWhereTheGraphPlacesThemAndMerge)
     const auto expectBounds = [&](const QString& name, const QVector3D& low, const QVector3D& high) {
         ASSERT_TRUE(graph->model(name)) << qPrintable(name);
         const auto bounds = graph->model(name)->bounds();
-        EXPECT_LT((bounds.first - low).length() + (bounds.second - high).length(), 1e-5F)
-            << qPrintable(name);
+        EXPECT_LT((bounds.first - low).length() + (bounds.second - high).length(), 1e-5F) << qPrintable(name);
     };
     expectBounds("side", {-2, -1, -3}, {2, 1, 3});
     // Twice as long in z: 2 x 6 x 8, of which 8 becomes 12.
@@ -452,7 +451,7 @@ TEST_F(RenderGraphTest, ModelsStandWhereTheGraphPlacesThemAndMerge)
 TEST_F(RenderGraphTest, AnOrthographicCameraSeesWhatParallelRaysMeet)
 {
     write("model.obj", cubeObj);
-    make(R"({"viewport": [48, 32], "camera": {"eye": [1, 1.8, 3.2], "height": 3, "near": -1, "far": 9},
+    make(R"({"viewport": [48, 32], "camera": {"eye": [1, 1.8, 3.2], "height": 3, "near": 0.5, "far": 9},
         "models": {"scene": "model.obj"}, "passes": [
         {"name": "forward", "type": "ForwardRenderPass"}, {"name": "buffer", "type": "ModelRenderPass"},
         {"name": "positions", "type": "CameraSpaceZBufferRenderPass", "inputs": {"Frame": "@buffer.Depth"}},
@@ -464,7 +463,7 @@ TEST_F(RenderGraphTest, AnOrthographicCameraSeesWhatParallelRaysMeet)
     const Scene scene(makeSceneData());
     ASSERT_TRUE(graph->replaceModel("scene", scene.data(), &error)) << qPrintable(error);
     render();
-    const View view = View::orthographic({48, 32}, 2.25F, 1.5F, -1.0F, 9.0F).from({1.0F, 1.8F, 3.2F});
+    const View view = View::orthographic({48, 32}, 2.25F, 1.5F, 0.5F, 9.0F).from({1.0F, 1.8F, 3.2F});
     for (const RenderGraph::Output& output : graph->outputs()) {
         auto* texture = pointerFromVariant<Texture>(output.value);
         if (output.pass == "forward" && output.port.endsWith("Frame")) {

@@ -63,7 +63,8 @@ Box boxAround(const std::vector<QVector3D>& points)
 void appendCorners(std::vector<QVector3D>& points, const QVector3D& center, float half)
 {
     for (unsigned int corner = 0; corner < 8; ++corner) {
-        points.push_back(center + QVector3D((corner & 1U) != 0 ? half : -half, (corner & 2U) != 0 ? half : -half,
+        points.push_back(center + QVector3D((corner & 1U) != 0 ? half : -half,
+                                            (corner & 2U) != 0 ? half : -half,
                                             (corner & 4U) != 0 ? half : -half));
     }
 }

@@ -21,7 +21,7 @@ struct CameraDescription
     QVector3D up{0.0F, 1.0F, 0.0F};
     /// Vertical field of view in degrees, above 0 and below 180.
     float fovY = 45.0F;
-    /// Distances of the clipping planes from the eye, nearPlane < farPlane; above 0 in a perspective view.
+    /// Distances of the clipping planes from the eye, 0 < nearPlane < farPlane.
     float nearPlane = 0.1F;
     float farPlane = 100.0F;
     /// The height of an orthographic view in world units, above 0, which makes fovY unused.

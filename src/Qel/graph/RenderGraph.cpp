@@ -95,8 +95,7 @@ std::unique_ptr<RenderGraph> RenderGraph::create(GraphPlan plan, const Options& 
     GraphErrors found(plan.graph, errors);
     found.add(u"viewport"_s, viewportError(plan.graph.viewport, context->maxTextureSize()));
     auto d = std::make_unique<Private>(std::move(plan), options);
-    std::optional<std::vector<ModelData>> models =
-        importModels(d->plan.graph, options.modelImport, found);
+    std::optional<std::vector<ModelData>> models = importModels(d->plan.graph, options.modelImport, found);
     {
         const ResourceScope::Activation activation(&d->scope);
         d->runner->createPasses(d->plan, found);

@@ -114,9 +114,9 @@ public:
     bool setLights(const std::vector<LightDescription>& lights, QString* error);
     /// Replaces a model in all passes that use it by its name, and with it the scene's bounds, to which the
     /// camera is fitted if the graph has none. `data` comes from importModel or is made in code, and gets the
-    /// placement of the graph's model; models that it is merged into are merged again. The GPUModels that were
-    /// there are deleted. Returns false with one line in `error` if the graph has no model with this name, if
-    /// it is merged itself, or if the graph's context is not current.
+    /// placement of the graph's model; models that it is merged into are merged again. The GPUModels that
+    /// were there are deleted. Returns false with one line in `error` if the graph has no model with this
+    /// name, if it is merged itself, or if the graph's context is not current.
     bool replaceModel(const QString& name, const ModelData& data, QString* error);
     /// An orthographic camera logs a warning for each input that needs a perspective one
     /// (GraphPlan::perspectiveNeeds).

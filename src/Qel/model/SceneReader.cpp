@@ -139,8 +139,9 @@ ImportedScene readScene(const QString& path)
             result.error = plainReason(QString::fromUtf8(importer.GetErrorString()));
             return result;
         }
-        result = convertScene(
-            *scene, path, isFormat(importer, "obj") ? std::optional(readLibraries(files->libraries)) : std::nullopt);
+        result = convertScene(*scene, path,
+                              isFormat(importer, "obj") ? std::optional(readLibraries(files->libraries))
+                                                        : std::nullopt);
         result.source = readSource(importer, *scene);
     } catch (const std::exception& exception) {
         result.error = plainReason(QString::fromUtf8(exception.what()));

@@ -72,12 +72,9 @@ QJsonArray materialsJson(const ModelData& model)
 {
     QJsonArray materials;
     for (const MaterialData& material : model.materials) {
-        QJsonObject json{{u"name"_s, material.name},
-                         {u"Kd"_s, vectorJson(material.kd)},
-                         {u"Ks"_s, vectorJson(material.ks)},
-                         {u"Ns"_s, decimal(material.ns)},
-                         {u"d"_s, decimal(material.d)},
-                         {u"doubleSided"_s, material.doubleSided}};
+        QJsonObject json{{u"name"_s, material.name},         {u"Kd"_s, vectorJson(material.kd)},
+                         {u"Ks"_s, vectorJson(material.ks)}, {u"Ns"_s, decimal(material.ns)},
+                         {u"d"_s, decimal(material.d)},      {u"doubleSided"_s, material.doubleSided}};
         if (material.mapKd >= 0) {
             json[u"mapKd"] = textureJson(model, material.mapKd);
         }
@@ -161,8 +158,9 @@ QString textOf(const QJsonObject& model)
     const auto line = [&](const QString& name, const QString& value) {
         text += u"%1  %2\n"_s.arg(name, -10).arg(value);
     };
-    line(u"bounds"_s, u"%1 to %2, size %3"_s.arg(lineOf(bounds[u"min"].toArray()), lineOf(bounds[u"max"].toArray()),
-                                                 lineOf(bounds[u"size"].toArray())));
+    line(u"bounds"_s,
+         u"%1 to %2, size %3"_s.arg(lineOf(bounds[u"min"].toArray()), lineOf(bounds[u"max"].toArray()),
+                                    lineOf(bounds[u"size"].toArray())));
     line(u"unit"_s, unit.isNull() ? unknown : u"%1 m"_s.arg(unit.toDouble()));
     line(u"up axis"_s, upAxis.isNull() ? unknown : upAxis.toString());
     line(u"triangles"_s, QString::number(model[u"triangles"].toInteger()));
@@ -199,9 +197,10 @@ QString textOf(const QJsonObject& model)
 
 ExitCode model(const QStringList& arguments)
 {
-    Arguments options(u"model"_s,
-                      u"Prints the bounds, meshes, materials and textures of a model file, and the camera that\n"
-                      "\"qel render --model\" fits to it."_s);
+    Arguments options(
+        u"model"_s,
+        u"Prints the bounds, meshes, materials and textures of a model file, and the camera that\n"
+        "\"qel render --model\" fits to it."_s);
     options.addPositional(u"FILE"_s, u"a model file"_s);
     options.addOption(u"json"_s, {}, u"prints JSON"_s);
     if (!options.parse(arguments)) {

@@ -217,8 +217,8 @@ private:
             read(u"scale"_s, "float", &factor);
             placement->scale = {factor, factor, factor};
         } else if (members.contains(u"scale") && !members[u"scale"].isArray()) {
-            error(memberPath(path, u"scale"_s),
-                  u"must be a number or three numbers [x, y, z], not %1"_s.arg(shownValue(members[u"scale"])));
+            error(memberPath(path, u"scale"_s), u"must be a number or three numbers [x, y, z], not %1"_s.arg(
+                                                    shownValue(members[u"scale"])));
         } else {
             read(u"scale"_s, "QVector3D", &placement->scale);
         }

@@ -15,7 +15,8 @@ struct ModelMerges
     std::vector<std::vector<size_t>> parts;
     /// Whether each model is a part of another.
     std::vector<bool> isPart;
-    /// Indices of the models, each after its parts. Models on a cycle, or that have one as a part, are missing.
+    /// Indices of the models, each after its parts. Models on a cycle, or that have one as a part, are
+    /// missing.
     std::vector<size_t> order;
 
     /// The models on a cycle, the first repeated at the end; empty if there is none.

@@ -25,10 +25,9 @@ QStringList findPerspectiveNeeds(const GraphPlan& plan, const PassRegistry& regi
     QStringList needs;
     std::vector<bool> dependsOnProjection(plan.passes.size());
     const auto depends = [&](const PlannedInput& input) {
-        return input.source == InputSource::Connection
-                   ? dependsOnProjection[static_cast<size_t>(input.pass)]
-                   : input.source == InputSource::FrameValue &&
-                         input.frameValue == FrameValue::ProjectionMatrix;
+        return input.source == InputSource::Connection ? dependsOnProjection[static_cast<size_t>(input.pass)]
+                                                       : input.source == InputSource::FrameValue &&
+                                                             input.frameValue == FrameValue::ProjectionMatrix;
     };
     for (const int index : plan.order) {
         const PlannedPass& pass = plan.passes[static_cast<size_t>(index)];

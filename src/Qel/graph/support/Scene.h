@@ -23,8 +23,8 @@ namespace Morvane::Qel {
 
 class GraphErrors;
 
-/// Reads, places and merges the models of a graph, in its order. On failure returns nothing and adds a line to
-/// `errors` for each model that cannot be made. Logs the warnings of the import.
+/// Reads, places and merges the models of a graph, in its order. On failure returns nothing and adds a line
+/// to `errors` for each model that cannot be made. Logs the warnings of the import.
 std::optional<std::vector<ModelData>> importModels(const GraphDescription& graph,
                                                    const ImportOptions& options, GraphErrors& errors);
 

@@ -41,11 +41,10 @@ void checkCamera(const CameraDescription& camera, GraphErrors& errors)
           "up", "must not be zero or parallel to the view direction");
     if (camera.height) {
         check(*camera.height > 0.0F && std::isfinite(*camera.height), "height", "must be above 0");
-        check(std::isfinite(camera.nearPlane), "near", "must be finite");
     } else {
         check(camera.fovY > 0.0F && camera.fovY < 180.0F, "fovY", "must be above 0 and below 180 degrees");
-        check(camera.nearPlane > 0.0F, "near", "must be above 0");
     }
+    check(camera.nearPlane > 0.0F, "near", "must be above 0");
     check(camera.farPlane > camera.nearPlane && std::isfinite(camera.farPlane), "far",
           "must be above \"near\"");
 }
