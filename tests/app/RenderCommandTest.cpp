@@ -107,6 +107,26 @@ TEST_F(RenderCommand, DumpWritesEveryOutputOfEveryPassThatRuns)
                 1e-6);
 }
 
+TEST_F(RenderCommand, TheCameraIsTheGraphsOrFitted)
+{
+    // Of the square, the graph's camera sees only a part and a fitted one all.
+    write("square.obj", "v -9 -9 0\nv 9 -9 0\nv 9 9 0\nv -9 9 0\nf 1 2 3\nf 1 3 4\n");
+    write("square.json", R"({"viewport": [16, 12], "models": {"square": "square.obj"},
+        "camera": {"eye": [0, 0, 5]}, "passes": [{"name": "scene", "type": "ForwardRenderPass"}],
+        "output": "@scene.Frame"})");
+    const auto corner = [&](const QStringList& options) {
+        const ProgramResult result = render("square.json", options + QStringList{"--output", path("a.exr")});
+        EXPECT_EQ(result.exitCode, 0) << qPrintable(result.errors);
+        return image("a.exr").sample(0, 0, 3);
+    };
+    const QStringList model{"--model", path("square.obj")};
+    EXPECT_EQ(corner({}), 1.0F);
+    EXPECT_EQ(corner({"--camera", "graph"}), 1.0F);
+    EXPECT_EQ(corner({"--camera", "fitted"}), 0.0F);
+    EXPECT_EQ(corner(model), 0.0F);
+    EXPECT_EQ(corner(model + QStringList{"--camera", "graph"}), 1.0F);
+}
+
 TEST_F(RenderCommand, FailureKeepsTheOldFileAndGivesOneLine)
 {
     write("a.png", QString("old"));

@@ -76,6 +76,8 @@ TEST_F(Usage, WrongArgumentsFailInOneLine)
     };
     expectWrongValues("--frames", {"0", "1.5", "99999999999"}, "--frames");
     expectWrongValues("--size", {"0x10", "10x0", "10", "10x10x10", "axb", "99999999999x1"}, "--size");
+    expectWrongValues("--camera", {"free"}, "no camera \"free\"; use fitted or graph");
+    expectWrongValues("--camera", {"graph"}, "the graph has no camera");
     expectWrongValues("--device", {"cpu"}, "no device \"cpu\"");
     expectWrongValues("--output", {"%d%d.png", "%s.png", "a%.png", "%-4d.png", "%4.2d.png"},
                       "only one number");

@@ -48,7 +48,12 @@ PassRegistry testRegistry()
          {"table", {}, QString(), {}, true},
          {"shapes", {}, QVariantList(), {}, false, shape}});
     add("Batches", {"QelDrawBuffers*_Geometry"}, {frame});
-    add("Draw", {"QelGPUModel*_Geometry"}, {frame});
+    add("Draw", {"QelGPUModel*_Geometry", "QMatrix4x4_ProjectionMatrix"}, {frame});
+    PassDescription lens{
+        "Lens", {}, {{"Qel_" + frame, {}, {}}, {"Qel_QelTexture*_Position", {}, {}}}, {{"Qel_" + frame, {}}}};
+    lens.inputs[0].perspectiveReason = "it is a lens";
+    lens.inputs[0].orthographicInput = "Qel_QelTexture*_Position";
+    registry.add(lens, nullptr);
     add("Screen", {"QelTexture*_Texture"}, {});
     PassDescription draws{"Overlay", {}, {{"Qel_" + frame, {}, {}}}, {{"Qel_" + frame, {}}}};
     draws.inputs[0].isModified = true;
@@ -165,6 +170,65 @@ graph.json: output: must be "@pass.Port", not "a.Frame")");
     expectErrors(R"({"passes": [{"name": "a", "type": "Source"}]})",
                  "graph.json: output: the graph has no output and no pass that draws to the screen; "
                  "write \"output\": \"@pass.Port\"");
+}
+
+TEST_F(GraphCpuTest, ModelErrorsNameTheMember)
+{
+    expectErrors(R"({"camera": {"eye": [0, 0, 1], "fovY": 40, "height": "2"}, "models": {
+"a": 1, "b": {}, "c": {"file": "model.obj", "merge": []},
+"d": {"file": "model.obj", "scale": "big", "fit": 0, "rotate": 90, "postion": [0, 0, 0]},
+"e": {"merge": ["d", 3], "scale": [1, 2], "upAxis": 2}}})",
+                 R"(graph.json:1:48: camera.height: must be a number, not "2"
+graph.json:1:48: camera.height: excludes "fovY"; a height makes the camera orthographic
+graph.json:2:1: models.a: must be a file name or an object {...}, not 1
+graph.json:2:9: models.b: must have either "file" or "merge"
+graph.json:2:18: models.c: must have either "file" or "merge"
+graph.json:2:45: models.c.merge: must name at least one model
+graph.json:3:73: models.d.postion: unknown key; there are "file", "merge", "upAxis", "scale", "fit", "rotate", "translate"
+graph.json:3:28: models.d.scale: must be a number or three numbers [x, y, z], not "big"
+graph.json:3:44: models.d.fit: must be above 0
+graph.json:3:54: models.d.rotate: must be three numbers [x, y, z], not 90
+graph.json:4:22: models.e.merge[1]: must be a string, not 3
+graph.json:4:46: models.e.upAxis: must be a string, not 2
+graph.json:4:27: models.e.scale: must be three numbers [x, y, z], not [1,2])");
+    expectErrors(R"({"camera": {"eye": [0, 0, 1], "height": 0, "near": 2, "far": 1}, "models": {
+        "a": {"file": "model.obj", "upAxis": "w", "scale": [1, 0, 1]}, "b": {"merge": ["a", "a", "bb"]},
+        "c": {"merge": ["d", "a"]}, "d": {"merge": ["e"]}, "e": {"merge": ["b", "d"]}},
+        "passes": [{"name": "x", "type": "Draw"}], "output": "@x.Frame"})",
+                 R"(graph.json: camera.height: must be above 0
+graph.json: camera.far: must be above "near"
+graph.json: models.a.upAxis: must be "x", "y" or "z"
+graph.json: models.a.scale: must not be 0
+graph.json: models.b.merge: "a" is named twice; a second model with the same file can stand elsewhere
+graph.json: models.b.merge: no model "bb"; did you mean "b"?
+graph.json: models.d.merge: a model cannot be a part of itself: d needs e needs d)");
+
+    // The model that is no part of another is the one that passes get.
+    const GraphPlan merged = validPlan(R"({"models": {"a": "model.obj", "all": {"merge": ["a", "b"]},
+        "b": {"file": "model.obj", "translate": [1, 0, 0]}},
+        "passes": [{"name": "x", "type": "Draw"}], "output": "@x.Frame"})");
+    EXPECT_EQ(merged.passes.at(0).inputs.at(0).model, 1);
+}
+
+TEST_F(GraphCpuTest, OrthographicCamerasAreErrorsWhereADepthMustBeOfAPerspectiveOne)
+{
+    const auto graph = [](const QByteArray& camera, const QByteArray& lens) {
+        return R"({"camera": {"eye": [0, 0, 1], )" + camera +
+               R"(}, "models": {"m": "model.obj"}, "passes": [
+            {"name": "draw", "type": "Draw"}, {"name": "source", "type": "Source"},
+            {"name": "blur", "type": "Filter", "inputs": {"Frame": "@draw.Frame"}},
+            {"name": "convert", "type": "Custom", "inputs": {"In": "@draw.Frame"},
+             "options": {"inputs": ["Qel_QelTexture*_In"], "outputs": ["Qel_QelTexture*_Frame"]}},
+            {"name": "lens", "type": "Lens", "inputs": {)" +
+               lens + R"(}}], "output": "@lens.Frame"})";
+    };
+    const char* message = "graph.json: lens.Frame: needs a perspective camera, with \"fovY\" and not "
+                          "\"height\": it is a lens";
+    expectErrors(graph(R"("height": 2, "near": 1)", R"("Frame": "@blur.Frame")"), message);
+    EXPECT_EQ(validPlan(graph(R"("fovY": 40)", R"("Frame": "@draw.Frame")")).perspectiveNeeds.size(), 1);
+    validPlan(graph(R"("height": 2)", R"("Frame": "@source.Frame")"));
+    validPlan(graph(R"("height": 2)", R"("Frame": "@convert.Frame")"));
+    validPlan(graph(R"("height": 2)", R"("Frame": "@draw.Frame", "Position": "@draw.Frame")"));
 }
 
 TEST_F(GraphCpuTest, PassErrorsNameThePortAndTheNearestValidNames)
@@ -425,7 +489,7 @@ TEST_F(GraphCpuTest, SavedGraphsLoadUnchangedFromAnyFolder)
     const QByteArray text = R"({
   "viewport": [640, 360],
   "camera": {"eye": [3, 2.1, 4], "target": [0, 0.5, 0], "up": [0, 1, 0], "fovY": 33.3, "near": 0.1, "far": 1e+20},
-  "models": {"zebra": "model.obj", "ant": "model.obj"},
+  "models": {"zebra": {"file": "model.obj", "upAxis": "z", "scale": 0.5, "fit": 2, "rotate": [0, 90, 0], "translate": [1, 2, 3.5]}, "ant": "model.obj", "both": {"merge": ["zebra", "ant"], "scale": [1, 2, 1]}},
   "lights": [{"type": "directional", "direction": [-1, -2, -1]}, {"type": "directional", "direction": [0, -1, 0], "cascades": 4}, {"type": "spot", "position": [1, 2.5, 3], "direction": [0, -1, 0], "color": [0.1, 2, 1], "intensity": 3.5, "angle": 33.3, "range": 7}, {"type": "point", "position": [0, 0, 0]}],
   "passes": [
     {"name": "b", "type": "Filter", "inputs": {"Radius": 0.1, "Frame": "@a.Frame", "Data": "model.obj"}, "options": {"table": "image.png"}},
@@ -441,6 +505,10 @@ TEST_F(GraphCpuTest, SavedGraphsLoadUnchangedFromAnyFolder)
     QString error;
     ASSERT_TRUE(saveGraph(*graph, path("second.json"), testRegistry(), &error));
     EXPECT_EQ(contents("second.json").toStdString(), text.toStdString());
+    GraphDescription orthographic = *graph;
+    orthographic.camera->height = 2.5F;
+    ASSERT_TRUE(saveGraph(orthographic, path("second.json"), testRegistry(), &error));
+    EXPECT_EQ(load("second.json")->camera->height, 2.5F);
 
     // From another folder, the paths name the same files.
     ASSERT_TRUE(QDir(path({})).mkpath("deeper/down"));
@@ -493,6 +561,11 @@ TEST_F(GraphCpuTest, DescriptionsTakeAssignmentsAndAnotherModel)
     EXPECT_FALSE(graph.camera);
     const QString model = QDir::current().absoluteFilePath("model.obj");
     EXPECT_EQ(graph.models, (std::vector<ModelDescription>{{"first", model}, {"second", "b.obj"}}));
+    // A merged model is no file; a placement stays.
+    graph.models = {{"all", {}, {}, {"part"}}, {"part", "a.obj", {.fit = 2.0F}}};
+    graph.replaceModel("model.obj");
+    EXPECT_EQ(graph.models,
+              (std::vector<ModelDescription>{{"all", {}, {}, {"part"}}, {"part", model, {.fit = 2.0F}}}));
     graph.models.clear();
     graph.replaceModel("model.obj");
     EXPECT_EQ(graph.models, (std::vector<ModelDescription>{{"model", model}}));

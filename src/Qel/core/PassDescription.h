@@ -27,6 +27,11 @@ struct InputDescription
     bool isModified = false;
     /// Whether a texture here must have a depth format.
     bool isDepth = false;
+    /// Why a value that depends on the projection must come from a perspective one; empty if an orthographic
+    /// one will do. A graph with an orthographic camera is then in error.
+    QString perspectiveReason = {};
+    /// The full name of an input that, when set, lifts that need; empty for none.
+    QString orthographicInput = {};
 };
 
 /// Declares and documents an output port.

@@ -45,10 +45,14 @@ QString GraphDescription::resolvePath(const QString& path) const
 
 void GraphDescription::replaceModel(const QString& modelFile)
 {
-    if (models.empty()) {
-        models.push_back({u"model"_s, {}});
+    const auto replaced = std::find_if(models.begin(), models.end(),
+                                       [](const ModelDescription& model) { return model.merge.isEmpty(); });
+    const QString newFile = QFileInfo(modelFile).absoluteFilePath();
+    if (replaced != models.end()) {
+        replaced->file = newFile;
+    } else {
+        models.push_back({u"model"_s, newFile});
     }
-    models.front().file = QFileInfo(modelFile).absoluteFilePath();
     camera.reset();
 }
 

@@ -13,7 +13,7 @@
 
 namespace Morvane::Qel {
 
-/// A perspective view in world space.
+/// A view in world space, perspective unless it has a height.
 struct CameraDescription
 {
     QVector3D eye;
@@ -24,6 +24,8 @@ struct CameraDescription
     /// Distances of the clipping planes from the eye, 0 < nearPlane < farPlane.
     float nearPlane = 0.1F;
     float farPlane = 100.0F;
+    /// The height of an orthographic view in world units, above 0, which makes fovY unused.
+    std::optional<float> height = {};
 
     bool operator==(const CameraDescription&) const = default;
 };
@@ -50,12 +52,32 @@ struct LightDescription
     bool operator==(const LightDescription&) const = default;
 };
 
-/// A named model file.
+/// Where a model stands and how large it is. The members are applied in their order.
+struct ModelPlacement
+{
+    /// The axis of the model, "x", "y" or "z", that is turned to +y.
+    QString upAxis = QStringLiteral("y");
+    /// Factors along x, y and z, not 0.
+    QVector3D scale{1.0F, 1.0F, 1.0F};
+    /// If above 0, the model is scaled so that the largest side of its bounds has this length, and moved so
+    /// that it stands on the origin: its bounds begin at y = 0 and are centred in x and z.
+    float fit = 0.0F;
+    /// Degrees about the world's x axis, then its y axis, then its z axis.
+    QVector3D rotate = {};
+    QVector3D translate = {};
+
+    bool operator==(const ModelPlacement&) const = default;
+};
+
+/// A named model: a file, or several models of the graph merged into one.
 struct ModelDescription
 {
     QString name;
-    /// Path of the model file, relative to the graph file.
+    /// Path of the model file, relative to the graph file; empty for a merged model.
     QString file;
+    ModelPlacement placement = {};
+    /// Names of the models that are merged, each with its placement; empty for a file.
+    QStringList merge = {};
 
     bool operator==(const ModelDescription&) const = default;
 };
@@ -105,8 +127,9 @@ struct QEL_GRAPH_EXPORT GraphDescription
     /// Makes a path of the graph absolute; an empty path stays empty.
     QString resolvePath(const QString& path) const;
 
-    /// Replaces the file of the first model, or adds a model named "model" if there is none. `modelFile` is
-    /// relative to the current folder. Removes the camera, so that the view is fitted to the new model.
+    /// Replaces the file of the first model that has one and keeps its placement, or adds a model named
+    /// "model" if there is none. `modelFile` is relative to the current folder. Removes the camera, so that
+    /// the view is fitted to the new model.
     void replaceModel(const QString& modelFile);
 
     /// Sets an input from "PASS.PORT=VALUE", replacing its value in the graph. VALUE is JSON, or else a

@@ -1,6 +1,7 @@
 #include <Qel/graph/GraphPlan.h>
 
 #include <set>
+#include <utility>
 
 #include <Qel/graph/support/ExecutionOrder.h>
 #include <Qel/graph/support/GraphErrors.h>
@@ -8,6 +9,7 @@
 #include <Qel/graph/support/Names.h>
 #include <Qel/graph/support/OptionReader.h>
 #include <Qel/graph/support/Ports.h>
+#include <Qel/graph/support/ProjectionCheck.h>
 #include <Qel/graph/support/SceneCheck.h>
 
 using namespace Qt::StringLiterals;
@@ -100,7 +102,13 @@ std::optional<GraphPlan> planGraph(const GraphDescription& graph, const PassRegi
         return {};
     }
     orderPasses(plan);
-    return plan;
+    plan.perspectiveNeeds = findPerspectiveNeeds(plan, registry);
+    if (graph.camera && graph.camera->height) {
+        for (const QString& need : std::as_const(plan.perspectiveNeeds)) {
+            errors.addLine(graph.displayName() + u": "_s + need);
+        }
+    }
+    return errors.count() == 0 ? std::optional(std::move(plan)) : std::nullopt;
 }
 
 } // namespace Morvane::Qel

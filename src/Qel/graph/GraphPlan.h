@@ -91,6 +91,9 @@ struct GraphPlan
     /// Pass and output port that hold the graph's output image; both -1 if the graph has none.
     int outputPass = -1;
     int outputPort = -1;
+    /// A message for each input of a pass that runs and needs a perspective camera. They are errors if the
+    /// graph's camera is orthographic.
+    QStringList perspectiveNeeds;
 };
 
 /// Checks all of a graph that can be checked without GL and resolves it. Returns nothing if there are errors;

@@ -1,12 +1,16 @@
 #include <Qel/graph/RenderGraph.h>
 
+#include <QDebug>
+
 #include <algorithm>
 #include <functional>
+#include <utility>
 
 #include <Qel/core/Text.h>
 #include <Qel/gl/ContextReference.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/ResourceScope.h>
+#include <Qel/graph/FittedCamera.h>
 #include <Qel/graph/support/Camera.h>
 #include <Qel/graph/support/Constants.h>
 #include <Qel/graph/support/GraphErrors.h>
@@ -47,7 +51,7 @@ struct RenderGraph::Private
 
     CameraDescription camera() const
     {
-        return plan.graph.camera ? *plan.graph.camera : fitCamera(scene->bounds(), plan.graph.viewport);
+        return plan.graph.camera ? *plan.graph.camera : fitCamera(scene->outline(), plan.graph.viewport);
     }
     /// Says in `error` if the graph's context is not current.
     bool isContextCurrent(QString* error) const
@@ -91,8 +95,7 @@ std::unique_ptr<RenderGraph> RenderGraph::create(GraphPlan plan, const Options& 
     GraphErrors found(plan.graph, errors);
     found.add(u"viewport"_s, viewportError(plan.graph.viewport, context->maxTextureSize()));
     auto d = std::make_unique<Private>(std::move(plan), options);
-    const std::optional<std::vector<ModelData>> models =
-        importModels(d->plan.graph, options.modelImport, found);
+    std::optional<std::vector<ModelData>> models = importModels(d->plan.graph, options.modelImport, found);
     {
         const ResourceScope::Activation activation(&d->scope);
         d->runner->createPasses(d->plan, found);
@@ -100,7 +103,7 @@ std::unique_ptr<RenderGraph> RenderGraph::create(GraphPlan plan, const Options& 
     if (found.count() > 0) {
         return nullptr;
     }
-    d->scene.emplace(d->plan.graph, *models);
+    d->scene.emplace(d->plan, std::move(*models));
     d->updateView();
     d->runner->connectPasses(d->plan, *d->scene);
     return std::unique_ptr<RenderGraph>(new RenderGraph(std::move(d)));
@@ -261,9 +264,15 @@ bool RenderGraph::replaceModel(const QString& name, const ModelData& data, QStri
     if (!d->isContextCurrent(error)) {
         return false;
     }
-    // The old model lives until no pass points to it.
-    const std::unique_ptr<GPUModel> old =
-        d->scene->replaceModel(static_cast<size_t>(index), std::make_unique<GPUModel>(data));
+    const ModelDescription& model = d->plan.graph.models[static_cast<size_t>(index)];
+    if (!model.merge.isEmpty()) {
+        *error = u"%1: model \"%2\" is merged; replace one of its parts (%3)"_s.arg(
+            d->plan.graph.displayName(), name, quoted(model.merge));
+        return false;
+    }
+    // The old models live until no pass points to them.
+    const std::vector<std::unique_ptr<GPUModel>> old =
+        d->scene->replaceModel(static_cast<size_t>(index), data);
     d->runner->setModels(d->plan, *d->scene);
     d->updateView();
     return true;
@@ -271,6 +280,11 @@ bool RenderGraph::replaceModel(const QString& name, const ModelData& data, QStri
 
 void RenderGraph::setCamera(const CameraDescription& camera)
 {
+    if (camera.height && !d->camera().height) {
+        for (const QString& need : std::as_const(d->plan.perspectiveNeeds)) {
+            qWarning("%s", qUtf8Printable(printable(d->plan.graph.displayName() + u": "_s + need)));
+        }
+    }
     d->plan.graph.camera = camera;
     d->updateView();
 }

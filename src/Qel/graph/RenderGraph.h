@@ -113,10 +113,13 @@ public:
     /// one has a value out of its range.
     bool setLights(const std::vector<LightDescription>& lights, QString* error);
     /// Replaces a model in all passes that use it by its name, and with it the scene's bounds, to which the
-    /// camera is fitted if the graph has none. `data` comes from importModel or is made in code. The GPUModel
-    /// that was there is deleted. Returns false with one line in `error` if the graph has no model with this
-    /// name or its context is not current.
+    /// camera is fitted if the graph has none. `data` comes from importModel or is made in code, and gets the
+    /// placement of the graph's model; models that it is merged into are merged again. The GPUModels that
+    /// were there are deleted. Returns false with one line in `error` if the graph has no model with this
+    /// name, if it is merged itself, or if the graph's context is not current.
     bool replaceModel(const QString& name, const ModelData& data, QString* error);
+    /// An orthographic camera logs a warning for each input that needs a perspective one
+    /// (GraphPlan::perspectiveNeeds).
     void setCamera(const CameraDescription& camera);
     /// The camera in use; fitted to the models if the graph has none.
     CameraDescription camera() const;
@@ -124,7 +127,7 @@ public:
 
     /// The plan of the graph, including the changes made since.
     const GraphPlan& plan() const;
-    /// The model with this name; null if there is none.
+    /// The model with this name; null if there is none, or if it is merged into another and no pass takes it.
     GPUModel* model(const QString& name) const;
     /// Times measured so far, a section per pass in execution order; empty without Options::profile. Waits
     /// for the GPU.

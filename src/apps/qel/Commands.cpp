@@ -9,6 +9,7 @@ const std::vector<Command>& commands()
         {"passes", "lists the passes with their ports", declarePasses, passes},
         {"graph", "checks a graph and prints its passes in execution order, or draws it", declareGraph,
          graph},
+        {"model", "prints the bounds, meshes, materials and textures of a model file", declareModel, model},
         {"compare", "compares two images, or the images of two folders", declareCompare, compare},
         {"info", "prints the GL driver, its limits and extensions", declareInfo, info},
     };

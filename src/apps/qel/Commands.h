@@ -14,6 +14,8 @@ void declarePasses(Arguments& options);
 ExitCode passes(const Arguments& options);
 void declareGraph(Arguments& options);
 ExitCode graph(const Arguments& options);
+void declareModel(Arguments& options);
+ExitCode model(const Arguments& options);
 void declareCompare(Arguments& options);
 ExitCode compare(const Arguments& options);
 void declareInfo(Arguments& options);

@@ -52,7 +52,14 @@ void printList(const Descriptions& descriptions)
 
 QString meaningOf(const InputDescription& input)
 {
-    return input.isModified ? input.meaning + u"; modified in place"_s : input.meaning;
+    QString meaning = input.meaning;
+    if (input.isModified) {
+        meaning += u"; modified in place"_s;
+    }
+    if (!input.perspectiveReason.isEmpty()) {
+        meaning += u"; not of an orthographic view: "_s + input.perspectiveReason;
+    }
+    return meaning;
 }
 
 /// Returns the options, each followed by the members of its elements, named "option[].member".

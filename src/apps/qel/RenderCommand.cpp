@@ -41,6 +41,19 @@ QSize parseSize(const Arguments& options, const QString& text)
             wholeNumber(options, sides[1], u"the height of --size %1"_s.arg(text))};
 }
 
+/// Returns the camera that --camera chooses; none for a fitted one.
+std::optional<CameraDescription> chosenCamera(const Arguments& options, const QString& choice,
+                                              const std::optional<CameraDescription>& graphCamera)
+{
+    if (choice == QLatin1StringView("fitted")) {
+        return {};
+    }
+    if (!graphCamera) {
+        options.fail(u"--camera graph: the graph has no camera"_s);
+    }
+    return graphCamera;
+}
+
 /// Reads the graph's output image, or the screen if the graph has no output.
 Image outputImage(const RenderGraph& graph, const GraphDescription& description)
 {
@@ -63,6 +76,8 @@ void declareRender(Arguments& options)
     options.describe(u"Renders a graph and writes its output image."_s);
     options.addPositional(u"GRAPH"_s, u"a graph file"_s, false, ValueKind::GraphFile);
     options.addOption(u"model"_s, u"FILE"_s, u"replaces the graph's first model"_s, ValueKind::File);
+    options.addOption(u"camera"_s, u"fitted|graph"_s,
+                      u"fits the view to the models, as --model does, or keeps the graph's camera"_s);
     options.addOption(u"size"_s, u"WxH"_s, u"replaces the graph's image size, in pixels"_s);
     options.addOption(u"frames"_s, u"N"_s, u"number of frames; default 1"_s);
     options.addOption(u"set"_s, u"PASS.PORT=VALUE"_s, u"sets an input; may be repeated"_s,
@@ -105,8 +120,12 @@ ExitCode render(const Arguments& options)
 
     QString error;
     GraphDescription description = loadGraphFile(options.positional(0));
+    const std::optional<CameraDescription> camera = description.camera;
     if (options.isSet(u"model"_s)) {
         description.replaceModel(options.value(u"model"_s));
+    }
+    if (options.isSet(u"camera"_s)) {
+        description.camera = chosenCamera(options, options.value(u"camera"_s), camera);
     }
     if (options.isSet(u"size"_s)) {
         description.viewport = parseSize(options, options.value(u"size"_s));

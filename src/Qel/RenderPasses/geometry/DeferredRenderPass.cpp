@@ -56,7 +56,9 @@ const PassDescription& DeferredRenderPass::description()
         .inputs = {viewportInput(u"size of the output; the origin is ignored"_s, u"no texture is made"_s),
                    {.name = u"Qel_QMatrix4x4_ProjectionMatrix"_s,
                     .meaning = u"eye space to clip space; its inverse is transposed before use"_s,
-                    .whenMissing = u"identity"_s},
+                    .whenMissing = u"identity"_s,
+                    .perspectiveReason = u"the light would flip its side within the image; "
+                                         "ModelDeferredPass shades without the projection"_s},
                    cameraMatrixInput(),
                    {.name = u"Qel_QelTexture*_Normal"_s,
                     .meaning = u"the world-space normal"_s,

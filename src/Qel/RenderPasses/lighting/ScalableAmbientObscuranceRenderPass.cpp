@@ -226,7 +226,11 @@ const PassDescription& ScalableAmbientObscuranceRenderPass::description()
                     .meaning =
                         u"depth 0 to 1, with or without stencil, of the output's size; 1 is background"_s,
                     .whenMissing = u"the output is 1 everywhere, even if positions are connected"_s,
-                    .isDepth = true},
+                    .isDepth = true,
+                    .perspectiveReason =
+                        u"positions are reconstructed from the depth; connect CameraSpacePosition to a "
+                        "CameraSpaceZBufferRenderPass"_s,
+                    .orthographicInput = u"Qel_QelTexture*_CameraSpacePosition"_s},
                    {.name = u"Qel_float_SAORadius"_s,
                     .meaning = u"largest distance at which an occluder counts"_s,
                     .whenMissing = u"0: nothing is occluded"_s,

@@ -217,7 +217,9 @@ const PassDescription& DepthOfFieldRenderPass::description()
              {.name = u"Qel_QelTexture*_Depth"_s,
               .meaning = u"window depth of the frame, for near and far planes at 0.1 m and 100 m"_s,
               .whenMissing = u"the image stays sharp"_s,
-              .range = u"0 to 1"_s},
+              .range = u"0 to 1"_s,
+              .perspectiveReason = u"depths are taken as those of a perspective projection; a "
+                                   "ShaderRenderPass can convert them"_s},
              {.name = u"Qel_float_FocalDepth"_s,
               .meaning = u"distance of the focal plane from the camera; ignored with autofocus"_s,
               .whenMissing = u"the image stays sharp"_s,

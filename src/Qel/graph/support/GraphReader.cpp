@@ -131,7 +131,8 @@ private:
     CameraDescription readCamera(const QJsonValue& value)
     {
         const QString path = u"camera"_s;
-        const QJsonObject members = object(value, path, {"eye", "target", "up", "fovY", "near", "far"});
+        const QJsonObject members =
+            object(value, path, {"eye", "target", "up", "fovY", "height", "near", "far"});
         CameraDescription camera;
         const auto readVector = [&](const QString& key, QVector3D* result, bool required) {
             if (members.contains(key)) {
@@ -151,6 +152,13 @@ private:
         readNumber(u"fovY"_s, &camera.fovY);
         readNumber(u"near"_s, &camera.nearPlane);
         readNumber(u"far"_s, &camera.farPlane);
+        if (members.contains(u"height")) {
+            readNumber(u"height"_s, &camera.height.emplace());
+            if (members.contains(u"fovY")) {
+                error(memberPath(path, u"height"_s), u"excludes \"fovY\"; a height makes the camera "
+                                                     "orthographic"_s);
+            }
+        }
         return camera;
     }
 
@@ -161,8 +169,67 @@ private:
         QStringList names = m_keys.keys(path);
         names.removeDuplicates();
         for (const QString& name : names) {
-            models->push_back({name, string(members, path, name)});
+            models->push_back(readModel(name, members[name], memberPath(path, name)));
         }
+    }
+
+    ModelDescription readModel(const QString& name, const QJsonValue& value, const QString& path)
+    {
+        ModelDescription model{name, {}};
+        if (value.isString()) {
+            model.file = value.toString();
+            return model;
+        }
+        if (!value.isObject()) {
+            error(path, u"must be a file name or an object {...}, not %1"_s.arg(shownValue(value)));
+            return model;
+        }
+        const QJsonObject members =
+            object(value, path, {"file", "merge", "upAxis", "scale", "fit", "rotate", "translate"});
+        if (members.contains(u"file") == members.contains(u"merge")) {
+            error(path, u"must have either \"file\" or \"merge\""_s);
+        }
+        model.file = string(members, path, u"file"_s);
+        const QString mergePath = memberPath(path, u"merge"_s);
+        const QJsonArray parts = array(members[u"merge"], mergePath);
+        for (qsizetype i = 0; i < parts.size(); ++i) {
+            model.merge.append(
+                constant(parts[i], u"QString"_s, u"%1[%2]"_s.arg(mergePath).arg(i)).toString());
+        }
+        if (members[u"merge"].isArray() && parts.isEmpty()) {
+            error(mergePath, u"must name at least one model"_s);
+        }
+        readPlacement(members, path, &model.placement);
+        return model;
+    }
+
+    void readPlacement(const QJsonObject& members, const QString& path, ModelPlacement* placement)
+    {
+        const auto read = [&]<class Value>(const QString& key, const char* type, Value* result) {
+            if (members.contains(key)) {
+                *result =
+                    constant(members[key], QLatin1StringView(type), memberPath(path, key)).value<Value>();
+            }
+        };
+        read(u"upAxis"_s, "QString", &placement->upAxis);
+        if (members[u"scale"].isDouble()) {
+            float factor = 1.0F;
+            read(u"scale"_s, "float", &factor);
+            placement->scale = {factor, factor, factor};
+        } else if (members.contains(u"scale") && !members[u"scale"].isArray()) {
+            error(memberPath(path, u"scale"_s), u"must be a number or three numbers [x, y, z], not %1"_s.arg(
+                                                    shownValue(members[u"scale"])));
+        } else {
+            read(u"scale"_s, "QVector3D", &placement->scale);
+        }
+        if (members.contains(u"fit")) {
+            read(u"fit"_s, "float", &placement->fit);
+            if (members[u"fit"].isDouble() && placement->fit <= 0.0F) {
+                error(memberPath(path, u"fit"_s), u"must be above 0"_s);
+            }
+        }
+        read(u"rotate"_s, "QVector3D", &placement->rotate);
+        read(u"translate"_s, "QVector3D", &placement->translate);
     }
 
     void readLights(const QJsonValue& value, std::vector<LightDescription>* lights)

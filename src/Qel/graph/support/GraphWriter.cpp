@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QJsonArray>
 
 #include <algorithm>
 #include <array>
@@ -49,14 +50,15 @@ public:
             u"\"viewport\": [%1, %2]"_s.arg(m_graph.viewport.width()).arg(m_graph.viewport.height()));
         if (m_graph.camera) {
             const CameraDescription& camera = *m_graph.camera;
-            parts.append(
-                uR"("camera": {"eye": %1, "target": %2, "up": %3, "fovY": %4, "near": %5, "far": %6})"_s.arg(
-                    vectorText(camera.eye), vectorText(camera.target), vectorText(camera.up),
-                    number(camera.fovY), number(camera.nearPlane), number(camera.farPlane)));
+            const QString extent = camera.height ? u"\"height\": "_s + number(*camera.height)
+                                                 : u"\"fovY\": "_s + number(camera.fovY);
+            parts.append(uR"("camera": {"eye": %1, "target": %2, "up": %3, %4, "near": %5, "far": %6})"_s.arg(
+                vectorText(camera.eye), vectorText(camera.target), vectorText(camera.up), extent,
+                number(camera.nearPlane), number(camera.farPlane)));
         }
         QStringList models;
         for (const ModelDescription& model : m_graph.models) {
-            models.append(member(model.name, pathText(model.file)));
+            models.append(jsonText(model.name) + u": "_s + modelText(model));
         }
         if (!models.isEmpty()) {
             parts.append(u"\"models\": {%1}"_s.arg(models.join(u", "_s)));
@@ -83,6 +85,34 @@ private:
     static QString member(const QString& name, const QJsonValue& value)
     {
         return jsonText(name) + u": "_s + jsonText(value);
+    }
+
+    /// The file alone if nothing else is set.
+    QString modelText(const ModelDescription& model) const
+    {
+        QStringList members;
+        if (model.merge.isEmpty()) {
+            members.append(member(u"file"_s, pathText(model.file)));
+        } else {
+            members.append(member(u"merge"_s, QJsonArray::fromStringList(model.merge)));
+        }
+        const ModelPlacement initial;
+        const ModelPlacement& placement = model.placement;
+        const auto write = [&](const char* key, const QString& text, bool isNeeded) {
+            if (isNeeded) {
+                members.append(u"\"%1\": %2"_s.arg(QLatin1StringView(key), text));
+            }
+        };
+        write("upAxis", jsonText(placement.upAxis), placement.upAxis != initial.upAxis);
+        const QVector3D& scale = placement.scale;
+        write("scale",
+              scale.x() == scale.y() && scale.y() == scale.z() ? number(scale.x()) : vectorText(scale),
+              scale != initial.scale);
+        write("fit", number(placement.fit), placement.fit != initial.fit);
+        write("rotate", vectorText(placement.rotate), placement.rotate != initial.rotate);
+        write("translate", vectorText(placement.translate), placement.translate != initial.translate);
+        return members.size() == 1 && model.merge.isEmpty() ? jsonText(pathText(model.file))
+                                                            : u"{%1}"_s.arg(members.join(u", "_s));
     }
 
     /// Only keys that the type has, and optional ones only if they differ from their default.

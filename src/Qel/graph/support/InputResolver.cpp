@@ -5,6 +5,7 @@
 #include <Qel/graph/support/Constants.h>
 #include <Qel/graph/support/FrameValues.h>
 #include <Qel/graph/support/GraphErrors.h>
+#include <Qel/graph/support/ModelMerges.h>
 #include <Qel/graph/support/Names.h>
 #include <Qel/graph/support/Ports.h>
 
@@ -29,6 +30,7 @@ InputResolver::InputResolver(GraphPlan& plan, const std::vector<ResolvablePorts>
     : m_plan(plan)
     , m_ports(ports)
     , m_errors(errors)
+    , m_onlyWhole(ModelMerges(plan.graph.models).onlyWhole())
 {
     // Of several with the same name, the first counts.
     const std::vector<ModelDescription>& models = plan.graph.models;
@@ -160,9 +162,9 @@ void InputResolver::setFrameValue(const QString& passName, PlannedInput* input)
     const PortName port = PortName::parse(input->port);
     if (port.name == QLatin1StringView("Geometry") && port.type == modelType) {
         const std::vector<ModelDescription>& models = m_plan.graph.models;
-        if (models.size() == 1) {
+        if (m_onlyWhole >= 0) {
             input->source = InputSource::Model;
-            input->model = 0;
+            input->model = m_onlyWhole;
         } else if (models.size() > 1) {
             m_errors.add(passName + u'.' + port.name,
                          u"the graph has %1 models; choose one, such as \"@%2\""_s.arg(models.size())

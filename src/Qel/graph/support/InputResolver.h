@@ -54,6 +54,8 @@ private:
     GraphPlan& m_plan;
     const std::vector<ResolvablePorts>& m_ports;
     GraphErrors& m_errors;
+    /// The model that an unset geometry input gets; -1 if there is none.
+    int m_onlyWhole;
     /// Indices by name.
     QHash<QString, int> m_passes;
     QHash<QString, int> m_models;

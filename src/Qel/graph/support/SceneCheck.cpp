@@ -1,5 +1,7 @@
 #include <Qel/graph/support/SceneCheck.h>
 
+#include <QSet>
+
 #include <algorithm>
 #include <cmath>
 #include <set>
@@ -9,6 +11,7 @@
 #include <Qel/graph/support/Constants.h>
 #include <Qel/graph/support/FrameValues.h>
 #include <Qel/graph/support/GraphErrors.h>
+#include <Qel/graph/support/ModelMerges.h>
 #include <Qel/graph/support/Names.h>
 #include <Qel/model/ShadowMapManager.h>
 
@@ -36,10 +39,64 @@ void checkCamera(const CameraDescription& camera, GraphErrors& errors)
     check(camera.eye == camera.target ||
               QVector3D::crossProduct(forward, camera.up.normalized()).lengthSquared() > 1e-10F,
           "up", "must not be zero or parallel to the view direction");
-    check(camera.fovY > 0.0F && camera.fovY < 180.0F, "fovY", "must be above 0 and below 180 degrees");
+    if (camera.height) {
+        check(*camera.height > 0.0F && std::isfinite(*camera.height), "height", "must be above 0");
+    } else {
+        check(camera.fovY > 0.0F && camera.fovY < 180.0F, "fovY", "must be above 0 and below 180 degrees");
+    }
     check(camera.nearPlane > 0.0F, "near", "must be above 0");
     check(camera.farPlane > camera.nearPlane && std::isfinite(camera.farPlane), "far",
           "must be above \"near\"");
+}
+
+void checkPlacement(const ModelPlacement& placement, const QString& place, GraphErrors& errors)
+{
+    const auto check = [&](bool good, const char* member, const char* what) {
+        if (!good) {
+            errors.add(place + u'.' + QLatin1StringView(member), QLatin1StringView(what));
+        }
+    };
+    const QVector3D& scale = placement.scale;
+    check(QStringList({u"x"_s, u"y"_s, u"z"_s}).contains(placement.upAxis), "upAxis",
+          "must be \"x\", \"y\" or \"z\"");
+    check(isFinite(scale) && scale.x() != 0.0F && scale.y() != 0.0F && scale.z() != 0.0F, "scale",
+          "must not be 0");
+    check(std::isfinite(placement.fit) && placement.fit >= 0.0F, "fit", "must be above 0");
+    check(isFinite(placement.rotate), "rotate", "must be finite");
+    check(isFinite(placement.translate), "translate", "must be finite");
+}
+
+void checkMerges(const GraphDescription& graph, GraphErrors& errors)
+{
+    const std::vector<ModelDescription>& models = graph.models;
+    QStringList names;
+    for (const ModelDescription& model : models) {
+        names.append(model.name);
+    }
+    const QSet<QString> known(names.begin(), names.end());
+    for (const ModelDescription& model : models) {
+        const QString place = u"models.%1.merge"_s.arg(model.name);
+        if (!model.merge.isEmpty() && !model.file.isEmpty()) {
+            errors.add(place, u"a merged model cannot have a \"file\""_s);
+        }
+        std::set<QString> parts;
+        for (const QString& part : model.merge) {
+            if (!known.contains(part)) {
+                errors.add(place, [&] { return unknownName(u"model"_s, part, names); });
+            } else if (!parts.insert(part).second) {
+                errors.add(place, u"\"%1\" is named twice; a second model with the same file can stand "
+                                  "elsewhere"_s.arg(part));
+            }
+        }
+    }
+    QStringList cycle;
+    for (const size_t index : ModelMerges(models).cycle()) {
+        cycle.append(models[index].name);
+    }
+    if (!cycle.isEmpty()) {
+        errors.add(u"models.%1.merge"_s.arg(cycle.first()),
+                   u"a model cannot be a part of itself: %1"_s.arg(cycle.join(u" needs "_s)));
+    }
 }
 
 void checkModels(const GraphDescription& graph, GraphErrors& errors)
@@ -54,8 +111,12 @@ void checkModels(const GraphDescription& graph, GraphErrors& errors)
         } else if (!names.insert(model.name).second) {
             errors.add(place, u"more than one model has this name"_s);
         }
-        errors.add(place, fileError(graph, model.file));
+        if (model.merge.isEmpty()) {
+            errors.add(place, fileError(graph, model.file));
+        }
+        checkPlacement(model.placement, place, errors);
     }
+    checkMerges(graph, errors);
 }
 
 void checkLight(const LightDescription& light, const QString& place, GraphErrors& errors)
