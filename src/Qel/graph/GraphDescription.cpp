@@ -43,12 +43,18 @@ QString GraphDescription::resolvePath(const QString& path) const
     return QDir::cleanPath(QDir(folder).absoluteFilePath(path));
 }
 
-void GraphDescription::replaceModel(const QString& modelFile)
+QString GraphDescription::placeOf(const ModelDescription& model) const
+{
+    return model.origin.isEmpty() ? u"%1: models.%2"_s.arg(displayName(), model.name) : model.origin;
+}
+
+void GraphDescription::replaceModel(const QString& modelFile, const QString& origin)
 {
     if (models.empty()) {
         models.push_back({u"model"_s, {}});
     }
     models.front().file = QFileInfo(modelFile).absoluteFilePath();
+    models.front().origin = origin;
     camera.reset();
 }
 

@@ -56,18 +56,24 @@ std::optional<std::vector<ModelData>> importModels(const GraphDescription& graph
 {
     std::vector<ModelData> models;
     for (const ModelDescription& model : graph.models) {
-        const QString prefix = u"%1: models.%2: "_s.arg(graph.displayName(), model.name);
+        const QString path = graph.resolvePath(model.file);
+        const QString prefix = graph.placeOf(model) + u": "_s;
+        // Messages of the import begin with the path, which an origin already names.
+        const auto line = [&](const QString& message) {
+            const bool isRepeated = !model.origin.isEmpty() && message.startsWith(path + u": "_s);
+            return prefix + (isRepeated ? message.sliced(path.size() + 2) : message);
+        };
         QString error;
-        std::optional<ModelData> imported = importModel(graph.resolvePath(model.file), &error, options);
+        std::optional<ModelData> imported = importModel(path, &error, options);
         if (!imported) {
-            errors.addLine(prefix + error);
+            errors.addLine(line(error));
             continue;
         }
         QStringList warnings;
         {
             GraphErrors collected(prefix.chopped(2), &warnings);
             for (const QString& warning : imported->warnings) {
-                collected.addLine(prefix + warning);
+                collected.addLine(line(warning));
             }
         }
         for (const QString& warning : std::as_const(warnings)) {

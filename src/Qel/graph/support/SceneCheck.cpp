@@ -54,7 +54,9 @@ void checkModels(const GraphDescription& graph, GraphErrors& errors)
         } else if (!names.insert(model.name).second) {
             errors.add(place, u"more than one model has this name"_s);
         }
-        errors.add(place, fileError(graph, model.file));
+        if (const QString error = fileError(graph, model.file); !error.isEmpty()) {
+            errors.addLine(u"%1: %2"_s.arg(graph.placeOf(model), error));
+        }
     }
 }
 
