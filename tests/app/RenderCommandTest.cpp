@@ -134,8 +134,8 @@ TEST_F(RenderCommand, FailureKeepsTheOldFileAndGivesOneLine)
     write("text.xyz", QString("no model"));
     write("ramp.frag", QString(ramp).replace("vec4(0.0,", "vec4(missing,"));
     const std::pair<QStringList, QString> failures[] = {
-        {{"--model", path("broken.gltf")}, "broken.gltf"},
-        {{"--model", path("text.xyz")}, "text.xyz"},
+        {{"--model", path("broken.gltf")}, "qel: --model " + path("broken.gltf: cannot read model")},
+        {{"--model", path("text.xyz")}, "qel: --model " + path("text.xyz: cannot read model")},
         {{"--size", "1000000x4"}, "1000000x4"},
         // Graph and pass, file and line, and the driver's message.
         {{}, "ramp.json: ramp: "},
@@ -151,6 +151,25 @@ TEST_F(RenderCommand, FailureKeepsTheOldFileAndGivesOneLine)
     }
     // The source around the line comes only on demand.
     EXPECT_TRUE(render("ramp.json", {"--verbose"}).errors.contains("uniform float Qel_float_Blue;"));
+}
+
+TEST_F(RenderCommand, AnImageThatCannotBeReadFailsUnlessToldToKeepGoing)
+{
+    write("text.png", QString("no image"));
+    write("image.json", R"({"viewport": [2, 2], "output": "@photo.Texture", "passes": [
+        {"name": "photo", "type": "TextureLoaderRenderPass", "inputs": {"TexturePath": "text.png"}}]})");
+    const QString message = "image.json: photo: \"" + path("text.png") + "\" cannot be read as an image";
+    const QStringList output{"--output", path("out.png")};
+    const ProgramResult failed = render("image.json", output);
+    EXPECT_EQ(failed.exitCode, 2);
+    EXPECT_TRUE(failed.isOneError(message)) << qPrintable(failed.errors);
+    EXPECT_EQ(files("out.png"), QStringList());
+
+    const ProgramResult kept = render("image.json", output + QStringList{"--keep-going", "--frames", "2"});
+    EXPECT_EQ(kept.exitCode, 0);
+    EXPECT_TRUE(kept.isOneError(message)) << qPrintable(kept.errors);
+    EXPECT_EQ(image("out.png").sample(0, 0, 0), 1.0);
+    EXPECT_EQ(render("image.json", output + QStringList{"--keep-going", "--quiet"}).errors, QString());
 }
 
 TEST_F(RenderCommand, ProfileMeasuresFramesAfterTheWarmUp)

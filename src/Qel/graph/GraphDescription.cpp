@@ -43,15 +43,21 @@ QString GraphDescription::resolvePath(const QString& path) const
     return QDir::cleanPath(QDir(folder).absoluteFilePath(path));
 }
 
-void GraphDescription::replaceModel(const QString& modelFile)
+QString GraphDescription::placeOf(const ModelDescription& model) const
+{
+    return model.origin.isEmpty() ? u"%1: models.%2"_s.arg(displayName(), model.name) : model.origin;
+}
+
+void GraphDescription::replaceModel(const QString& modelFile, const QString& origin)
 {
     const auto replaced = std::find_if(models.begin(), models.end(),
                                        [](const ModelDescription& model) { return model.merge.isEmpty(); });
     const QString newFile = QFileInfo(modelFile).absoluteFilePath();
     if (replaced != models.end()) {
         replaced->file = newFile;
+        replaced->origin = origin;
     } else {
-        models.push_back({u"model"_s, newFile});
+        models.push_back({.name = u"model"_s, .file = newFile, .origin = origin});
     }
     camera.reset();
 }

@@ -78,6 +78,9 @@ struct ModelDescription
     ModelPlacement placement = {};
     /// Names of the models that are merged, each with its placement; empty for a file.
     QStringList merge = {};
+    /// What messages name as the place of this model, such as "--model cat.obj"; empty for its place in the
+    /// graph file.
+    QString origin = {};
 
     bool operator==(const ModelDescription&) const = default;
 };
@@ -124,13 +127,15 @@ struct QEL_GRAPH_EXPORT GraphDescription
 
     /// Name of the graph in messages: its file, or "graph" if it has none.
     QString displayName() const;
+    /// Where a model comes from, for messages: "glow.json: models.cat", or its origin.
+    QString placeOf(const ModelDescription& model) const;
     /// Makes a path of the graph absolute; an empty path stays empty.
     QString resolvePath(const QString& path) const;
 
     /// Replaces the file of the first model that has one and keeps its placement, or adds a model named
-    /// "model" if there is none. `modelFile` is relative to the current folder. Removes the camera, so that
-    /// the view is fitted to the new model.
-    void replaceModel(const QString& modelFile);
+    /// "model" if there is none. `modelFile` is relative to the current folder, `origin` see
+    /// ModelDescription. Removes the camera, so that the view is fitted to the new model.
+    void replaceModel(const QString& modelFile, const QString& origin = {});
 
     /// Sets an input from "PASS.PORT=VALUE", replacing its value in the graph. VALUE is JSON, or else a
     /// string: 0.5, true, #ff8000, [1,2,3], @blur.Frame. A string that names an existing file relative to the

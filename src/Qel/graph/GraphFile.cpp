@@ -21,14 +21,19 @@ std::optional<GraphDescription> loadGraph(const QString& file, QStringList* erro
             file, QFileInfo(file).isDir() ? u"it is a folder"_s : device.errorString())));
         return {};
     }
+    return loadGraph(device, file, errors);
+}
+
+std::optional<GraphDescription> loadGraph(QIODevice& device, const QString& name, QStringList* errors)
+{
     // A limit, because a device or a pipe may never end.
     constexpr qint64 largest = qint64{64} << 20;
     const QByteArray text = device.read(largest + 1);
     if (text.size() > largest) {
-        errors->append(printable(u"%1: is larger than 64 MiB, the limit for a graph file"_s.arg(file)));
+        errors->append(printable(u"%1: is larger than 64 MiB, the limit for a graph file"_s.arg(name)));
         return {};
     }
-    return readGraph(text, file, errors);
+    return readGraph(text, name, errors);
 }
 
 bool saveGraph(const GraphDescription& graph, const QString& file, const PassRegistry& registry,

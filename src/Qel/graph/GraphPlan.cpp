@@ -45,7 +45,7 @@ PlannedPass planPass(const GraphDescription& graph, const PassSetting& setting, 
     pass.type = setting.type;
     const PassRegistry::Type* type = registry.find(setting.type);
     if (!type) {
-        errors.add(setting.name, [&] { return unknownName(u"pass type"_s, setting.type, registry.types()); });
+        errors.add(setting.name, [&] { return registry.unknownTypeError(setting.type); });
         return pass;
     }
     const PassDescription& description = type->description;

@@ -1,5 +1,7 @@
 #include <Qel/graph/PassRegistry.h>
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include <Qel/graph/support/Names.h>
@@ -81,12 +83,42 @@ const PassDescription* PassRegistry::description(const QString& type) const
     return found ? &found->description : nullptr;
 }
 
+QString PassRegistry::unknownTypeError(const QString& type) const
+{
+    const QStringList all = types();
+    const auto nearest = [&](const QStringList& names) {
+        const qsizetype index = nearestName(type, names);
+        return index < 0 ? QStringList() : QStringList(all[index]);
+    };
+    QStringList meant = all.filter(type, Qt::CaseInsensitive);
+    if (meant.isEmpty()) {
+        meant = nearest(all);
+    }
+    if (meant.isEmpty()) {
+        std::copy_if(all.begin(), all.end(), std::back_inserter(meant), [&](const QString& name) {
+            return description(name)->summary.contains(type, Qt::CaseInsensitive);
+        });
+    }
+    if (meant.isEmpty()) {
+        QStringList shortNames;
+        for (const QString& name : all) {
+            shortNames << QString(name).remove(u"Render"_s).remove(u"Pass"_s);
+        }
+        meant = nearest(shortNames);
+    }
+    // Part of most names, such as "Pass", or of most sentences is no hint.
+    constexpr qsizetype few = 4;
+    const bool isHint = type.size() >= 3 && !meant.isEmpty() && meant.size() <= few;
+    return withPointer(u"no pass type \"%1\"%2"_s.arg(type, isHint ? didYouMean(meant) : QString()),
+                       u"qel passes"_s);
+}
+
 std::unique_ptr<RenderPass> PassRegistry::create(const QString& type, const PassOptions& options,
                                                  QString* error) const
 {
     const Type* found = find(type);
     if (!found) {
-        *error = unknownName(u"pass type"_s, type, types());
+        *error = unknownTypeError(type);
         return nullptr;
     }
     PassOptions complete = options;

@@ -41,6 +41,9 @@ public:
         bool profile = false;
         /// Keeps the outputs of all passes readable after a frame, not only the graph's output.
         bool keepOutputs = false;
+        /// Renders on where a pass cannot read an image file, with the pass's fallback, such as a white
+        /// texel, and a logged notice. By default, such a frame fails.
+        bool keepGoing = false;
         /// Passed to every operation of the passes; must outlive the graph.
         RenderCallbacks* callbacks = nullptr;
         /// How model files are read; by default in the calling process.
@@ -61,7 +64,7 @@ public:
     /// Renders one frame. Framebuffer 0 must be at least as large as the viewport if a pass draws to the
     /// screen. Returns false with one line in `error` if the graph's context is not current, a shader program
     /// failed to build (the compiler's messages are logged), there was a GL error in a pass, a pass set an
-    /// error code, or the graph's output is empty.
+    /// error code or could not read an image file, or the graph's output is empty.
     bool renderFrame(QString* error);
 
     /// \name Results

@@ -184,7 +184,7 @@ void declareGraph(Arguments& options)
 {
     options.describe(u"Checks a graph and prints its passes in execution order with the sizes and formats of "
                      "their outputs, or prints a drawing of it."_s);
-    options.addPositional(u"GRAPH"_s, u"a graph file"_s, false, ValueKind::GraphFile);
+    options.addPositional(u"GRAPH"_s, u"a graph file; - for standard input"_s, false, ValueKind::GraphFile);
     options.addOption(u"dot"_s, {}, u"prints the graph in the DOT language of Graphviz"_s);
     options.addOption(u"mermaid"_s, {}, u"prints the graph as a Mermaid flowchart"_s);
     addDeviceOption(options);

@@ -218,10 +218,7 @@ ExitCode passes(const Arguments& options)
     } else if (const PassDescription* description = registry.description(name)) {
         descriptions.push_back(description);
     } else {
-        // The registry's error suggests the nearest name.
-        QString error;
-        registry.create(name, {}, &error);
-        throw Failure{ExitCode::WrongUse, {error}};
+        fail(registry.unknownTypeError(name));
     }
 
     if (json) {

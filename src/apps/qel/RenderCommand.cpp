@@ -74,7 +74,7 @@ Image outputImage(const RenderGraph& graph, const GraphDescription& description)
 void declareRender(Arguments& options)
 {
     options.describe(u"Renders a graph and writes its output image."_s);
-    options.addPositional(u"GRAPH"_s, u"a graph file"_s, false, ValueKind::GraphFile);
+    options.addPositional(u"GRAPH"_s, u"a graph file; - for standard input"_s, false, ValueKind::GraphFile);
     options.addOption(u"model"_s, u"FILE"_s, u"replaces the graph's first model"_s, ValueKind::File);
     options.addOption(u"camera"_s, u"fitted|graph"_s,
                       u"fits the view to the models, as --model does, or keeps the graph's camera"_s);
@@ -96,6 +96,9 @@ void declareRender(Arguments& options)
         "to warm up; the images stay the same"_s.arg(numProfiledFrames)
             .arg(Profiler::numWarmUpFrames));
     options.addOption(u"json"_s, {}, u"prints the times of --profile as JSON"_s);
+    options.addOption(u"keep-going"_s, {},
+                      u"renders on without image files that cannot be read: a texel of one colour replaces "
+                      "each"_s);
     addDeviceOption(options);
     options.addExample(u"qel render examples/graphs/forward.json --model bunny.obj --output bunny.png"_s,
                        u"Render a model of your own"_s);
@@ -122,7 +125,8 @@ ExitCode render(const Arguments& options)
     GraphDescription description = loadGraphFile(options.positional(0));
     const std::optional<CameraDescription> camera = description.camera;
     if (options.isSet(u"model"_s)) {
-        description.replaceModel(options.value(u"model"_s));
+        const QString file = options.value(u"model"_s);
+        description.replaceModel(file, u"--model "_s + file);
     }
     if (options.isSet(u"camera"_s)) {
         description.camera = chosenCamera(options, options.value(u"camera"_s), camera);
@@ -148,6 +152,7 @@ ExitCode render(const Arguments& options)
     RenderGraph::Options graphOptions;
     graphOptions.profile = hasProfile;
     graphOptions.keepOutputs = hasDump;
+    graphOptions.keepGoing = options.isSet(u"keep-going"_s);
     const std::unique_ptr<RenderGraph> graph = makeGraph(plan, graphOptions);
     resizeScreen(*context, graph->viewport());
 

@@ -1,5 +1,9 @@
 #include "Setup.h"
 
+#include <QFile>
+
+#include <cstdio>
+
 #include <Qel/graph/GraphFile.h>
 
 #include "Console.h"
@@ -89,7 +93,16 @@ void resizeScreen(HeadlessContext& context, const QSize& size)
 GraphDescription loadGraphFile(const QString& path)
 {
     QStringList errors;
-    std::optional<GraphDescription> graph = loadGraph(path, &errors);
+    std::optional<GraphDescription> graph;
+    if (path == QLatin1StringView("-")) {
+        QFile input;
+        if (!input.open(stdin, QIODevice::ReadOnly)) {
+            fail(u"<stdin>: cannot be read: "_s + input.errorString());
+        }
+        graph = loadGraph(input, u"<stdin>"_s, &errors);
+    } else {
+        graph = loadGraph(path, &errors);
+    }
     if (!graph) {
         throw Failure{ExitCode::WrongUse, errors};
     }

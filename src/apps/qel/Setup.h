@@ -27,6 +27,7 @@ void checkReports();
 /// Resizes framebuffer 0, to which passes draw as the screen.
 void resizeScreen(HeadlessContext& context, const QSize& size);
 
+/// Reads a graph file, or standard input for "-".
 GraphDescription loadGraphFile(const QString& path);
 /// Plans a graph of built-in passes, which finds all errors that need no context.
 GraphPlan planOf(const GraphDescription& graph);

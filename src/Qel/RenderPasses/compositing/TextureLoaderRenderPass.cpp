@@ -4,15 +4,12 @@
 
 #include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/RenderPasses/support/Images.h>
-#include <Qel/core/Diagnostics.h>
 
 using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel {
 
 namespace {
-
-constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/TextureLoaderRenderPass";
 
 int glWrapMode(TextureLoaderRenderPass::WrapMode mode)
 {
@@ -75,8 +72,10 @@ void TextureLoaderRenderPass::load(Texture& texture, const QString& path)
 {
     QString problem;
     QImage image = loadImage(path, OpenGLDeviceContext::current()->maxTextureSize(), &problem);
+    m_imageProblem.clear();
     if (image.isNull()) {
-        logNotice(sourceFile, __LINE__, u"\"%1\" %2; using one opaque white texel"_s.arg(path, problem));
+        // A path that was unset asks for no image.
+        m_imageProblem = path.isEmpty() ? QString() : u"\"%1\" %2"_s.arg(path, problem);
         image = makeTexel(Qt::white);
     } else {
         image = image.mirrored(false, true);

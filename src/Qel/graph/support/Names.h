@@ -10,6 +10,12 @@ namespace Morvane::Qel {
 /// name, a list of the valid names if none is near and they are few, otherwise nothing.
 QEL_GRAPH_EXPORT QString suggestion(const QString& wrong, const QStringList& valid);
 
+/// Index of the valid name that is nearest to a wrong one; -1 if none is near enough for a typing error.
+qsizetype nearestName(const QString& wrong, const QStringList& valid);
+
+/// "; did you mean "forward" or "film"?"
+QString didYouMean(const QStringList& names);
+
 /// The error message about an unknown name: "no pass "foward"; did you mean "forward"?".
 QString unknownName(const QString& kind, const QString& wrong, const QStringList& valid);
 

@@ -63,18 +63,35 @@ bool isFinite(const QVector3D& v)
     return std::isfinite(v.x()) && std::isfinite(v.y()) && std::isfinite(v.z());
 }
 
-void logWarnings(const QString& prefix, const QStringList& warnings)
+/// Reads the file of a model and logs the warnings of the import. On failure returns nothing and adds a line to
+/// `errors`.
+std::optional<ModelData> imported(const GraphDescription& graph, const ModelDescription& model,
+                                  const ImportOptions& options, GraphErrors& errors)
 {
+    const QString path = graph.resolvePath(model.file);
+    const QString place = graph.placeOf(model);
+    // Messages of the import begin with the path, which an origin already names.
+    const auto line = [&](const QString& message) {
+        const bool isRepeated = !model.origin.isEmpty() && message.startsWith(path + u": "_s);
+        return place + u": "_s + (isRepeated ? message.sliced(path.size() + 2) : message);
+    };
+    QString error;
+    std::optional<ModelData> data = importModel(path, &error, options);
+    if (!data) {
+        errors.addLine(line(error));
+        return data;
+    }
     QStringList lines;
     {
-        GraphErrors collected(prefix.chopped(2), &lines);
-        for (const QString& warning : warnings) {
-            collected.addLine(prefix + warning);
+        GraphErrors collected(place, &lines);
+        for (const QString& warning : std::as_const(data->warnings)) {
+            collected.addLine(line(warning));
         }
     }
-    for (const QString& line : std::as_const(lines)) {
-        qWarning("%s", qUtf8Printable(line));
+    for (const QString& warning : std::as_const(lines)) {
+        qWarning("%s", qUtf8Printable(warning));
     }
+    return data;
 }
 
 } // namespace
@@ -87,23 +104,19 @@ std::optional<std::vector<ModelData>> importModels(const GraphDescription& graph
     std::vector<ModelData> models(graph.models.size());
     for (const size_t index : merges.order) {
         const ModelDescription& model = graph.models[index];
-        const QString prefix = u"%1: models.%2: "_s.arg(graph.displayName(), model.name);
         if (model.merge.isEmpty()) {
-            QString error;
-            std::optional<ModelData> imported = importModel(graph.resolvePath(model.file), &error, options);
-            if (!imported) {
-                errors.addLine(prefix + error);
+            std::optional<ModelData> data = imported(graph, model, options, errors);
+            if (!data) {
                 continue;
             }
-            logWarnings(prefix, imported->warnings);
-            models[index] = std::move(*imported);
+            models[index] = std::move(*data);
         } else {
             models[index] = mergedFrom(models, merges.parts[index]);
         }
         models[index] = placed(models[index], model.placement);
         const QPair<QVector3D, QVector3D> bounds = boundsOf(models[index]);
         if (!isFinite(bounds.first) || !isFinite(bounds.second)) {
-            errors.addLine(prefix + u"its scale makes it too large"_s);
+            errors.addLine(graph.placeOf(model) + u": its scale makes it too large"_s);
         }
     }
     return errors.count() == errorsBefore ? std::optional(std::move(models)) : std::nullopt;

@@ -111,8 +111,9 @@ void checkModels(const GraphDescription& graph, GraphErrors& errors)
         } else if (!names.insert(model.name).second) {
             errors.add(place, u"more than one model has this name"_s);
         }
-        if (model.merge.isEmpty()) {
-            errors.add(place, fileError(graph, model.file));
+        if (const QString error = model.merge.isEmpty() ? fileError(graph, model.file) : QString();
+            !error.isEmpty()) {
+            errors.addLine(u"%1: %2"_s.arg(graph.placeOf(model), error));
         }
         checkPlacement(model.placement, place, errors);
     }
