@@ -107,6 +107,12 @@ std::unique_ptr<RenderPass> makeShaderPass(const PassOptions& options, QString* 
     for (const QString& port : options[u"outputs"_s].toStringList()) {
         pass->addOutput(port);
     }
+    const QVariantMap formats = options[u"formats"_s].toMap();
+    for (auto format = formats.cbegin(); format != formats.cend(); ++format) {
+        // The registry knows only the pass's own names.
+        pass->setOutputFormat(format.key(),
+                              Pass::formatFromName(format->toString()).value_or(TextureFormat::RGBA8));
+    }
     const std::pair<QString, void (Pass::*)(const QString&)> stages[] = {
         {u"vertexShader"_s, &Pass::setVertexShaderSource},
         {u"fragmentShader"_s, &Pass::setFragmentShaderSource},
