@@ -35,9 +35,12 @@ QString completeOptions(const std::vector<OptionDescription>& known, QVariantMap
             return u"option %1 must be of type %2, not %3"_s.arg(option.name, typeName(option.defaultValue),
                                                                  given);
         }
-        if (!option.choices.isEmpty() && !option.choices.contains(value.toString())) {
-            return u"option %1 must be one of %2, not \"%3\""_s.arg(option.name, quoted(option.choices),
-                                                                    value.toString());
+        const QVariantList texts = option.isPerOutput ? value.toMap().values() : QVariantList{value};
+        for (const QVariant& text : texts) {
+            if (!option.choices.isEmpty() && !option.choices.contains(text.toString())) {
+                return u"option %1 must be one of %2, not \"%3\""_s.arg(option.name, quoted(option.choices),
+                                                                        text.toString());
+            }
         }
         if (option.members.empty()) {
             continue;

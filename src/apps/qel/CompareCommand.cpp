@@ -88,7 +88,7 @@ bool isPng(const QString& path)
 void write(const Image& image, const QString& path)
 {
     QString error;
-    if (!writeImage(image, path, &error)) {
+    if (!writeImage(image, path, &error, {.pngAlpha = PngAlpha::Keep})) {
         fail(error);
     }
 }
@@ -138,7 +138,7 @@ ExitCode compareFiles(const QString& pathA, const QString& pathB, const Settings
         print(comparison.text(settings.comparison));
         printVerdict(largest, settings.tolerance);
     }
-    return accepted ? ExitCode::Done : ExitCode::ComparisonFailed;
+    return accepted ? ExitCode::Done : ExitCode::CheckFailed;
 }
 
 /// Returns the names of the images in a folder, in alphabetical order.
@@ -244,7 +244,7 @@ ExitCode compareFolders(const QString& folderA, const QString& folderB, const Se
                                                          measures.values, notes.join(QString())));
         printVerdict(worst.largest, settings.tolerance);
     }
-    return accepted ? ExitCode::Done : ExitCode::ComparisonFailed;
+    return accepted ? ExitCode::Done : ExitCode::CheckFailed;
 }
 
 } // namespace
@@ -271,7 +271,7 @@ void declareCompare(Arguments& options)
                       u"writes FLIP's value for each pixel, as a heat map (PNG) or as numbers (EXR)"_s,
                       ValueKind::Image);
     options.addOption(u"json"_s, {}, u"prints the results as JSON; null stands for infinite or undefined"_s);
-    options.addExitCode(ExitCode::ComparisonFailed);
+    options.addExitCode(ExitCode::CheckFailed);
     options.addExample(u"qel compare --tolerance 0.004 --flip-map flip.png expected.png rendered.png"_s,
                        u"Accept differences of one step of 8 bits and show where they are visible"_s);
 }

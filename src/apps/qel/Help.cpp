@@ -118,8 +118,8 @@ QString meaningOf(ExitCode code)
     switch (code) {
     case ExitCode::Done:
         return u"success"_s;
-    case ExitCode::ComparisonFailed:
-        return u"the images differ"_s;
+    case ExitCode::CheckFailed:
+        return u"the images differ, or a check found mistakes"_s;
     case ExitCode::WrongUse:
         return u"wrong arguments, or a graph or a file that cannot be used"_s;
     case ExitCode::NoGL:

@@ -4,6 +4,7 @@
 #include <QJsonObject>
 
 #include <Qel/gl/ShaderProgram.h>
+#include <Qel/graph/GraphReview.h>
 #include <Qel/graph/ImageIO.h>
 #include <Qel/graph/RenderGraph.h>
 
@@ -54,6 +55,36 @@ std::optional<CameraDescription> chosenCamera(const Arguments& options, const QS
     return graphCamera;
 }
 
+PngAlpha alphaChoice(const Arguments& options)
+{
+    const QString name = options.value(u"alpha"_s);
+    if (!options.isSet(u"alpha"_s) || name == QLatin1StringView("opaque")) {
+        return PngAlpha::Opaque;
+    }
+    if (name == QLatin1StringView("keep")) {
+        return PngAlpha::Keep;
+    }
+    return PngAlpha::Straight;
+}
+
+/// How the graph's image is written.
+ImageFileOptions fileOptionsFor(const GraphPlan& plan, PngAlpha alpha)
+{
+    const TextureMeaning meaning =
+        plan.outputPass < 0 ? TextureMeaning() : meaningOf(plan, plan.outputPass, plan.outputPort);
+    return {.pngAlpha = alpha, .encoding = meaning.encoding, .alpha = meaning.alpha};
+}
+
+/// Says why --alpha straight divides nothing, if that is so.
+void noteAboutAlpha(AlphaMeaning alpha, const QString& output)
+{
+    if (alpha != AlphaMeaning::Premultiplied && alpha != AlphaMeaning::Unspecified) {
+        printNote(
+            u"--alpha straight: the alpha of %1 is %2, not premultiplied; the colours are unchanged"_s.arg(
+                output, alpha == AlphaMeaning::Opaque ? u"1 everywhere"_s : nameOf(alpha)));
+    }
+}
+
 /// Reads the graph's output image, or the screen if the graph has no output.
 Image outputImage(const RenderGraph& graph, const GraphDescription& description)
 {
@@ -86,7 +117,7 @@ void declareRender(Arguments& options)
         u"output"_s, u"FILE"_s,
         u"writes the last frame as PNG or EXR; with a name such as frame%04d.png every frame, from 0"_s,
         ValueKind::Image);
-    options.addOption(u"dump"_s, u"DIR"_s, u"writes every output of every pass of the last frame"_s,
+    options.addOption(u"dump"_s, u"DIR"_s, u"writes every output of every pass of the last frame, as EXR and as PNG previews"_s,
                       ValueKind::Folder);
     options.addOption(u"shaders"_s, u"DIR"_s, u"writes the GLSL of every program as the driver gets it"_s,
                       ValueKind::Folder);
@@ -99,7 +130,13 @@ void declareRender(Arguments& options)
     options.addOption(u"keep-going"_s, {},
                       u"renders on without image files that cannot be read: a texel of one colour replaces "
                       "each"_s);
+    options.addOption(u"alpha"_s, u"opaque|keep|straight"_s,
+                      u"alpha in PNG files: left out (default), as it is, or with colours divided by it"_s);
+    options.addOption(u"check"_s, {},
+                      u"looks for mistakes in what flows between the passes, such as NaN; exit code 1 if "
+                      "there are any"_s);
     addDeviceOption(options);
+    options.addExitCode(ExitCode::CheckFailed);
     options.addExample(u"qel render examples/graphs/forward.json --model bunny.obj --output bunny.png"_s,
                        u"Render a model of your own"_s);
     options.addExample(u"qel render glow.json --size 640x360 --set glow.Width=9 --output glow.png"_s,
@@ -118,6 +155,8 @@ ExitCode render(const Arguments& options)
     if (hasJson && !hasProfile) {
         options.fail(u"--json needs --profile"_s);
     }
+    const bool hasCheck = options.isSet(u"check"_s);
+    const PngAlpha pngAlpha = alphaChoice(options);
     const OutputFiles files(options, options.value(u"output"_s));
     const HeadlessContext::Device wanted = device(options);
 
@@ -153,8 +192,14 @@ ExitCode render(const Arguments& options)
     graphOptions.profile = hasProfile;
     graphOptions.keepOutputs = hasDump;
     graphOptions.keepGoing = options.isSet(u"keep-going"_s);
+    graphOptions.check = hasCheck;
     const std::unique_ptr<RenderGraph> graph = makeGraph(plan, graphOptions);
     resizeScreen(*context, graph->viewport());
+
+    const ImageFileOptions fileOptions = fileOptionsFor(graph->plan(), pngAlpha);
+    if (hasOutput && pngAlpha == PngAlpha::Straight) {
+        noteAboutAlpha(fileOptions.alpha, description.output);
+    }
 
     // Frames that only the profile needs come last, so that the images do not depend on it.
     const int numRendered =
@@ -165,7 +210,7 @@ ExitCode render(const Arguments& options)
             renderFrame(*graph);
             const bool isLast = frame == numFrames - 1;
             if (hasOutput && (isLast || (files.isNumbered() && frame < numFrames))) {
-                write(outputImage(*graph, description), files.name(frame));
+                write(outputImage(*graph, description), files.name(frame), fileOptions);
             }
             if (hasDump && isLast) {
                 dump(*graph, options.value(u"dump"_s));
@@ -180,7 +225,17 @@ ExitCode render(const Arguments& options)
         const Profiler::Report report = graph->profile();
         print(hasJson ? QString::fromUtf8(QJsonDocument(report.json()).toJson()) : report.table());
     }
-    if (!hasOutput && !hasDump && !hasFrames && !hasProfile && !options.isSet(u"shaders"_s)) {
+    if (hasCheck) {
+        const QStringList findings = graph->findings();
+        for (const QString& line : findings) {
+            printNote(u"%1: %2"_s.arg(description.displayName(), line));
+        }
+        if (!findings.isEmpty()) {
+            return ExitCode::CheckFailed;
+        }
+        printNote(u"%1: the check found nothing"_s.arg(description.displayName()));
+    }
+    if (!hasOutput && !hasDump && !hasFrames && !hasProfile && !hasCheck && !options.isSet(u"shaders"_s)) {
         printNote(u"nothing is written; name a file with --output"_s);
     }
     return ExitCode::Done;

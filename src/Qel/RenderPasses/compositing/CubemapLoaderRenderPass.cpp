@@ -81,7 +81,9 @@ const PassDescription& CubemapLoaderRenderPass::description()
                      .meaning = u"the cube map, with straight alpha and the colour encoding of the files; "
                                 "RGBA8, owned by the pass. With an EXR or HDR file among them: the values "
                                 "of the files, RGBA16F, or RGBA32F if 16 bits cannot hold all values of "
-                                "one of them exactly"_s}}};
+                                "one of them exactly"_s,
+                     .encoding = Encoding::AsFile,
+                     .alpha = AlphaMeaning::AsFile}}};
     return description;
 }
 

@@ -102,7 +102,11 @@ const PassDescription& SkyboxRenderPass::description()
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning =
                          u"the input frame, or the new one, with the environment drawn into it; colour "
-                         "encoding and alpha of the environment"_s}}};
+                         "encoding and alpha of the environment"_s,
+                     .encoding = Encoding::AsInput,
+                     .alpha = AlphaMeaning::AsInput,
+                     .like = {u"Qel_QelTexture*_Cubemap"_s, u"Qel_QelTexture*_LatLongMap"_s,
+                              u"Qel_QelTexture*_Frame"_s}}}};
     return description;
 }
 

@@ -35,7 +35,9 @@ const PassDescription& TextureLoaderRenderPass::description()
                          u"the image, bottom row first, with straight alpha and the colour encoding of "
                          "the file; RGBA8, read-only, owned by the pass. EXR and HDR files: their own "
                          "values, linear and with premultiplied alpha; RGBA16F, or RGBA32F if 16 bits "
-                         "cannot hold all values exactly"_s}},
+                         "cannot hold all values exactly"_s,
+                     .encoding = Encoding::AsFile,
+                     .alpha = AlphaMeaning::AsFile}},
         .options = {{.name = u"wrap"_s,
                      .meaning = u"what texture coordinates outside of 0 to 1 read; has no effect in passes "
                                 "that set their own wrap mode, such as ShaderRenderPass, which clamps"_s,

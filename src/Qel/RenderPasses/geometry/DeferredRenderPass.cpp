@@ -62,16 +62,22 @@ const PassDescription& DeferredRenderPass::description()
                    cameraMatrixInput(),
                    {.name = u"Qel_QelTexture*_Normal"_s,
                     .meaning = u"the world-space normal"_s,
-                    .whenMissing = u"the output is black"_s},
+                    .whenMissing = u"the output is black"_s,
+                    .encoding = Encoding::Data,
+                    .space = Space::World},
                    {.name = u"Qel_QelTexture*_TexCoord"_s,
                     .meaning = u"not used"_s,
                     .whenMissing = u"no effect"_s},
                    {.name = u"Qel_QelTexture*_Depth"_s,
                     .meaning = u"the depth, from 0 to 1"_s,
-                    .whenMissing = u"0 everywhere"_s}},
+                    .whenMissing = u"0 everywhere"_s,
+                    .encoding = Encoding::Data,
+                    .wantsOpaqueDepth = true}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning = u"the cosine of the angle between normal and light direction as opaque "
-                                "grey; GL_RGBA with 8 bits a channel, owned by the pass"_s}}};
+                                "grey; GL_RGBA with 8 bits a channel, owned by the pass"_s,
+                     .encoding = Encoding::Display,
+                     .alpha = AlphaMeaning::Opaque}}};
     return description;
 }
 

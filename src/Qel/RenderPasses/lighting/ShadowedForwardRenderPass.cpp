@@ -254,16 +254,20 @@ const PassDescription& ShadowedForwardRenderPass::description()
                                "that face down receive half of it"_s,
                     .whenMissing = u"0"_s,
                     .defaultValue = 0.1F,
-                    .range = u"0 or more"_s},
+                    .range = u"0 or more"_s,
+                    .limits = {0.0}},
                    {.name = u"Qel_float_LightBleedingReduction"_s,
                     .meaning = u"fraction of a light below which a surface counts as in full shadow; more "
                                "removes light that leaks through overlapping shadows, and hardens edges"_s,
                     .whenMissing = u"0"_s,
                     .defaultValue = 0.25F,
-                    .range = u"0 to 0.99, values outside are clamped"_s}},
+                    .range = u"0 to 0.99, values outside are clamped"_s,
+                    .limits = {0.0, 0.99}}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning = u"the lit model, tone-mapped and sRGB-encoded, alpha 1 where something was "
-                                "drawn, otherwise 0; RGBA8, from the pool"_s}}};
+                                "drawn, otherwise 0; RGBA8, from the pool"_s,
+                     .encoding = Encoding::Display,
+                     .alpha = AlphaMeaning::Premultiplied}}};
     return description;
 }
 

@@ -8,6 +8,7 @@
 #include <Qel/graph/support/Constants.h>
 #include <Qel/graph/support/GraphErrors.h>
 #include <Qel/graph/support/Names.h>
+#include <Qel/graph/support/Ports.h>
 
 using namespace Qt::StringLiterals;
 
@@ -35,6 +36,14 @@ PassOptions OptionReader::read(const PassSetting& setting, const PassDescription
             checkPortNames(setting.name + u'.' + option, options.value(option).toStringList());
         }
     }
+    for (const OptionDescription& option : description.options) {
+        if (option.isPerOutput && setting.options.contains(option.name)) {
+            const QStringList outputs =
+                portsOf(description, {}, options.value(u"outputs"_s).toStringList()).outputs;
+            options[option.name] = readPerOutput(setting.name + u'.' + option.name, option,
+                                                 setting.options[option.name], outputs);
+        }
+    }
     return options;
 }
 
@@ -47,8 +56,10 @@ void OptionReader::readObject(const QString& place, const std::vector<OptionDesc
     for (const OptionDescription& option : known) {
         names.append(option.name);
         const auto value = given.find(option.name);
-        const QVariant read =
-            value == given.end() ? QVariant() : readOption(place + u'.' + option.name, option, value.value());
+        // Per-output options need the others and follow later.
+        const QVariant read = value == given.end() || option.isPerOutput
+                                  ? QVariant()
+                                  : readOption(place + u'.' + option.name, option, value.value());
         values->insert(option.name, read.isValid() ? read : option.defaultValue);
     }
     for (auto value = given.begin(); value != given.end(); ++value) {
@@ -95,6 +106,36 @@ QVariantList OptionReader::readElements(const QString& place, const OptionDescri
         QVariantMap members;
         readObject(elementPlace, option.members, elements[i].toObject(), u"unknown key"_s, &members);
         values.append(members);
+    }
+    return values;
+}
+
+/// The choices of an option by the full names of the outputs.
+QVariantMap OptionReader::readPerOutput(const QString& place, const OptionDescription& option,
+                                        const QJsonValue& given, const QStringList& outputs)
+{
+    QVariantMap values;
+    if (!given.isObject()) {
+        m_errors.add(place, u"must be an object such as {\"%1\": \"%2\"}, not %3"_s.arg(
+                                PortName::parse(outputs.value(0, u"Frame"_s)).name, option.choices.first(),
+                                shownValue(given)));
+        return values;
+    }
+    const PortIndex index(outputs);
+    const QJsonObject object = given.toObject();
+    for (auto value = object.begin(); value != object.end(); ++value) {
+        const QString valuePlace = place + u'.' + value.key();
+        const QList<int> found = index.find(value.key());
+        if (found.size() != 1) {
+            m_errors.add(valuePlace, index.error(found, value.key(), u"the pass has no such output"_s));
+        } else if (!outputs[found[0]].startsWith(u"Qel_QelTexture*_"_s)) {
+            m_errors.add(valuePlace, u"is no texture, so it has no format"_s);
+        } else if (!value.value().isString() || !option.choices.contains(value.value().toString())) {
+            m_errors.add(valuePlace, u"must be one of %1, not %2"_s.arg(quoted(option.choices),
+                                                                        shownValue(value.value())));
+        } else {
+            values[outputs[found[0]]] = value.value().toString();
+        }
     }
     return values;
 }

@@ -32,6 +32,8 @@ private:
     QVariant readOption(const QString& place, const OptionDescription& option, const QJsonValue& given);
     QVariantList readElements(const QString& place, const OptionDescription& option,
                               const QJsonArray& elements);
+    QVariantMap readPerOutput(const QString& place, const OptionDescription& option, const QJsonValue& given,
+                              const QStringList& outputs);
     void checkPortNames(const QString& place, const QStringList& ports);
 
     const GraphDescription& m_graph;
