@@ -32,6 +32,9 @@ struct RenderGraph::Private
     Presenter presenter;
     std::optional<Scene> scene;
     std::optional<PassRunner> runner;
+    int frameNumber = 0;
+    /// Whether the next frame is the first one rendered with this number.
+    bool isNewFrame = true;
 
     Private(GraphPlan graphPlan, const Options& options)
         : plan(std::move(graphPlan))
@@ -45,10 +48,7 @@ struct RenderGraph::Private
         scene.reset();
     }
 
-    CameraDescription camera() const
-    {
-        return plan.graph.camera ? *plan.graph.camera : fitCamera(scene->bounds(), plan.graph.viewport);
-    }
+    CameraDescription camera() const { return cameraOfFrame(plan.graph, frameNumber, scene->bounds()); }
     /// Says in `error` if the graph's context is not current.
     bool isContextCurrent(QString* error) const
     {
@@ -58,6 +58,11 @@ struct RenderGraph::Private
         return context.isCurrent();
     }
     void updateView() { scene->setView(camera(), plan.graph.viewport); }
+    void updateClock()
+    {
+        const AnimationDescription animation = plan.graph.animation.value_or(AnimationDescription());
+        scene->setClock(frameNumber, animation.fps);
+    }
     /// Index of a model of the graph, -1 if there is none.
     int modelIndex(const QString& name) const
     {
@@ -102,6 +107,7 @@ std::unique_ptr<RenderGraph> RenderGraph::create(GraphPlan plan, const Options& 
     }
     d->scene.emplace(d->plan.graph, *models);
     d->updateView();
+    d->updateClock();
     d->runner->connectPasses(d->plan, *d->scene);
     return std::unique_ptr<RenderGraph>(new RenderGraph(std::move(d)));
 }
@@ -119,9 +125,25 @@ bool RenderGraph::renderFrame(QString* error)
         return false;
     }
     const ResourceScope::Activation activation(&d->scope);
+    d->scene->setNewFrame(std::exchange(d->isNewFrame, false));
     const bool good = d->runner->renderFrame(*d->scene, error);
     *error = printable(*error);
     return good;
+}
+
+void RenderGraph::setFrameNumber(int number)
+{
+    d->frameNumber = number;
+    d->isNewFrame = true;
+    d->updateClock();
+    if (d->plan.graph.camera && d->plan.graph.camera->orbit) {
+        d->updateView();
+    }
+}
+
+int RenderGraph::frameNumber() const
+{
+    return d->frameNumber;
 }
 
 Texture* RenderGraph::image() const

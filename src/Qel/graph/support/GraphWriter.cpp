@@ -48,11 +48,14 @@ public:
         parts.append(
             u"\"viewport\": [%1, %2]"_s.arg(m_graph.viewport.width()).arg(m_graph.viewport.height()));
         if (m_graph.camera) {
-            const CameraDescription& camera = *m_graph.camera;
-            parts.append(
-                uR"("camera": {"eye": %1, "target": %2, "up": %3, "fovY": %4, "near": %5, "far": %6})"_s.arg(
-                    vectorText(camera.eye), vectorText(camera.target), vectorText(camera.up),
-                    number(camera.fovY), number(camera.nearPlane), number(camera.farPlane)));
+            parts.append(u"\"camera\": {%1}"_s.arg(cameraText(*m_graph.camera)));
+        }
+        if (m_graph.animation) {
+            parts.append(u"\"animation\": {\"frames\": %1, \"fps\": %2}"_s.arg(m_graph.animation->frames)
+                             .arg(number(m_graph.animation->fps)));
+        }
+        if (m_graph.settle != GraphDescription().settle) {
+            parts.append(u"\"settle\": %1"_s.arg(m_graph.settle));
         }
         QStringList models;
         for (const ModelDescription& model : m_graph.models) {
@@ -83,6 +86,40 @@ private:
     static QString member(const QString& name, const QJsonValue& value)
     {
         return jsonText(name) + u": "_s + jsonText(value);
+    }
+
+    static QString cameraText(const CameraDescription& camera)
+    {
+        QStringList members;
+        const auto write = [&](const char* key, const QString& text) {
+            members.append(u"\"%1\": %2"_s.arg(QLatin1StringView(key), text));
+        };
+        if (camera.orbit) {
+            write("orbit", u"{%1}"_s.arg(orbitText(*camera.orbit)));
+        } else {
+            write("eye", vectorText(camera.eye));
+            write("target", vectorText(camera.target));
+            write("up", vectorText(camera.up));
+        }
+        write("fovY", number(camera.fovY));
+        // With an orbit, planes of 0 are fitted.
+        if (!camera.orbit || camera.nearPlane != 0.0F) {
+            write("near", number(camera.nearPlane));
+        }
+        if (!camera.orbit || camera.farPlane != 0.0F) {
+            write("far", number(camera.farPlane));
+        }
+        return members.join(u", "_s);
+    }
+
+    static QString orbitText(const OrbitDescription& orbit)
+    {
+        QString text = uR"("turns": %1, "startAngle": %2, "elevation": %3)"_s.arg(
+            number(orbit.turns), number(orbit.startAngle), number(orbit.elevation));
+        if (orbit.distance != 0.0F) {
+            text += u", \"distance\": %1"_s.arg(number(orbit.distance));
+        }
+        return orbit.target ? u"\"target\": %1, %2"_s.arg(vectorText(*orbit.target), text) : text;
     }
 
     /// Only keys that the type has, and optional ones only if they differ from their default.
