@@ -128,7 +128,7 @@ struct QEL_GRAPH_EXPORT GraphDescription
     /// If not set, the graph has one image, frame 0; the clock then runs at 30 frames per second.
     std::optional<AnimationDescription> animation;
     /// How many times a frame is rendered, with the clock standing, until its image counts, 1 to 10000: a
-    /// temporal pass gathers samples in them. SequenceRenderer does this; RenderGraph::renderFrame renders
+    /// temporal pass gathers samples in them. renderSequenceFrame does this; RenderGraph::renderFrame renders
     /// once.
     int settle = 1;
     std::vector<ModelDescription> models;

@@ -67,7 +67,7 @@ public:
     /// \name Clock
     /// The clock stands until setFrameNumber moves it; renderFrame does not. An application that plays an
     /// animation calls setFrameNumber before each frame, either with the next number or with the elapsed
-    /// seconds times `framesPerSecond`; one without animations need not call it. SequenceRenderer renders
+    /// seconds times `fps`; one without animations need not call it. renderSequenceFrame renders
     /// frames whose images do not depend on what was rendered before.
     /// @{
 

@@ -37,7 +37,8 @@ private:
     int m_errors;
 };
 
-/// A progress line such as "frame 12 of 500", shown on a terminal after one second and erased at the end.
+/// A progress line such as "frame 12 of 500, 3.1 per second, 2 min 37 s left", shown on a terminal after one
+/// second and erased at the end.
 class Progress
 {
 public:
@@ -54,6 +55,7 @@ private:
     QString m_unit;
     int m_total;
     bool m_onTerminal;
+    Clock::time_point m_begin;
     Clock::time_point m_nextUpdate;
 };
 

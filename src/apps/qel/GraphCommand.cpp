@@ -66,6 +66,15 @@ void printOrder(const GraphPlan& plan, const std::vector<RenderGraph::Output>& o
         const PlannedPass& pass = plan.passes[static_cast<size_t>(plan.outputPass)];
         print(u"image: %1.%2\n"_s.arg(pass.name, PortName::parse(pass.outputs[plan.outputPort]).name));
     }
+    if (plan.graph.animation) {
+        print(u"animation: %1 frames, %2 per second\n"_s.arg(plan.graph.animation->frames)
+                  .arg(static_cast<double>(plan.graph.animation->fps)));
+    }
+    if (plan.runUpFrames != 0) {
+        print(plan.runUpFrames == PassDescription::unlimitedHistory
+                  ? u"run-up: all frames from 0, because passes remember every earlier frame\n"_s
+                  : u"run-up: %1 frames\n"_s.arg(plan.runUpFrames));
+    }
 }
 
 void printWithFormats(const GraphPlan& plan, HeadlessContext& context)

@@ -3,14 +3,18 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <algorithm>
+
 #include <Qel/gl/ShaderProgram.h>
 #include <Qel/graph/ImageIO.h>
 #include <Qel/graph/RenderGraph.h>
+#include <Qel/graph/Sequence.h>
 
 #include "Arguments.h"
 #include "Console.h"
 #include "Dump.h"
 #include "OutputFiles.h"
+#include "Sequence.h"
 #include "Setup.h"
 
 using namespace Qt::StringLiterals;
@@ -64,11 +68,15 @@ ExitCode render(const QStringList& arguments)
     options.addPositional(u"GRAPH"_s, u"a graph file"_s);
     options.addOption(u"model"_s, u"FILE"_s, u"replaces the graph's first model"_s);
     options.addOption(u"size"_s, u"WxH"_s, u"replaces the graph's image size, in pixels"_s);
-    options.addOption(u"frames"_s, u"N"_s, u"number of frames; default 1"_s);
-    options.addOption(u"set"_s, u"PASS.PORT=VALUE"_s, u"sets an input; may be repeated"_s);
     options.addOption(
-        u"output"_s, u"FILE"_s,
-        u"writes the last frame as PNG or EXR; with a name such as frame%04d.png every frame, from 0"_s);
+        u"frames"_s, u"N|A..B"_s,
+        u"the first N frames, or frames A to B; default: all frames of the animation if --output "
+        "writes all, else frame 0"_s);
+    options.addOption(u"set"_s, u"PASS.PORT=VALUE"_s, u"sets an input; may be repeated"_s);
+    options.addOption(u"output"_s, u"FILE"_s,
+                      u"writes the last frame as PNG or EXR; with a name such as frame%04d.png every frame, "
+                      u"with its number; "
+                      "as .mp4, .webm or .gif a video of all frames (needs ffmpeg)"_s);
     options.addOption(u"dump"_s, u"DIR"_s, u"writes every output of every pass of the last frame"_s);
     options.addOption(u"shaders"_s, u"DIR"_s, u"writes the GLSL of every program as the driver gets it"_s);
     options.addOption(
@@ -84,14 +92,18 @@ ExitCode render(const QStringList& arguments)
     const bool hasOutput = options.isSet(u"output"_s);
     const bool hasDump = options.isSet(u"dump"_s);
     const bool hasFrames = options.isSet(u"frames"_s);
-    const QString frames = options.value(u"frames"_s);
-    const int numFrames = hasFrames ? wholeNumber(options, frames, u"--frames %1"_s.arg(frames)) : 1;
     const bool hasProfile = options.isSet(u"profile"_s);
     const bool hasJson = options.isSet(u"json"_s);
     if (hasJson && !hasProfile) {
         options.fail(u"--json needs --profile"_s);
     }
     const OutputFiles files(options, options.value(u"output"_s));
+    const bool isVideo = VideoFile::isVideo(files.name(0));
+    if (isVideo && files.isNumbered()) {
+        options.fail(
+            u"--output %1: a video holds all frames; leave out the number"_s.arg(options.value(u"output"_s)));
+    }
+    const bool writesAll = isVideo || files.isNumbered();
     const HeadlessContext::Device wanted = device(options);
 
     QString error;
@@ -108,7 +120,10 @@ ExitCode render(const QStringList& arguments)
         }
     }
     const GraphPlan plan = planOf(description);
-    if (hasOutput && !checkImagePath(files.name(0), &error)) {
+    const FrameRange frames =
+        frameRange(options, writesAll && description.animation ? description.animation->frames : 1);
+    const QString firstFile = files.name(frames.first);
+    if (hasOutput && !(isVideo ? VideoFile::check(firstFile, &error) : checkImagePath(firstFile, &error))) {
         fail(error);
     }
 
@@ -123,21 +138,40 @@ ExitCode render(const QStringList& arguments)
     const std::unique_ptr<RenderGraph> graph = makeGraph(plan, graphOptions);
     resizeScreen(*context, graph->viewport());
 
+    const int start = runUpStart(graph->plan(), frames.first);
+    const int numFrames = frames.last - start + 1;
     // Frames that only the profile needs come last, so that the images do not depend on it.
-    const int numRendered =
-        hasProfile ? (hasFrames ? numFrames : numProfiledFrames) + Profiler::numWarmUpFrames : numFrames;
+    const int numRendered = hasProfile
+                                ? std::max(numFrames, (hasFrames ? frames.count() : numProfiledFrames) +
+                                                          Profiler::numWarmUpFrames)
+                                : numFrames;
     {
+        const auto sequence =
+            hasOutput && writesAll ? std::make_unique<SequenceOutput>(files, *graph) : nullptr;
         Progress progress(u"frame"_s, numRendered);
-        for (int frame = 0; frame < numRendered; ++frame) {
-            renderFrame(*graph);
-            const bool isLast = frame == numFrames - 1;
-            if (hasOutput && (isLast || (files.isNumbered() && frame < numFrames))) {
+        for (int i = 0; i < numRendered; ++i) {
+            const int frame = start + i;
+            if (frame > frames.last) {
+                renderFrame(*graph);
+            } else {
+                renderSequenceFrame(*graph, frame);
+            }
+            if (sequence && frame >= frames.first && frame <= frames.last) {
+                sequence->add(frame);
+            }
+            if (hasOutput && !sequence && frame == frames.last) {
                 write(outputImage(*graph, description), files.name(frame));
             }
-            if (hasDump && isLast) {
+            if (hasDump && frame == frames.last) {
                 dump(*graph, options.value(u"dump"_s));
             }
-            progress.update(frame + 1);
+            progress.update(i + 1);
+            if (sequence) {
+                sequence->endIfInterrupted();
+            }
+        }
+        if (sequence) {
+            sequence->finish();
         }
     }
     if (ShaderProgram::hasUnwrittenSources()) {

@@ -6,23 +6,16 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 
 #include <Qel/core/Memory.h>
 #include <Qel/graph/support/ImageErrors.h>
+#include <Qel/graph/support/PixelLayout.h>
 
 using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel {
 
 namespace {
-
-quint8 toByte(float value)
-{
-    // Also false for NaN.
-    return value > 0.0F ? static_cast<quint8>(std::lround(std::min(static_cast<double>(value), 1.0) * 255.0))
-                        : quint8{0};
-}
 
 QImage toQImage(const Image& image)
 {
@@ -42,7 +35,7 @@ QImage toQImage(const Image& image)
         uchar* line = result.scanLine(y);
         std::fill_n(line, image.width * bytesPerPixel, uchar{0});
         for (int x = 0; x < image.width; ++x, line += bytesPerPixel, sample += numChannels) {
-            std::transform(sample, sample + std::min(numChannels, bytesPerPixel), line, toByte);
+            std::transform(sample, sample + std::min(numChannels, bytesPerPixel), line, byteFromSample);
         }
     }
     return result;
