@@ -109,6 +109,13 @@ public:
     /// the input. Returns false with one line in `error` if there is no such input, if it is connected, or if
     /// the value has another type.
     bool setInput(const QString& pass, const QString& port, const QVariant& value, QString* error);
+    /// Sets a parameter of the graph in all its uses, to a constant written as in a graph file. Returns false
+    /// with one line in `error`, and keeps all values, if there is no such parameter, if the value does not
+    /// fit a use, or if a use is fixed once the graph is created (ValueUse::isFixed).
+    bool setParameter(const QString& name, const QJsonValue& value, QString* error);
+    /// Sets all keyed values to those of a frame, counted from 0. Returns false with one line in `error`, and
+    /// keeps all values, if the camera or a light is not valid there.
+    bool applyKeys(double frame, QString* error);
     /// Replaces the lights of all passes. Returns false with one line in `error`, and keeps the lights, if
     /// one has a value out of its range.
     bool setLights(const std::vector<LightDescription>& lights, QString* error);
