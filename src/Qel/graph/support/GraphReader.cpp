@@ -189,13 +189,15 @@ private:
         if (isKeyed(value)) {
             if (const std::optional<KeysError> wrong = keysError(value)) {
                 error(memberPath(path, wrong->path), wrong->what);
-                return QJsonValue::Undefined;
+                m_unresolved.insert(path);
+                return value;
             }
         }
         const ResolvedValue resolved = m_parameters->resolve(value, 0.0);
         if (!resolved.error.isEmpty()) {
             error(path, resolved.error);
-            return QJsonValue::Undefined;
+            m_unresolved.insert(path);
+            return value;
         }
         QString place = path;
         if (path.startsWith(QLatin1StringView("lights["))) {
@@ -228,6 +230,9 @@ private:
 
     QVariant constant(const QJsonValue& value, const QString& type, const QString& path)
     {
+        if (m_unresolved.contains(path)) {
+            return {};
+        }
         QString message;
         const std::optional<QVariant> result = constantFromJson(value, type, &message);
         if (!result || !result->isValid()) {
@@ -521,6 +526,8 @@ private:
     };
     /// What the places outside the passes follow that follow something.
     QHash<QString, BoundTo> m_bound;
+    /// Those of which the value cannot be found.
+    QSet<QString> m_unresolved;
     /// The errors that are kept; their places in the text are looked up together.
     QStringList m_paths;
     QStringList m_causes;
