@@ -27,6 +27,26 @@ struct SourcePlace
     bool operator==(const SourcePlace&) const { return true; }
 };
 
+/// A camera that circles around a target, with y up. Its position depends on the frame number.
+struct OrbitDescription
+{
+    /// The point that the camera looks at; if not set, the centre of the box around all models.
+    std::optional<QVector3D> target;
+    /// Turns over the frames of the animation, counter-clockwise seen from above; negative for clockwise.
+    /// Frame 0 is at the start angle, and the frame after the last one would be the same as frame 0 after a
+    /// whole number of turns. A graph without an animation shows the start angle.
+    float turns = 1.0F;
+    /// Angle of frame 0 in degrees: 0 looks along -z, 90 along -x.
+    float startAngle = 0.0F;
+    /// Angle of the camera above the horizontal plane through the target in degrees, above -90 and below 90.
+    float elevation = 20.0F;
+    /// Distance from the target, 0 or more; 0 for the smallest distance at which the models stay inside the
+    /// image in every frame.
+    float distance = 0.0F;
+
+    bool operator==(const OrbitDescription&) const = default;
+};
+
 /// A perspective view in world space.
 struct CameraDescription
 {
@@ -38,8 +58,22 @@ struct CameraDescription
     /// Distances of the clipping planes from the eye, 0 < nearPlane < farPlane.
     float nearPlane = 0.1F;
     float farPlane = 100.0F;
+    /// Replaces `eye`, `target` and `up` by those of the frame. With an orbit, a clipping plane of 0 is
+    /// fitted to the models.
+    std::optional<OrbitDescription> orbit = {};
 
     bool operator==(const CameraDescription&) const = default;
+};
+
+/// The length of a graph's animation and its clock.
+struct AnimationDescription
+{
+    /// Number of frames, 1 to 1000000.
+    int frames = 1;
+    /// Frames per second, above 0 and at most 1000.
+    float fps = 30.0F;
+
+    bool operator==(const AnimationDescription&) const = default;
 };
 
 /// A light in world space. Its type is "directional", which uses direction and cascades, "spot", which uses
@@ -134,6 +168,12 @@ struct QEL_GRAPH_EXPORT GraphDescription
     std::optional<CameraDescription> camera;
     std::vector<ParameterDescription> parameters;
     std::vector<BoundValue> boundValues;
+    /// If not set, the graph has one image, frame 0; the clock then runs at 30 frames per second.
+    std::optional<AnimationDescription> animation;
+    /// How many times a frame is rendered, with the clock standing, until its image counts, 1 to 10000: a
+    /// temporal pass gathers samples in them. SequenceRenderer does this; RenderGraph::renderFrame renders
+    /// once.
+    int settle = 1;
     std::vector<ModelDescription> models;
     std::vector<LightDescription> lights;
     std::vector<PassSetting> passes;

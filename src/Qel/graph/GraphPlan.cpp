@@ -94,6 +94,43 @@ PlannedPass planPass(OptionReader& options, const PassSetting& setting, const Pa
     return pass;
 }
 
+/// Whether a pass forgets all earlier frames at the start of each frame.
+bool restartsEveryFrame(const PlannedPass& pass, const PassDescription& description)
+{
+    for (size_t i = 0; i < description.inputs.size(); ++i) {
+        if (description.inputs[i].name != description.restartInput) {
+            continue;
+        }
+        const PlannedInput& input = pass.inputs[i];
+        if (input.source == InputSource::FrameValue) {
+            return input.frameValue == FrameValue::NewFrame;
+        }
+        const QVariant& value =
+            input.source == InputSource::Default ? description.inputs[i].defaultValue : input.constant;
+        return input.source != InputSource::Connection && (!value.isValid() || value.toBool());
+    }
+    return false;
+}
+
+/// The number of frames that GraphPlan::runUpFrames documents.
+int runUpFrames(const GraphPlan& plan, const PassRegistry& registry)
+{
+    int frames = 0;
+    for (const int index : plan.order) {
+        const PlannedPass& pass = plan.passes[static_cast<size_t>(index)];
+        const PassDescription& description = *registry.description(pass.type);
+        if (description.historyFrames == 0 || restartsEveryFrame(pass, description)) {
+            continue;
+        }
+        if (description.historyFrames == PassDescription::unlimitedHistory) {
+            return PassDescription::unlimitedHistory;
+        }
+        // What a pass remembers may itself depend on what an earlier pass remembers.
+        frames += description.historyFrames;
+    }
+    return frames;
+}
+
 } // namespace
 
 std::optional<GraphPlan> planGraph(const GraphDescription& graph, const PassRegistry& registry,
@@ -122,6 +159,7 @@ std::optional<GraphPlan> planGraph(const GraphDescription& graph, const PassRegi
         return {};
     }
     orderPasses(plan);
+    plan.runUpFrames = runUpFrames(plan, registry);
     return plan;
 }
 

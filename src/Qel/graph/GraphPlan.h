@@ -23,6 +23,10 @@ enum class FrameValue : int
     SceneBoundsMin,
     SceneBoundsMax,
     Lights,
+    Time,
+    FrameNumber,
+    DeltaTime,
+    NewFrame,
 };
 
 /// Where the value of an input comes from.
@@ -105,6 +109,9 @@ struct QEL_GRAPH_EXPORT GraphPlan
     /// output in place after all others that read it, and otherwise the order of the file counts. Culled
     /// passes are not in it.
     std::vector<int> order;
+    /// The number of earlier frames that must be rendered before a frame for its image to be the same as in
+    /// the whole sequence; PassDescription::unlimitedHistory if these are all frames from 0.
+    int runUpFrames = 0;
     /// Pass and output port that hold the graph's output image; both -1 if the graph has none.
     int outputPass = -1;
     int outputPort = -1;

@@ -35,8 +35,11 @@ struct RenderGraph::Private
     Presenter presenter;
     std::optional<Scene> scene;
     std::optional<PassRunner> runner;
-    /// The frame whose keyed values are set.
-    double frame = 0.0;
+    int frameNumber = 0;
+    /// Whether the next frame is the first one rendered with this number.
+    bool isNewFrame = true;
+    /// Why the keyed values of the frame cannot be set; empty if they are.
+    QString keyError;
 
     Private(GraphPlan graphPlan, const Options& options)
         : plan(std::move(graphPlan))
@@ -50,10 +53,7 @@ struct RenderGraph::Private
         scene.reset();
     }
 
-    CameraDescription camera() const
-    {
-        return plan.graph.camera ? *plan.graph.camera : fitCamera(scene->bounds(), plan.graph.viewport);
-    }
+    CameraDescription camera() const { return cameraOfFrame(plan.graph, frameNumber, scene->bounds()); }
     /// Says in `error` if the graph's context is not current.
     bool isContextCurrent(QString* error) const
     {
@@ -63,6 +63,11 @@ struct RenderGraph::Private
         return context.isCurrent();
     }
     void updateView() { scene->setView(camera(), plan.graph.viewport); }
+    void updateClock()
+    {
+        const AnimationDescription animation = plan.graph.animation.value_or(AnimationDescription());
+        scene->setClock(frameNumber, animation.fps);
+    }
     /// Index of a model of the graph, -1 if there is none.
     int modelIndex(const QString& name) const
     {
@@ -76,6 +81,8 @@ struct RenderGraph::Private
     /// in the text.
     using PortConversion = std::function<std::optional<QVariant>(const QString& port, QString* what)>;
     bool setInput(const QString& pass, const QString& port, const PortConversion& convert, QString* error);
+    /// Sets the keyed values to those of the frame.
+    void applyKeys();
     /// Passes on what has changed in the plan.
     void apply(const ValueChanges& changes);
 };
@@ -109,6 +116,7 @@ std::unique_ptr<RenderGraph> RenderGraph::create(GraphPlan plan, const Options& 
     }
     d->scene.emplace(d->plan.graph, *models);
     d->updateView();
+    d->updateClock();
     d->runner->connectPasses(d->plan, *d->scene);
     return std::unique_ptr<RenderGraph>(new RenderGraph(std::move(d)));
 }
@@ -125,10 +133,34 @@ bool RenderGraph::renderFrame(QString* error)
     if (!d->isContextCurrent(error)) {
         return false;
     }
+    if (!d->keyError.isEmpty()) {
+        *error = printable(d->keyError);
+        return false;
+    }
     const ResourceScope::Activation activation(&d->scope);
+    d->scene->setNewFrame(std::exchange(d->isNewFrame, false));
     const bool good = d->runner->renderFrame(*d->scene, error);
     *error = printable(*error);
     return good;
+}
+
+void RenderGraph::setFrameNumber(int number)
+{
+    d->frameNumber = number;
+    d->isNewFrame = true;
+    d->updateClock();
+    if (std::any_of(d->plan.valueUses.begin(), d->plan.valueUses.end(),
+                    [](const ValueUse& use) { return use.isKeyed; })) {
+        d->applyKeys();
+    }
+    if (d->plan.graph.camera && d->plan.graph.camera->orbit) {
+        d->updateView();
+    }
+}
+
+int RenderGraph::frameNumber() const
+{
+    return d->frameNumber;
 }
 
 Texture* RenderGraph::image() const
@@ -243,6 +275,20 @@ bool RenderGraph::setInput(const QString& pass, const QString& port, const QVari
     return d->setInput(pass, port, convert, error);
 }
 
+void RenderGraph::Private::applyKeys()
+{
+    keyError.clear();
+    const Parameters parameters(plan.graph);
+    const auto isKeyedNow = [&](const QJsonValue& used) {
+        return !parameters.resolve(used, frameNumber).keyed.isUndefined();
+    };
+    if (const auto changes = updateValues(plan, isKeyedNow, frameNumber, &keyError)) {
+        apply(*changes);
+    } else {
+        keyError = u"%1, in frame %2"_s.arg(keyError).arg(frameNumber);
+    }
+}
+
 void RenderGraph::Private::apply(const ValueChanges& changes)
 {
     for (const ValueChanges::Input& change : changes.inputs) {
@@ -277,28 +323,12 @@ bool RenderGraph::setParameter(const QString& name, const QJsonValue& value, QSt
     const QJsonValue before = parameter.value;
     parameter.value = value;
     const auto follows = [&](const QJsonValue& used) { return parameters.leadsTo(used, name); };
-    const std::optional<ValueChanges> changes = updateValues(d->plan, follows, d->frame, error);
+    const std::optional<ValueChanges> changes = updateValues(d->plan, follows, d->frameNumber, error);
     if (!changes) {
         parameter.value = before;
         *error = printable(*error);
         return false;
     }
-    d->apply(*changes);
-    return true;
-}
-
-bool RenderGraph::applyKeys(double frame, QString* error)
-{
-    const Parameters parameters(d->plan.graph);
-    const auto follows = [&](const QJsonValue& used) {
-        return !parameters.resolve(used, frame).keyed.isUndefined();
-    };
-    const std::optional<ValueChanges> changes = updateValues(d->plan, follows, frame, error);
-    if (!changes) {
-        *error = printable(u"%1, in frame %2"_s.arg(*error).arg(frame));
-        return false;
-    }
-    d->frame = frame;
     d->apply(*changes);
     return true;
 }

@@ -48,7 +48,9 @@ const PassDescription& TemporalAARenderPass::description()
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning = u"mean of the frames after the frame of the last restart, alpha included; "
                                 "best at frame 31 of a still view, where the jitter ends; RGBA8, "
-                                "rounded every frame; pooled, and kept by the pass from frame to frame"_s}}};
+                                "rounded every frame; pooled, and kept by the pass from frame to frame"_s}},
+        .historyFrames = PassDescription::unlimitedHistory,
+        .restartInput = u"Qel_bool_Dirty"_s};
     return description;
 }
 

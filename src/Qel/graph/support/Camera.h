@@ -12,6 +12,11 @@ namespace Morvane::Qel {
 /// box, or one with corners that are not finite, gives an arbitrary valid camera.
 CameraDescription fitCamera(const QPair<QVector3D, QVector3D>& bounds, const QSize& viewport);
 
+/// The camera of a frame: the graph's, at its place in its orbit if it has one, or one fitted to the box
+/// around the models.
+CameraDescription cameraOfFrame(const GraphDescription& graph, int frame,
+                                const QPair<QVector3D, QVector3D>& bounds);
+
 /// The error message for a viewport size, empty for a valid one. `limit` is the driver's maximum texture
 /// size, 0 if it is not known yet.
 QString viewportError(const QSize& size, int limit = 0);

@@ -65,9 +65,9 @@ public:
 
     void read()
     {
-        const QJsonObject root =
-            object(m_root, {},
-                   {"viewport", "camera", "models", "lights", "passes", "output", "parameters", "include"});
+        const QJsonObject root = object(m_root, {},
+                                        {"$schema", "viewport", "camera", "animation", "settle", "models",
+                                         "lights", "passes", "output", "parameters", "include"});
         readParameters(root[u"parameters"]);
         readIncludes(root[u"include"]);
         m_parameters.emplace(m_graph);
@@ -80,6 +80,12 @@ public:
         if (root.contains(u"camera")) {
             unbind(u"camera"_s);
             m_graph.camera = readCamera(root[u"camera"]);
+        }
+        if (root.contains(u"animation")) {
+            m_graph.animation = readAnimation(root[u"animation"]);
+        }
+        if (root.contains(u"settle")) {
+            m_graph.settle = constant(root[u"settle"], u"int"_s, u"settle"_s).toInt();
         }
         readModels(root[u"models"], &m_graph.models);
         readLights(root[u"lights"], &m_graph.lights);
@@ -354,30 +360,72 @@ private:
         m_graph.viewport = constant(bound(value, path), u"QSize"_s, path).toSize();
     }
 
+    /// Reads a member with its type, if it is there.
+    template<class Value>
+    void read(const QJsonObject& members, const QString& path, const QString& key, const char* type,
+              Value* result)
+    {
+        if (members.contains(key)) {
+            *result = constant(members[key], QLatin1StringView(type), memberPath(path, key)).value<Value>();
+        }
+    }
+
     CameraDescription readCamera(const QJsonValue& value)
     {
         const QString path = u"camera"_s;
-        const QJsonObject members = object(value, path, {"eye", "target", "up", "fovY", "near", "far"});
+        const QJsonObject members =
+            object(value, path, {"eye", "target", "up", "orbit", "fovY", "near", "far"});
         CameraDescription camera;
-        const auto readVector = [&](const QString& key, QVector3D* result, bool required) {
-            if (members.contains(key)) {
-                *result = constant(members[key], u"QVector3D"_s, memberPath(path, key)).value<QVector3D>();
-            } else if (required) {
-                error(path, u"\"%1\" is missing"_s.arg(key));
+        const bool hasOrbit = members.contains(u"orbit");
+        if (hasOrbit) {
+            camera.orbit = readOrbit(members[u"orbit"]);
+            camera.nearPlane = 0.0F;
+            camera.farPlane = 0.0F;
+        } else if (!members.contains(u"eye")) {
+            error(path, u"\"eye\" is missing"_s);
+        }
+        for (const QString& key : {u"eye"_s, u"target"_s, u"up"_s}) {
+            if (hasOrbit && members.contains(key)) {
+                error(memberPath(path, key),
+                      u"cannot be combined with \"orbit\", which sets it; remove one of them"_s);
             }
-        };
-        const auto readNumber = [&](const QString& key, float* result) {
-            if (members.contains(key)) {
-                *result = constant(members[key], u"float"_s, memberPath(path, key)).toFloat();
-            }
-        };
-        readVector(u"eye"_s, &camera.eye, true);
-        readVector(u"target"_s, &camera.target, false);
-        readVector(u"up"_s, &camera.up, false);
-        readNumber(u"fovY"_s, &camera.fovY);
-        readNumber(u"near"_s, &camera.nearPlane);
-        readNumber(u"far"_s, &camera.farPlane);
+        }
+        read(members, path, u"eye"_s, "QVector3D", &camera.eye);
+        read(members, path, u"target"_s, "QVector3D", &camera.target);
+        read(members, path, u"up"_s, "QVector3D", &camera.up);
+        read(members, path, u"fovY"_s, "float", &camera.fovY);
+        read(members, path, u"near"_s, "float", &camera.nearPlane);
+        read(members, path, u"far"_s, "float", &camera.farPlane);
         return camera;
+    }
+
+    OrbitDescription readOrbit(const QJsonValue& value)
+    {
+        const QString path = u"camera.orbit"_s;
+        const QJsonObject members =
+            object(value, path, {"target", "turns", "startAngle", "elevation", "distance"});
+        OrbitDescription orbit;
+        if (members.contains(u"target")) {
+            read(members, path, u"target"_s, "QVector3D", &orbit.target.emplace());
+        }
+        read(members, path, u"turns"_s, "float", &orbit.turns);
+        read(members, path, u"startAngle"_s, "float", &orbit.startAngle);
+        read(members, path, u"elevation"_s, "float", &orbit.elevation);
+        read(members, path, u"distance"_s, "float", &orbit.distance);
+        return orbit;
+    }
+
+    AnimationDescription readAnimation(const QJsonValue& value)
+    {
+        const QString path = u"animation"_s;
+        const QJsonObject members = object(value, path, {"frames", "fps"});
+        AnimationDescription animation;
+        if (!members.contains(u"frames")) {
+            error(path, u"\"frames\" is missing"_s);
+        }
+        read(members, path, u"frames"_s, "int", &animation.frames);
+        read(members, path, u"fps"_s, "float", &animation.fps);
+        return animation;
     }
 
     void readModels(const QJsonValue& value, std::vector<ModelDescription>* models)
@@ -415,19 +463,13 @@ private:
             const QJsonObject members = object(elements[i], path, known);
             LightDescription light;
             light.type = requiredString(members, path, u"type"_s);
-            const auto read = [&]<class Value>(const QString& key, const char* type, Value* result) {
-                if (members.contains(key)) {
-                    *result =
-                        constant(members[key], QLatin1StringView(type), memberPath(path, key)).value<Value>();
-                }
-            };
-            read(u"position"_s, "QVector3D", &light.position);
-            read(u"direction"_s, "QVector3D", &light.direction);
-            read(u"color"_s, "QVector3D", &light.color);
-            read(u"intensity"_s, "float", &light.intensity);
-            read(u"angle"_s, "float", &light.angle);
-            read(u"range"_s, "float", &light.range);
-            read(u"cascades"_s, "int", &light.cascades);
+            read(members, path, u"position"_s, "QVector3D", &light.position);
+            read(members, path, u"direction"_s, "QVector3D", &light.direction);
+            read(members, path, u"color"_s, "QVector3D", &light.color);
+            read(members, path, u"intensity"_s, "float", &light.intensity);
+            read(members, path, u"angle"_s, "float", &light.angle);
+            read(members, path, u"range"_s, "float", &light.range);
+            read(members, path, u"cascades"_s, "int", &light.cascades);
             lights->push_back(light);
         }
     }

@@ -33,16 +33,43 @@ QString vectorText(const QVector3D& vector)
     return u"[%1, %2, %3]"_s.arg(number(vector.x()), number(vector.y()), number(vector.z()));
 }
 
-QString cameraText(const CameraDescription& camera)
-{
-    return uR"({"eye": %1, "target": %2, "up": %3, "fovY": %4, "near": %5, "far": %6})"_s.arg(
-        vectorText(camera.eye), vectorText(camera.target), vectorText(camera.up), number(camera.fovY),
-        number(camera.nearPlane), number(camera.farPlane));
-}
-
 QString member(const QString& name, const QJsonValue& value)
 {
     return jsonText(name) + u": "_s + jsonText(value);
+}
+
+QString orbitText(const OrbitDescription& orbit)
+{
+    QString text = uR"("turns": %1, "startAngle": %2, "elevation": %3)"_s.arg(
+        number(orbit.turns), number(orbit.startAngle), number(orbit.elevation));
+    if (orbit.distance != 0.0F) {
+        text += u", \"distance\": %1"_s.arg(number(orbit.distance));
+    }
+    return orbit.target ? u"\"target\": %1, %2"_s.arg(vectorText(*orbit.target), text) : text;
+}
+
+QString cameraText(const CameraDescription& camera)
+{
+    QStringList members;
+    const auto write = [&](const char* key, const QString& text) {
+        members.append(u"\"%1\": %2"_s.arg(QLatin1StringView(key), text));
+    };
+    if (camera.orbit) {
+        write("orbit", u"{%1}"_s.arg(orbitText(*camera.orbit)));
+    } else {
+        write("eye", vectorText(camera.eye));
+        write("target", vectorText(camera.target));
+        write("up", vectorText(camera.up));
+    }
+    write("fovY", number(camera.fovY));
+    // With an orbit, planes of 0 are fitted.
+    if (!camera.orbit || camera.nearPlane != 0.0F) {
+        write("near", number(camera.nearPlane));
+    }
+    if (!camera.orbit || camera.farPlane != 0.0F) {
+        write("far", number(camera.farPlane));
+    }
+    return u"{%1}"_s.arg(members.join(u", "_s));
 }
 
 /// Only keys that the type has, and optional ones only if they differ from their default.
@@ -101,6 +128,13 @@ public:
         parts.append(u"\"viewport\": "_s + bound(u"viewport"_s, viewportText(m_graph.viewport)));
         if (m_graph.camera) {
             parts.append(u"\"camera\": "_s + bound(u"camera"_s, cameraText(*m_graph.camera)));
+        }
+        if (m_graph.animation) {
+            parts.append(u"\"animation\": {\"frames\": %1, \"fps\": %2}"_s.arg(m_graph.animation->frames)
+                             .arg(number(m_graph.animation->fps)));
+        }
+        if (m_graph.settle != GraphDescription().settle) {
+            parts.append(u"\"settle\": %1"_s.arg(m_graph.settle));
         }
         QStringList models;
         for (const ModelDescription& model : m_graph.models) {

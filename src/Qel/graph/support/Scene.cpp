@@ -121,6 +121,22 @@ void Scene::setView(const CameraDescription& camera, const QSize& viewport)
     setFrameValue(FrameValue::FarPlane, camera.farPlane);
 }
 
+void Scene::setClock(int frameNumber, float fps)
+{
+    const double rate = fps;
+    setFrameValue(FrameValue::Time, static_cast<float>(frameNumber / rate));
+    setFrameValue(FrameValue::FrameNumber, frameNumber);
+    setFrameValue(FrameValue::DeltaTime, static_cast<float>(1.0 / rate));
+}
+
+void Scene::setNewFrame(bool isNew)
+{
+    const QVariant& current = frameValue(FrameValue::NewFrame);
+    if (!current.isValid() || current.toBool() != isNew) {
+        setFrameValue(FrameValue::NewFrame, isNew);
+    }
+}
+
 void Scene::setFrameValue(FrameValue value, const QVariant& content)
 {
     m_frameValues[static_cast<size_t>(value)] = content;
