@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QHash>
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QSize>
@@ -12,6 +13,19 @@
 #include <Qel/graph/Export.h>
 
 namespace Morvane::Qel {
+
+class PassRegistry;
+
+/// Where something is written. Descriptions that differ only in this are equal.
+struct SourcePlace
+{
+    /// Path of a graph file, from whose folder relative paths start; empty for the file of the graph itself.
+    QString file;
+    /// Line in the file, from 1; 0 if it is not known.
+    int line = 0;
+
+    bool operator==(const SourcePlace&) const { return true; }
+};
 
 /// A camera that circles around a target, with y up. Its position depends on the frame number.
 struct OrbitDescription
@@ -94,7 +108,32 @@ struct ModelDescription
     bool operator==(const ModelDescription&) const = default;
 };
 
-/// The value of a pass input: "@pass.Port", "@model", "@FrameValue" or a JSON constant.
+/// A named value, which "$name" stands for in inputs, options, the camera, lights, models and the viewport.
+struct ParameterDescription
+{
+    QString name;
+    /// A JSON constant, "@pass.Port", "@model", "$name" of another parameter, or keyed values:
+    /// {"keys": [[FRAME, VALUE], ...], "ease": "smooth", "linear" or "step"}.
+    QJsonValue value;
+    SourcePlace source = {};
+
+    bool operator==(const ParameterDescription&) const = default;
+};
+
+/// A value outside the passes that is a parameter or keyed. The member of the description holds its value in
+/// frame 0.
+struct BoundValue
+{
+    /// As in messages, such as "camera.eye" or "lights[0].intensity".
+    QString place;
+    /// "$name" or keyed values.
+    QJsonValue value;
+    SourcePlace source = {};
+
+    bool operator==(const BoundValue&) const = default;
+};
+
+/// The value of a pass input: "@pass.Port", "@model", "@FrameValue", "$parameter" or a JSON constant.
 struct InputSetting
 {
     /// Short or full name of the port.
@@ -110,7 +149,9 @@ struct PassSetting
     QString name;
     QString type;
     std::vector<InputSetting> inputs;
+    /// Any of the values, also inside of lists of objects, may be "$parameter".
     QJsonObject options;
+    SourcePlace source = {};
 
     bool operator==(const PassSetting&) const = default;
 };
@@ -125,6 +166,8 @@ struct QEL_GRAPH_EXPORT GraphDescription
     QSize viewport{1280, 720};
     /// If not set, the view is fitted to the models.
     std::optional<CameraDescription> camera;
+    std::vector<ParameterDescription> parameters;
+    std::vector<BoundValue> boundValues;
     /// If not set, the graph has one image, frame 0; the clock then runs at 30 frames per second.
     std::optional<AnimationDescription> animation;
     /// How many times a frame is rendered, with the clock standing, until its image counts, 1 to 10000: a
@@ -137,22 +180,30 @@ struct QEL_GRAPH_EXPORT GraphDescription
     /// "@pass.Port", the texture that holds the output image; empty for a graph that only draws to the
     /// screen.
     QString output;
+    /// The assignments made with `set`, by the place in messages of what they set; errors in these values
+    /// then name the assignment.
+    QHash<QString, QString> assignments;
 
     bool operator==(const GraphDescription&) const = default;
 
     /// Name of the graph in messages: its file, or "graph" if it has none.
     QString displayName() const;
-    /// Makes a path of the graph absolute; an empty path stays empty.
-    QString resolvePath(const QString& path) const;
+    /// Makes a path absolute that is written in one of the graph's files (SourcePlace::file); an empty path
+    /// stays empty.
+    QString resolvePath(const QString& path, const QString& writtenIn = {}) const;
 
     /// Replaces the file of the first model, or adds a model named "model" if there is none. `modelFile` is
     /// relative to the current folder. Removes the camera, so that the view is fitted to the new model.
     void replaceModel(const QString& modelFile);
 
-    /// Sets an input from "PASS.PORT=VALUE", replacing its value in the graph. VALUE is JSON, or else a
-    /// string: 0.5, true, #ff8000, [1,2,3], @blur.Frame. A string that names an existing file relative to the
-    /// current folder becomes the absolute path of that file. Returns false with one line in `error` if the
-    /// assignment is malformed or the graph has no such pass; planGraph checks the port and the value.
+    /// Sets a value from "WHAT=VALUE", replacing the one in the graph. WHAT is the name of a parameter,
+    /// "PASS.PORT", "PASS.OPTION", "viewport", a member of the camera such as "camera.eye", or of a light,
+    /// such as "lights.0.intensity". VALUE is JSON, or else a string: 0.5, true, #ff8000, [1,2,3],
+    /// @blur.Frame. A string that names an existing file relative to the current folder becomes the absolute
+    /// path of that file. Returns false with one line in `error`, "--set WHAT=VALUE: what is wrong", if the
+    /// assignment is malformed or the graph has no such parameter, pass or member; planGraph checks the rest.
+    bool set(const QString& assignment, const PassRegistry& registry, QString* error);
+    /// The same with the built-in passes.
     bool set(const QString& assignment, QString* error);
 };
 

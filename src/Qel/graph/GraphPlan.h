@@ -82,8 +82,25 @@ struct PlannedPass
     QString cullReason;
 };
 
+/// A place in a graph that takes the value of a parameter, or keyed values.
+struct ValueUse
+{
+    /// As in messages, such as "blur.Radius" or "camera.eye".
+    QString place;
+    /// "$name" or keyed values.
+    QJsonValue value;
+    SourcePlace source = {};
+    /// For an input, the indices in GraphPlan::passes and PlannedPass::inputs; otherwise -1.
+    int pass = -1;
+    int input = -1;
+    /// Whether the value changes with the frame number.
+    bool isKeyed = false;
+    /// Whether the value cannot change once the graph is created: options, connections, models, the viewport.
+    bool isFixed = false;
+};
+
 /// A graph that passed all checks, ready to be created with RenderGraph::create.
-struct GraphPlan
+struct QEL_GRAPH_EXPORT GraphPlan
 {
     GraphDescription graph;
     /// All passes, in file order.
@@ -98,6 +115,11 @@ struct GraphPlan
     /// Pass and output port that hold the graph's output image; both -1 if the graph has none.
     int outputPass = -1;
     int outputPort = -1;
+    /// The uses of all parameters and keyed values.
+    std::vector<ValueUse> valueUses;
+
+    /// The uses of a parameter of the graph, also through other parameters.
+    std::vector<ValueUse> usesOf(const QString& parameter) const;
 };
 
 /// Checks all of a graph that can be checked without GL and resolves it. Returns nothing if there are errors;

@@ -72,7 +72,8 @@ public:
     /// @{
 
     /// Sets the number of the next frame, 0 at first; those after the end of the animation continue it. This
-    /// sets the frame values Time (seconds: number / fps) and FrameNumber and moves a camera in orbit. The
+    /// sets the frame values Time (seconds: number / fps) and FrameNumber, moves a camera in orbit and sets
+    /// the keyed values of the frame; where the camera or a light is then not valid, renderFrame says so. The
     /// next renderFrame also gets the frame value NewFrame as true, further ones as false.
     void setFrameNumber(int number);
     int frameNumber() const;
@@ -123,6 +124,10 @@ public:
     /// the input. Returns false with one line in `error` if there is no such input, if it is connected, or if
     /// the value has another type.
     bool setInput(const QString& pass, const QString& port, const QVariant& value, QString* error);
+    /// Sets a parameter of the graph in all its uses, to a constant written as in a graph file. Returns false
+    /// with one line in `error`, and keeps all values, if there is no such parameter, if the value does not
+    /// fit a use, or if a use is fixed once the graph is created (ValueUse::isFixed).
+    bool setParameter(const QString& name, const QJsonValue& value, QString* error);
     /// Replaces the lights of all passes. Returns false with one line in `error`, and keeps the lights, if
     /// one has a value out of its range.
     bool setLights(const std::vector<LightDescription>& lights, QString* error);

@@ -12,5 +12,6 @@ ExitCode passes(const QStringList& arguments);
 ExitCode graph(const QStringList& arguments);
 ExitCode compare(const QStringList& arguments);
 ExitCode info(const QStringList& arguments);
+ExitCode schema(const QStringList& arguments);
 
 } // namespace Morvane::Qel::App

@@ -31,6 +31,7 @@ constexpr std::array commands = {
     Command{"graph", "checks a graph and prints its passes in execution order, or draws it", graph},
     Command{"compare", "compares two images, or the images of two folders", compare},
     Command{"info", "prints the GL driver, its limits and extensions", info},
+    Command{"schema", "prints the JSON Schema of graph files", schema},
 };
 
 QString help()
