@@ -1,11 +1,16 @@
+#include <QDir>
+#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
+#include <QRegularExpression>
 
 #include <gtest/gtest.h>
 
 #include <Qel/graph/ImageIO.h>
 
 #include "support/Folder.h"
+#include "support/Paths.h"
 #include "support/Program.h"
 
 namespace Morvane::Qel::Test {
@@ -29,6 +34,25 @@ const QString shaderGraph = R"({"viewport": [16, 16],
                {"name": "unused", "type": "GradientRenderPass"}],
     "output": "@ramp.Frame"})";
 
+/// Six frames of one colour: an eighth of the time in red, the offset of the jitter in green and blue. %1 is
+/// "settle", %2 restarts the jitter and the mean.
+const QString animation = R"({"viewport": [16, 16], "animation": {"frames": 6, "fps": 4}, "settle": %1,
+    "passes": [{"name": "jitter", "type": "TemporalAAJitterPass", "inputs": {"Dirty": %2}},
+               {"name": "clock", "type": "ShaderRenderPass",
+                "options": {"inputs": ["Qel_QRect_Viewport", "Qel_float_Time", "Qel_QMatrix4x4_Projection"],
+                            "outputs": ["Qel_QelTexture*_Frame"], "fragmentShader": "clock.frag"},
+                "inputs": {"Projection": "@jitter.ProjectionMatrix"}},
+               {"name": "mean", "type": "TemporalAARenderPass",
+                "inputs": {"Frame": "@clock.Frame", "Dirty": %2}}],
+    "output": "@mean.Frame"})";
+
+const QString clockShader = R"(#version 150
+uniform float Qel_float_Time;
+uniform mat4 Qel_QMatrix4x4_Projection;
+out vec4 o_Frame;
+void main() { o_Frame = vec4(Qel_float_Time / 8.0, 0.5 + 8.0 * Qel_QMatrix4x4_Projection[2].xy, 1.0); }
+)";
+
 class RenderCommand : public testing::Test, protected Folder
 {
 protected:
@@ -36,6 +60,7 @@ protected:
     {
         write("ramp.json", shaderGraph);
         write("ramp.frag", ramp);
+        write("clock.frag", clockShader);
         // Without an output, the image is what the graph draws to the screen.
         write("screen.json", QString(shaderGraph).replace("\"output\": \"@ramp.Frame\"", "\"lights\": []"));
     }
@@ -84,6 +109,87 @@ TEST_F(RenderCommand, NumberInTheNameWritesEveryFrame)
     }
     EXPECT_EQ(files("*.png"), (QStringList{"100%-0.png", "100%-1.png", "f000.png", "f001.png", "last.png"}));
     EXPECT_EQ(contents("last.png"), contents("f001.png"));
+}
+
+TEST_F(RenderCommand, PartsOfASequenceEqualTheWhole)
+{
+    for (const bool hasHistory : {true, false}) {
+        const QString name = hasHistory ? "history" : "settled";
+        const QString dirty = hasHistory ? "false" : "\"@NewFrame\"";
+        write(name + ".json", animation.arg(hasHistory ? 1 : 3).arg(dirty));
+        EXPECT_EQ(render(name + ".json", {"--output", path(name + "%02d.png")}).errors, QString());
+        EXPECT_EQ(render(name + ".json", {"--frames", "3..5", "--output", path(name + "-part%d.png")}).errors,
+                  QString());
+        EXPECT_EQ(files(name + "*.png").size(), 6 + 3);
+        for (int frame = 3; frame < 6; ++frame) {
+            const QByteArray whole = contents(QString("%1%2.png").arg(name).arg(frame, 2, 10, QChar('0')));
+            EXPECT_EQ(contents(QString("%1-part%2.png").arg(name).arg(frame)), whole) << frame;
+            EXPECT_NE(contents(QString("%1-part%2.png").arg(name).arg(frame == 5 ? 3 : 5)), whole) << frame;
+        }
+        // The mean of frames 1 to 5, rounded in each of them, or frame 5 alone, at 5/4 seconds.
+        EXPECT_NEAR(image(name + "05.png").sample(0, 0, 0), (hasHistory ? 3.0 : 5.0) / 4.0 / 8.0,
+                    2.0 / 255.0);
+        EXPECT_EQ(runProgram({"graph", path(name + ".json")}).output.contains("\nrun-up: all frames from 0"),
+                  hasHistory);
+    }
+}
+
+TEST_F(RenderCommand, VideosHoldAllFramesInTheirColors)
+{
+    write("moving.json", animation.arg(1).arg("true"));
+    EXPECT_EQ(render("moving.json", {"--output", path("%d.png")}).errors, QString());
+    for (const char* name : {"video.mp4", "video.webm", "video.gif"}) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(render("moving.json", {"--output", path(name)}).errors, QString());
+        QProcess decoder;
+        decoder.start("ffmpeg",
+                      {"-v", "error", "-i", path(name), "-f", "rawvideo", "-pix_fmt", "rgb24", "-"});
+        ASSERT_TRUE(decoder.waitForFinished());
+        const QByteArray pixels = decoder.readAllStandardOutput();
+        constexpr qsizetype frameSize = qsizetype{16} * 16 * 3;
+        ASSERT_EQ(pixels.size(), 6 * frameSize);
+        for (int frame = 0; frame < 6; ++frame) {
+            const Image expected = image(QString("%1.png").arg(frame));
+            for (int c = 0; c < 3; ++c) {
+                // The encoders are lossy, and video has fewer steps between black and white.
+                EXPECT_NEAR(static_cast<quint8>(pixels[frame * frameSize + c]),
+                            255.0 * expected.sample(0, 0, c), 4.0)
+                    << "frame " << frame;
+            }
+        }
+    }
+    EXPECT_TRUE(
+        runProgram({"render", path("moving.json"), "--output", path("no.mp4")}, {"PATH=/nowhere"})
+            .isOneError("no.mp4: cannot be written: there is no program ffmpeg, which encodes videos; "
+                        "install the Debian package ffmpeg"));
+    EXPECT_EQ(files("no.mp4*"), QStringList());
+}
+
+TEST_F(RenderCommand, SequencesThatEndEarlySayWhatTheyWrote)
+{
+    write("moving.json", animation.arg(1).arg("true"));
+    ASSERT_TRUE(QDir(path({})).mkpath("f3.png"));
+    EXPECT_TRUE(render("moving.json", {"--output", path("f%d.png")})
+                    .isOneError("choose a regular file or a new name; frames 0 to 2 were written"));
+    for (const char* pattern : {"long%d.png", "long.mp4"}) {
+        QProcess program;
+        program.start(programPath(), {"render", path("moving.json"), "--device", "software", "--frames",
+                                      "0..999999", "--output", path(pattern)});
+        // The first image, or what an unfinished video is called.
+        while (files("long?*").isEmpty() && program.state() != QProcess::NotRunning) {
+            program.waitForFinished(20);
+        }
+        program.terminate();
+        ASSERT_TRUE(program.waitForFinished());
+        EXPECT_EQ(program.exitStatus(), QProcess::CrashExit) << "ended by the signal";
+        const QString errors = QString::fromLocal8Bit(program.readAllStandardError());
+        EXPECT_TRUE(errors.startsWith("qel: interrupted; ")) << qPrintable(errors);
+        const QRegularExpressionMatch frames = QRegularExpression("frames 0 to (\\d+)").match(errors);
+        EXPECT_EQ(files("long*").size(), QString(pattern) == "long.mp4" ? 1 : frames.captured(1).toInt() + 1);
+        for (const QString& file : files("long*")) {
+            QFile::remove(path(file));
+        }
+    }
 }
 
 TEST_F(RenderCommand, DumpWritesEveryOutputOfEveryPassThatRuns)

@@ -133,6 +133,13 @@ graph.json:5:55: lights[2]: "type" is missing
 graph.json:6:1: passes: must be an array [...], not {}
 graph.json:3:21: models: duplicate key
 graph.json:6:33: output: duplicate key)");
+    expectErrors(
+        R"({"camera": {"orbit": {"turn": 1}, "eye": [0, 0, 1]}, "animation": {"frame": 9}, "settle": 1.5})",
+        R"(graph.json:1:23: camera.orbit.turn: unknown key; did you mean "turns"?
+graph.json:1:35: camera.eye: cannot be combined with "orbit", which sets it; remove one of them
+graph.json:1:68: animation.frame: unknown key; did you mean "frames"?
+graph.json:1:54: animation: "frames" is missing
+graph.json:1:81: settle: must be an integer, not 1.5)");
     EXPECT_FALSE(load("none.json"));
     EXPECT_TRUE(errors().startsWith("none.json: cannot be read: "));
     EXPECT_FALSE(load({}));
@@ -171,6 +178,15 @@ graph.json: output: must be "@pass.Port", not "a.Frame")");
                      "passes": [{"name": "a", "type": "Source"}]})",
                  "graph.json: camera.eye: must differ from the target\n"
                  "graph.json: output: must be a texture, but \"@a.ProjectionMatrix\" is QMatrix4x4");
+    expectErrors(R"({"camera": {"orbit": {"elevation": -90, "distance": -1}, "near": 2, "far": 1},
+                     "animation": {"frames": 0, "fps": -25}, "settle": 0, "output": "@a.Frame",
+                     "passes": [{"name": "a", "type": "Source"}]})",
+                 "graph.json: camera.orbit.elevation: must be above -90 and below 90 degrees\n"
+                 "graph.json: camera.orbit.distance: must be above 0, or 0 to fit it to the models\n"
+                 "graph.json: camera.far: must be above \"near\"\n"
+                 "graph.json: animation.frames: must be 1 to 1000000\n"
+                 "graph.json: animation.fps: must be above 0 and at most 1000 frames per second\n"
+                 "graph.json: settle: must be 1 to 10000");
     expectErrors(R"({"passes": [{"name": "a", "type": "Source"}]})",
                  "graph.json: output: the graph has no output and no pass that draws to the screen; "
                  "write \"output\": \"@pass.Port\"");
@@ -410,6 +426,34 @@ TEST_F(GraphCpuTest, PassesRunAfterTheirSourcesAndUnusedOnesAreCulled)
     EXPECT_EQ(plan.passes.at(2).cullReason, "only culled passes read its outputs: unused");
 }
 
+TEST_F(GraphCpuTest, HistoryAddsUpUnlessItRestartsWithEachFrame)
+{
+    PassRegistry registry;
+    const auto add = [&](const QString& type, int frames) {
+        PassDescription description{type,
+                                    {},
+                                    {{"Qel_QelTexture*_Frame", {}, {}}, {"Qel_bool_Dirty", {}, {}}},
+                                    {{"Qel_QelTexture*_Frame", {}}}};
+        description.historyFrames = frames;
+        description.restartInput = "Qel_bool_Dirty";
+        registry.add(description, nullptr);
+    };
+    add("Two", 2);
+    add("All", PassDescription::unlimitedHistory);
+    const auto runUp = [&](const QJsonValue& first, const QString& type, const QJsonValue& second) {
+        GraphDescription graph;
+        graph.passes = {{"a", "Two", {{"Dirty", first}}, {}},
+                        {"b", type, {{"Frame", "@a.Frame"}, {"Dirty", second}}, {}},
+                        {"culled", "All", {{"Dirty", false}}, {}}};
+        graph.output = "@b.Frame";
+        return planGraph(graph, registry, &m_errors).value_or(GraphPlan()).runUpFrames;
+    };
+    EXPECT_EQ(runUp(false, "Two", false), 4);
+    EXPECT_EQ(runUp(false, "All", false), PassDescription::unlimitedHistory);
+    EXPECT_EQ(runUp(false, "All", "@NewFrame"), 2);
+    EXPECT_EQ(runUp(true, "All", QJsonValue::Null), 0);
+}
+
 TEST_F(GraphCpuTest, PassesThatModifyATextureRunAfterItsOtherReaders)
 {
     const QByteArray text = R"({"passes": [
@@ -520,6 +564,20 @@ TEST_F(GraphCpuTest, SavedGraphsLoadUnchangedFromAnyFolder)
     orthographic.camera->height = 2.5F;
     ASSERT_TRUE(saveGraph(orthographic, path("second.json"), testRegistry(), &error));
     EXPECT_EQ(load("second.json")->camera->height, 2.5F);
+
+    const QByteArray orbit = R"({
+  "viewport": [640, 360],
+  "camera": {"orbit": {"target": [1, 2, 3], "turns": -2, "startAngle": 10, "elevation": 5, "distance": 7}, "fovY": 30, "far": 9},
+  "animation": {"frames": 120, "fps": 23.976},
+  "settle": 31,
+  "passes": [
+  ]
+}
+)";
+    write("orbit.json", orbit);
+    EXPECT_TRUE(saveGraph(load("orbit.json").value_or(GraphDescription()), path("saved.json"), testRegistry(),
+                          &error));
+    EXPECT_EQ(contents("saved.json").toStdString(), orbit.toStdString());
 
     // From another folder, the paths name the same files.
     ASSERT_TRUE(QDir(path({})).mkpath("deeper/down"));

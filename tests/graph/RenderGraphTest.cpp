@@ -56,7 +56,8 @@ public:
                  {"QelTexture*_Input", "QelTexture*_Other", "float_Amount", "QRect_Viewport",
                   "QMatrix4x4_ProjectionMatrix", "QMatrix4x4_CameraMatrix", "float_NearPlane",
                   "float_FarPlane", "QVector3D_SceneBoundsMin", "QVector3D_SceneBoundsMax",
-                  "QelGPUModel*_Geometry", "QList_QelShadowMapManagerLight*_Lights"}) {
+                  "QelGPUModel*_Geometry", "QList_QelShadowMapManagerLight*_Lights", "float_Time",
+                  "int_FrameNumber", "float_DeltaTime", "bool_NewFrame", "int_Time"}) {
                 pass.inputs.push_back({QString("Qel_") + port, {}, {}});
             }
             pass.inputs[2].defaultValue = 1.0F;
@@ -343,6 +344,70 @@ TEST_F(RenderGraphTest, FrameValuesDescribeTheCameraTheModelsAndTheLights)
     EXPECT_EQ(frameValues.mid(5, 3), (QVariantList{QVector3D(0, 0, 7), QVector3D(1, 1, 7),
                                                    QVariant::fromValue(graph->model("scene"))}));
     EXPECT_EQ(frameValues[8].toList().value(0).value<Light*>()->color, QVector3D(3, 3, 3));
+}
+
+TEST_F(RenderGraphTest, TheClockStandsUntilItIsSet)
+{
+    const QByteArray rest =
+        R"("passes": [{"name": "probe", "type": "TestPass"}], "output": "@probe.Output"})";
+    const auto clock = [](float time, int frame, float delta, bool isNew) {
+        // A port that is named like a frame value but has another type does not get it.
+        return QVariantList{time, frame, delta, isNew, QVariant()};
+    };
+    make("{" + rest);
+    render();
+    EXPECT_EQ(frameValues.mid(9), clock(0.0F, 0, 1.0F / 30.0F, true));
+    make(R"({"animation": {"frames": 2, "fps": 12.5},)" + rest);
+    graph->setFrameNumber(100);
+    EXPECT_EQ(graph->frameNumber(), 100);
+    render();
+    EXPECT_EQ(frameValues.mid(9), clock(8.0F, 100, 0.08F, true));
+    render();
+    EXPECT_EQ(frameValues.mid(9), clock(8.0F, 100, 0.08F, false));
+    graph->setFrameNumber(101);
+    render();
+    EXPECT_EQ(frameValues.mid(9), clock(8.08F, 101, 0.08F, true));
+}
+
+TEST_F(RenderGraphTest, AnOrbitKeepsTheModelInTheImage)
+{
+    write("cube.obj", cubeObj);
+    const auto orbit = [&](const QByteArray& members, const QSize& size) {
+        make(R"({"models": {"scene": "cube.obj"}, "animation": {"frames": 36}, "output": "@probe.Output",
+                 "passes": [{"name": "probe", "type": "TestPass"}], "camera": {"fovY": 40, "orbit": {)" +
+             members + "}}}");
+        QString error;
+        EXPECT_TRUE(graph && graph->setViewport(size, &error)) << qPrintable(m_errors.join("\n"));
+    };
+    for (const char* members : {R"("turns": -2)", R"("elevation": 80)", R"("elevation": -40)",
+                                R"("elevation": 30, "target": [4, -3, 0.5])"}) {
+        for (const QSize& size : {QSize(320, 180), QSize(90, 300)}) {
+            SCOPED_TRACE(members);
+            orbit(members, size);
+            float reach = 0.0F;
+            for (int frame = 0; frame < 36; ++frame) {
+                graph->setFrameNumber(frame);
+                render();
+                const QMatrix4x4 toClip =
+                    frameValues[1].value<QMatrix4x4>() * frameValues[2].value<QMatrix4x4>();
+                for (int corner = 0; corner < 8; ++corner) {
+                    const QVector3D ndc = toClip.map(QVector3D((corner & 1) != 0 ? 1.0F : -1.0F,
+                                                               (corner & 2) != 0 ? 2.0F : -2.0F,
+                                                               (corner & 4) != 0 ? 3.0F : -3.0F));
+                    reach = std::max({reach, std::abs(ndc.x()), std::abs(ndc.y())});
+                    EXPECT_LT(std::abs(ndc.z()), 1.0F);
+                }
+            }
+            EXPECT_LT(reach, 0.96F);
+            EXPECT_GT(reach, 0.90F);
+        }
+    }
+    // A quarter of the way around, counter-clockwise from 30 degrees.
+    orbit(R"("turns": 1, "startAngle": 30, "elevation": 45, "distance": 10, "target": [1, 0, 0])", {99, 99});
+    graph->setFrameNumber(9);
+    const QVector3D expected =
+        QVector3D(1, 0, 0) + 10.0F * std::sqrt(0.5F) * QVector3D(std::sqrt(0.75F), 1.0F, -0.5F);
+    EXPECT_LT((graph->camera().eye - expected).length(), 1e-5F);
 }
 
 TEST_F(RenderGraphTest, ShowsItsImageOfTheHostsTextureInAFramebufferOfTheHost)

@@ -176,6 +176,14 @@ struct PassDescription
     QStringList fullModeExtensions = {};
     /// What the pass does in reduced mode.
     QString reducedMode = {};
+    /// The number of earlier frames on which the outputs of a frame depend: 0 for a pass that keeps nothing
+    /// from frame to frame, except to save work; unlimitedHistory if every earlier frame counts.
+    int historyFrames = 0;
+    /// The full name of a bool input that makes the pass forget all earlier frames when it is true or not
+    /// set; empty if there is none.
+    QString restartInput = {};
+
+    static constexpr int unlimitedHistory = -1;
 };
 
 /// The parts of a port name Qel_<Type>_<Name>. A name of any other form is kept whole, with an empty type.

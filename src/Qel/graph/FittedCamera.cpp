@@ -4,61 +4,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
 #include <limits>
+
+#include <Qel/graph/support/PointBounds.h>
 
 namespace Morvane::Qel {
 
 namespace {
-
-/// The part of the image that the points span.
-constexpr float usedPart = 0.94F;
-
-/// The points without those whose squared distances overflow float.
-std::vector<QVector3D> usablePoints(const std::vector<QVector3D>& points)
-{
-    constexpr float largest = 1e15F;
-    std::vector<QVector3D> usable;
-    std::copy_if(points.begin(), points.end(), std::back_inserter(usable), [](const QVector3D& p) {
-        return std::abs(p.x()) < largest && std::abs(p.y()) < largest && std::abs(p.z()) < largest;
-    });
-    return usable;
-}
-
-struct Interval
-{
-    float low = std::numeric_limits<float>::infinity();
-    float high = -std::numeric_limits<float>::infinity();
-
-    void include(float value)
-    {
-        low = std::min(low, value);
-        high = std::max(high, value);
-    }
-    float length() const { return high - low; }
-    float center() const { return 0.5F * (low + high); }
-};
-
-/// An axis-aligned box by its centre and half its sides.
-struct Box
-{
-    QVector3D center;
-    QVector3D half;
-};
-
-Box boxAround(const std::vector<QVector3D>& points)
-{
-    Box box;
-    for (int axis = 0; axis < 3; ++axis) {
-        Interval side;
-        for (const QVector3D& p : points) {
-            side.include(p[axis]);
-        }
-        box.center[axis] = side.center();
-        box.half[axis] = 0.5F * side.length();
-    }
-    return box;
-}
 
 void appendCorners(std::vector<QVector3D>& points, const QVector3D& center, float half)
 {
@@ -112,7 +64,7 @@ CameraDescription fitCamera(const std::vector<QVector3D>& allPoints, const QSize
     const QVector3D towardsEye = viewpoint.normalized();
     const QVector3D right = QVector3D::crossProduct(camera.up, towardsEye).normalized();
     const QVector3D up = QVector3D::crossProduct(towardsEye, right);
-    const float tangent = usedPart * std::tan(qDegreesToRadians(camera.fovY) / 2.0F);
+    const float tangent = fittedPart * std::tan(qDegreesToRadians(camera.fovY) / 2.0F);
     Wedge horizontal(tangent * static_cast<float>(viewport.width()) / static_cast<float>(viewport.height()));
     Wedge vertical(tangent);
     Interval depth;

@@ -64,11 +64,27 @@ public:
     RenderGraph(const RenderGraph&) = delete;
     RenderGraph& operator=(const RenderGraph&) = delete;
 
-    /// Renders one frame. Framebuffer 0 must be at least as large as the viewport if a pass draws to the
-    /// screen. Returns false with one line in `error` if the graph's context is not current, a shader program
-    /// failed to build (the compiler's messages are logged), there was a GL error in a pass, a pass set an
-    /// error code or could not read an image file, or the graph's output is empty.
+    /// Renders one frame, the one that setFrameNumber chose. Framebuffer 0 must be at least as large as the
+    /// viewport if a pass draws to the screen. Returns false with one line in `error` if the graph's context
+    /// is not current, a shader program failed to build (the compiler's messages are logged), there was a GL
+    /// error in a pass, a pass set an error code or could not read an image file, or the graph's output is
+    /// empty.
     bool renderFrame(QString* error);
+
+    /// \name Clock
+    /// The clock stands until setFrameNumber moves it; renderFrame does not. An application that plays an
+    /// animation calls setFrameNumber before each frame, either with the next number or with the elapsed
+    /// seconds times `fps`; one without animations need not call it. renderSequenceFrame renders
+    /// frames whose images do not depend on what was rendered before.
+    /// @{
+
+    /// Sets the number of the next frame, 0 at first; those after the end of the animation continue it. This
+    /// sets the frame values Time (seconds: number / fps) and FrameNumber, moves a camera in orbit and sets
+    /// the keyed values of the frame; where the camera or a light is then not valid, renderFrame says so. The
+    /// next renderFrame also gets the frame value NewFrame as true, further ones as false.
+    void setFrameNumber(int number);
+    int frameNumber() const;
+    /// @}
 
     /// \name Results
     /// Results of the last frame, valid until the next frame or releaseOutputs; none while the graph's
@@ -120,6 +136,10 @@ public:
     /// the input. Returns false with one line in `error` if there is no such input, if it is connected, or if
     /// the value has another type.
     bool setInput(const QString& pass, const QString& port, const QVariant& value, QString* error);
+    /// Sets a parameter of the graph in all its uses, to a constant written as in a graph file. Returns false
+    /// with one line in `error`, and keeps all values, if there is no such parameter, if the value does not
+    /// fit a use, or if a use is fixed once the graph is created (ValueUse::isFixed).
+    bool setParameter(const QString& name, const QJsonValue& value, QString* error);
     /// Replaces the lights of all passes. Returns false with one line in `error`, and keeps the lights, if
     /// one has a value out of its range.
     bool setLights(const std::vector<LightDescription>& lights, QString* error);
@@ -132,7 +152,8 @@ public:
     /// An orthographic camera logs a warning for each input that needs a perspective one
     /// (GraphPlan::perspectiveNeeds).
     void setCamera(const CameraDescription& camera);
-    /// The camera in use; fitted to the models if the graph has none.
+    /// The camera of the set frame: fitted to the models if the graph has none, and at its place in its
+    /// orbit.
     CameraDescription camera() const;
     /// @}
 

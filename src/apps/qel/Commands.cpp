@@ -12,6 +12,7 @@ const std::vector<Command>& commands()
         {"model", "prints the bounds, meshes, materials and textures of a model file", declareModel, model},
         {"compare", "compares two images, or the images of two folders", declareCompare, compare},
         {"info", "prints the GL driver, its limits and extensions", declareInfo, info},
+        {"schema", "prints the JSON Schema of graph files", declareSchema, schema},
     };
     return all;
 }

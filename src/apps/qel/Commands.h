@@ -20,6 +20,8 @@ void declareCompare(Arguments& options);
 ExitCode compare(const Arguments& options);
 void declareInfo(Arguments& options);
 ExitCode info(const Arguments& options);
+void declareSchema(Arguments& options);
+ExitCode schema(const Arguments& options);
 
 struct Command
 {

@@ -4,6 +4,7 @@
 #include <QStringList>
 
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <utility>
@@ -139,7 +140,8 @@ Progress::Progress(QString unit, int total)
     : m_unit(std::move(unit))
     , m_total(total)
     , m_onTerminal(isatty(STDERR_FILENO) == 1 && messageVerbosity != Verbosity::Quiet)
-    , m_nextUpdate(Clock::now() + std::chrono::seconds(1))
+    , m_begin(Clock::now())
+    , m_nextUpdate(m_begin + std::chrono::seconds(1))
 {
 }
 
@@ -155,7 +157,10 @@ void Progress::update(int done)
         return;
     }
     m_nextUpdate = now + std::chrono::milliseconds(200);
-    std::fprintf(stderr, "\r%s %d of %d\033[K", qUtf8Printable(m_unit), done, m_total);
+    const double perSecond = done / std::chrono::duration<double>(now - m_begin).count();
+    const int secondsLeft = static_cast<int>(std::ceil((m_total - done) / perSecond));
+    std::fprintf(stderr, "\r%s %d of %d, %.*f per second, %d min %d s left\033[K", qUtf8Printable(m_unit),
+                 done, m_total, perSecond < 10.0 ? 1 : 0, perSecond, secondsLeft / 60, secondsLeft % 60);
     std::fflush(stderr);
     progressShown = true;
 }

@@ -48,8 +48,8 @@ private:
     int m_errors;
 };
 
-/// A progress line such as "frame 12 of 500", shown on a terminal after one second and erased at the end;
-/// never if the program is quiet.
+/// A progress line such as "frame 12 of 500, 3.1 per second, 2 min 37 s left", shown on a terminal after one
+/// second and erased at the end; never if the program is quiet.
 class Progress
 {
 public:
@@ -66,6 +66,7 @@ private:
     QString m_unit;
     int m_total;
     bool m_onTerminal;
+    Clock::time_point m_begin;
     Clock::time_point m_nextUpdate;
 };
 

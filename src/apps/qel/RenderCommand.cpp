@@ -3,15 +3,20 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <algorithm>
+#include <iterator>
+
 #include <Qel/gl/ShaderProgram.h>
 #include <Qel/graph/GraphReview.h>
 #include <Qel/graph/ImageIO.h>
 #include <Qel/graph/RenderGraph.h>
+#include <Qel/graph/Sequence.h>
 
 #include "Arguments.h"
 #include "Console.h"
 #include "Dump.h"
 #include "OutputFiles.h"
+#include "Sequence.h"
 #include "Setup.h"
 
 using namespace Qt::StringLiterals;
@@ -42,17 +47,19 @@ QSize parseSize(const Arguments& options, const QString& text)
             wholeNumber(options, sides[1], u"the height of --size %1"_s.arg(text))};
 }
 
-/// Returns the camera that --camera chooses; none for a fitted one.
-std::optional<CameraDescription> chosenCamera(const Arguments& options, const QString& choice,
-                                              const std::optional<CameraDescription>& graphCamera)
+/// Applies --camera: fits the view to the models, or restores the camera of the graph's file.
+void chooseCamera(const Arguments& options, const GraphDescription& ofFile, GraphDescription* graph)
 {
-    if (choice == QLatin1StringView("fitted")) {
-        return {};
+    graph->removeCamera();
+    if (options.value(u"camera"_s) == QLatin1StringView("graph")) {
+        if (!ofFile.camera) {
+            options.fail(u"--camera graph: the graph has no camera"_s);
+        }
+        graph->camera = ofFile.camera;
+        std::copy_if(ofFile.boundValues.begin(), ofFile.boundValues.end(),
+                     std::back_inserter(graph->boundValues),
+                     [](const BoundValue& bound) { return bound.isOf(u"camera"_s); });
     }
-    if (!graphCamera) {
-        options.fail(u"--camera graph: the graph has no camera"_s);
-    }
-    return graphCamera;
 }
 
 PngAlpha alphaChoice(const Arguments& options)
@@ -110,14 +117,22 @@ void declareRender(Arguments& options)
     options.addOption(u"camera"_s, u"fitted|graph"_s,
                       u"fits the view to the models, as --model does, or keeps the graph's camera"_s);
     options.addOption(u"size"_s, u"WxH"_s, u"replaces the graph's image size, in pixels"_s);
-    options.addOption(u"frames"_s, u"N"_s, u"number of frames; default 1"_s);
-    options.addOption(u"set"_s, u"PASS.PORT=VALUE"_s, u"sets an input; may be repeated"_s,
-                      ValueKind::Repeated);
+    options.addOption(
+        u"frames"_s, u"RANGE"_s,
+        u"the first N frames, or frames A to B with A..B; default: all frames of the animation if --output "
+        "writes all, else frame 0"_s);
+    options.addOption(
+        u"set"_s, u"WHAT=VALUE"_s,
+        u"sets a parameter, PASS.PORT, PASS.OPTION, viewport, camera.MEMBER or lights.N.MEMBER; "
+        "may be repeated"_s,
+        ValueKind::Repeated);
     options.addOption(
         u"output"_s, u"FILE"_s,
-        u"writes the last frame as PNG or EXR; with a name such as frame%04d.png every frame, from 0"_s,
+        u"writes the last frame as PNG or EXR; with a name such as frame%04d.png every frame with "
+        "its number; as .mp4, .webm or .gif a video of all frames (needs ffmpeg)"_s,
         ValueKind::Image);
-    options.addOption(u"dump"_s, u"DIR"_s, u"writes every output of every pass of the last frame, as EXR and as PNG previews"_s,
+    options.addOption(u"dump"_s, u"DIR"_s,
+                      u"writes every output of every pass of the last frame, as EXR and as PNG previews"_s,
                       ValueKind::Folder);
     options.addOption(u"shaders"_s, u"DIR"_s, u"writes the GLSL of every program as the driver gets it"_s,
                       ValueKind::Folder);
@@ -148,8 +163,6 @@ ExitCode render(const Arguments& options)
     const bool hasOutput = options.isSet(u"output"_s);
     const bool hasDump = options.isSet(u"dump"_s);
     const bool hasFrames = options.isSet(u"frames"_s);
-    const QString frames = options.value(u"frames"_s);
-    const int numFrames = hasFrames ? wholeNumber(options, frames, u"--frames %1"_s.arg(frames)) : 1;
     const bool hasProfile = options.isSet(u"profile"_s);
     const bool hasJson = options.isSet(u"json"_s);
     if (hasJson && !hasProfile) {
@@ -158,17 +171,23 @@ ExitCode render(const Arguments& options)
     const bool hasCheck = options.isSet(u"check"_s);
     const PngAlpha pngAlpha = alphaChoice(options);
     const OutputFiles files(options, options.value(u"output"_s));
+    const bool isVideo = VideoFile::isVideo(files.name(0));
+    if (isVideo && files.isNumbered()) {
+        options.fail(
+            u"--output %1: a video holds all frames; leave out the number"_s.arg(options.value(u"output"_s)));
+    }
+    const bool writesAll = isVideo || files.isNumbered();
     const HeadlessContext::Device wanted = device(options);
 
     QString error;
     GraphDescription description = loadGraphFile(options.positional(0));
-    const std::optional<CameraDescription> camera = description.camera;
+    const GraphDescription ofFile = description;
     if (options.isSet(u"model"_s)) {
         const QString file = options.value(u"model"_s);
         description.replaceModel(file, u"--model "_s + file);
     }
     if (options.isSet(u"camera"_s)) {
-        description.camera = chosenCamera(options, options.value(u"camera"_s), camera);
+        chooseCamera(options, ofFile, &description);
     }
     if (options.isSet(u"size"_s)) {
         description.viewport = parseSize(options, options.value(u"size"_s));
@@ -179,7 +198,10 @@ ExitCode render(const Arguments& options)
         }
     }
     const GraphPlan plan = planOf(description);
-    if (hasOutput && !checkImagePath(files.name(0), &error)) {
+    const FrameRange frames =
+        frameRange(options, writesAll && description.animation ? description.animation->frames : 1);
+    const QString firstFile = files.name(frames.first);
+    if (hasOutput && !(isVideo ? VideoFile::check(firstFile, &error) : checkImagePath(firstFile, &error))) {
         fail(error);
     }
 
@@ -201,21 +223,40 @@ ExitCode render(const Arguments& options)
         noteAboutAlpha(fileOptions.alpha, description.output);
     }
 
+    const int start = runUpStart(graph->plan(), frames.first);
+    const int numFrames = frames.last - start + 1;
     // Frames that only the profile needs come last, so that the images do not depend on it.
-    const int numRendered =
-        hasProfile ? (hasFrames ? numFrames : numProfiledFrames) + Profiler::numWarmUpFrames : numFrames;
+    const int numRendered = hasProfile
+                                ? std::max(numFrames, (hasFrames ? frames.count() : numProfiledFrames) +
+                                                          Profiler::numWarmUpFrames)
+                                : numFrames;
     {
+        const auto sequence =
+            hasOutput && writesAll ? std::make_unique<SequenceOutput>(files, *graph, fileOptions) : nullptr;
         Progress progress(u"frame"_s, numRendered);
-        for (int frame = 0; frame < numRendered; ++frame) {
-            renderFrame(*graph);
-            const bool isLast = frame == numFrames - 1;
-            if (hasOutput && (isLast || (files.isNumbered() && frame < numFrames))) {
+        for (int i = 0; i < numRendered; ++i) {
+            const int frame = start + i;
+            if (frame > frames.last) {
+                renderFrame(*graph);
+            } else {
+                renderSequenceFrame(*graph, frame);
+            }
+            if (sequence && frame >= frames.first && frame <= frames.last) {
+                sequence->add(frame);
+            }
+            if (hasOutput && !sequence && frame == frames.last) {
                 write(outputImage(*graph, description), files.name(frame), fileOptions);
             }
-            if (hasDump && isLast) {
+            if (hasDump && frame == frames.last) {
                 dump(*graph, options.value(u"dump"_s));
             }
-            progress.update(frame + 1);
+            progress.update(i + 1);
+            if (sequence) {
+                sequence->endIfInterrupted();
+            }
+        }
+        if (sequence) {
+            sequence->finish();
         }
     }
     if (ShaderProgram::hasUnwrittenSources()) {

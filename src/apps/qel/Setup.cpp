@@ -63,7 +63,12 @@ std::unique_ptr<RenderGraph> makeGraph(const GraphPlan& plan, RenderGraph::Optio
 void renderFrame(RenderGraph& graph)
 {
     QString error;
-    if (!graph.renderFrame(&error)) {
+    finishFrame(graph.renderFrame(&error), error);
+}
+
+void finishFrame(bool isRendered, const QString& error)
+{
+    if (!isRendered) {
         const QString cause = takeReport();
         // The error of the graph itself has the driver's text.
         const bool adds = !cause.isEmpty() && !cause.startsWith(QLatin1StringView("OpenGL"));

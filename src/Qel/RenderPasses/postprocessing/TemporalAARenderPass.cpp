@@ -52,7 +52,9 @@ const PassDescription& TemporalAARenderPass::description()
                                 "rounded every frame; pooled, and kept by the pass from frame to frame"_s,
                      .encoding = Encoding::AsInput,
                      .alpha = AlphaMeaning::AsInput,
-                     .like = {u"Qel_QelTexture*_Frame"_s}}}};
+                     .like = {u"Qel_QelTexture*_Frame"_s}}},
+        .historyFrames = PassDescription::unlimitedHistory,
+        .restartInput = u"Qel_bool_Dirty"_s};
     return description;
 }
 

@@ -22,6 +22,10 @@ constexpr std::array<NamedFrameValue, numFrameValues> frameValues{{
     {QLatin1StringView("SceneBoundsMin"), QLatin1StringView("QVector3D")},
     {QLatin1StringView("SceneBoundsMax"), QLatin1StringView("QVector3D")},
     {QLatin1StringView("Lights"), QLatin1StringView("QList_QelShadowMapManagerLight*")},
+    {QLatin1StringView("Time"), QLatin1StringView("float")},
+    {QLatin1StringView("FrameNumber"), QLatin1StringView("int")},
+    {QLatin1StringView("DeltaTime"), QLatin1StringView("float")},
+    {QLatin1StringView("NewFrame"), QLatin1StringView("bool")},
 }};
 
 } // namespace

@@ -26,9 +26,11 @@ bool accepts(const QString& inputType, const QString& type)
 
 } // namespace
 
-InputResolver::InputResolver(GraphPlan& plan, const std::vector<ResolvablePorts>& ports, GraphErrors& errors)
+InputResolver::InputResolver(GraphPlan& plan, const std::vector<ResolvablePorts>& ports,
+                             const Parameters& parameters, GraphErrors& errors)
     : m_plan(plan)
     , m_ports(ports)
+    , m_parameters(parameters)
     , m_errors(errors)
     , m_onlyWhole(ModelMerges(plan.graph.models).onlyWhole())
 {
@@ -54,6 +56,8 @@ void InputResolver::resolveInputs()
 void InputResolver::resolvePass(size_t index)
 {
     PlannedPass& pass = m_plan.passes[index];
+    const SourcePlace& source = m_plan.graph.passes[index].source;
+    const GraphErrors::InPlace scope(m_errors, source);
     std::vector<int> timesSet(pass.inputs.size(), 0);
     for (const InputSetting& setting : m_plan.graph.passes[index].inputs) {
         const QString place = pass.name + u'.' + setting.port;
@@ -64,8 +68,14 @@ void InputResolver::resolvePass(size_t index)
         }
         const int times = ++timesSet[static_cast<size_t>(port)];
         if (times == 1) {
-            resolveInput(place, setting.value, port < m_ports[index].numDescribedInputs,
-                         &pass.inputs[static_cast<size_t>(port)]);
+            PlannedInput& input = pass.inputs[static_cast<size_t>(port)];
+            const ResolvedValue value = m_parameters.resolve(setting.value, 0.0);
+            resolveInput(place, value, source, port < m_ports[index].numDescribedInputs, &input);
+            if (value.parameter || !value.keyed.isUndefined()) {
+                m_plan.valueUses.push_back({place, setting.value, source, static_cast<int>(index), port,
+                                            !value.keyed.isUndefined(),
+                                            input.source != InputSource::Constant});
+            }
         } else if (times == 2) {
             m_errors.add(place, u"set more than once"_s);
         }
@@ -77,11 +87,16 @@ void InputResolver::resolvePass(size_t index)
     }
 }
 
-void InputResolver::resolveInput(const QString& place, const QJsonValue& value, bool isDescribed,
-                                 PlannedInput* input)
+void InputResolver::resolveInput(const QString& place, const ResolvedValue& value, const SourcePlace& source,
+                                 bool isDescribed, PlannedInput* input)
 {
-    if (value.isString() && value.toString().startsWith(u'@')) {
-        const QString reference = value.toString().sliced(1);
+    if (!value.error.isEmpty()) {
+        m_errors.add(place, value.error);
+        return;
+    }
+    const GraphErrors::InPlace scope(m_errors, source, value.holder);
+    if (value.value.toString().startsWith(u'@')) {
+        const QString reference = value.value.toString().sliced(1);
         if (reference.contains(u'.')) {
             resolveConnection(place, reference, input);
         } else {
@@ -90,7 +105,8 @@ void InputResolver::resolveInput(const QString& place, const QJsonValue& value, 
         return;
     }
     QString error;
-    const std::optional<QVariant> constant = portConstant(m_plan.graph, input->port, value, &error);
+    const std::optional<QVariant> constant =
+        portConstant(m_plan.graph, input->port, value.value, &error, value.file(source));
     if (!constant) {
         m_errors.add(place, error);
         return;

@@ -29,6 +29,7 @@ const QStringList portTypes{u"QelTexture*"_s, u"QelDrawBuffers*"_s, u"QelGPUMode
 PassOptions OptionReader::read(const PassSetting& setting, const PassDescription& description)
 {
     PassOptions options;
+    m_source = setting.source;
     readObject(setting.name, description.options, setting.options,
                u"%1 has no such option"_s.arg(setting.type), &options);
     if (description.hostDeclaresPorts) {
@@ -74,9 +75,24 @@ void OptionReader::readObject(const QString& place, const std::vector<OptionDesc
 QVariant OptionReader::readOption(const QString& place, const OptionDescription& option,
                                   const QJsonValue& given)
 {
+    const ResolvedValue resolved = m_parameters.resolve(given, 0.0);
+    if (!resolved.error.isEmpty()) {
+        m_errors.add(place, resolved.error);
+        return {};
+    }
+    if (resolved.parameter) {
+        m_uses.push_back({place, given, m_source, -1, -1, !resolved.keyed.isUndefined(), true});
+    }
+    const GraphErrors::InPlace scope(m_errors, m_source, resolved.holder);
+    return readValue(place, option, resolved);
+}
+
+QVariant OptionReader::readValue(const QString& place, const OptionDescription& option,
+                                 const ResolvedValue& given)
+{
     QString error;
     const std::optional<QVariant> value =
-        constantFromJson(given, QString::fromLatin1(option.defaultValue.metaType().name()), &error);
+        constantFromJson(given.value, QString::fromLatin1(option.defaultValue.metaType().name()), &error);
     if (!value || !value->isValid()) {
         m_errors.add(place, value ? u"must not be null"_s : error);
         return {};
@@ -87,10 +103,11 @@ QVariant OptionReader::readOption(const QString& place, const OptionDescription&
         return {};
     }
     if (option.isFile) {
-        m_errors.add(place, fileError(m_graph, value->toString()));
-        return m_graph.resolvePath(value->toString());
+        const QString file = given.file(m_source);
+        m_errors.add(place, fileError(m_graph, value->toString(), file));
+        return m_graph.resolvePath(value->toString(), file);
     }
-    return option.members.empty() ? *value : readElements(place, option, given.toArray());
+    return option.members.empty() ? *value : readElements(place, option, given.value.toArray());
 }
 
 QVariantList OptionReader::readElements(const QString& place, const OptionDescription& option,

@@ -6,23 +6,16 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 
 #include <Qel/core/Memory.h>
 #include <Qel/graph/support/ImageErrors.h>
+#include <Qel/graph/support/PixelLayout.h>
 
 using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel {
 
 namespace {
-
-quint8 toByte(float value)
-{
-    // Also false for NaN.
-    return value > 0.0F ? static_cast<quint8>(std::lround(std::min(static_cast<double>(value), 1.0) * 255.0))
-                        : quint8{0};
-}
 
 /// Whether the colours of an image must be divided by its alpha.
 bool isToBeDivided(const ImageFileOptions& options)
@@ -54,11 +47,11 @@ QImage toQImage(const Image& image, const ImageFileOptions& options)
             if (isDivided) {
                 const float coverage = sample[3];
                 std::transform(sample, sample + 3, line, [=](float value) {
-                    return coverage == 0.0F ? quint8{0} : toByte(value / coverage);
+                    return coverage == 0.0F ? quint8{0} : byteFromSample(value / coverage);
                 });
-                line[3] = toByte(coverage);
+                line[3] = byteFromSample(coverage);
             } else {
-                std::transform(sample, sample + std::min(numChannels, bytesPerPixel), line, toByte);
+                std::transform(sample, sample + std::min(numChannels, bytesPerPixel), line, byteFromSample);
             }
         }
     }

@@ -63,8 +63,8 @@ bool isFinite(const QVector3D& v)
     return std::isfinite(v.x()) && std::isfinite(v.y()) && std::isfinite(v.z());
 }
 
-/// Reads the file of a model and logs the warnings of the import. On failure returns nothing and adds a line to
-/// `errors`.
+/// Reads the file of a model and logs the warnings of the import. On failure returns nothing and adds a line
+/// to `errors`.
 std::optional<ModelData> imported(const GraphDescription& graph, const ModelDescription& model,
                                   const ImportOptions& options, GraphErrors& errors)
 {
@@ -215,6 +215,22 @@ void Scene::setView(const CameraDescription& camera, const QSize& viewport)
     setFrameValue(FrameValue::CameraMatrix, cameraMatrix(camera));
     setFrameValue(FrameValue::NearPlane, camera.nearPlane);
     setFrameValue(FrameValue::FarPlane, camera.farPlane);
+}
+
+void Scene::setClock(int frameNumber, float fps)
+{
+    const double rate = fps;
+    setFrameValue(FrameValue::Time, static_cast<float>(frameNumber / rate));
+    setFrameValue(FrameValue::FrameNumber, frameNumber);
+    setFrameValue(FrameValue::DeltaTime, static_cast<float>(1.0 / rate));
+}
+
+void Scene::setNewFrame(bool isNew)
+{
+    const QVariant& current = frameValue(FrameValue::NewFrame);
+    if (!current.isValid() || current.toBool() != isNew) {
+        setFrameValue(FrameValue::NewFrame, isNew);
+    }
 }
 
 void Scene::setFrameValue(FrameValue value, const QVariant& content)

@@ -52,6 +52,11 @@ public:
     /// Updates the frame values that depend on the camera and the viewport.
     void setView(const CameraDescription& camera, const QSize& viewport);
 
+    /// Updates the frame values of the clock.
+    void setClock(int frameNumber, float fps);
+    /// Updates the frame value NewFrame.
+    void setNewFrame(bool isNew);
+
     const QVariant& frameValue(FrameValue value) const { return m_frameValues[static_cast<size_t>(value)]; }
     /// Whether a frame value was set since the last markUnchanged.
     bool isChanged(FrameValue value) const { return m_isChanged[static_cast<size_t>(value)]; }
