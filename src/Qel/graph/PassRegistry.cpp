@@ -112,8 +112,9 @@ QString PassRegistry::unknownTypeError(const QString& type) const
     // Part of most names, such as "Pass", or of most sentences is no hint.
     constexpr qsizetype few = 4;
     const bool isHint = type.size() >= 3 && !meant.isEmpty() && meant.size() <= few;
-    return withPointer(u"no pass type \"%1\"%2"_s.arg(type, isHint ? didYouMean(meant) : QString()),
-                       u"qel passes"_s);
+    const QString error = u"no pass type \"%1\"%2"_s.arg(type, isHint ? didYouMean(meant) : QString());
+    // The program lists only the passes of this library.
+    return this == &builtin() ? withPointer(error, u"qel passes"_s) : error;
 }
 
 std::unique_ptr<RenderPass> PassRegistry::create(const QString& type, const PassOptions& options,
