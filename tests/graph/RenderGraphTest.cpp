@@ -391,7 +391,8 @@ TEST_F(RenderGraphTest, WithoutACameraTheWholeModelIsVisible)
         const QMatrix4x4 toClip = frameValues[1].value<QMatrix4x4>() * frameValues[2].value<QMatrix4x4>();
         std::array<float, 2> low{1e9F, 1e9F};
         std::array<float, 2> high{-1e9F, -1e9F};
-        for (const QVector3D& position : importModel(path("model.obj"), &error)->meshes.at(0).positions) {
+        const ModelData model = *importModel(path("model.obj"), &error);
+        for (const QVector3D& position : model.meshes.at(0).positions) {
             const QVector4D clip = toClip * QVector4D(position, 1.0F);
             ASSERT_GT(clip.w(), 0.0F);
             const QVector3D ndc = clip.toVector3DAffine();

@@ -180,6 +180,10 @@ private:
             model.file = value.toString();
             return model;
         }
+        // Of a repeated "models", only the last is in the document.
+        if (value.isUndefined()) {
+            return model;
+        }
         if (!value.isObject()) {
             error(path, u"must be a file name or an object {...}, not %1"_s.arg(shownValue(value)));
             return model;

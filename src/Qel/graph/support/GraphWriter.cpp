@@ -2,7 +2,6 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QJsonArray>
 
 #include <algorithm>
 #include <array>
@@ -94,7 +93,11 @@ private:
         if (model.merge.isEmpty()) {
             members.append(member(u"file"_s, pathText(model.file)));
         } else {
-            members.append(member(u"merge"_s, QJsonArray::fromStringList(model.merge)));
+            QStringList parts;
+            for (const QString& part : model.merge) {
+                parts.append(jsonText(part));
+            }
+            members.append(u"\"merge\": [%1]"_s.arg(parts.join(u", "_s)));
         }
         const ModelPlacement initial;
         const ModelPlacement& placement = model.placement;
