@@ -148,7 +148,7 @@ CameraDescription fitCamera(const std::vector<QVector3D>& allPoints, const QSize
         depth.include(nearer);
     }
     // Not close to what reaches out towards the eye, which would be much too large beside the rest.
-    const float nearest = depth.high + 0.5F * box.half.length();
+    const float nearest = depth.high + 0.3F * box.half.length();
     const float distance = std::max({horizontal.distance(), vertical.distance(), nearest});
     camera.target = box.center + horizontal.eye(distance) * right + vertical.eye(distance) * up;
     camera.eye = camera.target + distance * towardsEye;
