@@ -407,8 +407,8 @@ TEST_F(RenderGraphTest, WithoutACameraTheWholeModelIsVisible)
         const float reach = std::max({-low[0], high[0], -low[1], high[1]});
         EXPECT_LT(reach, 0.942F);
         EXPECT_GT(reach, obj.startsWith("v 100000 ") ? 0.0F : obj.contains("v 9 0 9") ? 0.6F : 0.938F);
-        for (size_t axis = 0; axis < 2; ++axis) {
-            EXPECT_NEAR(low[axis], -high[axis], obj.startsWith("v 100000 ") ? 0.05F : 0.002F);
+        for (size_t axis = 0; axis < 2 && !obj.startsWith("v 100000 "); ++axis) {
+            EXPECT_NEAR(low[axis], -high[axis], 0.002F);
         }
     }
 }
