@@ -70,7 +70,8 @@ TEST_F(ModelCommand, DescribesAFileAsText)
         return std::pair(model["upAxis"].toString(), model["metresPerUnit"].toDouble());
     };
     EXPECT_EQ(source("Collada/duck.dae"), std::pair(QString("y"), 1.0));
-    EXPECT_EQ(source("FBX/box.fbx"), std::pair(QString("y"), 0.01));
+    EXPECT_EQ(source("FBX/box.fbx"), std::pair(QString("y"), 1.0));
+    EXPECT_EQ(source("FBX/phong_cube.fbx"), std::pair(QString("y"), 0.01));
 }
 
 } // namespace Morvane::Qel::Test

@@ -48,7 +48,8 @@ PassRegistry testRegistry()
          {"table", {}, QString(), {}, true},
          {"shapes", {}, QVariantList(), {}, false, shape}});
     add("Batches", {"QelDrawBuffers*_Geometry"}, {frame});
-    add("Draw", {"QelGPUModel*_Geometry", "QMatrix4x4_ProjectionMatrix"}, {frame});
+    add("Draw", {"QelGPUModel*_Geometry"}, {frame});
+    add("Shot", {"QMatrix4x4_ProjectionMatrix"}, {frame});
     PassDescription lens{
         "Lens", {}, {{"Qel_" + frame, {}, {}}, {"Qel_QelTexture*_Position", {}, {}}}, {{"Qel_" + frame, {}}}};
     lens.inputs[0].perspectiveReason = "it is a lens";
@@ -123,7 +124,7 @@ TEST_F(GraphCpuTest, MalformedFilesAreRejectedWithLineAndColumn)
 graph.json:1:15: viewport: must be two integers [width, height], not [640,480.5]
 graph.json:2:1: camera: "eye" is missing
 graph.json:2:12: camera.target: must be three numbers [x, y, z], not [0,0]
-graph.json:3:32: models.b: must be a string, not 1
+graph.json:3:32: models.b: must be a file name or an object {...}, not 1
 graph.json:4:30: lights[0].direction: unknown key; there are "type", "color", "intensity", "position", "range"
 graph.json:4:54: lights[0].range: must be a number, not "far"
 graph.json:5:42: lights[1].angle: unknown key; there are "type", "color", "intensity", "direction", "cascades"
@@ -198,19 +199,19 @@ TEST_F(GraphCpuTest, ModelErrorsNameTheMember)
 "a": 1, "b": {}, "c": {"file": "model.obj", "merge": []},
 "d": {"file": "model.obj", "scale": "big", "fit": 0, "rotate": 90, "postion": [0, 0, 0]},
 "e": {"merge": ["d", 3], "scale": [1, 2], "upAxis": 2}}})",
-                 R"(graph.json:1:48: camera.height: must be a number, not "2"
-graph.json:1:48: camera.height: excludes "fovY"; a height makes the camera orthographic
+                 R"(graph.json:1:43: camera.height: must be a number, not "2"
+graph.json:1:43: camera.height: excludes "fovY"; a height makes the camera orthographic
 graph.json:2:1: models.a: must be a file name or an object {...}, not 1
 graph.json:2:9: models.b: must have either "file" or "merge"
 graph.json:2:18: models.c: must have either "file" or "merge"
 graph.json:2:45: models.c.merge: must name at least one model
-graph.json:3:73: models.d.postion: unknown key; there are "file", "merge", "upAxis", "scale", "fit", "rotate", "translate"
+graph.json:3:68: models.d.postion: unknown key; there are "file", "merge", "upAxis", "scale", "fit", "rotate", "translate"
 graph.json:3:28: models.d.scale: must be a number or three numbers [x, y, z], not "big"
 graph.json:3:44: models.d.fit: must be above 0
 graph.json:3:54: models.d.rotate: must be three numbers [x, y, z], not 90
 graph.json:4:22: models.e.merge[1]: must be a string, not 3
-graph.json:4:46: models.e.upAxis: must be a string, not 2
-graph.json:4:27: models.e.scale: must be three numbers [x, y, z], not [1,2])");
+graph.json:4:43: models.e.upAxis: must be a string, not 2
+graph.json:4:26: models.e.scale: must be three numbers [x, y, z], not [1,2])");
     expectErrors(R"({"camera": {"eye": [0, 0, 1], "height": 0, "near": 2, "far": 1}, "models": {
         "a": {"file": "model.obj", "upAxis": "w", "scale": [1, 0, 1]}, "b": {"merge": ["a", "a", "bb"]},
         "c": {"merge": ["d", "a"]}, "d": {"merge": ["e"]}, "e": {"merge": ["b", "d"]}},
@@ -235,7 +236,7 @@ TEST_F(GraphCpuTest, OrthographicCamerasAreErrorsWhereADepthMustBeOfAPerspective
     const auto graph = [](const QByteArray& camera, const QByteArray& lens) {
         return R"({"camera": {"eye": [0, 0, 1], )" + camera +
                R"(}, "models": {"m": "model.obj"}, "passes": [
-            {"name": "draw", "type": "Draw"}, {"name": "source", "type": "Source"},
+            {"name": "draw", "type": "Shot"}, {"name": "source", "type": "Source"},
             {"name": "blur", "type": "Filter", "inputs": {"Frame": "@draw.Frame"}},
             {"name": "convert", "type": "Custom", "inputs": {"In": "@draw.Frame"},
              "options": {"inputs": ["Qel_QelTexture*_In"], "outputs": ["Qel_QelTexture*_Frame"]}},

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include <Qel/graph/support/PointBounds.h>
 
@@ -21,26 +22,49 @@ void appendCorners(std::vector<QVector3D>& points, const QVector3D& center, floa
     }
 }
 
-/// Places the eye on one axis of the image: the lines of sight to the image's two edges touch the points from
-/// outside.
-struct Wedge
+/// The points along one axis of the image. The eye is as near as the image's two edges allow, both of which
+/// touch the points from outside.
+class Span
 {
-    explicit Wedge(float edgeTangent)
-        : tangent(edgeTangent)
+public:
+    explicit Span(float edgeTangent)
+        : m_tangent(edgeTangent)
     {
     }
-    /// Takes a point by its place along the axis and towards the eye.
-    void include(float along, float nearer)
-    {
-        high = std::max(high, along + tangent * nearer);
-        low = std::min(low, along - tangent * nearer);
-    }
-    float eye() const { return 0.5F * (low + high); }
-    float distance() const { return (high - low) / (2.0F * tangent); }
 
-    float tangent;
-    float low = std::numeric_limits<float>::infinity();
-    float high = -std::numeric_limits<float>::infinity();
+    /// Adds a point by its place along the axis and towards the eye.
+    void add(float along, float nearer)
+    {
+        m_points.push_back({along, nearer});
+        m_high = std::max(m_high, along + m_tangent * nearer);
+        m_low = std::min(m_low, along - m_tangent * nearer);
+    }
+
+    /// The least distance of the eye.
+    float distance() const { return (m_high - m_low) / (2.0F * m_tangent); }
+
+    /// The place of the eye from which the points are in the middle of the image.
+    float eye(float distance) const
+    {
+        // The points touch one edge from each end of this interval.
+        float begin = m_high - m_tangent * distance;
+        float end = m_low + m_tangent * distance;
+        for (int i = 0; i < 12; ++i) {
+            const float middle = 0.5F * (begin + end);
+            Interval image;
+            for (const auto& [along, nearer] : m_points) {
+                image.include((along - middle) / (distance - nearer));
+            }
+            (image.center() > 0.0F ? begin : end) = middle;
+        }
+        return 0.5F * (begin + end);
+    }
+
+private:
+    float m_tangent;
+    std::vector<std::pair<float, float>> m_points;
+    float m_low = std::numeric_limits<float>::infinity();
+    float m_high = -std::numeric_limits<float>::infinity();
 };
 
 } // namespace
@@ -65,20 +89,20 @@ CameraDescription fitCamera(const std::vector<QVector3D>& allPoints, const QSize
     const QVector3D right = QVector3D::crossProduct(camera.up, towardsEye).normalized();
     const QVector3D up = QVector3D::crossProduct(towardsEye, right);
     const float tangent = fittedPart * std::tan(qDegreesToRadians(camera.fovY) / 2.0F);
-    Wedge horizontal(tangent * static_cast<float>(viewport.width()) / static_cast<float>(viewport.height()));
-    Wedge vertical(tangent);
+    Span horizontal(tangent * static_cast<float>(viewport.width()) / static_cast<float>(viewport.height()));
+    Span vertical(tangent);
     Interval depth;
     for (const QVector3D& p : points) {
         const QVector3D offset = p - box.center;
         const float nearer = QVector3D::dotProduct(offset, towardsEye);
-        horizontal.include(QVector3D::dotProduct(offset, right), nearer);
-        vertical.include(QVector3D::dotProduct(offset, up), nearer);
+        horizontal.add(QVector3D::dotProduct(offset, right), nearer);
+        vertical.add(QVector3D::dotProduct(offset, up), nearer);
         depth.include(nearer);
     }
-    // Not on a point that the model reaches out towards the eye.
-    const float nearest = depth.high + 0.1F * box.half.length();
+    // Not close to what reaches out towards the eye, which would be much too large beside the rest.
+    const float nearest = depth.high + 0.3F * box.half.length();
     const float distance = std::max({horizontal.distance(), vertical.distance(), nearest});
-    camera.target = box.center + horizontal.eye() * right + vertical.eye() * up;
+    camera.target = box.center + horizontal.eye(distance) * right + vertical.eye(distance) * up;
     camera.eye = camera.target + distance * towardsEye;
     fitPlanes(camera, points);
     return camera;

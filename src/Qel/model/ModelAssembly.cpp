@@ -200,9 +200,11 @@ std::vector<QVector3D> outlineOf(const ModelData& model)
     const auto [lower, upper] = boundsOf(model);
     std::vector<Bar> bars(size_t{numBars} * numBars);
     const auto barAlong = [&, lower = lower, upper = upper](float value, int axis) {
-        const float side = upper[axis] - lower[axis];
-        const float place = side > 0.0F ? (value - lower[axis]) / side * numBars : 0.0F;
-        return static_cast<size_t>(std::clamp(place, 0.0F, numBars - 1.0F));
+        // In double precision, because the side of a huge box overflows float.
+        const double side = static_cast<double>(upper[axis]) - static_cast<double>(lower[axis]);
+        const double offset = static_cast<double>(value) - static_cast<double>(lower[axis]);
+        return static_cast<size_t>(side > 0.0 ? std::clamp(offset / side * numBars, 0.0, numBars - 1.0)
+                                              : 0.0);
     };
     forEachVertex(model, {}, [&](const QVector3D& p) {
         if (!std::isfinite(p.x()) || !std::isfinite(p.y()) || !std::isfinite(p.z())) {

@@ -116,7 +116,7 @@ struct ModelData
     std::vector<ImageSource> imageSources = {};
     /// One line for each thing that was replaced, such as a missing texture, or skipped.
     QStringList warnings;
-    /// As in the file: importModel neither scales nor turns the model.
+    /// For information: the model is neither scaled nor turned by it.
     ModelSource source = {};
 
     bool operator==(const ModelData&) const = default;

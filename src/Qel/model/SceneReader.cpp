@@ -100,10 +100,10 @@ ModelSource readSource(const Assimp::Importer& importer, const aiScene& scene)
         source.upAxis = (sign < 0 ? u"-"_s : QString()) + u"xyz"[axis];
     }
     // FBX files give their unit in centimetres.
-    double centimetres = 0.0;
+    float centimetres = 0.0F;
     if (scene.mMetaData != nullptr && scene.mMetaData->Get("UnitScaleFactor", centimetres) &&
-        centimetres > 0.0) {
-        source.metresPerUnit = static_cast<float>(centimetres / 100.0);
+        centimetres > 0.0F) {
+        source.metresPerUnit = centimetres / 100.0F;
     }
     return source;
 }

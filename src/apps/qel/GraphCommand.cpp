@@ -44,6 +44,11 @@ Drawing drawingOf(const GraphDescription& graph, const GraphPlan& plan)
     Drawing drawing;
     for (size_t i = 0; i < graph.models.size(); ++i) {
         drawing.nodes.push_back({u"model%1"_s.arg(i), {u"model "_s + graph.models[i].name}, false});
+        for (size_t part = 0; part < graph.models.size(); ++part) {
+            if (graph.models[i].merge.contains(graph.models[part].name)) {
+                drawing.edges.push_back({u"model%1"_s.arg(part), u"model%1"_s.arg(i), u"merged"_s});
+            }
+        }
     }
     for (int i = 0; i < static_cast<int>(plan.passes.size()); ++i) {
         const PlannedPass& pass = plan.passes[static_cast<size_t>(i)];

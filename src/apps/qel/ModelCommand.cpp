@@ -131,7 +131,7 @@ QString lineOf(const QJsonObject& json)
 QString lineOf(const QJsonArray& numbers)
 {
     QStringList texts;
-    for (const QJsonValue& number : numbers) {
+    for (const auto& number : numbers) {
         texts.append(QString::number(number.toDouble(), 'g', 6));
     }
     return u'[' + texts.join(u", "_s) + u']';
@@ -167,7 +167,7 @@ QString textOf(const QJsonObject& model)
     line(u"camera"_s, lineOf(model[u"camera"].toObject()));
     const QJsonArray materials = model[u"materials"].toArray();
     text += u"\nmeshes\n"_s;
-    for (const QJsonValue& value : model[u"meshes"].toArray()) {
+    for (const QJsonValue value : model[u"meshes"].toArray()) {
         const QJsonObject mesh = value.toObject();
         const int numInstances = mesh[u"instances"].toInt();
         const QString material = materials[mesh[u"material"].toInt()].toObject()[u"name"].toString();
@@ -177,7 +177,7 @@ QString textOf(const QJsonObject& model)
             numInstances == 1 ? QString() : u"s"_s, printable(material));
     }
     text += u"\nmaterials\n"_s;
-    for (const QJsonValue& value : materials) {
+    for (const auto& value : materials) {
         const QJsonObject material = value.toObject();
         text += u"  \"%1\": Kd %2, Ks %3, Ns %4, d %5%6\n"_s.arg(
             printable(material[u"name"].toString()), lineOf(material[u"Kd"].toArray()),

@@ -454,6 +454,10 @@ private:
     {
         const QString path = memberPath(u"models"_s, name);
         ModelDescription& model = models->emplace_back(ModelDescription{.name = name});
+        // Of a repeated "models", only the last is in the document.
+        if (value.isUndefined()) {
+            return;
+        }
         if (!value.isObject()) {
             model.file = modelPath(value, path);
             return;

@@ -2,7 +2,6 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QJsonArray>
 #include <QMap>
 #include <QSet>
 
@@ -84,7 +83,11 @@ QString modelText(const ModelDescription& model, const QString& file)
     if (model.merge.isEmpty()) {
         members.append(member(u"file"_s, file));
     } else {
-        members.append(member(u"merge"_s, QJsonArray::fromStringList(model.merge)));
+        QStringList parts;
+        for (const QString& part : model.merge) {
+            parts.append(jsonText(part));
+        }
+        members.append(u"\"merge\": [%1]"_s.arg(parts.join(u", "_s)));
     }
     const ModelPlacement initial;
     const ModelPlacement& placement = model.placement;
