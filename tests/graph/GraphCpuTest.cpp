@@ -53,7 +53,11 @@ PassRegistry testRegistry()
     PassDescription draws{"Overlay", {}, {{"Qel_" + frame, {}, {}}}, {{"Qel_" + frame, {}}}};
     draws.inputs[0].isModified = true;
     registry.add(draws, nullptr);
-    add("Custom", {}, {}, {{"inputs", {}, QStringList()}, {"outputs", {}, QStringList()}}, true);
+    add("Custom", {}, {},
+        {{"inputs", {}, QStringList()},
+         {"outputs", {}, QStringList()},
+         {"formats", {}, QVariantMap(), {"r8", "r32"}, false, {}, true}},
+        true);
     return registry;
 }
 
@@ -180,6 +184,9 @@ TEST_F(GraphCpuTest, PassErrorsNameThePortAndTheNearestValidNames)
         {"name": "options2", "type": "Filter", "options": {"passes": 1.5, "shapes": {"kind": "cube"}}},
         {"name": "ports", "type": "Custom", "inputs": {"Nothing": 1}, "options": {
             "inputs": ["Radius", "Qel_flaot_X", "Qel_int_A", "Qel_int_A"], "outputs": "Qel_QelTexture*_Frame"}},
+        {"name": "formats", "type": "Custom", "options": {"outputs": ["Qel_QelTexture*_A", "Qel_QelTexture*_B", "Qel_float_C"],
+            "formats": {"A": "r16", "Qel_QelTexture*_B": "r32", "C": "r8", "D": "r8"}}},
+        {"name": "formats2", "type": "Custom", "options": {"formats": ["r8"]}},
         {"name": "names", "type": "Filter", "inputs": {"Fram": "@a.Frame", "Qel_QelTexture*_Frames": "@a.Frame",
             "Frame": "@aa.Frame", "Mask": "@a.Picture", "Data": "@a", "ProjectionMatrix": "@CamraMatrix", "Twin": 1}},
         {"name": "types", "type": "Filter", "inputs": {"Frame": "@scene", "ProjectionMatrix": "@Viewport",
@@ -209,6 +216,10 @@ graph.json: ports.outputs: must be an array of strings, not "Qel_QelTexture*_Fra
 graph.json: ports.inputs: "Radius" is not a port name; write Qel_TYPE_NAME, such as "Qel_float_Radius"
 graph.json: ports.inputs: "Qel_flaot_X" has an unknown type "flaot"; the types are QelTexture*, QelDrawBuffers*, QelGPUModel*, float, double, int, bool, QString, QColor, QMatrix4x4, QVector2D, QVector3D, QVector4D, QRect, QSize, QVariant
 graph.json: ports.inputs: "Qel_int_A" is listed twice
+graph.json: formats.formats.A: must be one of "r8", "r32", not "r16"
+graph.json: formats.formats.C: is no texture, so it has no format
+graph.json: formats.formats.D: the pass has no such output; there are "A", "B", "C"
+graph.json: formats2.formats: must be an object such as {"Frame": "r8"}, not ["r8"]
 graph.json: a.Color: must be a colour such as "#ff8000", "#ff800080" or [255, 128, 0, 128], not "#ff80"
 graph.json: a.Viewport: must be four integers [x, y, width, height], not [0,0,1]
 graph.json: a.Path: no file "no.png"

@@ -30,13 +30,18 @@ void checkPassNames(const GraphDescription& graph, GraphErrors& errors)
     }
 }
 
-/// Ports by type, for types whose ports are always the same.
-using PortCache = QHash<QString, ResolvablePorts>;
+/// Of the types that a graph uses.
+struct TypeCache
+{
+    QHash<QString, std::shared_ptr<const PassDescription>> descriptions;
+    /// For types whose ports are always the same.
+    QHash<QString, ResolvablePorts> ports;
+};
 
 /// Type, options and ports of a pass; its inputs are not resolved yet. `ports` gets what InputResolver needs
 /// to know about them.
 PlannedPass planPass(const GraphDescription& graph, const PassSetting& setting, const PassRegistry& registry,
-                     GraphErrors& errors, PortCache& cache, ResolvablePorts* ports)
+                     GraphErrors& errors, TypeCache& cache, ResolvablePorts* ports)
 {
     PlannedPass pass;
     pass.name = setting.name;
@@ -46,12 +51,17 @@ PlannedPass planPass(const GraphDescription& graph, const PassSetting& setting, 
         errors.add(setting.name, [&] { return unknownName(u"pass type"_s, setting.type, registry.types()); });
         return pass;
     }
-    const PassDescription& description = type->description;
+    std::shared_ptr<const PassDescription>& shared = cache.descriptions[setting.type];
+    if (!shared) {
+        shared = std::make_shared<const PassDescription>(type->description);
+    }
+    pass.description = shared;
+    const PassDescription& description = *shared;
     pass.factory = type->factory;
     const qsizetype errorsBefore = errors.count();
     pass.options = OptionReader(graph, errors).read(setting, description);
-    const auto cached = cache.constFind(pass.type);
-    if (cached != cache.constEnd()) {
+    const auto cached = cache.ports.constFind(pass.type);
+    if (cached != cache.ports.constEnd()) {
         *ports = *cached;
     } else {
         const Ports names = portsOf(description, pass.options.value(u"inputs"_s).toStringList(),
@@ -61,7 +71,7 @@ PlannedPass planPass(const GraphDescription& graph, const PassSetting& setting, 
         ports->inputs = std::make_shared<PortIndex>(names.inputs);
         ports->outputs = std::make_shared<PortIndex>(names.outputs);
         if (!description.hostDeclaresPorts) {
-            cache.insert(pass.type, *ports);
+            cache.ports.insert(pass.type, *ports);
         }
     }
     pass.inputs.resize(static_cast<size_t>(ports->inputs->ports().size()));
@@ -87,7 +97,7 @@ std::optional<GraphPlan> planGraph(const GraphDescription& graph, const PassRegi
     checkScene(graph, errors);
     checkPassNames(graph, errors);
     std::vector<ResolvablePorts> ports(graph.passes.size());
-    PortCache cache;
+    TypeCache cache;
     for (size_t i = 0; i < graph.passes.size(); ++i) {
         plan.passes.push_back(planPass(graph, graph.passes[i], registry, errors, cache, &ports[i]));
     }

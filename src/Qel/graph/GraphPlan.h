@@ -3,6 +3,7 @@
 #include <QStringList>
 #include <QVariant>
 
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -24,6 +25,9 @@ enum class FrameValue : int
     SceneBoundsMax,
     Lights,
 };
+
+/// Returns the name of a frame value as written in graphs, such as "CameraMatrix".
+QEL_GRAPH_EXPORT QString nameOf(FrameValue value);
 
 /// Where the value of an input comes from.
 enum class InputSource
@@ -67,6 +71,8 @@ struct PlannedPass
 {
     QString name;
     QString type;
+    /// Of its type; shared by all passes of the type.
+    std::shared_ptr<const PassDescription> description;
     /// Creates the pass from `options`.
     PassRegistry::Factory factory;
     PassOptions options;

@@ -9,6 +9,7 @@
 #include <Qel/gl/ResourceScope.h>
 #include <Qel/graph/support/Camera.h>
 #include <Qel/graph/support/Constants.h>
+#include <Qel/graph/support/FrameCheck.h>
 #include <Qel/graph/support/GraphErrors.h>
 #include <Qel/graph/support/Names.h>
 #include <Qel/graph/support/PassRunner.h>
@@ -32,10 +33,16 @@ struct RenderGraph::Private
     Presenter presenter;
     std::optional<Scene> scene;
     std::optional<PassRunner> runner;
+    /// Only with Options::check.
+    std::optional<FrameCheck> check;
 
-    Private(GraphPlan graphPlan, const Options& options)
+    Private(GraphPlan graphPlan, Options options)
         : plan(std::move(graphPlan))
     {
+        if (options.check) {
+            options.keepOutputs = true;
+            check.emplace();
+        }
         runner.emplace(options);
     }
     ~Private()
@@ -120,6 +127,9 @@ bool RenderGraph::renderFrame(QString* error)
     }
     const ResourceScope::Activation activation(&d->scope);
     const bool good = d->runner->renderFrame(*d->scene, error);
+    if (good && d->check) {
+        d->check->look(d->plan, d->runner->outputs());
+    }
     *error = printable(*error);
     return good;
 }
@@ -132,6 +142,11 @@ Texture* RenderGraph::image() const
 std::vector<RenderGraph::Output> RenderGraph::outputs() const
 {
     return d->runner->outputs();
+}
+
+QStringList RenderGraph::findings() const
+{
+    return d->check ? d->check->findings() : QStringList();
 }
 
 bool RenderGraph::present(unsigned int framebuffer, const QRect& rectangle, QString* error)

@@ -41,6 +41,9 @@ public:
         bool profile = false;
         /// Keeps the outputs of all passes readable after a frame, not only the graph's output.
         bool keepOutputs = false;
+        /// Looks for mistakes in what flows through the graph, see findings. Keeps all outputs readable and
+        /// reads them back, which makes frames slow.
+        bool check = false;
         /// Passed to every operation of the passes; must outlive the graph.
         RenderCallbacks* callbacks = nullptr;
         /// How model files are read; by default in the calling process.
@@ -83,6 +86,11 @@ public:
     /// All outputs of all passes that ran, in execution order, each as it was before another pass modified it
     /// in place; empty without Options::keepOutputs.
     std::vector<Output> outputs() const;
+    /// What is probably a mistake in the frames so far, with Options::check: a line each, "PASS.PORT: what it
+    /// is; what to do", every one once. These are what reviewGraph finds in the graph, NaN and infinity in
+    /// the first pass that wrote them, depth textures that are 1 everywhere, jitter that never changed, and
+    /// connected textures that are empty.
+    QStringList findings() const;
     /// Draws the colours of the image, opaque, into a rectangle of a framebuffer of the application, named as
     /// in GL: 0 for the default one. The rectangle is in pixels with the origin at the lower left; an image
     /// of another size is filtered linearly. Leaves the framebuffer bound, the rectangle as the viewport, and

@@ -26,11 +26,11 @@ struct PixelLayout
     unsigned int type;
 };
 
-PixelLayout layoutOf(unsigned int levelTarget)
+PixelLayout layoutOf(unsigned int levelTarget, int level)
 {
-    const auto levelParameter = [levelTarget](unsigned int name) {
+    const auto levelParameter = [=](unsigned int name) {
         int value = 0;
-        glGetTexLevelParameteriv(levelTarget, 0, name, &value);
+        glGetTexLevelParameteriv(levelTarget, level, name, &value);
         return value;
     };
     if (levelParameter(GL_TEXTURE_DEPTH_SIZE) > 0) {
@@ -78,8 +78,8 @@ std::vector<Sample> flippedLayer(const std::vector<Pixel>& pixels, size_t layer,
 }
 
 template<class Sample, class Pixel>
-void readLevel(unsigned int levelTarget, const PixelLayout& layout, int width, int height, int layers,
-               std::vector<Image>& images)
+void readLevel(unsigned int levelTarget, int level, const PixelLayout& layout, int width, int height,
+               int layers, std::vector<Image>& images)
 {
     const size_t rowLength = static_cast<size_t>(width) * static_cast<size_t>(layout.channels.size());
     const auto numRows = static_cast<size_t>(height);
@@ -89,7 +89,7 @@ void readLevel(unsigned int levelTarget, const PixelLayout& layout, int width, i
         glMemoryBarrier(GL_TEXTURE_UPDATE_BARRIER_BIT);
     }
     glPixelStorei(GL_PACK_ALIGNMENT, 1);
-    glGetTexImage(levelTarget, 0, layout.format, layout.type, pixels.data());
+    glGetTexImage(levelTarget, level, layout.format, layout.type, pixels.data());
     constexpr int defaultAlignment = 4;
     glPixelStorei(GL_PACK_ALIGNMENT, defaultAlignment);
     for (int layer = 0; layer < layers; ++layer) {
@@ -100,7 +100,7 @@ void readLevel(unsigned int levelTarget, const PixelLayout& layout, int width, i
 
 } // namespace
 
-std::vector<Image> readTexture(Texture* texture)
+std::vector<Image> readTexture(Texture* texture, int level)
 {
     std::vector<Image> images;
     if (!QEL_CHECK(__FILE__, texture != nullptr, u"there is no texture to read"_s)) {
@@ -113,25 +113,25 @@ std::vector<Image> readTexture(Texture* texture)
         int width = 0;
         int height = 0;
         int layers = 0;
-        glGetTexLevelParameteriv(levelTarget, 0, GL_TEXTURE_WIDTH, &width);
-        glGetTexLevelParameteriv(levelTarget, 0, GL_TEXTURE_HEIGHT, &height);
-        glGetTexLevelParameteriv(levelTarget, 0, GL_TEXTURE_DEPTH, &layers);
+        glGetTexLevelParameteriv(levelTarget, level, GL_TEXTURE_WIDTH, &width);
+        glGetTexLevelParameteriv(levelTarget, level, GL_TEXTURE_HEIGHT, &height);
+        glGetTexLevelParameteriv(levelTarget, level, GL_TEXTURE_DEPTH, &layers);
         if (width == 0 || height == 0 || layers == 0) {
             continue;
         }
-        const PixelLayout layout = layoutOf(levelTarget);
+        const PixelLayout layout = layoutOf(levelTarget, level);
         switch (layout.type) {
         case GL_UNSIGNED_BYTE:
-            readLevel<float, quint8>(levelTarget, layout, width, height, layers, images);
+            readLevel<float, quint8>(levelTarget, level, layout, width, height, layers, images);
             break;
         case GL_UNSIGNED_INT:
-            readLevel<quint32, quint32>(levelTarget, layout, width, height, layers, images);
+            readLevel<quint32, quint32>(levelTarget, level, layout, width, height, layers, images);
             break;
         case GL_INT:
-            readLevel<float, qint32>(levelTarget, layout, width, height, layers, images);
+            readLevel<float, qint32>(levelTarget, level, layout, width, height, layers, images);
             break;
         default:
-            readLevel<float, float>(levelTarget, layout, width, height, layers, images);
+            readLevel<float, float>(levelTarget, level, layout, width, height, layers, images);
             break;
         }
     }

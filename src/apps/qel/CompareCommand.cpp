@@ -88,7 +88,7 @@ bool isPng(const QString& path)
 void write(const Image& image, const QString& path)
 {
     QString error;
-    if (!writeImage(image, path, &error)) {
+    if (!writeImage(image, path, &error, {.pngAlpha = PngAlpha::Keep})) {
         fail(error);
     }
 }

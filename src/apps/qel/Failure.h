@@ -8,6 +8,8 @@ enum class ExitCode : int
 {
     Done = 0,
     ComparisonFailed = 1,
+    /// A check found mistakes.
+    CheckFailed = 1,
     /// Invalid arguments, an invalid graph, or a file that cannot be read or written.
     WrongUse = 2,
     NoGL = 3,

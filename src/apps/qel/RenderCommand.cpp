@@ -4,6 +4,7 @@
 #include <QJsonObject>
 
 #include <Qel/gl/ShaderProgram.h>
+#include <Qel/graph/GraphReview.h>
 #include <Qel/graph/ImageIO.h>
 #include <Qel/graph/RenderGraph.h>
 
@@ -41,6 +42,39 @@ QSize parseSize(const Arguments& options, const QString& text)
             wholeNumber(options, sides[1], u"the height of --size %1"_s.arg(text))};
 }
 
+PngAlpha alphaChoice(const Arguments& options)
+{
+    const QString name = options.value(u"alpha"_s);
+    if (!options.isSet(u"alpha"_s) || name == QLatin1StringView("opaque")) {
+        return PngAlpha::Opaque;
+    }
+    if (name == QLatin1StringView("keep")) {
+        return PngAlpha::Keep;
+    }
+    if (name == QLatin1StringView("straight")) {
+        return PngAlpha::Straight;
+    }
+    options.fail(u"no alpha \"%1\"; use opaque, keep or straight"_s.arg(name));
+}
+
+/// How the graph's image is written.
+ImageFileOptions fileOptionsFor(const GraphPlan& plan, PngAlpha alpha)
+{
+    const TextureMeaning meaning =
+        plan.outputPass < 0 ? TextureMeaning() : meaningOf(plan, plan.outputPass, plan.outputPort);
+    return {.pngAlpha = alpha, .encoding = meaning.encoding, .alpha = meaning.alpha};
+}
+
+/// Says why --alpha straight divides nothing, if that is so.
+void noteAboutAlpha(AlphaMeaning alpha, const QString& output)
+{
+    if (alpha != AlphaMeaning::Premultiplied && alpha != AlphaMeaning::Unspecified) {
+        printNote(
+            u"--alpha straight: the alpha of %1 is %2, not premultiplied; the colours are unchanged"_s.arg(
+                output, alpha == AlphaMeaning::Opaque ? u"1 everywhere"_s : nameOf(alpha)));
+    }
+}
+
 /// Reads the graph's output image, or the screen if the graph has no output.
 Image outputImage(const RenderGraph& graph, const GraphDescription& description)
 {
@@ -69,7 +103,8 @@ ExitCode render(const QStringList& arguments)
     options.addOption(
         u"output"_s, u"FILE"_s,
         u"writes the last frame as PNG or EXR; with a name such as frame%04d.png every frame, from 0"_s);
-    options.addOption(u"dump"_s, u"DIR"_s, u"writes every output of every pass of the last frame"_s);
+    options.addOption(u"dump"_s, u"DIR"_s,
+                      u"writes every output of every pass of the last frame, as EXR and as PNG previews"_s);
     options.addOption(u"shaders"_s, u"DIR"_s, u"writes the GLSL of every program as the driver gets it"_s);
     options.addOption(
         u"profile"_s, {},
@@ -77,6 +112,11 @@ ExitCode render(const QStringList& arguments)
         "to warm up; the images stay the same"_s.arg(numProfiledFrames)
             .arg(Profiler::numWarmUpFrames));
     options.addOption(u"json"_s, {}, u"prints the times of --profile as JSON"_s);
+    options.addOption(u"alpha"_s, u"opaque|keep|straight"_s,
+                      u"alpha in PNG files: left out (default), as it is, or with colours divided by it"_s);
+    options.addOption(u"check"_s, {},
+                      u"looks for mistakes in what flows between the passes, such as NaN; exit code 1 if "
+                      "there are any"_s);
     addDeviceOption(options);
     if (!options.parse(arguments)) {
         return ExitCode::Done;
@@ -91,6 +131,8 @@ ExitCode render(const QStringList& arguments)
     if (hasJson && !hasProfile) {
         options.fail(u"--json needs --profile"_s);
     }
+    const bool hasCheck = options.isSet(u"check"_s);
+    const PngAlpha pngAlpha = alphaChoice(options);
     const OutputFiles files(options, options.value(u"output"_s));
     const HeadlessContext::Device wanted = device(options);
 
@@ -120,8 +162,14 @@ ExitCode render(const QStringList& arguments)
     RenderGraph::Options graphOptions;
     graphOptions.profile = hasProfile;
     graphOptions.keepOutputs = hasDump;
+    graphOptions.check = hasCheck;
     const std::unique_ptr<RenderGraph> graph = makeGraph(plan, graphOptions);
     resizeScreen(*context, graph->viewport());
+
+    const ImageFileOptions fileOptions = fileOptionsFor(graph->plan(), pngAlpha);
+    if (hasOutput && pngAlpha == PngAlpha::Straight) {
+        noteAboutAlpha(fileOptions.alpha, description.output);
+    }
 
     // Frames that only the profile needs come last, so that the images do not depend on it.
     const int numRendered =
@@ -132,7 +180,7 @@ ExitCode render(const QStringList& arguments)
             renderFrame(*graph);
             const bool isLast = frame == numFrames - 1;
             if (hasOutput && (isLast || (files.isNumbered() && frame < numFrames))) {
-                write(outputImage(*graph, description), files.name(frame));
+                write(outputImage(*graph, description), files.name(frame), fileOptions);
             }
             if (hasDump && isLast) {
                 dump(*graph, options.value(u"dump"_s));
@@ -147,7 +195,17 @@ ExitCode render(const QStringList& arguments)
         const Profiler::Report report = graph->profile();
         print(hasJson ? QString::fromUtf8(QJsonDocument(report.json()).toJson()) : report.table());
     }
-    if (!hasOutput && !hasDump && !hasFrames && !hasProfile && !options.isSet(u"shaders"_s)) {
+    if (hasCheck) {
+        const QStringList findings = graph->findings();
+        for (const QString& line : findings) {
+            printNote(u"%1: %2"_s.arg(description.displayName(), line));
+        }
+        if (!findings.isEmpty()) {
+            return ExitCode::CheckFailed;
+        }
+        printNote(u"%1: the check found nothing"_s.arg(description.displayName()));
+    }
+    if (!hasOutput && !hasDump && !hasFrames && !hasProfile && !hasCheck && !options.isSet(u"shaders"_s)) {
         printNote(u"nothing is written; name a file with --output"_s);
     }
     return ExitCode::Done;

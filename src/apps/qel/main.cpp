@@ -42,8 +42,9 @@ QString help()
             u"  %1  %2\n"_s.arg(QLatin1StringView(command.name), -8).arg(QLatin1StringView(command.summary));
     }
     return text + u"\nqel COMMAND --help prints the options; qel --version prints the version.\n"
-                  "Exit codes: 0 success, 1 images differ, 2 invalid arguments, graph or file,\n"
-                  "3 no usable OpenGL. SIGHUP, SIGINT, SIGTERM and SIGXFSZ remove unfinished files and then\n"
+                  "Exit codes: 0 success, 1 images differ or a check found something, 2 invalid\n"
+                  "arguments, graph or file, 3 no usable OpenGL. SIGHUP, SIGINT, SIGTERM and SIGXFSZ remove "
+                  "unfinished files and then\n"
                   "end the program as they do by default; a shell reports 128 plus the number of the\n"
                   "signal.\n"_s;
 }

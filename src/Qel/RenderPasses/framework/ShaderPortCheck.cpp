@@ -91,9 +91,7 @@ QStringList suitableTypes(const QString& portType)
 /// The sampler that a texture needs.
 QString samplerFor(const Texture& texture)
 {
-    const unsigned int format = formatFromInternalFormat(texture.internalFormat());
-    const bool isInteger = format == GL_RED_INTEGER || format == GL_RG_INTEGER || format == GL_RGB_INTEGER ||
-                           format == GL_RGBA_INTEGER;
+    const bool isInteger = isIntegerFormat(texture.internalFormat());
     const unsigned int type = typeFromInternalFormat(texture.internalFormat());
     const bool isSigned = type == GL_BYTE || type == GL_SHORT || type == GL_INT;
     const QString prefix = !isInteger ? u""_s : isSigned ? u"i"_s : u"u"_s;

@@ -36,6 +36,11 @@ std::optional<FrameValue> findFrameValue(const QString& name)
     return {};
 }
 
+QString nameOf(FrameValue value)
+{
+    return frameValues[static_cast<size_t>(value)].name;
+}
+
 QString typeOf(FrameValue value)
 {
     return frameValues[static_cast<size_t>(value)].type;
