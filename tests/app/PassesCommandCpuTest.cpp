@@ -17,9 +17,9 @@ TEST(PassesCommand, JsonHasPortsInOrderRangesAndOptions)
     const QString output = runProgram({"passes", "--json"}).output;
     const QJsonArray passes = QJsonDocument::fromJson(output.toUtf8()).array();
     EXPECT_EQ(passes.size(), PassRegistry::builtin().types().size());
-    const auto find = [&](const QString& type) {
+    const auto find = [&](const QString& type) -> QJsonValue {
         return *std::find_if(passes.begin(), passes.end(),
-                             [&](const QJsonValue& pass) { return pass["type"] == type; });
+                             [&](const QJsonValue& pass) { return pass.toObject()["type"] == type; });
     };
     const QJsonValue gradient = find("GradientRenderPass");
     EXPECT_EQ(gradient["inputs"][0]["name"], "Qel_QRect_Viewport");

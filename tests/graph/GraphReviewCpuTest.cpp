@@ -18,8 +18,8 @@ protected:
     GraphReview()
     {
         write("m.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n");
-        write("a.png", Image{1, 1, {"R", "G", "B"}, std::vector<float>(3)});
-        write("a.exr", Image{1, 1, {"R", "G", "B"}, std::vector<float>(3)});
+        write("a.png", Image{1, 1, QStringList{"R", "G", "B"}, std::vector<float>(3)});
+        write("a.exr", Image{1, 1, QStringList{"R", "G", "B"}, std::vector<float>(3)});
     }
 
     GraphPlan planOf(const QString& file)

@@ -20,6 +20,8 @@ enum class Encoding
     Linear,
     /// Colours ready for a display, as in PNG files.
     Display,
+    /// Colours in the encoding of the model's material colours and maps, which the pass uses as they are.
+    AsMaterials,
     /// No colours: depths, normals, positions, weights, identifiers.
     Data,
     /// Of an output: that of an input, see OutputDescription::like.

@@ -196,7 +196,8 @@ private:
                 u"works on display-encoded colours, but %1 is linear light; tone-map and encode it before, "
                 "in a ShaderRenderPass"_s.arg(source));
         } else if (description.encoding == Encoding::Data &&
-                   (encoding == Encoding::Display || encoding == Encoding::Linear)) {
+                   (encoding == Encoding::Display || encoding == Encoding::Linear ||
+                    encoding == Encoding::AsMaterials)) {
             add(pass, input.port,
                 u"needs %1, but %2 holds colours"_s.arg(
                     description.wantsOpaqueDepth                                             ? u"a depth"_s
@@ -386,6 +387,8 @@ QString nameOf(Encoding encoding)
         return u"linear light"_s;
     case Encoding::Display:
         return u"display-encoded"_s;
+    case Encoding::AsMaterials:
+        return u"as the materials"_s;
     case Encoding::Data:
         return u"data"_s;
     case Encoding::AsInput:

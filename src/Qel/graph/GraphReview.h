@@ -32,7 +32,7 @@ QEL_GRAPH_EXPORT QStringList reviewGraph(const GraphPlan& plan);
 /// of opaque surfaces", "wants an anti-aliased image", "wants jitter", "wants vectors in eye space".
 QEL_GRAPH_EXPORT QStringList tagsOf(const InputDescription& input);
 
-/// Names for users: "linear light", "display-encoded", "data"; empty for Unspecified.
+/// Names for users: "linear light", "display-encoded", "as the materials", "data"; empty for Unspecified.
 QEL_GRAPH_EXPORT QString nameOf(Encoding encoding);
 /// Names for users: "opaque", "straight", "premultiplied", "data"; empty for Unspecified.
 QEL_GRAPH_EXPORT QString nameOf(AlphaMeaning alpha);

@@ -283,6 +283,11 @@ void printOrderMarkdown(const Descriptions& descriptions)
                    [](const Input& input) { return input.encoding == Encoding::Linear; });
     text += outputs(u"Display-encoded"_s, u"These outputs are ready to be shown."_s,
                     [](const Output& output) { return output.encoding == Encoding::Display; });
+    text += outputs(
+        u"As the materials"_s,
+        u"These outputs are encoded as the material colours and maps of the model, which "
+        "is as a display wants them unless the model is made otherwise. They may be shown as they are."_s,
+        [](const Output& output) { return output.encoding == Encoding::AsMaterials; });
     text += inputs(u"After tone mapping"_s, u"These inputs work on display-encoded colours."_s,
                    [](const Input& input) { return input.encoding == Encoding::Display; });
     text += outputs(u"In either place"_s, u"These outputs are encoded as their inputs."_s,

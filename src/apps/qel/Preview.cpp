@@ -15,6 +15,9 @@ using Levels = std::vector<std::vector<Image>>;
 using Color = std::array<float, 3>;
 
 constexpr int maxColumns = 8;
+/// Larger values stand for "nothing", such as the 1e9 of shadow maps, and would leave no contrast to the
+/// others.
+constexpr float largestMapped = 1.0e6F;
 
 /// R, G and B, or fewer.
 int numColors(const Image& image)
@@ -33,7 +36,7 @@ void findRange(const Levels& levels, Preview& preview)
             const float* end = sample + image.numSamples();
             for (; sample != end; sample += image.numChannels()) {
                 for (int c = 0; c < numColors(image); ++c) {
-                    if (std::isfinite(sample[c])) {
+                    if (std::abs(sample[c]) <= largestMapped) {
                         preview.low = std::min(preview.low, double{sample[c]});
                         preview.high = std::max(preview.high, double{sample[c]});
                     }

@@ -20,9 +20,10 @@ struct Preview
 
 /// Makes a preview of a texture's mip levels, each a list of layers, all with the same channels.
 ///
-/// Colours from 0 to 1 stay; other values are mapped linearly from the range of all finite values of R, G and
-/// B, or of the only channel, to 0 to 1. NaN becomes magenta. Alpha is left out. `hasIntegers`, for textures
-/// of integers, gives each value a colour of its own, and black to 0.
+/// Colours from 0 to 1 stay; other values are mapped linearly from the range of all values of R, G and B, or
+/// of the only channel, to 0 to 1. Values beyond a million, either way, do not count and are clamped. NaN
+/// becomes magenta. Alpha is left out. `hasIntegers`, for textures of integers, gives each value a colour of
+/// its own, and black to 0.
 Preview previewOf(const std::vector<std::vector<Image>>& levels, bool hasIntegers);
 
 } // namespace Morvane::Qel::App

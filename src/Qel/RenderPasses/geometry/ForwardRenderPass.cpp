@@ -72,7 +72,7 @@ const PassDescription& ForwardRenderPass::description()
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning = u"the lit colour, straight alpha holding the material's dissolve, 0 where "
                                 "nothing was drawn; GL_RGBA, owned by the pass"_s,
-                     .encoding = Encoding::Display,
+                     .encoding = Encoding::AsMaterials,
                      .alpha = AlphaMeaning::Straight},
                     {.name = u"Qel_QelTexture*_Id"_s,
                      .meaning = u"the primitive's number plus one in all four components, 0 for the "

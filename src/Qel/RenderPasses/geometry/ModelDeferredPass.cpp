@@ -64,7 +64,7 @@ const PassDescription& ModelDeferredPass::description()
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning = u"the lit colour, clamped, straight alpha holding the dissolve; GL_RGBA "
                                 "with 8 bits a channel, owned by the pass"_s,
-                     .encoding = Encoding::Display,
+                     .encoding = Encoding::AsMaterials,
                      .alpha = AlphaMeaning::Straight}}};
     return description;
 }

@@ -81,12 +81,12 @@ const PassDescription& ModelRenderPass::description()
         .outputs = {{.name = u"Qel_QelTexture*_Diffuse"_s,
                      .meaning = u"the diffuse colour, alpha holding the dissolve; RGBA32F, owned by the "
                                 "pass"_s,
-                     .encoding = Encoding::Display,
+                     .encoding = Encoding::AsMaterials,
                      .alpha = AlphaMeaning::Straight},
                     {.name = u"Qel_QelTexture*_Specular"_s,
                      .meaning = u"the specular colour, alpha holding the shininess, not clamped; RGBA32F, "
                                 "owned by the pass"_s,
-                     .encoding = Encoding::Display,
+                     .encoding = Encoding::AsMaterials,
                      .alpha = AlphaMeaning::Data},
                     {.name = u"Qel_QelTexture*_Normal"_s,
                      .meaning = u"the eye-space normal, of unit length; RGB32F, owned by the pass"_s,

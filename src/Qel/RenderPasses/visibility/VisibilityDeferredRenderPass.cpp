@@ -107,7 +107,7 @@ const PassDescription& VisibilityDeferredRenderPass::description()
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning = u"blended colours, clamped to 0 to 1, with the alpha that the blending "
                                 "sequence leaves; GL_RGBA, owned by the pass"_s,
-                     .encoding = Encoding::Display,
+                     .encoding = Encoding::AsMaterials,
                      .alpha = AlphaMeaning::Data}}};
     return description;
 }
