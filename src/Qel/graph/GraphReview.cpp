@@ -121,6 +121,12 @@ public:
 
     QStringList review()
     {
+        // A camera of the application is not checked before; those of files are.
+        if (const auto& camera = m_plan.graph.camera; camera && camera->nearPlane >= camera->farPlane) {
+            m_lines.append(u"camera: the near plane at %1 is not in front of the far plane at %2; swap them"_s
+                               .arg(camera->nearPlane)
+                               .arg(camera->farPlane));
+        }
         for (const int index : m_plan.order) {
             const PlannedPass& pass = passAt(m_plan, index);
             for (size_t i = 0; i < pass.inputs.size() && i < pass.description->inputs.size(); ++i) {
