@@ -179,7 +179,7 @@ TEST_F(RenderCommand, ProfileGraphAndInfoPrintTheirTables)
     };
     expectOutput(render("ramp.json", {"--profile", "--frames", "4"}), {"\nramp ", "\nscreen "});
     expectOutput(runProgram({"graph", path("ramp.json"), "--device", "software"}),
-                 {"Frame  16x16 GL_RGBA8", "culled: unused  GradientRenderPass: ", "ramp.Frame\n"});
+                 {"  16x16 GL_RGBA8", "culled: unused  GradientRenderPass: ", "ramp.Frame\n"});
     expectOutput(runProgram({"info", "--device", "software"}), {"llvmpipe", "ForwardRenderPass"});
     EXPECT_TRUE(render("ramp.json", {}).isOneError("nothing is written"));
 }

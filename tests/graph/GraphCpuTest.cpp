@@ -218,7 +218,7 @@ graph.json: ports.inputs: "Qel_flaot_X" has an unknown type "flaot"; the types a
 graph.json: ports.inputs: "Qel_int_A" is listed twice
 graph.json: formats.formats.A: must be one of "r8", "r32", not "r16"
 graph.json: formats.formats.C: is no texture, so it has no format
-graph.json: formats.formats.D: the pass has no such output; there are "A", "B", "C"
+graph.json: formats.formats.D: the pass has no such output; did you mean "A"?
 graph.json: formats2.formats: must be an object such as {"Frame": "r8"}, not ["r8"]
 graph.json: a.Color: must be a colour such as "#ff8000", "#ff800080" or [255, 128, 0, 128], not "#ff80"
 graph.json: a.Viewport: must be four integers [x, y, width, height], not [0,0,1]

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <Qel/gl/Image.h>
 #include <Qel/graph/GraphFile.h>
 #include <Qel/graph/GraphReview.h>
 
