@@ -23,7 +23,7 @@ protected:
   "parameters": {
     "top": {"keys": [[0, "#000000"], [10, "#c86400"]]},
     "bottom": "$top",
-    "mode": "plus",
+    "mode": "add",
     "angle": 40
   },
   "camera": {"eye": {"keys": [[0, [0, 0, 4]], [4, [8, 0, 4]]]}, "fovY": "$angle"},
