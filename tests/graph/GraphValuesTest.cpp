@@ -1,5 +1,7 @@
 // Parameters and keyed values of a running graph.
 
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 #include <Qel/graph/GraphFile.h>
@@ -16,8 +18,9 @@ namespace {
 class GraphValuesTest : public GLTest, protected Folder
 {
 protected:
-    GraphValuesTest()
+    void SetUp() override
     {
+        GLTest::SetUp();
         write("graph.json", R"({
   "viewport": [4, 4],
   "parameters": {
@@ -44,7 +47,6 @@ protected:
     /// Renders a frame and expects an image of one colour, the sum of two fills.
     void expectSumOf(const QVector3D& fill)
     {
-        QString error;
         ASSERT_TRUE(graph->renderFrame(&error)) << qPrintable(error);
         for (const QVector4D& pixel : readTexture(graph->image()).values) {
             EXPECT_LT((pixel.toVector3D() - 2.0F * fill / 255.0F).length(), 2e-3F)
@@ -64,7 +66,7 @@ TEST_F(GraphValuesTest, KeysAndParametersReachAllTheirUses)
     expectSumOf({});
     for (const int frame : {5, 2, 10, 99}) {
         graph->setFrameNumber(frame);
-        expectSumOf(QVector3D(200, 100, 0) * std::min(frame, 10) / 10.0F);
+        expectSumOf(QVector3D(200, 100, 0) * static_cast<float>(std::min(frame, 10)) / 10.0F);
     }
     graph->setFrameNumber(1);
     EXPECT_EQ(graph->camera().eye, QVector3D(2, 0, 4));
