@@ -44,6 +44,12 @@ protected:
         EXPECT_TRUE(graph) << qPrintable(errors.join('\n'));
     }
 
+    void TearDown() override
+    {
+        graph.reset();
+        GLTest::TearDown();
+    }
+
     /// Renders a frame and expects an image of one colour, the sum of two fills.
     void expectSumOf(const QVector3D& fill)
     {
