@@ -65,9 +65,10 @@ ExitCode render(const QStringList& arguments)
     options.addOption(u"model"_s, u"FILE"_s, u"replaces the graph's first model"_s);
     options.addOption(u"size"_s, u"WxH"_s, u"replaces the graph's image size, in pixels"_s);
     options.addOption(u"frames"_s, u"N"_s, u"number of frames; default 1"_s);
-    options.addOption(u"set"_s, u"WHAT=VALUE"_s,
-                      u"sets a parameter, PASS.PORT, PASS.OPTION, viewport, camera.MEMBER or lights.N.MEMBER; "
-                      "may be repeated"_s);
+    options.addOption(
+        u"set"_s, u"WHAT=VALUE"_s,
+        u"sets a parameter, PASS.PORT, PASS.OPTION, viewport, camera.MEMBER or lights.N.MEMBER; "
+        "may be repeated"_s);
     options.addOption(
         u"output"_s, u"FILE"_s,
         u"writes the last frame as PNG or EXR; with a name such as frame%04d.png every frame, from 0"_s);
