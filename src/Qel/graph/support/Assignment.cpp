@@ -23,7 +23,7 @@ namespace {
 
 QJsonValue valueFromText(const QString& text)
 {
-    const QJsonValue value = valueFromJson(text);
+    QJsonValue value = valueFromJson(text);
     if (!value.isUndefined()) {
         return value;
     }
