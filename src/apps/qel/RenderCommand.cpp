@@ -72,12 +72,14 @@ ExitCode render(const QStringList& arguments)
         u"frames"_s, u"N|A..B"_s,
         u"the first N frames, or frames A to B; default: all frames of the animation if --output "
         "writes all, else frame 0"_s);
-    options.addOption(u"set"_s, u"WHAT=VALUE"_s,
-                      u"sets a parameter, PASS.PORT, PASS.OPTION, viewport, camera.MEMBER or lights.N.MEMBER; "
-                      "may be repeated"_s);
-    options.addOption(u"output"_s, u"FILE"_s,
-                      u"writes the last frame as PNG or EXR; with a name such as frame%04d.png every frame with "
-                      "its number; as .mp4, .webm or .gif a video of all frames (needs ffmpeg)"_s);
+    options.addOption(
+        u"set"_s, u"WHAT=VALUE"_s,
+        u"sets a parameter, PASS.PORT, PASS.OPTION, viewport, camera.MEMBER or lights.N.MEMBER; "
+        "may be repeated"_s);
+    options.addOption(
+        u"output"_s, u"FILE"_s,
+        u"writes the last frame as PNG or EXR; with a name such as frame%04d.png every frame with "
+        "its number; as .mp4, .webm or .gif a video of all frames (needs ffmpeg)"_s);
     options.addOption(u"dump"_s, u"DIR"_s, u"writes every output of every pass of the last frame"_s);
     options.addOption(u"shaders"_s, u"DIR"_s, u"writes the GLSL of every program as the driver gets it"_s);
     options.addOption(
