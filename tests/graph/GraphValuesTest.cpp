@@ -1,5 +1,7 @@
 // Parameters and keyed values of a running graph.
 
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 #include <Qel/graph/GraphFile.h>
@@ -23,7 +25,7 @@ protected:
   "parameters": {
     "top": {"keys": [[0, "#000000"], [10, "#c86400"]]},
     "bottom": "$top",
-    "mode": "plus",
+    "mode": "add",
     "angle": 40
   },
   "camera": {"eye": {"keys": [[0, [0, 0, 4]], [4, [8, 0, 4]]]}, "fovY": "$angle"},
@@ -44,7 +46,6 @@ protected:
     /// Renders a frame and expects an image of one colour, the sum of two fills.
     void expectSumOf(const QVector3D& fill)
     {
-        QString error;
         ASSERT_TRUE(graph->renderFrame(&error)) << qPrintable(error);
         for (const QVector4D& pixel : readTexture(graph->image()).values) {
             EXPECT_LT((pixel.toVector3D() - 2.0F * fill / 255.0F).length(), 2e-3F)
@@ -64,7 +65,7 @@ TEST_F(GraphValuesTest, KeysAndParametersReachAllTheirUses)
     expectSumOf({});
     for (const int frame : {5, 2, 10, 99}) {
         graph->setFrameNumber(frame);
-        expectSumOf(QVector3D(200, 100, 0) * std::min(frame, 10) / 10.0F);
+        expectSumOf(QVector3D(200, 100, 0) * static_cast<float>(std::min(frame, 10)) / 10.0F);
     }
     graph->setFrameNumber(1);
     EXPECT_EQ(graph->camera().eye, QVector3D(2, 0, 4));

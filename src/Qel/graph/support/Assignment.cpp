@@ -118,6 +118,15 @@ bool GraphDescription::set(const QString& assignment, const PassRegistry& regist
         return fail(known.unknownError(name));
     }
     if (parameter < 0) {
+        QStringList inside;
+        for (const ParameterDescription& candidate : parameters) {
+            if (candidate.name.startsWith(name + u'-')) {
+                inside.append(candidate.name.sliced(name.size() + 1));
+            }
+        }
+        if (!inside.isEmpty()) {
+            return fail(u"the graph \"%1\" has %2"_s.arg(name, unknownName(u"parameter"_s, member, inside)));
+        }
         QStringList names;
         for (const PassSetting& candidate : passes) {
             names.append(candidate.name);

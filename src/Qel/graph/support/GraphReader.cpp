@@ -307,7 +307,9 @@ private:
         for (qsizetype i = 0; i < elements.size(); ++i) {
             const QString path = u"include[%1]"_s.arg(i);
             const QString file = constant(elements[i], u"QString"_s, path).toString();
-            if (file.isEmpty() || !m_scope.files.contains(QFileInfo(beside(file)).canonicalFilePath())) {
+            const QString canonical = QFileInfo(beside(file)).canonicalFilePath();
+            const bool isRead = m_scope.files.contains(canonical) && !m_files.open.contains(canonical);
+            if (elements[i].isString() && (file.isEmpty() || !isRead)) {
                 readFile(file, path, &m_scope);
             }
         }
@@ -435,7 +437,10 @@ private:
         QStringList names = m_keys.keys(path);
         names.removeDuplicates();
         for (const QString& name : names) {
-            readModel(name, members[name], models);
+            // Of an object that is there twice, the last one counts.
+            if (members.contains(name)) {
+                readModel(name, members[name], models);
+            }
         }
     }
 
@@ -595,6 +600,9 @@ std::optional<GraphDescription> readGraph(const QByteArray& text, const QString&
     if (files.good) {
         reader.renameGraphPasses(&scope);
     }
+    // Whichever files they come from.
+    std::stable_sort(scope.graph.boundValues.begin(), scope.graph.boundValues.end(),
+                     [](const BoundValue& a, const BoundValue& b) { return a.place < b.place; });
     return files.good ? std::optional(std::move(scope.graph)) : std::nullopt;
 }
 

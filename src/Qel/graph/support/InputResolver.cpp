@@ -18,6 +18,11 @@ const QLatin1StringView textureType("QelTexture*");
 const QLatin1StringView modelType("QelGPUModel*");
 const QLatin1StringView batchesType("QelDrawBuffers*");
 
+bool isReference(InputSource source)
+{
+    return source != InputSource::Default && source != InputSource::Constant;
+}
+
 bool accepts(const QString& inputType, const QString& type)
 {
     return inputType == QLatin1StringView("QVariant") || inputType == type;
@@ -71,8 +76,7 @@ void InputResolver::resolvePass(size_t index)
             resolveInput(place, value, source, port < m_ports[index].numDescribedInputs, &input);
             if (value.parameter || !value.keyed.isUndefined()) {
                 m_plan.valueUses.push_back({place, setting.value, source, static_cast<int>(index), port,
-                                            !value.keyed.isUndefined(),
-                                            input.source != InputSource::Constant});
+                                            !value.keyed.isUndefined(), isReference(input.source)});
             }
         } else if (times == 2) {
             m_errors.add(place, u"set more than once"_s);

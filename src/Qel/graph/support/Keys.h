@@ -5,6 +5,8 @@
 
 #include <optional>
 
+#include <Qel/graph/Export.h>
+
 namespace Morvane::Qel {
 
 /// Keyed values in a graph file: {"keys": [[FRAME, VALUE], ...], "ease": "linear"}. Before the first key its
@@ -21,12 +23,12 @@ struct KeysError
     QString path;
     QString what;
 };
-std::optional<KeysError> keysError(const QJsonValue& keyed);
+QEL_GRAPH_EXPORT std::optional<KeysError> keysError(const QJsonValue& keyed);
 
 /// Whether valid keyed values change between two keys.
 bool isInterpolated(const QJsonValue& keyed);
 
 /// The value of valid keyed values in a frame.
-QJsonValue valueAt(const QJsonValue& keyed, double frame);
+QEL_GRAPH_EXPORT QJsonValue valueAt(const QJsonValue& keyed, double frame);
 
 } // namespace Morvane::Qel

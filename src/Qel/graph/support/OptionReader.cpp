@@ -69,11 +69,12 @@ QVariant OptionReader::readOption(const QString& place, const OptionDescription&
         m_errors.add(place, resolved.error);
         return {};
     }
-    if (resolved.parameter) {
+    const GraphErrors::InPlace scope(m_errors, m_source, resolved.holder);
+    const QVariant value = readValue(place, option, resolved);
+    if (resolved.parameter && value.isValid()) {
         m_uses.push_back({place, given, m_source, -1, -1, !resolved.keyed.isUndefined(), true});
     }
-    const GraphErrors::InPlace scope(m_errors, m_source, resolved.holder);
-    return readValue(place, option, resolved);
+    return value;
 }
 
 QVariant OptionReader::readValue(const QString& place, const OptionDescription& option,

@@ -44,8 +44,12 @@ QJsonValue rounded(const QJsonValue& value, const QString& type)
 void checkKeyedInput(const GraphPlan& plan, const ValueUse& use, const ResolvedValue& value,
                      GraphErrors& errors)
 {
-    const QString& port =
-        plan.passes[static_cast<size_t>(use.pass)].inputs[static_cast<size_t>(use.input)].port;
+    const PlannedInput& input =
+        plan.passes[static_cast<size_t>(use.pass)].inputs[static_cast<size_t>(use.input)];
+    if (input.source != InputSource::Constant) {
+        return; // Its value in the first frame was reported.
+    }
+    const QString& port = input.port;
     const QString type = typeOf(port);
     if (isInterpolated(value.keyed) && !continuousTypes.contains(type)) {
         errors.add(
@@ -123,7 +127,6 @@ void checkValueUses(GraphPlan& plan, const Parameters& parameters, GraphErrors& 
         plan.valueUses.push_back({bound.place, bound.value, bound.source, -1, -1, !value.keyed.isUndefined(),
                                   !isInScene(bound.place)});
     }
-    const qsizetype errorsBefore = errors.count();
     for (const ValueUse& use : plan.valueUses) {
         if (!use.isKeyed) {
             continue;
@@ -137,7 +140,7 @@ void checkValueUses(GraphPlan& plan, const Parameters& parameters, GraphErrors& 
             checkKeyedInput(plan, use, value, errors);
         }
     }
-    if (errors.count() == errorsBefore) {
+    if (errors.count() == 0) {
         checkKeyedScene(plan.graph, parameters, errors);
     }
 }
