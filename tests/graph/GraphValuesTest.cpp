@@ -18,8 +18,9 @@ namespace {
 class GraphValuesTest : public GLTest, protected Folder
 {
 protected:
-    GraphValuesTest()
+    void SetUp() override
     {
+        GLTest::SetUp();
         write("graph.json", R"({
   "viewport": [4, 4],
   "parameters": {
@@ -41,6 +42,12 @@ protected:
         graph =
             description ? RenderGraph::create(*description, PassRegistry::builtin(), {}, &errors) : nullptr;
         EXPECT_TRUE(graph) << qPrintable(errors.join('\n'));
+    }
+
+    void TearDown() override
+    {
+        graph.reset();
+        GLTest::TearDown();
     }
 
     /// Renders a frame and expects an image of one colour, the sum of two fills.
