@@ -5,6 +5,7 @@
 #include <QStringList>
 #include <QTemporaryFile>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -113,6 +114,8 @@ bool VideoFile::Private::start(const QSize& frameSize, QString* error)
         QStringList{u"/proc/%1/fd/%2"_s.arg(getpid()).arg(file.handle())};
     std::vector<QByteArray> texts;
     std::vector<char*> pointers;
+    texts.reserve(static_cast<size_t>(arguments.size()));
+    pointers.reserve(static_cast<size_t>(arguments.size()) + 1);
     for (const QString& argument : arguments) {
         texts.push_back(argument.toLocal8Bit());
     }

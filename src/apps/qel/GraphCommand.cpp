@@ -124,9 +124,10 @@ void printMermaid(const Drawing& drawing)
 
 void declareGraph(Arguments& options)
 {
-    options.describe(u"Checks a graph and prints its passes in execution order with the sources of their inputs "
-                     "and the sizes and formats of their outputs, or prints a drawing of it. Warns of what is "
-                     "valid but certainly not meant."_s);
+    options.describe(
+        u"Checks a graph and prints its passes in execution order with the sources of their inputs "
+        "and the sizes and formats of their outputs, or prints a drawing of it. Warns of what is "
+        "valid but certainly not meant."_s);
     options.addPositional(u"GRAPH"_s, u"a graph file; - for standard input"_s, false, ValueKind::GraphFile);
     options.addOption(u"dot"_s, {}, u"prints the graph in the DOT language of Graphviz"_s);
     options.addOption(u"mermaid"_s, {}, u"prints the graph as a Mermaid flowchart"_s);

@@ -197,8 +197,9 @@ QString textOf(const QJsonObject& model)
 
 void declareModel(Arguments& options)
 {
-    options.describe(u"Prints the bounds, meshes, materials and textures of a model file, and the camera that "
-                     "\"qel render --model\" fits to it."_s);
+    options.describe(
+        u"Prints the bounds, meshes, materials and textures of a model file, and the camera that "
+        "\"qel render --model\" fits to it."_s);
     options.addPositional(u"FILE"_s, u"a model file"_s, false, ValueKind::File);
     options.addOption(u"json"_s, {}, u"prints JSON"_s);
 }

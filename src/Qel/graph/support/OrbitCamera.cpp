@@ -41,7 +41,8 @@ float fittedDistance(const Cylinder& cylinder, float elevation, float fovY, cons
     const float sine = std::sin(elevation);
     const float cosine = std::cos(elevation);
     const float toHeight = 1.0F / (fittedPart * std::tan(qDegreesToRadians(fovY) / 2.0F));
-    const float toWidth = toHeight * static_cast<float>(viewport.height()) / static_cast<float>(viewport.width());
+    const float toWidth =
+        toHeight * static_cast<float>(viewport.height()) / static_cast<float>(viewport.width());
     const float r = cylinder.radius;
     float distance = 0.0F;
     for (const float h : {cylinder.ends.low, cylinder.ends.high}) {
@@ -74,8 +75,7 @@ CameraDescription orbitCamera(const CameraDescription& camera, double turns, con
     float distance = orbit.distance;
     if (distance <= 0.0F) {
         // The distance does not change an orthographic view.
-        distance = camera.height ? 1.1F * depth
-                                 : fittedDistance(cylinder, elevation, camera.fovY, viewport);
+        distance = camera.height ? 1.1F * depth : fittedDistance(cylinder, elevation, camera.fovY, viewport);
         distance = std::max(distance, smallest);
     }
     const double angle = qDegreesToRadians(static_cast<double>(orbit.startAngle)) + turns * 2.0 * M_PI;
@@ -87,14 +87,16 @@ CameraDescription orbitCamera(const CameraDescription& camera, double turns, con
     }
     if (camera.nearPlane <= 0.0F) {
         // In front of what is seen, but far enough from the eye for the resolution of the depth buffer.
-        result.nearPlane = std::clamp(0.9F * (distance - depth), 1e-3F * result.farPlane, 0.5F * result.farPlane);
+        result.nearPlane =
+            std::clamp(0.9F * (distance - depth), 1e-3F * result.farPlane, 0.5F * result.farPlane);
     }
     return result;
 }
 
 } // namespace
 
-CameraDescription cameraOfFrame(const GraphDescription& graph, int frame, const std::vector<QVector3D>& points)
+CameraDescription cameraOfFrame(const GraphDescription& graph, int frame,
+                                const std::vector<QVector3D>& points)
 {
     if (!graph.camera) {
         return fitCamera(points, graph.viewport);
@@ -103,8 +105,8 @@ CameraDescription cameraOfFrame(const GraphDescription& graph, int frame, const 
         return *graph.camera;
     }
     const double position = graph.animation ? static_cast<double>(frame) / graph.animation->frames : 0.0;
-    return orbitCamera(*graph.camera, position * static_cast<double>(graph.camera->orbit->turns), graph.viewport,
-                       usablePoints(points));
+    return orbitCamera(*graph.camera, position * static_cast<double>(graph.camera->orbit->turns),
+                       graph.viewport, usablePoints(points));
 }
 
 } // namespace Morvane::Qel
