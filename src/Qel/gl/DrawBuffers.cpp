@@ -123,12 +123,11 @@ void DrawBuffers::release()
 bool DrawBuffers::draw()
 {
     const ShaderProgram* program = OpenGLDeviceContext::current()->bindings().currentProgram();
-    if (!program || !m_vertexArray || m_vertexArray->getVAO() == 0) {
-        return false;
-    }
     // Passes enable the arrays of their program when they take the batch, but the program may have been
     // replaced since by one that reads more.
-    m_vertexArray->enableShaderProgramArrays(program);
+    if (!program || !m_vertexArray || !m_vertexArray->enableShaderProgramArrays(program)) {
+        return false;
+    }
     unsigned int mode = m_primitiveType;
     if (program->hasTessellation() && mode != GL_PATCHES) {
         const int numVertices = verticesPerPatch(m_primitiveType);

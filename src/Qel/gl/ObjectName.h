@@ -32,13 +32,15 @@ public:
 
     /// Returns the name; the first call creates the object. If another context is current, this is reported
     /// once and the result is 0, which means no object to GL.
-    unsigned int get();
+    unsigned int get() { return isCurrent() ? m_name : createOrReport(); }
     /// Whether the object was created.
     bool exists() const { return m_name != 0; }
     /// Whether the object was created and its context is current on this thread.
     bool isCurrent() const { return exists() && m_context.isCurrent(); }
 
 private:
+    unsigned int createOrReport();
+
     Kind m_kind;
     bool m_isMisuseReported = false;
     unsigned int m_name = 0;

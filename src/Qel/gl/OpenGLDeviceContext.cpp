@@ -19,7 +19,8 @@ namespace Morvane::Qel {
 
 namespace {
 
-thread_local OpenGLDeviceContext* currentContext = nullptr;
+// Nearly every call reads it; with this model that takes no function call.
+[[gnu::tls_model("initial-exec")]] thread_local constinit OpenGLDeviceContext* currentContext = nullptr;
 
 /// The capabilities that the context records; the state of others is read from GL.
 constexpr std::array recordedCapabilities{

@@ -130,7 +130,7 @@ void ProgramBuilder::preprocess(const ProgramSource& source)
 
 QByteArray ProgramBuilder::hash() const
 {
-    QCryptographicHash hash(QCryptographicHash::Sha256);
+    QCryptographicHash hash(QCryptographicHash::Blake2b_256);
     for (const Composed& source : m_sources) {
         hash.addData(QByteArray::number(source.stage) + '\n');
         hash.addData(source.result.source.toUtf8());

@@ -31,10 +31,10 @@ struct Parameter
     const char* extension = nullptr;
 };
 constexpr int never = 1000;
-// Those that passes set are first, because they are searched in every frame.
+// Those that passes set in every frame are first, in the order of their names, so that they need no search.
 constexpr std::array<Parameter, 19> recorded{{
-    {GL_TEXTURE_MIN_FILTER, GL_NEAREST_MIPMAP_LINEAR},
     {GL_TEXTURE_MAG_FILTER, GL_LINEAR},
+    {GL_TEXTURE_MIN_FILTER, GL_NEAREST_MIPMAP_LINEAR},
     {GL_TEXTURE_WRAP_S, GL_REPEAT},
     {GL_TEXTURE_WRAP_T, GL_REPEAT},
     {GL_TEXTURE_WRAP_R, GL_REPEAT},
@@ -54,6 +54,21 @@ constexpr std::array<Parameter, 19> recorded{{
     {GL_TEXTURE_SRGB_DECODE_EXT, GL_DECODE_EXT, never, "EXT_texture_sRGB_decode"},
 }};
 
+constexpr GLenum firstName = GL_TEXTURE_MAG_FILTER;
+constexpr size_t numDirect = 4;
+static_assert(recorded[numDirect - 1].name == firstName + numDirect - 1);
+
+/// The index of a recorded parameter; recorded.size() if it is not one.
+size_t indexOf(GLenum name)
+{
+    if (name - firstName < numDirect) {
+        return name - firstName;
+    }
+    const auto* found = std::find_if(recorded.begin(), recorded.end(),
+                                     [name](const Parameter& parameter) { return parameter.name == name; });
+    return static_cast<size_t>(found - recorded.begin());
+}
+
 BindingRecord& bindings()
 {
     return OpenGLDeviceContext::current()->bindings();
@@ -65,10 +80,23 @@ int numMipLevels(const QSize& size)
     return std::bit_width(static_cast<unsigned int>(std::max(size.width(), size.height())));
 }
 
-bool isSupported(const Parameter& parameter)
+/// Which of the recorded parameters a context has.
+struct SupportedParameters : ContextData
 {
-    const OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    return context->version() >= parameter.version || context->hasExtension(parameter.extension);
+    std::array<bool, recorded.size()> flags{};
+
+    SupportedParameters()
+    {
+        const OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+        std::transform(recorded.begin(), recorded.end(), flags.begin(), [=](const Parameter& parameter) {
+            return context->version() >= parameter.version || context->hasExtension(parameter.extension);
+        });
+    }
+};
+
+const std::array<bool, recorded.size()>& supportedParameters()
+{
+    return OpenGLDeviceContext::current()->data<SupportedParameters>().flags;
 }
 
 } // namespace
@@ -175,8 +203,9 @@ void Texture::synchronizeBound() const
 
 void Texture::restoreParameters() const
 {
+    const auto& isSupported = supportedParameters();
     for (size_t i = 0; i < recorded.size(); ++i) {
-        if (isSupported(recorded[i])) {
+        if (isSupported[i]) {
             glTexParameteri(m_target, recorded[i].name, m_parameters[i]);
         }
     }
@@ -201,8 +230,9 @@ void Texture::readFromGL() const
             break;
         }
     }
+    const auto& isSupported = supportedParameters();
     for (size_t i = 0; i < recorded.size(); ++i) {
-        if (isSupported(recorded[i])) {
+        if (isSupported[i]) {
             glGetTexParameteriv(m_target, recorded[i].name, &m_parameters[i]);
         }
     }
@@ -253,9 +283,8 @@ void Texture::generateMipmap()
 
 int* Texture::parameterSlot(unsigned int name) const
 {
-    const auto* found = std::find_if(recorded.begin(), recorded.end(),
-                                     [name](const Parameter& parameter) { return parameter.name == name; });
-    if (found == recorded.end()) {
+    const size_t index = indexOf(name);
+    if (index == recorded.size()) {
         logCritical(__FILE__, __LINE__,
                     u"texture parameter 0x%1 is not supported"_s.arg(name, 4, 16, QLatin1Char('0')));
         return nullptr;
@@ -263,7 +292,7 @@ int* Texture::parameterSlot(unsigned int name) const
     if (!m_hasOwnImage) {
         synchronize();
     }
-    return &m_parameters[static_cast<size_t>(found - recorded.begin())];
+    return &m_parameters[index];
 }
 
 void Texture::setParameter(unsigned int name, int value)

@@ -52,10 +52,11 @@ struct RenderGraph::Private
     /// Says in `error` if the graph's context is not current.
     bool isContextCurrent(QString* error) const
     {
-        if (!context.isCurrent()) {
+        const bool isCurrent = context.isCurrent();
+        if (!isCurrent) {
             *error = plan.graph.displayName() + u": the OpenGL context of the graph is not current"_s;
         }
-        return context.isCurrent();
+        return isCurrent;
     }
     void updateView() { scene->setView(camera(), plan.graph.viewport); }
     /// Index of a model of the graph, -1 if there is none.
@@ -120,7 +121,9 @@ bool RenderGraph::renderFrame(QString* error)
     }
     const ResourceScope::Activation activation(&d->scope);
     const bool good = d->runner->renderFrame(*d->scene, error);
-    *error = printable(*error);
+    if (!good) {
+        *error = printable(*error);
+    }
     return good;
 }
 

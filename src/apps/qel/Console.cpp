@@ -66,7 +66,8 @@ void handleMessage(QtMsgType type, const QMessageLogContext& /*context*/, const 
     if (explainsFrame) {
         keptReports.append(message);
     }
-    const QString place = messagePlace().isEmpty() ? QString() : messagePlace() + u": "_s;
+    const QString current = messagePlace();
+    const QString place = current.isEmpty() ? QString() : current + u": "_s;
     if (verboseMessages) {
         writeMessage(place + text);
     } else if (type != QtDebugMsg && !explainsFrame) {

@@ -217,7 +217,6 @@ bool PassRunner::renderFrame(Scene& scene, QString* error)
         }
     }
     OpenGLDeviceContext::current()->setLabelPrefix({});
-    setMessagePlace({});
     for (const Node& node : m_nodes) {
         node.pass->endFrame(m_options.callbacks);
     }
@@ -239,7 +238,7 @@ void PassRunner::prepareFrame(Scene& scene)
         }
         if (!m_isSetUp) {
             OpenGLDeviceContext::current()->setLabelPrefix(node.name);
-            setMessagePlace(node.place);
+            const MessagePlace place(&node.place);
             node.pass->setup(m_options.callbacks);
         }
         for (const FrameValueInput& input : node.frameValues) {
@@ -249,7 +248,6 @@ void PassRunner::prepareFrame(Scene& scene)
         }
     }
     OpenGLDeviceContext::current()->setLabelPrefix({});
-    setMessagePlace({});
     m_isSetUp = true;
     scene.markUnchanged();
 }
@@ -288,7 +286,7 @@ bool PassRunner::hasDepthFormats(const Node& node, QString* error) const
 bool PassRunner::startPass(int index, QString* error)
 {
     Node& current = node(index);
-    setMessagePlace(current.place);
+    const MessagePlace place(&current.place);
     for (const size_t kept : current.modified) {
         copyOutput(m_kept[kept]);
     }
@@ -336,7 +334,7 @@ void PassRunner::showNotices(Node& node)
     }
     if (const auto* pass = dynamic_cast<const ShaderRenderPass*>(node.pass.get())) {
         // The lines name it themselves, more precisely.
-        setMessagePlace({});
+        const MessagePlace none(nullptr);
         for (const ShaderRenderPass::Notice& notice : pass->notices()) {
             const QString port = notice.port.isEmpty() ? QString() : u'.' + PortName::parse(notice.port).name;
             logNotice(__FILE__, __LINE__, u"%1%2: %3"_s.arg(node.place, port, notice.text));
