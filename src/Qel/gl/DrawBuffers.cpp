@@ -1,5 +1,7 @@
 #include <Qel/gl/DrawBuffers.h>
 
+#include <utility>
+
 #include <epoxy/gl.h>
 
 #include <Qel/core/Diagnostics.h>
@@ -131,9 +133,12 @@ bool DrawBuffers::draw()
     unsigned int mode = m_primitiveType;
     if (program->hasTessellation() && mode != GL_PATCHES) {
         const int numVertices = verticesPerPatch(m_primitiveType);
-        if (!QEL_CHECK(
-                __FILE__, numVertices > 0,
-                u"strips, loops and fans cannot be tessellated; make a batch of separate primitives"_s)) {
+        if (numVertices == 0) {
+            if (!std::exchange(m_isRefusalReported, true)) {
+                logCritical(
+                    __FILE__, __LINE__,
+                    u"strips, loops and fans cannot be tessellated; make a batch of separate primitives"_s);
+            }
             return false;
         }
         glPatchParameteri(GL_PATCH_VERTICES, numVertices);

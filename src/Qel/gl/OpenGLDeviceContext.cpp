@@ -40,6 +40,15 @@ constexpr std::array recordedCapabilities{
     static_cast<GLenum>(GL_STENCIL_TEST),
 };
 
+void setInGL(GLenum capability, bool enabled)
+{
+    if (enabled) {
+        glEnable(capability);
+    } else {
+        glDisable(capability);
+    }
+}
+
 QString stringOf(GLenum name)
 {
     return QString::fromUtf8(reinterpret_cast<const char*>(glGetString(name)));
@@ -258,11 +267,7 @@ void OpenGLDeviceContext::setEnabled(unsigned int capability, bool enabled)
     if (bool* record = d->capability(capability)) {
         *record = enabled;
     }
-    if (enabled) {
-        glEnable(capability);
-    } else {
-        glDisable(capability);
-    }
+    setInGL(capability, enabled);
 }
 
 bool OpenGLDeviceContext::isEnabled(unsigned int capability) const
@@ -299,8 +304,9 @@ void OpenGLDeviceContext::bindFramebuffer(unsigned int target, unsigned int name
 
 void OpenGLDeviceContext::applyBaseState()
 {
-    for (const GLenum capability : recordedCapabilities) {
-        setEnabled(capability, capability == GL_MULTISAMPLE);
+    for (size_t i = 0; i < recordedCapabilities.size(); ++i) {
+        d->capabilities[i] = recordedCapabilities[i] == GL_MULTISAMPLE;
+        setInGL(recordedCapabilities[i], d->capabilities[i]);
     }
     glDepthMask(GL_TRUE);
     glDepthFunc(GL_LESS);

@@ -120,7 +120,7 @@ private:
 
 Texture::Texture(QObject* parent)
     : QObject(parent)
-    , m_serial(++lastSerial)
+    , m_shared(std::make_shared<AttachableTexture>(++lastSerial))
     , m_target(GL_TEXTURE_2D)
 {
     static_assert(recorded.size() == numParameters);
@@ -130,10 +130,11 @@ Texture::Texture(QObject* parent)
 
 Texture::~Texture()
 {
+    m_shared->isDestroyed = true;
+    // GL keeps the storage of a deleted texture as long as a framebuffer holds it.
+    m_name.whenCurrent([serial = serial()] { FramebufferObject::forgetTexture(serial); });
     if (m_name.isCurrent()) {
-        // GL keeps the storage of a deleted texture as long as a framebuffer holds it.
-        FramebufferObject::forgetTexture(this);
-        bindings().forgetTexture(&m_unit, m_target, m_serial);
+        bindings().forgetTexture(&m_unit, m_target, serial());
     }
 }
 
@@ -194,7 +195,7 @@ void Texture::synchronizeBound() const
     if (m_target == GL_TEXTURE_BUFFER) {
         return; // It has no parameters.
     }
-    if (m_hasOwnImage) {
+    if (m_shared->hasOwnImage) {
         restoreParameters();
     } else {
         readFromGL();
@@ -221,10 +222,10 @@ void Texture::readFromGL() const
         glGetTexLevelParameteriv(levelTarget, level, name, &value);
         return value;
     };
-    m_image.size = {levelParameter(0, GL_TEXTURE_WIDTH), levelParameter(0, GL_TEXTURE_HEIGHT)};
+    m_shared->size = {levelParameter(0, GL_TEXTURE_WIDTH), levelParameter(0, GL_TEXTURE_HEIGHT)};
     m_image.layers = std::max(levelParameter(0, GL_TEXTURE_DEPTH), 1);
     m_image.internalFormat = static_cast<unsigned int>(levelParameter(0, GL_TEXTURE_INTERNAL_FORMAT));
-    const int numLevels = numMipLevels(m_image.size);
+    const int numLevels = numMipLevels(m_shared->size);
     for (m_image.levels = 0; m_image.levels < numLevels; ++m_image.levels) {
         if (levelParameter(m_image.levels, GL_TEXTURE_WIDTH) == 0) {
             break;
@@ -249,9 +250,10 @@ void Texture::setFaceImage(unsigned int face, int level, unsigned int internalFo
 {
     const Change change(this);
     glTexImage2D(face, level, static_cast<int>(internalFormat), width, height, 0, format, type, pixels);
-    m_hasOwnImage = true;
-    if (level == 0 && (m_image.size != QSize(width, height) || m_image.internalFormat != internalFormat)) {
-        m_image = {QSize(width, height), 1, 0, internalFormat};
+    m_shared->hasOwnImage = true;
+    if (level == 0 && (m_shared->size != QSize(width, height) || m_image.internalFormat != internalFormat)) {
+        m_shared->size = QSize(width, height);
+        m_image = {1, 0, internalFormat};
     }
     m_image.levels = std::max(m_image.levels, level + 1);
 }
@@ -262,15 +264,16 @@ void Texture::setImage3D(unsigned int internalFormat, int width, int height, int
     const Change change(this);
     glTexImage3D(m_target, 0, static_cast<int>(internalFormat), width, height, layers, 0, format, type,
                  pixels);
-    m_hasOwnImage = true;
-    m_image = {QSize(width, height), layers, 1, internalFormat};
+    m_shared->hasOwnImage = true;
+    m_shared->size = QSize(width, height);
+    m_image = {layers, 1, internalFormat};
 }
 
 void Texture::setBuffer(unsigned int internalFormat, BufferObject* buffer)
 {
     const Change change(this);
     glTexBuffer(m_target, internalFormat, buffer->getBO());
-    m_hasOwnImage = true;
+    m_shared->hasOwnImage = true;
     m_image.internalFormat = internalFormat;
 }
 
@@ -278,7 +281,7 @@ void Texture::generateMipmap()
 {
     const Change change(this);
     glGenerateMipmap(m_target);
-    m_image.levels = numMipLevels(m_image.size);
+    m_image.levels = numMipLevels(m_shared->size);
 }
 
 int* Texture::parameterSlot(unsigned int name) const
@@ -289,7 +292,7 @@ int* Texture::parameterSlot(unsigned int name) const
                     u"texture parameter 0x%1 is not supported"_s.arg(name, 4, 16, QLatin1Char('0')));
         return nullptr;
     }
-    if (!m_hasOwnImage) {
+    if (!m_shared->hasOwnImage) {
         synchronize();
     }
     return &m_parameters[index];
