@@ -116,13 +116,15 @@ TEST_P(PassProperties, SurvivesMissingAndRandomInputs)
         host.setInputs({});
     }
     checkGLError(__FILE__, __LINE__);
-    // What passes may report about such inputs. GL reports colour textures as depth and faces of different
-    // sizes.
+    // What passes may report about such inputs. GL reports colour textures as depth, faces of different sizes,
+    // and frames that cannot be drawn into or copied to the screen.
     const std::map<std::string, QString> documented{
         {"CubemapLoaderRenderPass",
          u"must be square and of one size|GL_INVALID_OPERATION( in glGenerateMipmap|$)"_s},
         {"ScalableAmbientObscuranceRenderPass", u"Unhandled depth format|GL_INVALID_FRAMEBUFFER_OPERATION"_s},
         {"ShadowMapRenderPass", u"Input Geometry is (NULL|not a 'GPUModel\\*')"_s},
+        {"SkyboxRenderPass", u"GL_INVALID_FRAMEBUFFER_OPERATION"_s},
+        {"TextureToScreenRenderPass", u"GL_INVALID_(FRAMEBUFFER_)?OPERATION"_s},
         {"VisibilityDeferredRenderPass", u"the lists are ignored"_s},
         {"VisibilitySortRenderPass", u"the lists are ignored"_s}};
     if (const auto messages = documented.find(GetParam()); messages != documented.end()) {

@@ -8,13 +8,31 @@ namespace {
 
 void setCapabilitiesAndValues()
 {
-    for (const GLenum capability :
-         {GL_BLEND, GL_COLOR_LOGIC_OP, GL_CULL_FACE, GL_DEPTH_CLAMP, GL_DEPTH_TEST, GL_DITHER,
-          GL_FRAMEBUFFER_SRGB, GL_MULTISAMPLE, GL_POLYGON_OFFSET_FILL, GL_POLYGON_SMOOTH,
-          GL_PRIMITIVE_RESTART, GL_PROGRAM_POINT_SIZE, GL_RASTERIZER_DISCARD, GL_SAMPLE_ALPHA_TO_COVERAGE,
-          GL_SAMPLE_COVERAGE, GL_SAMPLE_MASK, GL_SCISSOR_TEST, GL_STENCIL_TEST, GL_CLIP_DISTANCE0,
-          GL_CLIP_DISTANCE7, GL_LINE_SMOOTH, GL_POLYGON_OFFSET_LINE, GL_POLYGON_OFFSET_POINT,
-          GL_SAMPLE_ALPHA_TO_ONE, GL_TEXTURE_CUBE_MAP_SEAMLESS}) {
+    for (const GLenum capability : {GL_BLEND,
+                                    GL_COLOR_LOGIC_OP,
+                                    GL_CULL_FACE,
+                                    GL_DEPTH_CLAMP,
+                                    GL_DEPTH_TEST,
+                                    GL_DITHER,
+                                    GL_FRAMEBUFFER_SRGB,
+                                    GL_MULTISAMPLE,
+                                    GL_POLYGON_OFFSET_FILL,
+                                    GL_POLYGON_SMOOTH,
+                                    GL_PRIMITIVE_RESTART,
+                                    GL_PROGRAM_POINT_SIZE,
+                                    GL_RASTERIZER_DISCARD,
+                                    GL_SAMPLE_ALPHA_TO_COVERAGE,
+                                    GL_SAMPLE_COVERAGE,
+                                    GL_SAMPLE_MASK,
+                                    GL_SCISSOR_TEST,
+                                    GL_STENCIL_TEST,
+                                    GL_CLIP_DISTANCE0,
+                                    GL_CLIP_DISTANCE7,
+                                    GL_LINE_SMOOTH,
+                                    GL_POLYGON_OFFSET_LINE,
+                                    GL_POLYGON_OFFSET_POINT,
+                                    GL_SAMPLE_ALPHA_TO_ONE,
+                                    GL_TEXTURE_CUBE_MAP_SEAMLESS}) {
         (glIsEnabled(capability) == GL_TRUE ? glDisable : glEnable)(capability);
     }
     glScissor(1, 2, 3, 4);
