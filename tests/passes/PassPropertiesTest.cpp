@@ -116,8 +116,8 @@ TEST_P(PassProperties, SurvivesMissingAndRandomInputs)
         host.setInputs({});
     }
     checkGLError(__FILE__, __LINE__);
-    // What passes may report about such inputs. GL reports colour textures as depth, faces of different sizes,
-    // and frames that cannot be drawn into or copied to the screen.
+    // What passes may report about such inputs. GL reports colour textures as depth, faces of different
+    // sizes, and frames that cannot be drawn into or copied to the screen.
     const std::map<std::string, QString> documented{
         {"CubemapLoaderRenderPass",
          u"must be square and of one size|GL_INVALID_OPERATION( in glGenerateMipmap|$)"_s},

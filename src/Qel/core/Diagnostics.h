@@ -38,8 +38,8 @@ public:
 private:
     const QString* m_former;
 };
-/// What the calling thread works on, empty if nothing was said. A message handler can put it before a message,
-/// whose text has no place.
+/// What the calling thread works on, empty if nothing was said. A message handler can put it before a
+/// message, whose text has no place.
 QEL_CORE_EXPORT QString messagePlace();
 
 } // namespace Morvane::Qel

@@ -72,10 +72,7 @@ public:
     /// Adds the attachments of a new framebuffer.
     void addFramebuffer(const std::shared_ptr<AppliedAttachments>& attachments);
     /// The attachments of all framebuffers; those of destroyed ones have expired.
-    const std::vector<std::weak_ptr<AppliedAttachments>>& framebuffers() const
-    {
-        return m_attachments;
-    }
+    const std::vector<std::weak_ptr<AppliedAttachments>>& framebuffers() const { return m_attachments; }
 
     void setViewport(const QRect& rectangle);
     QRect viewport() const { return m_viewport; }

@@ -11,9 +11,10 @@ namespace Morvane::Qel {
 /// Owns a GL object, known by its name. The object is created on first use and belongs to the context that is
 /// current then.
 ///
-/// The destructor may run on any thread and after the context. It deletes the object at once if its context is
-/// current on the thread, otherwise during that context's next makeCurrent. GL deletes the objects of a
-/// destroyed context itself.
+/// The destructor may run on any thread and after the context; only that of a texture whose image came from
+/// GL calls of the application may not run while another thread uses a framebuffer that it is attached to. It
+/// deletes the object at once if its context is current on the thread, otherwise during that context's next
+/// makeCurrent. GL deletes the objects of a destroyed context itself.
 class QEL_GL_EXPORT ObjectName
 {
 public:

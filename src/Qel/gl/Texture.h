@@ -15,8 +15,8 @@ namespace Morvane::Qel {
 
 class BufferObject;
 
-/// What framebuffers need to know of a texture that is attached to them. It outlives the texture, which may be
-/// destroyed on another thread. Internal to the library.
+/// What framebuffers need to know of a texture that is attached to them. It outlives the texture, which may
+/// be destroyed on another thread. Internal to the library.
 struct AttachableTexture
 {
     quint64 serial;
