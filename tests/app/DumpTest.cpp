@@ -185,6 +185,7 @@ o_Frame = vec4(1.0, 1.0 / (bad ? 0.0 : 1.0), 2.0, 1.0);
     write("s.frag", "#version 150\nout vec4 o_Frame;\nvoid main() { o_Frame = vec4(2.0); }");
     const ProgramResult right =
         render(QString(R"({"viewport": [3, 4], "models": {"m": "m.obj"}, "output": "@blur.Output",
+        "camera": {"eye": [0, 3, 0.1]},
         "passes": [%1, {"name": "blur", "type": "GaussianBlurRenderPass", "inputs": {"Input": "@nan.Frame", "BlurRadius": 2}},
                    {"name": "jitter", "type": "TemporalAAJitterPass", "inputs": {"Dirty": false}},
                    {"name": "drawn", "type": "ModelRenderPass", "inputs": {"ProjectionMatrix": "@jitter.ProjectionMatrix"}},

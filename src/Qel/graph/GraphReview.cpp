@@ -122,7 +122,9 @@ public:
     QStringList review()
     {
         // A camera of the application is not checked before; those of files are.
-        if (const auto& camera = m_plan.graph.camera; camera && camera->nearPlane >= camera->farPlane) {
+        // Planes of 0 are fitted.
+        if (const auto& camera = m_plan.graph.camera;
+            camera && camera->farPlane != 0.0F && camera->nearPlane >= camera->farPlane) {
             m_lines.append(u"camera: the near plane at %1 is not in front of the far plane at %2; swap them"_s
                                .arg(camera->nearPlane)
                                .arg(camera->farPlane));

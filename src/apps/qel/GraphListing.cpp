@@ -125,6 +125,14 @@ QString meaningText(const TextureMeaning& meaning)
     return parts.join(u", "_s);
 }
 
+QJsonValue animationJson(const GraphPlan& plan)
+{
+    const std::optional<AnimationDescription>& animation = plan.graph.animation;
+    return animation ? QJsonObject{{u"frames"_s, animation->frames},
+                                   {u"fps"_s, static_cast<double>(animation->fps)}}
+                     : QJsonValue();
+}
+
 QString imageText(const GraphPlan& plan)
 {
     if (plan.outputPass < 0) {
@@ -230,6 +238,15 @@ void printGraph(const GraphPlan& plan, const Outputs& outputs)
     if (plan.outputPass >= 0) {
         print(u"image: %1\n"_s.arg(imageText(plan)));
     }
+    if (plan.graph.animation) {
+        print(u"animation: %1 frames, %2 per second\n"_s.arg(plan.graph.animation->frames)
+                  .arg(static_cast<double>(plan.graph.animation->fps)));
+    }
+    if (plan.runUpFrames != 0) {
+        print(plan.runUpFrames == PassDescription::unlimitedHistory
+                  ? u"run-up: all frames from 0, because passes remember every earlier frame\n"_s
+                  : u"run-up: %1 frames\n"_s.arg(plan.runUpFrames));
+    }
 }
 
 void printGraphJson(const GraphPlan& plan, const Outputs& outputs, const QStringList& warnings)
@@ -248,6 +265,10 @@ void printGraphJson(const GraphPlan& plan, const Outputs& outputs, const QString
     const QJsonObject graph{{u"passes"_s, passes},
                             {u"culled"_s, culled},
                             {u"image"_s, jsonText(imageText(plan))},
+                            {u"animation"_s, animationJson(plan)},
+                            {u"runUpFrames"_s, plan.runUpFrames == PassDescription::unlimitedHistory
+                                                   ? QJsonValue(u"all"_s)
+                                                   : QJsonValue(plan.runUpFrames)},
                             {u"warnings"_s, QJsonArray::fromStringList(warnings)}};
     print(QString::fromUtf8(QJsonDocument(graph).toJson()));
 }

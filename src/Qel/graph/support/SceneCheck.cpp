@@ -152,7 +152,11 @@ void checkModels(const GraphDescription& graph, GraphErrors& errors)
         }
         if (const QString error = model.merge.isEmpty() ? fileError(graph, model.file) : QString();
             !error.isEmpty()) {
-            errors.addLine(u"%1: %2"_s.arg(graph.placeOf(model), error));
+            if (model.origin.isEmpty()) {
+                errors.add(place, error);
+            } else {
+                errors.addLine(u"%1: %2"_s.arg(model.origin, error));
+            }
         }
         checkPlacement(model.placement, place, errors);
     }
