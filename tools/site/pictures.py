@@ -89,6 +89,9 @@ def apply(graph, shot):
             "inputs": {"Data": graph["output"], "Factor": shot.get("factor", 1)},
         })
         graph["output"] = "@shown.Picture"
+    # Where the graph settles each frame, the frames of a still view are counted by that.
+    if "settle" in graph:
+        graph["settle"] = shot.get("frames", 1)
     zoom = shot.get("zoom", 1)
     graph["viewport"] = [shot["size"][0] // zoom, shot["size"][1] // zoom]
 
@@ -112,7 +115,7 @@ class Renderer:
         graph = load_graph(file)
         apply(graph, shot)
         text = json.dumps(graph, indent=1)
-        frames = shot.get("frames", 1)
+        frames = 1 if "settle" in graph else shot.get("frames", 1)
         key = hashlib.sha1(json.dumps([text, frames, self.version]).encode()).hexdigest()[:16]
         self.shots[key] = (text, frames, shot["graph"])
         return key + ".png"
