@@ -142,10 +142,10 @@ def cost_table(costs, name):
     rows = costs["passes"].get(name)
     if not rows:
         return ""
-    cells = " | ".join(f"{value:.2g}" for value in rows["ratios"])
+    cells = " | ".join(f"{float(f'{value:.2g}'):g}" for value in rows["ratios"])
     sizes = " | ".join(f"{width} x {height}" for width, height in costs["sizes"])
     return (f"\nTime in `{rows['graph']}`, as a multiple of the time that a copy of the whole image takes at the same size "
-            f"({costs['device']}). A row that stays level grows like the number of pixels; one that falls has a part "
+            f"({costs['device']}; two digits, to be read as orders of magnitude). A row that stays level grows like the number of pixels; one that falls has a part "
             f"that does not depend on it.\n\n| {sizes} |\n|{'---|' * len(costs['sizes'])}\n| {cells} |\n")
 
 
