@@ -12,6 +12,9 @@ namespace Morvane::Qel::App {
 /// form.
 QJsonValue jsonFromValue(const QVariant& value);
 
+/// Returns a text as JSON; null for an empty one.
+QJsonValue jsonText(const QString& text);
+
 /// Returns a port's value as JSON text; see jsonFromValue.
 QString textFromValue(const QVariant& value);
 
