@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks the links of a static site: check-links FOLDER. Each must lead to a file of the folder, and each fragment to an
+"""Checks the links of a static site: check_links.py FOLDER. Each must lead to a file of the folder, and each fragment to an
 element. Addresses on the network are errors in what a page loads, and are otherwise left unchecked."""
 
 import html.parser
@@ -47,7 +47,7 @@ def check(folder):
                 problems.append(f"{where}: no such file")
             elif parts.fragment and target in pages and urllib.parse.unquote(parts.fragment) not in pages[target].anchors:
                 problems.append(f"{where}: no such place in the page")
-    print(f"check-links: {len(pages)} pages, {number} links")
+    print(f"check_links: {len(pages)} pages, {number} links")
     if not pages:
         problems.append(f"{folder}: holds no pages")
     return problems
@@ -56,5 +56,5 @@ def check(folder):
 if __name__ == "__main__":
     found = check(pathlib.Path(sys.argv[1]).resolve())
     for problem in found:
-        print(f"check-links: {problem}", file=sys.stderr)
+        print(f"check_links: {problem}", file=sys.stderr)
     sys.exit(1 if found else 0)
