@@ -458,7 +458,7 @@ private:
     void readModel(const QString& name, const QJsonValue& value, std::vector<ModelDescription>* models)
     {
         const QString path = memberPath(u"models"_s, name);
-        ModelDescription& model = models->emplace_back(ModelDescription{.name = name});
+        ModelDescription& model = models->emplace_back(ModelDescription{name, {}});
         // Of a repeated "models", only the last is in the document.
         if (value.isUndefined()) {
             return;
