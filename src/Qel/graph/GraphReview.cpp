@@ -121,8 +121,8 @@ public:
 
     QStringList review()
     {
-        // A camera of the application is not checked before; those of files are. In an orbit, a far plane of 0
-        // is fitted later.
+        // A camera of the application is not checked before; those of files are. In an orbit, a far plane of
+        // 0 is fitted later.
         const auto& camera = m_plan.graph.camera;
         const bool isFitted = camera && camera->orbit && camera->farPlane == 0.0F;
         if (camera && !isFitted && camera->nearPlane >= camera->farPlane) {
