@@ -183,9 +183,12 @@ public:
         bindMap(1, m_coverages);
         glBindVertexArray(m_emptyVertexArray);
         glDrawArrays(GL_TRIANGLES, 0, 3);
+        // Everything that the library has on record is as it was, so that it needs no makeCurrent.
         glBindVertexArray(0);
         glUseProgram(0);
         glDisable(GL_BLEND);
+        bindMap(0, 0);
+        bindMap(1, 0);
         glBindFramebuffer(GL_FRAMEBUFFER, 0);
     }
 
@@ -314,7 +317,8 @@ void compareTransparency(benchmark::State& state, Wait wait, const ModelData& da
         }
     }
     compareSides(
-        state, wait, [&] { pass.start(nullptr); }, [&] { plain.draw(projection, camera); }, applyBaseState);
+        state, wait, [&] { pass.start(nullptr); }, [&] { plain.draw(projection, camera); },
+        [] { OpenGLDeviceContext::current()->applyBaseState(); });
 }
 
 /// Draws the example scene, with its transparent curtains and leaves.

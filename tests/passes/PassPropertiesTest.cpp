@@ -91,27 +91,40 @@ TEST_P(PassProperties, SurvivesMissingAndRandomInputs)
         texture.setImage2D(0, std::array{GL_RGBA8, GL_R8, GL_RGBA32F, GL_SRGB8_ALPHA8}[random() % 4],
                            1 + static_cast<int>(random() % 64), 1 + static_cast<int>(random() % 64), GL_RGBA,
                            GL_UNSIGNED_BYTE, nullptr);
+        Texture withoutImage;
+        const auto integers = makeIntegerTexture(2, 3, GL_RGBA32UI, std::vector(4UL * 2 * 3, 7U));
+        Texture cube;
+        cube.setTarget(GL_TEXTURE_CUBE_MAP);
+        const auto numFaces = static_cast<unsigned int>(random() % 7);
+        for (unsigned int face = 0; face < numFaces; ++face) {
+            cube.setFaceImage(GL_TEXTURE_CUBE_MAP_POSITIVE_X + face, 0, GL_RGBA8, 4, 4, GL_RGBA,
+                              GL_UNSIGNED_BYTE, nullptr);
+        }
+        const std::array textures{&texture, &texture, &withoutImage, integers.get(), &cube};
         for (int i = 0; i < host.numInputs(); ++i) {
             // A third of the inputs keep their suitable value.
             const auto choice = static_cast<qsizetype>(random() % 24);
             if (choice < values.size()) {
                 host.replaceInput(i, values[choice]);
             } else if (choice < 16) {
-                host.replaceInput(i, Input(&texture).value());
+                host.replaceInput(i, Input(textures[random() % textures.size()]).value());
             }
         }
-        host.runFrame();
+        // Some publish an input, which may be one that cannot be read.
+        host.runFrame([](RenderPass& pass) { pass.start(nullptr); });
         EXPECT_EQ(TextureManager::Instance()->numReferences(), numKeptTextures(GetParam())) << frame;
         host.setInputs({});
     }
     checkGLError(__FILE__, __LINE__);
-    // What passes may report about such inputs. GL reports colour textures as depth and faces of different
-    // sizes.
+    // What passes may report about such inputs. GL reports colour textures as depth, faces of different
+    // sizes, and frames that cannot be drawn into or copied to the screen.
     const std::map<std::string, QString> documented{
         {"CubemapLoaderRenderPass",
          u"must be square and of one size|GL_INVALID_OPERATION( in glGenerateMipmap|$)"_s},
         {"ScalableAmbientObscuranceRenderPass", u"Unhandled depth format|GL_INVALID_FRAMEBUFFER_OPERATION"_s},
         {"ShadowMapRenderPass", u"Input Geometry is (NULL|not a 'GPUModel\\*')"_s},
+        {"SkyboxRenderPass", u"GL_INVALID_FRAMEBUFFER_OPERATION"_s},
+        {"TextureToScreenRenderPass", u"GL_INVALID_(FRAMEBUFFER_)?OPERATION"_s},
         {"VisibilityDeferredRenderPass", u"the lists are ignored"_s},
         {"VisibilitySortRenderPass", u"the lists are ignored"_s}};
     if (const auto messages = documented.find(GetParam()); messages != documented.end()) {

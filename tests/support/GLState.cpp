@@ -8,11 +8,31 @@ namespace {
 
 void setCapabilitiesAndValues()
 {
-    for (const GLenum capability :
-         {GL_BLEND, GL_COLOR_LOGIC_OP, GL_CULL_FACE, GL_DEPTH_CLAMP, GL_DEPTH_TEST, GL_DITHER,
-          GL_FRAMEBUFFER_SRGB, GL_MULTISAMPLE, GL_POLYGON_OFFSET_FILL, GL_POLYGON_SMOOTH,
-          GL_PRIMITIVE_RESTART, GL_PROGRAM_POINT_SIZE, GL_RASTERIZER_DISCARD, GL_SAMPLE_ALPHA_TO_COVERAGE,
-          GL_SAMPLE_COVERAGE, GL_SAMPLE_MASK, GL_SCISSOR_TEST, GL_STENCIL_TEST, GL_CLIP_DISTANCE0}) {
+    for (const GLenum capability : {GL_BLEND,
+                                    GL_COLOR_LOGIC_OP,
+                                    GL_CULL_FACE,
+                                    GL_DEPTH_CLAMP,
+                                    GL_DEPTH_TEST,
+                                    GL_DITHER,
+                                    GL_FRAMEBUFFER_SRGB,
+                                    GL_MULTISAMPLE,
+                                    GL_POLYGON_OFFSET_FILL,
+                                    GL_POLYGON_SMOOTH,
+                                    GL_PRIMITIVE_RESTART,
+                                    GL_PROGRAM_POINT_SIZE,
+                                    GL_RASTERIZER_DISCARD,
+                                    GL_SAMPLE_ALPHA_TO_COVERAGE,
+                                    GL_SAMPLE_COVERAGE,
+                                    GL_SAMPLE_MASK,
+                                    GL_SCISSOR_TEST,
+                                    GL_STENCIL_TEST,
+                                    GL_CLIP_DISTANCE0,
+                                    GL_CLIP_DISTANCE7,
+                                    GL_LINE_SMOOTH,
+                                    GL_POLYGON_OFFSET_LINE,
+                                    GL_POLYGON_OFFSET_POINT,
+                                    GL_SAMPLE_ALPHA_TO_ONE,
+                                    GL_TEXTURE_CUBE_MAP_SEAMLESS}) {
         (glIsEnabled(capability) == GL_TRUE ? glDisable : glEnable)(capability);
     }
     glScissor(1, 2, 3, 4);
@@ -27,7 +47,22 @@ void setCapabilitiesAndValues()
     glCullFace(GL_FRONT_AND_BACK);
     glFrontFace(GL_CW);
     glPolygonMode(GL_FRONT_AND_BACK, GL_POINT);
+    glPolygonOffset(100.0F, 100.0F);
+    glLogicOp(GL_CLEAR);
+    glStencilOp(GL_INVERT, GL_INVERT, GL_INVERT);
     glProvokingVertex(GL_FIRST_VERTEX_CONVENTION);
+    glPointSize(5.0F);
+    glPointParameterf(GL_POINT_FADE_THRESHOLD_SIZE, 9.0F);
+    glPointParameteri(GL_POINT_SPRITE_COORD_ORIGIN, GL_LOWER_LEFT);
+    glLineWidth(7.0F);
+    glHint(GL_FRAGMENT_SHADER_DERIVATIVE_HINT, GL_FASTEST);
+    glClampColor(GL_CLAMP_READ_COLOR, GL_TRUE);
+    if (epoxy_gl_version() >= 40) {
+        constexpr std::array<float, 4> levels{7.0F, 6.0F, 5.0F, 4.0F};
+        glPatchParameteri(GL_PATCH_VERTICES, 5);
+        glPatchParameterfv(GL_PATCH_DEFAULT_OUTER_LEVEL, levels.data());
+        glPatchParameterfv(GL_PATCH_DEFAULT_INNER_LEVEL, levels.data());
+    }
     glClearColor(0.3F, 0.6F, 0.9F, 0.2F);
     glClearDepth(0.25);
     for (unsigned int location = 0; location < stateInGL(GL_MAX_VERTEX_ATTRIBS); ++location) {

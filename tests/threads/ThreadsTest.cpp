@@ -8,8 +8,13 @@
 
 #include <gtest/gtest.h>
 
+#include <epoxy/gl.h>
+
 #include "support/Paths.h"
+#include <Qel/gl/FramebufferObject.h>
+#include <Qel/gl/Guards.h>
 #include <Qel/gl/HeadlessContext.h>
+#include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
 #include <Qel/graph/GraphFile.h>
 #include <Qel/graph/ImageIO.h>
@@ -60,6 +65,44 @@ TEST(Threads, RenderTheSameImagesAtTheSameTime)
     for (size_t i = 0; i < images[0].size(); ++i) {
         EXPECT_TRUE(images[0][i].samples == images[1][i].samples) << "graph " << i;
     }
+}
+
+TEST(Threads, DestroyAttachedTexturesAndFramebuffersBesideTheirUse)
+{
+    QString error;
+    const auto context = HeadlessContext::create({.device = HeadlessContext::Device::Software}, &error);
+    const auto makeAttached = [](FramebufferObject& framebuffer, int width) {
+        auto texture = std::make_unique<Texture>();
+        texture->setImage2D(0, GL_RGBA8, width, 4, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+        framebuffer.attach(texture.get(), GL_COLOR_ATTACHMENT0, 0);
+        return texture;
+    };
+    FramebufferObject used;
+    for (int round = 0; round < 100; ++round) {
+        auto destroyed = std::make_unique<FramebufferObject>();
+        const auto kept = makeAttached(*destroyed, 4);
+        auto attached = makeAttached(used, 8);
+        std::thread destroyer([&] {
+            attached.reset();
+            destroyed.reset();
+        });
+        for (int i = 0; i < 20; ++i) {
+            const AutoBinder binder(&used);
+            used.setDrawBuffers();
+            glClear(GL_COLOR_BUFFER_BIT);
+            FramebufferObject other;
+            makeAttached(other, 2);
+        }
+        destroyer.join();
+        EXPECT_EQ(used.attachment(GL_COLOR_ATTACHMENT0), nullptr);
+        context->makeCurrent();
+        int type = GL_TEXTURE;
+        const AutoBinder binder(&used);
+        glGetFramebufferAttachmentParameteriv(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0,
+                                              GL_FRAMEBUFFER_ATTACHMENT_OBJECT_TYPE, &type);
+        EXPECT_EQ(type, GL_NONE) << "the framebuffer still holds the storage";
+    }
+    EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
 }
 
 } // namespace

@@ -4,6 +4,8 @@
 #include <QLoggingCategory>
 #include <QStringList>
 
+#include <utility>
+
 #include <Qel/core/Text.h>
 
 using namespace Qt::StringLiterals;
@@ -22,7 +24,8 @@ QByteArray messageText(const QString& text)
     return lines.join(u'\n').toUtf8();
 }
 
-thread_local QString currentPlace;
+// A pointer, because it changes twice for every pass of a frame.
+thread_local constinit const QString* currentPlace = nullptr;
 
 } // namespace
 
@@ -50,14 +53,19 @@ void logFailedCheck(const char* file, int line, const char* condition, const QSt
                 u"[ !! ] Assertion '%1' failed: %2"_s.arg(QString::fromUtf8(condition), explanation));
 }
 
-void setMessagePlace(const QString& place)
+MessagePlace::MessagePlace(const QString* place)
+    : m_former(std::exchange(currentPlace, place))
 {
-    currentPlace = place;
 }
 
-const QString& messagePlace()
+MessagePlace::~MessagePlace()
 {
-    return currentPlace;
+    currentPlace = m_former;
+}
+
+QString messagePlace()
+{
+    return currentPlace ? *currentPlace : QString();
 }
 
 } // namespace Morvane::Qel

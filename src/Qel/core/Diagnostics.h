@@ -24,10 +24,23 @@ QEL_CORE_EXPORT void logCritical(const char* file, int line, const QString& text
 QEL_CORE_EXPORT void logFailedCheck(const char* file, int line, const char* condition,
                                     const QString& explanation);
 
-/// Sets what the calling thread works on, such as "glow.json: blur" while that pass runs; empty for nothing.
-QEL_CORE_EXPORT void setMessagePlace(const QString& place);
-/// What the calling thread works on. A message handler can put it before a message, whose text has no place.
-QEL_CORE_EXPORT const QString& messagePlace();
+/// Says, for its lifetime, what the calling thread works on, such as "glow.json: blur" while that pass runs.
+class QEL_CORE_EXPORT MessagePlace
+{
+public:
+    /// Null stands for nothing. `place` must outlive this object.
+    explicit MessagePlace(const QString* place);
+    /// Restores the former place.
+    ~MessagePlace();
+    MessagePlace(const MessagePlace&) = delete;
+    MessagePlace& operator=(const MessagePlace&) = delete;
+
+private:
+    const QString* m_former;
+};
+/// What the calling thread works on, empty if nothing was said. A message handler can put it before a
+/// message, whose text has no place.
+QEL_CORE_EXPORT QString messagePlace();
 
 } // namespace Morvane::Qel
 

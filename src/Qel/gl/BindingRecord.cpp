@@ -146,11 +146,7 @@ void BindingRecord::endTextureChange(int unit, unsigned int target)
 
 void BindingRecord::bindManagedTexture(int slot, quint64 serial, unsigned int target, unsigned int name)
 {
-    quint64& bound = m_managedSerials[static_cast<size_t>(slot)];
-    if (bound == serial) {
-        return;
-    }
-    bound = serial;
+    m_managedSerials[static_cast<size_t>(slot)] = serial;
     setActiveUnit(firstManagedUnit + slot);
     glBindTexture(target, name);
 }
@@ -267,11 +263,10 @@ void BindingRecord::bindFramebufferName(unsigned int target, unsigned int name)
     }
 }
 
-void BindingRecord::addFramebuffer(FramebufferObject* framebuffer)
+void BindingRecord::addFramebuffer(const std::shared_ptr<AppliedAttachments>& attachments)
 {
-    std::erase_if(m_attachedFramebuffers,
-                  [=](const auto& known) { return known.isNull() || known == framebuffer; });
-    m_attachedFramebuffers.emplace_back(framebuffer);
+    std::erase_if(m_attachments, [](const auto& known) { return known.expired(); });
+    m_attachments.push_back(attachments);
 }
 
 void BindingRecord::setViewport(const QRect& rectangle)

@@ -1,16 +1,17 @@
 #pragma once
 
-#include <array>
-#include <vector>
-
-#include <QPointer>
 #include <QRect>
+
+#include <array>
+#include <memory>
+#include <vector>
 
 namespace Morvane::Qel {
 
 class FramebufferObject;
 class ShaderProgram;
 class VertexArrayObject;
+struct AppliedAttachments;
 
 /// Tracks the bindings of a context in stacks, so that a release restores the previous binding without
 /// querying GL. Releases out of order are tolerated: the current binding stays until it is released itself.
@@ -68,13 +69,10 @@ public:
     /// Binds a framebuffer by GL name to GL_FRAMEBUFFER, GL_DRAW_FRAMEBUFFER or GL_READ_FRAMEBUFFER.
     void bindFramebufferName(unsigned int target, unsigned int name);
 
-    /// Adds a framebuffer to those that may have attachments in GL.
-    void addFramebuffer(FramebufferObject* framebuffer);
-    /// Those that may have attachments in GL; null for ones that were destroyed.
-    const std::vector<QPointer<FramebufferObject>>& attachedFramebuffers() const
-    {
-        return m_attachedFramebuffers;
-    }
+    /// Adds the attachments of a new framebuffer.
+    void addFramebuffer(const std::shared_ptr<AppliedAttachments>& attachments);
+    /// The attachments of all framebuffers; those of destroyed ones have expired.
+    const std::vector<std::weak_ptr<AppliedAttachments>>& framebuffers() const { return m_attachments; }
 
     void setViewport(const QRect& rectangle);
     QRect viewport() const { return m_viewport; }
@@ -115,7 +113,7 @@ private:
     std::vector<Named<VertexArrayObject>> m_vertexArrays;
     unsigned int m_baseVertexArray = 0;
     std::vector<FramebufferBinding> m_framebuffers;
-    std::vector<QPointer<FramebufferObject>> m_attachedFramebuffers;
+    std::vector<std::weak_ptr<AppliedAttachments>> m_attachments;
     unsigned int m_drawFramebuffer = 0;
     unsigned int m_readFramebuffer = 0;
     QRect m_viewport;

@@ -1,5 +1,7 @@
 #include <Qel/gl/DrawBuffers.h>
 
+#include <utility>
+
 #include <epoxy/gl.h>
 
 #include <Qel/core/Diagnostics.h>
@@ -123,18 +125,20 @@ void DrawBuffers::release()
 bool DrawBuffers::draw()
 {
     const ShaderProgram* program = OpenGLDeviceContext::current()->bindings().currentProgram();
-    if (!program || !m_vertexArray || m_vertexArray->getVAO() == 0) {
-        return false;
-    }
     // Passes enable the arrays of their program when they take the batch, but the program may have been
     // replaced since by one that reads more.
-    m_vertexArray->enableShaderProgramArrays(program);
+    if (!program || !m_vertexArray || !m_vertexArray->enableShaderProgramArrays(program)) {
+        return false;
+    }
     unsigned int mode = m_primitiveType;
     if (program->hasTessellation() && mode != GL_PATCHES) {
         const int numVertices = verticesPerPatch(m_primitiveType);
-        if (!QEL_CHECK(
-                __FILE__, numVertices > 0,
-                u"strips, loops and fans cannot be tessellated; make a batch of separate primitives"_s)) {
+        if (numVertices == 0) {
+            if (!std::exchange(m_isRefusalReported, true)) {
+                logCritical(
+                    __FILE__, __LINE__,
+                    u"strips, loops and fans cannot be tessellated; make a batch of separate primitives"_s);
+            }
             return false;
         }
         glPatchParameteri(GL_PATCH_VERTICES, numVertices);

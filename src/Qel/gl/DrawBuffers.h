@@ -80,6 +80,7 @@ private:
     QSharedPointer<VertexArrayObject> m_vertexArray;
     QSharedPointer<BufferObject> m_indexBuffer;
     unsigned int m_primitiveType;
+    bool m_isRefusalReported = false;
     unsigned int m_indexType = 0;
     int m_indexCount = 0;
     int m_vertexCount = 0;

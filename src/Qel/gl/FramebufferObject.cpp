@@ -26,14 +26,38 @@ BindingRecord& bindings()
     return OpenGLDeviceContext::current()->bindings();
 }
 
-/// Whether a texture is also attached in GL. An empty one would make the framebuffer incomplete, and every
-/// clear a GL error.
-bool reachesGL(const Texture* texture)
+unsigned int attachmentPoint(size_t index)
 {
-    return texture && !texture->size().isEmpty();
+    switch (index) {
+    case AppliedAttachments::depthIndex:
+        return GL_DEPTH_ATTACHMENT;
+    case AppliedAttachments::stencilIndex:
+        return GL_STENCIL_ATTACHMENT;
+    default:
+        return GL_COLOR_ATTACHMENT0 + static_cast<unsigned int>(index);
+    }
 }
 
 } // namespace
+
+Texture* FramebufferObject::Attachment::get() const
+{
+    return texture && !shared->isDestroyed ? texture : nullptr;
+}
+
+/// Whether the texture is also attached in GL. An empty one would make the framebuffer incomplete, and every
+/// clear a GL error.
+bool FramebufferObject::Attachment::reachesGL() const
+{
+    if (name == 0 || !get()) {
+        return false;
+    }
+    if (!shared->hasOwnImage) {
+        // GL calls of the application may have given it another image.
+        texture->synchronize();
+    }
+    return !shared->size.isEmpty();
+}
 
 FramebufferObject::FramebufferObject(QObject* parent)
     : QObject(parent)
@@ -66,7 +90,7 @@ void FramebufferObject::restore()
 {
     m_generation = bindings().generation();
     for (size_t i = 0; i < m_attachments.size(); ++i) {
-        m_attachments[i].appliedSerial = unknownSerial;
+        m_applied->points[i].serial = unknownSerial;
         apply(i);
     }
     if (m_drawBufferMask != unsetMask) {
@@ -120,6 +144,10 @@ void FramebufferObject::attachLayer(Texture* texture, unsigned int attachment, i
     const auto set = [&](size_t index) {
         Attachment& slot = m_attachments[index];
         slot.texture = texture;
+        if (slot.shared != texture->attachable()) {
+            slot.shared = texture->attachable();
+        }
+        slot.name = texture->textureID();
         slot.level = level;
         slot.layer = layer;
         apply(index);
@@ -139,7 +167,7 @@ void FramebufferObject::attachLayer(Texture* texture, unsigned int attachment, i
 Texture* FramebufferObject::detach(unsigned int attachment)
 {
     Attachment& slot = m_attachments[indexOf(attachment)];
-    Texture* texture = slot.texture;
+    Texture* texture = slot.get();
     slot.texture = nullptr;
     if (attachment == GL_DEPTH_STENCIL_ATTACHMENT) {
         m_attachments[stencilIndex].texture = nullptr;
@@ -149,41 +177,36 @@ Texture* FramebufferObject::detach(unsigned int attachment)
 
 Texture* FramebufferObject::attachment(unsigned int attachment) const
 {
-    return m_attachments[indexOf(attachment)].texture;
+    return m_attachments[indexOf(attachment)].get();
 }
 
 bool FramebufferObject::hasAttachment(unsigned int attachment) const
 {
-    return m_attachments[indexOf(attachment)].texture != nullptr;
+    return m_attachments[indexOf(attachment)].get() != nullptr;
 }
 
 void FramebufferObject::apply(size_t index)
 {
+    const Attachment& slot = m_attachments[index];
+    AppliedAttachments::Attachment& applied = m_applied->points[index];
+    const bool isAttached = slot.reachesGL();
+    const quint64 serial = isAttached ? slot.shared->serial : 0;
+    if (applied.serial == serial &&
+        (!isAttached || (applied.level == slot.level && applied.layer == slot.layer))) {
+        return;
+    }
     if (m_name.exists() && !m_name.isCurrent()) {
         return;
     }
-    Attachment& slot = m_attachments[index];
-    Texture* texture = reachesGL(slot.texture) ? slot.texture.data() : nullptr;
-    const quint64 serial = texture ? texture->serial() : 0;
-    if (slot.appliedSerial == serial &&
-        (!texture || (slot.appliedLevel == slot.level && slot.appliedLayer == slot.layer))) {
-        return;
-    }
-    slot.appliedSerial = serial;
-    slot.appliedLevel = slot.level;
-    slot.appliedLayer = slot.layer;
-    bindings().addFramebuffer(this);
+    applied = {serial, slot.level, slot.layer};
 
-    const unsigned int point = index == depthIndex ? GL_DEPTH_ATTACHMENT
-                               : index == stencilIndex
-                                   ? GL_STENCIL_ATTACHMENT
-                                   : GL_COLOR_ATTACHMENT0 + static_cast<unsigned int>(index);
-    const unsigned int name = texture ? texture->textureID() : 0;
+    const unsigned int point = attachmentPoint(index);
+    const unsigned int name = isAttached ? slot.name : 0;
     const bool isBound = bindings().isBound(this);
     if (!isBound) {
         glBindFramebuffer(GL_DRAW_FRAMEBUFFER, getFBO());
     }
-    if (texture && slot.layer >= 0) {
+    if (isAttached && slot.layer >= 0) {
         glFramebufferTextureLayer(GL_DRAW_FRAMEBUFFER, point, name, slot.level, slot.layer);
     } else {
         glFramebufferTexture(GL_DRAW_FRAMEBUFFER, point, name, slot.level);
@@ -209,9 +232,9 @@ void FramebufferObject::selectDrawBuffers()
 {
     unsigned int mask = 0;
     for (size_t i = 0; i < numColorAttachments; ++i) {
-        mask |= m_attachments[i].appliedSerial != 0 ? 1U << i : 0U;
+        mask |= m_applied->points[i].serial != 0 ? 1U << i : 0U;
     }
-    if (mask == 0 && m_attachments[depthIndex].appliedSerial == 0) {
+    if (mask == 0 && m_applied->points[depthIndex].serial == 0) {
         attachPlaceholder();
     } else if (m_placeholder.exists() && (mask & 1U) == 0) {
         // It would limit rendering to one pixel.
@@ -254,9 +277,10 @@ void FramebufferObject::attachPlaceholder()
 
 QSize FramebufferObject::size() const
 {
-    for (const Attachment& slot : m_attachments) {
-        if (slot.appliedSerial != 0) {
-            const QSize base = slot.texture->size();
+    for (size_t i = 0; i < m_attachments.size(); ++i) {
+        const Attachment& slot = m_attachments[i];
+        if (m_applied->points[i].serial != 0) {
+            const QSize base = slot.shared->size;
             return {std::max(1, base.width() >> slot.level), std::max(1, base.height() >> slot.level)};
         }
     }
@@ -276,23 +300,27 @@ unsigned int FramebufferObject::getFBO() const
 {
     if (!m_name.exists()) {
         m_generation = bindings().generation();
+        m_applied->framebuffer = m_name.get();
+        bindings().addFramebuffer(m_applied);
     }
     return m_name.get();
 }
 
-void FramebufferObject::forgetTexture(const Texture* texture)
+void FramebufferObject::forgetTexture(quint64 serial)
 {
-    // A copy, because attaching changes the list.
-    const std::vector<QPointer<FramebufferObject>> framebuffers = bindings().attachedFramebuffers();
-    for (const QPointer<FramebufferObject>& framebuffer : framebuffers) {
-        for (size_t i = 0; framebuffer && i < framebuffer->m_attachments.size(); ++i) {
-            Attachment& slot = framebuffer->m_attachments[i];
-            if (slot.texture == texture) {
-                slot.texture = nullptr;
+    for (const std::weak_ptr<AppliedAttachments>& known : bindings().framebuffers()) {
+        const std::shared_ptr<AppliedAttachments> attachments = known.lock();
+        for (size_t i = 0; attachments && i < attachments->points.size(); ++i) {
+            if (attachments->points[i].serial != serial) {
+                continue;
             }
-            if (slot.appliedSerial == texture->serial()) {
-                framebuffer->apply(i);
-            }
+            attachments->points[i].serial = 0;
+            // Not from the record: makeCurrent reads it after it has called what waits.
+            int bound = 0;
+            glGetIntegerv(GL_DRAW_FRAMEBUFFER_BINDING, &bound);
+            glBindFramebuffer(GL_DRAW_FRAMEBUFFER, attachments->framebuffer);
+            glFramebufferTexture(GL_DRAW_FRAMEBUFFER, attachmentPoint(i), 0, 0);
+            glBindFramebuffer(GL_DRAW_FRAMEBUFFER, static_cast<unsigned int>(bound));
         }
     }
 }

@@ -1,10 +1,10 @@
 #pragma once
 
 #include <QObject>
-#include <QPointer>
 #include <QSize>
 
 #include <array>
+#include <memory>
 
 #include <Qel/gl/Bindable.h>
 #include <Qel/gl/ObjectName.h>
@@ -12,6 +12,27 @@
 namespace Morvane::Qel {
 
 class Texture;
+struct AttachableTexture;
+
+/// The attachments of a framebuffer in GL. Internal to the library: a context knows them rather than the
+/// framebuffer itself, which may be destroyed on another thread.
+struct AppliedAttachments
+{
+    static constexpr size_t numColorAttachments = 8;
+    static constexpr size_t depthIndex = numColorAttachments;
+    static constexpr size_t stencilIndex = numColorAttachments + 1;
+    static constexpr size_t numPoints = numColorAttachments + 2;
+    struct Attachment
+    {
+        /// That of the texture, 0 if there is none.
+        quint64 serial = 0;
+        int level = 0;
+        int layer = -1;
+    };
+
+    unsigned int framebuffer = 0;
+    std::array<Attachment, numPoints> points = {};
+};
 
 /// A framebuffer with texture attachments, which it does not own. While bound it is the target of draws and
 /// clears; release restores the previous framebuffer and viewport.
@@ -51,24 +72,29 @@ public:
     /// Returns how many colour attachments the current context can draw into at once, at most 8.
     static int maxColorAttachments();
 
-    /// Removes a texture that is about to be deleted from all framebuffers of the current context.
-    static void forgetTexture(const Texture* texture);
+    /// Removes a texture that is about to be deleted, known by its serial, from all framebuffers of the
+    /// current context.
+    static void forgetTexture(quint64 serial);
 
 private:
+    static constexpr size_t numColorAttachments = AppliedAttachments::numColorAttachments;
+    static constexpr size_t depthIndex = AppliedAttachments::depthIndex;
+    static constexpr size_t stencilIndex = AppliedAttachments::stencilIndex;
     struct Attachment
     {
-        QPointer<Texture> texture;
+        /// Valid as long as `shared` is of a texture that is not destroyed.
+        Texture* texture = nullptr;
+        std::shared_ptr<const AttachableTexture> shared = {};
+        /// The GL name, 0 for a texture of another context.
+        unsigned int name = 0;
         int level = 0;
         /// -1 for the whole level.
         int layer = -1;
-        /// The state of the GL object; the serial of its texture is 0 if there is none.
-        quint64 appliedSerial = 0;
-        int appliedLevel = 0;
-        int appliedLayer = -1;
+
+        /// The texture unless it was destroyed.
+        Texture* get() const;
+        bool reachesGL() const;
     };
-    static constexpr size_t numColorAttachments = 8;
-    static constexpr size_t depthIndex = numColorAttachments;
-    static constexpr size_t stencilIndex = numColorAttachments + 1;
 
     size_t indexOf(unsigned int attachment) const;
     void attachLayer(Texture* texture, unsigned int attachment, int layer, int level);
@@ -85,7 +111,9 @@ private:
     /// A renderbuffer for GL versions that cannot render without attachments.
     ObjectName m_placeholder{ObjectName::Kind::Renderbuffer};
     unsigned int m_drawBufferMask;
-    std::array<Attachment, numColorAttachments + 2> m_attachments;
+    std::array<Attachment, AppliedAttachments::numPoints> m_attachments;
+    /// Destroyed before the GL name is given back.
+    std::shared_ptr<AppliedAttachments> m_applied = std::make_shared<AppliedAttachments>();
 };
 
 } // namespace Morvane::Qel

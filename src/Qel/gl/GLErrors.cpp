@@ -59,7 +59,7 @@ bool hasGLError(const char* file, int line)
 
 QString takeGLError()
 {
-    return std::exchange(firstError, {});
+    return firstError.isEmpty() ? QString() : std::exchange(firstError, {});
 }
 
 void keepGLError(const QString& error)

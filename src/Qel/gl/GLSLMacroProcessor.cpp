@@ -22,12 +22,16 @@ class CommentStripper
 public:
     /// The line with every character of a comment replaced by a space. Text in quotes is not searched for
     /// comments: only the names in directives are quoted, GLSL itself has no strings.
-    QString code(QStringView line)
+    QString code(const QString& line)
     {
-        QString code = line.toString();
+        QString code = line;
         qsizetype i = 0;
         while (i < line.size()) {
-            const QStringView rest = line.mid(i);
+            if (!m_insideComment && line[i] != u'/' && line[i] != u'"') {
+                ++i;
+                continue;
+            }
+            const QStringView rest = QStringView(line).mid(i);
             qsizetype length = 1;
             bool isComment = true;
             if (m_insideComment) {
@@ -68,6 +72,13 @@ QList<QStringView> linesOf(const QString& text)
     return lines;
 }
 
+/// Whether a line without comments is for the preprocessor.
+bool isDirective(QStringView code)
+{
+    const auto* first = std::find_if_not(code.begin(), code.end(), [](QChar c) { return c.isSpace(); });
+    return first != code.end() && *first == u'#';
+}
+
 /// The number of lines up to the last of the #version and #extension directives at the start of a source,
 /// including the comments before and between them.
 qsizetype numLeadingLines(const QList<QStringView>& lines)
@@ -77,9 +88,10 @@ qsizetype numLeadingLines(const QList<QStringView>& lines)
     qsizetype numLines = 0;
     bool directiveSeen = false;
     for (qsizetype i = 0; i < lines.size(); ++i) {
-        const QString code = comments.code(lines[i]);
-        directiveSeen = directiveSeen || leading.match(code).hasMatch();
-        if (!code.trimmed().isEmpty() && !leading.match(code).hasMatch()) {
+        const QString code = comments.code(lines[i].toString());
+        const bool isLeading = isDirective(code) && leading.match(code).hasMatch();
+        directiveSeen = directiveSeen || isLeading;
+        if (!isLeading && !code.trimmed().isEmpty()) {
             break;
         }
         if (directiveSeen && !comments.isInsideComment()) {
@@ -149,6 +161,7 @@ private:
 
 void Composition::append(const QString& text, int file)
 {
+    // Only for directives, because matching each line would take most of the time.
     static const QRegularExpression insertion(uR"(^\s*(#\s*(include|instancedata)\b(?:\s*("[^"]*"))?))"_s);
     static const QRegularExpression version(uR"(^\s*(#\s*version\s+(\d+)(?:\s+(\w+))?))"_s);
     static const QRegularExpression line(uR"(^\s*(#\s*line\s+(\d+)(?:\s+\d+)?))"_s);
@@ -162,7 +175,11 @@ void Composition::append(const QString& text, int file)
             appendDefines();
         }
         const QString original = lines[i].toString();
-        const QString code = comments.code(lines[i]);
+        const QString code = comments.code(original);
+        if (!isDirective(code)) {
+            appendLine(original, here);
+            continue;
+        }
         // The text around a directive is kept, since comments may end or begin there.
         const auto before = [&](const QRegularExpressionMatch& match) {
             return original.left(match.capturedStart(1));

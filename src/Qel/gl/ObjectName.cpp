@@ -63,21 +63,21 @@ ObjectName::~ObjectName()
     }
 }
 
-unsigned int ObjectName::get()
+/// What `get` does unless the object exists and its context is current.
+unsigned int ObjectName::createOrReport()
 {
     if (!exists()) {
         m_context = ContextReference::toCurrent();
         functionsOf(m_kind).create(1, &m_name);
-    } else if (!m_context.isCurrent()) {
-        if (!m_isMisuseReported) {
-            m_isMisuseReported = true;
-            logCritical(__FILE__, __LINE__,
-                        u"a %1 of another OpenGL context is used; it belongs to the context on which it was "
-                        "first used"_s.arg(functionsOf(m_kind).name));
-        }
-        return 0;
+        return m_name;
     }
-    return m_name;
+    if (!m_isMisuseReported) {
+        m_isMisuseReported = true;
+        logCritical(__FILE__, __LINE__,
+                    u"a %1 of another OpenGL context is used; it belongs to the context on which it was "
+                    "first used"_s.arg(functionsOf(m_kind).name));
+    }
+    return 0;
 }
 
 } // namespace Morvane::Qel

@@ -19,7 +19,8 @@ namespace Morvane::Qel {
 
 namespace {
 
-thread_local OpenGLDeviceContext* currentContext = nullptr;
+// Nearly every call reads it; with this model that takes no function call.
+[[gnu::tls_model("initial-exec")]] thread_local constinit OpenGLDeviceContext* currentContext = nullptr;
 
 /// The capabilities that the context records; the state of others is read from GL.
 constexpr std::array recordedCapabilities{
@@ -38,6 +39,15 @@ constexpr std::array recordedCapabilities{
     static_cast<GLenum>(GL_SCISSOR_TEST),
     static_cast<GLenum>(GL_STENCIL_TEST),
 };
+
+void setInGL(GLenum capability, bool enabled)
+{
+    if (enabled) {
+        glEnable(capability);
+    } else {
+        glDisable(capability);
+    }
+}
 
 QString stringOf(GLenum name)
 {
@@ -257,11 +267,7 @@ void OpenGLDeviceContext::setEnabled(unsigned int capability, bool enabled)
     if (bool* record = d->capability(capability)) {
         *record = enabled;
     }
-    if (enabled) {
-        glEnable(capability);
-    } else {
-        glDisable(capability);
-    }
+    setInGL(capability, enabled);
 }
 
 bool OpenGLDeviceContext::isEnabled(unsigned int capability) const
@@ -298,8 +304,9 @@ void OpenGLDeviceContext::bindFramebuffer(unsigned int target, unsigned int name
 
 void OpenGLDeviceContext::applyBaseState()
 {
-    for (const GLenum capability : recordedCapabilities) {
-        setEnabled(capability, capability == GL_MULTISAMPLE);
+    for (size_t i = 0; i < recordedCapabilities.size(); ++i) {
+        d->capabilities[i] = recordedCapabilities[i] == GL_MULTISAMPLE;
+        setInGL(recordedCapabilities[i], d->capabilities[i]);
     }
     glDepthMask(GL_TRUE);
     glDepthFunc(GL_LESS);

@@ -78,23 +78,23 @@ QString excerpt(const GLSLMacroProcessor::Result& composed, int composedLine)
 
 } // namespace
 
-QString stageName(unsigned int stage)
+StageName stageName(unsigned int stage)
 {
     switch (stage) {
     case GL_VERTEX_SHADER:
-        return u"vertex shader"_s;
+        return {"vertex"_L1, "vert"_L1};
     case GL_TESS_CONTROL_SHADER:
-        return u"tessellation control shader"_s;
+        return {"tessellation control"_L1, "tesc"_L1};
     case GL_TESS_EVALUATION_SHADER:
-        return u"tessellation evaluation shader"_s;
+        return {"tessellation evaluation"_L1, "tese"_L1};
     case GL_GEOMETRY_SHADER:
-        return u"geometry shader"_s;
+        return {"geometry"_L1, "geom"_L1};
     case GL_FRAGMENT_SHADER:
-        return u"fragment shader"_s;
+        return {"fragment"_L1, "frag"_L1};
     case GL_COMPUTE_SHADER:
-        return u"compute shader"_s;
+        return {"compute"_L1, "comp"_L1};
     default:
-        return u"shader of stage 0x%1"_s.arg(stage, 0, 16);
+        return {"unknown"_L1, "glsl"_L1};
     }
 }
 
@@ -111,15 +111,15 @@ void ProgramBuilder::preprocess(const ProgramSource& source)
         const QString found = m_processor.findFile(source.text);
         QFile file(found.isEmpty() ? source.text : found);
         if (!file.open(QIODevice::ReadOnly)) {
-            fail(u"%1: cannot read this %2: %3"_s.arg(source.text, stageName(source.stage),
-                                                      file.errorString()));
+            fail(u"%1: cannot read this %2 shader: %3"_s.arg(source.text, stageName(source.stage).name,
+                                                             file.errorString()));
             return;
         }
         text = QString::fromUtf8(file.readAll());
         name = file.fileName();
     }
     GLSLMacroProcessor::Result composed =
-        m_processor.process(text, name.isEmpty() ? stageName(source.stage) : name,
+        m_processor.process(text, name.isEmpty() ? stageName(source.stage).name + " shader"_L1 : name,
                             InstanceDataRegistry::Instance()->prototypes());
     if (!composed.errors.isEmpty()) {
         fail(composed.errors.join(u'\n'));
@@ -130,7 +130,7 @@ void ProgramBuilder::preprocess(const ProgramSource& source)
 
 QByteArray ProgramBuilder::hash() const
 {
-    QCryptographicHash hash(QCryptographicHash::Sha256);
+    QCryptographicHash hash(QCryptographicHash::Blake2b_256);
     for (const Composed& source : m_sources) {
         hash.addData(QByteArray::number(source.stage) + '\n');
         hash.addData(source.result.source.toUtf8());
@@ -154,7 +154,7 @@ void ProgramBuilder::compile(const Composed& source)
     const GLSLMacroProcessor::Result& composed = source.result;
     const unsigned int shader = glCreateShader(source.stage);
     if (shader == 0) {
-        fail(u"%1: the context has no such stage: %2"_s.arg(composed.files[0], stageName(source.stage)));
+        fail(u"%1: the context has no %2 shaders"_s.arg(composed.files[0], stageName(source.stage).name));
         return;
     }
     const QByteArray utf8 = composed.source.toUtf8();

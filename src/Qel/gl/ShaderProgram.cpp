@@ -42,24 +42,6 @@ struct SourceFolder : ContextData
     bool hasFailed = false;
 };
 
-QString fileEnding(unsigned int stage)
-{
-    switch (stage) {
-    case GL_VERTEX_SHADER:
-        return u"vert"_s;
-    case GL_TESS_CONTROL_SHADER:
-        return u"tesc"_s;
-    case GL_TESS_EVALUATION_SHADER:
-        return u"tese"_s;
-    case GL_GEOMETRY_SHADER:
-        return u"geom"_s;
-    case GL_COMPUTE_SHADER:
-        return u"comp"_s;
-    default:
-        return u"frag"_s;
-    }
-}
-
 void writeSources(SourceFolder& folder, const QString& owner,
                   const std::vector<ShaderProgram::Source>& sources)
 {
@@ -68,7 +50,7 @@ void writeSources(SourceFolder& folder, const QString& owner,
     directory.mkpath(u"."_s);
     int number = 0;
     for (const ShaderProgram::Source& source : sources) {
-        QFile file(directory.filePath(u"%1.%2"_s.arg(number++).arg(fileEnding(source.stage))));
+        QFile file(directory.filePath(u"%1.%2"_s.arg(number++).arg(stageName(source.stage).fileEnding)));
         if (!file.open(QIODevice::WriteOnly) || file.write(source.text.toUtf8()) < 0 || !file.flush()) {
             logCritical(__FILE__, __LINE__,
                         u"%1: cannot be written: %2"_s.arg(file.fileName(), file.errorString()));
@@ -215,7 +197,7 @@ QString ShaderProgram::description() const
     }
     QStringList names;
     for (const ProgramSource& source : d->sources) {
-        names.append(source.name.isEmpty() ? stageName(source.stage) : source.name);
+        names.append(source.name.isEmpty() ? stageName(source.stage).name + " shader"_L1 : source.name);
     }
     return u"program (%1)"_s.arg(names.join(u", "_s));
 }

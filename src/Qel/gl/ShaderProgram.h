@@ -18,8 +18,16 @@
 
 namespace Morvane::Qel {
 
-/// The name of a stage in messages, such as "fragment shader".
-QEL_GL_EXPORT QString stageName(unsigned int stage);
+/// How messages and file names write a stage.
+struct StageName
+{
+    /// Such as "fragment"; "unknown" if the stage is not one of GL's.
+    QLatin1StringView name;
+    /// The usual ending of its source files, such as "frag".
+    QLatin1StringView fileEnding;
+};
+/// Returns the name of a stage (GL_VERTEX_SHADER, ...).
+QEL_GL_EXPORT StageName stageName(unsigned int stage);
 
 class GLSLMacroProcessor;
 struct AttributeLayout;

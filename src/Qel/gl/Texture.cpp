@@ -31,10 +31,10 @@ struct Parameter
     const char* extension = nullptr;
 };
 constexpr int never = 1000;
-// Those that passes set are first, because they are searched in every frame.
+// Those that passes set in every frame are first, in the order of their names, so that they need no search.
 constexpr std::array<Parameter, 19> recorded{{
-    {GL_TEXTURE_MIN_FILTER, GL_NEAREST_MIPMAP_LINEAR},
     {GL_TEXTURE_MAG_FILTER, GL_LINEAR},
+    {GL_TEXTURE_MIN_FILTER, GL_NEAREST_MIPMAP_LINEAR},
     {GL_TEXTURE_WRAP_S, GL_REPEAT},
     {GL_TEXTURE_WRAP_T, GL_REPEAT},
     {GL_TEXTURE_WRAP_R, GL_REPEAT},
@@ -54,6 +54,21 @@ constexpr std::array<Parameter, 19> recorded{{
     {GL_TEXTURE_SRGB_DECODE_EXT, GL_DECODE_EXT, never, "EXT_texture_sRGB_decode"},
 }};
 
+constexpr GLenum firstName = GL_TEXTURE_MAG_FILTER;
+constexpr size_t numDirect = 4;
+static_assert(recorded[numDirect - 1].name == firstName + numDirect - 1);
+
+/// The index of a recorded parameter; recorded.size() if it is not one.
+size_t indexOf(GLenum name)
+{
+    if (name - firstName < numDirect) {
+        return name - firstName;
+    }
+    const auto* found = std::find_if(recorded.begin(), recorded.end(),
+                                     [name](const Parameter& parameter) { return parameter.name == name; });
+    return static_cast<size_t>(found - recorded.begin());
+}
+
 BindingRecord& bindings()
 {
     return OpenGLDeviceContext::current()->bindings();
@@ -65,10 +80,23 @@ int numMipLevels(const QSize& size)
     return std::bit_width(static_cast<unsigned int>(std::max(size.width(), size.height())));
 }
 
-bool isSupported(const Parameter& parameter)
+/// Which of the recorded parameters a context has.
+struct SupportedParameters : ContextData
 {
-    const OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    return context->version() >= parameter.version || context->hasExtension(parameter.extension);
+    std::array<bool, recorded.size()> flags{};
+
+    SupportedParameters()
+    {
+        const OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+        std::transform(recorded.begin(), recorded.end(), flags.begin(), [=](const Parameter& parameter) {
+            return context->version() >= parameter.version || context->hasExtension(parameter.extension);
+        });
+    }
+};
+
+const std::array<bool, recorded.size()>& supportedParameters()
+{
+    return OpenGLDeviceContext::current()->data<SupportedParameters>().flags;
 }
 
 } // namespace
@@ -92,7 +120,7 @@ private:
 
 Texture::Texture(QObject* parent)
     : QObject(parent)
-    , m_serial(++lastSerial)
+    , m_shared(std::make_shared<AttachableTexture>(++lastSerial))
     , m_target(GL_TEXTURE_2D)
 {
     static_assert(recorded.size() == numParameters);
@@ -102,10 +130,11 @@ Texture::Texture(QObject* parent)
 
 Texture::~Texture()
 {
+    m_shared->isDestroyed = true;
+    // GL keeps the storage of a deleted texture as long as a framebuffer holds it.
+    m_name.whenCurrent([serial = serial()] { FramebufferObject::forgetTexture(serial); });
     if (m_name.isCurrent()) {
-        // GL keeps the storage of a deleted texture as long as a framebuffer holds it.
-        FramebufferObject::forgetTexture(this);
-        bindings().forgetTexture(&m_unit, m_target, m_serial);
+        bindings().forgetTexture(&m_unit, m_target, serial());
     }
 }
 
@@ -166,7 +195,7 @@ void Texture::synchronizeBound() const
     if (m_target == GL_TEXTURE_BUFFER) {
         return; // It has no parameters.
     }
-    if (m_hasOwnImage) {
+    if (m_shared->hasOwnImage) {
         restoreParameters();
     } else {
         readFromGL();
@@ -175,8 +204,9 @@ void Texture::synchronizeBound() const
 
 void Texture::restoreParameters() const
 {
+    const auto& isSupported = supportedParameters();
     for (size_t i = 0; i < recorded.size(); ++i) {
-        if (isSupported(recorded[i])) {
+        if (isSupported[i]) {
             glTexParameteri(m_target, recorded[i].name, m_parameters[i]);
         }
     }
@@ -192,17 +222,18 @@ void Texture::readFromGL() const
         glGetTexLevelParameteriv(levelTarget, level, name, &value);
         return value;
     };
-    m_image.size = {levelParameter(0, GL_TEXTURE_WIDTH), levelParameter(0, GL_TEXTURE_HEIGHT)};
+    m_shared->size = {levelParameter(0, GL_TEXTURE_WIDTH), levelParameter(0, GL_TEXTURE_HEIGHT)};
     m_image.layers = std::max(levelParameter(0, GL_TEXTURE_DEPTH), 1);
     m_image.internalFormat = static_cast<unsigned int>(levelParameter(0, GL_TEXTURE_INTERNAL_FORMAT));
-    const int numLevels = numMipLevels(m_image.size);
+    const int numLevels = numMipLevels(m_shared->size);
     for (m_image.levels = 0; m_image.levels < numLevels; ++m_image.levels) {
         if (levelParameter(m_image.levels, GL_TEXTURE_WIDTH) == 0) {
             break;
         }
     }
+    const auto& isSupported = supportedParameters();
     for (size_t i = 0; i < recorded.size(); ++i) {
-        if (isSupported(recorded[i])) {
+        if (isSupported[i]) {
             glGetTexParameteriv(m_target, recorded[i].name, &m_parameters[i]);
         }
     }
@@ -219,9 +250,10 @@ void Texture::setFaceImage(unsigned int face, int level, unsigned int internalFo
 {
     const Change change(this);
     glTexImage2D(face, level, static_cast<int>(internalFormat), width, height, 0, format, type, pixels);
-    m_hasOwnImage = true;
-    if (level == 0 && (m_image.size != QSize(width, height) || m_image.internalFormat != internalFormat)) {
-        m_image = {QSize(width, height), 1, 0, internalFormat};
+    m_shared->hasOwnImage = true;
+    if (level == 0 && (m_shared->size != QSize(width, height) || m_image.internalFormat != internalFormat)) {
+        m_shared->size = QSize(width, height);
+        m_image = {1, 0, internalFormat};
     }
     m_image.levels = std::max(m_image.levels, level + 1);
 }
@@ -232,15 +264,16 @@ void Texture::setImage3D(unsigned int internalFormat, int width, int height, int
     const Change change(this);
     glTexImage3D(m_target, 0, static_cast<int>(internalFormat), width, height, layers, 0, format, type,
                  pixels);
-    m_hasOwnImage = true;
-    m_image = {QSize(width, height), layers, 1, internalFormat};
+    m_shared->hasOwnImage = true;
+    m_shared->size = QSize(width, height);
+    m_image = {layers, 1, internalFormat};
 }
 
 void Texture::setBuffer(unsigned int internalFormat, BufferObject* buffer)
 {
     const Change change(this);
     glTexBuffer(m_target, internalFormat, buffer->getBO());
-    m_hasOwnImage = true;
+    m_shared->hasOwnImage = true;
     m_image.internalFormat = internalFormat;
 }
 
@@ -248,22 +281,21 @@ void Texture::generateMipmap()
 {
     const Change change(this);
     glGenerateMipmap(m_target);
-    m_image.levels = numMipLevels(m_image.size);
+    m_image.levels = numMipLevels(m_shared->size);
 }
 
 int* Texture::parameterSlot(unsigned int name) const
 {
-    const auto* found = std::find_if(recorded.begin(), recorded.end(),
-                                     [name](const Parameter& parameter) { return parameter.name == name; });
-    if (found == recorded.end()) {
+    const size_t index = indexOf(name);
+    if (index == recorded.size()) {
         logCritical(__FILE__, __LINE__,
                     u"texture parameter 0x%1 is not supported"_s.arg(name, 4, 16, QLatin1Char('0')));
         return nullptr;
     }
-    if (!m_hasOwnImage) {
+    if (!m_shared->hasOwnImage) {
         synchronize();
     }
-    return &m_parameters[static_cast<size_t>(found - recorded.begin())];
+    return &m_parameters[index];
 }
 
 void Texture::setParameter(unsigned int name, int value)

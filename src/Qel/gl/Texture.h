@@ -5,6 +5,8 @@
 #include <QVector4D>
 
 #include <array>
+#include <atomic>
+#include <memory>
 
 #include <Qel/gl/Bindable.h>
 #include <Qel/gl/ObjectName.h>
@@ -12,6 +14,18 @@
 namespace Morvane::Qel {
 
 class BufferObject;
+
+/// What framebuffers need to know of a texture that is attached to them. It outlives the texture, which may
+/// be destroyed on another thread. Internal to the library.
+struct AttachableTexture
+{
+    quint64 serial;
+    QSize size = {};
+    /// Whether the image was set through the Texture.
+    bool hasOwnImage = false;
+    /// The only member that another thread than that of the context may write.
+    std::atomic<bool> isDestroyed = false;
+};
 
 /// A GL texture, created on first use and deleted with the object; empty until it gets an image. Its context
 /// must be current for every call except the destructor (see ObjectName).
@@ -61,7 +75,11 @@ public:
     void setBuffer(unsigned int internalFormat, BufferObject* buffer);
     void generateMipmap();
     /// The size of level 0; empty if it has no image.
-    QSize size() const { return image().size; }
+    QSize size() const
+    {
+        image();
+        return m_shared->size;
+    }
     int layers() const { return image().layers; }
     /// The number of mip levels with an image.
     int levels() const { return image().levels; }
@@ -85,7 +103,8 @@ public:
     /// @}
 
     /// A number that, unlike a GL name, is never reused for another texture of the process.
-    quint64 serial() const { return m_serial; }
+    quint64 serial() const { return m_shared->serial; }
+    const std::shared_ptr<AttachableTexture>& attachable() const { return m_shared; }
 
     /// Makes GL and this object agree again if makeCurrent was called since the last time. Binding does so
     /// too; this is for classes that bind the texture by its GL name.
@@ -96,7 +115,6 @@ private:
     using Parameters = std::array<int, numParameters>;
     struct Image
     {
-        QSize size;
         int layers = 1;
         int levels = 0;
         unsigned int internalFormat = 0;
@@ -105,7 +123,7 @@ private:
     class Change;
     const Image& image() const
     {
-        if (!m_hasOwnImage) {
+        if (!m_shared->hasOwnImage) {
             synchronize();
         }
         return m_image;
@@ -115,13 +133,11 @@ private:
     void restoreParameters() const;
     void readFromGL() const;
 
-    quint64 m_serial;
+    std::shared_ptr<AttachableTexture> m_shared;
     unsigned int m_target;
     mutable ObjectName m_name{ObjectName::Kind::Texture};
     int m_unit = -1;
     bool m_readOnly = false;
-    /// Whether the image was set through this object.
-    bool m_hasOwnImage = false;
     std::array<float, 4> m_borderColor{};
     // Set through this object or, if GL calls set the image, read from GL when asked for.
     mutable Image m_image;

@@ -239,9 +239,12 @@ int TextureManager::numTextures() const
 void TextureManager::bindManagedTexture(int slot, Texture* texture)
 {
     Texture* bound = texture ? texture : pool().standIn();
-    OpenGLDeviceContext::current()->bindings().bindManagedTexture(slot, bound->serial(), bound->target(),
-                                                                  bound->textureID());
-    bound->synchronize();
+    BindingRecord& bindings = OpenGLDeviceContext::current()->bindings();
+    // Since makeCurrent, which forgets the bindings, a texture that is bound already was synchronized.
+    if (bindings.managedSerial(slot) != bound->serial()) {
+        bindings.bindManagedTexture(slot, bound->serial(), bound->target(), bound->textureID());
+        bound->synchronize();
+    }
 }
 
 Texture* TextureManager::setManagedTextureStandIn(Texture* texture)

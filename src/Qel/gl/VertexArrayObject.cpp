@@ -92,16 +92,17 @@ QSharedPointer<BufferObject> VertexArrayObject::bo(const QString& attribute) con
     return m_arrays.value(attribute).buffer;
 }
 
-void VertexArrayObject::enableShaderProgramArrays(const ShaderProgram* program)
+bool VertexArrayObject::enableShaderProgramArrays(const ShaderProgram* program)
 {
-    if (!program || program->programID() == 0 || getVAO() == 0) {
-        return;
+    const unsigned int standard = getVAO();
+    if (!program || program->programID() == 0 || standard == 0) {
+        return false;
     }
     if (program->attributes() != AttributeLayout::standard()) {
         m_latest = matchedObject(program->attributes());
-        return;
+        return true;
     }
-    m_latest = getVAO();
+    m_latest = standard;
     bindings().renameVertexArray(this, m_latest);
     unsigned int missing = program->attributeMask() & m_available & ~m_enabled;
     m_enabled |= missing;
@@ -109,6 +110,7 @@ void VertexArrayObject::enableShaderProgramArrays(const ShaderProgram* program)
         glEnableVertexAttribArray(static_cast<unsigned int>(std::countr_zero(missing)));
         missing &= missing - 1;
     }
+    return true;
 }
 
 /// Binds the GL object for a layout other than the standard one, with all its arrays, and returns its name.

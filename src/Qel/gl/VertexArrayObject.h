@@ -41,8 +41,9 @@ public:
     /// Returns how often the buffer of an attribute was set, to notice changes.
     int numUploads() const { return m_numUploads; }
     /// Enables the arrays that a program reads; the vertex array must be bound. Missing attributes keep GL's
-    /// constant (0, 0, 0, 1). A null or invalid program enables nothing.
-    void enableShaderProgramArrays(const ShaderProgram* program);
+    /// constant (0, 0, 0, 1). With a null or invalid program, or on another context than that of the vertex
+    /// array, enables nothing and returns false.
+    bool enableShaderProgramArrays(const ShaderProgram* program);
     /// Returns the GL name for programs whose attributes are va_Vertex, va_Normal and va_TexCoord at 0, 1 and
     /// 2, as the library's own.
     unsigned int getVAO();

@@ -68,10 +68,11 @@ struct RenderGraph::Private
     /// Says in `error` if the graph's context is not current.
     bool isContextCurrent(QString* error) const
     {
-        if (!context.isCurrent()) {
+        const bool isCurrent = context.isCurrent();
+        if (!isCurrent) {
             *error = plan.graph.displayName() + u": the OpenGL context of the graph is not current"_s;
         }
-        return context.isCurrent();
+        return isCurrent;
     }
     void updateView() { scene->setView(camera(), plan.graph.viewport); }
     void updateClock()
@@ -153,7 +154,9 @@ bool RenderGraph::renderFrame(QString* error)
     if (good && d->check) {
         d->check->look(d->plan, d->runner->outputs());
     }
-    *error = printable(*error);
+    if (!good) {
+        *error = printable(*error);
+    }
     return good;
 }
 

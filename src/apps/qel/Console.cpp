@@ -67,7 +67,8 @@ void handleMessage(QtMsgType type, const QMessageLogContext& /*context*/, const 
     if (explainsFrame) {
         keptReports.append(message);
     }
-    const QString place = messagePlace().isEmpty() ? QString() : messagePlace() + u": "_s;
+    const QString current = messagePlace();
+    const QString place = current.isEmpty() ? QString() : current + u": "_s;
     const bool isError = type == QtCriticalMsg || type == QtFatalMsg;
     if (messageVerbosity == Verbosity::Verbose) {
         writeMessage(place + text);

@@ -76,7 +76,7 @@ void TextureToScreenRenderPass::start(RenderCallbacks* /*callbacks*/)
     updateSuperSampling();
     if (m_superSampling) {
         drawSuperSampled(viewport, orTransparent(texture, m_fallbackTexture));
-    } else if (texture) {
+    } else if (texture && !texture->size().isEmpty()) {
         blit(viewport.width(), viewport.height(), *texture);
     } else {
         glClear(GL_COLOR_BUFFER_BIT);

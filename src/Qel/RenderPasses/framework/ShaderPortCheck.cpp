@@ -154,22 +154,6 @@ QStringList declared(const QString& text, const QString& direction)
     return names;
 }
 
-QString stageText(unsigned int stage)
-{
-    switch (stage) {
-    case GL_VERTEX_SHADER:
-        return u"vertex stage"_s;
-    case GL_TESS_CONTROL_SHADER:
-        return u"tessellation control stage"_s;
-    case GL_TESS_EVALUATION_SHADER:
-        return u"tessellation evaluation stage"_s;
-    case GL_GEOMETRY_SHADER:
-        return u"geometry stage"_s;
-    default:
-        return u"fragment stage"_s;
-    }
-}
-
 } // namespace
 
 ShaderPortCheck::ShaderPortCheck(const ShaderProgram& program)
@@ -302,8 +286,8 @@ void ShaderPortCheck::checkVaryings()
             const bool isWritten = written.contains(name) ? numOccurrences(writer.text, name) > 1
                                                           : numOccurrences(writer.text, name) > 0;
             if (!isWritten && numOccurrences(reader.text, name) > 1) {
-                add({}, u"the %1 reads %2, which the %3 does not write%4"_s.arg(
-                            stageText(reader.stage), name, stageText(writer.stage),
+                add({}, u"the %1 stage reads %2, which the %3 stage does not write%4"_s.arg(
+                            stageName(reader.stage).name, name, stageName(writer.stage).name,
                             written.isEmpty() ? QString() : u"; it has %1"_s.arg(written.join(u", "_s))));
             }
         }

@@ -11,7 +11,6 @@
 #include <Qel/RenderPasses/framework/ModelPrograms.h>
 #include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/RenderPasses/framework/ShaderPortCheck.h>
-#include <Qel/core/Diagnostics.h>
 #include <Qel/model/GPUModel.h>
 
 using namespace Qt::StringLiterals;
@@ -293,12 +292,10 @@ void ShaderRenderPass::limitOutputs()
 {
     const auto limit = static_cast<size_t>(FramebufferObject::maxColorAttachments());
     if (m_textureOutputs.size() > limit) {
-        logCritical(
-            __FILE__, __LINE__,
-            u"%1 texture outputs are too many for this driver, which draws into %2 at once; %3 and those "
-            "after it stay empty"_s.arg(m_textureOutputs.size())
-                .arg(limit)
-                .arg(outputName(m_textureOutputs[limit])));
+        m_notices.push_back({outputName(m_textureOutputs[limit]),
+                             u"%1 texture outputs are too many for this driver, which draws into %2 at "
+                             "once; this one and those after it stay empty"_s.arg(m_textureOutputs.size())
+                                 .arg(limit)});
         m_textureOutputs.resize(limit);
     }
 }
@@ -366,7 +363,8 @@ void ShaderRenderPass::addStage(unsigned int stage, const QString& source)
         const QString added = tessellates ? u"#version 400"_s : u"#version 150"_s;
         // Messages count from the user's first line. Up to version 1.50 #line numbers its own line.
         versioned = u"%1\n#line %2\n%3"_s.arg(added, tessellates ? u"1"_s : u"0"_s, source);
-        m_notices.push_back({{}, u"the %1 has no #version; \"%2\" is added"_s.arg(stageName(stage), added)});
+        m_notices.push_back(
+            {{}, u"the %1 shader has no #version; \"%2\" is added"_s.arg(stageName(stage).name, added)});
     }
     m_program->addShader(stage, versioned, {});
     // Compilers want the layout of a tessellation stage in each of its sources.

@@ -6,10 +6,10 @@
 #include <algorithm>
 
 #include <Qel/graph/support/Constants.h>
-#include <Qel/graph/support/GraphReader.h>
 #include <Qel/graph/support/GraphWriter.h>
 #include <Qel/graph/support/Names.h>
 #include <Qel/graph/support/Parameters.h>
+#include <Qel/graph/support/SceneReader.h>
 
 using namespace Qt::StringLiterals;
 

@@ -219,7 +219,6 @@ bool PassRunner::renderFrame(Scene& scene, QString* error)
         }
     }
     OpenGLDeviceContext::current()->setLabelPrefix({});
-    setMessagePlace({});
     for (const Node& node : m_nodes) {
         node.pass->endFrame(m_options.callbacks);
     }
@@ -241,7 +240,7 @@ void PassRunner::prepareFrame(Scene& scene)
         }
         if (!m_isSetUp) {
             OpenGLDeviceContext::current()->setLabelPrefix(node.name);
-            setMessagePlace(node.place);
+            const MessagePlace place(&node.place);
             node.pass->setup(m_options.callbacks);
         }
         for (const FrameValueInput& input : node.frameValues) {
@@ -251,7 +250,6 @@ void PassRunner::prepareFrame(Scene& scene)
         }
     }
     OpenGLDeviceContext::current()->setLabelPrefix({});
-    setMessagePlace({});
     m_isSetUp = true;
     scene.markUnchanged();
 }
@@ -290,7 +288,7 @@ bool PassRunner::hasDepthFormats(const Node& node, QString* error) const
 bool PassRunner::startPass(int index, QString* error)
 {
     Node& current = node(index);
-    setMessagePlace(current.place);
+    const MessagePlace place(&current.place);
     for (const size_t kept : current.modified) {
         copyOutput(m_kept[kept]);
     }
@@ -341,7 +339,7 @@ bool PassRunner::hasImages(Node& node, QString* error) const
     if (node.shownProblem != problem) {
         node.shownProblem = problem;
         if (!problem.isEmpty()) {
-            setMessagePlace(node.place);
+            const MessagePlace place(&node.place);
             logNotice(__FILE__, __LINE__, problem + u"; a texel of one colour is used"_s);
         }
     }
@@ -356,7 +354,7 @@ void PassRunner::showNotices(Node& node)
     }
     if (const auto* pass = dynamic_cast<const ShaderRenderPass*>(node.pass.get())) {
         // The lines name it themselves, more precisely.
-        setMessagePlace({});
+        const MessagePlace none(nullptr);
         for (const ShaderRenderPass::Notice& notice : pass->notices()) {
             const QString port = notice.port.isEmpty() ? QString() : u'.' + PortName::parse(notice.port).name;
             logNotice(__FILE__, __LINE__, u"%1%2: %3"_s.arg(node.place, port, notice.text));
