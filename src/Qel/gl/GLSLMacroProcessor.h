@@ -15,12 +15,12 @@ namespace Morvane::Qel {
 /// A preprocessor for GLSL that runs before the driver's own:
 /// - `#include "file"` is replaced by the file, which is searched for beside the including file, then in the
 ///   include paths in the order in which they were added, then in ":/Media/Shaders". Each file is included
-///   only once per source, and its own #version is dropped.
+///   only once per source, and its own `#version` is dropped.
 /// - `#instancedata "Plan"` is replaced by the prototypes of the plan's accessor functions.
-/// - Defines are inserted after the #version and #extension lines at the start of the source.
+/// - Defines are inserted after the `#version` and `#extension` lines at the start of the source.
 /// - `#line` directives are removed and taken into account by Result::origin, which maps a line of the
 ///   composed source to the file and line it comes from. None are emitted: drivers, and even a driver's
-///   preprocessor and compiler, disagree about which line and file a #line means.
+///   preprocessor and compiler, disagree about which line and file a `#line` means.
 ///
 /// Directives in comments are ignored. Conditionals are not evaluated: a directive takes effect even in
 /// an inactive branch.

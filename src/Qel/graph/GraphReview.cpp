@@ -121,10 +121,11 @@ public:
 
     QStringList review()
     {
-        // A camera of the application is not checked before; those of files are.
-        // Planes of 0 are fitted.
-        if (const auto& camera = m_plan.graph.camera;
-            camera && camera->farPlane != 0.0F && camera->nearPlane >= camera->farPlane) {
+        // A camera of the application is not checked before; those of files are. In an orbit, a far plane of
+        // 0 is fitted later.
+        const auto& camera = m_plan.graph.camera;
+        const bool isFitted = camera && camera->orbit && camera->farPlane == 0.0F;
+        if (camera && !isFitted && camera->nearPlane >= camera->farPlane) {
             m_lines.append(u"camera: the near plane at %1 is not in front of the far plane at %2; swap them"_s
                                .arg(camera->nearPlane)
                                .arg(camera->farPlane));

@@ -113,7 +113,7 @@ public:
 
     /// Returns what the first start found when it compared ports, inputs and shaders: ports without a
     /// uniform, uniforms and samplers of a type that does not suit the port, varyings and outputs that nobody
-    /// writes, more outputs than the driver draws into, a missing #version, which start adds, and a missing
+    /// writes, more outputs than the driver draws into, a missing `#version`, which start adds, and a missing
     /// size. The pass itself logs none of it; graphs do.
     const std::vector<Notice>& notices() const { return m_notices; }
 
