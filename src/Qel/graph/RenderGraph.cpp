@@ -31,6 +31,8 @@ struct RenderGraph::Private
     ResourceScope scope;
     Presenter presenter;
     std::optional<Scene> scene;
+    /// The file that each model was read from; empty for one that came from replaceModel.
+    QStringList modelFiles;
     std::optional<PassRunner> runner;
 
     Private(GraphPlan graphPlan, const Options& options)
@@ -67,6 +69,13 @@ struct RenderGraph::Private
         return found == models.end() ? -1 : static_cast<int>(found - models.begin());
     }
 
+    /// The model that was read from a file, null if there is none.
+    std::shared_ptr<GPUModel> modelOfFile(const QString& file) const
+    {
+        const qsizetype index = context.isCurrent() ? modelFiles.indexOf(file) : -1;
+        return index < 0 ? nullptr : scene->model(static_cast<size_t>(index));
+    }
+
     /// Converts what is set on the port of this name; returns nothing if it does not fit, with what is wrong
     /// in the text.
     using PortConversion = std::function<std::optional<QVariant>(const QString& port, QString* what)>;
@@ -91,8 +100,13 @@ std::unique_ptr<RenderGraph> RenderGraph::create(GraphPlan plan, const Options& 
     GraphErrors found(plan.graph, errors);
     found.add(u"viewport"_s, viewportError(plan.graph.viewport, context->maxTextureSize()));
     auto d = std::make_unique<Private>(std::move(plan), options);
-    const std::optional<std::vector<ModelData>> models =
-        importModels(d->plan.graph, options.modelImport, found);
+    std::vector<std::shared_ptr<GPUModel>> models;
+    for (const ModelDescription& model : d->plan.graph.models) {
+        d->modelFiles.append(d->plan.graph.resolvePath(model.file));
+        models.push_back(options.modelSource ? options.modelSource->d->modelOfFile(d->modelFiles.back())
+                                             : nullptr);
+    }
+    loadModels(d->plan.graph, options.modelImport, models, found);
     {
         const ResourceScope::Activation activation(&d->scope);
         d->runner->createPasses(d->plan, found);
@@ -100,7 +114,7 @@ std::unique_ptr<RenderGraph> RenderGraph::create(GraphPlan plan, const Options& 
     if (found.count() > 0) {
         return nullptr;
     }
-    d->scene.emplace(d->plan.graph, *models);
+    d->scene.emplace(d->plan.graph, std::move(models));
     d->updateView();
     d->runner->connectPasses(d->plan, *d->scene);
     return std::unique_ptr<RenderGraph>(new RenderGraph(std::move(d)));
@@ -262,8 +276,9 @@ bool RenderGraph::replaceModel(const QString& name, const ModelData& data, QStri
         return false;
     }
     // The old model lives until no pass points to it.
-    const std::unique_ptr<GPUModel> old =
-        d->scene->replaceModel(static_cast<size_t>(index), std::make_unique<GPUModel>(data));
+    const std::shared_ptr<GPUModel> old =
+        d->scene->replaceModel(static_cast<size_t>(index), std::make_shared<GPUModel>(data));
+    d->modelFiles[index].clear();
     d->runner->setModels(d->plan, *d->scene);
     d->updateView();
     return true;
@@ -280,6 +295,11 @@ CameraDescription RenderGraph::camera() const
     return d->camera();
 }
 
+CameraDescription RenderGraph::fittedCamera() const
+{
+    return fitCamera(d->scene->bounds(), d->plan.graph.viewport);
+}
+
 const GraphPlan& RenderGraph::plan() const
 {
     return d->plan;
@@ -288,7 +308,7 @@ const GraphPlan& RenderGraph::plan() const
 GPUModel* RenderGraph::model(const QString& name) const
 {
     const int index = d->modelIndex(name);
-    return index < 0 ? nullptr : d->scene->model(static_cast<size_t>(index));
+    return index < 0 ? nullptr : d->scene->model(static_cast<size_t>(index)).get();
 }
 
 Profiler::Report RenderGraph::profile()

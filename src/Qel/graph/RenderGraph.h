@@ -45,6 +45,10 @@ public:
         RenderCallbacks* callbacks = nullptr;
         /// How model files are read; by default in the calling process.
         ImportOptions modelImport{};
+        /// A graph of the same context whose models this one shares instead of reading their files again, for
+        /// a graph that replaces another; used during create only. Models that came from replaceModel are not
+        /// shared.
+        const RenderGraph* modelSource = nullptr;
     };
 
     /// Loads the models of a planned graph and creates its passes. Returns null on failure, with a line in
@@ -114,12 +118,14 @@ public:
     bool setLights(const std::vector<LightDescription>& lights, QString* error);
     /// Replaces a model in all passes that use it by its name, and with it the scene's bounds, to which the
     /// camera is fitted if the graph has none. `data` comes from importModel or is made in code. The GPUModel
-    /// that was there is deleted. Returns false with one line in `error` if the graph has no model with this
-    /// name or its context is not current.
+    /// that was there is deleted, unless another graph shares it. Returns false with one line in `error` if
+    /// the graph has no model with this name or its context is not current.
     bool replaceModel(const QString& name, const ModelData& data, QString* error);
     void setCamera(const CameraDescription& camera);
     /// The camera in use; fitted to the models if the graph has none.
     CameraDescription camera() const;
+    /// The camera that shows all models in the viewport, which a graph without a camera uses.
+    CameraDescription fittedCamera() const;
     /// @}
 
     /// The plan of the graph, including the changes made since.

@@ -142,9 +142,9 @@ void PassRunner::setModels(const GraphPlan& plan, const Scene& scene)
         const std::vector<PlannedInput>& inputs = plan.passes[static_cast<size_t>(index)].inputs;
         for (size_t i = 0; i < inputs.size(); ++i) {
             if (inputs[i].source == InputSource::Model) {
-                target.pass->setInput(
-                    static_cast<int>(i),
-                    modelValue(scene.model(static_cast<size_t>(inputs[i].model)), inputs[i].takesBatches));
+                target.pass->setInput(static_cast<int>(i),
+                                      modelValue(scene.model(static_cast<size_t>(inputs[i].model)).get(),
+                                                 inputs[i].takesBatches));
             }
         }
     }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <iterator>
 #include <limits>
+#include <utility>
 
 #include <Qel/graph/support/Camera.h>
 #include <Qel/graph/support/GraphErrors.h>
@@ -31,7 +32,7 @@ ShadowMapManager::Light lightFrom(const LightDescription& description)
     return light;
 }
 
-QPair<QVector3D, QVector3D> boundsOf(const std::vector<std::unique_ptr<GPUModel>>& models)
+QPair<QVector3D, QVector3D> boundsOf(const std::vector<std::shared_ptr<GPUModel>>& models)
 {
     constexpr float infinity = std::numeric_limits<float>::infinity();
     QVector3D low(infinity, infinity, infinity);
@@ -51,43 +52,51 @@ QPair<QVector3D, QVector3D> boundsOf(const std::vector<std::unique_ptr<GPUModel>
 
 } // namespace
 
-std::optional<std::vector<ModelData>> importModels(const GraphDescription& graph,
-                                                   const ImportOptions& options, GraphErrors& errors)
+bool loadModels(const GraphDescription& graph, const ImportOptions& options,
+                std::vector<std::shared_ptr<GPUModel>>& models, GraphErrors& errors)
 {
-    std::vector<ModelData> models;
-    for (const ModelDescription& model : graph.models) {
+    std::vector<std::optional<ModelData>> imported(models.size());
+    bool good = true;
+    for (size_t i = 0; i < models.size(); ++i) {
+        if (models[i]) {
+            continue;
+        }
+        const ModelDescription& model = graph.models[i];
         const QString prefix = u"%1: models.%2: "_s.arg(graph.displayName(), model.name);
         QString error;
-        std::optional<ModelData> imported = importModel(graph.resolvePath(model.file), &error, options);
-        if (!imported) {
+        imported[i] = importModel(graph.resolvePath(model.file), &error, options);
+        if (!imported[i]) {
             errors.addLine(prefix + error);
+            good = false;
             continue;
         }
         QStringList warnings;
         {
             GraphErrors collected(prefix.chopped(2), &warnings);
-            for (const QString& warning : imported->warnings) {
+            for (const QString& warning : imported[i]->warnings) {
                 collected.addLine(prefix + warning);
             }
         }
         for (const QString& warning : std::as_const(warnings)) {
             qWarning("%s", qUtf8Printable(warning));
         }
-        models.push_back(std::move(*imported));
     }
-    return models.size() == graph.models.size() ? std::optional(std::move(models)) : std::nullopt;
+    for (size_t i = 0; good && i < models.size(); ++i) {
+        if (!models[i]) {
+            models[i] = std::make_shared<GPUModel>(*imported[i]);
+        }
+    }
+    return good;
 }
 
-Scene::Scene(const GraphDescription& graph, const std::vector<ModelData>& models)
+Scene::Scene(const GraphDescription& graph, std::vector<std::shared_ptr<GPUModel>> models)
+    : m_models(std::move(models))
 {
-    for (const ModelData& model : models) {
-        m_models.push_back(std::make_unique<GPUModel>(model));
-    }
     updateBounds();
     setLights(graph.lights);
 }
 
-std::unique_ptr<GPUModel> Scene::replaceModel(size_t index, std::unique_ptr<GPUModel> model)
+std::shared_ptr<GPUModel> Scene::replaceModel(size_t index, std::shared_ptr<GPUModel> model)
 {
     m_models[index].swap(model);
     updateBounds();

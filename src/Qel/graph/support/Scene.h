@@ -22,25 +22,26 @@ namespace Morvane::Qel {
 
 class GraphErrors;
 
-/// Reads the model files of a graph, in its order. On failure returns nothing and adds a line to `errors` for
-/// each file that cannot be read. Logs the warnings of the import.
-std::optional<std::vector<ModelData>> importModels(const GraphDescription& graph,
-                                                   const ImportOptions& options, GraphErrors& errors);
+/// Reads the model files of a graph whose place in `models`, in the graph's order, is null, and uploads them.
+/// On failure returns false and adds a line to `errors` for each file that cannot be read. Logs the warnings
+/// of the import.
+bool loadModels(const GraphDescription& graph, const ImportOptions& options,
+                std::vector<std::shared_ptr<GPUModel>>& models, GraphErrors& errors);
 
 /// The models of a graph on the GPU, and its frame values.
 class Scene
 {
 public:
-    Scene(const GraphDescription& graph, const std::vector<ModelData>& models);
+    Scene(const GraphDescription& graph, std::vector<std::shared_ptr<GPUModel>> models);
     Scene(const Scene&) = delete;
     Scene& operator=(const Scene&) = delete;
 
-    GPUModel* model(size_t index) const { return m_models[index].get(); }
+    const std::shared_ptr<GPUModel>& model(size_t index) const { return m_models[index]; }
     /// Corners of the box around all models; both zero without geometry.
     const QPair<QVector3D, QVector3D>& bounds() const { return m_bounds; }
 
     /// Replaces a model and returns the old one.
-    std::unique_ptr<GPUModel> replaceModel(size_t index, std::unique_ptr<GPUModel> model);
+    std::shared_ptr<GPUModel> replaceModel(size_t index, std::shared_ptr<GPUModel> model);
     void setLights(const std::vector<LightDescription>& lights);
     /// Updates the frame values that depend on the camera and the viewport.
     void setView(const CameraDescription& camera, const QSize& viewport);
@@ -54,7 +55,7 @@ private:
     void updateBounds();
     void setFrameValue(FrameValue value, const QVariant& content);
 
-    std::vector<std::unique_ptr<GPUModel>> m_models;
+    std::vector<std::shared_ptr<GPUModel>> m_models;
     /// The frame value Lights points to these.
     std::vector<ShadowMapManager::Light> m_lights;
     QPair<QVector3D, QVector3D> m_bounds;
