@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include <Qel/graph/ValueJson.h>
+
 using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel::Viewer {
@@ -44,23 +46,6 @@ QVector3D turned(const QVector3D& direction, const QVector3D& up, float around, 
     const QQuaternion rotation = QQuaternion::fromAxisAndAngle(pole, around) *
                                  QQuaternion::fromAxisAndAngle(side.normalized(), limited - elevation);
     return rotation.rotatedVector(direction);
-}
-
-/// The shortest number that reads back as this float.
-double shortest(float value)
-{
-    for (int digits = 6; digits < 9; ++digits) {
-        const QString text = QString::number(static_cast<double>(value), 'g', digits);
-        if (text.toFloat() == value) {
-            return text.toDouble();
-        }
-    }
-    return static_cast<double>(value);
-}
-
-QJsonArray toJson(const QVector3D& v)
-{
-    return {shortest(v.x()), shortest(v.y()), shortest(v.z())};
 }
 
 } // namespace
@@ -138,12 +123,12 @@ CameraDescription withPlanesFor(const CameraDescription& camera, const CameraDes
 
 QByteArray cameraToJson(const CameraDescription& camera)
 {
-    return QJsonDocument(QJsonObject{{u"eye"_s, toJson(camera.eye)},
-                                     {u"target"_s, toJson(camera.target)},
-                                     {u"up"_s, toJson(camera.up)},
-                                     {u"fovY"_s, shortest(camera.fovY)},
-                                     {u"near"_s, shortest(camera.nearPlane)},
-                                     {u"far"_s, shortest(camera.farPlane)}})
+    return QJsonDocument(QJsonObject{{u"eye"_s, jsonFromValue(camera.eye)},
+                                     {u"target"_s, jsonFromValue(camera.target)},
+                                     {u"up"_s, jsonFromValue(camera.up)},
+                                     {u"fovY"_s, jsonFromValue(camera.fovY)},
+                                     {u"near"_s, jsonFromValue(camera.nearPlane)},
+                                     {u"far"_s, jsonFromValue(camera.farPlane)}})
         .toJson(QJsonDocument::Compact);
 }
 

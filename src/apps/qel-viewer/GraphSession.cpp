@@ -109,6 +109,12 @@ void GraphSession::requestFrame()
     Q_EMIT frameNeeded();
 }
 
+void GraphSession::requestFrames(int number)
+{
+    m_numFurtherFrames = number - 1;
+    requestFrame();
+}
+
 void GraphSession::initialize()
 {
     m_context.emplace();
@@ -144,6 +150,11 @@ bool GraphSession::render()
     setErrors(m_graphErrors + errors);
     if (good) {
         Q_EMIT frameRendered();
+    }
+    if (good && m_numFurtherFrames > 0) {
+        --m_numFurtherFrames;
+        m_isFrameNeeded = true;
+        QMetaObject::invokeMethod(this, &GraphSession::frameNeeded, Qt::QueuedConnection);
     }
     return good;
 }

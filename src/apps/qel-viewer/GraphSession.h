@@ -54,6 +54,8 @@ public:
     /// The camera instead of that of the graph; nothing for that of the graph.
     void setCamera(const std::optional<CameraDescription>& camera);
     void requestFrame();
+    /// Renders a number of frames one after the other, to measure them.
+    void requestFrames(int number);
     /// @}
 
     /// \name With the context current
@@ -108,6 +110,7 @@ private:
     QSize m_viewport;
     std::optional<CameraDescription> m_camera;
     bool m_isFrameNeeded = false;
+    int m_numFurtherFrames = 0;
     quint64 m_numFrames = 0;
     QStringList m_errors;
     /// Warnings about the running graph, and why m_wanted cannot replace it.

@@ -7,6 +7,7 @@ namespace Morvane::Qel::Viewer {
 TexelOverlay::TexelOverlay(QWidget* parent)
     : QWidget(parent)
 {
+    setObjectName(QStringLiteral("texels"));
     setAttribute(Qt::WA_TransparentForMouseEvents);
     setAttribute(Qt::WA_NoSystemBackground);
     hide();

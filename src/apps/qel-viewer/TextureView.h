@@ -51,6 +51,7 @@ public:
     bool followsWindow() const { return m_followsWindow; }
     /// Pixels per texel; 0 fits the texture into the widget.
     void setZoom(double zoom);
+    bool isFitting() const { return m_zoom == 0.0; }
     /// Pixels per texel in use.
     double scale() const { return m_placement.scale; }
     /// Whether frames are rendered one after the other, although nothing changes.

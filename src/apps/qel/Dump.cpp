@@ -8,11 +8,11 @@
 #include <Qel/gl/Texture.h>
 #include <Qel/graph/ImageIO.h>
 #include <Qel/graph/OutputFile.h>
+#include <Qel/graph/ValueJson.h>
 
 #include "Console.h"
 #include "Failure.h"
 #include "Setup.h"
-#include "Values.h"
 
 using namespace Qt::StringLiterals;
 

@@ -8,11 +8,11 @@
 #include <Qel/gl/Guards.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/graph/RenderGraph.h>
+#include <Qel/graph/ValueJson.h>
 
 #include "Arguments.h"
 #include "Console.h"
 #include "Setup.h"
-#include "Values.h"
 
 using namespace Qt::StringLiterals;
 

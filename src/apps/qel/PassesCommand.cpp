@@ -7,10 +7,10 @@
 #include <vector>
 
 #include <Qel/graph/PassRegistry.h>
+#include <Qel/graph/ValueJson.h>
 
 #include "Arguments.h"
 #include "Console.h"
-#include "Values.h"
 
 using namespace Qt::StringLiterals;
 

@@ -1,0 +1,129 @@
+#include "ViewerTest.h"
+
+#include <QAction>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDoubleSpinBox>
+#include <QPushButton>
+#include <QSlider>
+#include <QToolButton>
+
+#include <GraphEdits.h>
+#include <PortRange.h>
+#include <ValueEditor.h>
+#include <Qel/graph/GraphFile.h>
+
+#include "support/Paths.h"
+
+using namespace Qt::StringLiterals;
+using namespace Morvane::Qel::Viewer;
+
+namespace Morvane::Qel::Test {
+
+using Controls = ViewerTest;
+
+TEST_F(Controls, RangesAreReadFromTheDocumentation)
+{
+    const auto expect = [](const char* text, std::optional<double> low, std::optional<double> high, const char* unit) {
+        const PortRange range = PortRange::parse(QString::fromLatin1(text));
+        EXPECT_EQ(range.minimum, low) << text;
+        EXPECT_EQ(range.maximum, high) << text;
+        EXPECT_EQ(range.unit, QLatin1StringView(unit)) << text;
+    };
+    expect("1 to 1024", 1.0, 1024.0, "");
+    expect("0 to 0.99, values outside are clamped", 0.0, 0.99, "");
+    expect("0 (off) to 1 (softest)", 0.0, 1.0, "");
+    expect("scene units, above 0", 0.0, std::nullopt, "scene units");
+    expect("millimetres, 0 or more", 0.0, std::nullopt, "millimetres");
+    expect("1 or more; 0 counts as 1", 1.0, std::nullopt, "");
+    expect("texels; 0 or less publishes the normal frame unchanged", std::nullopt, std::nullopt, "texels");
+    expect("", std::nullopt, std::nullopt, "");
+}
+
+TEST_F(Controls, SlidersMoveLikeSet)
+{
+    const QString graph = copyExamples(u"glow.json"_s);
+    open(graph);
+    QImage before = shown();
+    auto* editor = find<ValueEditor>(u"glow.GlowAmount"_s);
+    ASSERT_TRUE(editor);
+    auto* slider = editor->findChild<QSlider*>();
+    for (const int step : {700, 500, 620}) {
+        slider->setValue(step);
+    }
+    const double value = editor->findChild<QDoubleSpinBox*>()->value();
+    EXPECT_NE(value, 0.9);
+    const QImage moved = shown();
+    EXPECT_NE(moved, before);
+    EXPECT_EQ(moved, rendered(graph, {u"--set"_s, u"glow.GlowAmount=%1"_s.arg(value, 0, 'g', 17)}));
+
+    // The three moves are one step back; then a colour, an option and a number that the graph did not set.
+    QUndoStack& history = window().document().undoStack();
+    EXPECT_EQ(history.count(), 1);
+    history.undo();
+    EXPECT_EQ(shown(), before);
+    history.redo();
+    EXPECT_EQ(shown(), moved);
+    // Back to the default, which this port does not have.
+    auto* reset = editor->parentWidget()->findChildren<QToolButton*>().last();
+    const QList<QToolButton*> buttons = editor->parentWidget()->findChildren<QToolButton*>();
+    for (QToolButton* button : buttons) {
+        reset = button->y() == editor->y() || std::abs(button->y() - editor->y()) < 8 ? button : reset;
+    }
+    reset->click();
+    EXPECT_EQ(findInput(*findPass(window().document().graph(), u"glow"_s), u"GlowAmount"_s), nullptr);
+    settle();
+
+    // What is saved renders as it is shown.
+    history.undo();
+    ASSERT_TRUE(window().save(graph));
+    EXPECT_FALSE(window().document().isModified());
+    EXPECT_EQ(shown(), rendered(graph));
+    QStringList errors;
+    EXPECT_EQ(*loadGraph(graph, &errors), window().document().graph());
+
+    ASSERT_TRUE(window().savePicture(folder().path(u"picture.png"_s)));
+    EXPECT_EQ(QImage(folder().path(u"picture.png"_s)).convertToFormat(QImage::Format_RGB32), shown());
+}
+
+TEST_F(Controls, EveryTypeOfControlChangesTheGraph)
+{
+    const QString graph = copyExamples(u"blend.json"_s);
+    open(graph);
+    const GraphDescription before = window().document().graph();
+    int numChanges = 0;
+    const QList<ValueEditor*> editors = window().findChildren<ValueEditor*>();
+    EXPECT_GT(editors.size(), 2);
+    for (ValueEditor* editor : editors) {
+        if (auto* box = editor->findChild<QComboBox*>()) {
+            const int next = (box->currentIndex() + 1) % box->count();
+            box->setCurrentIndex(next);
+            Q_EMIT box->textActivated(box->itemText(next));
+            ++numChanges;
+        } else if (auto* check = editor->findChild<QCheckBox*>()) {
+            check->click();
+            ++numChanges;
+        }
+    }
+    settle();
+    EXPECT_EQ(window().document().undoStack().count(), numChanges);
+    EXPECT_NE(window().document().graph(), before);
+    while (window().document().undoStack().canUndo()) {
+        window().document().undoStack().undo();
+    }
+    EXPECT_EQ(window().document().graph(), before);
+    EXPECT_EQ(shown(), rendered(graph));
+}
+
+TEST_F(Controls, AClickFocusesTheLens)
+{
+    const QString graph = copyExamples(u"depth-of-field.json"_s);
+    open(graph);
+    QTest::mouseClick(&window().view(), Qt::LeftButton, Qt::ControlModifier, {80, 45});
+    // Positions of pixels count at their upper left corner.
+    const QImage focused = shown();
+    EXPECT_EQ(focused, rendered(graph, {u"--set"_s, u"lens.AutoFocus=true"_s, u"--set"_s, u"lens.Focus=[0.25,0.75]"_s}));
+    EXPECT_NE(focused, rendered(graph));
+}
+
+} // namespace Morvane::Qel::Test
