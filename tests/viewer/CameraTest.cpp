@@ -54,7 +54,8 @@ TEST_F(Camera, MotionsKeepWhatTheyShould)
                 2.0F * arm.length() * std::tan(qDegreesToRadians(22.5F)), 1e-4F);
     EXPECT_NEAR((dolly(camera, 0.5F).eye - camera.target).length(), arm.length() / 2.0F, 1e-4F);
     EXPECT_NEAR(angleBetween(fly(camera, {0.0F, 0.0F, 0.5F}).eye - camera.eye, -arm), 0.0F, 1e-1F);
-    EXPECT_NEAR(angleBetween(alongAxis(camera, {0.0F, -1.0F, 0.0F}).eye - camera.target, {0, 1, 0}), 0.0F, 1e-2F);
+    EXPECT_NEAR(angleBetween(alongAxis(camera, {0.0F, -1.0F, 0.0F}).eye - camera.target, {0, 1, 0}), 0.0F,
+                1e-2F);
     EXPECT_EQ(cameraError(alongAxis(camera, {0.0F, -1.0F, 0.0F})), QString());
 }
 
@@ -82,7 +83,8 @@ TEST_F(Camera, MouseAndClipboard)
     QStringList errors;
     std::optional<GraphDescription> description = loadGraph(graph, &errors);
     description->camera = parsed;
-    ASSERT_TRUE(saveGraph(*description, folder().path(u"graphs/turned.json"_s), PassRegistry::builtin(), &error));
+    ASSERT_TRUE(
+        saveGraph(*description, folder().path(u"graphs/turned.json"_s), PassRegistry::builtin(), &error));
     EXPECT_EQ(picture, rendered(folder().path(u"graphs/turned.json"_s)));
 
     find<QPushButton>(u"camera.Camera of the graph"_s)->click();

@@ -10,8 +10,8 @@ using Picture = ViewerTest;
 
 TEST_F(Picture, IsWhatQelRenders)
 {
-    // An 8-bit image, one with half floats, and one with transparent parts.
-    for (const QString& name : {u"fxaa"_s, u"glow"_s, u"forward"_s}) {
+    // 8 bits, half floats, floats that lie at the limits between two bytes, and transparent parts.
+    for (const QString& name : {u"fxaa"_s, u"glow"_s, u"depth-of-field"_s, u"forward"_s}) {
         const QString graph = sourcePath(u"examples/graphs/%1.json"_s.arg(name));
         open(graph);
         EXPECT_EQ(shown(), rendered(graph)) << qPrintable(name);

@@ -56,7 +56,8 @@ protected:
 
     void closeDialogs()
     {
-        for (int i = 0; i < 20 && (QApplication::activePopupWidget() || QApplication::activeModalWidget()); ++i) {
+        for (int i = 0; i < 20 && (QApplication::activePopupWidget() || QApplication::activeModalWidget());
+             ++i) {
             QWidget* front = QApplication::activePopupWidget();
             (front ? front : QApplication::activeModalWidget())->close();
             QCoreApplication::processEvents();
@@ -67,7 +68,8 @@ protected:
     {
         const QList<Qt::KeyboardModifiers> modifiers{Qt::NoModifier, Qt::NoModifier, Qt::ShiftModifier,
                                                      Qt::ControlModifier, Qt::AltModifier};
-        const QList<Qt::MouseButton> buttons{Qt::LeftButton, Qt::LeftButton, Qt::RightButton, Qt::MiddleButton};
+        const QList<Qt::MouseButton> buttons{Qt::LeftButton, Qt::LeftButton, Qt::RightButton,
+                                             Qt::MiddleButton};
         QWidget* widget = number(0, 2) == 0 ? &window().view() : target();
         switch (number(0, 9)) {
         case 0:
@@ -89,9 +91,10 @@ protected:
             break;
         }
         case 5: {
-            static const QList<Qt::Key> keys{Qt::Key_W, Qt::Key_A, Qt::Key_S, Qt::Key_D, Qt::Key_F, Qt::Key_H,
-                                             Qt::Key_0, Qt::Key_1, Qt::Key_Up, Qt::Key_Down, Qt::Key_Tab,
-                                             Qt::Key_Space, Qt::Key_Delete, Qt::Key_5, Qt::Key_Question};
+            static const QList<Qt::Key> keys{Qt::Key_W,      Qt::Key_A,    Qt::Key_S,       Qt::Key_D,
+                                             Qt::Key_F,      Qt::Key_H,    Qt::Key_0,       Qt::Key_1,
+                                             Qt::Key_Up,     Qt::Key_Down, Qt::Key_Tab,     Qt::Key_Space,
+                                             Qt::Key_Delete, Qt::Key_5,    Qt::Key_Question};
             QTest::keyClick(widget, choice(keys));
             break;
         }
@@ -102,7 +105,8 @@ protected:
             break;
         }
         case 7:
-            (number(0, 1) == 0 ? window().document().undoStack().undo() : window().document().undoStack().redo());
+            (number(0, 1) == 0 ? window().document().undoStack().undo()
+                               : window().document().undoStack().redo());
             break;
         case 8:
             window().view().setFixedSize(number(64, 400), number(64, 300));

@@ -6,15 +6,13 @@
 #include <QDockWidget>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QPushButton>
 #include <QStandardPaths>
 #include <QSurfaceFormat>
-#include <QTabBar>
 #include <QThread>
-#include <QTreeWidget>
 
 #include <cstdio>
 
-#include <GraphView.h>
 #include <MainWindow.h>
 #include <StartPage.h>
 
@@ -83,7 +81,7 @@ int main(int argc, char** argv)
     const QDir examples(StartPage::examplesFolder());
     MainWindow window;
     Camera camera(window, QCoreApplication::arguments()[1]);
-    window.resize(1360, 850);
+    window.resize(1200, 780);
     window.show();
     // Until the examples have their pictures.
     wait(60000);
@@ -106,14 +104,11 @@ int main(int argc, char** argv)
     camera.take(u"texels"_s);
 
     window.view().setZoom(0.0);
-    window.view().takeSnapshot();
+    window.findChild<QPushButton*>(u"snapshot"_s)->click();
     window.findChild<QDockWidget*>(u"comparePanel"_s)->raise();
     window.document().edit(u"glow"_s, [](Morvane::Qel::GraphDescription& graph) {
         graph.passes.back().inputs.back().value = 2.5;
     });
-    ComparisonChoice choice;
-    choice.with = ComparisonChoice::With::Snapshot;
-    window.view().setComparison(choice);
     camera.take(u"wipe"_s);
     return camera.good ? 0 : 1;
 }

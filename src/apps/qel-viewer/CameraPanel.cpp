@@ -22,9 +22,9 @@ namespace {
 
 std::array<float, 12> numbersOf(const CameraDescription& camera)
 {
-    return {camera.eye.x(),    camera.eye.y(), camera.eye.z(), camera.target.x(), camera.target.y(),
-            camera.target.z(), camera.up.x(),  camera.up.y(),  camera.up.z(),     camera.fovY,
-            camera.nearPlane,  camera.farPlane};
+    return {camera.eye.x(),    camera.eye.y(),    camera.eye.z(),   camera.target.x(),
+            camera.target.y(), camera.target.z(), camera.up.x(),    camera.up.y(),
+            camera.up.z(),     camera.fovY,       camera.nearPlane, camera.farPlane};
 }
 
 } // namespace
@@ -42,7 +42,8 @@ CameraPanel::CameraPanel(GraphSession& session, QWidget* parent)
         box->setDecimals(4);
         box->setSingleStep(0.1);
         box->setKeyboardTracking(false);
-        box->setMinimumWidth(60);
+        box->setMinimumWidth(56);
+        box->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
         box->setObjectName(u"camera.%1%2"_s.arg(name).arg(place));
         grid->addWidget(box, row, 1 + place);
         connect(box, &QDoubleSpinBox::valueChanged, this, &CameraPanel::apply);
@@ -72,12 +73,16 @@ CameraPanel::CameraPanel(GraphSession& session, QWidget* parent)
         auto* button = new QPushButton(text);
         button->setToolTip(toolTip);
         button->setObjectName(u"camera."_s + text);
+        button->setMinimumWidth(32);
         views->addWidget(button, row, place, 1, span);
         connect(button, &QPushButton::clicked, this, call);
     };
-    const std::array<std::pair<QString, QVector3D>, 6> directions{
-        {{u"+X"_s, {1, 0, 0}}, {u"-X"_s, {-1, 0, 0}}, {u"+Y"_s, {0, 1, 0}},
-         {u"-Y"_s, {0, -1, 0}}, {u"+Z"_s, {0, 0, 1}}, {u"-Z"_s, {0, 0, -1}}}};
+    const std::array<std::pair<QString, QVector3D>, 6> directions{{{u"+X"_s, {1, 0, 0}},
+                                                                   {u"-X"_s, {-1, 0, 0}},
+                                                                   {u"+Y"_s, {0, 1, 0}},
+                                                                   {u"-Y"_s, {0, -1, 0}},
+                                                                   {u"+Z"_s, {0, 0, 1}},
+                                                                   {u"-Z"_s, {0, 0, -1}}}};
     for (int i = 0; i < 6; ++i) {
         const auto& [name, direction] = directions[static_cast<size_t>(i)];
         addButton(name, tr("Looks along %1").arg(name), 0, i, 1, [this, along = direction] {

@@ -7,7 +7,9 @@
 #include <QPushButton>
 #include <QSignalBlocker>
 
+#include <algorithm>
 #include <cmath>
+#include <variant>
 
 #include <Qel/graph/ImageMetrics.h>
 
@@ -21,6 +23,20 @@ namespace Morvane::Qel::Viewer {
 namespace {
 
 constexpr int numFixedChoices = 2;
+
+/// Clamps floats to what a screen shows, as the metrics need; returns whether that changed any.
+bool clampToScreen(Image& image)
+{
+    bool isChanged = false;
+    if (auto* samples = std::get_if<std::vector<float>>(&image.samples)) {
+        for (float& sample : *samples) {
+            const float clamped = std::isnan(sample) ? 0.0F : std::clamp(sample, 0.0F, 1.0F);
+            isChanged = isChanged || clamped != sample;
+            sample = clamped;
+        }
+    }
+    return isChanged;
+}
 
 } // namespace
 
@@ -114,10 +130,14 @@ void ComparePanel::measure()
         m_result->clear();
         return;
     }
-    const std::vector<Image> images = m_view.comparedImages();
+    std::vector<Image> images = m_view.comparedImages();
     if (images.size() != 2 || images[0].width == 0 || images[1].width == 0) {
         m_result->setText(tr("There is nothing to compare with yet."));
         return;
+    }
+    bool isClamped = false;
+    for (Image& image : images) {
+        isClamped = clampToScreen(image) || isClamped;
     }
     QString error;
     const std::optional<ImagePair> pair = ImagePair::match(images[0], images[1], true, &error);
@@ -134,7 +154,7 @@ void ComparePanel::measure()
     } else {
         text += u"\nSSIM: "_s + error;
     }
-    m_result->setText(text);
+    m_result->setText(isClamped ? text + u'\n' + tr("of the values from 0 to 1") : text);
 }
 
 } // namespace Morvane::Qel::Viewer

@@ -25,9 +25,8 @@ namespace {
 /// Inputs that the camera and the window set, unless the graph sets them itself.
 bool isFrameValue(const QString& port)
 {
-    static const QStringList names{u"Viewport"_s,  u"ProjectionMatrix"_s, u"CameraMatrix"_s,
-                                   u"NearPlane"_s, u"FarPlane"_s,         u"SceneBoundsMin"_s,
-                                   u"SceneBoundsMax"_s};
+    static const QStringList names{u"Viewport"_s, u"ProjectionMatrix"_s, u"CameraMatrix"_s,  u"NearPlane"_s,
+                                   u"FarPlane"_s, u"SceneBoundsMin"_s,   u"SceneBoundsMax"_s};
     return names.contains(PortName::parse(port).name);
 }
 
@@ -126,6 +125,7 @@ void ControlPanel::addPass(const PassSetting& pass, QVBoxLayout* column)
         reset->setText(u"↺"_s);
         reset->setAutoRaise(true);
         reset->setToolTip(tr("Back to the default"));
+        reset->setObjectName(u"reset."_s + pass.name + u'.' + title);
         label->setToolTip(toolTip);
         editor->setToolTip(toolTip);
         editor->setObjectName(pass.name + u'.' + title);
@@ -151,8 +151,8 @@ void ControlPanel::addPass(const PassSetting& pass, QVBoxLayout* column)
             ValueEditor* editor = ValueEditor::forPort(type, range, folder);
             addRow(input.name, false, port.name, toolTipOf(input), input.defaultValue, editor);
             if (editor && !range.unit.isEmpty()) {
-                m_rows.back().label->setText(u"%1 <span style='color:gray'>%2</span>"_s.arg(
-                    port.name, range.unit));
+                m_rows.back().label->setText(
+                    u"%1 <span style='color:gray'>%2</span>"_s.arg(port.name, range.unit));
             }
         }
     }

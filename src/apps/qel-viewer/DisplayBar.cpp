@@ -23,8 +23,8 @@ DisplayBar::DisplayBar(TextureView& view, QWidget* parent)
     , m_channels(new QComboBox)
 {
     setObjectName(u"displayBar"_s);
-    m_size->addItems({tr("Size of the window"), tr("Size of the graph")});
-    m_size->setToolTip(tr("In which size frames are rendered"));
+    m_size->addItems({tr("Window size"), tr("Graph size")});
+    m_size->setToolTip(tr("Frames are rendered in the size of the window, or in that of the graph"));
     m_size->setObjectName(u"size"_s);
     addWidget(m_size);
     connect(m_size, &QComboBox::activated, this, [this](int index) { m_view.setFollowsWindow(index == 0); });
@@ -49,8 +49,10 @@ DisplayBar::DisplayBar(TextureView& view, QWidget* parent)
     m_falseColors = addCheck(u"falseColors"_s, tr("False colours"),
                              tr("A colour for each integer; a scale from blue to red for a single channel"));
     addSeparator();
-    m_exposure = addNumber(u"exposure"_s, tr("Exposure"), tr("In stops: 1 doubles the values"), -20.0, 20.0, 0.25);
-    m_gamma = addNumber(u"gamma"_s, tr("Gamma"), tr("2.2 shows linear values on a usual screen"), 0.1, 5.0, 0.1);
+    m_exposure =
+        addNumber(u"exposure"_s, tr("Exposure"), tr("In stops: 1 doubles the values"), -20.0, 20.0, 0.25);
+    m_gamma =
+        addNumber(u"gamma"_s, tr("Gamma"), tr("2.2 shows linear values on a usual screen"), 0.1, 5.0, 0.1);
     m_minimum = addNumber(u"minimum"_s, tr("Range"), tr("The value that is black"), -1e6, 1e6, 0.1);
     m_maximum = addNumber(u"maximum"_s, tr("to"), tr("The value that is white"), -1e6, 1e6, 0.1);
     m_auto = addCheck(u"autoRange"_s, tr("Auto"), tr("The range follows the values"));

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <utility>
 
 #include <Qel/graph/GraphPlan.h>
 #include <Qel/graph/PassRegistry.h>
@@ -68,13 +69,15 @@ GraphView::GraphView(Document& document, OutputStore& store, QWidget* parent)
     setDragMode(ScrollHandDrag);
     setTransformationAnchor(AnchorUnderMouse);
     setMinimumHeight(120);
+    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     connect(&document, &Document::changed, this, [this] {
         m_isStale = true;
         if (isVisible()) {
             rebuild();
         }
     });
-    connect(&document, &Document::opened, this, &GraphView::fitScene, Qt::QueuedConnection);
+    connect(&document, &Document::opened, this, [this] { m_isFitting = true; });
     connect(&store, &OutputStore::updated, this, &GraphView::updateThumbnails);
 }
 
@@ -83,8 +86,13 @@ void GraphView::showEvent(QShowEvent* event)
     QGraphicsView::showEvent(event);
     if (m_isStale) {
         rebuild();
-        fitScene();
     }
+}
+
+void GraphView::resizeEvent(QResizeEvent* event)
+{
+    QGraphicsView::resizeEvent(event);
+    fitScene();
 }
 
 void GraphView::fitScene()
@@ -100,6 +108,9 @@ void GraphView::rebuild()
 {
     m_newWire = nullptr;
     scene()->clear();
+    if (!m_document.isOpen()) {
+        return;
+    }
     QStringList errors;
     const std::optional<GraphPlan> plan = planGraph(m_document.graph(), PassRegistry::builtin(), &errors);
     if (!plan) {
@@ -125,12 +136,16 @@ void GraphView::rebuild()
             if (input.source == InputSource::Connection) {
                 const auto source = static_cast<size_t>(input.pass);
                 const QPointF from = items[source]->outputPoint(plan->passes[source].outputs[input.output]);
-                scene()->addItem(new WireItem(from, items[i]->inputPoint(input.port), items[i]->name(), input.port));
+                scene()->addItem(
+                    new WireItem(from, items[i]->inputPoint(input.port), items[i]->name(), input.port));
             }
         }
     }
     scene()->setSceneRect(scene()->itemsBoundingRect().adjusted(-200, -200, 200, 200));
     updateThumbnails();
+    if (std::exchange(m_isFitting, false)) {
+        fitScene();
+    }
 }
 
 std::vector<PassItem*> GraphView::passItems() const
@@ -151,9 +166,9 @@ void GraphView::updateThumbnails()
         return;
     }
     for (PassItem* item : passItems()) {
-        const auto found = std::find_if(m_store.outputs().begin(), m_store.outputs().end(), [&](const auto& info) {
-            return info.name.pass == item->name() && info.isTexture;
-        });
+        const auto found =
+            std::find_if(m_store.outputs().begin(), m_store.outputs().end(),
+                         [&](const auto& info) { return info.name.pass == item->name() && info.isTexture; });
         item->setThumbnail(found == m_store.outputs().end() ? QImage() : found->thumbnail);
     }
     viewport()->update();
@@ -183,7 +198,8 @@ bool GraphView::tryEdit(const QString& text, const std::function<void(GraphDescr
 
 bool GraphView::addPass(const QString& type)
 {
-    return tryEdit(tr("New pass %1").arg(type), [&](GraphDescription& graph) { Viewer::addPass(graph, type); });
+    return tryEdit(tr("New pass %1").arg(type),
+                   [&](GraphDescription& graph) { Viewer::addPass(graph, type); });
 }
 
 bool GraphView::connectPorts(const QString& fromPass, const QString& output, const QString& toPass,
@@ -211,7 +227,8 @@ bool GraphView::setOutput(const OutputName& output)
     return tryEdit(tr("Output of the graph"), [&](GraphDescription& graph) {
         const PassSetting* pass = findPass(graph, output.pass);
         QStringList ports;
-        for (const OutputDescription& port : pass ? portsOf(*pass).outputs : std::vector<OutputDescription>()) {
+        for (const OutputDescription& port :
+             pass ? portsOf(*pass).outputs : std::vector<OutputDescription>()) {
             ports.append(port.name);
         }
         graph.output = u"@%1.%2"_s.arg(output.pass, shortestName(output.port, ports));
@@ -276,7 +293,8 @@ void GraphView::mouseMoveEvent(QMouseEvent* event)
         QGraphicsView::mouseMoveEvent(event);
         return;
     }
-    m_newWire->setPath(WireItem::curve(m_newWire->path().elementAt(0), mapToScene(event->position().toPoint())));
+    m_newWire->setPath(
+        WireItem::curve(m_newWire->path().elementAt(0), mapToScene(event->position().toPoint())));
 }
 
 void GraphView::mouseReleaseEvent(QMouseEvent* event)
@@ -326,8 +344,9 @@ void GraphView::contextMenuEvent(QContextMenuEvent* event)
         menu->addAction(tr("Earlier in the file"), this, [this, name] { movePass(name, -1); });
         menu->addAction(tr("Later in the file"), this, [this, name] { movePass(name, 1); });
         if (const QString port = pass->outputAt(point); !port.isEmpty()) {
-            menu->addAction(tr("Make this the output of the graph"), this,
-                            [this, name, port] { setOutput({name, port}); });
+            menu->addAction(tr("Make this the output of the graph"), this, [this, name, port] {
+                setOutput({name, port});
+            });
         }
         menu->addSeparator();
     }

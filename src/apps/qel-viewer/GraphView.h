@@ -51,6 +51,7 @@ protected:
     void wheelEvent(QWheelEvent* event) override;
     void contextMenuEvent(QContextMenuEvent* event) override;
     void showEvent(QShowEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
 private:
     bool tryEdit(const QString& text, const std::function<void(GraphDescription&)>& change);
@@ -63,6 +64,7 @@ private:
     Document& m_document;
     OutputStore& m_store;
     bool m_isStale = true;
+    bool m_isFitting = true;
     QGraphicsPathItem* m_newWire = nullptr;
     QString m_fromPass;
     QString m_fromPort;

@@ -10,6 +10,8 @@
 #include <QStackedWidget>
 #include <QStatusBar>
 
+#include <utility>
+
 #include <Qel/graph/ImageIO.h>
 
 #include "CameraPanel.h"
@@ -54,7 +56,8 @@ MainWindow::~MainWindow()
 
 void MainWindow::makePanels()
 {
-    addToolBar(new DisplayBar(*m_view, this));
+    m_displayBar = new DisplayBar(*m_view, this);
+    addToolBar(m_displayBar);
     m_outputs = new OutputTree(m_session, *m_store);
     addPanel(m_outputs, u"outputPanel"_s, tr("Outputs"), Qt::LeftDockWidgetArea);
     m_times = new TimePanel(m_session, m_document, *m_store, *m_view);
@@ -95,7 +98,7 @@ void MainWindow::connectPanels()
         m_view->setFollowsWindow(m_view->followsWindow());
         m_view->show(OutputName());
         m_outputs->select({});
-        m_pages->setCurrentWidget(m_view);
+        showStartPage(false);
         m_view->setFocus();
     });
     connect(&m_document, &Document::changed, this, [this] {
@@ -137,9 +140,8 @@ void MainWindow::connectPanels()
         m_document.edit(tr("Camera of the graph"), [&](GraphDescription& graph) { graph.camera = camera; });
     });
     connect(m_outputs, &OutputTree::chosen, m_view, qOverload<const OutputName&>(&TextureView::show));
-    connect(m_times, &TimePanel::updated, this, [this] {
-        m_graphView->setTimes([this](const QString& pass) { return m_times->timeOf(pass); });
-    });
+    connect(m_times, &TimePanel::updated, this,
+            [this] { m_graphView->setTimes([this](const QString& pass) { return m_times->timeOf(pass); }); });
     connect(m_graphView, &GraphView::rejected, this, &MainWindow::setFileErrors);
     connect(m_graphView, &GraphView::passChosen, m_controls, &ControlPanel::reveal);
     connect(m_graphView, &GraphView::outputChosen, this, [this](const OutputName& output) {
@@ -293,11 +295,29 @@ void MainWindow::restore()
 {
     const QSettings settings;
     resize(1440, 900);
-    resizeDocks({m_docks[0], m_docks[2]}, {330, 360}, Qt::Horizontal);
     restoreGeometry(settings.value(u"geometry"_s).toByteArray());
-    restoreState(settings.value(u"state"_s).toByteArray());
+    if (!restoreState(settings.value(u"state"_s).toByteArray())) {
+        resizeDocks({m_docks[0], m_docks[2]}, {340, 340}, Qt::Horizontal);
+        resizeDocks({m_docks[5]}, {230}, Qt::Vertical);
+    }
     m_errorDock->hide();
+    showStartPage(true);
     m_view->setFollowsWindow(settings.value(u"followsWindow"_s, true).toBool());
+}
+
+void MainWindow::showStartPage(bool isShown)
+{
+    if (isShown && m_layout.isEmpty()) {
+        m_layout = saveState();
+        for (QDockWidget* dock : m_docks) {
+            dock->hide();
+        }
+        m_displayBar->hide();
+    } else if (!isShown && !m_layout.isEmpty()) {
+        restoreState(std::exchange(m_layout, {}));
+        updateErrors();
+    }
+    m_pages->setCurrentWidget(isShown ? static_cast<QWidget*>(m_startPage) : m_view);
 }
 
 void MainWindow::closeEvent(QCloseEvent* event)
@@ -312,7 +332,7 @@ void MainWindow::closeEvent(QCloseEvent* event)
     }
     QSettings settings;
     settings.setValue(u"geometry"_s, saveGeometry());
-    settings.setValue(u"state"_s, saveState());
+    settings.setValue(u"state"_s, m_layout.isEmpty() ? saveState() : m_layout);
     settings.setValue(u"followsWindow"_s, m_view->followsWindow());
 }
 

@@ -13,6 +13,7 @@ class QDockWidget;
 class QLabel;
 class QMenu;
 class QStackedWidget;
+class QToolBar;
 
 namespace Morvane::Qel::Viewer {
 
@@ -74,8 +75,9 @@ private:
     /// Calls a function at once, or after the user has agreed to lose unsaved changes.
     void afterAsking(const std::function<void()>& call);
     void restore();
-    QDockWidget* addPanel(QWidget* panel, const QString& name, const QString& title,
-                          Qt::DockWidgetArea area);
+    /// Shows the examples instead of the picture and its panels, or the other way round.
+    void showStartPage(bool isShown);
+    QDockWidget* addPanel(QWidget* panel, const QString& name, const QString& title, Qt::DockWidgetArea area);
 
     MessageLog m_log;
     Document m_document;
@@ -94,10 +96,13 @@ private:
     ErrorPanel* m_errors = nullptr;
     QDockWidget* m_errorDock = nullptr;
     QList<QDockWidget*> m_docks;
+    QToolBar* m_displayBar = nullptr;
     QMenu* m_recent = nullptr;
     QLabel* m_status = nullptr;
     /// What is wrong with files that could not be read and changes that were not made.
     QStringList m_fileErrors;
+    /// The panels as they were before the start page took their place.
+    QByteArray m_layout;
     QTimer m_inspection;
     QPoint m_texel;
     bool m_isClosing = false;

@@ -40,7 +40,8 @@ void MainWindow::makeActions()
     edit->addActions({undo, redo});
 
     QMenu* picture = menuBar()->addMenu(tr("&Picture"));
-    picture->addAction(tr("&Fit into the window"), QKeySequence(Qt::Key_0), this, [this] { m_view->setZoom(0.0); });
+    picture->addAction(tr("&Fit into the window"), QKeySequence(Qt::Key_0), this,
+                       [this] { m_view->setZoom(0.0); });
     picture->addAction(tr("&1:1"), QKeySequence(Qt::Key_1), this, [this] { m_view->setZoom(1.0); });
     picture->addAction(tr("Take a &snapshot"), QKeySequence(Qt::CTRL | Qt::Key_T), this,
                        [this] { m_compare->takeSnapshot(); });
@@ -72,11 +73,12 @@ void MainWindow::makeActions()
 void MainWindow::makeFileMenu()
 {
     QMenu* file = menuBar()->addMenu(tr("&File"));
-    file->addAction(tr("&Open..."), QKeySequence::Open, this, [this] { afterAsking([this] { showOpenDialog(); }); });
+    file->addAction(tr("&Open..."), QKeySequence::Open, this,
+                    [this] { afterAsking([this] { showOpenDialog(); }); });
     m_recent = file->addMenu(tr("Open &recent"));
     updateRecentFiles({});
     file->addAction(tr("&Examples"), QKeySequence(Qt::CTRL | Qt::Key_E), this,
-                    [this] { m_pages->setCurrentWidget(m_startPage); });
+                    [this] { showStartPage(m_layout.isEmpty() || !m_document.isOpen()); });
     file->addSeparator();
     file->addAction(tr("&Save"), QKeySequence::Save, this, [this] {
         if (m_document.isOpen()) {
@@ -115,8 +117,8 @@ void MainWindow::updateRecentFiles(const QString& newest)
 
 void MainWindow::showOpenDialog()
 {
-    const QString folder = m_document.isOpen() ? QFileInfo(m_document.graph().file).absolutePath()
-                                               : StartPage::examplesFolder();
+    const QString folder =
+        m_document.isOpen() ? QFileInfo(m_document.graph().file).absolutePath() : StartPage::examplesFolder();
     auto* dialog = new QFileDialog(this, tr("Open"), folder, tr("Graphs (*.json);;All files (*)"));
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     dialog->setFileMode(QFileDialog::ExistingFile);

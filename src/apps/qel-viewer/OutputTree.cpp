@@ -17,8 +17,8 @@ namespace {
 enum Column
 {
     Name,
-    Format,
     Value,
+    Format,
 };
 constexpr int passRole = Qt::UserRole;
 constexpr int portRole = Qt::UserRole + 1;
@@ -41,7 +41,7 @@ OutputTree::OutputTree(GraphSession& session, OutputStore& store, QWidget* paren
     , m_store(store)
 {
     setObjectName(u"outputs"_s);
-    setHeaderLabels({tr("Output"), tr("Format"), tr("Value at cursor")});
+    setHeaderLabels({tr("Output"), tr("Value at cursor"), tr("Format")});
     setIconSize({64, 36});
     header()->setStretchLastSection(true);
     setUniformRowHeights(false);
@@ -65,13 +65,13 @@ void OutputTree::rebuild()
     }
     const GraphPlan& plan = m_session.graph()->plan();
     if (!plan.graph.output.isEmpty()) {
-        auto* item = new QTreeWidgetItem(this, {tr("Output of the graph"), plan.graph.output.sliced(1)});
+        auto* item = new QTreeWidgetItem(this, {tr("Output of the graph"), {}, plan.graph.output.sliced(1)});
         item->setData(0, passRole, QString());
         item->setData(0, portRole, QString());
     }
     for (const int index : plan.order) {
         const PlannedPass& pass = plan.passes[static_cast<size_t>(index)];
-        auto* parent = new QTreeWidgetItem(this, {pass.name, pass.type});
+        auto* parent = new QTreeWidgetItem(this, {pass.name, {}, pass.type});
         parent->setFlags(Qt::ItemIsEnabled);
         for (const QString& port : pass.outputs) {
             auto* item = new QTreeWidgetItem(parent, {PortName::parse(port).name});
@@ -81,13 +81,15 @@ void OutputTree::rebuild()
     }
     for (const PlannedPass& pass : plan.passes) {
         if (!pass.cullReason.isEmpty()) {
-            auto* item = new QTreeWidgetItem(this, {pass.name, tr("culled: %1").arg(pass.cullReason)});
+            auto* item = new QTreeWidgetItem(this, {pass.name, {}, tr("culled: %1").arg(pass.cullReason)});
             item->setDisabled(true);
         }
     }
     expandAll();
-    resizeColumnToContents(Name);
-    setColumnWidth(Name, std::max(columnWidth(Name), 170));
+    constexpr int nameWidth = 160;
+    constexpr int valueWidth = 130;
+    setColumnWidth(Name, nameWidth);
+    setColumnWidth(Value, valueWidth);
     select(m_selected);
 }
 
@@ -111,7 +113,7 @@ void OutputTree::updateOutputs()
         }
         if (const OutputInfo* info = m_store.find(nameOf(*item))) {
             (*item)->setText(Format, info->format);
-            (*item)->setToolTip(Format, info->format);
+            (*item)->setToolTip(Name, info->format);
             (*item)->setIcon(Name, QPixmap::fromImage(info->thumbnail));
             (*item)->setDisabled(!info->isTexture);
         }

@@ -133,7 +133,8 @@ void PassItem::paint(QPainter* painter, const QStyleOptionGraphicsItem* option, 
         for (qsizetype i = 0; i < ports.size(); ++i) {
             const QPointF place = point(i, isInput);
             painter->drawEllipse(place, portRadius, portRadius);
-            const QRectF area(isInput ? 9.0 : width / 2.0, place.y() - rowHeight / 2.0, width / 2.0 - 9.0, rowHeight);
+            const QRectF area(isInput ? 9.0 : width / 2.0, place.y() - rowHeight / 2.0, width / 2.0 - 9.0,
+                              rowHeight);
             painter->drawText(area, Qt::AlignVCenter | (isInput ? Qt::AlignLeft : Qt::AlignRight),
                               PortName::parse(ports[i]).name);
         }
@@ -141,13 +142,15 @@ void PassItem::paint(QPainter* painter, const QStyleOptionGraphicsItem* option, 
     drawPorts(m_inputs, true);
     drawPorts(m_outputs, false);
     if (!m_thumbnail.isNull()) {
-        const QSizeF size = QSizeF(m_thumbnail.size()).scaled(width - 16.0, thumbnailHeight, Qt::KeepAspectRatio);
+        const QSizeF size =
+            QSizeF(m_thumbnail.size()).scaled(width - 16.0, thumbnailHeight, Qt::KeepAspectRatio);
         painter->drawImage(QRectF({(width - size.width()) / 2.0, box.bottom() - thumbnailHeight - 4.0}, size),
                            m_thumbnail);
     }
 }
 
-WireItem::WireItem(const QPointF& from, const QPointF& to, const QString& toPassName, const QString& inputName)
+WireItem::WireItem(const QPointF& from, const QPointF& to, const QString& toPassName,
+                   const QString& inputName)
     : QGraphicsPathItem(curve(from, to))
     , toPass(toPassName)
     , input(inputName)
@@ -169,7 +172,8 @@ void WireItem::paint(QPainter* painter, const QStyleOptionGraphicsItem* option, 
     const QPalette palette = QApplication::palette();
     const bool isSelected = option->state.testFlag(QStyle::State_Selected);
     painter->setRenderHint(QPainter::Antialiasing);
-    painter->setPen(QPen(palette.color(isSelected ? QPalette::Highlight : QPalette::Dark), isSelected ? 3.0 : 1.5));
+    painter->setPen(
+        QPen(palette.color(isSelected ? QPalette::Highlight : QPalette::Dark), isSelected ? 3.0 : 1.5));
     painter->drawPath(path());
 }
 

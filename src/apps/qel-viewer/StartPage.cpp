@@ -36,7 +36,9 @@ StartPage::StartPage(QWidget* parent)
         item->setData(pathRole, file.absoluteFilePath());
         item->setToolTip(file.absoluteFilePath());
     }
-    const auto choose = [this](const QListWidgetItem* item) { Q_EMIT chosen(item->data(pathRole).toString()); };
+    const auto choose = [this](const QListWidgetItem* item) {
+        Q_EMIT chosen(item->data(pathRole).toString());
+    };
     connect(this, &QListWidget::itemClicked, this, choose);
     connect(this, &QListWidget::itemActivated, this, choose);
     m_process.setStandardErrorFile(QProcess::nullDevice());

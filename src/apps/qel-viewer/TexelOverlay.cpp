@@ -57,8 +57,8 @@ void TexelOverlay::paintEvent(QPaintEvent* /*event*/)
             }
             const QRectF cell(m_area.left() + x * side, m_area.top() + y * side, side, side);
             const QString text = lines.join(u'\n');
-            painter.setPen(QColor(0, 0, 0, 200));
-            painter.drawText(cell.translated(1.0, 1.0), Qt::AlignCenter, text);
+            painter.fillRect(painter.boundingRect(cell, Qt::AlignCenter, text).adjusted(-3.0, -1.0, 3.0, 1.0),
+                             QColor(0, 0, 0, 130));
             painter.setPen(Qt::white);
             painter.drawText(cell, Qt::AlignCenter, text);
         }

@@ -160,6 +160,19 @@ vec3 shown(vec4 v)
     return color;
 }
 
+// Rounds to 8 bits as image files are written: exactly, where drivers and single precision are off by one at
+// the limit between two values. The upper 12 bits are multiplied apart from the rest, both without an error.
+vec3 rounded(vec3 color)
+{
+    color = clamp(color, 0.0, 1.0);
+    vec3 upper = floor(color * 4096.0) / 4096.0;
+    vec3 rest = (color - upper) * 255.0;
+    vec3 byte = floor(color * 255.0 + 0.5);
+    vec3 limit = (byte - 0.5) - upper * 255.0;
+    byte += vec3(greaterThanEqual(rest, limit + 1.0)) - vec3(lessThan(rest, limit));
+    return byte / 255.0;
+}
+
 void main()
 {
     vec2 position = (gl_FragCoord.xy - u_Origin) / u_Scale;
@@ -177,9 +190,7 @@ void main()
     else if (gl_FragCoord.x >= u_Wipe)
         value = sampleB(position);
     vec3 color = shown(value);
-    // Rounded here as in image files, because drivers round in different ways.
-    color = mix(color, vec3(0.0), isnan(color));
-    out_FragColor = vec4(floor(clamp(color, 0.0, 1.0) * 255.0 + 0.5) / 255.0, 1.0);
+    out_FragColor = vec4(rounded(mix(color, vec3(0.0), isnan(color))), 1.0);
 }
 )"_s;
 

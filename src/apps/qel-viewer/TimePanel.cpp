@@ -241,15 +241,15 @@ void TimePanel::update()
     if (isMeasured) {
         m_plot->add(m_frameTime);
     }
-    QString text = tr("%1 frames per second; GPU %2, CPU %3 in the passes; %4 MiB in outputs, %5 textures in the pool")
-                       .arg(m_frameTimes.size())
-                       .arg(timeText(isMeasured ? sumGpu : unknown), timeText(isMeasured ? sumCpu : unknown))
-                       .arg(m_store.numBytes() / (1024.0 * 1024.0), 0, 'f', 1)
-                       .arg(m_store.numPoolTextures());
+    QString text =
+        tr("%1 frames per second; GPU %2, CPU %3 in the passes; %4 MiB in outputs, %5 textures in the pool")
+            .arg(m_frameTimes.size())
+            .arg(timeText(isMeasured ? sumGpu : unknown), timeText(isMeasured ? sumCpu : unknown))
+            .arg(m_store.numBytes() / (1024.0 * 1024.0), 0, 'f', 1)
+            .arg(m_store.numPoolTextures());
     if (!m_switched.isEmpty() && !std::isnan(m_timeBefore) && isMeasured) {
-        text += tr("; since the switch of %1: %2 ms")
-                    .arg(m_switched)
-                    .arg(m_frameTime - m_timeBefore, 0, 'f', 2);
+        text +=
+            tr("; since the switch of %1: %2 ms").arg(m_switched).arg(m_frameTime - m_timeBefore, 0, 'f', 2);
     }
     m_summary->setText(text);
     Q_EMIT updated();

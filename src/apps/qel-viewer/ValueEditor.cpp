@@ -3,8 +3,8 @@
 #include <QCheckBox>
 #include <QColorDialog>
 #include <QComboBox>
-#include <QDoubleSpinBox>
 #include <QDir>
+#include <QDoubleSpinBox>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QHBoxLayout>
@@ -57,8 +57,7 @@ public:
     }
     QString textFromValue(double value) const override
     {
-        return decimals() == 0 ? QString::number(static_cast<qint64>(value))
-                               : QString::number(value, 'g', 7);
+        return decimals() == 0 ? QString::number(static_cast<qint64>(value)) : QString::number(value, 'g', 7);
     }
     QSize sizeHint() const override { return {84, QDoubleSpinBox::sizeHint().height()}; }
     QSize minimumSizeHint() const override { return {50, QDoubleSpinBox::minimumSizeHint().height()}; }
