@@ -86,5 +86,9 @@ function(qel_install_package)
         configure_file("${PROJECT_SOURCE_DIR}/cmake/Qel.pc.in" "${CMAKE_CURRENT_BINARY_DIR}/Qel${name}.pc" @ONLY)
         install(FILES "${CMAKE_CURRENT_BINARY_DIR}/Qel${name}.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
     endforeach()
-    install(FILES "${PROJECT_SOURCE_DIR}/LICENSE" DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+    # In the layout of the source tree, so that the links between documents hold.
+    install(FILES "${PROJECT_SOURCE_DIR}/LICENSE" "${PROJECT_SOURCE_DIR}/README.md" "${PROJECT_SOURCE_DIR}/CHANGELOG.md"
+        DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+    install(DIRECTORY "${PROJECT_SOURCE_DIR}/docs" "${PROJECT_SOURCE_DIR}/examples"
+        DESTINATION "${CMAKE_INSTALL_DOCDIR}")
 endfunction()

@@ -1,11 +1,15 @@
+#include <QDir>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
+#include <QRegularExpression>
 
 #include <gtest/gtest.h>
 
 #include <Qel/graph/ImageIO.h>
 
 #include "support/Folder.h"
+#include "support/Paths.h"
 #include "support/Program.h"
 
 namespace Morvane::Qel::Test {
@@ -29,6 +33,25 @@ const QString shaderGraph = R"({"viewport": [16, 16],
                {"name": "unused", "type": "GradientRenderPass"}],
     "output": "@ramp.Frame"})";
 
+/// Six frames of one colour: an eighth of the time in red, the offset of the jitter in green and blue. %1 is
+/// "settle", %2 restarts the jitter and the mean.
+const QString animation = R"({"viewport": [16, 16], "animation": {"frames": 6, "fps": 4}, "settle": %1,
+    "passes": [{"name": "jitter", "type": "TemporalAAJitterPass", "inputs": {"Dirty": %2}},
+               {"name": "clock", "type": "ShaderRenderPass",
+                "options": {"inputs": ["Qel_QRect_Viewport", "Qel_float_Time", "Qel_QMatrix4x4_Projection"],
+                            "outputs": ["Qel_QelTexture*_Frame"], "fragmentShader": "clock.frag"},
+                "inputs": {"Projection": "@jitter.ProjectionMatrix"}},
+               {"name": "mean", "type": "TemporalAARenderPass",
+                "inputs": {"Frame": "@clock.Frame", "Dirty": %2}}],
+    "output": "@mean.Frame"})";
+
+const QString clockShader = R"(#version 150
+uniform float Qel_float_Time;
+uniform mat4 Qel_QMatrix4x4_Projection;
+out vec4 o_Frame;
+void main() { o_Frame = vec4(Qel_float_Time / 8.0, 0.5 + 8.0 * Qel_QMatrix4x4_Projection[2].xy, 1.0); }
+)";
+
 class RenderCommand : public testing::Test, protected Folder
 {
 protected:
@@ -36,6 +59,7 @@ protected:
     {
         write("ramp.json", shaderGraph);
         write("ramp.frag", ramp);
+        write("clock.frag", clockShader);
         // Without an output, the image is what the graph draws to the screen.
         write("screen.json", QString(shaderGraph).replace("\"output\": \"@ramp.Frame\"", "\"lights\": []"));
     }
@@ -60,7 +84,7 @@ protected:
 TEST_F(RenderCommand, SetTheScreenAndBothFormats)
 {
     // An 8-bit texture is the same in both formats and on the screen.
-    const QStringList set{"--size", "64x41", "--set", "ramp.Blue=0.6"};
+    const QStringList set{"--size", "64x41", "--set", "ramp.Blue=0.6", "--alpha", "keep"};
     const Image png = rendered("ramp.json", "a.png", set);
     ASSERT_EQ(png.summary(), "64x41 RGBA");
     EXPECT_EQ(rendered("ramp.json", "a.exr", set).samples, png.samples);
@@ -86,6 +110,82 @@ TEST_F(RenderCommand, NumberInTheNameWritesEveryFrame)
     EXPECT_EQ(contents("last.png"), contents("f001.png"));
 }
 
+TEST_F(RenderCommand, PartsOfASequenceEqualTheWhole)
+{
+    for (const bool hasHistory : {true, false}) {
+        const QString name = hasHistory ? "history" : "settled";
+        const QString dirty = hasHistory ? "false" : "\"@NewFrame\"";
+        write(name + ".json", animation.arg(hasHistory ? 1 : 3).arg(dirty));
+        EXPECT_EQ(render(name + ".json", {"--output", path(name + "%02d.png")}).errors, QString());
+        EXPECT_EQ(render(name + ".json", {"--frames", "3..5", "--output", path(name + "-part%d.png")}).errors,
+                  QString());
+        EXPECT_EQ(files(name + "*.png").size(), 6 + 3);
+        for (int frame = 3; frame < 6; ++frame) {
+            const QByteArray whole = contents(QString("%1%2.png").arg(name).arg(frame, 2, 10, QChar('0')));
+            EXPECT_EQ(contents(QString("%1-part%2.png").arg(name).arg(frame)), whole) << frame;
+            EXPECT_NE(contents(QString("%1-part%2.png").arg(name).arg(frame == 5 ? 3 : 5)), whole) << frame;
+        }
+        // The mean of frames 1 to 5, rounded in each of them, or frame 5 alone, at 5/4 seconds.
+        EXPECT_NEAR(image(name + "05.png").sample(0, 0, 0), (hasHistory ? 3.0 : 5.0) / 4.0 / 8.0,
+                    2.0 / 255.0);
+        EXPECT_EQ(runProgram({"graph", path(name + ".json")}).output.contains("\nrun-up: all frames from 0"),
+                  hasHistory);
+    }
+}
+
+TEST_F(RenderCommand, VideosHoldAllFramesInTheirColors)
+{
+    write("moving.json", animation.arg(1).arg("true"));
+    EXPECT_EQ(render("moving.json", {"--output", path("%d.png")}).errors, QString());
+    for (const char* name : {"video.mp4", "video.webm", "video.gif"}) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(render("moving.json", {"--output", path(name)}).errors, QString());
+        QProcess decoder;
+        decoder.start("ffmpeg",
+                      {"-v", "error", "-i", path(name), "-f", "rawvideo", "-pix_fmt", "rgb24", "-"});
+        ASSERT_TRUE(decoder.waitForFinished());
+        const QByteArray pixels = decoder.readAllStandardOutput();
+        constexpr qsizetype frameSize = qsizetype{16} * 16 * 3;
+        ASSERT_EQ(pixels.size(), 6 * frameSize);
+        for (int frame = 0; frame < 6; ++frame) {
+            const Image expected = image(QString("%1.png").arg(frame));
+            for (int c = 0; c < 3; ++c) {
+                // The encoders are lossy, and video has fewer steps between black and white.
+                EXPECT_NEAR(static_cast<quint8>(pixels[frame * frameSize + c]),
+                            255.0 * expected.sample(0, 0, c), 4.0)
+                    << "frame " << frame;
+            }
+        }
+    }
+    EXPECT_TRUE(
+        runProgram({"render", path("moving.json"), "--output", path("no.mp4")}, {"PATH=/nowhere"})
+            .isOneError("no.mp4: cannot be written: there is no program ffmpeg, which encodes videos; "
+                        "install the Debian package ffmpeg"));
+    EXPECT_EQ(files("no.mp4*"), QStringList());
+}
+
+TEST_F(RenderCommand, SequencesThatEndEarlySayWhatTheyWrote)
+{
+    write("moving.json", animation.arg(1).arg("true"));
+    ASSERT_TRUE(QDir(path({})).mkpath("f3.png"));
+    EXPECT_TRUE(render("moving.json", {"--output", path("f%d.png")})
+                    .isOneError("choose a regular file or a new name; frames 0 to 2 were written"));
+    QProcess program;
+    program.start(programPath(), {"render", path("moving.json"), "--device", "software", "--frames",
+                                  "0..999999", "--output", path("long%d.png")});
+    while (files("long2.png").isEmpty() && program.state() != QProcess::NotRunning) {
+        program.waitForFinished(20);
+    }
+    program.terminate();
+    ASSERT_TRUE(program.waitForFinished());
+    EXPECT_EQ(program.exitStatus(), QProcess::CrashExit) << "ended by the signal";
+    const QString errors = QString::fromLocal8Bit(program.readAllStandardError());
+    const QRegularExpressionMatch match =
+        QRegularExpression("^qel: interrupted; frames 0 to (\\d+) were written\n$").match(errors);
+    EXPECT_TRUE(match.hasMatch()) << qPrintable(errors);
+    EXPECT_EQ(files("long*").size(), match.captured(1).toInt() + 1);
+}
+
 TEST_F(RenderCommand, DumpWritesEveryOutputOfEveryPassThatRuns)
 {
     // A square that fills the view.
@@ -100,11 +200,31 @@ TEST_F(RenderCommand, DumpWritesEveryOutputOfEveryPassThatRuns)
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_TRUE(result.isOneError("unused is culled")) << qPrintable(result.errors);
     EXPECT_EQ(files("*", "new/dump"),
-              (QStringList{"outputs.json", "scene.Frame.exr", "scene.Id.exr", "sky.Frame.exr"}));
-    EXPECT_TRUE(contents("new/dump/outputs.json").startsWith('{'));
+              (QStringList{"outputs.json", "scene.Frame.exr", "scene.Frame.png", "scene.Id.exr",
+                           "scene.Id.png", "sky.Frame.exr", "sky.Frame.png"}));
     // The default colours in a float format: 8 bits could not hold this value.
     EXPECT_NEAR(image("new/dump/sky.Frame.exr").sample(0, 0, 0), (64.0 + (153.0 - 64.0) / 12.0) / 255.0,
                 1e-6);
+}
+
+TEST_F(RenderCommand, TheCameraIsTheGraphsOrFitted)
+{
+    // Of the square, the graph's camera sees only a part and a fitted one all.
+    write("square.obj", "v -9 -9 0\nv 9 -9 0\nv 9 9 0\nv -9 9 0\nf 1 2 3\nf 1 3 4\n");
+    write("square.json", R"({"viewport": [16, 12], "models": {"square": "square.obj"},
+        "camera": {"eye": [0, 0, 5]}, "passes": [{"name": "scene", "type": "ForwardRenderPass"}],
+        "output": "@scene.Frame"})");
+    const auto corner = [&](const QStringList& options) {
+        const ProgramResult result = render("square.json", options + QStringList{"--output", path("a.exr")});
+        EXPECT_EQ(result.exitCode, 0) << qPrintable(result.errors);
+        return image("a.exr").sample(0, 0, 3);
+    };
+    const QStringList model{"--model", path("square.obj")};
+    EXPECT_EQ(corner({}), 1.0F);
+    EXPECT_EQ(corner({"--camera", "graph"}), 1.0F);
+    EXPECT_EQ(corner({"--camera", "fitted"}), 0.0F);
+    EXPECT_EQ(corner(model), 0.0F);
+    EXPECT_EQ(corner(model + QStringList{"--camera", "graph"}), 1.0F);
 }
 
 TEST_F(RenderCommand, FailureKeepsTheOldFileAndGivesOneLine)
@@ -114,8 +234,8 @@ TEST_F(RenderCommand, FailureKeepsTheOldFileAndGivesOneLine)
     write("text.xyz", QString("no model"));
     write("ramp.frag", QString(ramp).replace("vec4(0.0,", "vec4(missing,"));
     const std::pair<QStringList, QString> failures[] = {
-        {{"--model", path("broken.gltf")}, "broken.gltf"},
-        {{"--model", path("text.xyz")}, "text.xyz"},
+        {{"--model", path("broken.gltf")}, "qel: --model " + path("broken.gltf: cannot read model")},
+        {{"--model", path("text.xyz")}, "qel: --model " + path("text.xyz: cannot read model")},
         {{"--size", "1000000x4"}, "1000000x4"},
         // Graph and pass, file and line, and the driver's message.
         {{}, "ramp.json: ramp: "},
@@ -131,6 +251,25 @@ TEST_F(RenderCommand, FailureKeepsTheOldFileAndGivesOneLine)
     }
     // The source around the line comes only on demand.
     EXPECT_TRUE(render("ramp.json", {"--verbose"}).errors.contains("uniform float Qel_float_Blue;"));
+}
+
+TEST_F(RenderCommand, AnImageThatCannotBeReadFailsUnlessToldToKeepGoing)
+{
+    write("text.png", QString("no image"));
+    write("image.json", R"({"viewport": [2, 2], "output": "@photo.Texture", "passes": [
+        {"name": "photo", "type": "TextureLoaderRenderPass", "inputs": {"TexturePath": "text.png"}}]})");
+    const QString message = "image.json: photo: \"" + path("text.png") + "\" cannot be read as an image";
+    const QStringList output{"--output", path("out.png")};
+    const ProgramResult failed = render("image.json", output);
+    EXPECT_EQ(failed.exitCode, 2);
+    EXPECT_TRUE(failed.isOneError(message)) << qPrintable(failed.errors);
+    EXPECT_EQ(files("out.png"), QStringList());
+
+    const ProgramResult kept = render("image.json", output + QStringList{"--keep-going", "--frames", "2"});
+    EXPECT_EQ(kept.exitCode, 0);
+    EXPECT_TRUE(kept.isOneError(message)) << qPrintable(kept.errors);
+    EXPECT_EQ(image("out.png").sample(0, 0, 0), 1.0);
+    EXPECT_EQ(render("image.json", output + QStringList{"--keep-going", "--quiet"}).errors, QString());
 }
 
 TEST_F(RenderCommand, ProfileMeasuresFramesAfterTheWarmUp)
@@ -179,7 +318,7 @@ TEST_F(RenderCommand, ProfileGraphAndInfoPrintTheirTables)
     };
     expectOutput(render("ramp.json", {"--profile", "--frames", "4"}), {"\nramp ", "\nscreen "});
     expectOutput(runProgram({"graph", path("ramp.json"), "--device", "software"}),
-                 {"Frame  16x16 GL_RGBA8", "culled: unused  GradientRenderPass: ", "ramp.Frame\n"});
+                 {"  16x16 GL_RGBA8", "culled: unused  GradientRenderPass: ", "ramp.Frame\n"});
     expectOutput(runProgram({"info", "--device", "software"}), {"llvmpipe", "ForwardRenderPass"});
     EXPECT_TRUE(render("ramp.json", {}).isOneError("nothing is written"));
 }

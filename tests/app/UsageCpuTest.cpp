@@ -58,16 +58,24 @@ TEST_F(Usage, HelpAndVersionGoToStandardOutput)
 TEST_F(Usage, WrongArgumentsFailInOneLine)
 {
     expectWrongUse({}, "qel --help");
-    expectWrongUse({"paint"}, "unknown command \"paint\"");
+    expectWrongUse({"paint"}, "there are \"render\", \"passes\"");
+    expectWrongUse({"rendr"}, "did you mean \"render\"? See \"qel --help\"");
     expectWrongUse({"render"}, "GRAPH is missing");
     expectWrongUse({"info", "more"}, "unexpected argument \"more\"");
-    expectWrongUse({"render", good, "--colour"}, "colour");
+    expectWrongUse({"render", good, "--fram", "2"}, "unknown option \"--fram\"; did you mean \"--frames\"?");
+    expectWrongUse({"info", "--quiet", "--verbose"}, "cannot be combined");
     expectWrongUse({"render", good, "--frames"}, "frames");
     expectWrongUse({"graph", good, "--dot", "--mermaid"}, "cannot be combined");
     expectWrongUse({"render", good, "--json"}, "--json needs --profile");
     expectWrongUse({"compare", good, good, "--gain", "2"}, "--gain needs --difference");
     expectWrongUse({"compare", good, good, "--pixels-per-degree", "0.5"}, "0.5 is not a number from 1");
-    expectWrongUse({"passes", "GradientPass"}, "did you mean \"GradientRenderPass\"");
+    expectWrongUse({"passes", "GradientPass"}, "did you mean \"GradientRenderPass\"? See \"qel passes\"");
+    // Part of the name, a typing error in its part, a word of the summary, and what is in too many names.
+    expectWrongUse({"passes", "forward"},
+                   "did you mean \"ForwardRenderPass\" or \"ShadowedForwardRenderPass\"?");
+    expectWrongUse({"passes", "Foward"}, "did you mean \"ForwardRenderPass\"?");
+    expectWrongUse({"passes", "FXAA"}, "did you mean \"FastApproximateAntiAliasingRenderPass\"?");
+    expectWrongUse({"passes", "Render"}, "no pass type \"Render\"; see \"qel passes\"");
     const auto expectWrongValues = [&](const QString& option, const QStringList& values,
                                        const QString& message) {
         for (const QString& value : values) {
@@ -76,14 +84,16 @@ TEST_F(Usage, WrongArgumentsFailInOneLine)
     };
     expectWrongValues("--frames", {"0", "1.5", "99999999999"}, "--frames");
     expectWrongValues("--size", {"0x10", "10x0", "10", "10x10x10", "axb", "99999999999x1"}, "--size");
-    expectWrongValues("--device", {"cpu"}, "no device \"cpu\"");
+    expectWrongValues("--camera", {"free"}, "unknown --camera \"free\"");
+    expectWrongValues("--camera", {"graph"}, "the graph has no camera");
+    expectWrongValues("--device", {"sofware"}, "unknown --device \"sofware\"; did you mean \"software\"?");
     expectWrongValues("--output", {"%d%d.png", "%s.png", "a%.png", "%-4d.png", "%4.2d.png"},
                       "only one number");
     expectWrongValues("--output", {"a.tiff"}, ".png or an .exr");
     expectWrongValues("--output", {path("none/a.png"), path("none/%d.png")}, "No such file");
     expectWrongValues("--set", {"sky"}, "PASS.PORT=VALUE");
     expectWrongValues("--set", {"sky.ColorTp=#ffffff", "sky.ColorTop=12"}, "sky.ColorT");
-    expectWrongValues("--model", {path("none.obj")}, "none.obj");
+    expectWrongValues("--model", {path("none.obj")}, "qel: --model " + path("none.obj: no file"));
 }
 
 TEST_F(Usage, WrongGraphsFailInOneLine)
@@ -103,6 +113,16 @@ TEST_F(Usage, WrongGraphsFailInOneLine)
         expectWrongUse({"render", path("wrong.json")}, replacement[2]);
     }
     expectWrongUse({"graph", path("wrong.json")}, "none.obj");
+}
+
+TEST_F(Usage, AGraphFromStandardInput)
+{
+    const auto graph = [&](const QString& text) {
+        return runProgram({"graph", "-", "--dot"}, {"__EGL_VENDOR_LIBRARY_DIRS=" + path("empty")}, text);
+    };
+    EXPECT_TRUE(graph(passes).output.startsWith("digraph"));
+    EXPECT_TRUE(graph("{\"passes\": [],}").isOneError("<stdin>:1:"));
+    EXPECT_TRUE(graph(QString(passes).replace("GradientR", "R")).isOneError("<stdin>: sky: "));
 }
 
 TEST_F(Usage, CommandsWithoutADriver)

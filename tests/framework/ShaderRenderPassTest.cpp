@@ -299,6 +299,7 @@ TEST_F(ShaderRenderPassTest, NoticesMistakesThatGLAccepts)
     }
     pass->addOutput(u"Qel_QelTexture*_First"_s);
     pass->addOutput(u"Qel_QelTexture*_Second"_s);
+    pass->setOutputFormat(u"Qel_QelTexture*_First"_s, TextureFormat::R32UI);
     pass->setFragmentShaderSource(uR"(uniform usampler2D u_Ids; uniform sampler2D u_Fraem;
 uniform int Qel_float_Amount; uniform vec3 Qel_QVector2D_Offset, Qel_QColor_Unused, Qel_QColor_Fine;
 in vec2 vo_TexCord; out vec4 o_First, o_Secnod;
@@ -321,6 +322,7 @@ Qel_QelTexture*_Frame: no stage has the sampler u_Frame; no port sets u_Fraem
 Qel_float_Amount: the uniform Qel_float_Amount is declared as int, which does not suit the value; declare it as float
 Qel_QVector2D_Offset: the uniform Qel_QVector2D_Offset is declared as vec3, which does not suit the value; declare it as vec2
 Qel_QColor_Unused: the uniform Qel_QColor_Unused does not affect the result, so the driver removed it; no port sets u_Fraem
+Qel_QelTexture*_First: o_First is declared as vec4, but the format r32ui needs uvec4
 Qel_QelTexture*_Second: the fragment stage writes no o_Second
 : the fragment output o_Secnod belongs to no port; the outputs are o_First, o_Second
 : the fragment stage reads vo_TexCord, which the vertex stage does not write; it has vo_TexCoord

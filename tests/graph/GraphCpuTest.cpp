@@ -49,11 +49,21 @@ PassRegistry testRegistry()
          {"shapes", {}, QVariantList(), {}, false, shape}});
     add("Batches", {"QelDrawBuffers*_Geometry"}, {frame});
     add("Draw", {"QelGPUModel*_Geometry"}, {frame});
+    add("Shot", {"QMatrix4x4_ProjectionMatrix"}, {frame});
+    PassDescription lens{
+        "Lens", {}, {{"Qel_" + frame, {}, {}}, {"Qel_QelTexture*_Position", {}, {}}}, {{"Qel_" + frame, {}}}};
+    lens.inputs[0].perspectiveReason = "it is a lens";
+    lens.inputs[0].orthographicInput = "Qel_QelTexture*_Position";
+    registry.add(lens, nullptr);
     add("Screen", {"QelTexture*_Texture"}, {});
     PassDescription draws{"Overlay", {}, {{"Qel_" + frame, {}, {}}}, {{"Qel_" + frame, {}}}};
     draws.inputs[0].isModified = true;
     registry.add(draws, nullptr);
-    add("Custom", {}, {}, {{"inputs", {}, QStringList()}, {"outputs", {}, QStringList()}}, true);
+    add("Custom", {}, {},
+        {{"inputs", {}, QStringList()},
+         {"outputs", {}, QStringList()},
+         {"formats", {}, QVariantMap(), {"r8", "r32"}, false, {}, true}},
+        true);
     return registry;
 }
 
@@ -102,7 +112,7 @@ protected:
 TEST_F(GraphCpuTest, MalformedFilesAreRejectedWithLineAndColumn)
 {
     expectErrors("{\"passes\": [\n  {\"name\": \"a\",}\n]}",
-                 "graph.json:2:17: not valid JSON: object is missing after a comma");
+                 "graph.json:2:15: remove this comma: none may stand before \"}\"");
     expectErrors("[]", "graph.json:1:1: must be an object {...}, not []");
     expectErrors(R"({"pases": [], "viewport": [640, 480.5],
 "camera": {"target": [0, 0]},
@@ -114,7 +124,7 @@ TEST_F(GraphCpuTest, MalformedFilesAreRejectedWithLineAndColumn)
 graph.json:1:15: viewport: must be two integers [width, height], not [640,480.5]
 graph.json:2:1: camera: "eye" is missing
 graph.json:2:12: camera.target: must be three numbers [x, y, z], not [0,0]
-graph.json:3:32: models.b: must be a string, not 1
+graph.json:3:32: models.b: must be a file name or an object {...}, not 1
 graph.json:4:30: lights[0].direction: unknown key; there are "type", "color", "intensity", "position", "range"
 graph.json:4:54: lights[0].range: must be a number, not "far"
 graph.json:5:42: lights[1].angle: unknown key; there are "type", "color", "intensity", "direction", "cascades"
@@ -124,6 +134,13 @@ graph.json:5:55: lights[2]: "type" is missing
 graph.json:6:1: passes: must be an array [...], not {}
 graph.json:3:21: models: duplicate key
 graph.json:6:33: output: duplicate key)");
+    expectErrors(
+        R"({"camera": {"orbit": {"turn": 1}, "eye": [0, 0, 1]}, "animation": {"frame": 9}, "settle": 1.5})",
+        R"(graph.json:1:23: camera.orbit.turn: unknown key; did you mean "turns"?
+graph.json:1:35: camera.eye: cannot be combined with "orbit", which sets it; remove one of them
+graph.json:1:68: animation.frame: unknown key; did you mean "frames"?
+graph.json:1:54: animation: "frames" is missing
+graph.json:1:81: settle: must be an integer, not 1.5)");
     EXPECT_FALSE(load("none.json"));
     EXPECT_TRUE(errors().startsWith("none.json: cannot be read: "));
     EXPECT_FALSE(load({}));
@@ -162,9 +179,77 @@ graph.json: output: must be "@pass.Port", not "a.Frame")");
                      "passes": [{"name": "a", "type": "Source"}]})",
                  "graph.json: camera.eye: must differ from the target\n"
                  "graph.json: output: must be a texture, but \"@a.ProjectionMatrix\" is QMatrix4x4");
+    expectErrors(R"({"camera": {"orbit": {"elevation": -90, "distance": -1}, "near": 2, "far": 1},
+                     "animation": {"frames": 0, "fps": -25}, "settle": 0, "output": "@a.Frame",
+                     "passes": [{"name": "a", "type": "Source"}]})",
+                 "graph.json: camera.orbit.elevation: must be above -90 and below 90 degrees\n"
+                 "graph.json: camera.orbit.distance: must be above 0, or 0 to fit it to the models\n"
+                 "graph.json: camera.far: must be above \"near\"\n"
+                 "graph.json: animation.frames: must be 1 to 1000000\n"
+                 "graph.json: animation.fps: must be above 0 and at most 1000 frames per second\n"
+                 "graph.json: settle: must be 1 to 10000");
     expectErrors(R"({"passes": [{"name": "a", "type": "Source"}]})",
                  "graph.json: output: the graph has no output and no pass that draws to the screen; "
                  "write \"output\": \"@pass.Port\"");
+}
+
+TEST_F(GraphCpuTest, ModelErrorsNameTheMember)
+{
+    expectErrors(R"({"camera": {"eye": [0, 0, 1], "fovY": 40, "height": "2"}, "models": {
+"a": 1, "b": {}, "c": {"file": "model.obj", "merge": []},
+"d": {"file": "model.obj", "scale": "big", "fit": 0, "rotate": 90, "postion": [0, 0, 0]},
+"e": {"merge": ["d", 3], "scale": [1, 2], "upAxis": 2}}})",
+                 R"(graph.json:1:43: camera.height: must be a number, not "2"
+graph.json:1:43: camera.height: excludes "fovY"; a height makes the camera orthographic
+graph.json:2:1: models.a: must be a file name or an object {...}, not 1
+graph.json:2:9: models.b: must have either "file" or "merge"
+graph.json:2:18: models.c: must have either "file" or "merge"
+graph.json:2:45: models.c.merge: must name at least one model
+graph.json:3:68: models.d.postion: unknown key; there are "file", "merge", "upAxis", "scale", "fit", "rotate", "translate"
+graph.json:3:28: models.d.scale: must be a number or three numbers [x, y, z], not "big"
+graph.json:3:44: models.d.fit: must be above 0
+graph.json:3:54: models.d.rotate: must be three numbers [x, y, z], not 90
+graph.json:4:22: models.e.merge[1]: must be a string, not 3
+graph.json:4:43: models.e.upAxis: must be a string, not 2
+graph.json:4:26: models.e.scale: must be three numbers [x, y, z], not [1,2])");
+    expectErrors(R"({"camera": {"eye": [0, 0, 1], "height": 0, "near": 2, "far": 1}, "models": {
+        "a": {"file": "model.obj", "upAxis": "w", "scale": [1, 0, 1]}, "b": {"merge": ["a", "a", "bb"]},
+        "c": {"merge": ["d", "a"]}, "d": {"merge": ["e"]}, "e": {"merge": ["b", "d"]}},
+        "passes": [{"name": "x", "type": "Draw"}], "output": "@x.Frame"})",
+                 R"(graph.json: camera.height: must be above 0
+graph.json: camera.far: must be above "near"
+graph.json: models.a.upAxis: must be "x", "y" or "z"
+graph.json: models.a.scale: must not be 0
+graph.json: models.b.merge: "a" is named twice; a second model with the same file can stand elsewhere
+graph.json: models.b.merge: no model "bb"; did you mean "b"?
+graph.json: models.d.merge: a model cannot be a part of itself: d needs e needs d)");
+
+    // The model that is no part of another is the one that passes get.
+    const GraphPlan merged = validPlan(R"({"models": {"a": "model.obj", "all": {"merge": ["a", "b"]},
+        "b": {"file": "model.obj", "translate": [1, 0, 0]}},
+        "passes": [{"name": "x", "type": "Draw"}], "output": "@x.Frame"})");
+    EXPECT_EQ(merged.passes.at(0).inputs.at(0).model, 1);
+}
+
+TEST_F(GraphCpuTest, OrthographicCamerasAreErrorsWhereADepthMustBeOfAPerspectiveOne)
+{
+    const auto graph = [](const QByteArray& camera, const QByteArray& lens) {
+        return R"({"camera": {"eye": [0, 0, 1], )" + camera +
+               R"(}, "models": {"m": "model.obj"}, "passes": [
+            {"name": "draw", "type": "Shot"}, {"name": "source", "type": "Source"},
+            {"name": "blur", "type": "Filter", "inputs": {"Frame": "@draw.Frame"}},
+            {"name": "convert", "type": "Custom", "inputs": {"In": "@draw.Frame"},
+             "options": {"inputs": ["Qel_QelTexture*_In"], "outputs": ["Qel_QelTexture*_Frame"]}},
+            {"name": "lens", "type": "Lens", "inputs": {)" +
+               lens + R"(}}], "output": "@lens.Frame"})";
+    };
+    const char* message = "graph.json: lens.Frame: needs a perspective camera, with \"fovY\" and not "
+                          "\"height\": it is a lens";
+    expectErrors(graph(R"("height": 2, "near": 1)", R"("Frame": "@blur.Frame")"), message);
+    EXPECT_EQ(validPlan(graph(R"("fovY": 40)", R"("Frame": "@draw.Frame")")).perspectiveNeeds.size(), 1);
+    validPlan(graph(R"("height": 2)", R"("Frame": "@source.Frame")"));
+    validPlan(graph(R"("height": 2)", R"("Frame": "@convert.Frame")"));
+    validPlan(graph(R"("height": 2)", R"("Frame": "@draw.Frame", "Position": "@draw.Frame")"));
 }
 
 TEST_F(GraphCpuTest, PassErrorsNameThePortAndTheNearestValidNames)
@@ -180,6 +265,9 @@ TEST_F(GraphCpuTest, PassErrorsNameThePortAndTheNearestValidNames)
         {"name": "options2", "type": "Filter", "options": {"passes": 1.5, "shapes": {"kind": "cube"}}},
         {"name": "ports", "type": "Custom", "inputs": {"Nothing": 1}, "options": {
             "inputs": ["Radius", "Qel_flaot_X", "Qel_int_A", "Qel_int_A"], "outputs": "Qel_QelTexture*_Frame"}},
+        {"name": "formats", "type": "Custom", "options": {"outputs": ["Qel_QelTexture*_A", "Qel_QelTexture*_B", "Qel_float_C"],
+            "formats": {"A": "r16", "Qel_QelTexture*_B": "r32", "C": "r8", "D": "r8"}}},
+        {"name": "formats2", "type": "Custom", "options": {"formats": ["r8"]}},
         {"name": "names", "type": "Filter", "inputs": {"Fram": "@a.Frame", "Qel_QelTexture*_Frames": "@a.Frame",
             "Frame": "@aa.Frame", "Mask": "@a.Picture", "Data": "@a", "ProjectionMatrix": "@CamraMatrix", "Twin": 1}},
         {"name": "types", "type": "Filter", "inputs": {"Frame": "@scene", "ProjectionMatrix": "@Viewport",
@@ -209,6 +297,10 @@ graph.json: ports.outputs: must be an array of strings, not "Qel_QelTexture*_Fra
 graph.json: ports.inputs: "Radius" is not a port name; write Qel_TYPE_NAME, such as "Qel_float_Radius"
 graph.json: ports.inputs: "Qel_flaot_X" has an unknown type "flaot"; the types are QelTexture*, QelDrawBuffers*, QelGPUModel*, float, double, int, bool, QString, QColor, QMatrix4x4, QVector2D, QVector3D, QVector4D, QRect, QSize, QVariant
 graph.json: ports.inputs: "Qel_int_A" is listed twice
+graph.json: formats.formats.A: must be one of "r8", "r32", not "r16"
+graph.json: formats.formats.C: is no texture, so it has no format
+graph.json: formats.formats.D: the pass has no such output; did you mean "A"?
+graph.json: formats2.formats: must be an object such as {"Frame": "r8"}, not ["r8"]
 graph.json: a.Color: must be a colour such as "#ff8000", "#ff800080" or [255, 128, 0, 128], not "#ff80"
 graph.json: a.Viewport: must be four integers [x, y, width, height], not [0,0,1]
 graph.json: a.Path: no file "no.png"
@@ -335,6 +427,34 @@ TEST_F(GraphCpuTest, PassesRunAfterTheirSourcesAndUnusedOnesAreCulled)
     EXPECT_EQ(plan.passes.at(2).cullReason, "only culled passes read its outputs: unused");
 }
 
+TEST_F(GraphCpuTest, HistoryAddsUpUnlessItRestartsWithEachFrame)
+{
+    PassRegistry registry;
+    const auto add = [&](const QString& type, int frames) {
+        PassDescription description{type,
+                                    {},
+                                    {{"Qel_QelTexture*_Frame", {}, {}}, {"Qel_bool_Dirty", {}, {}}},
+                                    {{"Qel_QelTexture*_Frame", {}}}};
+        description.historyFrames = frames;
+        description.restartInput = "Qel_bool_Dirty";
+        registry.add(description, nullptr);
+    };
+    add("Two", 2);
+    add("All", PassDescription::unlimitedHistory);
+    const auto runUp = [&](const QJsonValue& first, const QString& type, const QJsonValue& second) {
+        GraphDescription graph;
+        graph.passes = {{"a", "Two", {{"Dirty", first}}, {}},
+                        {"b", type, {{"Frame", "@a.Frame"}, {"Dirty", second}}, {}},
+                        {"culled", "All", {{"Dirty", false}}, {}}};
+        graph.output = "@b.Frame";
+        return planGraph(graph, registry, &m_errors).value_or(GraphPlan()).runUpFrames;
+    };
+    EXPECT_EQ(runUp(false, "Two", false), 4);
+    EXPECT_EQ(runUp(false, "All", false), PassDescription::unlimitedHistory);
+    EXPECT_EQ(runUp(false, "All", "@NewFrame"), 2);
+    EXPECT_EQ(runUp(true, "All", QJsonValue::Null), 0);
+}
+
 TEST_F(GraphCpuTest, PassesThatModifyATextureRunAfterItsOtherReaders)
 {
     const QByteArray text = R"({"passes": [
@@ -425,7 +545,7 @@ TEST_F(GraphCpuTest, SavedGraphsLoadUnchangedFromAnyFolder)
     const QByteArray text = R"({
   "viewport": [640, 360],
   "camera": {"eye": [3, 2.1, 4], "target": [0, 0.5, 0], "up": [0, 1, 0], "fovY": 33.3, "near": 0.1, "far": 1e+20},
-  "models": {"zebra": "model.obj", "ant": "model.obj"},
+  "models": {"zebra": {"file": "model.obj", "upAxis": "z", "scale": 0.5, "fit": 2, "rotate": [0, 90, 0], "translate": [1, 2, 3.5]}, "ant": "model.obj", "both": {"merge": ["zebra", "ant"], "scale": [1, 2, 1]}},
   "lights": [{"type": "directional", "direction": [-1, -2, -1]}, {"type": "directional", "direction": [0, -1, 0], "cascades": 4}, {"type": "spot", "position": [1, 2.5, 3], "direction": [0, -1, 0], "color": [0.1, 2, 1], "intensity": 3.5, "angle": 33.3, "range": 7}, {"type": "point", "position": [0, 0, 0]}],
   "passes": [
     {"name": "b", "type": "Filter", "inputs": {"Radius": 0.1, "Frame": "@a.Frame", "Data": "model.obj"}, "options": {"table": "image.png"}},
@@ -441,6 +561,24 @@ TEST_F(GraphCpuTest, SavedGraphsLoadUnchangedFromAnyFolder)
     QString error;
     ASSERT_TRUE(saveGraph(*graph, path("second.json"), testRegistry(), &error));
     EXPECT_EQ(contents("second.json").toStdString(), text.toStdString());
+    GraphDescription orthographic = *graph;
+    orthographic.camera->height = 2.5F;
+    ASSERT_TRUE(saveGraph(orthographic, path("second.json"), testRegistry(), &error));
+    EXPECT_EQ(load("second.json")->camera->height, 2.5F);
+
+    const QByteArray orbit = R"({
+  "viewport": [640, 360],
+  "camera": {"orbit": {"target": [1, 2, 3], "turns": -2, "startAngle": 10, "elevation": 5, "distance": 7}, "fovY": 30, "far": 9},
+  "animation": {"frames": 120, "fps": 23.976},
+  "settle": 31,
+  "passes": [
+  ]
+}
+)";
+    write("orbit.json", orbit);
+    EXPECT_TRUE(saveGraph(load("orbit.json").value_or(GraphDescription()), path("saved.json"), testRegistry(),
+                          &error));
+    EXPECT_EQ(contents("saved.json").toStdString(), orbit.toStdString());
 
     // From another folder, the paths name the same files.
     ASSERT_TRUE(QDir(path({})).mkpath("deeper/down"));
@@ -480,12 +618,12 @@ TEST_F(GraphCpuTest, DescriptionsTakeAssignmentsAndAnotherModel)
     const QString file = path("image.png");
     EXPECT_TRUE(graph.set("blur.Frame=" + QDir::current().relativeFilePath(file), &error));
     EXPECT_EQ(QFileInfo(graph.passes[0].inputs[1].value.toString()), QFileInfo(file));
-    for (const char* wrong : {"blur", "blur.Radius", "blur=1", ".Radius=1", "blur.=1"}) {
+    for (const char* wrong : {"blur", "blur.Radius", "=1", ".Radius=1", "blur.=1"}) {
         EXPECT_FALSE(graph.set(wrong, &error)) << wrong;
-        EXPECT_TRUE(error.endsWith("\" is not an assignment; write PASS.PORT=VALUE"));
+        EXPECT_TRUE(error.endsWith(": is not an assignment; write PARAMETER=VALUE or PASS.PORT=VALUE"));
     }
     EXPECT_FALSE(graph.set("blurr.Radius=1", &error));
-    EXPECT_TRUE(error.endsWith("/graph.json: blurr.Radius=1: no pass \"blurr\"; did you mean \"blur\"?"));
+    EXPECT_EQ(error, "--set blurr.Radius=1: no pass \"blurr\"; did you mean \"blur\"?");
 
     graph.camera = CameraDescription{{1, 2, 3}, {}, {0, 1, 0}};
     graph.models = {{"first", "a.obj"}, {"second", "b.obj"}};
@@ -493,6 +631,11 @@ TEST_F(GraphCpuTest, DescriptionsTakeAssignmentsAndAnotherModel)
     EXPECT_FALSE(graph.camera);
     const QString model = QDir::current().absoluteFilePath("model.obj");
     EXPECT_EQ(graph.models, (std::vector<ModelDescription>{{"first", model}, {"second", "b.obj"}}));
+    // A merged model is no file; a placement stays.
+    graph.models = {{"all", {}, {}, {"part"}}, {"part", "a.obj", {.fit = 2.0F}}};
+    graph.replaceModel("model.obj");
+    EXPECT_EQ(graph.models,
+              (std::vector<ModelDescription>{{"all", {}, {}, {"part"}}, {"part", model, {.fit = 2.0F}}}));
     graph.models.clear();
     graph.replaceModel("model.obj");
     EXPECT_EQ(graph.models, (std::vector<ModelDescription>{{"model", model}}));

@@ -17,7 +17,9 @@
 #include <unistd.h>
 
 #include <OpenEXR/ImfChannelList.h>
+#include <OpenEXR/ImfInputFile.h>
 #include <OpenEXR/ImfRgbaFile.h>
+#include <OpenEXR/ImfStringAttribute.h>
 
 #include <Qel/graph/ImageIO.h>
 
@@ -125,6 +127,35 @@ TEST_F(ImageIO, PngFilesClampRoundAndKeepStraightAlpha)
     palette.setPixel(0, 0, 1);
     ASSERT_TRUE(palette.save(path("palette.png")));
     EXPECT_EQ(readFloats("palette.png"), (Floats{0.2F, 0.4F, 0.0F}));
+}
+
+TEST_F(ImageIO, AlphaIsLeftOutKeptOrDividedOut)
+{
+    // Half covered; over 1 when divided; not covered at all.
+    const Image image{3, 1, rgba, Floats{0.1F, 0.2F, 0.4F, 0.5F, 0.6F, 0, 0, 0.5F, 0.2F, 0.2F, 0.2F, 0}};
+    const auto written = [&](PngAlpha pngAlpha, AlphaMeaning alpha) {
+        QString error;
+        EXPECT_TRUE(writeImage(image, path("a.png"), &error, {.pngAlpha = pngAlpha, .alpha = alpha}));
+        const QImage png(path("a.png"));
+        return QList{png.pixelColor(0, 0), png.pixelColor(1, 0), png.pixelColor(2, 0)};
+    };
+    const QList opaque{QColor(26, 51, 102), QColor(153, 0, 0), QColor(51, 51, 51)};
+    const QList kept{QColor(26, 51, 102, 128), QColor(153, 0, 0, 128), QColor(51, 51, 51, 0)};
+    const QList divided{QColor(51, 102, 204, 128), QColor(255, 0, 0, 128), QColor(0, 0, 0, 0)};
+    EXPECT_EQ(written(PngAlpha::Opaque, AlphaMeaning::Premultiplied), opaque);
+    EXPECT_EQ(written(PngAlpha::Keep, AlphaMeaning::Premultiplied), kept);
+    EXPECT_EQ(written(PngAlpha::Straight, AlphaMeaning::Premultiplied), divided);
+    EXPECT_EQ(written(PngAlpha::Straight, AlphaMeaning::Unspecified), divided);
+    EXPECT_EQ(written(PngAlpha::Straight, AlphaMeaning::Data), kept);
+
+    // EXR files keep all channels and say what they are.
+    QString error;
+    const ImageFileOptions options{.encoding = Encoding::Linear, .alpha = AlphaMeaning::Premultiplied};
+    ASSERT_TRUE(writeImage(image, path("a.exr"), &error, options));
+    EXPECT_EQ(readFloats("a.exr"), std::get<Floats>(image.samples));
+    const Imf::InputFile file(qPrintable(path("a.exr")));
+    EXPECT_EQ(file.header().typedAttribute<Imf::StringAttribute>("qelAlpha").value(), "premultiplied");
+    EXPECT_EQ(file.header().typedAttribute<Imf::StringAttribute>("qelEncoding").value(), "linear light");
 }
 
 TEST_F(ImageIO, FailedWritesNameTheCauseAndKeepTheFolderAsItWas)

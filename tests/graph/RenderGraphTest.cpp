@@ -1,7 +1,9 @@
 #include <QMap>
 #include <QMatrix4x4>
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 
 #include <epoxy/gl.h>
 
@@ -23,6 +25,7 @@
 #include "support/GLState.h"
 #include "support/GLTest.h"
 #include "support/Pixels.h"
+#include "support/Scene.h"
 
 namespace Morvane::Qel::Test {
 
@@ -53,7 +56,8 @@ public:
                  {"QelTexture*_Input", "QelTexture*_Other", "float_Amount", "QRect_Viewport",
                   "QMatrix4x4_ProjectionMatrix", "QMatrix4x4_CameraMatrix", "float_NearPlane",
                   "float_FarPlane", "QVector3D_SceneBoundsMin", "QVector3D_SceneBoundsMax",
-                  "QelGPUModel*_Geometry", "QList_QelShadowMapManagerLight*_Lights"}) {
+                  "QelGPUModel*_Geometry", "QList_QelShadowMapManagerLight*_Lights", "float_Time",
+                  "int_FrameNumber", "float_DeltaTime", "bool_NewFrame", "int_Time"}) {
                 pass.inputs.push_back({QString("Qel_") + port, {}, {}});
             }
             pass.inputs[2].defaultValue = 1.0F;
@@ -357,6 +361,70 @@ TEST_F(RenderGraphTest, FrameValuesDescribeTheCameraTheModelsAndTheLights)
     EXPECT_NE(successor->model("scene"), graph->model("scene"));
 }
 
+TEST_F(RenderGraphTest, TheClockStandsUntilItIsSet)
+{
+    const QByteArray rest =
+        R"("passes": [{"name": "probe", "type": "TestPass"}], "output": "@probe.Output"})";
+    const auto clock = [](float time, int frame, float delta, bool isNew) {
+        // A port that is named like a frame value but has another type does not get it.
+        return QVariantList{time, frame, delta, isNew, QVariant()};
+    };
+    make("{" + rest);
+    render();
+    EXPECT_EQ(frameValues.mid(9), clock(0.0F, 0, 1.0F / 30.0F, true));
+    make(R"({"animation": {"frames": 2, "fps": 12.5},)" + rest);
+    graph->setFrameNumber(100);
+    EXPECT_EQ(graph->frameNumber(), 100);
+    render();
+    EXPECT_EQ(frameValues.mid(9), clock(8.0F, 100, 0.08F, true));
+    render();
+    EXPECT_EQ(frameValues.mid(9), clock(8.0F, 100, 0.08F, false));
+    graph->setFrameNumber(101);
+    render();
+    EXPECT_EQ(frameValues.mid(9), clock(8.08F, 101, 0.08F, true));
+}
+
+TEST_F(RenderGraphTest, AnOrbitKeepsTheModelInTheImage)
+{
+    write("cube.obj", cubeObj);
+    const auto orbit = [&](const QByteArray& members, const QSize& size) {
+        make(R"({"models": {"scene": "cube.obj"}, "animation": {"frames": 36}, "output": "@probe.Output",
+                 "passes": [{"name": "probe", "type": "TestPass"}], "camera": {"fovY": 40, "orbit": {)" +
+             members + "}}}");
+        QString error;
+        EXPECT_TRUE(graph && graph->setViewport(size, &error)) << qPrintable(m_errors.join("\n"));
+    };
+    for (const char* members : {R"("turns": -2)", R"("elevation": 80)", R"("elevation": -40)",
+                                R"("elevation": 30, "target": [4, -3, 0.5])"}) {
+        for (const QSize& size : {QSize(320, 180), QSize(90, 300)}) {
+            SCOPED_TRACE(members);
+            orbit(members, size);
+            float reach = 0.0F;
+            for (int frame = 0; frame < 36; ++frame) {
+                graph->setFrameNumber(frame);
+                render();
+                const QMatrix4x4 toClip =
+                    frameValues[1].value<QMatrix4x4>() * frameValues[2].value<QMatrix4x4>();
+                for (int corner = 0; corner < 8; ++corner) {
+                    const QVector3D ndc = toClip.map(QVector3D((corner & 1) != 0 ? 1.0F : -1.0F,
+                                                               (corner & 2) != 0 ? 2.0F : -2.0F,
+                                                               (corner & 4) != 0 ? 3.0F : -3.0F));
+                    reach = std::max({reach, std::abs(ndc.x()), std::abs(ndc.y())});
+                    EXPECT_LT(std::abs(ndc.z()), 1.0F);
+                }
+            }
+            EXPECT_LT(reach, 0.96F);
+            EXPECT_GT(reach, 0.90F);
+        }
+    }
+    // A quarter of the way around, counter-clockwise from 30 degrees.
+    orbit(R"("turns": 1, "startAngle": 30, "elevation": 45, "distance": 10, "target": [1, 0, 0])", {99, 99});
+    graph->setFrameNumber(9);
+    const QVector3D expected =
+        QVector3D(1, 0, 0) + 10.0F * std::sqrt(0.5F) * QVector3D(std::sqrt(0.75F), 1.0F, -0.5F);
+    EXPECT_LT((graph->camera().eye - expected).length(), 1e-5F);
+}
+
 TEST_F(RenderGraphTest, ShowsItsImageOfTheHostsTextureInAFramebufferOfTheHost)
 {
     make(
@@ -401,20 +469,107 @@ TEST_F(RenderGraphTest, WithoutACameraTheWholeModelIsVisible)
         ASSERT_TRUE(graph && graph->setViewport(size, &error));
         render();
         const QMatrix4x4 toClip = frameValues[1].value<QMatrix4x4>() * frameValues[2].value<QMatrix4x4>();
-        const std::array<QVector3D, 2> box{frameValues[5].value<QVector3D>(),
-                                           frameValues[6].value<QVector3D>()};
-        float reach = 0.0F;
-        for (size_t corner = 0; corner < 8; ++corner) {
-            const QVector4D clip =
-                toClip * QVector4D(box[corner & 1].x(), box[corner >> 1 & 1].y(), box[corner >> 2].z(), 1.0F);
+        std::array<float, 2> low{1e9F, 1e9F};
+        std::array<float, 2> high{-1e9F, -1e9F};
+        const ModelData model = *importModel(path("model.obj"), &error);
+        for (const QVector3D& position : model.meshes.at(0).positions) {
+            const QVector4D clip = toClip * QVector4D(position, 1.0F);
             ASSERT_GT(clip.w(), 0.0F);
             const QVector3D ndc = clip.toVector3DAffine();
-            reach = std::max({reach, std::abs(ndc.x()), std::abs(ndc.y())});
             EXPECT_LT(std::abs(ndc.z()), 1.0F);
+            for (size_t axis = 0; axis < 2; ++axis) {
+                low[axis] = std::min(low[axis], ndc[static_cast<int>(axis)]);
+                high[axis] = std::max(high[axis], ndc[static_cast<int>(axis)]);
+            }
         }
-        // The whole model is in the image, and a cube is not small in it.
-        EXPECT_LT(reach, 1.0F);
-        EXPECT_GT(reach, obj == cubeObj ? 0.9F : 0.0F);
+        // The whole model is in the middle of the image and fills it, unless it is far away, where floats
+        // are coarse, or would come too close to the eye, as a corner of the first flat one does.
+        const float reach = std::max({-low[0], high[0], -low[1], high[1]});
+        EXPECT_LT(reach, 0.942F);
+        EXPECT_GT(reach, obj.startsWith("v 100000 ") ? 0.0F : obj.contains("v 9 0 9") ? 0.6F : 0.938F);
+        for (size_t axis = 0; axis < 2 && !obj.startsWith("v 100000 "); ++axis) {
+            EXPECT_NEAR(low[axis], -high[axis], 0.002F);
+        }
+    }
+}
+
+TEST_F(RenderGraphTest, ModelsStandWhereTheGraphPlacesThemAndMerge)
+{
+    write("cube.obj", cubeObj); // 2 x 4 x 6
+    write("flat.obj", "v 0 0 7\nv 1 0 7\nv 0 1 7\nf 1 2 3\n");
+    make(R"({"models": {
+        "up": {"file": "cube.obj", "upAxis": "z"}, "side": {"file": "cube.obj", "upAxis": "x"},
+        "fit": {"file": "cube.obj", "upAxis": "z", "scale": [1, 1, 2], "fit": 12, "translate": [10, 0, 0]},
+        "turned": {"file": "flat.obj", "scale": 2, "rotate": [90, 0, 90], "translate": [0, 0, 1]},
+        "a": {"file": "cube.obj", "translate": [5, 0, 0]}, "b": "cube.obj",
+        "pair": {"merge": ["a", "b"], "scale": 2}, "all": {"merge": ["pair", "up"]}},
+        "passes": [{"name": "probe", "type": "TestPass", "inputs": {"Geometry": "@all"}}],
+        "output": "@probe.Output"})");
+    ASSERT_TRUE(graph) << qPrintable(m_errors.join('\n'));
+    const auto expectBounds = [&](const QString& name, const QVector3D& low, const QVector3D& high) {
+        ASSERT_TRUE(graph->model(name)) << qPrintable(name);
+        const auto bounds = graph->model(name)->bounds();
+        EXPECT_LT((bounds.first - low).length() + (bounds.second - high).length(), 1e-5F) << qPrintable(name);
+    };
+    expectBounds("side", {-2, -1, -3}, {2, 1, 3});
+    // Twice as long in z: 2 x 6 x 8, of which 8 becomes 12.
+    expectBounds("fit", {8.5F, 0, -6}, {11.5F, 9, 6});
+    // (x, y, z) becomes (x, -z, y) and then (z, x, y).
+    expectBounds("turned", {14, 0, 1}, {14, 2, 3});
+    expectBounds("all", {-2, -4, -6}, {12, 4, 6});
+    EXPECT_FALSE(graph->model("a")) << "it is only drawn as a part";
+    EXPECT_EQ(graph->model("all")->numTriangles(), 36);
+    QString error;
+    const ModelData flat = *importModel(path("flat.obj"), &error);
+    ASSERT_TRUE(graph->replaceModel("a", flat, &error)) << qPrintable(error);
+    render();
+    expectBounds("all", {-2, -4, -6}, {12, 4, 14});
+    EXPECT_EQ(frameValues[7].value<GPUModel*>(), graph->model("all"));
+    EXPECT_FALSE(graph->replaceModel("all", flat, &error));
+    EXPECT_EQ(error,
+              path("graph.json: model \"all\" is merged; replace one of its parts (\"pair\", \"up\")"));
+}
+
+TEST_F(RenderGraphTest, AnOrthographicCameraSeesWhatParallelRaysMeet)
+{
+    write("model.obj", cubeObj);
+    make(R"({"viewport": [48, 32], "camera": {"eye": [1, 1.8, 3.2], "height": 3, "near": 0.5, "far": 9},
+        "models": {"scene": "model.obj"}, "passes": [
+        {"name": "forward", "type": "ForwardRenderPass"}, {"name": "buffer", "type": "ModelRenderPass"},
+        {"name": "positions", "type": "CameraSpaceZBufferRenderPass", "inputs": {"Frame": "@buffer.Depth"}},
+        {"name": "show", "type": "TextureToScreenRenderPass", "inputs": {"Texture": "@positions.Frame"}}],
+        "output": "@forward.Frame"})",
+         {.keepOutputs = true});
+    ASSERT_TRUE(graph) << qPrintable(m_errors.join('\n'));
+    QString error;
+    const Scene scene(makeSceneData());
+    ASSERT_TRUE(graph->replaceModel("scene", scene.data(), &error)) << qPrintable(error);
+    render();
+    const View view = View::orthographic({48, 32}, 2.25F, 1.5F, 0.5F, 9.0F).from({1.0F, 1.8F, 3.2F});
+    for (const RenderGraph::Output& output : graph->outputs()) {
+        auto* texture = pointerFromVariant<Texture>(output.value);
+        if (output.pass == "forward" && output.port.endsWith("Frame")) {
+            const Pixels expected = scene.image(view, [&](const Hit* hit) {
+                if (!hit) {
+                    return QVector4D();
+                }
+                QVector4D lit(blinnPhong(scene.material(*hit), view.camera.mapVector(hit->normal)),
+                              scene.material(*hit).d);
+                for (int i = 0; i < 3; ++i) {
+                    lit[i] = std::min(lit[i], 1.0F);
+                }
+                return lit;
+            });
+            // The sphere's normals are interpolated, and the target has 8 bits.
+            EXPECT_TRUE(equal(readTexture(texture), expected, 2.0F / 255.0F));
+        } else if (output.port.endsWith("Depth")) {
+            EXPECT_TRUE(equal(readTexture(texture), scene.depths(view), 2e-3F));
+        } else if (output.pass == "positions") {
+            const Pixels expected = scene.image(view, [&](const Hit* hit) {
+                return hit ? QVector4D(view.camera.map(hit->position), 1.0F) : anyPixel;
+            });
+            EXPECT_TRUE(equal(readTexture(texture), expected, 1e-4F));
+        }
     }
 }
 

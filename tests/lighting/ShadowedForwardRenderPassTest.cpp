@@ -124,6 +124,27 @@ TEST_F(ShadowedForwardRenderPassTest, FallWhereARayCasterFindsThem)
                              .range = 12.0F});
 }
 
+TEST_F(ShadowedForwardRenderPassTest, HighlightsOfAnOrthographicViewAreThoseOfParallelRays)
+{
+    MaterialData mirror;
+    mirror.kd = {0.0F, 0.0F, 0.0F};
+    mirror.ks = {0.6F, 0.6F, 0.6F};
+    mirror.ns = 8.0F;
+    QMatrix4x4 flat;
+    flat.rotate(-90.0F, 1.0F, 0.0F, 0.0F);
+    flat.scale(40.0F);
+    Light light;
+    light.direction = QVector3D(0.3F, -1.0F, 0.2F).normalized();
+    const QVector3D towardsEye = QVector3D(1.0F, 2.0F, 3.0F);
+    const View view = View::orthographic({24, 16}, 3.0F, 2.0F, 0.1F, 20.0F).from(towardsEye);
+    // The same everywhere on a plane.
+    const QVector3D halfway = (towardsEye.normalized() - light.direction).normalized();
+    const double specular = std::pow(0.6, 2.2) * std::pow(static_cast<double>(halfway.y()), 8.0);
+    const auto lit = static_cast<float>(std::pow(1.0 - std::exp(-specular), 1.0 / 2.2));
+    EXPECT_TRUE(equal(draw(Scene(makeModelData(makeSquare(), mirror, flat)), view, light),
+                      Pixels::filled(24, 16, {lit, lit, lit, 1.0F}), 2e-3F));
+}
+
 TEST_F(ShadowedForwardRenderPassTest, ReadsEveryLayerAndIgnoresLightsBeyondTheLimit)
 {
     const View view = View::perspective({32, 24}, 50.0F, 1.0F, 30.0F).from({0.3F, 5.0F, 5.0F});

@@ -19,7 +19,7 @@ void Folder::write(const QString& name, const QString& text) const
 void Folder::write(const QString& name, const Image& image) const
 {
     QString error;
-    EXPECT_TRUE(writeImage(image, path(name), &error)) << qPrintable(error);
+    EXPECT_TRUE(writeImage(image, path(name), &error, {.pngAlpha = PngAlpha::Keep})) << qPrintable(error);
 }
 
 Image Folder::image(const QString& name) const

@@ -14,7 +14,7 @@ bool ProgramResult::isOneError(const QString& part) const
            errors.endsWith(u'\n') && errors.contains(part);
 }
 
-ProgramResult runProgram(const QStringList& arguments, const QStringList& variables)
+ProgramResult runProgram(const QStringList& arguments, const QStringList& variables, const QString& input)
 {
     QProcess process;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
@@ -23,6 +23,8 @@ ProgramResult runProgram(const QStringList& arguments, const QStringList& variab
     }
     process.setProcessEnvironment(environment);
     process.start(programPath(), arguments);
+    process.write(input.toUtf8());
+    process.closeWriteChannel();
     EXPECT_TRUE(process.waitForFinished(120000)) << qPrintable(process.errorString());
     ProgramResult result;
     result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;

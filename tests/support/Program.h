@@ -17,7 +17,8 @@ struct ProgramResult
 };
 
 /// Runs the program that was just built and waits for its end. `variables` ("NAME=value") are added to the
-/// environment.
-ProgramResult runProgram(const QStringList& arguments, const QStringList& variables = {});
+/// environment; `input` is what the program reads from standard input.
+ProgramResult runProgram(const QStringList& arguments, const QStringList& variables = {},
+                         const QString& input = {});
 
 } // namespace Morvane::Qel::Test

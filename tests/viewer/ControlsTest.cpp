@@ -10,7 +10,6 @@
 #include <QToolButton>
 
 #include <GraphEdits.h>
-#include <PortRange.h>
 #include <Qel/graph/GraphFile.h>
 #include <ValueEditor.h>
 
@@ -22,25 +21,6 @@ using namespace Morvane::Qel::Viewer;
 namespace Morvane::Qel::Test {
 
 using Controls = ViewerTest;
-
-TEST_F(Controls, RangesAreReadFromTheDocumentation)
-{
-    const auto expect = [](const char* text, std::optional<double> low, std::optional<double> high,
-                           const char* unit) {
-        const PortRange range = PortRange::parse(QString::fromLatin1(text));
-        EXPECT_EQ(range.minimum, low) << text;
-        EXPECT_EQ(range.maximum, high) << text;
-        EXPECT_EQ(range.unit, QLatin1StringView(unit)) << text;
-    };
-    expect("1 to 1024", 1.0, 1024.0, "");
-    expect("0 to 0.99, values outside are clamped", 0.0, 0.99, "");
-    expect("0 (off) to 1 (softest)", 0.0, 1.0, "");
-    expect("scene units, above 0", 0.0, std::nullopt, "scene units");
-    expect("millimetres, 0 or more", 0.0, std::nullopt, "millimetres");
-    expect("1 or more; 0 counts as 1", 1.0, std::nullopt, "");
-    expect("texels; 0 or less publishes the normal frame unchanged", std::nullopt, std::nullopt, "texels");
-    expect("", std::nullopt, std::nullopt, "");
-}
 
 TEST_F(Controls, SlidersMoveLikeSet)
 {

@@ -8,6 +8,7 @@
 
 #include <cmath>
 
+#include <GraphEdits.h>
 #include <OutputTree.h>
 #include <Qel/graph/ImageIO.h>
 #include <TexelOverlay.h>
@@ -143,7 +144,11 @@ TEST_F(Display, ComparesWithASnapshot)
     find<QPushButton>(u"snapshot"_s)->window()->raise();
     find<QPushButton>(u"snapshot"_s)->click();
     window().document().edit(u"colour"_s, [](GraphDescription& description) {
-        description.passes[0].inputs[0].value = u"#ff2000"_s;
+        for (PassSetting& pass : description.passes) {
+            if (pass.type == u"GradientRenderPass") {
+                setInput(pass, u"Qel_QColor_ColorTop"_s, u"#ff2000"_s);
+            }
+        }
     });
     ASSERT_TRUE(waitFor([&] { return shown() != first; }));
     const QImage wiped = shown();

@@ -48,7 +48,7 @@ void ViewerTest::open(const QString& graph, const QSize& size)
 
 QString ViewerTest::copyExamples(const QString& graph)
 {
-    for (const QString& name : {u"graphs"_s, u"graphs/shaders"_s, u"scenes"_s}) {
+    for (const QString& name : {u"graphs"_s, u"graphs/shaders"_s, u"graphs/shared"_s, u"scenes"_s}) {
         const QDir source(sourcePath(u"examples/"_s + name));
         QDir().mkpath(m_folder.path(name));
         for (const QString& file : source.entryList(QDir::Files)) {

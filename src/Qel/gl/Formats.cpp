@@ -90,6 +90,13 @@ unsigned int typeFromInternalFormat(unsigned int internalFormat)
     return entry ? entry->type : 0;
 }
 
+bool isIntegerFormat(unsigned int internalFormat)
+{
+    const unsigned int format = formatFromInternalFormat(internalFormat);
+    return format == GL_RED_INTEGER || format == GL_RG_INTEGER || format == GL_RGB_INTEGER ||
+           format == GL_RGBA_INTEGER;
+}
+
 QString internalFormatName(unsigned int internalFormat)
 {
     const FormatEntry* entry = find(internalFormat);

@@ -14,6 +14,9 @@ QEL_GL_EXPORT unsigned int formatFromInternalFormat(unsigned int internalFormat)
 /// an unknown format.
 QEL_GL_EXPORT unsigned int typeFromInternalFormat(unsigned int internalFormat);
 
+/// Whether the texels of an internal format are integers; false for an unknown format.
+QEL_GL_EXPORT bool isIntegerFormat(unsigned int internalFormat);
+
 /// Returns the name of an internal format, such as "GL_RGBA16F"; its hexadecimal number if it is unknown.
 QEL_GL_EXPORT QString internalFormatName(unsigned int internalFormat);
 

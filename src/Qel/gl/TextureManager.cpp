@@ -38,12 +38,31 @@ constexpr quint64 framesToKeep = 8;
 unsigned int internalFormatOf(TextureFormat format)
 {
     switch (format) {
+    case TextureFormat::RGBA32F:
     case TextureFormat::RGBA32FMipmapped:
         return GL_RGBA32F;
     case TextureFormat::RGBA16F:
         return GL_RGBA16F;
     case TextureFormat::Depth24Stencil8:
         return GL_DEPTH24_STENCIL8;
+    case TextureFormat::R16F:
+        return GL_R16F;
+    case TextureFormat::RG16F:
+        return GL_RG16F;
+    case TextureFormat::R32F:
+        return GL_R32F;
+    case TextureFormat::RG32F:
+        return GL_RG32F;
+    case TextureFormat::R32UI:
+        return GL_R32UI;
+    case TextureFormat::RG32UI:
+        return GL_RG32UI;
+    case TextureFormat::RGBA32UI:
+        return GL_RGBA32UI;
+    case TextureFormat::R32I:
+        return GL_R32I;
+    case TextureFormat::RGBA32I:
+        return GL_RGBA32I;
     case TextureFormat::RGBA8:
         break;
     }

@@ -21,6 +21,17 @@ enum class TextureFormat : int
     RGBA16F = 7,
     /// GL_DEPTH24_STENCIL8.
     Depth24Stencil8 = 21,
+    // For the outputs of user shaders.
+    RGBA32F = 101,
+    R16F = 102,
+    RG16F = 103,
+    R32F = 104,
+    RG32F = 105,
+    R32UI = 106,
+    RG32UI = 107,
+    RGBA32UI = 108,
+    R32I = 109,
+    RGBA32I = 110,
 };
 
 /// The pool of temporary textures. Every context has its own; the process-wide manager, which has no state,

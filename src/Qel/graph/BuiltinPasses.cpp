@@ -107,6 +107,14 @@ std::unique_ptr<RenderPass> makeShaderPass(const PassOptions& options, QString* 
     for (const QString& port : options[u"outputs"_s].toStringList()) {
         pass->addOutput(port);
     }
+    const QVariantMap formats = options[u"formats"_s].toMap();
+    for (auto format = formats.cbegin(); format != formats.cend(); ++format) {
+        if (!options[u"outputs"_s].toStringList().contains(format.key())) {
+            *error = u"formats: there is no output \"%1\"; write its full name"_s.arg(format.key());
+            return nullptr;
+        }
+        pass->setOutputFormat(format.key(), *Pass::formatFromName(format->toString()));
+    }
     const std::pair<QString, void (Pass::*)(const QString&)> stages[] = {
         {u"vertexShader"_s, &Pass::setVertexShaderSource},
         {u"fragmentShader"_s, &Pass::setFragmentShaderSource},

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QIODevice>
 #include <QStringList>
 
 #include <optional>
@@ -15,6 +16,11 @@ class PassRegistry;
 /// line in `errors` for each of the first 50 errors, "FILE:LINE:COLUMN: what is wrong", and one with the
 /// number of the others. Whether the graph makes sense is checked by planGraph.
 QEL_GRAPH_EXPORT std::optional<GraphDescription> loadGraph(const QString& file, QStringList* errors);
+
+/// Reads a graph from an open device until its end. `name`, such as "<stdin>", stands for the file in
+/// messages; relative paths in the graph start from the current folder.
+QEL_GRAPH_EXPORT std::optional<GraphDescription> loadGraph(QIODevice& device, const QString& name,
+                                                           QStringList* errors);
 
 /// Writes a graph as JSON in a fixed order. Relative paths are rewritten so that they name the same files
 /// from the new location; `registry` says which inputs and options are paths. On failure, an existing file

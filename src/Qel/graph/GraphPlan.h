@@ -3,6 +3,7 @@
 #include <QStringList>
 #include <QVariant>
 
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -23,7 +24,14 @@ enum class FrameValue : int
     SceneBoundsMin,
     SceneBoundsMax,
     Lights,
+    Time,
+    FrameNumber,
+    DeltaTime,
+    NewFrame,
 };
+
+/// Returns the name of a frame value as written in graphs, such as "CameraMatrix".
+QEL_GRAPH_EXPORT QString nameOf(FrameValue value);
 
 /// Where the value of an input comes from.
 enum class InputSource
@@ -67,6 +75,8 @@ struct PlannedPass
 {
     QString name;
     QString type;
+    /// Of its type; shared by all passes of the type.
+    std::shared_ptr<const PassDescription> description;
     /// Creates the pass from `options`.
     PassRegistry::Factory factory;
     PassOptions options;
@@ -78,8 +88,25 @@ struct PlannedPass
     QString cullReason;
 };
 
+/// A place in a graph that takes the value of a parameter, or keyed values.
+struct ValueUse
+{
+    /// As in messages, such as "blur.Radius" or "camera.eye".
+    QString place;
+    /// "$name" or keyed values.
+    QJsonValue value;
+    SourcePlace source = {};
+    /// For an input, the indices in GraphPlan::passes and PlannedPass::inputs; otherwise -1.
+    int pass = -1;
+    int input = -1;
+    /// Whether the value changes with the frame number.
+    bool isKeyed = false;
+    /// Whether the value cannot change once the graph is created: options, connections, models, the viewport.
+    bool isFixed = false;
+};
+
 /// A graph that passed all checks, ready to be created with RenderGraph::create.
-struct GraphPlan
+struct QEL_GRAPH_EXPORT GraphPlan
 {
     GraphDescription graph;
     /// All passes, in file order.
@@ -88,9 +115,20 @@ struct GraphPlan
     /// output in place after all others that read it, and otherwise the order of the file counts. Culled
     /// passes are not in it.
     std::vector<int> order;
+    /// The number of earlier frames that must be rendered before a frame for its image to be the same as in
+    /// the whole sequence; PassDescription::unlimitedHistory if these are all frames from 0.
+    int runUpFrames = 0;
     /// Pass and output port that hold the graph's output image; both -1 if the graph has none.
     int outputPass = -1;
     int outputPort = -1;
+    /// A message for each input of a pass that runs and needs a perspective camera. They are errors if the
+    /// graph's camera is orthographic.
+    QStringList perspectiveNeeds;
+    /// The uses of all parameters and keyed values.
+    std::vector<ValueUse> valueUses;
+
+    /// The uses of a parameter of the graph, also through other parameters.
+    std::vector<ValueUse> usesOf(const QString& parameter) const;
 };
 
 /// Checks all of a graph that can be checked without GL and resolves it. Returns nothing if there are errors;

@@ -51,14 +51,14 @@ bool checkImagePath(const QString& path, QString* error)
     return usable;
 }
 
-bool writeImage(const Image& image, const QString& path, QString* error)
+bool writeImage(const Image& image, const QString& path, QString* error, const ImageFileOptions& options)
 {
     OutputFile file(path);
     if (!open(file, path, error)) {
         return false;
     }
-    const bool written =
-        kindOf(path) == FileKind::Png ? writePng(image, file, error) : writeExr(image, file, error);
+    const bool written = kindOf(path) == FileKind::Png ? writePng(image, file, options, error)
+                                                       : writeExr(image, file, options, error);
     return written && file.commit(error);
 }
 

@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include <Qel/core/PassDescription.h>
 #include <Qel/gl/Image.h>
 #include <Qel/graph/Export.h>
 
@@ -29,15 +30,37 @@ QEL_GRAPH_EXPORT Image readTexels(Texture* texture, const QRect& rectangle, int 
 /// be current.
 QEL_GRAPH_EXPORT Image readDefaultFramebuffer(int width, int height);
 
+/// What becomes of the alpha of an image in a PNG file.
+enum class PngAlpha
+{
+    /// It is left out: the alpha of frames is often data, with which viewers show a broken image.
+    Opaque,
+    /// It is written as it is.
+    Keep,
+    /// Colours that are premultiplied by it (or, if ImageFileOptions does not say, may be) are divided by it,
+    /// because alpha in PNG files is straight. Where it is 0, the colour becomes 0.
+    Straight
+};
+
+struct ImageFileOptions
+{
+    PngAlpha pngAlpha = PngAlpha::Opaque;
+    /// What the values and the alpha of the image stand for. EXR files get it as the text attributes
+    /// "qelEncoding" and "qelAlpha", see docs/graph-files.md; not if Unspecified.
+    Encoding encoding = Encoding::Unspecified;
+    AlphaMeaning alpha = AlphaMeaning::Unspecified;
+};
+
 /// Writes a PNG or EXR file, depending on the file name extension. An existing file is replaced only once the
 /// new one is complete.
 ///
-/// PNG has 8 bits per channel: values are clamped to 0..1 and rounded, NaN becomes 0, and alpha stays
-/// straight. An image with one channel becomes grey; integer images cannot be written. EXR stores 32-bit
-/// float channels, or 32-bit unsigned ones for integer images, without loss.
+/// PNG has 8 bits per channel: values are clamped to 0..1 and rounded, NaN becomes 0, and alpha is left out
+/// by default. An image with one channel becomes grey; integer images cannot be written. EXR stores all
+/// channels as they are, as 32-bit floats or, for integer images, 32-bit unsigned integers.
 ///
 /// Returns false on failure, with one line in `error` that names the file, the cause and a remedy.
-QEL_GRAPH_EXPORT bool writeImage(const Image& image, const QString& path, QString* error);
+QEL_GRAPH_EXPORT bool writeImage(const Image& image, const QString& path, QString* error,
+                                 const ImageFileOptions& options = {});
 
 /// Checks ahead whether writeImage can write a file: its extension is known and its folder is writable.
 /// Returns false with one line in `error` if not.

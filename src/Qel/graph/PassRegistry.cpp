@@ -1,5 +1,7 @@
 #include <Qel/graph/PassRegistry.h>
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include <Qel/graph/support/Names.h>
@@ -33,9 +35,12 @@ QString completeOptions(const std::vector<OptionDescription>& known, QVariantMap
             return u"option %1 must be of type %2, not %3"_s.arg(option.name, typeName(option.defaultValue),
                                                                  given);
         }
-        if (!option.choices.isEmpty() && !option.choices.contains(value.toString())) {
-            return u"option %1 must be one of %2, not \"%3\""_s.arg(option.name, quoted(option.choices),
-                                                                    value.toString());
+        const QVariantList texts = option.isPerOutput ? value.toMap().values() : QVariantList{value};
+        for (const QVariant& text : texts) {
+            if (!option.choices.isEmpty() && !option.choices.contains(text.toString())) {
+                return u"option %1 must be one of %2, not \"%3\""_s.arg(option.name, quoted(option.choices),
+                                                                        text.toString());
+            }
         }
         if (option.members.empty()) {
             continue;
@@ -81,12 +86,43 @@ const PassDescription* PassRegistry::description(const QString& type) const
     return found ? &found->description : nullptr;
 }
 
+QString PassRegistry::unknownTypeError(const QString& type) const
+{
+    const QStringList all = types();
+    const auto nearest = [&](const QStringList& names) {
+        const qsizetype index = nearestName(type, names);
+        return index < 0 ? QStringList() : QStringList(all[index]);
+    };
+    QStringList meant = all.filter(type, Qt::CaseInsensitive);
+    if (meant.isEmpty()) {
+        meant = nearest(all);
+    }
+    if (meant.isEmpty()) {
+        std::copy_if(all.begin(), all.end(), std::back_inserter(meant), [&](const QString& name) {
+            return description(name)->summary.contains(type, Qt::CaseInsensitive);
+        });
+    }
+    if (meant.isEmpty()) {
+        QStringList shortNames;
+        for (const QString& name : all) {
+            shortNames << QString(name).remove(u"Render"_s).remove(u"Pass"_s);
+        }
+        meant = nearest(shortNames);
+    }
+    // Part of most names, such as "Pass", or of most sentences is no hint.
+    constexpr qsizetype few = 4;
+    const bool isHint = type.size() >= 3 && !meant.isEmpty() && meant.size() <= few;
+    const QString error = u"no pass type \"%1\"%2"_s.arg(type, isHint ? didYouMean(meant) : QString());
+    // The program lists only the passes of this library.
+    return this == &builtin() ? withPointer(error, u"qel passes"_s) : error;
+}
+
 std::unique_ptr<RenderPass> PassRegistry::create(const QString& type, const PassOptions& options,
                                                  QString* error) const
 {
     const Type* found = find(type);
     if (!found) {
-        *error = unknownName(u"pass type"_s, type, types());
+        *error = unknownTypeError(type);
         return nullptr;
     }
     PassOptions complete = options;

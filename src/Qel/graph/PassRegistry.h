@@ -52,6 +52,9 @@ public:
     const Type* find(const QString& type) const;
     /// Null for a type that is not registered. Valid until a type of this name is added again.
     const PassDescription* description(const QString& type) const;
+    /// The error message about a type that is not registered, with the types that may be meant: those whose
+    /// name contains the text, the one with the nearest name, or those whose summary mentions it.
+    QString unknownTypeError(const QString& type) const;
     /// Creates a pass of a registered type. Options that are left out get their defaults; so do members of
     /// elements of lists. Returns null with one line in `error` for an unknown type or option, a value of
     /// another type, a text that is not among the choices, and an option that the factory cannot use.

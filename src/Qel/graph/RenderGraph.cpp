@@ -1,22 +1,31 @@
 #include <Qel/graph/RenderGraph.h>
 
+#include <QDebug>
+
 #include <algorithm>
 #include <functional>
+#include <utility>
 
 #include <Qel/core/Text.h>
 #include <Qel/gl/ContextReference.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/ResourceScope.h>
+#include <Qel/graph/FittedCamera.h>
 #include <Qel/graph/support/Camera.h>
 #include <Qel/graph/support/Constants.h>
+#include <Qel/graph/support/FrameCheck.h>
 #include <Qel/graph/support/GraphErrors.h>
+#include <Qel/graph/support/Keys.h>
 #include <Qel/graph/support/Names.h>
+#include <Qel/graph/support/OrbitCamera.h>
+#include <Qel/graph/support/Parameters.h>
 #include <Qel/graph/support/PassRunner.h>
 #include <Qel/graph/support/PortValues.h>
 #include <Qel/graph/support/Ports.h>
 #include <Qel/graph/support/Presenter.h>
 #include <Qel/graph/support/Scene.h>
 #include <Qel/graph/support/SceneCheck.h>
+#include <Qel/graph/support/ValueUses.h>
 
 using namespace Qt::StringLiterals;
 
@@ -31,13 +40,24 @@ struct RenderGraph::Private
     ResourceScope scope;
     Presenter presenter;
     std::optional<Scene> scene;
-    /// The file that each model was read from; empty for one that came from replaceModel.
-    QStringList modelFiles;
+    /// Whether a model came from replaceModel rather than from its file.
+    bool hasReplacedModels = false;
     std::optional<PassRunner> runner;
+    int frameNumber = 0;
+    /// Whether the next frame is the first one rendered with this number.
+    bool isNewFrame = true;
+    /// Why the keyed values of the frame cannot be set; empty if they are.
+    QString keyError;
+    /// Only with Options::check.
+    std::optional<FrameCheck> check;
 
-    Private(GraphPlan graphPlan, const Options& options)
+    Private(GraphPlan graphPlan, Options options)
         : plan(std::move(graphPlan))
     {
+        if (options.check) {
+            options.keepOutputs = true;
+            check.emplace();
+        }
         runner.emplace(options);
     }
     ~Private()
@@ -47,10 +67,7 @@ struct RenderGraph::Private
         scene.reset();
     }
 
-    CameraDescription camera() const
-    {
-        return plan.graph.camera ? *plan.graph.camera : fitCamera(scene->bounds(), plan.graph.viewport);
-    }
+    CameraDescription camera() const { return cameraOfFrame(plan.graph, frameNumber, scene->outline()); }
     /// Says in `error` if the graph's context is not current.
     bool isContextCurrent(QString* error) const
     {
@@ -60,6 +77,11 @@ struct RenderGraph::Private
         return context.isCurrent();
     }
     void updateView() { scene->setView(camera(), plan.graph.viewport); }
+    void updateClock()
+    {
+        const AnimationDescription animation = plan.graph.animation.value_or(AnimationDescription());
+        scene->setClock(frameNumber, animation.fps);
+    }
     /// Index of a model of the graph, -1 if there is none.
     int modelIndex(const QString& name) const
     {
@@ -69,17 +91,21 @@ struct RenderGraph::Private
         return found == models.end() ? -1 : static_cast<int>(found - models.begin());
     }
 
-    /// The model that was read from a file, null if there is none.
-    std::shared_ptr<GPUModel> modelOfFile(const QString& file) const
+    /// Whether the models are those that another plan's files would give, all that it needs among them.
+    bool canLendModelsTo(const GraphPlan& other) const
     {
-        const qsizetype index = context.isCurrent() ? modelFiles.indexOf(file) : -1;
-        return index < 0 ? nullptr : scene->model(static_cast<size_t>(index));
+        return !hasReplacedModels && context.isCurrent() && plan.graph.file == other.graph.file &&
+               scene->hasModelsOf(other);
     }
 
     /// Converts what is set on the port of this name; returns nothing if it does not fit, with what is wrong
     /// in the text.
     using PortConversion = std::function<std::optional<QVariant>(const QString& port, QString* what)>;
     bool setInput(const QString& pass, const QString& port, const PortConversion& convert, QString* error);
+    /// Sets the keyed values to those of the frame.
+    void applyKeys();
+    /// Passes on what has changed in the plan.
+    void apply(const ValueChanges& changes);
 };
 
 RenderGraph::RenderGraph(std::unique_ptr<Private> privateData)
@@ -100,13 +126,12 @@ std::unique_ptr<RenderGraph> RenderGraph::create(GraphPlan plan, const Options& 
     GraphErrors found(plan.graph, errors);
     found.add(u"viewport"_s, viewportError(plan.graph.viewport, context->maxTextureSize()));
     auto d = std::make_unique<Private>(std::move(plan), options);
-    std::vector<std::shared_ptr<GPUModel>> models;
-    for (const ModelDescription& model : d->plan.graph.models) {
-        d->modelFiles.append(d->plan.graph.resolvePath(model.file));
-        models.push_back(options.modelSource ? options.modelSource->d->modelOfFile(d->modelFiles.back())
-                                             : nullptr);
+    const RenderGraph* source = options.modelSource;
+    const bool sharesModels = source && source->d->canLendModelsTo(d->plan);
+    std::optional<std::vector<ModelData>> models;
+    if (!sharesModels) {
+        models = importModels(d->plan.graph, options.modelImport, found);
     }
-    loadModels(d->plan.graph, options.modelImport, models, found);
     {
         const ResourceScope::Activation activation(&d->scope);
         d->runner->createPasses(d->plan, found);
@@ -114,8 +139,13 @@ std::unique_ptr<RenderGraph> RenderGraph::create(GraphPlan plan, const Options& 
     if (found.count() > 0) {
         return nullptr;
     }
-    d->scene.emplace(d->plan.graph, std::move(models));
+    if (sharesModels) {
+        d->scene.emplace(d->plan, *source->d->scene);
+    } else {
+        d->scene.emplace(d->plan, std::move(*models));
+    }
     d->updateView();
+    d->updateClock();
     d->runner->connectPasses(d->plan, *d->scene);
     return std::unique_ptr<RenderGraph>(new RenderGraph(std::move(d)));
 }
@@ -132,10 +162,37 @@ bool RenderGraph::renderFrame(QString* error)
     if (!d->isContextCurrent(error)) {
         return false;
     }
+    if (!d->keyError.isEmpty()) {
+        *error = printable(d->keyError);
+        return false;
+    }
     const ResourceScope::Activation activation(&d->scope);
+    d->scene->setNewFrame(std::exchange(d->isNewFrame, false));
     const bool good = d->runner->renderFrame(*d->scene, error);
+    if (good && d->check) {
+        d->check->look(d->plan, d->runner->outputs());
+    }
     *error = printable(*error);
     return good;
+}
+
+void RenderGraph::setFrameNumber(int number)
+{
+    d->frameNumber = number;
+    d->isNewFrame = true;
+    d->updateClock();
+    if (std::any_of(d->plan.valueUses.begin(), d->plan.valueUses.end(),
+                    [](const ValueUse& use) { return use.isKeyed; })) {
+        d->applyKeys();
+    }
+    if (d->plan.graph.camera && d->plan.graph.camera->orbit) {
+        d->updateView();
+    }
+}
+
+int RenderGraph::frameNumber() const
+{
+    return d->frameNumber;
 }
 
 Texture* RenderGraph::image() const
@@ -146,6 +203,11 @@ Texture* RenderGraph::image() const
 std::vector<RenderGraph::Output> RenderGraph::outputs() const
 {
     return d->runner->outputs();
+}
+
+QStringList RenderGraph::findings() const
+{
+    return d->check ? d->check->findings() : QStringList();
 }
 
 bool RenderGraph::present(unsigned int framebuffer, const QRect& rectangle, QString* error)
@@ -226,6 +288,9 @@ bool RenderGraph::Private::setInput(const QString& pass, const QString& port, co
     }
     input.source = InputSource::Constant;
     input.constant = *value;
+    // What was set here no longer follows a parameter or keys.
+    std::erase_if(plan.valueUses,
+                  [&](const ValueUse& use) { return use.pass == passIndex && use.input == found[0]; });
     runner->setConstant(passIndex, found[0], *value);
     return true;
 }
@@ -245,6 +310,64 @@ bool RenderGraph::setInput(const QString& pass, const QString& port, const QVari
         return portValue(typeOf(fullName), value, what);
     };
     return d->setInput(pass, port, convert, error);
+}
+
+void RenderGraph::Private::applyKeys()
+{
+    keyError.clear();
+    const Parameters parameters(plan.graph);
+    const auto isKeyedNow = [&](const QJsonValue& used) {
+        return !parameters.resolve(used, frameNumber).keyed.isUndefined();
+    };
+    if (const auto changes = updateValues(plan, isKeyedNow, frameNumber, &keyError)) {
+        apply(*changes);
+    } else {
+        keyError = u"%1, in frame %2"_s.arg(keyError).arg(frameNumber);
+    }
+}
+
+void RenderGraph::Private::apply(const ValueChanges& changes)
+{
+    for (const ValueChanges::Input& change : changes.inputs) {
+        runner->setConstant(change.pass, change.input, change.value);
+    }
+    if (changes.scene) {
+        scene->setLights(plan.graph.lights);
+        updateView();
+    }
+}
+
+bool RenderGraph::setParameter(const QString& name, const QJsonValue& value, QString* error)
+{
+    const auto fail = [&](const QString& what) {
+        *error = printable(u"%1: parameters.%2: %3"_s.arg(d->plan.graph.displayName(), name, what));
+        return false;
+    };
+    const Parameters parameters(d->plan.graph);
+    const int index = parameters.find(name);
+    if (index < 0) {
+        return fail(parameters.unknownError(name));
+    }
+    if (isKeyed(value) || isParameterUse(value) || value.toString().startsWith(u'@')) {
+        return fail(u"must be a constant, not %1"_s.arg(shownValue(value)));
+    }
+    for (const ValueUse& use : d->plan.usesOf(name)) {
+        if (use.isFixed) {
+            return fail(u"is used in %1, which is fixed once the graph is created"_s.arg(use.place));
+        }
+    }
+    ParameterDescription& parameter = d->plan.graph.parameters[static_cast<size_t>(index)];
+    const QJsonValue before = parameter.value;
+    parameter.value = value;
+    const auto follows = [&](const QJsonValue& used) { return parameters.leadsTo(used, name); };
+    const std::optional<ValueChanges> changes = updateValues(d->plan, follows, d->frameNumber, error);
+    if (!changes) {
+        parameter.value = before;
+        *error = printable(*error);
+        return false;
+    }
+    d->apply(*changes);
+    return true;
 }
 
 bool RenderGraph::setLights(const std::vector<LightDescription>& lights, QString* error)
@@ -275,10 +398,16 @@ bool RenderGraph::replaceModel(const QString& name, const ModelData& data, QStri
     if (!d->isContextCurrent(error)) {
         return false;
     }
-    // The old model lives until no pass points to it.
-    const std::shared_ptr<GPUModel> old =
-        d->scene->replaceModel(static_cast<size_t>(index), std::make_shared<GPUModel>(data));
-    d->modelFiles[index].clear();
+    const ModelDescription& model = d->plan.graph.models[static_cast<size_t>(index)];
+    if (!model.merge.isEmpty()) {
+        *error = u"%1: model \"%2\" is merged; replace one of its parts (%3)"_s.arg(
+            d->plan.graph.displayName(), name, quoted(model.merge));
+        return false;
+    }
+    // The old models live until no pass points to them.
+    const std::vector<std::shared_ptr<GPUModel>> old =
+        d->scene->replaceModel(static_cast<size_t>(index), data);
+    d->hasReplacedModels = true;
     d->runner->setModels(d->plan, *d->scene);
     d->updateView();
     return true;
@@ -286,6 +415,11 @@ bool RenderGraph::replaceModel(const QString& name, const ModelData& data, QStri
 
 void RenderGraph::setCamera(const CameraDescription& camera)
 {
+    if (camera.height && !d->camera().height) {
+        for (const QString& need : std::as_const(d->plan.perspectiveNeeds)) {
+            qWarning("%s", qUtf8Printable(printable(d->plan.graph.displayName() + u": "_s + need)));
+        }
+    }
     d->plan.graph.camera = camera;
     d->updateView();
 }
@@ -297,7 +431,7 @@ CameraDescription RenderGraph::camera() const
 
 CameraDescription RenderGraph::fittedCamera() const
 {
-    return fitCamera(d->scene->bounds(), d->plan.graph.viewport);
+    return fitCamera(d->scene->outline(), d->plan.graph.viewport);
 }
 
 const GraphPlan& RenderGraph::plan() const
@@ -308,7 +442,7 @@ const GraphPlan& RenderGraph::plan() const
 GPUModel* RenderGraph::model(const QString& name) const
 {
     const int index = d->modelIndex(name);
-    return index < 0 ? nullptr : d->scene->model(static_cast<size_t>(index)).get();
+    return index < 0 ? nullptr : d->scene->model(static_cast<size_t>(index));
 }
 
 Profiler::Report RenderGraph::profile()

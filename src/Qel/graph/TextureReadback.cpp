@@ -1,8 +1,5 @@
 // Reads textures and the default framebuffer into images; declared in ImageIO.h.
 
-#include <algorithm>
-#include <type_traits>
-
 #include <epoxy/gl.h>
 
 #include <Qel/core/Diagnostics.h>
@@ -10,72 +7,13 @@
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/graph/ImageIO.h>
+#include <Qel/graph/support/PixelLayout.h>
 
 using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel {
 
 namespace {
-
-/// Parameters of glGetTexImage that read all channels of a texture.
-struct PixelLayout
-{
-    QStringList channels;
-    unsigned int format;
-    /// GL_UNSIGNED_BYTE, GL_FLOAT, GL_UNSIGNED_INT or GL_INT.
-    unsigned int type;
-};
-
-PixelLayout layoutOf(unsigned int levelTarget, int level)
-{
-    const auto levelParameter = [=](unsigned int name) {
-        int value = 0;
-        glGetTexLevelParameteriv(levelTarget, level, name, &value);
-        return value;
-    };
-    if (levelParameter(GL_TEXTURE_DEPTH_SIZE) > 0) {
-        return {{u"Z"_s}, GL_DEPTH_COMPONENT, GL_FLOAT};
-    }
-    const auto componentType = static_cast<unsigned int>(levelParameter(GL_TEXTURE_RED_TYPE));
-    const bool integer = componentType == GL_UNSIGNED_INT || componentType == GL_INT;
-    // Read bytes and divide them here, because drivers convert them with different rounding.
-    const bool bytes = componentType == GL_UNSIGNED_NORMALIZED && levelParameter(GL_TEXTURE_RED_SIZE) == 8;
-    const unsigned int type = integer ? componentType : bytes ? GLenum{GL_UNSIGNED_BYTE} : GLenum{GL_FLOAT};
-    const QStringList rgba = {u"R"_s, u"G"_s, u"B"_s, u"A"_s};
-    if (levelParameter(GL_TEXTURE_ALPHA_SIZE) > 0) {
-        return {rgba, integer ? GLenum{GL_RGBA_INTEGER} : GLenum{GL_RGBA}, type};
-    }
-    if (levelParameter(GL_TEXTURE_BLUE_SIZE) > 0) {
-        return {rgba.first(3), integer ? GLenum{GL_RGB_INTEGER} : GLenum{GL_RGB}, type};
-    }
-    if (levelParameter(GL_TEXTURE_GREEN_SIZE) > 0) {
-        return {rgba.first(2), integer ? GLenum{GL_RG_INTEGER} : GLenum{GL_RG}, type};
-    }
-    return {rgba.first(1), integer ? GLenum{GL_RED_INTEGER} : GLenum{GL_RED}, type};
-}
-
-template<class Sample, class Pixel>
-Sample sampleFromPixel(Pixel value)
-{
-    if constexpr (std::is_same_v<Pixel, quint8>) {
-        return static_cast<Sample>(value) / 255.0F;
-    } else {
-        return static_cast<Sample>(value);
-    }
-}
-
-/// Extracts a layer from pixels as GL returns them and flips it vertically.
-template<class Sample, class Pixel>
-std::vector<Sample> flippedLayer(const std::vector<Pixel>& pixels, size_t layer, size_t rowLength,
-                                 size_t height)
-{
-    std::vector<Sample> samples(rowLength * height);
-    for (size_t y = 0; y < height; ++y) {
-        const Pixel* row = pixels.data() + (layer * height + height - 1 - y) * rowLength;
-        std::transform(row, row + rowLength, samples.data() + y * rowLength, sampleFromPixel<Sample, Pixel>);
-    }
-    return samples;
-}
 
 /// A mip level of a texture that is bound, or of a face of a cube map.
 struct Level
@@ -141,8 +79,9 @@ void readLevel(const Level& level, std::vector<Image>& images)
             glGetTexImage(level.target, level.number, layout.format, layout.type, pixels.data());
         });
         for (int layer = 0; layer < level.layers; ++layer) {
-            images.push_back({level.width, level.height, layout.channels,
-                              flippedLayer<Sample>(pixels, static_cast<size_t>(layer), rowLength, numRows)});
+            images.push_back(
+                {level.width, level.height, layout.channels,
+                 flippedLayer<Sample>(pixels.data(), static_cast<size_t>(layer), rowLength, numRows)});
         }
     });
 }
@@ -262,7 +201,7 @@ Image readTexels(Texture* texture, const QRect& rectangle, int level, int layer)
                                  pixels.data());
                 });
                 image.samples =
-                    flippedLayer<Sample>(pixels, 0, rowLength, static_cast<size_t>(part.height()));
+                    flippedLayer<Sample>(pixels.data(), 0, rowLength, static_cast<size_t>(part.height()));
             });
             return image;
         }
@@ -280,7 +219,7 @@ Image readDefaultFramebuffer(int width, int height)
     std::vector<quint8> pixels(rowLength * numRows);
     OpenGLDeviceContext::current()->bindFramebuffer(GL_READ_FRAMEBUFFER, 0);
     glReadPixels(0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE, pixels.data());
-    return {width, height, rgba, flippedLayer<float>(pixels, 0, rowLength, numRows)};
+    return {width, height, rgba, flippedLayer<float>(pixels.data(), 0, rowLength, numRows)};
 }
 
 } // namespace Morvane::Qel

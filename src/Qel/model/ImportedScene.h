@@ -41,6 +41,7 @@ struct ImportedScene
     /// Why there is no model; empty on success.
     QString error;
     QStringList warnings;
+    ModelSource source;
     std::vector<MeshData> meshes;
     std::vector<InstanceData> instances;
     std::vector<ImportedMaterial> materials;

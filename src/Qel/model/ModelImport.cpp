@@ -64,6 +64,7 @@ public:
             image.convertTo(QImage::Format_RGBX8888);
         }
         m_model.images.push_back(image.convertToFormat(QImage::Format_RGBA8888).mirrored(false, true));
+        m_model.imageSources.push_back({reference.text, file, reference.embedded >= 0, reason});
         const int index = static_cast<int>(m_model.images.size()) - 1;
         m_indices.insert(key, index);
         return index;
@@ -151,6 +152,7 @@ std::optional<ModelData> importModel(const QString& path, QString* error, const 
     model.meshes = std::move(scene.meshes);
     model.instances = std::move(scene.instances);
     model.warnings = std::move(scene.warnings);
+    model.source = scene.source;
     Images images(path, scene.embeddedImages, model);
     for (const ImportedMaterial& material : scene.materials) {
         MaterialData data = material.data;

@@ -79,6 +79,31 @@ struct InstanceData
     bool operator==(const InstanceData&) const = default;
 };
 
+/// Where an image of a model comes from.
+struct ImageSource
+{
+    /// The path as written in the model file.
+    QString reference;
+    /// The file that was found; empty if there is none, or if the model file embeds the image.
+    QString file = {};
+    bool isEmbedded = false;
+    /// Why white replaces the image, such as "not found"; empty if it was read.
+    QString problem = {};
+
+    bool operator==(const ImageSource&) const = default;
+};
+
+/// The coordinate system of an imported model, as far as its file tells.
+struct ModelSource
+{
+    /// Metres per unit; 0 if the file does not tell.
+    float metresPerUnit = 0.0F;
+    /// The axis that points up: "x", "y" or "z", or "-x" and so on; empty if the file does not tell.
+    QString upAxis = {};
+
+    bool operator==(const ModelSource&) const = default;
+};
+
 /// A model in main memory, as importModel reads and GPUModel uploads it.
 struct ModelData
 {
@@ -87,8 +112,12 @@ struct ModelData
     std::vector<InstanceData> instances;
     /// In QImage::Format_RGBA8888, bottom row first.
     std::vector<QImage> images;
+    /// Of each image; empty for a model that is made in code.
+    std::vector<ImageSource> imageSources = {};
     /// One line for each thing that was replaced, such as a missing texture, or skipped.
     QStringList warnings;
+    /// For information: the model is neither scaled nor turned by it.
+    ModelSource source = {};
 
     bool operator==(const ModelData&) const = default;
 };

@@ -44,6 +44,8 @@ public:
     {
         pass(scene.error);
         passEach(scene.warnings);
+        pass(scene.source.metresPerUnit);
+        pass(scene.source.upAxis);
         passEach(scene.meshes);
         pass(scene.instances);
         passEach(scene.materials);

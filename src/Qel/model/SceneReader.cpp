@@ -10,6 +10,7 @@
 #include <assimp/config.h>
 #include <assimp/importerdesc.h>
 #include <assimp/postprocess.h>
+#include <assimp/scene.h>
 
 #include <Qel/model/ImportedScene.h>
 #include <Qel/model/MaterialConversion.h>
@@ -76,12 +77,35 @@ MaterialLibraries readLibraries(const QStringList& paths)
     return result;
 }
 
-bool isObj(const Assimp::Importer& importer)
+/// Whether the file was read by the reader of the format with this extension.
+bool isFormat(const Assimp::Importer& importer, const char* extension)
 {
     const int index = importer.GetPropertyInteger("importerIndex", -1);
     const aiImporterDesc* description =
         index < 0 ? nullptr : importer.GetImporterInfo(static_cast<size_t>(index));
-    return description != nullptr && std::strstr(description->mFileExtensions, "obj") != nullptr;
+    return description != nullptr && std::strstr(description->mFileExtensions, extension) != nullptr;
+}
+
+ModelSource readSource(const Assimp::Importer& importer, const aiScene& scene)
+{
+    // glTF prescribes both, and Assimp converts Collada files to the same.
+    if (isFormat(importer, "gltf") || isFormat(importer, "dae")) {
+        return {1.0F, u"y"_s};
+    }
+    ModelSource source;
+    int axis = 0;
+    int sign = 0;
+    if (scene.mMetaData != nullptr && scene.mMetaData->Get("UpAxis", axis) &&
+        scene.mMetaData->Get("UpAxisSign", sign) && axis >= 0 && axis < 3) {
+        source.upAxis = (sign < 0 ? u"-"_s : QString()) + u"xyz"[axis];
+    }
+    // FBX files give their unit in centimetres.
+    float centimetres = 0.0F;
+    if (scene.mMetaData != nullptr && scene.mMetaData->Get("UnitScaleFactor", centimetres) &&
+        centimetres > 0.0F) {
+        source.metresPerUnit = centimetres / 100.0F;
+    }
+    return source;
 }
 
 /// Rewrites Assimp's error text as one line for the user.
@@ -115,8 +139,10 @@ ImportedScene readScene(const QString& path)
             result.error = plainReason(QString::fromUtf8(importer.GetErrorString()));
             return result;
         }
-        result = convertScene(
-            *scene, path, isObj(importer) ? std::optional(readLibraries(files->libraries)) : std::nullopt);
+        result = convertScene(*scene, path,
+                              isFormat(importer, "obj") ? std::optional(readLibraries(files->libraries))
+                                                        : std::nullopt);
+        result.source = readSource(importer, *scene);
     } catch (const std::exception& exception) {
         result.error = plainReason(QString::fromUtf8(exception.what()));
     }

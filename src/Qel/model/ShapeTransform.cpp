@@ -44,6 +44,11 @@ ShapeTransform::ShapeTransform(const std::array<Vector, 3>& columns)
 {
 }
 
+ShapeTransform::ShapeTransform(const QMatrix4x4& matrix)
+    : ShapeTransform({column(matrix, 0), column(matrix, 1), column(matrix, 2)})
+{
+}
+
 Vector ShapeTransform::position(const aiVector3D& p) const
 {
     return m_columns[0] * double(p.x) + m_columns[1] * double(p.y) + m_columns[2] * double(p.z);

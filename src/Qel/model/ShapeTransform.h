@@ -17,6 +17,8 @@ public:
     ShapeTransform() = default;
     /// A matrix by its columns.
     explicit ShapeTransform(const std::array<Vector, 3>& columns);
+    /// The linear part of an affine matrix.
+    explicit ShapeTransform(const QMatrix4x4& matrix);
 
     Vector position(const aiVector3D& position) const;
     /// Not of unit length; zero for a normal that the transform flattens.

@@ -25,8 +25,9 @@ namespace {
 /// Inputs that the camera and the window set, unless the graph sets them itself.
 bool isFrameValue(const QString& port)
 {
-    static const QStringList names{u"Viewport"_s, u"ProjectionMatrix"_s, u"CameraMatrix"_s,  u"NearPlane"_s,
-                                   u"FarPlane"_s, u"SceneBoundsMin"_s,   u"SceneBoundsMax"_s};
+    static const QStringList names{
+        u"Viewport"_s,       u"ProjectionMatrix"_s, u"CameraMatrix"_s, u"NearPlane"_s,   u"FarPlane"_s,
+        u"SceneBoundsMin"_s, u"SceneBoundsMax"_s,   u"Time"_s,         u"FrameNumber"_s, u"NewFrame"_s};
     return names.contains(PortName::parse(port).name);
 }
 
@@ -146,7 +147,7 @@ void ControlPanel::addPass(const PassSetting& pass, QVBoxLayout* column)
     for (const InputDescription& input : portsOf(pass).inputs) {
         if (isEditable(pass, input)) {
             const PortName port = PortName::parse(input.name);
-            const PortRange range = PortRange::parse(input.range);
+            const PortRange range = PortRange::of(input);
             const QString type = port.type.isEmpty() ? u"int"_s : port.type;
             ValueEditor* editor = ValueEditor::forPort(type, range, folder);
             addRow(input.name, false, port.name, toolTipOf(input), input.defaultValue, editor);

@@ -48,7 +48,7 @@ QStringList filesOf(const GraphDescription& graph)
             continue;
         }
         for (const OptionDescription& option : description->options) {
-            const QString path = graph.resolvePath(pass.options[option.name].toString());
+            const QString path = graph.resolvePath(pass.options[option.name].toString(), pass.source.file);
             if (option.isFile && !path.isEmpty()) {
                 files.insert(path);
                 for (const QString& include : includesOf(path)) {
@@ -60,7 +60,7 @@ QStringList filesOf(const GraphDescription& graph)
             const InputSetting* setting = findInput(pass, input.name);
             if (setting && PortName::parse(input.name).type == QLatin1StringView("QString") &&
                 !isReference(setting->value) && !setting->value.toString().isEmpty()) {
-                files.insert(graph.resolvePath(setting->value.toString()));
+                files.insert(graph.resolvePath(setting->value.toString(), pass.source.file));
             }
         }
     }
@@ -91,10 +91,18 @@ void FileWatch::watch(const GraphDescription& graph)
     m_graph = graph;
     m_models.clear();
     for (const ModelDescription& model : graph.models) {
-        m_models.insert(graph.resolvePath(model.file));
+        if (!model.file.isEmpty()) {
+            m_models.insert(graph.resolvePath(model.file));
+        }
+    }
+    m_graphFiles = {graph.file};
+    for (const PassSetting& pass : graph.passes) {
+        if (!pass.source.file.isEmpty()) {
+            m_graphFiles.insert(pass.source.file);
+        }
     }
     QHash<QString, State> files;
-    const QStringList all = filesOf(graph) + m_models.values() << graph.file;
+    const QStringList all = filesOf(graph) + m_models.values() + m_graphFiles.values();
     for (const QString& file : all) {
         // A change that has not been noticed yet still counts.
         files.insert(file, m_files.contains(file) ? m_files[file] : stateOf(file));
@@ -142,9 +150,10 @@ void FileWatch::check()
             continue; // A file that is just being replaced comes back.
         }
         file.value() = state;
-        hasGraphChanged = hasGraphChanged || file.key() == m_graph.file;
+        const bool isGraph = m_graphFiles.contains(file.key());
+        hasGraphChanged = hasGraphChanged || isGraph;
         haveModelsChanged = haveModelsChanged || m_models.contains(file.key());
-        haveFilesChanged = haveFilesChanged || file.key() != m_graph.file;
+        haveFilesChanged = haveFilesChanged || !isGraph;
     }
     addPaths();
     if (hasGraphChanged) {

@@ -43,6 +43,8 @@ private:
     GraphDescription m_graph;
     QHash<QString, State> m_files;
     QSet<QString> m_models;
+    /// The graph file and those that it includes.
+    QSet<QString> m_graphFiles;
 };
 
 /// All files that a graph reads except its models and itself, in alphabetical order.

@@ -20,7 +20,8 @@ QString typeOf(const QString& port)
 /// The pass and the port of a reference "@pass.Port"; empty for any other value.
 std::pair<QString, QString> splitReference(const QString& reference)
 {
-    const qsizetype dot = reference.indexOf(u'.');
+    // Passes of a graph that is used as a pass have dots in their names.
+    const qsizetype dot = reference.lastIndexOf(u'.');
     return reference.startsWith(u'@') && dot > 0
                ? std::pair(reference.sliced(1, dot - 1), reference.sliced(dot + 1))
                : std::pair<QString, QString>();
@@ -55,7 +56,7 @@ void rerouteAround(GraphDescription& graph, const PassSetting& leftOut)
 
 bool isReference(const QJsonValue& value)
 {
-    return value.toString().startsWith(u'@');
+    return value.isObject() || value.toString().startsWith(u'@') || value.toString().startsWith(u'$');
 }
 
 const PassSetting* findPass(const GraphDescription& graph, const QString& name)

@@ -10,7 +10,8 @@
 
 namespace Morvane::Qel::Viewer {
 
-/// Whether an input's value is a connection, a model or a frame value rather than a constant.
+/// Whether an input's value is a connection, a model, a frame value, a parameter or keyed rather than a
+/// constant.
 bool isReference(const QJsonValue& value);
 
 /// The pass of this name; null if there is none.

@@ -29,7 +29,8 @@ QStringList takeLines()
 
 bool hasSameStructure(const GraphDescription& a, const GraphDescription& b)
 {
-    return a.file == b.file && a.output == b.output && a.models == b.models &&
+    return a.file == b.file && a.output == b.output && a.models == b.models && a.camera == b.camera &&
+           a.parameters == b.parameters && a.boundValues == b.boundValues && a.animation == b.animation &&
            std::equal(a.passes.begin(), a.passes.end(), b.passes.begin(), b.passes.end(),
                       [](const PassSetting& x, const PassSetting& y) {
                           return x.name == y.name && x.type == y.type && x.options == y.options &&
@@ -234,10 +235,11 @@ bool GraphSession::renderFrame(RenderGraph& graph, QStringList* errors)
         errors->append(error);
         return false;
     }
-    const std::optional<CameraDescription> camera = m_camera ? m_camera : m_wanted.camera;
-    if (graph.plan().graph.camera != camera) {
-        graph.setCamera(camera ? *camera : graph.fittedCamera());
+    const std::optional<CameraDescription> applied = &graph == m_graph.get() ? m_appliedCamera : std::nullopt;
+    if (m_camera != applied) {
+        graph.setCamera(m_camera ? *m_camera : m_wanted.camera ? *m_wanted.camera : graph.fittedCamera());
     }
+    m_appliedCamera = m_camera;
     const bool good = graph.renderFrame(&error);
     const QStringList lines = takeLines();
     if (!good && std::none_of(lines.begin(), lines.end(),
@@ -280,7 +282,10 @@ CameraDescription GraphSession::camera() const
     if (m_camera) {
         return *m_camera;
     }
-    return m_wanted.camera ? *m_wanted.camera : fittedCamera();
+    CameraDescription camera = m_graph ? m_graph->camera() : fittedCamera();
+    // It stands where it is in its orbit.
+    camera.orbit.reset();
+    return camera;
 }
 
 CameraDescription GraphSession::fittedCamera() const

@@ -109,6 +109,8 @@ private:
     QSet<QString> m_bypassed;
     QSize m_viewport;
     std::optional<CameraDescription> m_camera;
+    /// The value of m_camera that m_graph has.
+    std::optional<CameraDescription> m_appliedCamera;
     bool m_isFrameNeeded = false;
     int m_numFurtherFrames = 0;
     quint64 m_numFrames = 0;

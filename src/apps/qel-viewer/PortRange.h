@@ -4,9 +4,11 @@
 
 #include <optional>
 
+#include <Qel/core/PassDescription.h>
+
 namespace Morvane::Qel::Viewer {
 
-/// What the range of an input says, such as "scene units, above 0" or "1 to 1024".
+/// The ends of a control for an input.
 struct PortRange
 {
     std::optional<double> minimum;
@@ -14,8 +16,7 @@ struct PortRange
     /// Empty for a number without a unit.
     QString unit;
 
-    /// Reads the text of InputDescription::range.
-    static PortRange parse(const QString& text);
+    static PortRange of(const InputDescription& input);
 };
 
 } // namespace Morvane::Qel::Viewer

@@ -88,7 +88,7 @@ bool isPng(const QString& path)
 void write(const Image& image, const QString& path)
 {
     QString error;
-    if (!writeImage(image, path, &error)) {
+    if (!writeImage(image, path, &error, {.pngAlpha = PngAlpha::Keep})) {
         fail(error);
     }
 }
@@ -138,7 +138,7 @@ ExitCode compareFiles(const QString& pathA, const QString& pathB, const Settings
         print(comparison.text(settings.comparison));
         printVerdict(largest, settings.tolerance);
     }
-    return accepted ? ExitCode::Done : ExitCode::ComparisonFailed;
+    return accepted ? ExitCode::Done : ExitCode::CheckFailed;
 }
 
 /// Returns the names of the images in a folder, in alphabetical order.
@@ -244,35 +244,40 @@ ExitCode compareFolders(const QString& folderA, const QString& folderB, const Se
                                                          measures.values, notes.join(QString())));
         printVerdict(worst.largest, settings.tolerance);
     }
-    return accepted ? ExitCode::Done : ExitCode::ComparisonFailed;
+    return accepted ? ExitCode::Done : ExitCode::CheckFailed;
 }
 
 } // namespace
 
-ExitCode compare(const QStringList& arguments)
+void declareCompare(Arguments& options)
 {
-    Arguments options(
-        u"compare"_s,
-        u"Compares two images, PNG (values from 0 to 1) or EXR. Prints the largest and the mean difference\n"
-        "of each channel, PSNR, SSIM, FLIP and the worst pixels. NaN and infinity always differ.\n"
-        "Folders are compared image by image, paired by file name.\n"
-        "Exits with 1 if the largest difference exceeds the tolerance."_s);
-    options.addPositional(u"A"_s, u"an image or a folder of images"_s);
-    options.addPositional(u"B"_s, u"what to compare it with"_s);
+    options.describe(u"Compares two images, PNG (values from 0 to 1) or EXR. Prints the largest and the mean "
+                     "difference of each channel, PSNR, SSIM, FLIP and the worst pixels. NaN and infinity "
+                     "always differ."_s);
+    options.describe(u"Folders are compared image by image, paired by file name."_s);
+    options.describe(u"Exits with 1 if the largest difference exceeds the tolerance."_s);
+    options.addPositional(u"A"_s, u"an image or a folder of images"_s, false, ValueKind::Image);
+    options.addPositional(u"B"_s, u"what to compare it with"_s, false, ValueKind::Image);
     options.addOption(u"alpha"_s, {}, u"includes alpha, otherwise left out"_s);
     options.addOption(u"linear"_s, {},
                       u"SSIM and FLIP read values as linear light, otherwise as sRGB-encoded"_s);
     options.addOption(u"pixels-per-degree"_s, u"P"_s,
                       u"pixels in a degree of the field of view, for FLIP; default 67.0206"_s);
     options.addOption(u"tolerance"_s, u"X"_s, u"largest accepted difference; default 0"_s);
-    options.addOption(u"difference"_s, u"PATH"_s, u"writes the absolute differences as an image"_s);
+    options.addOption(u"difference"_s, u"PATH"_s, u"writes the absolute differences as an image"_s,
+                      ValueKind::Image);
     options.addOption(u"gain"_s, u"G"_s, u"multiplies the image of the differences; default 1"_s);
     options.addOption(u"flip-map"_s, u"PATH"_s,
-                      u"writes FLIP's value for each pixel, as a heat map (PNG) or as numbers (EXR)"_s);
+                      u"writes FLIP's value for each pixel, as a heat map (PNG) or as numbers (EXR)"_s,
+                      ValueKind::Image);
     options.addOption(u"json"_s, {}, u"prints the results as JSON; null stands for infinite or undefined"_s);
-    if (!options.parse(arguments)) {
-        return ExitCode::Done;
-    }
+    options.addExitCode(ExitCode::CheckFailed);
+    options.addExample(u"qel compare --tolerance 0.004 --flip-map flip.png expected.png rendered.png"_s,
+                       u"Accept differences of one step of 8 bits and show where they are visible"_s);
+}
+
+ExitCode compare(const Arguments& options)
+{
     const Settings settings = settingsOf(options);
     const QString a = options.positional(0);
     const QString b = options.positional(1);

@@ -71,7 +71,7 @@ Comparison::Comparison(Image a, Image b, const ComparisonSettings& settings, con
         QString error;
         std::optional<ImagePair> pair = ImagePair::match(m_a, m_b, settings.withAlpha, &error);
         if (!pair) {
-            throw Failure{ExitCode::ComparisonFailed, {u"%1: %2"_s.arg(names, error)}};
+            throw Failure{ExitCode::CheckFailed, {u"%1: %2"_s.arg(names, error)}};
         }
         return std::move(*pair);
     }())

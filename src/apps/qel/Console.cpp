@@ -4,6 +4,7 @@
 #include <QStringList>
 
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <utility>
@@ -20,7 +21,7 @@ namespace Morvane::Qel::App {
 
 namespace {
 
-bool verboseMessages = false;
+Verbosity messageVerbosity = Verbosity::Normal;
 bool progressShown = false;
 QStringList keptReports;
 /// Why the first write to standard output failed.
@@ -67,18 +68,19 @@ void handleMessage(QtMsgType type, const QMessageLogContext& /*context*/, const 
         keptReports.append(message);
     }
     const QString place = messagePlace().isEmpty() ? QString() : messagePlace() + u": "_s;
-    if (verboseMessages) {
+    const bool isError = type == QtCriticalMsg || type == QtFatalMsg;
+    if (messageVerbosity == Verbosity::Verbose) {
         writeMessage(place + text);
-    } else if (type != QtDebugMsg && !explainsFrame) {
+    } else if (!explainsFrame && (messageVerbosity == Verbosity::Quiet ? isError : type != QtDebugMsg)) {
         writeMessage(place + message);
     }
 }
 
 } // namespace
 
-void installMessageHandler(bool verbose)
+void installMessageHandler(Verbosity verbosity)
 {
-    verboseMessages = verbose;
+    messageVerbosity = verbosity;
     qInstallMessageHandler(handleMessage);
 }
 
@@ -89,7 +91,8 @@ QString takeReport()
         return lines[0];
     }
     // Line 1 names what failed, line 2 where and why; the rest is the source.
-    return verboseMessages ? lines[1] : u"%1; --verbose shows the source"_s.arg(lines[1]);
+    return messageVerbosity == Verbosity::Verbose ? lines[1]
+                                                  : u"%1; --verbose shows the source"_s.arg(lines[1]);
 }
 
 void print(const QString& text)
@@ -100,6 +103,13 @@ void print(const QString& text)
 }
 
 void printNote(const QString& line)
+{
+    if (messageVerbosity != Verbosity::Quiet) {
+        writeError(printable(line));
+    }
+}
+
+void printError(const QString& line)
 {
     writeError(printable(line));
 }
@@ -129,8 +139,9 @@ QuietErrors::~QuietErrors()
 Progress::Progress(QString unit, int total)
     : m_unit(std::move(unit))
     , m_total(total)
-    , m_onTerminal(isatty(STDERR_FILENO) == 1)
-    , m_nextUpdate(Clock::now() + std::chrono::seconds(1))
+    , m_onTerminal(isatty(STDERR_FILENO) == 1 && messageVerbosity != Verbosity::Quiet)
+    , m_begin(Clock::now())
+    , m_nextUpdate(m_begin + std::chrono::seconds(1))
 {
 }
 
@@ -146,7 +157,10 @@ void Progress::update(int done)
         return;
     }
     m_nextUpdate = now + std::chrono::milliseconds(200);
-    std::fprintf(stderr, "\r%s %d of %d\033[K", qUtf8Printable(m_unit), done, m_total);
+    const double perSecond = done / std::chrono::duration<double>(now - m_begin).count();
+    const int secondsLeft = static_cast<int>(std::ceil((m_total - done) / perSecond));
+    std::fprintf(stderr, "\r%s %d of %d, %.*f per second, %d min %d s left\033[K", qUtf8Printable(m_unit),
+                 done, m_total, perSecond < 10.0 ? 1 : 0, perSecond, secondsLeft / 60, secondsLeft % 60);
     std::fflush(stderr);
     progressShown = true;
 }

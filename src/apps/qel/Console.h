@@ -7,19 +7,30 @@
 /// Output of the program: results to standard output, everything else to standard error.
 namespace Morvane::Qel::App {
 
-/// Prints Qt's messages to standard error, prefixed with the program's name. Without `verbose`, debug
-/// messages are dropped, and so is the source location at the start of a pass's message.
+/// What goes to standard error.
+enum class Verbosity
+{
+    /// Errors only.
+    Quiet,
+    Normal,
+    /// Also debug messages and source locations.
+    Verbose
+};
+
+/// Prints Qt's messages to standard error, prefixed with the program's name, as far as the verbosity goes.
 ///
 /// GL errors and shader build reports are kept: takeReport returns the first of them as the one line for a
-/// failed frame. They are printed at once only with `verbose`.
-void installMessageHandler(bool verbose);
+/// failed frame. They are printed at once only with Verbosity::Verbose.
+void installMessageHandler(Verbosity verbosity);
 /// Returns the first kept error as one line, empty if there is none, and forgets all of them.
 QString takeReport();
 
 /// Writes text to standard output unchanged.
 void print(const QString& text);
-/// Writes a line to standard error, prefixed with "qel: ".
+/// Writes a notice to standard error, prefixed with "qel: ", unless the program is quiet.
 void printNote(const QString& line);
+/// Writes an error to standard error, prefixed with "qel: ".
+void printError(const QString& line);
 /// Flushes standard output. Returns why some of the output was lost, or nothing if all was written.
 QString flushOutput();
 
@@ -37,7 +48,8 @@ private:
     int m_errors;
 };
 
-/// A progress line such as "frame 12 of 500", shown on a terminal after one second and erased at the end.
+/// A progress line such as "frame 12 of 500, 3.1 per second, 2 min 37 s left", shown on a terminal after one
+/// second and erased at the end; never if the program is quiet.
 class Progress
 {
 public:
@@ -54,6 +66,7 @@ private:
     QString m_unit;
     int m_total;
     bool m_onTerminal;
+    Clock::time_point m_begin;
     Clock::time_point m_nextUpdate;
 };
 

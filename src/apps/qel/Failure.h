@@ -7,7 +7,8 @@ namespace Morvane::Qel::App {
 enum class ExitCode : int
 {
     Done = 0,
-    ComparisonFailed = 1,
+    /// Images differ, or a check found mistakes.
+    CheckFailed = 1,
     /// Invalid arguments, an invalid graph, or a file that cannot be read or written.
     WrongUse = 2,
     NoGL = 3,

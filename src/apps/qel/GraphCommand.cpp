@@ -1,17 +1,13 @@
 #include "Commands.h"
 
-#include <epoxy/gl.h>
-
-#include <Qel/core/MetaTypes.h>
 #include <Qel/core/PassDescription.h>
-#include <Qel/gl/Formats.h>
-#include <Qel/gl/Guards.h>
-#include <Qel/gl/Texture.h>
+#include <Qel/graph/GraphReview.h>
 #include <Qel/graph/RenderGraph.h>
 #include <Qel/graph/ValueJson.h>
 
 #include "Arguments.h"
 #include "Console.h"
+#include "GraphListing.h"
 #include "Setup.h"
 
 using namespace Qt::StringLiterals;
@@ -19,64 +15,6 @@ using namespace Qt::StringLiterals;
 namespace Morvane::Qel::App {
 
 namespace {
-
-/// Returns a text such as "1280x720 GL_RGBA16F". Queries GL, because passes may allocate a texture by GL
-/// calls that bypass the Texture object.
-QString textureSummary(Texture* texture)
-{
-    const AutoBinder binder(texture);
-    const bool cube = texture->target() == GL_TEXTURE_CUBE_MAP;
-    const auto levelParameter = [&](unsigned int name) {
-        int value = 0;
-        glGetTexLevelParameteriv(cube ? GLenum{GL_TEXTURE_CUBE_MAP_POSITIVE_X} : texture->target(), 0, name,
-                                 &value);
-        return value;
-    };
-    const int layers = levelParameter(GL_TEXTURE_DEPTH);
-    return u"%1x%2 %3%4"_s.arg(levelParameter(GL_TEXTURE_WIDTH))
-        .arg(levelParameter(GL_TEXTURE_HEIGHT))
-        .arg(internalFormatName(static_cast<unsigned int>(levelParameter(GL_TEXTURE_INTERNAL_FORMAT))),
-             cube         ? u", 6 faces"_s
-             : layers > 1 ? u", %1 layers"_s.arg(layers)
-                          : QString());
-}
-
-/// Prints the passes in execution order, each with its outputs if a frame was rendered.
-void printOrder(const GraphPlan& plan, const std::vector<RenderGraph::Output>& outputs)
-{
-    int position = 0;
-    for (const int index : plan.order) {
-        const PlannedPass& pass = plan.passes[static_cast<size_t>(index)];
-        print(u"%1  %2  %3\n"_s.arg(++position, 3).arg(pass.name, pass.type));
-        for (const RenderGraph::Output& output : outputs) {
-            if (output.pass == pass.name) {
-                Texture* texture = pointerFromVariant<Texture>(output.value);
-                print(u"       %1  %2\n"_s.arg(PortName::parse(output.port).name,
-                                               texture ? textureSummary(texture)
-                                                       : textFromValue(output.value)));
-            }
-        }
-    }
-    for (const PlannedPass& pass : plan.passes) {
-        if (!pass.cullReason.isEmpty()) {
-            print(u"culled: %1  %2: %3\n"_s.arg(pass.name, pass.type, pass.cullReason));
-        }
-    }
-    if (plan.outputPass >= 0) {
-        const PlannedPass& pass = plan.passes[static_cast<size_t>(plan.outputPass)];
-        print(u"image: %1.%2\n"_s.arg(pass.name, PortName::parse(pass.outputs[plan.outputPort]).name));
-    }
-}
-
-void printWithFormats(const GraphPlan& plan, HeadlessContext& context)
-{
-    RenderGraph::Options options;
-    options.keepOutputs = true;
-    const std::unique_ptr<RenderGraph> graph = makeGraph(plan, options);
-    resizeScreen(context, graph->viewport());
-    renderFrame(*graph);
-    printOrder(graph->plan(), graph->outputs());
-}
 
 /// The nodes and edges of a graph drawing. Node ids need no quoting.
 struct Drawing
@@ -107,6 +45,11 @@ Drawing drawingOf(const GraphDescription& graph, const GraphPlan& plan)
     Drawing drawing;
     for (size_t i = 0; i < graph.models.size(); ++i) {
         drawing.nodes.push_back({u"model%1"_s.arg(i), {u"model "_s + graph.models[i].name}, false});
+        for (size_t part = 0; part < graph.models.size(); ++part) {
+            if (graph.models[i].merge.contains(graph.models[part].name)) {
+                drawing.edges.push_back({u"model%1"_s.arg(part), u"model%1"_s.arg(i), u"merged"_s});
+            }
+        }
     }
     for (int i = 0; i < static_cast<int>(plan.passes.size()); ++i) {
         const PlannedPass& pass = plan.passes[static_cast<size_t>(i)];
@@ -180,23 +123,28 @@ void printMermaid(const Drawing& drawing)
 
 } // namespace
 
-ExitCode graph(const QStringList& arguments)
+void declareGraph(Arguments& options)
 {
-    Arguments options(
-        u"graph"_s,
-        u"Checks a graph and prints its passes in execution order with the sizes and formats of their\n"
-        "outputs, or prints a drawing of it."_s);
-    options.addPositional(u"GRAPH"_s, u"a graph file"_s);
+    options.describe(
+        u"Checks a graph and prints its passes in execution order with the sources of their inputs "
+        "and the sizes and formats of their outputs, or prints a drawing of it. Warns of what is "
+        "valid but certainly not meant."_s);
+    options.addPositional(u"GRAPH"_s, u"a graph file; - for standard input"_s, false, ValueKind::GraphFile);
     options.addOption(u"dot"_s, {}, u"prints the graph in the DOT language of Graphviz"_s);
     options.addOption(u"mermaid"_s, {}, u"prints the graph as a Mermaid flowchart"_s);
+    options.addOption(u"json"_s, {}, u"prints passes, inputs, outputs and warnings as JSON"_s);
     addDeviceOption(options);
-    if (!options.parse(arguments)) {
-        return ExitCode::Done;
-    }
+    options.addExample(u"qel graph glow.json --dot | dot -Tsvg -o glow.svg"_s,
+                       u"Draw a graph with Graphviz"_s);
+}
+
+ExitCode graph(const Arguments& options)
+{
     const bool dot = options.isSet(u"dot"_s);
     const bool mermaid = options.isSet(u"mermaid"_s);
-    if (dot && mermaid) {
-        options.fail(u"--dot and --mermaid cannot be combined"_s);
+    const bool json = options.isSet(u"json"_s);
+    if (int{dot} + int{mermaid} + int{json} > 1) {
+        options.fail(u"--dot, --mermaid and --json cannot be combined"_s);
     }
     const HeadlessContext::Device wanted = device(options);
 
@@ -210,16 +158,33 @@ ExitCode graph(const QStringList& arguments)
         printMermaid(drawingOf(description, plan));
         return ExitCode::Done;
     }
+    const QStringList warnings = reviewGraph(plan);
     std::unique_ptr<HeadlessContext> context;
+    std::unique_ptr<RenderGraph> rendered;
     try {
         context = makeContext(wanted);
+        RenderGraph::Options graphOptions;
+        graphOptions.keepOutputs = true;
+        rendered = makeGraph(plan, graphOptions);
+        resizeScreen(*context, rendered->viewport());
+        renderFrame(*rendered);
     } catch (const Failure& failure) {
+        if (failure.exitCode != ExitCode::NoGL) {
+            throw;
+        }
         printNote(failure.lines.join(u' '));
         printNote(u"sizes and formats need GL and are not shown"_s);
-        printOrder(plan, {});
+    }
+    const std::vector<RenderGraph::Output> outputs =
+        rendered ? rendered->outputs() : std::vector<RenderGraph::Output>();
+    if (json) {
+        printGraphJson(plan, outputs, warnings);
         return ExitCode::Done;
     }
-    printWithFormats(plan, *context);
+    printGraph(plan, outputs);
+    for (const QString& line : warnings) {
+        printNote(u"warning: %1: %2"_s.arg(description.displayName(), line));
+    }
     return ExitCode::Done;
 }
 

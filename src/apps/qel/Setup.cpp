@@ -1,5 +1,9 @@
 #include "Setup.h"
 
+#include <QFile>
+
+#include <cstdio>
+
 #include <Qel/graph/GraphFile.h>
 
 #include "Console.h"
@@ -22,21 +26,15 @@ void addDeviceOption(Arguments& options)
 {
     options.addOption(u"device"_s, u"auto|gpu|software"_s,
                       u"device to render on; auto uses a GPU if there is one"_s);
+    options.addExitCode(ExitCode::NoGL);
 }
 
 HeadlessContext::Device device(const Arguments& options)
 {
     const QString name = options.value(u"device"_s);
-    if (!options.isSet(u"device"_s) || name == QLatin1StringView("auto")) {
-        return HeadlessContext::Device::Auto;
-    }
-    if (name == QLatin1StringView("gpu")) {
-        return HeadlessContext::Device::Gpu;
-    }
-    if (name == QLatin1StringView("software")) {
-        return HeadlessContext::Device::Software;
-    }
-    options.fail(u"no device \"%1\"; use auto, gpu or software"_s.arg(name));
+    return name == QLatin1StringView("gpu")        ? HeadlessContext::Device::Gpu
+           : name == QLatin1StringView("software") ? HeadlessContext::Device::Software
+                                                   : HeadlessContext::Device::Auto;
 }
 
 std::unique_ptr<HeadlessContext> makeContext(HeadlessContext::Device device)
@@ -65,7 +63,12 @@ std::unique_ptr<RenderGraph> makeGraph(const GraphPlan& plan, RenderGraph::Optio
 void renderFrame(RenderGraph& graph)
 {
     QString error;
-    if (!graph.renderFrame(&error)) {
+    finishFrame(graph.renderFrame(&error), error);
+}
+
+void finishFrame(bool isRendered, const QString& error)
+{
+    if (!isRendered) {
         const QString cause = takeReport();
         // The error of the graph itself has the driver's text.
         const bool adds = !cause.isEmpty() && !cause.startsWith(QLatin1StringView("OpenGL"));
@@ -95,7 +98,16 @@ void resizeScreen(HeadlessContext& context, const QSize& size)
 GraphDescription loadGraphFile(const QString& path)
 {
     QStringList errors;
-    std::optional<GraphDescription> graph = loadGraph(path, &errors);
+    std::optional<GraphDescription> graph;
+    if (path == QLatin1StringView("-")) {
+        QFile input;
+        if (!input.open(stdin, QIODevice::ReadOnly)) {
+            fail(u"<stdin>: cannot be read: "_s + input.errorString());
+        }
+        graph = loadGraph(input, u"<stdin>"_s, &errors);
+    } else {
+        graph = loadGraph(path, &errors);
+    }
     if (!graph) {
         throw Failure{ExitCode::WrongUse, errors};
     }

@@ -2,51 +2,22 @@
 #include <QImageReader>
 #include <QLoggingCategory>
 
-#include <algorithm>
-#include <array>
 #include <csignal>
 #include <new>
 
 #include <Qel/graph/OutputFile.h>
+#include <Qel/graph/support/Names.h>
 
 #include "Commands.h"
 #include "Console.h"
+#include "Help.h"
+#include "Share.h"
 
 using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel::App {
 
 namespace {
-
-struct Command
-{
-    const char* name;
-    const char* summary;
-    ExitCode (*run)(const QStringList& arguments);
-};
-
-constexpr std::array commands = {
-    Command{"render", "renders a graph and writes its image", render},
-    Command{"passes", "lists the passes with their ports", passes},
-    Command{"graph", "checks a graph and prints its passes in execution order, or draws it", graph},
-    Command{"compare", "compares two images, or the images of two folders", compare},
-    Command{"info", "prints the GL driver, its limits and extensions", info},
-};
-
-QString help()
-{
-    QString text = u"Usage: qel COMMAND [OPTION]... [ARGUMENT]...\n\n"
-                   "Renders images with graphs of OpenGL passes. Needs no display.\n\n"_s;
-    for (const Command& command : commands) {
-        text +=
-            u"  %1  %2\n"_s.arg(QLatin1StringView(command.name), -8).arg(QLatin1StringView(command.summary));
-    }
-    return text + u"\nqel COMMAND --help prints the options; qel --version prints the version.\n"
-                  "Exit codes: 0 success, 1 images differ, 2 invalid arguments, graph or file,\n"
-                  "3 no usable OpenGL. SIGHUP, SIGINT, SIGTERM and SIGXFSZ remove unfinished files and then\n"
-                  "end the program as they do by default; a shell reports 128 plus the number of the\n"
-                  "signal.\n"_s;
-}
 
 void endBySignal(int number)
 {
@@ -69,22 +40,31 @@ ExitCode run(const QStringList& arguments)
 {
     const QString name = arguments.value(0);
     if (name == QLatin1StringView("--help")) {
-        print(help());
+        print(helpText());
         return ExitCode::Done;
     }
     if (name == QLatin1StringView("--version")) {
         print(u"qel " QEL_VERSION "\n"_s);
         return ExitCode::Done;
     }
-    const auto* command = std::find_if(commands.begin(), commands.end(), [&](const Command& candidate) {
-        return name == QLatin1StringView(candidate.name);
-    });
-    if (command == commands.end()) {
-        throw Failure{ExitCode::WrongUse,
-                      {name.isEmpty() ? u"no command given; see \"qel --help\""_s
-                                      : u"unknown command \"%1\"; see \"qel --help\""_s.arg(name)}};
+    if (name == QLatin1StringView("--share")) {
+        if (arguments.size() != 2) {
+            fail(u"--share needs the folder to write to; see \"qel --help\""_s);
+        }
+        writeShare(arguments[1]);
+        return ExitCode::Done;
     }
-    return command->run(arguments.sliced(1));
+    QStringList names;
+    for (const Command& command : commands()) {
+        names << QString::fromLatin1(command.name);
+        if (name == names.last()) {
+            Arguments table = command.arguments();
+            return table.parse(arguments.sliced(1)) ? command.run(table) : ExitCode::Done;
+        }
+    }
+    const QString cause = name.isEmpty() ? u"no command given"_s
+                                         : u"unknown command \"%1\"%2"_s.arg(name, suggestion(name, names));
+    throw Failure{ExitCode::WrongUse, {withPointer(cause, u"qel --help"_s)}};
 }
 
 } // namespace
@@ -96,7 +76,7 @@ int main(int argc, char* argv[])
     using namespace Morvane::Qel::App;
     const QCoreApplication application(argc, argv);
     installSignalHandlers();
-    installMessageHandler(false);
+    installMessageHandler(Verbosity::Normal);
     // These messages about image files do not name the file.
     QLoggingCategory::setFilterRules(u"qt.gui.imageio.*=false"_s);
     // Images may be as large as the driver's largest texture.
@@ -110,11 +90,11 @@ int main(int argc, char* argv[])
     } catch (const Failure& failure) {
         flushOutput();
         for (const QString& line : failure.lines) {
-            printNote(line);
+            printError(line);
         }
         return static_cast<int>(failure.exitCode);
     } catch (const std::bad_alloc&) {
-        printNote(u"not enough memory; choose a smaller size"_s);
+        printError(u"not enough memory; choose a smaller size"_s);
         return static_cast<int>(ExitCode::WrongUse);
     }
 }

@@ -81,7 +81,9 @@ const PassDescription& CubemapLoaderRenderPass::description()
                      .meaning = u"the cube map, with straight alpha and the colour encoding of the files; "
                                 "RGBA8, owned by the pass. With an EXR or HDR file among them: the values "
                                 "of the files, RGBA16F, or RGBA32F if 16 bits cannot hold all values of "
-                                "one of them exactly"_s}}};
+                                "one of them exactly"_s,
+                     .encoding = Encoding::AsFile,
+                     .alpha = AlphaMeaning::AsFile}}};
     return description;
 }
 
@@ -99,11 +101,12 @@ void CubemapLoaderRenderPass::start(RenderCallbacks* /*callbacks*/)
         paths[i] = m_inputs[i].value.toString();
     }
     if (!m_current || paths != m_paths) {
-        std::unique_ptr<Texture>& cubemap = m_cubemaps[key(paths)];
-        if (!cubemap) {
+        LoadedCubemap& cubemap = m_cubemaps[key(paths)];
+        if (!cubemap.texture) {
             cubemap = build(paths);
         }
-        m_current = cubemap.get();
+        m_current = cubemap.texture.get();
+        m_imageProblem = cubemap.problem;
         m_paths = paths;
     }
     m_outputs[Cubemap].value = textureVariant(m_current);
@@ -117,7 +120,7 @@ QString CubemapLoaderRenderPass::key(const Paths& paths)
            paths[CubemapPathNegY] + paths[CubemapPathNegZ];
 }
 
-std::unique_ptr<Texture> CubemapLoaderRenderPass::build(const Paths& paths) const
+CubemapLoaderRenderPass::LoadedCubemap CubemapLoaderRenderPass::build(const Paths& paths)
 {
     int limit = 0;
     glGetIntegerv(GL_MAX_CUBE_MAP_TEXTURE_SIZE, &limit);
@@ -127,15 +130,16 @@ std::unique_ptr<Texture> CubemapLoaderRenderPass::build(const Paths& paths) cons
     cubemap->setFilter(GL_LINEAR, GL_LINEAR);
     cubemap->setWrap(GL_CLAMP_TO_EDGE);
     std::array<QImage, 6> images;
+    LoadedCubemap result;
     for (size_t i = 0; i < paths.size(); ++i) {
         QString problem;
         QImage& image = images[i];
         image = loadImage(paths[i], limit, &problem);
         if (image.isNull()) {
-            if (paths[i] != m_paths[i]) {
-                logNotice(sourceFile, __LINE__,
-                          u"face %1: \"%2\" %3; using one transparent black texel"_s.arg(
-                              QLatin1StringView(faceNames[i]), paths[i], problem));
+            // A path that is not set asks for no image.
+            if (result.problem.isEmpty() && !paths[i].isEmpty()) {
+                result.problem =
+                    u"face %1: \"%2\" %3"_s.arg(QLatin1StringView(faceNames[i]), paths[i], problem);
             }
             image = makeTexel(Qt::transparent);
         }
@@ -150,7 +154,8 @@ std::unique_ptr<Texture> CubemapLoaderRenderPass::build(const Paths& paths) cons
     checkSizes(images);
     cubemap->generateMipmap();
     checkGLError(sourceFile, 185);
-    return cubemap;
+    result.texture = std::move(cubemap);
+    return result;
 }
 
 } // namespace Morvane::Qel

@@ -7,6 +7,7 @@
 #include <unordered_map>
 
 #include <Qel/RenderPasses/Export.h>
+#include <Qel/RenderPasses/framework/ImageLoader.h>
 #include <Qel/core/RenderPassHelper.h>
 
 namespace Morvane::Qel {
@@ -22,10 +23,10 @@ class Texture;
 /// the edge. The cube maps are owned by the pass and deleted with it.
 ///
 /// If a file cannot be read, or its image is larger than the driver allows, the face is one transparent black
-/// texel; an informational message says why, unless the face's path is the same as before. Faces must be
+/// texel, and imageProblem() says why for the first such face. Faces must be
 /// square and of equal size: others are logged and passed to GL as they are, which reports an error and
 /// leaves an incomplete cube map that samples as black.
-class QEL_RENDERPASSES_EXPORT CubemapLoaderRenderPass : public RenderPassHelper
+class QEL_RENDERPASSES_EXPORT CubemapLoaderRenderPass : public RenderPassHelper, public ImageLoader
 {
 public:
     enum InputPort
@@ -61,12 +62,17 @@ private:
     /// One path per face, in the order of the inputs.
     using Paths = std::array<QString, 6>;
     static QString key(const Paths& paths);
-    std::unique_ptr<Texture> build(const Paths& paths) const;
+    struct LoadedCubemap
+    {
+        std::unique_ptr<Texture> texture;
+        QString problem;
+    };
+    static LoadedCubemap build(const Paths& paths);
 
     Texture* m_current = nullptr;
     /// The files of the current cube map.
     Paths m_paths;
-    std::unordered_map<QString, std::unique_ptr<Texture>> m_cubemaps;
+    std::unordered_map<QString, LoadedCubemap> m_cubemaps;
 };
 
 } // namespace Morvane::Qel

@@ -60,7 +60,9 @@ const PassDescription& GradientRenderPass::description()
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning =
                          u"the gradient, straight alpha, in the encoding of the colours; RGBA32F, owned "
-                         "by the pass"_s}}};
+                         "by the pass"_s,
+                     .encoding = Encoding::Display,
+                     .alpha = AlphaMeaning::Straight}}};
     return description;
 }
 

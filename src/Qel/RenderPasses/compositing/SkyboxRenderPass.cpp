@@ -70,6 +70,9 @@ const QStringList programOutputs{u"out_FragColor"_s, u"out_Id"_s};
 
 const PassDescription& SkyboxRenderPass::description()
 {
+    InputDescription projection = projectionMatrixInput();
+    projection.perspectiveReason = u"in an orthographic view, every pixel sees the environment in the same "
+                                   "direction"_s;
     static const PassDescription description{
         .type = u"SkyboxRenderPass"_s,
         .summary = u"Fills the background of a frame, where the stencil is 0, with a cube map or a "
@@ -77,7 +80,7 @@ const PassDescription& SkyboxRenderPass::description()
         .inputs = {viewportInput(u"size of the textures that replace a missing frame or depth; the origin is "
                                  "ignored"_s,
                                  u"1 x 1"_s),
-                   projectionMatrixInput(),
+                   projection,
                    cameraMatrixInput(),
                    {.name = u"Qel_QelTexture*_Cubemap"_s,
                     .meaning = u"the environment as a cube map"_s,
@@ -99,7 +102,11 @@ const PassDescription& SkyboxRenderPass::description()
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning =
                          u"the input frame, or the new one, with the environment drawn into it; colour "
-                         "encoding and alpha of the environment"_s}}};
+                         "encoding and alpha of the environment"_s,
+                     .encoding = Encoding::AsInput,
+                     .alpha = AlphaMeaning::AsInput,
+                     .like = {u"Qel_QelTexture*_Cubemap"_s, u"Qel_QelTexture*_LatLongMap"_s,
+                              u"Qel_QelTexture*_Frame"_s}}}};
     return description;
 }
 

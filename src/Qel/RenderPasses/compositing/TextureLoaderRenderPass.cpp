@@ -4,15 +4,12 @@
 
 #include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/RenderPasses/support/Images.h>
-#include <Qel/core/Diagnostics.h>
 
 using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel {
 
 namespace {
-
-constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/TextureLoaderRenderPass";
 
 int glWrapMode(TextureLoaderRenderPass::WrapMode mode)
 {
@@ -38,7 +35,9 @@ const PassDescription& TextureLoaderRenderPass::description()
                          u"the image, bottom row first, with straight alpha and the colour encoding of "
                          "the file; RGBA8, read-only, owned by the pass. EXR and HDR files: their own "
                          "values, linear and with premultiplied alpha; RGBA16F, or RGBA32F if 16 bits "
-                         "cannot hold all values exactly"_s}},
+                         "cannot hold all values exactly"_s,
+                     .encoding = Encoding::AsFile,
+                     .alpha = AlphaMeaning::AsFile}},
         .options = {{.name = u"wrap"_s,
                      .meaning = u"what texture coordinates outside of 0 to 1 read; has no effect in passes "
                                 "that set their own wrap mode, such as ShaderRenderPass, which clamps"_s,
@@ -75,8 +74,10 @@ void TextureLoaderRenderPass::load(Texture& texture, const QString& path)
 {
     QString problem;
     QImage image = loadImage(path, OpenGLDeviceContext::current()->maxTextureSize(), &problem);
+    m_imageProblem.clear();
     if (image.isNull()) {
-        logNotice(sourceFile, __LINE__, u"\"%1\" %2; using one opaque white texel"_s.arg(path, problem));
+        // A path that was unset asks for no image.
+        m_imageProblem = path.isEmpty() ? QString() : u"\"%1\" %2"_s.arg(path, problem);
         image = makeTexel(Qt::white);
     } else {
         image = image.mirrored(false, true);

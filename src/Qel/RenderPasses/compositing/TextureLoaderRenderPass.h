@@ -5,6 +5,7 @@
 #include <memory>
 
 #include <Qel/RenderPasses/Export.h>
+#include <Qel/RenderPasses/framework/ImageLoader.h>
 #include <Qel/core/RenderPassHelper.h>
 
 namespace Morvane::Qel {
@@ -23,9 +24,9 @@ class Texture;
 /// minification, and repeats unless setWrapMode says otherwise.
 ///
 /// If the file cannot be read, or the image is larger than the driver allows, the texture is one opaque white
-/// texel, and an informational message says why. Qt itself refuses images that need more memory than
-/// QImageReader::allocationLimit(). Until a path is set, the texture has no image.
-class QEL_RENDERPASSES_EXPORT TextureLoaderRenderPass : public RenderPassHelper
+/// texel, and imageProblem() says why until another path is set. Qt itself refuses images that need more
+/// memory than QImageReader::allocationLimit(). Until a path is set, the texture has no image.
+class QEL_RENDERPASSES_EXPORT TextureLoaderRenderPass : public RenderPassHelper, public ImageLoader
 {
 public:
     enum InputPort
@@ -59,7 +60,7 @@ public:
     void start(RenderCallbacks* callbacks) override;
 
 private:
-    static void load(Texture& texture, const QString& path);
+    void load(Texture& texture, const QString& path);
 
     WrapMode m_wrapMode = WrapMode::Repeat;
     std::unique_ptr<Texture> m_texture;

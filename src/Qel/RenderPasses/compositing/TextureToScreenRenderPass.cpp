@@ -49,7 +49,8 @@ const PassDescription& TextureToScreenRenderPass::description()
                                  u"nothing is drawn"_s),
                    {.name = u"Qel_QelTexture*_Texture"_s,
                     .meaning = u"the image, in the screen's colour encoding"_s,
-                    .whenMissing = u"the screen is cleared; transparent black with super-sampling"_s},
+                    .whenMissing = u"the screen is cleared; transparent black with super-sampling"_s,
+                    .encoding = Encoding::Display},
                    {.name = u"Qel_Bool_EnableSuperSampling"_s,
                     .meaning =
                         u"whether a shader sums the block of texels that each pixel covers, instead of "

@@ -6,10 +6,8 @@ namespace Morvane::Qel {
 
 InputDescription viewportInput(const QString& meaning, const QString& whenMissing)
 {
-    return {.name = u"Qel_QRect_Viewport"_s,
-            .meaning = meaning,
-            .whenMissing = whenMissing,
-            .range = u"pixels"_s};
+    return {
+        .name = u"Qel_QRect_Viewport"_s, .meaning = meaning, .whenMissing = whenMissing, .unit = u"pixels"_s};
 }
 
 InputDescription projectionMatrixInput()

@@ -91,9 +91,7 @@ QStringList suitableTypes(const QString& portType)
 /// The sampler that a texture needs.
 QString samplerFor(const Texture& texture)
 {
-    const unsigned int format = formatFromInternalFormat(texture.internalFormat());
-    const bool isInteger = format == GL_RED_INTEGER || format == GL_RG_INTEGER || format == GL_RGB_INTEGER ||
-                           format == GL_RGBA_INTEGER;
+    const bool isInteger = isIntegerFormat(texture.internalFormat());
     const unsigned int type = typeFromInternalFormat(texture.internalFormat());
     const bool isSigned = type == GL_BYTE || type == GL_SHORT || type == GL_INT;
     const QString prefix = !isInteger ? u""_s : isSigned ? u"i"_s : u"u"_s;
@@ -123,19 +121,35 @@ int numOccurrences(const QString& text, const QString& name)
         text.count(QRegularExpression(u"\\b%1\\b"_s.arg(QRegularExpression::escape(name)))));
 }
 
+struct Variable
+{
+    QString name;
+    QString type;
+};
+
 /// The variables that a stage declares as `in` or `out` outside blocks and without an explicit location.
-QStringList declared(const QString& text, const QString& direction)
+std::vector<Variable> declaredVariables(const QString& text, const QString& direction)
 {
     static const QString pattern =
         uR"((?:^|(?<=[;}]))\s*(?:(?:flat|smooth|noperspective|centroid|sample|patch)\s+)*)"
-        R"(%1\s+(?:(?:highp|mediump|lowp)\s+)?\w+\s+(\w[^;{}()]*);)"_s;
+        R"(%1\s+(?:(?:highp|mediump|lowp)\s+)?(\w+)\s+(\w[^;{}()]*);)"_s;
     const QRegularExpression declaration(pattern.arg(direction), QRegularExpression::MultilineOption);
-    QStringList names;
+    std::vector<Variable> variables;
     for (auto matches = declaration.globalMatch(text); matches.hasNext();) {
+        const QRegularExpressionMatch match = matches.next();
         // The list may hold several names, arrays among them.
-        for (const QString& variable : matches.next().captured(1).split(u',')) {
-            names.append(variable.section(u'[', 0, 0).trimmed());
+        for (const QString& variable : match.captured(2).split(u',')) {
+            variables.push_back({variable.section(u'[', 0, 0).trimmed(), match.captured(1)});
         }
+    }
+    return variables;
+}
+
+QStringList declared(const QString& text, const QString& direction)
+{
+    QStringList names;
+    for (const Variable& variable : declaredVariables(text, direction)) {
+        names.append(variable.name);
     }
     return names;
 }
@@ -229,24 +243,51 @@ void ShaderPortCheck::checkPlain(const QString& port)
     }
 }
 
-void ShaderPortCheck::checkOutputs(const QStringList& ports, const QStringList& fragmentOutputs)
+/// Checks that a fragment output is of the kind that the format of its texture holds: GL leaves the texels
+/// undefined otherwise.
+void ShaderPortCheck::checkType(const Output& output, const QString& variable, const QString& type)
+{
+    const QString prefix = type.startsWith(u'u') ? u"u"_s : type.startsWith(u'i') ? u"i"_s : QString();
+    if (prefix != output.prefix) {
+        add(output.port, u"%1 is declared as %2, but the format %3 needs %4"_s.arg(
+                             variable, type, output.format, output.prefix + u"vec4"_s));
+    }
+}
+
+void ShaderPortCheck::checkOutputs(const std::vector<Output>& outputs)
 {
     const Stage* fragment = find(GL_FRAGMENT_SHADER);
-    QStringList others = fragment ? declared(fragment->text, u"out"_s) : QStringList();
-    others.removeIf([&](const QString& name) { return fragmentOutputs.contains(name); });
+    const std::vector<Variable> variables =
+        fragment ? declaredVariables(fragment->text, u"out"_s) : std::vector<Variable>();
+    QStringList expected;
+    for (const Output& output : outputs) {
+        expected.append(output.variable);
+    }
+    QStringList others;
+    for (const Variable& variable : variables) {
+        const qsizetype index = expected.indexOf(variable.name);
+        if (index >= 0) {
+            checkType(outputs[static_cast<size_t>(index)], variable.name, variable.type);
+        } else {
+            others.append(variable.name);
+        }
+    }
     // Without outputs nothing is kept. A single output of any name goes to the only draw buffer.
-    if (ports.isEmpty() || (ports.size() == 1 && others.size() < 2)) {
+    if (outputs.size() == 1 && variables.size() == 1 && others.size() == 1) {
+        checkType(outputs.front(), variables.front().name, variables.front().type);
+    }
+    if (outputs.empty() || (outputs.size() == 1 && others.size() < 2)) {
         return;
     }
-    for (qsizetype i = 0; i < ports.size(); ++i) {
-        const QByteArray name = fragmentOutputs[i].toUtf8();
+    for (const Output& output : outputs) {
+        const QByteArray name = output.variable.toUtf8();
         if (glGetFragDataLocation(m_program.programID(), name.constData()) < 0) {
-            add(ports[i], u"the fragment stage writes no %1"_s.arg(fragmentOutputs[i]));
+            add(output.port, u"the fragment stage writes no %1"_s.arg(output.variable));
         }
     }
     for (const QString& name : others) {
         add({}, u"the fragment output %1 belongs to no port; the outputs are %2"_s.arg(
-                    name, fragmentOutputs.join(u", "_s)));
+                    name, expected.join(u", "_s)));
     }
 }
 

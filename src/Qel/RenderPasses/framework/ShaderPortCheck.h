@@ -20,8 +20,19 @@ public:
     void checkTexture(const QString& port, const QString& sampler, const Texture& texture);
     /// Checks the uniform of an input of a plain type. Inputs of other types set no uniform.
     void checkPlain(const QString& port);
+    /// A texture output of the pass.
+    struct Output
+    {
+        QString port;
+        /// The variable of the fragment stage.
+        QString variable;
+        /// The name of the format, such as "r32ui".
+        QString format;
+        /// What the GLSL type of the variable begins with: "u" and "i" for integers, nothing otherwise.
+        QString prefix;
+    };
     /// Checks the fragment outputs of the texture outputs, in the order of the draw buffers.
-    void checkOutputs(const QStringList& ports, const QStringList& fragmentOutputs);
+    void checkOutputs(const std::vector<Output>& outputs);
     /// Checks that every stage writes what the next one reads.
     void checkVaryings();
 
@@ -36,6 +47,7 @@ private:
         QString text;
     };
     const Stage* find(unsigned int stage) const;
+    void checkType(const Output& output, const QString& variable, const QString& type);
     bool isActive(const QString& port, const QString& uniform, const char* kind);
     void add(const QString& port, const QString& text);
 

@@ -3,6 +3,9 @@
 #include <QMatrix4x4>
 #include <QRegularExpression>
 
+#include <algorithm>
+#include <array>
+
 #include <epoxy/gl.h>
 
 #include <Qel/RenderPasses/framework/ModelPrograms.h>
@@ -20,6 +23,55 @@ namespace {
 const QString texturePrefix = u"Qel_QelTexture*_"_s;
 const QString geometryPrefix = u"Qel_QelDrawBuffers*_"_s;
 const QString modelPrefix = u"Qel_QelGPUModel*_"_s;
+
+struct OutputFormat
+{
+    QLatin1StringView name;
+    TextureFormat format;
+};
+
+constexpr std::array outputFormats{
+    OutputFormat{QLatin1StringView("rgba8"), TextureFormat::RGBA8},
+    OutputFormat{QLatin1StringView("r16f"), TextureFormat::R16F},
+    OutputFormat{QLatin1StringView("rg16f"), TextureFormat::RG16F},
+    OutputFormat{QLatin1StringView("rgba16f"), TextureFormat::RGBA16F},
+    OutputFormat{QLatin1StringView("r32f"), TextureFormat::R32F},
+    OutputFormat{QLatin1StringView("rg32f"), TextureFormat::RG32F},
+    OutputFormat{QLatin1StringView("rgba32f"), TextureFormat::RGBA32F},
+    OutputFormat{QLatin1StringView("r32ui"), TextureFormat::R32UI},
+    OutputFormat{QLatin1StringView("rg32ui"), TextureFormat::RG32UI},
+    OutputFormat{QLatin1StringView("rgba32ui"), TextureFormat::RGBA32UI},
+    OutputFormat{QLatin1StringView("r32i"), TextureFormat::R32I},
+    OutputFormat{QLatin1StringView("rgba32i"), TextureFormat::RGBA32I},
+};
+
+QString nameOf(TextureFormat format)
+{
+    const auto* found =
+        std::find_if(outputFormats.begin(), outputFormats.end(),
+                     [=](const OutputFormat& candidate) { return candidate.format == format; });
+    return found == outputFormats.end() ? QString() : QString(found->name);
+}
+
+QStringList formatNames()
+{
+    QStringList names;
+    for (const OutputFormat& format : outputFormats) {
+        names.append(format.name);
+    }
+    return names;
+}
+
+bool isSignedInteger(TextureFormat format)
+{
+    return format == TextureFormat::R32I || format == TextureFormat::RGBA32I;
+}
+
+bool isUnsignedInteger(TextureFormat format)
+{
+    return format == TextureFormat::R32UI || format == TextureFormat::RG32UI ||
+           format == TextureFormat::RGBA32UI;
+}
 
 // Deliberate: the output's name is not one of the "o_" names that are bound to draw buffers. As the only
 // output it goes to draw buffer 0 anyway.
@@ -54,6 +106,13 @@ const PassDescription& ShaderRenderPass::description()
              {.name = u"outputs"_s,
               .meaning = u"full names of the output ports"_s,
               .defaultValue = QStringList()},
+             {.name = u"formats"_s,
+              .meaning = u"formats of texture outputs by name, such as {\"Frame\": \"rgba16f\"}; rgba8 for "
+                         "those that are not listed; ui and i hold unsigned and signed integers, which need "
+                         "fragment outputs such as uvec4 and ivec4"_s,
+              .defaultValue = QVariantMap(),
+              .choices = formatNames(),
+              .isPerOutput = true},
              file(u"vertexShader"_s,
                   u"GLSL file of the vertex stage; without it, va_TexCoord is passed on as vo_TexCoord"_s),
              file(u"fragmentShader"_s, u"GLSL file of the fragment stage; without it, u_Input is copied"_s),
@@ -131,6 +190,18 @@ void ShaderRenderPass::setFullScreenQuad(bool quad)
     m_drawsQuad = quad;
 }
 
+void ShaderRenderPass::setOutputFormat(const QString& output, TextureFormat format)
+{
+    m_formatsByName[output] = format;
+}
+
+std::optional<TextureFormat> ShaderRenderPass::formatFromName(const QString& name)
+{
+    const auto* found = std::find_if(outputFormats.begin(), outputFormats.end(),
+                                     [&](const OutputFormat& candidate) { return candidate.name == name; });
+    return found == outputFormats.end() ? std::nullopt : std::optional(found->format);
+}
+
 Texture* ShaderRenderPass::transparentTexture()
 {
     return orTransparent(nullptr, m_transparentTexture);
@@ -161,7 +232,7 @@ void ShaderRenderPass::start(RenderCallbacks* /*callbacks*/)
     context->disable(GL_DEPTH_TEST);
     applyBlendMode();
     if (m_clear || isNewSize) {
-        glClear(GL_COLOR_BUFFER_BIT);
+        clearTargets();
     }
     if (m_modelInput >= 0) {
         glClear(GL_DEPTH_BUFFER_BIT);
@@ -206,6 +277,10 @@ void ShaderRenderPass::classifyPorts()
         }
     }
     limitOutputs();
+    m_formats.clear();
+    for (const int j : m_textureOutputs) {
+        m_formats.push_back(m_formatsByName.value(outputName(j), TextureFormat::RGBA8));
+    }
     m_viewportInput = findInput(u"Qel_QRect_Viewport"_s);
     m_uniforms.clear();
     for (const QByteArray& name : m_uniformNames) {
@@ -256,9 +331,8 @@ void ShaderRenderPass::attachTargets()
 {
     unsigned int attachment = GL_COLOR_ATTACHMENT0;
     for (size_t k = 0; k < m_textureOutputs.size(); ++k) {
-        m_framebuffer->attach(
-            TextureManager::Instance()->tempTexture(TextureFormat::RGBA8, m_width, m_height, -1),
-            attachment++, 0);
+        m_framebuffer->attach(TextureManager::Instance()->tempTexture(m_formats[k], m_width, m_height, -1),
+                              attachment++, 0);
     }
 }
 
@@ -317,13 +391,16 @@ void ShaderRenderPass::checkPorts()
             check.checkPlain(inputName(i));
         }
     }
-    QStringList ports;
-    QStringList fragmentOutputs;
-    for (const int j : m_textureOutputs) {
-        ports.append(outputName(j));
-        fragmentOutputs.append(u"o_"_s + outputName(j).sliced(texturePrefix.size()));
+    std::vector<ShaderPortCheck::Output> outputs;
+    for (size_t k = 0; k < m_textureOutputs.size(); ++k) {
+        const QString port = outputName(m_textureOutputs[k]);
+        const TextureFormat format = m_formats[k];
+        outputs.push_back({port, u"o_"_s + port.sliced(texturePrefix.size()), nameOf(format),
+                           isUnsignedInteger(format) ? u"u"_s
+                           : isSignedInteger(format) ? u"i"_s
+                                                     : QString()});
     }
-    check.checkOutputs(ports, fragmentOutputs);
+    check.checkOutputs(outputs);
     check.checkVaryings();
     for (Notice& notice : check.takeNotices()) {
         m_notices.push_back(std::move(notice));
@@ -338,6 +415,22 @@ void ShaderRenderPass::applyBlendMode()
         glBlendFunc(GL_ONE, GL_ONE);
     } else if (m_blendMode != BlendMode::None) {
         glBlendFunc(GL_ONE_MINUS_SRC_ALPHA, GL_SRC_ALPHA);
+    }
+}
+
+/// Clears the colour targets: integers to 0, all others to the clear colour in force.
+void ShaderRenderPass::clearTargets()
+{
+    glClear(GL_COLOR_BUFFER_BIT);
+    // What glClear leaves in targets of integers is undefined.
+    for (size_t k = 0; k < m_formats.size(); ++k) {
+        if (isUnsignedInteger(m_formats[k])) {
+            constexpr std::array<GLuint, 4> zero{};
+            glClearBufferuiv(GL_COLOR, static_cast<GLint>(k), zero.data());
+        } else if (isSignedInteger(m_formats[k])) {
+            constexpr std::array<GLint, 4> zero{};
+            glClearBufferiv(GL_COLOR, static_cast<GLint>(k), zero.data());
+        }
     }
 }
 

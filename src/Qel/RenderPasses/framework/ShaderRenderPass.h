@@ -1,14 +1,17 @@
 #pragma once
 
+#include <QHash>
 #include <QSharedPointer>
 #include <QSize>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include <Qel/RenderPasses/Export.h>
 #include <Qel/core/RenderPassHelper.h>
 #include <Qel/gl/ShaderProgram.h>
+#include <Qel/gl/TextureManager.h>
 
 namespace Morvane::Qel {
 
@@ -28,8 +31,8 @@ class Texture;
 ///   The model is drawn with a depth buffer of the pass's own, which every frame clears. Such an input yields
 ///   to one of the previous kind;
 /// - an input of a plain type sets the uniform with the port's full name;
-/// - an output Qel_QelTexture*_X receives a pooled texture (RGBA8), written by the fragment output "o_X"; its
-///   consumers own its references.
+/// - an output Qel_QelTexture*_X receives a pooled texture (RGBA8, or see setOutputFormat), written by the
+///   fragment output "o_X"; its consumers own its references.
 /// The size is that of the input Qel_QRect_Viewport, else of the first connected texture, else 1 x 1. X may
 /// contain underscores. There can be as many texture outputs as the driver has colour attachments and draw
 /// buffers, at most 8; further ones are reported and stay empty.
@@ -93,6 +96,13 @@ public:
     /// the first start it has no effect.
     void setFullScreenQuad(bool quad);
 
+    /// Sets the format of a texture output (RGBA8 by default) by its full name. Formats of integers need a
+    /// fragment output of the same kind, and are cleared to 0 and never blended. Later than the first start
+    /// it has no effect.
+    void setOutputFormat(const QString& output, TextureFormat format);
+    /// The formats that the option "formats" names.
+    static std::optional<TextureFormat> formatFromName(const QString& name);
+
     /// Returns the pass's own 1 x 1 transparent black texture, created on the first call.
     Texture* transparentTexture();
 
@@ -120,6 +130,7 @@ private:
     void addStage(unsigned int stage, const QString& source);
     void checkPorts();
     void applyBlendMode();
+    void clearTargets();
     void drawWithInputs(size_t k);
     void releaseInputs();
     void publishTargets();
@@ -140,6 +151,9 @@ private:
     bool m_drawsQuad = false;
     std::vector<int> m_textureInputs;
     std::vector<int> m_textureOutputs;
+    QHash<QString, TextureFormat> m_formatsByName;
+    /// One per texture output.
+    std::vector<TextureFormat> m_formats;
     std::vector<QByteArray> m_uniformNames;
     int m_geometryInput = -1;
     int m_modelInput = -1;

@@ -76,14 +76,19 @@ const PassDescription& CameraSpaceZBufferRenderPass::description()
                                  u"the output is 1 x 1 and not drawn"_s),
                    {.name = u"Qel_QelTexture*_Frame"_s,
                     .meaning = u"the depth, from 0 to 1, with or without stencil, of the viewport's size"_s,
-                    .whenMissing = u"every position lies on the near plane"_s},
+                    .whenMissing = u"every position lies on the near plane"_s,
+                    .encoding = Encoding::Data,
+                    .wantsOpaqueDepth = true},
                    {.name = u"Qel_QMatrix4x4_ProjectionMatrix"_s,
                     .meaning = u"the projection that the depth was drawn with"_s,
                     .whenMissing = u"identity"_s}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning = u"x, y and z in eye space, in scene units, and 1; each texel of a mip level "
                                 "copies one of the four that it covers in the next finer level; RGBA32F, "
-                                "from the pool"_s}}};
+                                "from the pool"_s,
+                     .encoding = Encoding::Data,
+                     .alpha = AlphaMeaning::Opaque,
+                     .space = Space::Eye}}};
     return description;
 }
 

@@ -56,20 +56,28 @@ const PassDescription& DeferredRenderPass::description()
         .inputs = {viewportInput(u"size of the output; the origin is ignored"_s, u"no texture is made"_s),
                    {.name = u"Qel_QMatrix4x4_ProjectionMatrix"_s,
                     .meaning = u"eye space to clip space; its inverse is transposed before use"_s,
-                    .whenMissing = u"identity"_s},
+                    .whenMissing = u"identity"_s,
+                    .perspectiveReason = u"the light would flip its side within the image; "
+                                         "ModelDeferredPass shades without the projection"_s},
                    cameraMatrixInput(),
                    {.name = u"Qel_QelTexture*_Normal"_s,
                     .meaning = u"the world-space normal"_s,
-                    .whenMissing = u"the output is black"_s},
+                    .whenMissing = u"the output is black"_s,
+                    .encoding = Encoding::Data,
+                    .space = Space::World},
                    {.name = u"Qel_QelTexture*_TexCoord"_s,
                     .meaning = u"not used"_s,
                     .whenMissing = u"no effect"_s},
                    {.name = u"Qel_QelTexture*_Depth"_s,
                     .meaning = u"the depth, from 0 to 1"_s,
-                    .whenMissing = u"0 everywhere"_s}},
+                    .whenMissing = u"0 everywhere"_s,
+                    .encoding = Encoding::Data,
+                    .wantsOpaqueDepth = true}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning = u"the cosine of the angle between normal and light direction as opaque "
-                                "grey; GL_RGBA with 8 bits a channel, owned by the pass"_s}}};
+                                "grey; GL_RGBA with 8 bits a channel, owned by the pass"_s,
+                     .encoding = Encoding::Display,
+                     .alpha = AlphaMeaning::Opaque}}};
     return description;
 }
 

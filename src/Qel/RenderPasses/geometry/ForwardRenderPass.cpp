@@ -71,11 +71,15 @@ const PassDescription& ForwardRenderPass::description()
                    modelInput(u"the model; all its batches are drawn"_s, u"the outputs are cleared to 0"_s)},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning = u"the lit colour, straight alpha holding the material's dissolve, 0 where "
-                                "nothing was drawn; GL_RGBA, owned by the pass"_s},
+                                "nothing was drawn; GL_RGBA, owned by the pass"_s,
+                     .encoding = Encoding::AsMaterials,
+                     .alpha = AlphaMeaning::Straight},
                     {.name = u"Qel_QelTexture*_Id"_s,
                      .meaning = u"the primitive's number plus one in all four components, 0 for the "
                                 "background; GL_RGBA at the driver's default precision (8 bits clamp every "
-                                "Id to 1), owned by the pass"_s}}};
+                                "Id to 1), owned by the pass"_s,
+                     .encoding = Encoding::Data,
+                     .alpha = AlphaMeaning::Data}}};
     return description;
 }
 

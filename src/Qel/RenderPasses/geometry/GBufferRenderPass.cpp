@@ -72,15 +72,20 @@ const PassDescription& GBufferRenderPass::description()
                                    "1"_s}},
         .outputs = {{.name = u"Qel_QelTexture*_Normal"_s,
                      .meaning = u"the interpolated world-space normal, not normalised; RGB32F, owned by the "
-                                "pass"_s},
+                                "pass"_s,
+                     .encoding = Encoding::Data,
+                     .space = Space::World},
                     {.name = u"Qel_QelTexture*_TexCoord"_s,
-                     .meaning = u"the interpolated texture coordinate; RG32F, owned by the pass"_s},
+                     .meaning = u"the interpolated texture coordinate; RG32F, owned by the pass"_s,
+                     .encoding = Encoding::Data},
                     {.name = u"Qel_QelTexture*_Depth"_s,
                      .meaning = u"the depth, from 0 at the near plane to 1 at the far plane; "
-                                "DEPTH_COMPONENT32F, owned by the pass"_s},
+                                "DEPTH_COMPONENT32F, owned by the pass"_s,
+                     .encoding = Encoding::Data},
                     {.name = u"Qel_QelTexture*_Id"_s,
                      .meaning = u"the primitive's number in its batch plus one, 0 for the background; R32F, "
-                                "owned by the pass"_s}}};
+                                "owned by the pass"_s,
+                     .encoding = Encoding::Data}}};
     return description;
 }
 

@@ -55,13 +55,17 @@ const PassDescription& ModelDeferredPass::description()
                     .whenMissing = u"no highlights"_s},
                    {.name = u"Qel_QelTexture*_Normal"_s,
                     .meaning = u"the eye-space normal"_s,
-                    .whenMissing = u"black, with the dissolve as alpha"_s},
+                    .whenMissing = u"black, with the dissolve as alpha"_s,
+                    .encoding = Encoding::Data,
+                    .space = Space::Eye},
                    {.name = u"Qel_QelTexture*_Depth"_s,
                     .meaning = u"not used"_s,
                     .whenMissing = u"from then on, transparent black replaces other missing textures"_s}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning = u"the lit colour, clamped, straight alpha holding the dissolve; GL_RGBA "
-                                "with 8 bits a channel, owned by the pass"_s}}};
+                                "with 8 bits a channel, owned by the pass"_s,
+                     .encoding = Encoding::AsMaterials,
+                     .alpha = AlphaMeaning::Straight}}};
     return description;
 }
 

@@ -80,18 +80,26 @@ const PassDescription& ModelRenderPass::description()
                               u"the outputs are cleared to 0, the depth to 1"_s)},
         .outputs = {{.name = u"Qel_QelTexture*_Diffuse"_s,
                      .meaning = u"the diffuse colour, alpha holding the dissolve; RGBA32F, owned by the "
-                                "pass"_s},
+                                "pass"_s,
+                     .encoding = Encoding::AsMaterials,
+                     .alpha = AlphaMeaning::Straight},
                     {.name = u"Qel_QelTexture*_Specular"_s,
                      .meaning = u"the specular colour, alpha holding the shininess, not clamped; RGBA32F, "
-                                "owned by the pass"_s},
+                                "owned by the pass"_s,
+                     .encoding = Encoding::AsMaterials,
+                     .alpha = AlphaMeaning::Data},
                     {.name = u"Qel_QelTexture*_Normal"_s,
-                     .meaning = u"the eye-space normal, of unit length; RGB32F, owned by the pass"_s},
+                     .meaning = u"the eye-space normal, of unit length; RGB32F, owned by the pass"_s,
+                     .encoding = Encoding::Data,
+                     .space = Space::Eye},
                     {.name = u"Qel_QelTexture*_Depth"_s,
                      .meaning = u"the depth, from 0 at the near plane to 1 at the far plane; "
-                                "DEPTH_COMPONENT32F, owned by the pass"_s},
+                                "DEPTH_COMPONENT32F, owned by the pass"_s,
+                     .encoding = Encoding::Data},
                     {.name = u"Qel_QelTexture*_Id"_s,
                      .meaning = u"the primitive's number plus one, 0 for the background; R32F, owned by the "
-                                "pass"_s}},
+                                "pass"_s,
+                     .encoding = Encoding::Data}},
         .options = {{.name = u"discardOnDiffuseAlpha"_s,
                      .meaning = u"whether to discard fragments whose diffuse map has an alpha of 0.01 or "
                                 "less"_s,

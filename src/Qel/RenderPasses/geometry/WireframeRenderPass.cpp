@@ -73,10 +73,13 @@ const PassDescription& WireframeRenderPass::description()
                    {.name = idPort,
                     .meaning = u"primitive numbers plus one, as floats (8 bits clamp them); a third "
                                "component numbers the parts of a tessellated primitive"_s,
-                    .whenMissing = u"no output"_s}},
+                    .whenMissing = u"no output"_s,
+                    .encoding = Encoding::Data}},
         .outputs = {{.name = framePort,
                      .meaning = u"the edges in faint white, up to 26 / 255, premultiplied; RGBA8, from the "
-                                "pool"_s}}};
+                                "pool"_s,
+                     .encoding = Encoding::Display,
+                     .alpha = AlphaMeaning::Premultiplied}}};
     return description;
 }
 

@@ -56,7 +56,7 @@ const QString fragmentSource = uR"(#version 150
 const int Directional = 0;
 const int Spot = 1;
 const int Point = 2;
-uniform vec3 u_CameraPosition;
+uniform vec4 u_CameraPosition; // homogeneous: infinitely far away in an orthographic view
 uniform float u_Ambient;
 uniform float u_BleedingReduction;
 uniform sampler2DArray u_ShadowMaps;
@@ -200,7 +200,7 @@ void main()
     vec3 Kd = gammaCorrect(getKd() * diffuse.rgb, 1.0 / 2.2);
     vec3 Ks = gammaCorrect(getKs() * specular.rgb, 1.0 / 2.2);
     vec3 N = normalize(gl_FrontFacing ? vo_Normal : -vo_Normal);
-    vec3 V = normalize(u_CameraPosition - vo_Position);
+    vec3 V = normalize(u_CameraPosition.xyz - u_CameraPosition.w * vo_Position);
     vec3 light = Kd * u_Ambient * (0.75 + 0.25 * N.y);
     for (int i = 0; i < u_NumLights; ++i) {
         light += lightFrom(b_Lights[i], N, V, Kd, Ks);
@@ -254,16 +254,20 @@ const PassDescription& ShadowedForwardRenderPass::description()
                                "that face down receive half of it"_s,
                     .whenMissing = u"0"_s,
                     .defaultValue = 0.1F,
-                    .range = u"0 or more"_s},
+                    .range = u"0 or more"_s,
+                    .limits = {0.0}},
                    {.name = u"Qel_float_LightBleedingReduction"_s,
                     .meaning = u"fraction of a light below which a surface counts as in full shadow; more "
                                "removes light that leaks through overlapping shadows, and hardens edges"_s,
                     .whenMissing = u"0"_s,
                     .defaultValue = 0.25F,
-                    .range = u"0 to 0.99, values outside are clamped"_s}},
+                    .range = u"0 to 0.99, values outside are clamped"_s,
+                    .limits = {0.0, 0.99}}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning = u"the lit model, tone-mapped and sRGB-encoded, alpha 1 where something was "
-                                "drawn, otherwise 0; RGBA8, from the pool"_s}}};
+                                "drawn, otherwise 0; RGBA8, from the pool"_s,
+                     .encoding = Encoding::Display,
+                     .alpha = AlphaMeaning::Premultiplied}}};
     return description;
 }
 
@@ -309,9 +313,10 @@ void ShadowedForwardRenderPass::draw(GPUModel& model, const ShadowMapRenderData*
     const AutoBinder transformsBinder(m_transformsBuffer.get());
     const BoundSampler sampler(*m_program, m_shadowMaps, data ? data->projectionTexture() : nullptr,
                                Sampling::Own);
-    m_program->setUniform(m_projectionMatrix, m_inputs[ProjectionMatrix].value.value<QMatrix4x4>());
+    const auto projection = m_inputs[ProjectionMatrix].value.value<QMatrix4x4>();
+    m_program->setUniform(m_projectionMatrix, projection);
     m_program->setUniform(m_cameraMatrix, camera);
-    m_program->setUniform(m_cameraPosition, camera.inverted().column(3).toVector3D());
+    m_program->setUniform(m_cameraPosition, camera.inverted().column(projection.isAffine() ? 2 : 3));
     m_program->setUniform(m_ambient, m_inputs[Ambient].value.toFloat());
     m_program->setUniform(m_bleedingReduction,
                           std::clamp(m_inputs[LightBleedingReduction].value.toFloat(), 0.0F, 0.99F));

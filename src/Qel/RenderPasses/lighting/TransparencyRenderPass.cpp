@@ -118,14 +118,18 @@ const PassDescription& TransparencyRenderPass::description()
                    {.name = u"Qel_QelTexture*_Texture"_s,
                     .meaning =
                         u"sampled in place of the maps that a material lacks; linear RGB, alpha ignored"_s,
-                    .whenMissing = u"opaque white"_s}},
+                    .whenMissing = u"opaque white"_s,
+                    .encoding = Encoding::Linear}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning = u"lit colours, linear and unclamped; alpha is 1 on opaque surfaces, 0 on the "
                                 "background, and not coverage behind transparent ones; RGBA32F, owned by the "
-                                "pass"_s},
+                                "pass"_s,
+                     .encoding = Encoding::Linear,
+                     .alpha = AlphaMeaning::Data},
                     {.name = u"Qel_QelTexture*_Depth"_s,
                      .meaning = u"depth of the opaque surfaces, 0 at the near plane to 1 at the far plane; "
-                                "DEPTH_COMPONENT32F, owned by the pass"_s}}};
+                                "DEPTH_COMPONENT32F, owned by the pass"_s,
+                     .encoding = Encoding::Data}}};
     return description;
 }
 

@@ -33,9 +33,10 @@ class Texture;
 /// pass and replaced when the size changes. The image's alpha is 1 on opaque surfaces and 0 on the
 /// background; behind layers with revealage r it becomes r times that plus r (1 - r), which is not coverage.
 ///
-/// The weights suit perspective views, whose depths are close to 1. A sum of weighted coverages above 5e4 is
-/// clamped, which makes the layers too bright; a single layer reaches that bound at depths below 0.115. A sum
-/// below 1e-4 is raised to it, which makes the layers too dark.
+/// The weights suit perspective views, whose depths are close to 1. In an orthographic view, the near plane
+/// should be so far in front of the model that its depths are 0.115 or more. A sum of weighted coverages
+/// above 5e4 is clamped, which makes the layers too bright; a single layer reaches that bound at depths below
+/// 0.115. A sum below 1e-4 is raised to it, which makes the layers too dark.
 ///
 /// GL state: expects blending disabled, the depth mask on, a depth function that rejects equal depths, and
 /// face culling as the model needs it. Leaves the front face counter-clockwise, the depth mask on, the clear

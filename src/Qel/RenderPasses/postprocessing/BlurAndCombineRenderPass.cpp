@@ -69,9 +69,10 @@ const PassDescription& BlurAndCombineRenderPass::description()
                    {.name = u"Qel_float_BlurRadius"_s,
                     .meaning = u"radius of the glow, about one standard deviation"_s,
                     .whenMissing = u"the normal frame is published unchanged"_s,
-                    .range = u"texels; 0 or less publishes the normal frame unchanged; at most "
+                    .range = u"0 or less publishes the normal frame unchanged; at most "
                              "GL_MAX_FRAGMENT_UNIFORM_COMPONENTS / 8 - 10, which is 118 or more; for more, "
-                             "an error is logged and this limit is used"_s},
+                             "an error is logged and this limit is used"_s,
+                    .unit = u"texels"_s},
                    {.name = u"Qel_float_GlowThreshold"_s,
                     .meaning =
                         u"lowest luma (Rec. 709 weights) that glows; a change takes effect with the next "
@@ -85,10 +86,14 @@ const PassDescription& BlurAndCombineRenderPass::description()
                    {.name = u"Qel_QelTexture*_BlurFrame"_s,
                     .meaning =
                         u"the frame whose texels glow; premultiplied alpha, encoded as the normal frame"_s,
-                    .whenMissing = u"no glow"_s}},
+                    .whenMissing = u"no glow"_s,
+                    .wantsAntiAliased = true}},
         .outputs = {{.name = u"Qel_QelTexture*_Output"_s,
                      .meaning = u"the sum of normal frame and glow in all four channels, not clamped, in the "
-                                "encoding of the inputs; RGBA16F, pooled; or the normal frame itself"_s}}};
+                                "encoding of the inputs; RGBA16F, pooled; or the normal frame itself"_s,
+                     .encoding = Encoding::AsInput,
+                     .alpha = AlphaMeaning::AsInput,
+                     .like = {u"Qel_QelTexture*_NormalFrame"_s, u"Qel_QelTexture*_BlurFrame"_s}}}};
     return description;
 }
 

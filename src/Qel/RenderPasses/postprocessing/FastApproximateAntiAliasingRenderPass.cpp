@@ -57,27 +57,36 @@ const PassDescription& FastApproximateAntiAliasingRenderPass::description()
         .inputs = {viewportInput(u"size of the frame; the origin is ignored"_s, u"1 x 1, cleared"_s),
                    {.name = u"Qel_QelTexture*_Frame"_s,
                     .meaning = u"the frame, display-encoded; edges are found in its green channel"_s,
-                    .whenMissing = u"nothing is drawn and the output is empty"_s},
+                    .whenMissing = u"nothing is drawn and the output is empty"_s,
+                    .encoding = Encoding::Display},
                    {.name = u"Qel_float_SubPixelQuality"_s,
                     .meaning = u"amount of sub-pixel aliasing that is removed"_s,
                     .whenMissing = u"0.75"_s,
-                    .range = u"0 (off) to 1 (softest)"_s},
+                    .range = u"0 (off) to 1 (softest)"_s,
+                    .limits = {0.0, 1.0}},
                    {.name = u"Qel_float_RcpFrameQuality"_s,
                     .meaning = u"scale of the horizontal steps of the edge search and of horizontal shifts"_s,
                     .whenMissing = u"1"_s,
-                    .range = u"texels, above 0"_s},
+                    .range = u"above 0"_s,
+                    .unit = u"texels"_s,
+                    .limits = {.minimum = 0.0, .isAboveMinimum = true}},
                    {.name = u"Qel_float_EdgeThresholdQuality"_s,
                     .meaning = u"minimum local contrast that is filtered, relative to the local maximum"_s,
                     .whenMissing = u"0.166"_s,
-                    .range = u"0 to 1"_s},
+                    .range = u"0 to 1"_s,
+                    .limits = {0.0, 1.0}},
                    {.name = u"Qel_float_EdgeThresholdMinQuality"_s,
                     .meaning =
                         u"minimum local contrast that is filtered, absolute; leaves dark areas unchanged"_s,
                     .whenMissing = u"0"_s,
-                    .range = u"0 to 1"_s}},
+                    .range = u"0 to 1"_s,
+                    .limits = {0.0, 1.0}}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning = u"the anti-aliased frame, encoded as the input; RGBA8, pooled; alpha is the "
-                                "input's green where the filter acted and the input's alpha elsewhere"_s}}};
+                                "input's green where the filter acted and the input's alpha elsewhere"_s,
+                     .encoding = Encoding::AsInput,
+                     .alpha = AlphaMeaning::Data,
+                     .like = {u"Qel_QelTexture*_Frame"_s}}}};
     return description;
 }
 

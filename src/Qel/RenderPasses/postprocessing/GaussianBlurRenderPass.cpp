@@ -23,17 +23,22 @@ const PassDescription& GaussianBlurRenderPass::description()
                    {.name = u"Qel_float_BlurRadius"_s,
                     .meaning = u"radius of the blur, about one standard deviation"_s,
                     .whenMissing = u"the input is published unchanged"_s,
-                    .range = u"texels of the reduced image; 1 or less publishes the input unchanged; at most "
+                    .range = u"1 or less publishes the input unchanged; at most "
                              "GL_MAX_FRAGMENT_UNIFORM_COMPONENTS / 8 - 10, which is 118 or more; for more, "
-                             "an error is logged and this limit is used"_s},
+                             "an error is logged and this limit is used"_s,
+                    .unit = u"texels of the reduced image"_s},
                    {.name = u"Qel_float_ResolutionDivider"_s,
                     .meaning =
                         u"divisor of the width and the height; the results are truncated to whole texels"_s,
                     .whenMissing = u"full resolution"_s,
-                    .range = u"1 or more; 0 acts as 1"_s}},
+                    .range = u"1 or more; 0 acts as 1"_s,
+                    .limits = {0.0}}},
         .outputs = {{.name = u"Qel_QelTexture*_Output"_s,
                      .meaning = u"the blurred image, with the alpha and encoding of the input; RGBA16F, "
-                                "pooled; or the input itself"_s}}};
+                                "pooled; or the input itself"_s,
+                     .encoding = Encoding::AsInput,
+                     .alpha = AlphaMeaning::AsInput,
+                     .like = {u"Qel_QelTexture*_Input"_s}}}};
     return description;
 }
 

@@ -112,10 +112,14 @@ const PassDescription& LuminanceAverageRenderPass::description()
                    {.name = u"Qel_QelTexture*_Texture"_s,
                     .meaning =
                         u"the frame to measure; linear colour gives luminance, values are used as they are"_s,
-                    .whenMissing = u"the mean is transparent black"_s}},
+                    .whenMissing = u"the mean is transparent black"_s,
+                    .encoding = Encoding::Linear}},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning = u"the mean of each channel, alpha included, in the frame's encoding; 1 x 1, "
-                                "RGBA32F, owned by the pass"_s},
+                                "RGBA32F, owned by the pass"_s,
+                     .encoding = Encoding::AsInput,
+                     .alpha = AlphaMeaning::AsInput,
+                     .like = {u"Qel_QelTexture*_Texture"_s}},
                     {.name = u"Qel_float_averageLuminance"_s,
                      .meaning = u"the mean luminance (Rec. 709 weights), in the frame's units"_s}}};
     return description;

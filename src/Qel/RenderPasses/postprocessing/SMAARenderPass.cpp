@@ -157,20 +157,28 @@ const PassDescription& SMAARenderPass::description()
         .inputs = {viewportInput(u"size of the frame; the origin is ignored"_s, u"1 x 1 outputs, cleared"_s),
                    {.name = u"Qel_QelTexture*_Frame"_s,
                     .meaning = u"the frame, display-encoded"_s,
-                    .whenMissing = u"nothing is drawn and the outputs keep their textures"_s},
+                    .whenMissing = u"nothing is drawn and the outputs keep their textures"_s,
+                    .encoding = Encoding::Display},
                    {.name = u"Qel_QelTexture*_Depth"_s,
                     .meaning = u"not read"_s,
                     .whenMissing = u"nothing changes"_s}},
         .outputs = {
             {.name = u"Qel_QelTexture*_Frame"_s,
              .meaning = u"the anti-aliased frame, encoded as the input, alpha blended like the colours; "
-                        "RGBA8, pooled"_s},
+                        "RGBA8, pooled"_s,
+             .encoding = Encoding::AsInput,
+             .alpha = AlphaMeaning::AsInput,
+             .like = {u"Qel_QelTexture*_Frame"_s}},
             {.name = u"Qel_QelTexture*_EdgeTex"_s,
              .meaning = u"edges as data: 1 where there is an edge to the left neighbour (red) or to the "
-                        "one below (green), blue and alpha undefined; RGBA8, pooled"_s},
+                        "one below (green), blue and alpha undefined; RGBA8, pooled"_s,
+             .encoding = Encoding::Data,
+             .alpha = AlphaMeaning::Data},
             {.name = u"Qel_QelTexture*_BlendTex"_s,
              .meaning = u"blending weights as data, 0 to 1: of the edge below (red, green) and of the edge "
-                        "on the left (blue, alpha); RGBA8, pooled"_s}}};
+                        "on the left (blue, alpha); RGBA8, pooled"_s,
+             .encoding = Encoding::Data,
+             .alpha = AlphaMeaning::Data}}};
     return description;
 }
 

@@ -45,7 +45,10 @@ const PassDescription& TemporalAAJitterPass::description()
                     .whenMissing = u"it restarts every frame: there is no jitter"_s}},
         .outputs = {{.name = u"Qel_QMatrix4x4_ProjectionMatrix"_s,
                      .meaning = u"the projection, shifted in frames 2 to 31 of a still view; the frame "
-                                "of the restart is frame 1"_s}}};
+                                "of the restart is frame 1"_s,
+                     .isJittered = true}},
+        .historyFrames = PassDescription::unlimitedHistory,
+        .restartInput = u"Qel_bool_Dirty"_s};
     return description;
 }
 

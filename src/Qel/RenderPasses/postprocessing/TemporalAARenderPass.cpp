@@ -35,7 +35,8 @@ const PassDescription& TemporalAARenderPass::description()
                    {.name = u"Qel_QelTexture*_Frame"_s,
                     .meaning = u"the new frame, rendered with jitter; any encoding, averaged as it is"_s,
                     .whenMissing = u"the output becomes opaque black, which then counts as all frames "
-                                   "so far; set Dirty with the next frame"_s},
+                                   "so far; set Dirty with the next frame"_s,
+                    .wantsJitter = true},
                    {.name = u"Qel_QMatrix4x4_ProjectionMatrix"_s,
                     .meaning = u"the projection without jitter; only watched for changes"_s,
                     .whenMissing = u"identity"_s},
@@ -48,7 +49,12 @@ const PassDescription& TemporalAARenderPass::description()
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
                      .meaning = u"mean of the frames after the frame of the last restart, alpha included; "
                                 "best at frame 31 of a still view, where the jitter ends; RGBA8, "
-                                "rounded every frame; pooled, and kept by the pass from frame to frame"_s}}};
+                                "rounded every frame; pooled, and kept by the pass from frame to frame"_s,
+                     .encoding = Encoding::AsInput,
+                     .alpha = AlphaMeaning::AsInput,
+                     .like = {u"Qel_QelTexture*_Frame"_s}}},
+        .historyFrames = PassDescription::unlimitedHistory,
+        .restartInput = u"Qel_bool_Dirty"_s};
     return description;
 }
 

@@ -22,8 +22,8 @@ class ViewWatch;
 /// The jitter ends with frame 31, counted from the restart. Later frames of a still view are all alike and
 /// aliased, and the mean approaches them: in the graph examples/graphs/temporal.json, the error against a
 /// supersampled image is 0.012 (RMS) at frame 31, 0.020 at frame 300 and 0.029 without anti-aliasing. To keep
-/// the result, draw no more frames after frame 31 until the view changes. `qel render --frames 31` writes
-/// that frame.
+/// the result, draw no more frames after frame 31 until the view changes. With `"settle": 31`, `qel render`
+/// writes that frame.
 ///
 /// The texture has 8 bits per channel, and the mean is rounded every frame. After n frames, it no longer
 /// follows differences of less than n / 2 steps of 1/255: after two black frames, white ones raise it to

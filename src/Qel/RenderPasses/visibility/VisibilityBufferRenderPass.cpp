@@ -132,18 +132,20 @@ const PassDescription& VisibilityBufferRenderPass::description()
         .inputs = {viewportInput(u"size of the frame; the origin is ignored"_s, u"no texture is published"_s),
                    projectionMatrixInput(), cameraMatrixInput(),
                    modelInput(u"the model"_s, u"all lists are empty"_s)},
-        .outputs = {{.name = u"Qel_QelTexture*_HeadPointers"_s,
-                     .meaning =
-                         u"index of a pixel's first node plus one, 0 for an empty list; R32UI, owned by "
-                         "the pass"_s},
-                    {.name = u"Qel_QelTexture*_NodeBuffer"_s,
-                     .meaning =
-                         u"nodes: index of the next node plus one or 0, index of the primitive plus "
+        .outputs =
+            {{.name = u"Qel_QelTexture*_HeadPointers"_s,
+              .meaning = u"index of a pixel's first node plus one, 0 for an empty list; R32UI, owned by "
+                         "the pass"_s,
+              .encoding = Encoding::Data},
+             {.name = u"Qel_QelTexture*_NodeBuffer"_s,
+              .meaning = u"nodes: index of the next node plus one or 0, index of the primitive plus "
                          "one, bits of the depth, index of the draw; RGBA32UI, 4096 x 4096 or the size "
-                         "of the frame, owned by the pass"_s},
-                    {.name = u"Qel_int_NodeBufferWidth"_s,
-                     .meaning = u"W: node n is the texel (n mod W, n div W)"_s},
-                    {.name = u"Qel_QelTexture*_Depth"_s, .meaning = u"never set"_s}},
+                         "of the frame, owned by the pass"_s,
+              .encoding = Encoding::Data,
+              .alpha = AlphaMeaning::Data},
+             {.name = u"Qel_int_NodeBufferWidth"_s,
+              .meaning = u"W: node n is the texel (n mod W, n div W)"_s},
+             {.name = u"Qel_QelTexture*_Depth"_s, .meaning = u"never set"_s, .encoding = Encoding::Data}},
         .options = {{.name = u"drawFlags"_s,
                      .meaning = u"64-bit number, such as \"0x1\": only batches whose masked flags equal it "
                                 "are drawn"_s,

@@ -90,21 +90,25 @@ const PassDescription& VisibilityDeferredRenderPass::description()
                     .whenMissing = u"identity"_s},
                    {.name = u"Qel_QelTexture*_HeadPointers"_s,
                     .meaning = u"head pointers, R32UI"_s,
-                    .whenMissing = u"the output is cleared"_s},
+                    .whenMissing = u"the output is cleared"_s,
+                    .encoding = Encoding::Data},
                    {.name = u"Qel_QelTexture*_NodeBuffer"_s,
                     .meaning = u"nodes, RGBA32UI"_s,
-                    .whenMissing = u"the output is cleared"_s},
+                    .whenMissing = u"the output is cleared"_s,
+                    .encoding = Encoding::Data},
                    {.name = u"Qel_int_NodeBufferWidth"_s,
                     .meaning = u"nodes in a row of the node buffer"_s,
                     .whenMissing = u"the output is cleared"_s,
-                    .range = u"1 or more"_s},
+                    .range = u"1 or more"_s,
+                    .limits = {1.0}},
                    modelInput(u"the model that the lists were drawn from, of triangles, with 32-bit indices "
                               "or none; every fragment is shaded as part of its first batch"_s,
                               u"the output is cleared"_s)},
         .outputs = {{.name = u"Qel_QelTexture*_Frame"_s,
-                     .meaning =
-                         u"blended linear colours, clamped to 0 to 1, with the alpha that the blending "
-                         "sequence leaves; GL_RGBA, owned by the pass"_s}}};
+                     .meaning = u"blended colours, clamped to 0 to 1, with the alpha that the blending "
+                                "sequence leaves; GL_RGBA, owned by the pass"_s,
+                     .encoding = Encoding::AsMaterials,
+                     .alpha = AlphaMeaning::Data}}};
     return description;
 }
 

@@ -1,16 +1,11 @@
 #pragma once
 
 #include <QMatrix4x4>
-#include <QPair>
 #include <QSize>
 
 #include <Qel/graph/GraphDescription.h>
 
 namespace Morvane::Qel {
-
-/// A camera that shows a whole bounding box from the front, slightly from the right and from above. An empty
-/// box, or one with corners that are not finite, gives an arbitrary valid camera.
-CameraDescription fitCamera(const QPair<QVector3D, QVector3D>& bounds, const QSize& viewport);
 
 /// The error message for a viewport size, empty for a valid one. `limit` is the driver's maximum texture
 /// size, 0 if it is not known yet.

@@ -4,6 +4,7 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <QMatrix4x4>
 #include <QRect>
 #include <QRegularExpression>
@@ -203,6 +204,22 @@ QString jsonText(const QJsonValue& value)
     return QString::fromUtf8(list.sliced(1, list.size() - 2));
 }
 
+QJsonValue valueFromJson(const QString& text)
+{
+    const QJsonArray list = QJsonDocument::fromJson((u'[' + text + u']').toUtf8()).array();
+    return list.size() == 1 ? list.first() : QJsonValue(QJsonValue::Undefined);
+}
+
+QJsonValue withMember(const QJsonValue& object, const QStringList& path, const QJsonValue& value)
+{
+    if (path.isEmpty()) {
+        return value;
+    }
+    QJsonObject members = object.toObject();
+    members[path[0]] = withMember(members[path[0]], path.sliced(1), value);
+    return members;
+}
+
 QString shownValue(const QJsonValue& value)
 {
     constexpr qsizetype longest = 60;
@@ -234,20 +251,20 @@ Constant constantFromJson(const QJsonValue& value, const QString& type, QString*
 }
 
 Constant portConstant(const GraphDescription& graph, const QString& port, const QJsonValue& value,
-                      QString* error)
+                      QString* error, const QString& writtenIn)
 {
     const QString type = typeOf(port);
     Constant constant = constantFromJson(value, type, error);
     if (!constant || type != QLatin1StringView("QString") || constant->toString().isEmpty()) {
         return constant;
     }
-    *error = fileError(graph, constant->toString());
-    return error->isEmpty() ? Constant(graph.resolvePath(constant->toString())) : std::nullopt;
+    *error = fileError(graph, constant->toString(), writtenIn);
+    return error->isEmpty() ? Constant(graph.resolvePath(constant->toString(), writtenIn)) : std::nullopt;
 }
 
-QString fileError(const GraphDescription& graph, const QString& path)
+QString fileError(const GraphDescription& graph, const QString& path, const QString& writtenIn)
 {
-    const QFileInfo file(graph.resolvePath(path));
+    const QFileInfo file(graph.resolvePath(path, writtenIn));
     if (path.isEmpty() || !file.isFile()) {
         return u"no file \"%1\""_s.arg(path.isEmpty() ? path : file.filePath());
     }

@@ -8,9 +8,11 @@
 #include <OpenEXR/ImfHeader.h>
 #include <OpenEXR/ImfIO.h>
 #include <OpenEXR/ImfOutputFile.h>
+#include <OpenEXR/ImfStringAttribute.h>
 
 #include <Qel/gl/ExrFrameBuffer.h>
 #include <Qel/gl/ImageFiles.h>
+#include <Qel/graph/GraphReview.h>
 #include <Qel/graph/support/ImageErrors.h>
 
 using namespace Qt::StringLiterals;
@@ -50,7 +52,7 @@ private:
 
 } // namespace
 
-bool writeExr(const Image& image, OutputFile& file, QString* error)
+bool writeExr(const Image& image, OutputFile& file, const ImageFileOptions& options, QString* error)
 {
     try {
         Imf::Header header(image.width, image.height);
@@ -58,6 +60,13 @@ bool writeExr(const Image& image, OutputFile& file, QString* error)
             header.channels().insert(channel.toStdString(),
                                      Imf::Channel(image.isInteger() ? Imf::UINT : Imf::FLOAT));
         }
+        const auto addAttribute = [&](const char* name, const QString& text) {
+            if (!text.isEmpty()) {
+                header.insert(name, Imf::StringAttribute(text.toStdString()));
+            }
+        };
+        addAttribute("qelEncoding", nameOf(options.encoding));
+        addAttribute("qelAlpha", nameOf(options.alpha));
         SaveFileStream stream(file);
         Imf::OutputFile output(stream, header);
         output.setFrameBuffer(frameBufferOf(const_cast<Image&>(image), {0, 0}));

@@ -22,6 +22,10 @@ constexpr std::array<NamedFrameValue, numFrameValues> frameValues{{
     {QLatin1StringView("SceneBoundsMin"), QLatin1StringView("QVector3D")},
     {QLatin1StringView("SceneBoundsMax"), QLatin1StringView("QVector3D")},
     {QLatin1StringView("Lights"), QLatin1StringView("QList_QelShadowMapManagerLight*")},
+    {QLatin1StringView("Time"), QLatin1StringView("float")},
+    {QLatin1StringView("FrameNumber"), QLatin1StringView("int")},
+    {QLatin1StringView("DeltaTime"), QLatin1StringView("float")},
+    {QLatin1StringView("NewFrame"), QLatin1StringView("bool")},
 }};
 
 } // namespace
@@ -34,6 +38,11 @@ std::optional<FrameValue> findFrameValue(const QString& name)
         }
     }
     return {};
+}
+
+QString nameOf(FrameValue value)
+{
+    return frameValues[static_cast<size_t>(value)].name;
 }
 
 QString typeOf(FrameValue value)

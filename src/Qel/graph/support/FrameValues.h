@@ -8,7 +8,7 @@
 
 namespace Morvane::Qel {
 
-inline constexpr size_t numFrameValues = 8;
+inline constexpr size_t numFrameValues = 12;
 
 /// The frame value of a name.
 std::optional<FrameValue> findFrameValue(const QString& name);

@@ -20,10 +20,9 @@ public:
         , m_messages(messages)
     {
     }
-    GraphErrors(const GraphDescription& graph, QStringList* messages)
-        : GraphErrors(graph.displayName(), messages)
-    {
-    }
+    /// Messages about a value that GraphDescription::set has set name the assignment in place of the file,
+    /// and those about a value of a parameter name the parameter and its place.
+    GraphErrors(const GraphDescription& graph, QStringList* messages);
     ~GraphErrors()
     {
         if (m_count > most) {
@@ -34,13 +33,35 @@ public:
     GraphErrors(const GraphErrors&) = delete;
     GraphErrors& operator=(const GraphErrors&) = delete;
 
-    /// Adds a message, unless `what` is empty.
-    void add(const QString& place, const QString& what)
+    /// While it exists, messages are about a value that is written in a place, or in that of a parameter.
+    class InPlace
     {
-        if (!what.isEmpty()) {
-            addLine(m_file + QLatin1StringView(": ") + place + QLatin1StringView(": ") + what);
+    public:
+        InPlace(GraphErrors& errors, const SourcePlace& source,
+                const ParameterDescription* parameter = nullptr)
+            : m_errors(errors)
+            , m_source(errors.m_source)
+            , m_parameter(errors.m_parameter)
+        {
+            errors.m_source = source;
+            errors.m_parameter = parameter;
         }
-    }
+        ~InPlace()
+        {
+            m_errors.m_source = m_source;
+            m_errors.m_parameter = m_parameter;
+        }
+        InPlace(const InPlace&) = delete;
+        InPlace& operator=(const InPlace&) = delete;
+
+    private:
+        GraphErrors& m_errors;
+        SourcePlace m_source;
+        const ParameterDescription* m_parameter;
+    };
+
+    /// Adds a message, unless `what` is empty.
+    void add(const QString& place, const QString& what);
     /// Adds the message that a function returns, which is called only if the message is kept.
     template<std::invocable What>
     void add(const QString& place, const What& what)
@@ -71,6 +92,11 @@ public:
 
 private:
     QString m_file;
+    SourcePlace m_source;
+    const ParameterDescription* m_parameter = nullptr;
+    QHash<QString, QString> m_assignments;
+    /// The parameters that hold the values of bound places.
+    QHash<QString, ParameterDescription> m_parameters;
     QStringList* m_messages;
     qsizetype m_count = 0;
 };

@@ -5,6 +5,7 @@
 #include <Qel/graph/support/Constants.h>
 #include <Qel/graph/support/FrameValues.h>
 #include <Qel/graph/support/GraphErrors.h>
+#include <Qel/graph/support/ModelMerges.h>
 #include <Qel/graph/support/Names.h>
 #include <Qel/graph/support/Ports.h>
 
@@ -18,6 +19,11 @@ const QLatin1StringView textureType("QelTexture*");
 const QLatin1StringView modelType("QelGPUModel*");
 const QLatin1StringView batchesType("QelDrawBuffers*");
 
+bool isReference(InputSource source)
+{
+    return source != InputSource::Default && source != InputSource::Constant;
+}
+
 bool accepts(const QString& inputType, const QString& type)
 {
     return inputType == QLatin1StringView("QVariant") || inputType == type;
@@ -25,10 +31,13 @@ bool accepts(const QString& inputType, const QString& type)
 
 } // namespace
 
-InputResolver::InputResolver(GraphPlan& plan, const std::vector<ResolvablePorts>& ports, GraphErrors& errors)
+InputResolver::InputResolver(GraphPlan& plan, const std::vector<ResolvablePorts>& ports,
+                             const Parameters& parameters, GraphErrors& errors)
     : m_plan(plan)
     , m_ports(ports)
+    , m_parameters(parameters)
     , m_errors(errors)
+    , m_onlyWhole(ModelMerges(plan.graph.models).onlyWhole())
 {
     // Of several with the same name, the first counts.
     const std::vector<ModelDescription>& models = plan.graph.models;
@@ -52,6 +61,8 @@ void InputResolver::resolveInputs()
 void InputResolver::resolvePass(size_t index)
 {
     PlannedPass& pass = m_plan.passes[index];
+    const SourcePlace& source = m_plan.graph.passes[index].source;
+    const GraphErrors::InPlace scope(m_errors, source);
     std::vector<int> timesSet(pass.inputs.size(), 0);
     for (const InputSetting& setting : m_plan.graph.passes[index].inputs) {
         const QString place = pass.name + u'.' + setting.port;
@@ -62,8 +73,13 @@ void InputResolver::resolvePass(size_t index)
         }
         const int times = ++timesSet[static_cast<size_t>(port)];
         if (times == 1) {
-            resolveInput(place, setting.value, port < m_ports[index].numDescribedInputs,
-                         &pass.inputs[static_cast<size_t>(port)]);
+            PlannedInput& input = pass.inputs[static_cast<size_t>(port)];
+            const ResolvedValue value = m_parameters.resolve(setting.value, 0.0);
+            resolveInput(place, value, source, port < m_ports[index].numDescribedInputs, &input);
+            if (value.parameter || !value.keyed.isUndefined()) {
+                m_plan.valueUses.push_back({place, setting.value, source, static_cast<int>(index), port,
+                                            !value.keyed.isUndefined(), isReference(input.source)});
+            }
         } else if (times == 2) {
             m_errors.add(place, u"set more than once"_s);
         }
@@ -75,11 +91,16 @@ void InputResolver::resolvePass(size_t index)
     }
 }
 
-void InputResolver::resolveInput(const QString& place, const QJsonValue& value, bool isDescribed,
-                                 PlannedInput* input)
+void InputResolver::resolveInput(const QString& place, const ResolvedValue& value, const SourcePlace& source,
+                                 bool isDescribed, PlannedInput* input)
 {
-    if (value.isString() && value.toString().startsWith(u'@')) {
-        const QString reference = value.toString().sliced(1);
+    if (!value.error.isEmpty()) {
+        m_errors.add(place, value.error);
+        return;
+    }
+    const GraphErrors::InPlace scope(m_errors, source, value.holder);
+    if (value.value.toString().startsWith(u'@')) {
+        const QString reference = value.value.toString().sliced(1);
         if (reference.contains(u'.')) {
             resolveConnection(place, reference, input);
         } else {
@@ -88,7 +109,8 @@ void InputResolver::resolveInput(const QString& place, const QJsonValue& value, 
         return;
     }
     QString error;
-    const std::optional<QVariant> constant = portConstant(m_plan.graph, input->port, value, &error);
+    const std::optional<QVariant> constant =
+        portConstant(m_plan.graph, input->port, value.value, &error, value.file(source));
     if (!constant) {
         m_errors.add(place, error);
         return;
@@ -160,9 +182,9 @@ void InputResolver::setFrameValue(const QString& passName, PlannedInput* input)
     const PortName port = PortName::parse(input->port);
     if (port.name == QLatin1StringView("Geometry") && port.type == modelType) {
         const std::vector<ModelDescription>& models = m_plan.graph.models;
-        if (models.size() == 1) {
+        if (m_onlyWhole >= 0) {
             input->source = InputSource::Model;
-            input->model = 0;
+            input->model = m_onlyWhole;
         } else if (models.size() > 1) {
             m_errors.add(passName + u'.' + port.name,
                          u"the graph has %1 models; choose one, such as \"@%2\""_s.arg(models.size())

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <Qel/graph/GraphPlan.h>
+#include <Qel/graph/support/Parameters.h>
 
 namespace Morvane::Qel {
 
@@ -29,7 +30,8 @@ struct ResolvablePorts
 class InputResolver
 {
 public:
-    InputResolver(GraphPlan& plan, const std::vector<ResolvablePorts>& ports, GraphErrors& errors);
+    InputResolver(GraphPlan& plan, const std::vector<ResolvablePorts>& ports, const Parameters& parameters,
+                  GraphErrors& errors);
 
     void resolveInputs();
     void resolveOutput();
@@ -41,7 +43,8 @@ private:
         int output;
     };
     void resolvePass(size_t index);
-    void resolveInput(const QString& place, const QJsonValue& value, bool isDescribed, PlannedInput* input);
+    void resolveInput(const QString& place, const ResolvedValue& value, const SourcePlace& source,
+                      bool isDescribed, PlannedInput* input);
     void resolveConnection(const QString& place, const QString& reference, PlannedInput* input);
     void resolveNamedValue(const QString& place, const QString& name, bool isDescribed, PlannedInput* input);
     void setFrameValue(const QString& passName, PlannedInput* input);
@@ -53,7 +56,10 @@ private:
 
     GraphPlan& m_plan;
     const std::vector<ResolvablePorts>& m_ports;
+    const Parameters& m_parameters;
     GraphErrors& m_errors;
+    /// The model that an unset geometry input gets; -1 if there is none.
+    int m_onlyWhole;
     /// Indices by name.
     QHash<QString, int> m_passes;
     QHash<QString, int> m_models;

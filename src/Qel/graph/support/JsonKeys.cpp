@@ -42,6 +42,7 @@ void JsonKeys::scan()
     m_keys.clear();
     m_repeated.clear();
     m_numRepeated = 0;
+    m_line = 1;
     m_at = m_text.startsWith("\xEF\xBB\xBF") ? 3 : 0;
     readValue();
 }
@@ -67,6 +68,7 @@ QString JsonKeys::placeOf(const QByteArray& text, qsizetype offset)
 char JsonKeys::skipSpace()
 {
     while (m_at < m_text.size() && QByteArrayView(" \t\r\n").contains(m_text[m_at])) {
+        m_line += m_text[m_at] == '\n' ? 1 : 0;
         ++m_at;
     }
     return m_at < m_text.size() ? m_text[m_at] : '\0';
@@ -90,6 +92,9 @@ void JsonKeys::readValue()
 {
     const char first = skipSpace();
     notePlace(m_at);
+    if (m_depth == 2) {
+        m_lines.insert(m_path, m_line);
+    }
     if (first == '{') {
         readObject();
     } else if (first == '[') {
@@ -110,8 +115,9 @@ void JsonKeys::readObject()
     ++m_depth;
     const QString path = m_path;
     const bool isInputs = m_depth == 4 && inputs.match(path).hasMatch();
-    const bool isModels = m_depth == 2 && path == QLatin1StringView("models");
-    QStringList* names = isInputs || isModels ? &m_keys[path] : nullptr;
+    const bool isNamed =
+        m_depth == 2 && (path == QLatin1StringView("models") || path == QLatin1StringView("parameters"));
+    QStringList* names = isInputs || isNamed ? &m_keys[path] : nullptr;
     QSet<QString> seen;
     while (skipSpace() == '"') {
         const qsizetype offset = m_at;

@@ -25,8 +25,11 @@ public:
     /// "LINE:COLUMN" of the first value with each of these paths; for a member of an object, of its key. No
     /// path may have more than 8 members and elements.
     QStringList places(const QStringList& paths);
-    /// Keys of the object "models" or "passes[N].inputs" in the order of the text, duplicates included.
+    /// Keys of the object "models", "parameters" or "passes[N].inputs" in the order of the text, duplicates
+    /// included.
     QStringList keys(const QString& path) const { return m_keys.value(path); }
+    /// Line of a member or element of a member of the root, such as "passes[2]" or "camera.eye".
+    int line(const QString& path) const { return m_lines.value(path); }
 
     struct Key
     {
@@ -63,6 +66,9 @@ private:
     /// Offsets by path, -1 where not found; empty in the first scan.
     QHash<QString, qsizetype> m_wanted;
     QHash<QString, QStringList> m_keys;
+    QHash<QString, int> m_lines;
+    /// Line of m_at.
+    int m_line = 1;
     std::vector<Key> m_repeated;
     qsizetype m_numRepeated = 0;
 };

@@ -39,30 +39,42 @@ qsizetype editDistance(const QString& left, const QString& right)
 
 } // namespace
 
-QString suggestion(const QString& wrong, const QStringList& valid)
+qsizetype nearestName(const QString& wrong, const QStringList& valid)
 {
-    constexpr qsizetype few = 8;
     // Nobody types longer ones, and comparing them takes long.
     constexpr qsizetype longest = 100;
     if (wrong.size() > longest) {
-        return {};
+        return -1;
     }
-    const QString* nearest = nullptr;
+    qsizetype nearest = -1;
     // A name that differs in more than half of its characters is no typo.
     qsizetype best = std::max<qsizetype>(1, wrong.size() / 2) + 1;
-    for (const QString& name : valid) {
+    for (qsizetype i = 0; i < valid.size(); ++i) {
         // The distance is no less than the difference of the lengths, and no name is nearer than 1.
-        if (best == 1 || std::abs(wrong.size() - name.size()) >= best) {
+        if (best == 1 || std::abs(wrong.size() - valid[i].size()) >= best) {
             continue;
         }
-        const qsizetype distance = editDistance(wrong, name);
+        const qsizetype distance = editDistance(wrong, valid[i]);
         if (distance < best) {
             best = distance;
-            nearest = &name;
+            nearest = i;
         }
     }
-    if (nearest) {
-        return u"; did you mean \"%1\"?"_s.arg(*nearest);
+    return nearest;
+}
+
+QString didYouMean(const QStringList& names)
+{
+    const QString last = quoted({names.last()});
+    return u"; did you mean %1?"_s.arg(
+        names.size() == 1 ? last : u"%1 or %2"_s.arg(quoted(names.first(names.size() - 1)), last));
+}
+
+QString suggestion(const QString& wrong, const QStringList& valid)
+{
+    constexpr qsizetype few = 8;
+    if (const qsizetype nearest = nearestName(wrong, valid); nearest >= 0) {
+        return didYouMean({valid[nearest]});
     }
     if (valid.isEmpty() || valid.size() > few) {
         return {};
@@ -73,6 +85,11 @@ QString suggestion(const QString& wrong, const QStringList& valid)
 QString unknownName(const QString& kind, const QString& wrong, const QStringList& valid)
 {
     return u"no %1 \"%2\"%3"_s.arg(kind, wrong, suggestion(wrong, valid));
+}
+
+QString withPointer(const QString& message, const QString& command)
+{
+    return message + (message.endsWith(u'?') ? u" See "_s : u"; see "_s) + quoted({command});
 }
 
 QString nameError(const QString& name)

@@ -4,20 +4,24 @@
 
 #include <vector>
 
+#include <Qel/graph/GraphPlan.h>
 #include <Qel/graph/PassRegistry.h>
+#include <Qel/graph/support/Parameters.h>
 
 namespace Morvane::Qel {
 
 class GraphErrors;
-struct GraphDescription;
-struct PassSetting;
 
 /// Reads and checks the options of passes.
 class OptionReader
 {
 public:
-    OptionReader(const GraphDescription& graph, GraphErrors& errors)
+    /// `uses` gets the options that are parameters.
+    OptionReader(const GraphDescription& graph, const Parameters& parameters, std::vector<ValueUse>* uses,
+                 GraphErrors& errors)
         : m_graph(graph)
+        , m_parameters(parameters)
+        , m_uses(*uses)
         , m_errors(errors)
     {
     }
@@ -30,11 +34,18 @@ private:
     void readObject(const QString& place, const std::vector<OptionDescription>& known,
                     const QJsonObject& given, const QString& unknown, QVariantMap* values);
     QVariant readOption(const QString& place, const OptionDescription& option, const QJsonValue& given);
+    QVariant readValue(const QString& place, const OptionDescription& option, const ResolvedValue& given);
     QVariantList readElements(const QString& place, const OptionDescription& option,
                               const QJsonArray& elements);
+    QVariantMap readPerOutput(const QString& place, const OptionDescription& option, const QJsonValue& given,
+                              const QStringList& outputs);
     void checkPortNames(const QString& place, const QStringList& ports);
 
     const GraphDescription& m_graph;
+    const Parameters& m_parameters;
+    std::vector<ValueUse>& m_uses;
+    /// Where the options are written.
+    SourcePlace m_source;
     GraphErrors& m_errors;
 };
 

@@ -5,6 +5,7 @@
 
 #include <epoxy/gl.h>
 
+#include <Qel/RenderPasses/framework/ImageLoader.h>
 #include <Qel/RenderPasses/framework/ShaderRenderPass.h>
 #include <Qel/core/Diagnostics.h>
 #include <Qel/core/MetaTypes.h>
@@ -89,6 +90,7 @@ void PassRunner::createPasses(const GraphPlan& plan, GraphErrors& errors)
             errors.add(planned.name, error);
             continue;
         }
+        node.loader = dynamic_cast<const ImageLoader*>(node.pass.get());
         m_nodeOfPass[static_cast<size_t>(index)] = numNodes();
         m_nodes.push_back(std::move(node));
     }
@@ -142,9 +144,9 @@ void PassRunner::setModels(const GraphPlan& plan, const Scene& scene)
         const std::vector<PlannedInput>& inputs = plan.passes[static_cast<size_t>(index)].inputs;
         for (size_t i = 0; i < inputs.size(); ++i) {
             if (inputs[i].source == InputSource::Model) {
-                target.pass->setInput(static_cast<int>(i),
-                                      modelValue(scene.model(static_cast<size_t>(inputs[i].model)).get(),
-                                                 inputs[i].takesBatches));
+                target.pass->setInput(
+                    static_cast<int>(i),
+                    modelValue(scene.model(static_cast<size_t>(inputs[i].model)), inputs[i].takesBatches));
             }
         }
     }
@@ -324,6 +326,24 @@ bool PassRunner::startPass(int index, QString* error)
     if (const unsigned int code = current.pass->errorCode(); code != 0) {
         *error = current.place + u": the pass reports error 0x%1"_s.arg(code, 0, 16);
         return false;
+    }
+    return hasImages(current, error);
+}
+
+/// Whether the pass has read its image files, or may go on without them.
+bool PassRunner::hasImages(Node& node, QString* error) const
+{
+    const QString problem = node.loader ? node.loader->imageProblem() : QString();
+    if (!problem.isEmpty() && !m_options.keepGoing) {
+        *error = u"%1: %2"_s.arg(node.place, problem);
+        return false;
+    }
+    if (node.shownProblem != problem) {
+        node.shownProblem = problem;
+        if (!problem.isEmpty()) {
+            setMessagePlace(node.place);
+            logNotice(__FILE__, __LINE__, problem + u"; a texel of one colour is used"_s);
+        }
     }
     return true;
 }

@@ -16,6 +16,7 @@
 namespace Morvane::Qel {
 
 class GraphErrors;
+class ImageLoader;
 class Scene;
 
 /// Creates the passes of a plan and runs them frame by frame. Everything that a frame needs is in arrays, so
@@ -76,6 +77,10 @@ private:
         /// Indices into m_kept of the outputs that this pass modifies in place.
         std::vector<size_t> modified;
         bool noticesShown = false;
+        /// The pass, if it loads image files.
+        const ImageLoader* loader = nullptr;
+        /// The last problem with an image file that was logged.
+        QString shownProblem;
     };
     /// An output that stays readable after the frame. Holds one reference of its texture, or a copy of it if
     /// a later pass modifies it in place.
@@ -97,6 +102,7 @@ private:
     bool startPass(int index, QString* error);
     bool hasDepthFormats(const Node& node, QString* error) const;
     static void showNotices(Node& node);
+    bool hasImages(Node& node, QString* error) const;
     bool readKeptOutputs(QString* error);
     void dropUnreadOutputs(int lastNode);
     QString emptyOutputError(int index, int output) const;

@@ -6,10 +6,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 
 #include <Qel/core/Memory.h>
 #include <Qel/graph/support/ImageErrors.h>
+#include <Qel/graph/support/PixelLayout.h>
 
 using namespace Qt::StringLiterals;
 
@@ -17,18 +17,20 @@ namespace Morvane::Qel {
 
 namespace {
 
-quint8 toByte(float value)
+/// Whether the colours of an image must be divided by its alpha.
+bool isToBeDivided(const ImageFileOptions& options)
 {
-    // Also false for NaN.
-    return value > 0.0F ? static_cast<quint8>(std::lround(std::min(static_cast<double>(value), 1.0) * 255.0))
-                        : quint8{0};
+    return options.pngAlpha == PngAlpha::Straight &&
+           (options.alpha == AlphaMeaning::Premultiplied || options.alpha == AlphaMeaning::Unspecified);
 }
 
-QImage toQImage(const Image& image)
+QImage toQImage(const Image& image, const ImageFileOptions& options)
 {
     const int numChannels = image.numChannels();
     const bool grey = numChannels == 1;
-    const bool alpha = image.channels.contains(QLatin1StringView("A"));
+    const bool alpha =
+        options.pngAlpha != PngAlpha::Opaque && image.channels.contains(QLatin1StringView("A"));
+    const bool isDivided = alpha && numChannels == 4 && isToBeDivided(options);
     QImage result(image.width, image.height,
                   grey    ? QImage::Format_Grayscale8
                   : alpha ? QImage::Format_RGBA8888
@@ -42,7 +44,15 @@ QImage toQImage(const Image& image)
         uchar* line = result.scanLine(y);
         std::fill_n(line, image.width * bytesPerPixel, uchar{0});
         for (int x = 0; x < image.width; ++x, line += bytesPerPixel, sample += numChannels) {
-            std::transform(sample, sample + std::min(numChannels, bytesPerPixel), line, toByte);
+            if (isDivided) {
+                const float coverage = sample[3];
+                std::transform(sample, sample + 3, line, [=](float value) {
+                    return coverage == 0.0F ? quint8{0} : byteFromSample(value / coverage);
+                });
+                line[3] = byteFromSample(coverage);
+            } else {
+                std::transform(sample, sample + std::min(numChannels, bytesPerPixel), line, byteFromSample);
+            }
         }
     }
     return result;
@@ -50,13 +60,13 @@ QImage toQImage(const Image& image)
 
 } // namespace
 
-bool writePng(const Image& image, OutputFile& file, QString* error)
+bool writePng(const Image& image, OutputFile& file, const ImageFileOptions& options, QString* error)
 {
     if (image.isInteger()) {
         return imageError(error, file.fileName(), u"PNG cannot store integer images"_s,
                           u"write an .exr file"_s);
     }
-    const QImage qimage = toQImage(image);
+    const QImage qimage = toQImage(image, options);
     if (qimage.isNull()) {
         return imageError(error, file.fileName(), u"out of memory for an image of %1"_s.arg(image.summary()),
                           u"write an .exr file or a smaller image"_s);

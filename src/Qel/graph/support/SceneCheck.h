@@ -8,7 +8,7 @@ class GraphErrors;
 struct GraphDescription;
 struct LightDescription;
 
-/// Checks a graph's viewport, camera, models and lights.
+/// Checks a graph's viewport, camera, animation, models and lights.
 void checkScene(const GraphDescription& graph, GraphErrors& errors);
 
 void checkLights(const std::vector<LightDescription>& lights, GraphErrors& errors);
