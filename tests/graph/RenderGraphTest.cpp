@@ -339,7 +339,7 @@ TEST_F(RenderGraphTest, FrameValuesDescribeTheCameraTheModelsAndTheLights)
     auto successor = RenderGraph::create(graph->plan(), options, &errors);
     ASSERT_TRUE(successor) << qPrintable(errors.join("\n"));
     EXPECT_EQ(successor->model("scene"), graph->model("scene"));
-    EXPECT_EQ(successor->fittedCamera().target, QVector3D());
+    EXPECT_EQ(successor->fittedCamera(), graph->fittedCamera());
     successor.reset();
     render();
 
