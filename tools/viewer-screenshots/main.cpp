@@ -57,7 +57,8 @@ public:
         constexpr int width = 1000;
         // A palette keeps the files small.
         const QImage image = m_window.grab().toImage().scaledToWidth(width, Qt::SmoothTransformation);
-        good = image.convertToFormat(QImage::Format_Indexed8).save(m_folder.filePath(name + u".png"_s)) && good;
+        good =
+            image.convertToFormat(QImage::Format_Indexed8).save(m_folder.filePath(name + u".png"_s)) && good;
     }
     bool good = true;
 
