@@ -34,6 +34,12 @@ void expectImage(unsigned int internalFormat, unsigned int format, unsigned int 
     ASSERT_EQ(images.size(), 1U);
     EXPECT_EQ(images[0].summary(), expected.summary());
     EXPECT_EQ(images[0].samples, expected.samples) << std::hex << internalFormat;
+    // The lower texel alone, which comes last in the image.
+    const Samples whole = samplesOf(expected);
+    const Image texel = readTexels(&texture, {0, 0, 9, 1});
+    EXPECT_EQ(texel.channels, expected.channels);
+    EXPECT_EQ(samplesOf(texel), Samples(whole.begin() + texel.numChannels(), whole.end()))
+        << std::hex << internalFormat;
 }
 
 } // namespace
@@ -95,6 +101,11 @@ TEST_F(ImageReadBack, LayersAndFacesAreSeparateImages)
     ASSERT_EQ(layerImages.size(), 2U);
     EXPECT_EQ(samplesOf(layerImages[0]), (Samples{3, 4, 1, 2}));
     EXPECT_EQ(samplesOf(layerImages[1]), (Samples{7, 8, 5, 6}));
+    EXPECT_EQ(samplesOf(readTexels(&layers, {0, 1, 1, 1}, 0, 1)), (Samples{7, 8}));
+    EXPECT_EQ(readTexels(&layers, {0, 0, 1, 1}, 0, 2).width, 0);
+    layers.generateMipmap();
+    EXPECT_EQ(samplesOf(readTexture(&layers, 1)[1]), (Samples{6, 7}));
+    EXPECT_EQ(samplesOf(readTexels(&layers, {0, 0, 1, 1}, 1, 0)), (Samples{2, 3}));
 
     Texture cube;
     cube.setTarget(GL_TEXTURE_CUBE_MAP);
@@ -108,6 +119,7 @@ TEST_F(ImageReadBack, LayersAndFacesAreSeparateImages)
         faces.push_back(face.sample(0, 0, 0));
     }
     EXPECT_EQ(faces, (Samples{0, 1, 2, 3, 4, 5}));
+    EXPECT_EQ(samplesOf(readTexels(&cube, {0, 0, 1, 1}, 0, 4)), Samples{4});
 }
 
 } // namespace Morvane::Qel::Test

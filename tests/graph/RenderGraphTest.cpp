@@ -332,6 +332,17 @@ TEST_F(RenderGraphTest, FrameValuesDescribeTheCameraTheModelsAndTheLights)
     EXPECT_NEAR(clip({1, 0, 3}).x(), 1.0F, 1e-6F);
     EXPECT_EQ(frameValues.mid(3, 2), (QVariantList{1.0F, 3.0F}));
 
+    // A graph that takes another's place shares the models that were read from its files.
+    RenderGraph::Options options;
+    options.modelSource = graph.get();
+    QStringList errors;
+    auto successor = RenderGraph::create(graph->plan(), options, &errors);
+    ASSERT_TRUE(successor) << qPrintable(errors.join("\n"));
+    EXPECT_EQ(successor->model("scene"), graph->model("scene"));
+    EXPECT_EQ(successor->fittedCamera(), graph->fittedCamera());
+    successor.reset();
+    render();
+
     QMatrix4x4 matrix;
     matrix.rotate(30.0F, {0, 1, 0});
     graph->setInput("probe", "CameraMatrix", matrix, &error);
@@ -344,6 +355,10 @@ TEST_F(RenderGraphTest, FrameValuesDescribeTheCameraTheModelsAndTheLights)
     EXPECT_EQ(frameValues.mid(5, 3), (QVariantList{QVector3D(0, 0, 7), QVector3D(1, 1, 7),
                                                    QVariant::fromValue(graph->model("scene"))}));
     EXPECT_EQ(frameValues[8].toList().value(0).value<Light*>()->color, QVector3D(3, 3, 3));
+    // The file does not hold this model.
+    successor = RenderGraph::create(graph->plan(), options, &errors);
+    ASSERT_TRUE(successor);
+    EXPECT_NE(successor->model("scene"), graph->model("scene"));
 }
 
 TEST_F(RenderGraphTest, TheClockStandsUntilItIsSet)

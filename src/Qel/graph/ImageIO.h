@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QRect>
 #include <QString>
 
 #include <optional>
@@ -18,6 +19,12 @@ class Texture;
 /// formats keep their values; signed ones become floats, exact up to 2^24. Depth formats give one channel
 /// "Z". Null is reported and gives no image. The context must be current.
 QEL_GRAPH_EXPORT std::vector<Image> readTexture(Texture* texture, int level = 0);
+
+/// Reads a rectangle of a texture, such as a single texel, without the rest where the driver can: one image
+/// with the channels that readTexture gives. `rectangle` is in texels of the mip level with the origin at the
+/// lower left, as in GL, and is cut to the level. `layer` is the layer of an array texture or the face of a
+/// cube map. Returns an image without pixels if there is nothing to read. The context must be current.
+QEL_GRAPH_EXPORT Image readTexels(Texture* texture, const QRect& rectangle, int level = 0, int layer = 0);
 
 /// Reads the lower left corner of the default framebuffer as RGBA with 8 bits per channel. The context must
 /// be current.

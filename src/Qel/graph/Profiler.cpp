@@ -44,7 +44,7 @@ Profiler::Times Profiler::Samples::times() const
     std::sort(sorted.begin(), sorted.end());
     const size_t count = sorted.size();
     return {sorted.front(), (sorted[(count - 1) / 2] + sorted[count / 2]) / 2.0,
-            sorted[(95 * count + 99) / 100 - 1], 1.0};
+            sorted[(95 * count + 99) / 100 - 1], 1.0, m_values[(m_next + count - 1) % count]};
 }
 
 Profiler::Profiler(const std::vector<QString>& sections)

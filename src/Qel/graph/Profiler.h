@@ -44,6 +44,8 @@ public:
         double percentile95 = std::numeric_limits<double>::quiet_NaN();
         /// The median divided by the sum of the medians of all sections.
         double share = std::numeric_limits<double>::quiet_NaN();
+        /// Of the most recent frame; not in the table or the JSON.
+        double latest = std::numeric_limits<double>::quiet_NaN();
     };
     struct Row
     {

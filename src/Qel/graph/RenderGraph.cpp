@@ -10,6 +10,7 @@
 #include <Qel/gl/ContextReference.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/ResourceScope.h>
+#include <Qel/graph/FittedCamera.h>
 #include <Qel/graph/support/Camera.h>
 #include <Qel/graph/support/Constants.h>
 #include <Qel/graph/support/FrameCheck.h>
@@ -39,6 +40,8 @@ struct RenderGraph::Private
     ResourceScope scope;
     Presenter presenter;
     std::optional<Scene> scene;
+    /// Whether a model came from replaceModel rather than from its file.
+    bool hasReplacedModels = false;
     std::optional<PassRunner> runner;
     int frameNumber = 0;
     /// Whether the next frame is the first one rendered with this number.
@@ -89,6 +92,13 @@ struct RenderGraph::Private
         return found == models.end() ? -1 : static_cast<int>(found - models.begin());
     }
 
+    /// Whether the models are those that another plan's files would give, all that it needs among them.
+    bool canLendModelsTo(const GraphPlan& other) const
+    {
+        return !hasReplacedModels && context.isCurrent() && plan.graph.file == other.graph.file &&
+               scene->hasModelsOf(other);
+    }
+
     /// Converts what is set on the port of this name; returns nothing if it does not fit, with what is wrong
     /// in the text.
     using PortConversion = std::function<std::optional<QVariant>(const QString& port, QString* what)>;
@@ -117,7 +127,12 @@ std::unique_ptr<RenderGraph> RenderGraph::create(GraphPlan plan, const Options& 
     GraphErrors found(plan.graph, errors);
     found.add(u"viewport"_s, viewportError(plan.graph.viewport, context->maxTextureSize()));
     auto d = std::make_unique<Private>(std::move(plan), options);
-    std::optional<std::vector<ModelData>> models = importModels(d->plan.graph, options.modelImport, found);
+    const RenderGraph* source = options.modelSource;
+    const bool sharesModels = source && source->d->canLendModelsTo(d->plan);
+    std::optional<std::vector<ModelData>> models;
+    if (!sharesModels) {
+        models = importModels(d->plan.graph, options.modelImport, found);
+    }
     {
         const ResourceScope::Activation activation(&d->scope);
         d->runner->createPasses(d->plan, found);
@@ -125,7 +140,11 @@ std::unique_ptr<RenderGraph> RenderGraph::create(GraphPlan plan, const Options& 
     if (found.count() > 0) {
         return nullptr;
     }
-    d->scene.emplace(d->plan, std::move(*models));
+    if (sharesModels) {
+        d->scene.emplace(d->plan, *source->d->scene);
+    } else {
+        d->scene.emplace(d->plan, std::move(*models));
+    }
     d->updateView();
     d->updateClock();
     d->runner->connectPasses(d->plan, *d->scene);
@@ -389,8 +408,9 @@ bool RenderGraph::replaceModel(const QString& name, const ModelData& data, QStri
         return false;
     }
     // The old models live until no pass points to them.
-    const std::vector<std::unique_ptr<GPUModel>> old =
+    const std::vector<std::shared_ptr<GPUModel>> old =
         d->scene->replaceModel(static_cast<size_t>(index), data);
+    d->hasReplacedModels = true;
     d->runner->setModels(d->plan, *d->scene);
     d->updateView();
     return true;
@@ -410,6 +430,11 @@ void RenderGraph::setCamera(const CameraDescription& camera)
 CameraDescription RenderGraph::camera() const
 {
     return d->camera();
+}
+
+CameraDescription RenderGraph::fittedCamera() const
+{
+    return fitCamera(d->scene->outline(), d->plan.graph.viewport);
 }
 
 const GraphPlan& RenderGraph::plan() const

@@ -51,6 +51,10 @@ public:
         RenderCallbacks* callbacks = nullptr;
         /// How model files are read; by default in the calling process.
         ImportOptions modelImport{};
+        /// A graph of the same context whose models this one shares instead of reading their files again, for
+        /// a graph that replaces another; used during create only. They are read again if the two describe
+        /// different models, or after replaceModel.
+        const RenderGraph* modelSource = nullptr;
     };
 
     /// Loads the models of a planned graph and creates its passes. Returns null on failure, with a line in
@@ -146,8 +150,9 @@ public:
     /// Replaces a model in all passes that use it by its name, and with it the scene's bounds, to which the
     /// camera is fitted if the graph has none. `data` comes from importModel or is made in code, and gets the
     /// placement of the graph's model; models that it is merged into are merged again. The GPUModels that
-    /// were there are deleted. Returns false with one line in `error` if the graph has no model with this
-    /// name, if it is merged itself, or if the graph's context is not current.
+    /// were there are deleted, unless another graph shares them. Returns false with one line in `error` if
+    /// the graph has no model with this name, if it is merged itself, or if the graph's context is not
+    /// current.
     bool replaceModel(const QString& name, const ModelData& data, QString* error);
     /// An orthographic camera logs a warning for each input that needs a perspective one
     /// (GraphPlan::perspectiveNeeds).
@@ -155,6 +160,8 @@ public:
     /// The camera of the set frame: fitted to the models if the graph has none, and at its place in its
     /// orbit.
     CameraDescription camera() const;
+    /// The camera that shows all models in the viewport, which a graph without a camera uses.
+    CameraDescription fittedCamera() const;
     /// @}
 
     /// The plan of the graph, including the changes made since.

@@ -13,13 +13,13 @@
 #include <Qel/gl/Texture.h>
 #include <Qel/graph/GraphReview.h>
 #include <Qel/graph/OutputFile.h>
+#include <Qel/graph/ValueJson.h>
 #include <Qel/model/ShadowMapManager.h>
 
 #include "Console.h"
 #include "Failure.h"
 #include "Preview.h"
 #include "Setup.h"
-#include "Values.h"
 
 using namespace Qt::StringLiterals;
 

@@ -3,6 +3,7 @@
 #include <Qel/core/PassDescription.h>
 #include <Qel/graph/GraphReview.h>
 #include <Qel/graph/RenderGraph.h>
+#include <Qel/graph/ValueJson.h>
 
 #include "Arguments.h"
 #include "Console.h"

@@ -14,9 +14,9 @@
 #include <Qel/gl/Guards.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/graph/GraphReview.h>
+#include <Qel/graph/ValueJson.h>
 
 #include "Console.h"
-#include "Values.h"
 
 using namespace Qt::StringLiterals;
 

@@ -9,10 +9,10 @@
 
 #include <Qel/graph/GraphReview.h>
 #include <Qel/graph/PassRegistry.h>
+#include <Qel/graph/ValueJson.h>
 
 #include "Arguments.h"
 #include "Console.h"
-#include "Values.h"
 
 using namespace Qt::StringLiterals;
 

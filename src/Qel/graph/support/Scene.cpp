@@ -137,12 +137,29 @@ Scene::Scene(const GraphPlan& plan, std::vector<ModelData> models)
     setLights(plan.graph.lights);
 }
 
-/// Takes a model that is placed. Returns the old one.
-std::unique_ptr<GPUModel> Scene::show(size_t index, ModelData data)
+Scene::Scene(const GraphPlan& plan, const Scene& other)
+    : m_descriptions(other.m_descriptions)
+    , m_merges(m_descriptions)
+    , m_isShown(other.m_isShown)
+    , m_models(other.m_models)
+    , m_outlines(other.m_outlines)
+    , m_parts(other.m_parts)
 {
-    std::unique_ptr<GPUModel> old;
+    updateBounds();
+    setLights(plan.graph.lights);
+}
+
+bool Scene::hasModelsOf(const GraphPlan& plan) const
+{
+    return plan.graph.models == m_descriptions && findShown(plan, m_merges) == m_isShown;
+}
+
+/// Takes a model that is placed. Returns the old one.
+std::shared_ptr<GPUModel> Scene::show(size_t index, ModelData data)
+{
+    std::shared_ptr<GPUModel> old;
     if (m_isShown[index]) {
-        old = std::exchange(m_models[index], std::make_unique<GPUModel>(data));
+        old = std::exchange(m_models[index], std::make_shared<GPUModel>(data));
         m_outlines[index] = outlineOf(data);
     }
     if (m_merges.isPart[index]) {
@@ -151,9 +168,9 @@ std::unique_ptr<GPUModel> Scene::show(size_t index, ModelData data)
     return old;
 }
 
-std::vector<std::unique_ptr<GPUModel>> Scene::replaceModel(size_t index, ModelData data)
+std::vector<std::shared_ptr<GPUModel>> Scene::replaceModel(size_t index, ModelData data)
 {
-    std::vector<std::unique_ptr<GPUModel>> old;
+    std::vector<std::shared_ptr<GPUModel>> old;
     old.push_back(show(index, placed(data, m_descriptions[index].placement)));
     std::vector<bool> isNew(m_models.size());
     isNew[index] = true;

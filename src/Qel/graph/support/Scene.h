@@ -34,9 +34,13 @@ class Scene
 {
 public:
     Scene(const GraphPlan& plan, std::vector<ModelData> models);
+    /// Shares the models of another scene, which has those of the plan.
+    Scene(const GraphPlan& plan, const Scene& other);
     Scene(const Scene&) = delete;
     Scene& operator=(const Scene&) = delete;
 
+    /// Whether this scene has the models that a plan describes, and shows those that the plan shows.
+    bool hasModelsOf(const GraphPlan& plan) const;
     /// Null for a model that is not shown.
     GPUModel* model(size_t index) const { return m_models[index].get(); }
     /// Corners of the box around all models; both zero without geometry.
@@ -47,7 +51,7 @@ public:
 
     /// Replaces a model, which gets its placement, and renews those that it is merged into. Returns the old
     /// ones.
-    std::vector<std::unique_ptr<GPUModel>> replaceModel(size_t index, ModelData data);
+    std::vector<std::shared_ptr<GPUModel>> replaceModel(size_t index, ModelData data);
     void setLights(const std::vector<LightDescription>& lights);
     /// Updates the frame values that depend on the camera and the viewport.
     void setView(const CameraDescription& camera, const QSize& viewport);
@@ -63,14 +67,14 @@ public:
     void markUnchanged() { m_isChanged.fill(false); }
 
 private:
-    std::unique_ptr<GPUModel> show(size_t index, ModelData data);
+    std::shared_ptr<GPUModel> show(size_t index, ModelData data);
     void updateBounds();
     void setFrameValue(FrameValue value, const QVariant& content);
 
     std::vector<ModelDescription> m_descriptions;
     ModelMerges m_merges;
     std::vector<bool> m_isShown;
-    std::vector<std::unique_ptr<GPUModel>> m_models;
+    std::vector<std::shared_ptr<GPUModel>> m_models;
     std::vector<std::vector<QVector3D>> m_outlines;
     /// The models that are parts of others; empty for others.
     std::vector<ModelData> m_parts;

@@ -1,4 +1,4 @@
-#include "Values.h"
+#include <Qel/graph/ValueJson.h>
 
 #include <QColor>
 #include <QJsonArray>
@@ -14,7 +14,7 @@
 
 using namespace Qt::StringLiterals;
 
-namespace Morvane::Qel::App {
+namespace Morvane::Qel {
 
 namespace {
 
@@ -111,4 +111,4 @@ QString textFromValue(const QVariant& value)
     return QString::fromUtf8(array.sliced(1, array.size() - 2));
 }
 
-} // namespace Morvane::Qel::App
+} // namespace Morvane::Qel

@@ -1,0 +1,74 @@
+#include "ErrorPanel.h"
+
+#include <QDesktopServices>
+#include <QFileInfo>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QStyle>
+#include <QUrl>
+
+using namespace Qt::StringLiterals;
+
+namespace Morvane::Qel::Viewer {
+
+ErrorPanel::ErrorPanel(QWidget* parent)
+    : QListWidget(parent)
+{
+    setWordWrap(true);
+    setAlternatingRowColors(true);
+    setObjectName(u"errors"_s);
+    const auto choose = [this](const QListWidgetItem* item) {
+        const auto [file, line] = placeIn(item->text());
+        if (!file.isEmpty()) {
+            Q_EMIT fileChosen(file, line);
+        }
+    };
+    connect(this, &QListWidget::itemClicked, this, choose);
+    connect(this, &QListWidget::itemActivated, this, choose);
+}
+
+void ErrorPanel::setErrors(const QStringList& errors)
+{
+    clear();
+    for (const QString& error : errors) {
+        auto* item = new QListWidgetItem(style()->standardIcon(QStyle::SP_MessageBoxWarning), error, this);
+        const auto [file, line] = placeIn(error);
+        if (!file.isEmpty()) {
+            item->setToolTip(tr("Click to open %1").arg(file));
+        }
+    }
+}
+
+std::pair<QString, int> placeIn(const QString& message)
+{
+    // "graph.json: film: path/film.frag:17:2: error: ..." names the shader; the last file with a line counts.
+    static const QRegularExpression withLine(uR"((?:^|: )([^:\n]+):(\d+)(?::\d+)?: )"_s);
+    std::pair<QString, int> place;
+    for (auto matches = withLine.globalMatch(message); matches.hasNext();) {
+        const QRegularExpressionMatch match = matches.next();
+        if (QFileInfo(match.captured(1)).isFile()) {
+            place = {match.captured(1), match.captured(2).toInt()};
+        }
+    }
+    const QString first = message.section(u": "_s, 0, 0);
+    if (place.first.isEmpty() && QFileInfo(first).isFile()) {
+        place = {first, 0};
+    }
+    return place;
+}
+
+void openEditor(const QString& file, int line)
+{
+    QStringList command = QProcess::splitCommand(qEnvironmentVariable("VISUAL"));
+    if (command.isEmpty()) {
+        QDesktopServices::openUrl(QUrl::fromLocalFile(file));
+        return;
+    }
+    const QString program = command.takeFirst();
+    if (line > 0) {
+        command.append(u"+%1"_s.arg(line));
+    }
+    QProcess::startDetached(program, command << file);
+}
+
+} // namespace Morvane::Qel::Viewer

@@ -1,0 +1,122 @@
+#pragma once
+
+#include <QObject>
+#include <QSet>
+#include <QSize>
+#include <QStringList>
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include <Qel/gl/OpenGLDeviceContext.h>
+#include <Qel/graph/RenderGraph.h>
+
+namespace Morvane::Qel::Viewer {
+
+/// An output port of a pass; both empty for the output of the graph.
+struct OutputName
+{
+    QString pass;
+    /// Full name.
+    QString port;
+
+    bool operator==(const OutputName&) const = default;
+    /// "pass.Port", as a graph names it.
+    QString text() const;
+};
+
+/// Runs the graph that is open, and only when something has changed. All functions that need the context say
+/// so; the widget that owns the context calls them.
+class GraphSession : public QObject
+{
+    Q_OBJECT
+public:
+    explicit GraphSession(QObject* parent = nullptr);
+    ~GraphSession() override;
+
+    /// \name What to render, from the next frame on
+    /// @{
+
+    /// Takes changed constants and lights over into the running graph. Other changes make a new one, which
+    /// takes the place of the old one once it has rendered a frame.
+    void setGraph(const GraphDescription& graph);
+    /// Forgets the running graph, which another one follows.
+    void clear();
+    /// Passes that are left out: their first input of the output's type goes through.
+    void setBypassed(const QSet<QString>& passes);
+    const QSet<QString>& bypassed() const { return m_bypassed; }
+    /// Makes the graph anew, because files that it reads have changed, with its models read again if one of
+    /// them has.
+    void reloadFiles(bool withModels);
+    /// The size of the picture in pixels; empty for that of the graph.
+    void setViewport(const QSize& size);
+    /// The camera instead of that of the graph; nothing for that of the graph.
+    void setCamera(const std::optional<CameraDescription>& camera);
+    void requestFrame();
+    /// Renders a number of frames one after the other, to measure them.
+    void requestFrames(int number);
+    /// @}
+
+    /// \name With the context current
+    /// @{
+    void initialize();
+    void release();
+    /// Tells the library that others have used the native context.
+    void makeCurrent();
+    /// Renders a frame if something has changed since the last one. Returns whether it did.
+    bool render();
+    /// The texture of an output in the last frame; null if there is none.
+    Texture* texture(const OutputName& name) const;
+    std::vector<RenderGraph::Output> outputs() const;
+    Profiler::Report times();
+    /// @}
+
+    /// The running graph; null before the first frame.
+    const RenderGraph* graph() const { return m_graph.get(); }
+    const OpenGLDeviceContext* context() const { return m_context ? &*m_context : nullptr; }
+    bool isFrameNeeded() const { return m_isFrameNeeded; }
+    quint64 numFrames() const { return m_numFrames; }
+    /// The camera of the next frame; the default one before the first.
+    CameraDescription camera() const;
+    CameraDescription fittedCamera() const;
+    /// What is wrong with the graph, one line each; empty after a good frame.
+    const QStringList& errors() const { return m_errors; }
+
+Q_SIGNALS:
+    void frameNeeded();
+    void frameRendered();
+    /// Another graph runs, whose passes and ports may differ.
+    void graphReplaced();
+    void errorsChanged();
+
+private:
+    void update(QStringList* errors);
+    bool updateInPlace(const GraphDescription& graph, QStringList* errors);
+    bool replaceGraph(QStringList* errors);
+    bool renderFrame(RenderGraph& graph, QStringList* errors);
+    void setErrors(const QStringList& errors);
+
+    std::optional<OpenGLDeviceContext> m_context;
+    std::unique_ptr<RenderGraph> m_graph;
+    /// The graph that is wanted, and the one that m_graph was made from and brought up to.
+    GraphDescription m_wanted;
+    GraphDescription m_running;
+    /// Whether m_wanted has changed since the last attempt to run it.
+    bool m_isChanged = false;
+    bool m_mustReplace = false;
+    bool m_mustReadModels = false;
+    QSet<QString> m_bypassed;
+    QSize m_viewport;
+    std::optional<CameraDescription> m_camera;
+    /// The value of m_camera that m_graph has.
+    std::optional<CameraDescription> m_appliedCamera;
+    bool m_isFrameNeeded = false;
+    int m_numFurtherFrames = 0;
+    quint64 m_numFrames = 0;
+    QStringList m_errors;
+    /// Warnings about the running graph, and why m_wanted cannot replace it.
+    QStringList m_graphErrors;
+};
+
+} // namespace Morvane::Qel::Viewer

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <QGraphicsItem>
+#include <QImage>
+
+#include <Qel/graph/GraphDescription.h>
+
+namespace Morvane::Qel::Viewer {
+
+/// A pass as a box with its ports: inputs on the left, outputs on the right.
+class PassItem : public QGraphicsItem
+{
+public:
+    enum
+    {
+        Type = UserType + 1
+    };
+
+    /// `cullReason` is empty for a pass that runs.
+    PassItem(const PassSetting& pass, int number, const QString& cullReason);
+
+    const QString& name() const { return m_name; }
+    /// Where wires end, in the scene. Ports are named in full.
+    QPointF inputPoint(const QString& port) const;
+    QPointF outputPoint(const QString& port) const;
+    /// The port near a point of the scene; empty if there is none.
+    QString inputAt(const QPointF& point) const;
+    QString outputAt(const QPointF& point) const;
+
+    void setThumbnail(const QImage& thumbnail) { m_thumbnail = thumbnail; }
+    void setTime(const QString& time) { m_time = time; }
+
+    int type() const override { return Type; }
+    QRectF boundingRect() const override;
+    void paint(QPainter* painter, const QStyleOptionGraphicsItem* option, QWidget* widget) override;
+
+private:
+    QPointF point(qsizetype row, bool isInput) const;
+    QString portAt(const QPointF& point, const QStringList& ports, bool isInput) const;
+
+    QString m_name;
+    QString m_typeName;
+    int m_number;
+    QString m_cullReason;
+    QStringList m_inputs;
+    QStringList m_outputs;
+    QImage m_thumbnail;
+    QString m_time;
+};
+
+/// The connection between two ports, which ends at an input.
+class WireItem : public QGraphicsPathItem
+{
+public:
+    enum
+    {
+        Type = UserType + 2
+    };
+
+    WireItem(const QPointF& from, const QPointF& to, const QString& toPass, const QString& input);
+
+    QString toPass;
+    /// Full name.
+    QString input;
+
+    int type() const override { return Type; }
+    void paint(QPainter* painter, const QStyleOptionGraphicsItem* option, QWidget* widget) override;
+    /// The curve between two points.
+    static QPainterPath curve(const QPointF& from, const QPointF& to);
+};
+
+} // namespace Morvane::Qel::Viewer

@@ -1,0 +1,309 @@
+#include "TextureView.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+#include <Qel/graph/ImageIO.h>
+
+#include "TexelOverlay.h"
+
+namespace Morvane::Qel::Viewer {
+
+TextureView::TextureView(GraphSession& session, QWidget* parent)
+    : QOpenGLWidget(parent)
+    , m_session(session)
+    , m_overlay(new TexelOverlay(this))
+{
+    // What was painted stays when a frame fails.
+    setUpdateBehavior(PartialUpdate);
+    setMouseTracking(true);
+    setFocusPolicy(Qt::StrongFocus);
+    setMinimumSize(64, 64);
+    connect(&m_session, &GraphSession::frameNeeded, this, qOverload<>(&QWidget::update));
+}
+
+TextureView::~TextureView()
+{
+    if (m_session.context()) {
+        makeCurrent();
+        m_session.makeCurrent();
+        m_snapshotTexture.reset();
+        m_painter.release();
+        m_session.release();
+        doneCurrent();
+    }
+}
+
+void TextureView::show(const OutputName& name)
+{
+    m_displays.insert(m_shown.text(), m_display);
+    m_shown = name;
+    m_isDisplayChosen = m_displays.contains(name.text()) || name.pass.isEmpty();
+    m_display = m_displays.value(name.text());
+    m_rangeFrame = 0;
+    update();
+    Q_EMIT displayChanged();
+}
+
+void TextureView::setDisplay(const DisplaySettings& display)
+{
+    if (display != m_display) {
+        m_display = display;
+        m_isDisplayChosen = true;
+        m_rangeFrame = 0;
+        update();
+        Q_EMIT displayChanged();
+    }
+}
+
+void TextureView::setFollowsWindow(bool follows)
+{
+    m_followsWindow = follows;
+    m_session.setViewport(follows ? pixels() : QSize());
+}
+
+void TextureView::setZoom(double zoom)
+{
+    m_zoom = zoom;
+    if (zoom == 0.0) {
+        m_center = {0.5, 0.5};
+    }
+    update();
+}
+
+void TextureView::setContinuous(bool isContinuous)
+{
+    m_isContinuous = isContinuous;
+    if (isContinuous) {
+        m_session.requestFrame();
+    }
+}
+
+void TextureView::setComparison(const ComparisonChoice& comparison)
+{
+    m_comparison = comparison;
+    update();
+}
+
+void TextureView::takeSnapshot()
+{
+    m_snapshot = shownImage();
+    withContext([&] {
+        m_snapshotTexture.reset();
+        if (m_snapshot.width > 0) {
+            m_snapshotTexture = textureOf(m_snapshot);
+        }
+    });
+    update();
+}
+
+Image TextureView::shownImage()
+{
+    Image image;
+    withContext([&] {
+        Texture* texture = m_session.texture(m_shown);
+        if (texture && kindOf(*texture) != TextureKind::None) {
+            std::vector<Image> images = readTexture(texture, m_display.level);
+            if (static_cast<size_t>(m_display.layer) < images.size()) {
+                image = std::move(images[static_cast<size_t>(m_display.layer)]);
+            }
+        }
+    });
+    return image;
+}
+
+std::vector<Image> TextureView::comparedImages()
+{
+    if (m_comparison.with == ComparisonChoice::With::Snapshot && hasSnapshot()) {
+        return {shownImage(), m_snapshot};
+    }
+    std::vector<Image> images;
+    if (m_comparison.with == ComparisonChoice::With::Output) {
+        images.push_back(shownImage());
+        withContext([&] {
+            Texture* texture = m_session.texture(m_comparison.output);
+            if (texture && kindOf(*texture) != TextureKind::None) {
+                std::vector<Image> others = readTexture(texture);
+                images.push_back(others.empty() ? Image() : std::move(others.front()));
+            }
+        });
+    }
+    return images.size() == 2 ? images : std::vector<Image>();
+}
+
+void TextureView::withContext(const std::function<void()>& call)
+{
+    if (m_session.context()) {
+        makeCurrent();
+        m_session.makeCurrent();
+        call();
+        doneCurrent();
+    }
+}
+
+void TextureView::initializeGL()
+{
+    m_session.initialize();
+}
+
+void TextureView::resizeGL(int /*width*/, int /*height*/)
+{
+    m_hasPainted = false;
+    if (m_followsWindow) {
+        m_session.setViewport(pixels());
+    }
+}
+
+void TextureView::resizeEvent(QResizeEvent* event)
+{
+    QOpenGLWidget::resizeEvent(event);
+    m_overlay->setGeometry(rect());
+}
+
+QSize TextureView::pixels() const
+{
+    const double ratio = devicePixelRatioF();
+    return {static_cast<int>(width() * ratio), static_cast<int>(height() * ratio)};
+}
+
+void TextureView::paintGL()
+{
+    m_session.makeCurrent();
+    m_session.render();
+    Texture* texture = m_session.texture(m_shown);
+    if (!texture && !m_shown.pass.isEmpty() && !m_session.graph()) {
+        texture = m_session.texture({});
+    }
+    if (texture && !std::exchange(m_isDisplayChosen, true)) {
+        m_display = initialSettings(*texture);
+        QMetaObject::invokeMethod(this, &TextureView::displayChanged, Qt::QueuedConnection);
+    }
+    const QColor background = palette().color(QPalette::Window).darker(130);
+    if (texture) {
+        m_display.level = std::clamp(m_display.level, 0, std::max(texture->levels() - 1, 0));
+        m_display.layer = std::clamp(m_display.layer, 0, numLayersOf(*texture) - 1);
+        const QSize size(std::max(texture->size().width() >> m_display.level, 1),
+                         std::max(texture->size().height() >> m_display.level, 1));
+        place(size);
+        updateRange(*texture);
+        Comparison comparison;
+        comparison.isDifference = m_comparison.isDifference;
+        comparison.wipe = static_cast<float>(m_wipe * pixels().width());
+        if (m_comparison.with == ComparisonChoice::With::Snapshot) {
+            comparison.texture = m_snapshotTexture.get();
+        } else if (m_comparison.with == ComparisonChoice::With::Output) {
+            comparison.texture = m_session.texture(m_comparison.output);
+        }
+        m_overlay->setWipe(comparison.texture && !comparison.isDifference ? m_wipe * width() : -1.0);
+        // The painter's scale is that of level 0.
+        Placement placement = m_placement;
+        placement.scale *= static_cast<double>(size.width()) / texture->size().width();
+        m_painter.paint(defaultFramebufferObject(), pixels(), *texture, placement, m_display, comparison,
+                        background);
+        readTexelValues(*texture);
+        m_hasPainted = true;
+    } else if (!m_hasPainted) {
+        m_painter.clear(defaultFramebufferObject(), pixels(), background);
+    }
+    QMetaObject::invokeMethod(this, &TextureView::shownChanged, Qt::QueuedConnection);
+    if (m_isContinuous && m_session.graph()) {
+        QMetaObject::invokeMethod(&m_session, &GraphSession::requestFrame, Qt::QueuedConnection);
+    }
+}
+
+/// Finds where a texture of this size lies. A texture of the widget's size covers it pixel by pixel.
+void TextureView::place(const QSize& texture)
+{
+    const QSizeF area = pixels();
+    const double fitting = std::min(area.width() / texture.width(), area.height() / texture.height());
+    const double scaleBefore = std::exchange(m_placement.scale, m_zoom > 0.0 ? m_zoom : fitting);
+    const QSizeF size = QSizeF(texture) * m_placement.scale;
+    // Whole pixels, so that texels are not cut.
+    m_placement.origin = {std::floor(area.width() / 2.0 - m_center.x() * size.width() + 0.5),
+                          std::floor(area.height() / 2.0 - m_center.y() * size.height() + 0.5)};
+    m_textureSize = texture;
+    if (m_placement.scale != scaleBefore) {
+        QMetaObject::invokeMethod(this, &TextureView::zoomChanged, Qt::QueuedConnection);
+    }
+}
+
+/// Sets the automatic range to the finite values of the shown channels.
+void TextureView::updateRange(Texture& texture)
+{
+    const quint64 frame = m_session.numFrames();
+    if (!m_display.hasAutoRange || frame == m_rangeFrame) {
+        return;
+    }
+    m_rangeFrame = frame;
+    const std::vector<Image> images = readTexture(&texture, m_display.level);
+    if (images.empty()) {
+        return;
+    }
+    const Image& image = images[std::min(static_cast<size_t>(m_display.layer), images.size() - 1)];
+    const int channel =
+        static_cast<int>(m_display.channels) - static_cast<int>(DisplaySettings::Channels::Red);
+    const int first = channel >= 0 ? std::min(channel, image.numChannels() - 1) : 0;
+    const int last = channel >= 0 ? first : std::min(image.numChannels(), 3) - 1;
+    double low = std::numeric_limits<double>::infinity();
+    double high = -low;
+    std::visit(
+        [&](const auto& samples) {
+            const auto step = static_cast<size_t>(image.numChannels());
+            for (size_t i = 0; i + step <= samples.size(); i += step) {
+                for (int c = first; c <= last; ++c) {
+                    const auto value = static_cast<double>(samples[i + static_cast<size_t>(c)]);
+                    if (std::isfinite(value)) {
+                        low = std::min(low, value);
+                        high = std::max(high, value);
+                    }
+                }
+            }
+        },
+        image.samples);
+    if (low <= high) {
+        m_display.minimum = static_cast<float>(low);
+        m_display.maximum = static_cast<float>(high);
+        QMetaObject::invokeMethod(this, &TextureView::displayChanged, Qt::QueuedConnection);
+    }
+}
+
+/// Gives the overlay the values of the texels in sight, once they are large enough.
+void TextureView::readTexelValues(Texture& texture)
+{
+    constexpr double smallestForText = 44.0;
+    const double ratio = devicePixelRatioF();
+    if (m_placement.scale / ratio < smallestForText) {
+        m_overlay->setTexels({}, {});
+        return;
+    }
+    const auto texel = [&](double pixel, double origin) {
+        return static_cast<int>(std::floor((pixel - origin) / m_placement.scale));
+    };
+    const QRect sight(QPoint(texel(0.0, m_placement.origin.x()), texel(0.0, m_placement.origin.y())),
+                      QPoint(texel(pixels().width(), m_placement.origin.x()),
+                             texel(pixels().height(), m_placement.origin.y())));
+    const QRect inside = sight & QRect(QPoint(0, 0), m_textureSize);
+    const double side = m_placement.scale / ratio;
+    const double top =
+        (pixels().height() - m_placement.origin.y()) / ratio - (inside.y() + inside.height()) * side;
+    m_overlay->setTexels(inside.isEmpty() ? Image()
+                                          : readTexels(&texture, inside, m_display.level, m_display.layer),
+                         {m_placement.origin.x() / ratio + inside.x() * side, top, inside.width() * side,
+                          inside.height() * side});
+}
+
+QPointF TextureView::toFramebuffer(const QPointF& position) const
+{
+    const double ratio = devicePixelRatioF();
+    return {position.x() * ratio, pixels().height() - position.y() * ratio};
+}
+
+QPoint TextureView::texelAt(const QPointF& position) const
+{
+    const QPointF texel = (toFramebuffer(position) - m_placement.origin) / m_placement.scale;
+    return {static_cast<int>(std::floor(texel.x())), static_cast<int>(std::floor(texel.y()))};
+}
+
+} // namespace Morvane::Qel::Viewer

@@ -1,0 +1,156 @@
+#pragma once
+
+#include <QBasicTimer>
+#include <QOpenGLWidget>
+#include <QSet>
+
+#include <functional>
+
+#include <Qel/gl/Image.h>
+
+#include "DisplaySettings.h"
+#include "GraphSession.h"
+#include "TexturePainter.h"
+
+namespace Morvane::Qel::Viewer {
+
+class TexelOverlay;
+
+/// What the shown texture is compared with.
+struct ComparisonChoice
+{
+    enum class With : int
+    {
+        Nothing,
+        Snapshot,
+        Output,
+    };
+    With with = With::Nothing;
+    OutputName output;
+    bool isDifference = false;
+};
+
+/// Shows an output of the graph that runs, and owns the context in which it runs. Mouse and keys move the
+/// camera and the picture.
+class TextureView : public QOpenGLWidget
+{
+    Q_OBJECT
+public:
+    explicit TextureView(GraphSession& session, QWidget* parent = nullptr);
+    ~TextureView() override;
+
+    const OutputName& shown() const { return m_shown; }
+    /// Shows another output, with settings that suit it if they were not chosen before.
+    void show(const OutputName& name);
+    using QOpenGLWidget::show;
+    const DisplaySettings& display() const { return m_display; }
+    void setDisplay(const DisplaySettings& display);
+
+    /// Whether frames are rendered in the size of this widget rather than in that of the graph.
+    void setFollowsWindow(bool follows);
+    bool followsWindow() const { return m_followsWindow; }
+    /// Pixels per texel; 0 fits the texture into the widget.
+    void setZoom(double zoom);
+    bool isFitting() const { return m_zoom == 0.0; }
+    /// Pixels per texel in use.
+    double scale() const { return m_placement.scale; }
+    /// Whether frames are rendered one after the other, although nothing changes.
+    void setContinuous(bool isContinuous);
+
+    const ComparisonChoice& comparison() const { return m_comparison; }
+    void setComparison(const ComparisonChoice& comparison);
+    /// Keeps the values of the shown texture for comparisons.
+    void takeSnapshot();
+    bool hasSnapshot() const { return m_snapshot.width > 0; }
+    /// The two images that a comparison shows; empty if there is none.
+    std::vector<Image> comparedImages();
+
+    /// The shown texture as it is in memory; without pixels if there is none.
+    Image shownImage();
+    /// The texel under a position of this widget, from the lower left; outside of the texture too.
+    QPoint texelAt(const QPointF& position) const;
+    /// The size of the shown mip level.
+    QSize textureSize() const { return m_textureSize; }
+    /// Calls a function with the context current; does nothing before the widget is shown.
+    void withContext(const std::function<void()>& call);
+    TexturePainter& painter() { return m_painter; }
+
+Q_SIGNALS:
+    void cameraMoved(const CameraDescription& camera);
+    void displayChanged();
+    void zoomChanged();
+    /// The mouse is over a texel, from the lower left.
+    void hovered(const QPoint& texel);
+    void left();
+    /// A click that chooses what is in focus, from 0 to 1 with the origin at the lower left.
+    void focusChosen(const QPointF& position);
+    /// A frame or another texture is on the screen.
+    void shownChanged();
+
+protected:
+    void initializeGL() override;
+    void resizeGL(int width, int height) override;
+    void paintGL() override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+    void mouseDoubleClickEvent(QMouseEvent* event) override;
+    void leaveEvent(QEvent* event) override;
+    void wheelEvent(QWheelEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+    void keyReleaseEvent(QKeyEvent* event) override;
+    void focusOutEvent(QFocusEvent* event) override;
+    void timerEvent(QTimerEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
+    QSize pixels() const;
+    void place(const QSize& texture);
+    void zoomAround(const QPointF& position, double factor);
+    void updateRange(Texture& texture);
+    void readTexelValues(Texture& texture);
+    void moveCamera(const CameraDescription& camera);
+    bool isOnWipe(const QPointF& position) const;
+    QPointF toFramebuffer(const QPointF& position) const;
+
+    GraphSession& m_session;
+    TexturePainter m_painter;
+    TexelOverlay* m_overlay;
+    OutputName m_shown;
+    DisplaySettings m_display;
+    QHash<QString, DisplaySettings> m_displays;
+    bool m_isDisplayChosen = true;
+    bool m_hasPainted = false;
+
+    bool m_followsWindow = true;
+    double m_zoom = 0.0;
+    /// The texel position, from 0 to 1, in the middle of the widget, when zoomed.
+    QPointF m_center{0.5, 0.5};
+    Placement m_placement;
+    QSize m_textureSize;
+    quint64 m_rangeFrame = 0;
+
+    ComparisonChoice m_comparison;
+    Image m_snapshot;
+    std::unique_ptr<Texture> m_snapshotTexture;
+    /// From 0 to 1 across the widget.
+    double m_wipe = 0.5;
+
+    enum class Drag
+    {
+        None,
+        Orbit,
+        Look,
+        PanCamera,
+        Dolly,
+        PanPicture,
+        Wipe,
+    };
+    Drag m_drag = Drag::None;
+    QPointF m_lastPosition;
+    QSet<int> m_keys;
+    QBasicTimer m_flight;
+    bool m_isContinuous = false;
+};
+
+} // namespace Morvane::Qel::Viewer

@@ -1,0 +1,61 @@
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QMessageBox>
+#include <QOffscreenSurface>
+#include <QOpenGLContext>
+#include <QSurfaceFormat>
+
+#include "MainWindow.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// Whether the driver gives contexts of the version that the library needs.
+bool hasOpenGL()
+{
+    QOpenGLContext context;
+    QOffscreenSurface surface;
+    surface.create();
+    return context.create() && context.makeCurrent(&surface) &&
+           context.format().version() >= QSurfaceFormat::defaultFormat().version();
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QSurfaceFormat format;
+    format.setVersion(3, 2);
+    format.setProfile(QSurfaceFormat::CoreProfile);
+    QSurfaceFormat::setDefaultFormat(format);
+    const QApplication application(argc, argv);
+    QCoreApplication::setApplicationName(u"qel-viewer"_s);
+    QCoreApplication::setOrganizationName(u"qel"_s);
+    QCoreApplication::setApplicationVersion(u"" QEL_VERSION ""_s);
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(u"Shows the images of a graph file, and lets you change it."_s);
+    parser.addPositionalArgument(u"GRAPH"_s, u"a graph file; without it, a choice of examples"_s,
+                                 u"[GRAPH]"_s);
+    parser.addOption({u"model"_s, u"replaces the graph's first model"_s, u"FILE"_s});
+    parser.addHelpOption();
+    parser.addVersionOption();
+    parser.process(application);
+
+    if (!hasOpenGL()) {
+        QMessageBox::critical(
+            nullptr, u"qel-viewer"_s,
+            QCoreApplication::translate(
+                "main", "There is no driver for OpenGL 3.2 or later. Install one: on Debian and Ubuntu the "
+                        "package libgl1-mesa-dri, which also works without a graphics card."));
+        return 1;
+    }
+    Morvane::Qel::Viewer::MainWindow window;
+    const QStringList arguments = parser.positionalArguments();
+    if (!arguments.isEmpty()) {
+        window.open(arguments.first(), parser.value(u"model"_s));
+    }
+    window.show();
+    return QApplication::exec();
+}

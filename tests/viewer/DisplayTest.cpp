@@ -1,0 +1,179 @@
+#include "ViewerTest.h"
+
+#include <QComboBox>
+#include <QLabel>
+#include <QPushButton>
+#include <QTreeWidget>
+#include <QWheelEvent>
+
+#include <cmath>
+
+#include <GraphEdits.h>
+#include <OutputTree.h>
+#include <Qel/graph/ImageIO.h>
+#include <TexelOverlay.h>
+
+#include "support/Paths.h"
+#include "support/Program.h"
+
+using namespace Qt::StringLiterals;
+using namespace Morvane::Qel::Viewer;
+
+namespace Morvane::Qel::Test {
+
+namespace {
+
+class Display : public ViewerTest
+{
+protected:
+    /// The outputs of a graph at the size of the picture, as `qel` writes them.
+    Image dumped(const QString& graph, const QString& output)
+    {
+        const QSize size = window().view().size();
+        const ProgramResult result =
+            runProgram({u"render"_s, graph, u"--dump"_s, folder().path(u"dump"_s), u"--size"_s,
+                        u"%1x%2"_s.arg(size.width()).arg(size.height())});
+        EXPECT_EQ(result.exitCode, 0) << qPrintable(result.errors);
+        return folder().image(u"dump/%1.exr"_s.arg(output));
+    }
+    static int byte(double value)
+    {
+        return static_cast<int>(std::floor(std::clamp(value, 0.0, 1.0) * 255.0 + 0.5));
+    }
+};
+
+} // namespace
+
+TEST_F(Display, ShowsEveryOutputInItsRange)
+{
+    const QString graph = sourcePath(u"examples/graphs/deferred.json"_s);
+    open(graph);
+    const Image depth = dumped(graph, u"gbuffer.Depth"_s);
+    ASSERT_GT(depth.width, 0);
+    TextureView& view = window().view();
+    view.show(OutputName{u"gbuffer"_s, u"Qel_QelTexture*_Depth"_s});
+    QImage picture = shown();
+    // The depth is stretched from its smallest to its largest value.
+    const auto [low, high] =
+        std::minmax_element(std::get<0>(depth.samples).begin(), std::get<0>(depth.samples).end());
+    ASSERT_LT(*low, *high);
+    EXPECT_EQ(view.display().minimum, *low);
+    EXPECT_EQ(view.display().maximum, *high);
+    int worst = 0;
+    for (int y = 0; y < picture.height(); ++y) {
+        for (int x = 0; x < picture.width(); ++x) {
+            const double value = (depth.sample(x, y, 0) - static_cast<double>(*low)) /
+                                 (static_cast<double>(*high) - static_cast<double>(*low));
+            worst = std::max(worst, std::abs(qRed(picture.pixel(x, y)) - byte(value)));
+        }
+    }
+    // The range is divided in single precision.
+    EXPECT_LE(worst, 1);
+
+    // A channel with a range by hand, one stop brighter.
+    const Image normal = dumped(graph, u"gbuffer.Normal"_s);
+    view.show(OutputName{u"gbuffer"_s, u"Qel_QelTexture*_Normal"_s});
+    DisplaySettings display;
+    display.channels = DisplaySettings::Channels::Green;
+    display.minimum = -1.0F;
+    display.maximum = 3.0F;
+    display.exposure = 1.0F;
+    view.setDisplay(display);
+    picture = shown();
+    for (int x = 0; x < picture.width(); ++x) {
+        const int expected = byte((normal.sample(x, 90, 1) + 1.0) / 4.0 * 2.0);
+        EXPECT_NEAR(qGreen(picture.pixel(x, 90)), expected, 1) << x;
+    }
+    // Each output keeps its own settings.
+    view.show(OutputName());
+    EXPECT_EQ(view.display(), DisplaySettings());
+    EXPECT_EQ(shown(), rendered(graph));
+    view.show(OutputName{u"gbuffer"_s, u"Qel_QelTexture*_Normal"_s});
+    EXPECT_EQ(view.display(), display);
+}
+
+TEST_F(Display, ZoomsToTexelsWithTheirValues)
+{
+    const QString graph = sourcePath(u"examples/graphs/fxaa.json"_s);
+    open(graph);
+    TextureView& view = window().view();
+    const QImage whole = shown();
+    const QPointF position(200.5, 60.5);
+    const QPoint texel = view.texelAt(position);
+    EXPECT_EQ(texel, QPoint(200, 179 - 60));
+    for (int i = 0; i < 14; ++i) {
+        QWheelEvent event(position, view.mapToGlobal(position), {}, {0, 120}, {}, {}, Qt::NoScrollPhase,
+                          false);
+        QCoreApplication::sendEvent(&view, &event);
+        settle();
+    }
+    EXPECT_NEAR(view.scale(), 128.0, 1e-6);
+    EXPECT_EQ(view.texelAt(position), texel);
+    // The whole texel has its colour.
+    const QImage zoomed = shown();
+    EXPECT_EQ(zoomed.pixel(200, 60), whole.pixel(200, 60));
+    EXPECT_TRUE(view.findChild<QWidget*>(u"texels"_s)->isVisible());
+
+    // The inspector reads the value of every output there.
+    auto* tree = find<QTreeWidget>(u"outputs"_s);
+    QTest::mouseMove(&view, position.toPoint() - QPoint(1, 1));
+    QTest::mouseMove(&view, position.toPoint());
+    const Image image = dumped(graph, u"forward.Frame"_s);
+    const auto valueOf = [&](const QString& name) {
+        for (QTreeWidgetItem* item : tree->findItems(name, Qt::MatchExactly | Qt::MatchRecursive)) {
+            if (item->parent() && item->parent()->text(0) == u"forward") {
+                return item->text(1);
+            }
+        }
+        return QString();
+    };
+    ASSERT_TRUE(waitFor([&] { return !valueOf(u"Frame"_s).isEmpty(); }));
+    QStringList expected;
+    for (int i = 0; i < image.numChannels(); ++i) {
+        expected.append(texelText(image, 200, 60, i));
+    }
+    EXPECT_EQ(valueOf(u"Frame"_s), expected.join(u"  "_s));
+    EXPECT_FALSE(tree->topLevelItem(1)->child(0)->icon(0).isNull()) << "no thumbnail";
+}
+
+TEST_F(Display, ComparesWithASnapshot)
+{
+    const QString graph = copyExamples(u"fxaa.json"_s);
+    open(graph);
+    const QImage first = shown();
+    find<QPushButton>(u"snapshot"_s)->window()->raise();
+    find<QPushButton>(u"snapshot"_s)->click();
+    window().document().edit(u"colour"_s, [](GraphDescription& description) {
+        for (PassSetting& pass : description.passes) {
+            if (pass.type == u"GradientRenderPass") {
+                setInput(pass, u"Qel_QColor_ColorTop"_s, u"#ff2000"_s);
+            }
+        }
+    });
+    ASSERT_TRUE(waitFor([&] { return shown() != first; }));
+    const QImage wiped = shown();
+    window().view().setComparison({});
+    const QImage second = shown();
+    EXPECT_NE(second, first);
+    // Left of the line is now, right of it the snapshot.
+    EXPECT_EQ(wiped.copy(0, 0, 160, 180), second.copy(0, 0, 160, 180));
+    EXPECT_EQ(wiped.copy(160, 0, 160, 180), first.copy(160, 0, 160, 180));
+
+    ComparisonChoice difference{ComparisonChoice::With::Snapshot, {}, true};
+    window().view().setComparison(difference);
+    const QImage shownDifference = shown();
+    for (int y = 0; y < 180; y += 7) {
+        for (int x = 0; x < 320; ++x) {
+            const QRgb a = first.pixel(x, y);
+            const QRgb b = second.pixel(x, y);
+            ASSERT_EQ(shownDifference.pixel(x, y),
+                      qRgb(std::abs(qRed(a) - qRed(b)), std::abs(qGreen(a) - qGreen(b)),
+                           std::abs(qBlue(a) - qBlue(b))));
+        }
+    }
+    const std::vector<Image> images = window().view().comparedImages();
+    ASSERT_EQ(images.size(), 2U);
+    EXPECT_NE(images[0].samples, images[1].samples);
+}
+
+} // namespace Morvane::Qel::Test

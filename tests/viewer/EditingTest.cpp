@@ -1,0 +1,145 @@
+#include "ViewerTest.h"
+
+#include <QFile>
+#include <QListWidget>
+#include <QScrollBar>
+
+#include <GraphEdits.h>
+#include <GraphView.h>
+#include <PassItem.h>
+
+#include "support/Paths.h"
+
+using namespace Qt::StringLiterals;
+using namespace Morvane::Qel::Viewer;
+
+namespace Morvane::Qel::Test {
+
+using Editing = ViewerTest;
+
+TEST_F(Editing, SavedFilesLoadAtOnce)
+{
+    const QString graph = copyExamples(u"shader.json"_s);
+    open(graph);
+    const QImage first = shown();
+    const QString shader = u"graphs/shaders/film.frag"_s;
+    const QString good = QString::fromUtf8(folder().contents(shader));
+    // Another camera, which stays.
+    CameraDescription camera = window().session().camera();
+    camera.eye += QVector3D(0.5F, 0.0F, 0.0F);
+    window().session().setCamera(camera);
+    const QImage moved = shown();
+    EXPECT_NE(moved, first);
+
+    folder().write(shader, QString(good).replace(u"exposed * vignette"_s, u"exposed.bgr * vignette"_s));
+    ASSERT_TRUE(waitFor([&] { return shown() != moved; }));
+    EXPECT_EQ(shown(), moved.rgbSwapped());
+
+    // A mistake: file and line in the panel, and the picture stays.
+    const QImage last = shown();
+    folder().write(shader, QString(good).replace(u"exposed * vignette"_s, u"expsed * vignette"_s));
+    auto* errors = find<QListWidget>(u"errors"_s);
+    ASSERT_TRUE(waitFor([&] { return errors->count() > 0; }));
+    EXPECT_TRUE(errors->item(0)->text().contains(u"film.frag:17:"_s)) << qPrintable(errors->item(0)->text());
+    EXPECT_EQ(shown(), last);
+
+    // A click opens the editor with the file and the line.
+    const QString note = folder().path(u"note"_s);
+    folder().write(u"editor"_s, u"#!/bin/sh\necho \"$@\" > %1.part; mv %1.part %1\n"_s.arg(note));
+    QFile::setPermissions(folder().path(u"editor"_s), QFile::ReadOwner | QFile::ExeOwner);
+    qputenv("VISUAL", folder().path(u"editor"_s).toUtf8());
+    QTest::mouseClick(errors->viewport(), Qt::LeftButton, {},
+                      errors->visualItemRect(errors->item(0)).center());
+    ASSERT_TRUE(waitFor([&] { return QFile::exists(note); }));
+    EXPECT_EQ(QString::fromUtf8(folder().contents(u"note"_s)), u"+17 %1\n"_s.arg(folder().path(shader)));
+    qunsetenv("VISUAL");
+
+    folder().write(shader, good);
+    ASSERT_TRUE(waitFor([&] { return errors->count() == 0; }));
+    EXPECT_EQ(shown(), moved);
+
+    // The graph file, broken and then changed; a value that was set here stays.
+    const QString text = QString::fromUtf8(folder().contents(u"graphs/shader.json"_s));
+    window().document().edit(u"exposure"_s, [](GraphDescription& description) {
+        setInput(*findPass(description, u"film"_s), u"Exposure"_s, 0.8);
+    });
+    folder().write(u"graphs/shader.json"_s, text.chopped(20));
+    ASSERT_TRUE(waitFor([&] { return errors->count() > 0; }));
+    folder().write(u"graphs/shader.json"_s, QString(text).replace(u"0.45"_s, u"0.9"_s));
+    ASSERT_TRUE(waitFor([&] { return errors->count() == 0; }));
+    const PassSetting& film = *findPass(window().document().graph(), u"film"_s);
+    EXPECT_EQ(findInput(film, u"Vignette"_s)->value, QJsonValue(0.9));
+    EXPECT_EQ(findInput(film, u"Exposure"_s)->value, QJsonValue(0.8));
+    window().session().setCamera({});
+    EXPECT_EQ(shown(), rendered(graph, {u"--set"_s, u"film.Exposure=0.8"_s}));
+}
+
+TEST_F(Editing, BoxesAndWires)
+{
+    const QString graph = copyExamples(u"glow.json"_s);
+    open(graph);
+    GraphView& boxes = window().graphView();
+    const auto item = [&](const QString& name) -> PassItem* {
+        for (QGraphicsItem* each : boxes.scene()->items()) {
+            auto* pass = qgraphicsitem_cast<PassItem*>(each);
+            if (pass && pass->name() == name) {
+                return pass;
+            }
+        }
+        return nullptr;
+    };
+    const QImage before = shown();
+    ASSERT_TRUE(boxes.addPass(u"GaussianBlurRenderPass"_s));
+    ASSERT_TRUE(item(u"gaussianBlur"_s));
+    EXPECT_EQ(shown(), before) << "a pass that nothing reads is culled";
+
+    // Wires by the mouse: composite into the new pass.
+    boxes.fitInView(boxes.scene()->itemsBoundingRect(), Qt::KeepAspectRatio);
+    const QString frame = u"Qel_QelTexture*_Frame"_s;
+    const PassPorts ports = portsOf(*findPass(window().document().graph(), u"gaussianBlur"_s));
+    const QString input = ports.inputs[1].name;
+    const auto place = [&](const QPointF& point) { return boxes.mapFromScene(point); };
+    QTest::mousePress(boxes.viewport(), Qt::LeftButton, {}, place(item(u"composite"_s)->outputPoint(frame)));
+    QTest::mouseRelease(boxes.viewport(), Qt::LeftButton, {},
+                        place(item(u"gaussianBlur"_s)->inputPoint(input)));
+    const InputSetting* connected =
+        findInput(*findPass(window().document().graph(), u"gaussianBlur"_s), input);
+    ASSERT_TRUE(connected);
+    EXPECT_EQ(connected->value, QJsonValue(u"@composite.Frame"_s));
+    EXPECT_TRUE(window().errors().isEmpty());
+
+    // A cycle is refused with a reason, and nothing changes.
+    const GraphDescription whole = window().document().graph();
+    EXPECT_FALSE(boxes.connectPorts(u"glow"_s, u"Qel_QelTexture*_Output"_s, u"composite"_s, frame));
+    EXPECT_EQ(window().document().graph(), whole);
+    ASSERT_FALSE(window().errors().isEmpty());
+    EXPECT_TRUE(window().errors().first().contains(u"cyclic"_s)) << qPrintable(window().errors().first());
+    EXPECT_TRUE(boxes.movePass(u"gaussianBlur"_s, -3));
+
+    // Without the glow the picture is the composite's, and undo brings everything back.
+    ASSERT_TRUE(boxes.removePass(u"glow"_s));
+    EXPECT_EQ(window().document().graph().output, u"@composite.Frame"_s);
+    ASSERT_TRUE(window().save(folder().path(u"graphs/less.json"_s)));
+    EXPECT_EQ(shown(), rendered(folder().path(u"graphs/less.json"_s)));
+    window().document().undoStack().setIndex(0);
+    EXPECT_EQ(shown(), before);
+}
+
+TEST_F(Editing, PassesCanBeLeftOut)
+{
+    const QString graph = copyExamples(u"glow.json"_s);
+    open(graph);
+    const QImage before = shown();
+    window().session().setBypassed({u"glow"_s});
+    const QImage without = shown();
+    EXPECT_NE(without, before);
+    window().view().show(OutputName{u"composite"_s, u"Qel_QelTexture*_Frame"_s});
+    EXPECT_EQ(shown(), without);
+    window().view().show(OutputName());
+    window().session().setBypassed({});
+    EXPECT_EQ(shown(), before);
+    EXPECT_FALSE(canLeaveOut(window().document().graph(), u"forward"_s));
+    EXPECT_FALSE(window().document().isModified());
+}
+
+} // namespace Morvane::Qel::Test

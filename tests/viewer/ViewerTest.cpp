@@ -1,0 +1,92 @@
+#include "ViewerTest.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QSettings>
+#include <QStandardPaths>
+#include <QSurfaceFormat>
+
+#include "support/Paths.h"
+#include "support/Program.h"
+
+using namespace Qt::StringLiterals;
+
+namespace Morvane::Qel::Test {
+
+void ViewerTest::SetUp()
+{
+    QSettings().clear();
+    m_window = std::make_unique<Viewer::MainWindow>();
+    m_window->show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(m_window.get()));
+}
+
+void ViewerTest::TearDown()
+{
+    EXPECT_EQ(m_window->session().errors(), QStringList());
+    m_window.reset();
+}
+
+bool ViewerTest::waitFor(const std::function<bool()>& condition)
+{
+    return QTest::qWaitFor(condition, 20000);
+}
+
+void ViewerTest::settle()
+{
+    EXPECT_TRUE(waitFor([&] { return !m_window->session().isFrameNeeded(); }));
+    QCoreApplication::processEvents();
+}
+
+void ViewerTest::open(const QString& graph, const QSize& size)
+{
+    m_window->view().setFixedSize(size);
+    m_window->open(graph);
+    EXPECT_TRUE(waitFor([&] { return m_window->session().numFrames() > 0; }));
+    settle();
+}
+
+QString ViewerTest::copyExamples(const QString& graph)
+{
+    for (const QString& name : {u"graphs"_s, u"graphs/shaders"_s, u"graphs/shared"_s, u"scenes"_s}) {
+        const QDir source(sourcePath(u"examples/"_s + name));
+        QDir().mkpath(m_folder.path(name));
+        for (const QString& file : source.entryList(QDir::Files)) {
+            QFile::copy(source.filePath(file), m_folder.path(name + u'/' + file));
+        }
+    }
+    return m_folder.path(u"graphs/%1"_s.arg(graph));
+}
+
+QImage ViewerTest::shown()
+{
+    settle();
+    return m_window->view().grabFramebuffer().convertToFormat(QImage::Format_RGB32);
+}
+
+QImage ViewerTest::rendered(const QString& graph, const QStringList& arguments)
+{
+    const QSize size = m_window->view().size();
+    const QString file = m_folder.path(u"rendered.png"_s);
+    const ProgramResult result = runProgram(QStringList{u"render"_s, graph, u"--output"_s, file, u"--size"_s,
+                                                        u"%1x%2"_s.arg(size.width()).arg(size.height())} +
+                                            arguments);
+    EXPECT_EQ(result.exitCode, 0) << qPrintable(result.errors);
+    return QImage(file).convertToFormat(QImage::Format_RGB32);
+}
+
+} // namespace Morvane::Qel::Test
+
+int main(int argc, char** argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+    QSurfaceFormat format;
+    format.setVersion(3, 2);
+    format.setProfile(QSurfaceFormat::CoreProfile);
+    QSurfaceFormat::setDefaultFormat(format);
+    QStandardPaths::setTestModeEnabled(true);
+    const QApplication application(argc, argv);
+    QCoreApplication::setApplicationName(u"qel-viewer-tests"_s);
+    QCoreApplication::setOrganizationName(u"qel-viewer-tests"_s);
+    return RUN_ALL_TESTS();
+}

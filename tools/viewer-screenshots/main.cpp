@@ -1,0 +1,105 @@
+// Drives the viewer and writes pictures of its window for docs/viewer.md:
+//   qel-viewer-screenshots FOLDER
+
+#include <QApplication>
+#include <QDir>
+#include <QDockWidget>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QPushButton>
+#include <QStandardPaths>
+#include <QSurfaceFormat>
+#include <QThread>
+
+#include <cstdio>
+
+#include <MainWindow.h>
+#include <StartPage.h>
+
+using namespace Qt::StringLiterals;
+using namespace Morvane::Qel::Viewer;
+
+namespace {
+
+void wait(int milliseconds)
+{
+    QElapsedTimer time;
+    time.start();
+    while (time.elapsed() < milliseconds) {
+        QCoreApplication::processEvents();
+        QThread::msleep(5);
+    }
+}
+
+/// Waits until the window has rendered and its panels have followed.
+void settle(MainWindow& window)
+{
+    constexpr int longest = 60000;
+    QElapsedTimer time;
+    time.start();
+    while (window.session().isFrameNeeded() && time.elapsed() < longest) {
+        wait(20);
+    }
+    wait(1500);
+}
+
+class Camera
+{
+public:
+    Camera(MainWindow& window, const QString& folder)
+        : m_window(window)
+        , m_folder(folder)
+    {
+    }
+    void take(const QString& name)
+    {
+        settle(m_window);
+        constexpr int width = 1000;
+        // A palette keeps the files small.
+        const QImage image = m_window.grab().toImage().scaledToWidth(width, Qt::SmoothTransformation);
+        good =
+            image.convertToFormat(QImage::Format_Indexed8).save(m_folder.filePath(name + u".png"_s)) && good;
+    }
+    bool good = true;
+
+private:
+    MainWindow& m_window;
+    QDir m_folder;
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QSurfaceFormat format;
+    format.setVersion(3, 2);
+    format.setProfile(QSurfaceFormat::CoreProfile);
+    QSurfaceFormat::setDefaultFormat(format);
+    QStandardPaths::setTestModeEnabled(true);
+    const QApplication application(argc, argv);
+    if (QCoreApplication::arguments().size() != 2 || StartPage::examplesFolder().isEmpty()) {
+        std::fputs("usage: qel-viewer-screenshots FOLDER, in the build tree\n", stderr);
+        return 2;
+    }
+    const QDir examples(StartPage::examplesFolder());
+    MainWindow window;
+    Camera camera(window, QCoreApplication::arguments()[1]);
+    window.resize(1200, 780);
+    window.show();
+    window.open(examples.filePath(u"glow.json"_s));
+    settle(window);
+    window.session().requestFrames(12);
+    camera.take(u"window"_s);
+
+    window.view().setZoom(64.0);
+    camera.take(u"texels"_s);
+
+    window.view().setZoom(0.0);
+    window.findChild<QPushButton*>(u"snapshot"_s)->click();
+    window.findChild<QDockWidget*>(u"comparePanel"_s)->raise();
+    window.document().edit(u"glow"_s, [](Morvane::Qel::GraphDescription& graph) {
+        graph.passes.back().inputs.back().value = 2.5;
+    });
+    camera.take(u"wipe"_s);
+    return camera.good ? 0 : 1;
+}
