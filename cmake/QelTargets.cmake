@@ -51,13 +51,13 @@ function(qel_add_library name)
         INSTALL_RPATH "$ORIGIN")
 
     install(TARGETS ${target} EXPORT QelTargets
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT libraries NAMELINK_COMPONENT development
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
     file(RELATIVE_PATH library_folder "${QEL_INCLUDE_DIR}" "${CMAKE_CURRENT_SOURCE_DIR}")
     foreach(header IN LISTS ARG_HEADERS)
         get_filename_component(folder "${header}" DIRECTORY)
-        install(FILES "${header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/${library_folder}/${folder}")
+        install(FILES "${header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/${library_folder}/${folder}"
+            COMPONENT development)
     endforeach()
 endfunction()
 
@@ -70,8 +70,8 @@ function(qel_install_package)
     write_basic_package_version_file("${CMAKE_CURRENT_BINARY_DIR}/QelConfigVersion.cmake"
         COMPATIBILITY SameMinorVersion)
     install(FILES "${CMAKE_CURRENT_BINARY_DIR}/QelConfig.cmake" "${CMAKE_CURRENT_BINARY_DIR}/QelConfigVersion.cmake"
-        DESTINATION "${package_dir}")
-    install(EXPORT QelTargets NAMESPACE Qel:: DESTINATION "${package_dir}")
+        DESTINATION "${package_dir}" COMPONENT development)
+    install(EXPORT QelTargets NAMESPACE Qel:: DESTINATION "${package_dir}" COMPONENT development)
 
     # Relative, so that cmake --install --prefix works.
     file(RELATIVE_PATH QEL_PC_PREFIX "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
@@ -84,11 +84,12 @@ function(qel_install_package)
         set(QEL_PC_NAME ${name})
         set(QEL_PC_REQUIRES "${requires_${name}}")
         configure_file("${PROJECT_SOURCE_DIR}/cmake/Qel.pc.in" "${CMAKE_CURRENT_BINARY_DIR}/Qel${name}.pc" @ONLY)
-        install(FILES "${CMAKE_CURRENT_BINARY_DIR}/Qel${name}.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+        install(FILES "${CMAKE_CURRENT_BINARY_DIR}/Qel${name}.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig"
+            COMPONENT development)
     endforeach()
     # In the layout of the source tree, so that the links between documents hold.
     install(FILES "${PROJECT_SOURCE_DIR}/LICENSE" "${PROJECT_SOURCE_DIR}/README.md" "${PROJECT_SOURCE_DIR}/CHANGELOG.md"
-        DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+        DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT documentation)
     install(DIRECTORY "${PROJECT_SOURCE_DIR}/docs" "${PROJECT_SOURCE_DIR}/examples"
-        DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+        DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT documentation)
 endfunction()
