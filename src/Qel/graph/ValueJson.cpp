@@ -99,11 +99,6 @@ QJsonValue jsonFromValue(const QVariant& value)
     return json.isNull() || type.id() >= QMetaType::User ? QJsonValue(QString::fromUtf8(type.name())) : json;
 }
 
-QJsonValue jsonText(const QString& text)
-{
-    return text.isEmpty() ? QJsonValue(QJsonValue::Null) : QJsonValue(text);
-}
-
 QString textFromValue(const QVariant& value)
 {
     // Qt converts only whole documents to text.

@@ -14,9 +14,6 @@ namespace Morvane::Qel {
 /// form.
 QEL_GRAPH_EXPORT QJsonValue jsonFromValue(const QVariant& value);
 
-/// Returns a text as JSON; null for an empty one.
-QJsonValue jsonText(const QString& text);
-
 /// Returns a port's value as JSON text; see jsonFromValue.
 QEL_GRAPH_EXPORT QString textFromValue(const QVariant& value);
 

@@ -18,6 +18,7 @@
 
 #include "Console.h"
 #include "Failure.h"
+#include "JsonText.h"
 #include "Preview.h"
 #include "Setup.h"
 
@@ -61,8 +62,8 @@ QJsonObject dumpTexture(Texture* texture, const QDir& folder, const QString& nam
             {u"size"_s, QJsonArray{levels[0][0].width, levels[0][0].height}},
             {u"layers"_s, static_cast<qint64>(numLayers)},
             {u"levels"_s, static_cast<qint64>(levels.size())},
-            {u"encoding"_s, jsonText(nameOf(meaning.encoding))},
-            {u"alpha"_s, jsonText(nameOf(meaning.alpha))},
+            {u"encoding"_s, textOrNull(nameOf(meaning.encoding))},
+            {u"alpha"_s, textOrNull(nameOf(meaning.alpha))},
             {u"preview"_s, QString(name + u".png"_s)},
             {u"previewRange"_s,
              hasIntegers ? QJsonValue(u"false colours"_s) : QJsonArray{preview.low, preview.high}}};

@@ -17,6 +17,7 @@
 #include <Qel/graph/ValueJson.h>
 
 #include "Console.h"
+#include "JsonText.h"
 
 using namespace Qt::StringLiterals;
 
@@ -175,7 +176,7 @@ QJsonObject inputJson(const GraphPlan& plan, const PlannedPass& pass, size_t ind
     } else if (source.kind == u"default"_s) {
         json[u"value"_s] = jsonFromValue(pass.description->inputs[index].defaultValue);
     } else if (source.kind == u"not set"_s) {
-        json[u"whenMissing"_s] = jsonText(source.text);
+        json[u"whenMissing"_s] = textOrNull(source.text);
     } else {
         json[u"from"_s] = source.text;
     }
@@ -188,8 +189,8 @@ QJsonObject outputJson(const GraphPlan& plan, int pass, int index, const RenderG
     const TextureMeaning meaning = meaningOf(plan, pass, index);
     QJsonObject json{{u"name"_s, port},
                      {u"type"_s, PortName::parse(port).type},
-                     {u"encoding"_s, jsonText(nameOf(meaning.encoding))},
-                     {u"alpha"_s, jsonText(nameOf(meaning.alpha))}};
+                     {u"encoding"_s, textOrNull(nameOf(meaning.encoding))},
+                     {u"alpha"_s, textOrNull(nameOf(meaning.alpha))}};
     if (!output) {
         return json;
     }
@@ -264,7 +265,7 @@ void printGraphJson(const GraphPlan& plan, const Outputs& outputs, const QString
     }
     const QJsonObject graph{{u"passes"_s, passes},
                             {u"culled"_s, culled},
-                            {u"image"_s, jsonText(imageText(plan))},
+                            {u"image"_s, textOrNull(imageText(plan))},
                             {u"animation"_s, animationJson(plan)},
                             {u"runUpFrames"_s, plan.runUpFrames == PassDescription::unlimitedHistory
                                                    ? QJsonValue(u"all"_s)

@@ -13,6 +13,7 @@
 
 #include "Arguments.h"
 #include "Console.h"
+#include "JsonText.h"
 
 using namespace Qt::StringLiterals;
 
@@ -127,14 +128,14 @@ QJsonObject inputJson(const InputDescription& input)
             {u"meaning"_s, input.meaning},
             {u"default"_s, jsonFromValue(input.defaultValue)},
             {u"whenMissing"_s, input.whenMissing},
-            {u"range"_s, jsonText(input.range)},
-            {u"unit"_s, jsonText(input.unit)},
+            {u"range"_s, textOrNull(input.range)},
+            {u"unit"_s, textOrNull(input.unit)},
             {u"minimum"_s, jsonBound(input.limits.minimum)},
             {u"maximum"_s, jsonBound(input.limits.maximum)},
             {u"isAboveMinimum"_s, input.limits.isAboveMinimum},
             {u"isModified"_s, input.isModified},
             {u"isDepth"_s, input.isDepth},
-            {u"encoding"_s, jsonText(nameOf(input.encoding))},
+            {u"encoding"_s, textOrNull(nameOf(input.encoding))},
             {u"tags"_s, QJsonArray::fromStringList(tagsOf(input))}};
 }
 
@@ -143,9 +144,9 @@ QJsonObject outputJson(const OutputDescription& output)
     return {{u"name"_s, output.name},
             {u"type"_s, PortName::parse(output.name).type},
             {u"meaning"_s, output.meaning},
-            {u"encoding"_s, jsonText(nameOf(output.encoding))},
-            {u"alpha"_s, jsonText(nameOf(output.alpha))},
-            {u"space"_s, jsonText(nameOf(output.space))},
+            {u"encoding"_s, textOrNull(nameOf(output.encoding))},
+            {u"alpha"_s, textOrNull(nameOf(output.alpha))},
+            {u"space"_s, textOrNull(nameOf(output.space))},
             {u"like"_s, QJsonArray::fromStringList(output.like)}};
 }
 
@@ -184,7 +185,7 @@ void printJson(const Descriptions& descriptions)
                         {u"options"_s, optionsJson(pass->options)},
                         {u"hostDeclaresPorts"_s, pass->hostDeclaresPorts},
                         {u"fullModeExtensions"_s, QJsonArray::fromStringList(pass->fullModeExtensions)},
-                        {u"reducedMode"_s, jsonText(pass->reducedMode)}});
+                        {u"reducedMode"_s, textOrNull(pass->reducedMode)}});
     }
     print(QString::fromUtf8(QJsonDocument(passes).toJson()));
 }
