@@ -320,7 +320,9 @@ TEST_F(GraphFilesCpuTest, MistakesNameFileLineCauseAndRemedy)
          R"(wrong.json: output: the graph "g" has one output: write "@g.Frame", not "@g.Image")"},
         {QString("{" + graphPass(R"("file": "parts/glow.json", "inputs": {"Frame": "@none.Frame"})")),
          R"(wrong.json:1: parameters.g-Frame, used in g-blur.Input: no pass "none")"}};
-    for (const auto& [text, message] : mistakes) {
+    for (const auto& mistake : mistakes) {
+        const QString& text = mistake.first;
+        const char* message = mistake.second;
         const QString found = text.startsWith('{') ? [&] {
             write("wrong.json", text);
             plan("wrong.json");

@@ -93,32 +93,33 @@ TEST_F(Editing, BoxesAndWires)
     ASSERT_TRUE(item(u"gaussianBlur"_s));
     EXPECT_EQ(shown(), before) << "a pass that nothing reads is culled";
 
-    // Wires by the mouse: composite into the new pass.
+    // Wires by the mouse: composite-over into the new pass.
     boxes.fitInView(boxes.scene()->itemsBoundingRect(), Qt::KeepAspectRatio);
     const QString frame = u"Qel_QelTexture*_Frame"_s;
     const PassPorts ports = portsOf(*findPass(window().document().graph(), u"gaussianBlur"_s));
     const QString input = ports.inputs[1].name;
     const auto place = [&](const QPointF& point) { return boxes.mapFromScene(point); };
-    QTest::mousePress(boxes.viewport(), Qt::LeftButton, {}, place(item(u"composite"_s)->outputPoint(frame)));
+    QTest::mousePress(boxes.viewport(), Qt::LeftButton, {},
+                      place(item(u"composite-over"_s)->outputPoint(frame)));
     QTest::mouseRelease(boxes.viewport(), Qt::LeftButton, {},
                         place(item(u"gaussianBlur"_s)->inputPoint(input)));
     const InputSetting* connected =
         findInput(*findPass(window().document().graph(), u"gaussianBlur"_s), input);
     ASSERT_TRUE(connected);
-    EXPECT_EQ(connected->value, QJsonValue(u"@composite.Frame"_s));
+    EXPECT_EQ(connected->value, QJsonValue(u"@composite-over.Frame"_s));
     EXPECT_TRUE(window().errors().isEmpty());
 
     // A cycle is refused with a reason, and nothing changes.
     const GraphDescription whole = window().document().graph();
-    EXPECT_FALSE(boxes.connectPorts(u"glow"_s, u"Qel_QelTexture*_Output"_s, u"composite"_s, frame));
+    EXPECT_FALSE(boxes.connectPorts(u"glow"_s, u"Qel_QelTexture*_Output"_s, u"composite-over"_s, frame));
     EXPECT_EQ(window().document().graph(), whole);
     ASSERT_FALSE(window().errors().isEmpty());
     EXPECT_TRUE(window().errors().first().contains(u"cyclic"_s)) << qPrintable(window().errors().first());
     EXPECT_TRUE(boxes.movePass(u"gaussianBlur"_s, -3));
 
-    // Without the glow the picture is the composite's, and undo brings everything back.
+    // Without the glow the picture is the composite-over's, and undo brings everything back.
     ASSERT_TRUE(boxes.removePass(u"glow"_s));
-    EXPECT_EQ(window().document().graph().output, u"@composite.Frame"_s);
+    EXPECT_EQ(window().document().graph().output, u"@composite-over.Frame"_s);
     ASSERT_TRUE(window().save(folder().path(u"graphs/less.json"_s)));
     EXPECT_EQ(shown(), rendered(folder().path(u"graphs/less.json"_s)));
     window().document().undoStack().setIndex(0);
@@ -133,7 +134,7 @@ TEST_F(Editing, PassesCanBeLeftOut)
     window().session().setBypassed({u"glow"_s});
     const QImage without = shown();
     EXPECT_NE(without, before);
-    window().view().show(OutputName{u"composite"_s, u"Qel_QelTexture*_Frame"_s});
+    window().view().show(OutputName{u"composite-over"_s, u"Qel_QelTexture*_Frame"_s});
     EXPECT_EQ(shown(), without);
     window().view().show(OutputName());
     window().session().setBypassed({});

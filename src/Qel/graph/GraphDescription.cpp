@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include <Qel/graph/support/Parameters.h>
+
 using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel {
@@ -27,6 +29,12 @@ QString GraphDescription::resolvePath(const QString& path, const QString& writte
 QString GraphDescription::placeOf(const ModelDescription& model) const
 {
     return model.origin.isEmpty() ? u"%1: models.%2"_s.arg(displayName(), model.name) : model.origin;
+}
+
+QJsonValue GraphDescription::resolved(const QJsonValue& value) const
+{
+    const ResolvedValue found = Parameters(*this).resolve(value, 0.0);
+    return found.error.isEmpty() ? found.value : QJsonValue();
 }
 
 void GraphDescription::replaceModel(const QString& modelFile, const QString& origin)

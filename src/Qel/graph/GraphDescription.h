@@ -222,6 +222,10 @@ struct QEL_GRAPH_EXPORT GraphDescription
     /// stays empty.
     QString resolvePath(const QString& path, const QString& writtenIn = {}) const;
 
+    /// The value in frame 0 that "$name" or keyed values stand for; other values stay. A name that no parameter
+    /// has gives null.
+    QJsonValue resolved(const QJsonValue& value) const;
+
     /// Replaces the file of the first model that has one and keeps its placement, or adds a model named
     /// "model" if there is none. `modelFile` is relative to the current folder, `origin` see
     /// ModelDescription. Removes the camera, so that the view is fitted to the new model.

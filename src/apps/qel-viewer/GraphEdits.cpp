@@ -37,11 +37,11 @@ void rerouteAround(GraphDescription& graph, const PassSetting& leftOut)
 {
     const auto reroute = [&](const QString& reference) -> std::optional<QString> {
         const auto [name, port] = splitReference(reference);
-        return name == leftOut.name ? std::optional(throughReference(leftOut, port)) : std::nullopt;
+        return name == leftOut.name ? std::optional(throughReference(graph, leftOut, port)) : std::nullopt;
     };
     for (PassSetting& pass : graph.passes) {
         for (InputSetting& input : pass.inputs) {
-            if (const auto through = reroute(input.value.toString())) {
+            if (const auto through = reroute(graph.resolved(input.value).toString())) {
                 input.value = *through;
             }
         }
@@ -181,7 +181,7 @@ void connectPorts(GraphDescription& graph, const QString& fromPass, const QStrin
     }
 }
 
-QString throughReference(const PassSetting& pass, const QString& outputPort)
+QString throughReference(const GraphDescription& graph, const PassSetting& pass, const QString& outputPort)
 {
     const PassPorts ports = portsOf(pass);
     const auto output = std::find_if(ports.outputs.begin(), ports.outputs.end(), [&](const auto& candidate) {
@@ -192,7 +192,7 @@ QString throughReference(const PassSetting& pass, const QString& outputPort)
     }
     for (const InputDescription& input : ports.inputs) {
         const InputSetting* setting = findInput(pass, input.name);
-        const QString reference = setting ? setting->value.toString() : QString();
+        const QString reference = setting ? graph.resolved(setting->value).toString() : QString();
         if (typeOf(input.name) == typeOf(output->name) && !splitReference(reference).first.isEmpty()) {
             return reference;
         }
@@ -208,12 +208,13 @@ bool canLeaveOut(const GraphDescription& graph, const QString& name)
     }
     const auto isLost = [&](const QString& reference) {
         const auto [source, port] = splitReference(reference);
-        return source == name && throughReference(*pass, port).isEmpty();
+        return source == name && throughReference(graph, *pass, port).isEmpty();
     };
     return !isLost(graph.output) &&
            std::none_of(graph.passes.begin(), graph.passes.end(), [&](const PassSetting& other) {
-               return std::any_of(other.inputs.begin(), other.inputs.end(),
-                                  [&](const auto& input) { return isLost(input.value.toString()); });
+               return std::any_of(other.inputs.begin(), other.inputs.end(), [&](const auto& input) {
+                   return isLost(graph.resolved(input.value).toString());
+               });
            });
 }
 

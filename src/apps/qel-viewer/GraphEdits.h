@@ -50,7 +50,7 @@ void connectPorts(GraphDescription& graph, const QString& fromPass, const QStrin
 
 /// Where the texture of an output comes from if its pass is left out: the connection of the first input with
 /// the type of the output, such as "@blur.Frame"; empty if there is none.
-QString throughReference(const PassSetting& pass, const QString& outputPort);
+QString throughReference(const GraphDescription& graph, const PassSetting& pass, const QString& outputPort);
 
 /// Whether every output of a pass that something reads can come from one of its inputs.
 bool canLeaveOut(const GraphDescription& graph, const QString& name);
