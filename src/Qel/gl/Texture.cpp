@@ -120,10 +120,11 @@ private:
 
 Texture::Texture(QObject* parent)
     : QObject(parent)
-    , m_shared(std::make_shared<AttachableTexture>(++lastSerial))
+    , m_shared(std::make_shared<AttachableTexture>())
     , m_target(GL_TEXTURE_2D)
 {
     static_assert(recorded.size() == numParameters);
+    m_shared->serial = ++lastSerial;
     std::transform(recorded.begin(), recorded.end(), m_parameters.begin(),
                    [](const Parameter& parameter) { return parameter.initial; });
 }

@@ -273,7 +273,7 @@ void GraphView::mousePressEvent(QMouseEvent* event)
     const QPointF point = mapToScene(event->position().toPoint());
     PassItem* pass = passAt(point);
     const QString port = pass ? pass->outputAt(point) : QString();
-    if (event->button() == Qt::LeftButton && !port.isEmpty()) {
+    if (pass && event->button() == Qt::LeftButton && !port.isEmpty()) {
         m_fromPass = pass->name();
         m_fromPort = port;
         delete m_newWire;
@@ -307,10 +307,13 @@ void GraphView::mouseReleaseEvent(QMouseEvent* event)
     m_newWire = nullptr;
     const QPointF point = mapToScene(event->position().toPoint());
     const PassItem* pass = passAt(point);
-    const QString input = pass ? pass->inputAt(point) : QString();
+    if (!pass) {
+        return;
+    }
+    const QString input = pass->inputAt(point);
     if (!input.isEmpty()) {
         connectPorts(m_fromPass, m_fromPort, pass->name(), input);
-    } else if (pass && pass->name() == m_fromPass && pass->outputAt(point) == m_fromPort) {
+    } else if (pass->name() == m_fromPass && pass->outputAt(point) == m_fromPort) {
         Q_EMIT outputChosen({m_fromPass, m_fromPort});
     }
 }
