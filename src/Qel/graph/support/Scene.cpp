@@ -168,7 +168,7 @@ std::shared_ptr<GPUModel> Scene::show(size_t index, ModelData data)
     return old;
 }
 
-std::vector<std::shared_ptr<GPUModel>> Scene::replaceModel(size_t index, ModelData data)
+std::vector<std::shared_ptr<GPUModel>> Scene::replaceModel(size_t index, const ModelData& data)
 {
     std::vector<std::shared_ptr<GPUModel>> old;
     old.push_back(show(index, placed(data, m_descriptions[index].placement)));

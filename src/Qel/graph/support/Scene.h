@@ -51,7 +51,7 @@ public:
 
     /// Replaces a model, which gets its placement, and renews those that it is merged into. Returns the old
     /// ones.
-    std::vector<std::shared_ptr<GPUModel>> replaceModel(size_t index, ModelData data);
+    std::vector<std::shared_ptr<GPUModel>> replaceModel(size_t index, const ModelData& data);
     void setLights(const std::vector<LightDescription>& lights);
     /// Updates the frame values that depend on the camera and the viewport.
     void setView(const CameraDescription& camera, const QSize& viewport);
