@@ -58,11 +58,12 @@ qel_package(program qel graphics "OpenGL render passes wired into graphs - comma
     DEPENDS "libqel${abi} (= ${version})" qt6-image-formats-plugins)
 if(TARGET qel-viewer)
     qel_package(viewer qel-viewer graphics "OpenGL render passes wired into graphs - viewer"
-        "The program qel-viewer shows the images of a graph of render passes in a window,\nwith controls for all inputs, inner textures and times."
+        "The program qel-viewer shows the images of a graph of render passes in a\nwindow, with controls for all inputs, inner textures and times."
         DEPENDS "libqel${abi} (= ${version})" qt6-image-formats-plugins)
 endif()
 qel_package(documentation qel-doc doc "OpenGL render passes wired into graphs - documentation"
     "The manual, the example graphs, and example programs that embed the libraries."
     ALL)
 
+set(CPACK_PRE_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/CompressManual.cmake")
 include(CPack)

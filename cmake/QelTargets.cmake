@@ -91,5 +91,5 @@ function(qel_install_package)
     install(FILES "${PROJECT_SOURCE_DIR}/LICENSE" "${PROJECT_SOURCE_DIR}/README.md" "${PROJECT_SOURCE_DIR}/CHANGELOG.md"
         DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT documentation)
     install(DIRECTORY "${PROJECT_SOURCE_DIR}/docs" "${PROJECT_SOURCE_DIR}/examples"
-        DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT documentation)
+        DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT documentation PATTERN .gitattributes EXCLUDE)
 endfunction()
