@@ -192,7 +192,7 @@ QString throughReference(const GraphDescription& graph, const PassSetting& pass,
     }
     for (const InputDescription& input : ports.inputs) {
         const InputSetting* setting = findInput(pass, input.name);
-        const QString reference = setting ? graph.resolved(setting->value).toString() : QString();
+        QString reference = setting ? graph.resolved(setting->value).toString() : QString();
         if (typeOf(input.name) == typeOf(output->name) && !splitReference(reference).first.isEmpty()) {
             return reference;
         }
