@@ -81,7 +81,7 @@ QVariant OptionReader::readOption(const QString& place, const OptionDescription&
         return {};
     }
     const GraphErrors::InPlace scope(m_errors, m_source, resolved.holder);
-    const QVariant value = readValue(place, option, resolved);
+    QVariant value = readValue(place, option, resolved);
     if (resolved.parameter && value.isValid()) {
         m_uses.push_back({place, given, m_source, -1, -1, !resolved.keyed.isUndefined(), true});
     }
