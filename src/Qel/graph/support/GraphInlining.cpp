@@ -146,8 +146,8 @@ void renameOutputs(GraphDescription* graph, const GraphPassOutputs& outputs, Gra
 {
     const auto rename = [&](const QJsonValue& value, const SourcePlace& source, const QString& place) {
         const QString text = value.toString();
-        const QString name = text.section(u'.', 0, 0).sliced(text.isEmpty() ? 0 : 1);
-        const auto output = text.startsWith(u'@') ? outputs.constFind(name) : outputs.constEnd();
+        const QString name = text.startsWith(u'@') ? text.section(u'.', 0, 0).sliced(1) : QString();
+        const auto output = outputs.constFind(name);
         if (output == outputs.constEnd()) {
             return value;
         }
