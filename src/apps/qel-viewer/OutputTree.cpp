@@ -65,7 +65,7 @@ void OutputTree::rebuild()
     }
     const GraphPlan& plan = m_session.graph()->plan();
     if (!plan.graph.output.isEmpty()) {
-        auto* item = new QTreeWidgetItem(this, {tr("Output of the graph"), {}, plan.graph.output.sliced(1)});
+        auto* item = new QTreeWidgetItem(this, {tr("Output of the graph"), {}, plan.graph.output.mid(1)});
         item->setData(0, passRole, QString());
         item->setData(0, portRole, QString());
     }
@@ -128,7 +128,7 @@ void OutputTree::setValues(const QHash<QString, QString>& values)
     for (QTreeWidgetItemIterator item(this); *item; ++item) {
         if (isOutput(*item)) {
             const QString name = nameOf(*item).text();
-            (*item)->setText(Value, values.value(name.isEmpty() ? graphOutput.sliced(1) : name));
+            (*item)->setText(Value, values.value(name.isEmpty() ? graphOutput.mid(1) : name));
         }
     }
     viewport()->update();
