@@ -222,8 +222,8 @@ struct QEL_GRAPH_EXPORT GraphDescription
     /// stays empty.
     QString resolvePath(const QString& path, const QString& writtenIn = {}) const;
 
-    /// The value in frame 0 that "$name" or keyed values stand for; other values stay. A name that no parameter
-    /// has gives null.
+    /// The value in frame 0 that "$name" or keyed values stand for; other values stay. A name that no
+    /// parameter has gives null.
     QJsonValue resolved(const QJsonValue& value) const;
 
     /// Replaces the file of the first model that has one and keeps its placement, or adds a model named

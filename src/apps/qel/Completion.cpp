@@ -99,7 +99,7 @@ QString bashOptionCases(const QString& command, const std::vector<OptionSyntax>&
     return text;
 }
 
-/// The action of a value in the specifications of zsh's _arguments.
+/// How zsh's _arguments completes a value.
 QString zshAction(const Values& values)
 {
     if (values.isText()) {
