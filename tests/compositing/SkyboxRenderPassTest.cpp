@@ -50,7 +50,7 @@ Pixels directions(const View& view)
 /// Half a texel of the environments in which texels hold their direction, with the rounding of half floats.
 constexpr float tolerance = 0.008F;
 
-/// A cube map whose texels hold their direction and an alpha of 0, by the axes of GL's specification.
+/// A cube map whose texels hold their direction and an alpha of 0, by GL's axes of the faces.
 std::unique_ptr<Texture> makeCubemap()
 {
     constexpr int n = 256;

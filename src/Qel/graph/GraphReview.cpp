@@ -250,9 +250,11 @@ private:
             camera->farPlane == static_cast<float>(assumed.farPlane)) {
             return;
         }
+        // A camera in orbit has planes of 0 where they are fitted.
         const QString actual =
-            camera ? u"the camera has %1 and %2"_s.arg(camera->nearPlane).arg(camera->farPlane)
-                   : u"the fitted camera has others"_s;
+            camera && camera->nearPlane > 0.0F && camera->farPlane > 0.0F
+                ? u"the camera has %1 and %2"_s.arg(camera->nearPlane).arg(camera->farPlane)
+                : u"the fitted camera has others"_s;
         add(pass, input.port,
             u"the pass assumes clipping planes at %1 and %2, but %3, so that distances are wrong; give the "
             "camera \"near\": %1 and \"far\": %2"_s.arg(assumed.nearPlane)
