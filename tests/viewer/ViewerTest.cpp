@@ -4,7 +4,8 @@
 #include <QDir>
 #include <QSettings>
 #include <QStandardPaths>
-#include <QSurfaceFormat>
+
+#include <TextureView.h>
 
 #include "support/Paths.h"
 #include "support/Program.h"
@@ -80,10 +81,7 @@ QImage ViewerTest::rendered(const QString& graph, const QStringList& arguments)
 int main(int argc, char** argv)
 {
     testing::InitGoogleTest(&argc, argv);
-    QSurfaceFormat format;
-    format.setVersion(3, 2);
-    format.setProfile(QSurfaceFormat::CoreProfile);
-    QSurfaceFormat::setDefaultFormat(format);
+    Morvane::Qel::Viewer::TextureView::setDefaultFormat();
     QStandardPaths::setTestModeEnabled(true);
     const QApplication application(argc, argv);
     QCoreApplication::setApplicationName(u"qel-viewer-tests"_s);

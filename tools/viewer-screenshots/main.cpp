@@ -8,13 +8,13 @@
 #include <QFile>
 #include <QPushButton>
 #include <QStandardPaths>
-#include <QSurfaceFormat>
 #include <QThread>
 
 #include <cstdio>
 
 #include <MainWindow.h>
 #include <StartPage.h>
+#include <TextureView.h>
 
 using namespace Qt::StringLiterals;
 using namespace Morvane::Qel::Viewer;
@@ -71,10 +71,7 @@ private:
 
 int main(int argc, char** argv)
 {
-    QSurfaceFormat format;
-    format.setVersion(3, 2);
-    format.setProfile(QSurfaceFormat::CoreProfile);
-    QSurfaceFormat::setDefaultFormat(format);
+    TextureView::setDefaultFormat();
     QStandardPaths::setTestModeEnabled(true);
     const QApplication application(argc, argv);
     if (QCoreApplication::arguments().size() != 2 || StartPage::examplesFolder().isEmpty()) {

@@ -1,5 +1,7 @@
 #include "TextureView.h"
 
+#include <QSurfaceFormat>
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -10,6 +12,14 @@
 #include "TexelOverlay.h"
 
 namespace Morvane::Qel::Viewer {
+
+void TextureView::setDefaultFormat()
+{
+    QSurfaceFormat format;
+    format.setVersion(3, 2);
+    format.setProfile(QSurfaceFormat::CoreProfile);
+    QSurfaceFormat::setDefaultFormat(format);
+}
 
 TextureView::TextureView(GraphSession& session, QWidget* parent)
     : QOpenGLWidget(parent)

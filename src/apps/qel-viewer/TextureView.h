@@ -36,6 +36,10 @@ class TextureView : public QOpenGLWidget
 {
     Q_OBJECT
 public:
+    /// Makes the OpenGL that the view needs the default of all windows; call it before the application is
+    /// created.
+    static void setDefaultFormat();
+
     explicit TextureView(GraphSession& session, QWidget* parent = nullptr);
     ~TextureView() override;
 

@@ -6,6 +6,7 @@
 #include <QSurfaceFormat>
 
 #include "MainWindow.h"
+#include "TextureView.h"
 
 using namespace Qt::StringLiterals;
 
@@ -25,10 +26,7 @@ bool hasOpenGL()
 
 int main(int argc, char** argv)
 {
-    QSurfaceFormat format;
-    format.setVersion(3, 2);
-    format.setProfile(QSurfaceFormat::CoreProfile);
-    QSurfaceFormat::setDefaultFormat(format);
+    Morvane::Qel::Viewer::TextureView::setDefaultFormat();
     const QApplication application(argc, argv);
     QCoreApplication::setApplicationName(u"qel-viewer"_s);
     QCoreApplication::setOrganizationName(u"qel"_s);
