@@ -246,14 +246,15 @@ void SMAARenderPass::start(RenderCallbacks* callbacks)
     context->disable(GL_STENCIL_TEST);
     context->setViewport(0, 0, m_width, m_height);
     checkGLError(sourceFile, __LINE__);
-    const PooledTexture edges =
-        draw(*m_edgeFramebuffer, *m_edgeProgram, m_edgeMetrics, {{m_edgeFrame, frame}});
+    const PooledTexture edges = draw(*m_edgeFramebuffer, *m_edgeProgram, m_edgeMetrics,
+                                     {{m_edgeFrame, frame, texelSampling(*frame, size, Sampling::Linear)}});
     const PooledTexture weights = draw(*m_weightFramebuffer, *m_weightProgram, m_weightMetrics,
                                        {{m_weightEdges, edges.get()},
                                         {m_weightAreas, m_areaTexture.get()},
                                         {m_weightSearches, m_searchTexture.get()}});
-    const PooledTexture result = draw(*m_outputFramebuffers.back(), *m_blendProgram, m_blendMetrics,
-                                      {{m_blendFrame, frame}, {m_blendWeights, weights.get()}});
+    const PooledTexture result =
+        draw(*m_outputFramebuffers.back(), *m_blendProgram, m_blendMetrics,
+             {{m_blendFrame, frame}, {m_blendWeights, weights.get(), Sampling::Nearest}});
     context->enable(GL_DEPTH_TEST);
     checkGLError(sourceFile, __LINE__);
     publish(AntiAliasedFrame, result);
@@ -271,7 +272,7 @@ PooledTexture SMAARenderPass::draw(FramebufferObject& framebuffer, ShaderProgram
     std::array<std::optional<BoundSampler>, 3> samplers;
     size_t i = 0;
     for (const SamplerInput& input : inputs) {
-        samplers[i++].emplace(program, input.sampler, input.texture, Sampling::Linear);
+        samplers[i++].emplace(program, input.sampler, input.texture, input.sampling);
     }
     const auto width = static_cast<float>(m_width);
     const auto height = static_cast<float>(m_height);

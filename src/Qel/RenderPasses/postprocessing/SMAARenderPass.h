@@ -68,6 +68,7 @@ private:
     {
         Uniform& sampler;
         Texture* texture;
+        Sampling sampling = Sampling::Linear;
     };
     /// Draws one stage full-screen into a pooled texture. Takes at most three inputs.
     PooledTexture draw(FramebufferObject& framebuffer, ShaderProgram& program, Uniform& metrics,
