@@ -19,10 +19,10 @@ constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/VisibilitySortRend
 // bounds the stack by the number of times that 50 can be halved. Both walks take at most MAX_DEPTH steps,
 // whatever the pointers are.
 //
-// A software rasteriser executes both sides of every branch, and every loop at least once and, if its
-// condition is tested first, once more at the end. Most pixels have no list or a short one, so all loops test
-// their condition last, the sort is one loop of small steps, and the records are few and small, because each
-// pixel clears them.
+// Most pixels have no list or a short one. Software rasterisers execute both sides of every branch and every
+// loop at least once, or twice if its condition comes first, so all loops test their condition last, and the
+// sort is a single loop of small steps. They also clear local arrays, so the records hold no more than
+// needed.
 const QString fragmentSource = uR"(#version 150
 #extension GL_ARB_shader_atomic_counters : enable
 #extension GL_ARB_shader_image_load_store : enable
@@ -75,7 +75,8 @@ void quickSort(int count)
     // First and last record of each range that remains to be sorted.
     ivec2 ranges[MAX_LEVELS];
     int numRanges = 0;
-    ivec2 range = ivec2(0, count - 1);
+    ranges[0] = ivec2(0);
+    ivec2 range = ivec2(0, max(count - 1, 0));
     int low = range.x;
     int high = range.y;
     bool isHoleLow = true;
