@@ -135,8 +135,8 @@ TEST_F(ImageIO, PngFilesHoldEveryPixelAndStaySmall)
     // last one needs several chunks.
     std::minstd_rand random;
     const auto byte = [&](int kind, int x, int y, int c) {
-        const std::array values{40, (x * x + 3 * x * y + y * y) / 64 + 9 * c, x * x * (7 + c), y * y * (5 + c),
-                                static_cast<int>(random())};
+        const std::array values{40, (x * x + 3 * x * y + y * y) / 64 + 9 * c, x * x * (7 + c),
+                                y * y * (5 + c), static_cast<int>(random())};
         return static_cast<float>(values[static_cast<size_t>(kind)] & 255) / 255.0F;
     };
     for (const auto& [width, height] : {std::pair(1, 1), {1, 40}, {3, 5}, {201, 40}, {997, 500}}) {

@@ -40,7 +40,8 @@ quint8 paeth(int left, int above, int upperLeft)
     return static_cast<quint8>(predicted);
 }
 
-/// Chooses a filter for each row and applies it, because differences of neighbours compress better than values.
+/// Chooses a filter for each row and applies it, because differences of neighbours compress better than
+/// values.
 class RowFilter
 {
 public:
@@ -129,8 +130,8 @@ Bytes compressed(const Bytes& bytes)
         throw std::bad_alloc();
     }
     Bytes result(libdeflate_zlib_compress_bound(compressor.get(), bytes.size()));
-    result.resize(libdeflate_zlib_compress(compressor.get(), bytes.data(), bytes.size(), result.data(),
-                                           result.size()));
+    result.resize(
+        libdeflate_zlib_compress(compressor.get(), bytes.data(), bytes.size(), result.data(), result.size()));
     return result;
 }
 
