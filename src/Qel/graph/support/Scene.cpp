@@ -113,7 +113,7 @@ std::optional<std::vector<ModelData>> importModels(const GraphDescription& graph
         } else {
             models[index] = mergedFrom(models, merges.parts[index]);
         }
-        models[index] = placed(models[index], model.placement);
+        models[index] = placed(std::move(models[index]), model.placement);
         const QPair<QVector3D, QVector3D> bounds = boundsOf(models[index]);
         if (!isFinite(bounds.first) || !isFinite(bounds.second)) {
             errors.addLine(graph.placeOf(model) + u": its scale makes it too large"_s);
