@@ -454,8 +454,11 @@ TEST_F(GraphFilesCpuTest, ChangedValuesAreWrittenInTheirPlace)
                  with("        \"BlurRadius\": 3, // texels\n", ""));
     expectUpdate([&](GraphDescription& graph) { blur(graph).pop_back(); },
                  with("3, // texels\n        \"Sigma\": 1e0\n", "3 // texels\n"));
-    expectUpdate([&](GraphDescription& graph) { blur(graph).push_back({"X\"", "a"}); },
-                 with("1e0\n", "1e0,\n        \"X\\\"\": \"a\"\n"));
+    expectUpdate(
+        [&](GraphDescription& graph) {
+            blur(graph).push_back({"X\"", "a"});
+        },
+        with("1e0\n", "1e0,\n        \"X\\\"\": \"a\"\n"));
     expectUpdate([](GraphDescription& graph) { graph.passes.back().options["format"] = "RGBA8"; },
                  with("      }}", "      },\n      \"options\": {\"format\":\"RGBA8\"}}"));
     // A comment stays behind its value.
@@ -470,8 +473,11 @@ TEST_F(GraphFilesCpuTest, ChangedValuesAreWrittenInTheirPlace)
             graph.output = "@sky.Frame";
         },
         with("[ 640,360 ]", "[800,600]").replace("@a.Output\"", "@sky.Frame\""));
-    expectUpdate([](GraphDescription& graph) { graph.animation = AnimationDescription{12, 24.0F}; },
-                 with("\"@a.Output\"", "\"@a.Output\",\n  \"animation\": {\"fps\":24,\"frames\":12}"));
+    expectUpdate(
+        [](GraphDescription& graph) {
+            graph.animation = AnimationDescription{12, 24.0F};
+        },
+        with("\"@a.Output\"", "\"@a.Output\",\n  \"animation\": {\"fps\":24,\"frames\":12}"));
     // What the file alone cannot hold: passes and lights of the included file, other passes.
     expectUpdate([](GraphDescription& graph) { graph.passes.front().inputs.back().value = "#000000"; }, {});
     expectUpdate([](GraphDescription& graph) { graph.lights.front().range = 4.0F; }, {});

@@ -189,8 +189,9 @@ private:
         good = good && m_before.lights.size() == m_after.lights.size();
         for (size_t i = 0; good && i < m_after.lights.size(); ++i) {
             const bool isChanged = m_before.lights[i] != m_after.lights[i];
-            good = !isChanged || (i >= numOther && updateSection(u"lights[%1]"_s.arg(i),
-                                                                 {u"lights"_s, QString::number(i - numOther)}));
+            good = !isChanged ||
+                   (i >= numOther &&
+                    updateSection(u"lights[%1]"_s.arg(i), {u"lights"_s, QString::number(i - numOther)}));
         }
         return good;
     }
@@ -222,12 +223,11 @@ private:
             const PassSetting& after = m_after.passes[i];
             const qsizetype index = indexOfPass(after.name);
             good = before.name == after.name && before.type == after.type &&
-                   (before == after ||
-                    (index >= 0 &&
-                     updateMembers({u"passes"_s, QString::number(index), u"inputs"_s}, inputsOf(before),
-                                   inputsOf(after)) &&
-                     updateMembers({u"passes"_s, QString::number(index), u"options"_s}, before.options,
-                                   after.options)));
+                   (before == after || (index >= 0 &&
+                                        updateMembers({u"passes"_s, QString::number(index), u"inputs"_s},
+                                                      inputsOf(before), inputsOf(after)) &&
+                                        updateMembers({u"passes"_s, QString::number(index), u"options"_s},
+                                                      before.options, after.options)));
         }
         return good;
     }
@@ -262,8 +262,7 @@ void collectIncludes(const QByteArray& text, const QString& file, QStringList* i
         return;
     }
     const auto add = [&](const QJsonValue& name) {
-        const QString path =
-            QDir::cleanPath(QFileInfo(file).absoluteDir().absoluteFilePath(name.toString()));
+        const QString path = QDir::cleanPath(QFileInfo(file).absoluteDir().absoluteFilePath(name.toString()));
         QString what;
         if (name.isString() && !includes->contains(path)) {
             if (const auto included = readGraphText(path, largestGraphText, &what)) {

@@ -79,8 +79,7 @@ std::vector<GraphText::Member> GraphText::membersOf(const Span& span) const
         Member member{QString::number(members.size()), {at, at}, {}};
         if (isObject) {
             member.key.end = endOfString(m_json, at);
-            member.name =
-                valueFromJson(QString::fromUtf8(m_json.mid(at, member.key.end - at))).toString();
+            member.name = valueFromJson(QString::fromUtf8(m_json.mid(at, member.key.end - at))).toString();
             at = skipSpace(skipSpace(member.key.end) + 1); // behind the colon
         }
         member.value = {at, endOfValue(at)};
