@@ -1,11 +1,12 @@
 // Drives the viewer and writes pictures of its window for docs/viewer.md:
-//   qel-viewer-screenshots FOLDER
+//   qel-viewer-screenshots FOLDER [dark]
 
 #include <QApplication>
 #include <QDir>
 #include <QDockWidget>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QPalette>
 #include <QPushButton>
 #include <QStandardPaths>
 #include <QThread>
@@ -15,6 +16,7 @@
 #include <MainWindow.h>
 #include <StartPage.h>
 #include <TextureView.h>
+#include <TimeLine.h>
 
 using namespace Qt::StringLiterals;
 using namespace Morvane::Qel::Viewer;
@@ -74,9 +76,17 @@ int main(int argc, char** argv)
     TextureView::setDefaultFormat();
     QStandardPaths::setTestModeEnabled(true);
     const QApplication application(argc, argv);
-    if (QCoreApplication::arguments().size() != 2 || StartPage::examplesFolder().isEmpty()) {
-        std::fputs("usage: qel-viewer-screenshots FOLDER, in the build tree\n", stderr);
+    const qsizetype numArguments = QCoreApplication::arguments().size();
+    if (numArguments < 2 || numArguments > 3 || StartPage::examplesFolder().isEmpty()) {
+        std::fputs("usage: qel-viewer-screenshots FOLDER [dark], in the build tree\n", stderr);
         return 2;
+    }
+    if (numArguments == 3) {
+        QPalette dark(QColor(53, 53, 53));
+        dark.setColor(QPalette::Base, QColor(35, 35, 35));
+        dark.setColor(QPalette::Highlight, QColor(42, 130, 218));
+        QApplication::setStyle(u"fusion"_s);
+        QApplication::setPalette(dark);
     }
     const QDir examples(StartPage::examplesFolder());
     MainWindow window;
@@ -98,5 +108,13 @@ int main(int argc, char** argv)
         graph.passes.back().inputs.back().value = 2.5;
     });
     camera.take(u"wipe"_s);
+
+    window.document().undoStack().setClean();
+    window.view().setComparison({});
+    window.open(examples.filePath(u"rack-focus.json"_s));
+    window.findChild<QDockWidget*>(u"controlPanel"_s)->raise();
+    window.timeLine().goTo(48);
+    window.session().requestFrames(12);
+    camera.take(u"animation"_s);
     return camera.good ? 0 : 1;
 }

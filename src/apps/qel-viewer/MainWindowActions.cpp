@@ -187,12 +187,12 @@ void MainWindow::showShortcuts()
     const auto add = [&](const QString& keys, const QString& meaning) {
         form->addRow(u"<b>%1</b>"_s.arg(keys.toHtmlEscaped()), new QLabel(meaning));
     };
-    add(tr("Drag"), tr("turns the camera around its target"));
-    add(tr("Shift + drag"), tr("moves the camera sideways"));
-    add(tr("Alt + drag"), tr("turns the view direction"));
-    add(tr("Right drag, Ctrl + wheel"), tr("moves the camera to its target or away"));
+    add(tr("Drag, arrow keys"), tr("turns the camera around its target"));
+    add(tr("Shift + drag, Shift + arrow keys"), tr("moves the camera sideways"));
+    add(tr("Alt + drag, Alt + arrow keys"), tr("turns the view direction"));
+    add(tr("Right drag, Ctrl + wheel, Page Up, Page Down"), tr("moves the camera to its target or away"));
     add(u"W A S D Q E"_s, tr("flies forward, left, back, right, down, up"));
-    add(tr("Wheel"), tr("zooms the picture, down to single texels"));
+    add(tr("Wheel, + and -"), tr("zooms the picture, down to single texels"));
     add(tr("Middle drag"), tr("moves the zoomed picture"));
     add(tr("Ctrl + click"), tr("focuses passes with depth of field there"));
     const QList<QAction*> menus = menuBar()->actions();
