@@ -2,6 +2,7 @@
 //   qel-viewer-screenshots FOLDER [dark]
 
 #include <QApplication>
+#include <QComboBox>
 #include <QDir>
 #include <QDockWidget>
 #include <QElapsedTimer>
@@ -110,7 +111,9 @@ int main(int argc, char** argv)
     camera.take(u"wipe"_s);
 
     window.document().undoStack().setClean();
-    window.view().setComparison({});
+    auto* comparison = window.findChild<QDockWidget*>(u"comparePanel"_s)->findChild<QComboBox*>();
+    comparison->setCurrentIndex(0);
+    Q_EMIT comparison->activated(0);
     window.open(examples.filePath(u"rack-focus.json"_s));
     window.findChild<QDockWidget*>(u"controlPanel"_s)->raise();
     window.timeLine().goTo(48);

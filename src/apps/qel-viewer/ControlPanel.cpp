@@ -160,6 +160,7 @@ void ControlPanel::addRow(QGridLayout* grid, const Row& described, ValueEditor* 
     Row row = described;
     row.editor = editor;
     row.label = new QLabel;
+    row.label->setWordWrap(true);
     row.reset = new QToolButton;
     row.reset->setText(u"↺"_s);
     row.reset->setAutoRaise(true);
@@ -219,8 +220,8 @@ void ControlPanel::addParameters(QVBoxLayout* column)
     for (const ParameterDescription& parameter : graph.parameters) {
         const QJsonValue value = graph.resolved(u'$' + parameter.name);
         const std::vector<ParameterUse> uses = usesOf(graph, parameter.name);
-        if (isReference(value)) {
-            continue; // A connection or a model.
+        if (isReference(value) || isParameterUse(parameter.value)) {
+            continue; // A connection, a model, or what another parameter sets.
         }
         Row row{{}, parameter.name, false, parameter.name, {}, {}, {}};
         QStringList places;

@@ -6,7 +6,6 @@
 #include <QSignalBlocker>
 #include <QSlider>
 #include <QSpinBox>
-#include <QStyle>
 #include <QToolButton>
 
 #include <algorithm>
@@ -18,6 +17,13 @@
 using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel::Viewer {
+
+namespace {
+
+const QString playText = u"▶"_s;
+const QString pauseText = u"❚❚"_s;
+
+} // namespace
 
 int lastFrame(const GraphDescription& graph)
 {
@@ -55,10 +61,11 @@ TimeLine::TimeLine(GraphSession& session, Document& document, QWidget* parent)
 {
     auto* row = new QHBoxLayout(this);
     row->setContentsMargins(6, 2, 6, 2);
-    const auto addButton = [&](QStyle::StandardPixmap icon, const QString& name, const QString& toolTip,
+    const auto addButton = [&](const QString& text, const QString& name, const QString& toolTip,
                                const std::function<void()>& call) {
         auto* button = new QToolButton;
-        button->setIcon(style()->standardIcon(icon));
+        // Icons of the toolkit are black on a dark background.
+        button->setText(text);
         button->setAutoRaise(true);
         button->setToolTip(toolTip);
         button->setObjectName(u"time."_s + name);
@@ -67,12 +74,11 @@ TimeLine::TimeLine(GraphSession& session, Document& document, QWidget* parent)
         connect(button, &QToolButton::clicked, this, call);
         return button;
     };
-    addButton(QStyle::SP_MediaSkipBackward, u"first"_s, tr("First frame"), [this] { goTo(0); });
-    addButton(QStyle::SP_MediaSeekBackward, u"back"_s, tr("One frame back (,)"), [this] { step(-1); });
-    m_play = addButton(QStyle::SP_MediaPlay, u"play"_s, tr("Play or pause (P)"),
-                       [this] { setPlaying(!m_isPlaying); });
-    addButton(QStyle::SP_MediaSeekForward, u"forward"_s, tr("One frame forward (.)"), [this] { step(1); });
-    m_loop = addButton(QStyle::SP_BrowserReload, u"loop"_s, tr("Begin again after the last frame"), [] {});
+    addButton(u"|◀"_s, u"first"_s, tr("First frame"), [this] { goTo(0); });
+    addButton(u"-1"_s, u"back"_s, tr("One frame back (,)"), [this] { step(-1); });
+    m_play = addButton(playText, u"play"_s, tr("Play or pause (P)"), [this] { setPlaying(!m_isPlaying); });
+    addButton(u"+1"_s, u"forward"_s, tr("One frame forward (.)"), [this] { step(1); });
+    m_loop = addButton(u"↻"_s, u"loop"_s, tr("Begin again after the last frame"), [] {});
     m_loop->setCheckable(true);
     m_loop->setChecked(true);
     m_slider->setObjectName(u"time.slider"_s);
@@ -134,7 +140,7 @@ void TimeLine::setPlaying(bool isPlaying)
         return;
     }
     m_isPlaying = isPlaying;
-    m_play->setIcon(style()->standardIcon(isPlaying ? QStyle::SP_MediaPause : QStyle::SP_MediaPlay));
+    m_play->setText(isPlaying ? pauseText : playText);
     m_session.setPlaying(isPlaying);
     if (!isPlaying) {
         m_timer.stop();
