@@ -224,14 +224,14 @@ TEST_F(Robot, SurvivesRandomUse)
 {
     const int numSteps = qEnvironmentVariableIntValue("QEL_ROBOT_STEPS") > 0
                              ? qEnvironmentVariableIntValue("QEL_ROBOT_STEPS")
-                             : 300;
+                             : 200;
     const int seed = qEnvironmentVariableIntValue("QEL_ROBOT_SEED");
     m_random.seed(static_cast<unsigned int>(seed));
     const QString graph = copyExamples(u"shader.json"_s);
     qputenv("VISUAL", "true");
     // All that a use leaves behind, such as the programs of the painter, is there once.
     open(graph);
-    for (int i = 0; i < std::min(numSteps, 300); ++i) {
+    for (int i = 0; i < std::min(numSteps, 100); ++i) {
         step();
     }
     rest();

@@ -7,11 +7,13 @@
 #include <QDockWidget>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QHash>
 #include <QPalette>
 #include <QPushButton>
 #include <QStandardPaths>
 #include <QThread>
 
+#include <algorithm>
 #include <cstdio>
 
 #include <MainWindow.h>
@@ -58,10 +60,27 @@ public:
     {
         settle(m_window);
         constexpr int width = 1000;
-        // A palette keeps the files small.
-        const QImage image = m_window.grab().toImage().scaledToWidth(width, Qt::SmoothTransformation);
-        good =
-            image.convertToFormat(QImage::Format_Indexed8).save(m_folder.filePath(name + u".png"_s)) && good;
+        // The most frequent colours as a palette keep the files small, and the panels exact.
+        const QImage image = m_window.grab()
+                                 .toImage()
+                                 .scaledToWidth(width, Qt::SmoothTransformation)
+                                 .convertToFormat(QImage::Format_RGB32);
+        QHash<QRgb, int> counts;
+        for (int y = 0; y < image.height(); ++y) {
+            for (int x = 0; x < image.width(); ++x) {
+                // Of similar colours one is enough, except for greys.
+                const QRgb color = image.pixel(x, y);
+                const bool isGrey = qRed(color) == qGreen(color) && qGreen(color) == qBlue(color);
+                ++counts[isGrey ? color : (color & 0xfff0f0f0U) | 0x00080808U];
+            }
+        }
+        QList<QRgb> colors = counts.keys();
+        std::sort(colors.begin(), colors.end(), [&](QRgb a, QRgb b) { return counts[a] > counts[b]; });
+        constexpr qsizetype numColors = 256;
+        colors = colors.first(std::min(colors.size(), numColors));
+        good = image.convertToFormat(QImage::Format_Indexed8, colors)
+                   .save(m_folder.filePath(name + u".png"_s)) &&
+               good;
     }
     bool good = true;
 

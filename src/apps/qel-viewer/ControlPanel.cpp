@@ -161,6 +161,9 @@ void ControlPanel::addRow(QGridLayout* grid, const Row& described, ValueEditor* 
     row.editor = editor;
     row.label = new QLabel;
     row.label->setWordWrap(true);
+    // Rather than the reset button, a long name is cut.
+    constexpr int narrowest = 60;
+    row.label->setMinimumWidth(narrowest);
     row.reset = new QToolButton;
     row.reset->setText(u"↺"_s);
     row.reset->setAutoRaise(true);
