@@ -187,7 +187,8 @@ void main()
 
 BENCHMARK(comparePositions)->Name("Positions/1280x720")->Unit(benchmark::kMillisecond);
 
-/// Compares the pass to its bare shader, with the same run-time choices of input and number of samples.
+/// Compares the pass to the published method in plain GL, with the same run-time choices of input and number
+/// of samples, which is the argument.
 void compareObscurance(benchmark::State& state)
 {
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
@@ -205,6 +206,7 @@ void compareObscurance(benchmark::State& state)
     pass.setInput(Pass::SAORadius, radius);
     pass.setInput(Pass::SAOBias, bias);
     pass.setInput(Pass::SAOIntensity, intensity);
+    pass.setInput(Pass::SaoNumSamples, static_cast<float>(state.range(0)));
 
     const unsigned int program = makeProgram(R"(#version 400
 uniform sampler2D source;
@@ -286,7 +288,7 @@ void main()
     glUniform1f(location("radius"), radius);
     glUniform1f(location("bias"), bias);
     glUniform1f(location("intensity"), intensity);
-    glUniform1i(location("count"), 11);
+    glUniform1i(location("count"), static_cast<int>(state.range(0)));
     glUniform1f(location("turns"), 3.0F);
     glUniform1i(location("logOffset"), 3);
     glUniform1i(location("coarsest"), 0);
@@ -312,7 +314,12 @@ void main()
     }
     glDeleteProgram(program);
 }
-BENCHMARK(compareObscurance)->Name("AmbientObscurance/1280x720/11samples")->Unit(benchmark::kMillisecond);
+BENCHMARK(compareObscurance)
+    ->Name("AmbientObscurance/1280x720")
+    ->ArgName("samples")
+    ->Arg(11)
+    ->Arg(32)
+    ->Unit(benchmark::kMillisecond);
 
 } // namespace
 } // namespace Morvane::Qel::Bench

@@ -284,6 +284,11 @@ TEST_F(RenderCommand, ProfileMeasuresFramesAfterTheWarmUp)
     const QJsonValue times = profile["passes"][0]["cpu"];
     EXPECT_LT(times["median"].toDouble(), times["percentile95"].toDouble());
     EXPECT_EQ(profile["frames"], 4);
+    // The shader of the graph takes one texture of four bytes per pixel.
+    const QJsonValue memory = profile["passes"][0]["memory"];
+    EXPECT_EQ(memory["pooledTextures"], 1);
+    EXPECT_EQ(memory["pooledBytes"], 4 * 16 * 16);
+    EXPECT_EQ(profile["pool"]["bytes"], 4 * 16 * 16);
 }
 
 TEST_F(RenderCommand, ShadersAreWrittenAndTheirMistakesShown)
@@ -316,7 +321,7 @@ TEST_F(RenderCommand, ProfileGraphAndInfoPrintTheirTables)
             EXPECT_TRUE(result.output.contains(part)) << qPrintable(part + '\n' + result.output);
         }
     };
-    expectOutput(render("ramp.json", {"--profile", "--frames", "4"}), {"\nramp ", "\nscreen "});
+    expectOutput(render("ramp.json", {"--profile", "--frames", "4"}), {"\nramp ", "\nscreen ", "\nmodels "});
     expectOutput(runProgram({"graph", path("ramp.json"), "--device", "software"}),
                  {"  16x16 GL_RGBA8", "culled: unused  GradientRenderPass: ", "ramp.Frame\n"});
     expectOutput(runProgram({"info", "--device", "software"}), {"llvmpipe", "ForwardRenderPass"});

@@ -4,7 +4,9 @@
 #include <epoxy/gl.h>
 
 #include <Qel/gl/BindingRecord.h>
+#include <Qel/gl/BufferObject.h>
 #include <Qel/gl/Guards.h>
+#include <Qel/gl/MemoryAccount.h>
 #include <Qel/gl/Texture.h>
 
 #include "support/GLState.h"
@@ -36,6 +38,30 @@ QSize sizeInGL(Texture* texture, int level = 0)
 {
     const Pixels pixels = readTexture(texture, level);
     return {pixels.width, pixels.height};
+}
+
+TEST_F(TextureManagerTest, MemoryBelongsToTheAccountUnderWhichItIsAllocated)
+{
+    MemoryAccount mine;
+    auto array = std::make_unique<Texture>();
+    BufferObject buffer;
+    {
+        const MemoryAccount::Activation accounting(&mine);
+        // 4x2, 2x1 and 1x1 texels of 16 bytes.
+        borrow(TextureFormat::RGBA32FMipmapped, 4, 2);
+        borrow(TextureFormat::Depth24Stencil8, 3, 5);
+        array->setTarget(GL_TEXTURE_2D_ARRAY);
+        array->setImage3D(GL_RG16F, 3, 5, 7, GL_RG, GL_HALF_FLOAT, nullptr);
+        buffer.uploadBytes(nullptr, 1000, GL_STATIC_DRAW);
+        buffer.uploadBytes(nullptr, 24, GL_STATIC_DRAW);
+    }
+    constexpr qint64 pooled = 11 * 16 + 15 * 4;
+    EXPECT_EQ(MemoryAccount::ofPool().numBytes(), pooled);
+    EXPECT_EQ(mine.numBytes(), 3 * 5 * 7 * 4 + 24);
+    EXPECT_EQ(mine.takeLoans().numBytes, pooled);
+    EXPECT_EQ(mine.takeLoans().numTextures, 0);
+    array.reset();
+    EXPECT_EQ(mine.numBytes(), 24);
 }
 
 TEST_F(TextureManagerTest, ReusesATextureOfTheSameKindOnceItsReferencesAreReleased)

@@ -129,6 +129,34 @@ TEST_F(ImageIO, PngFilesClampRoundAndKeepStraightAlpha)
     EXPECT_EQ(readFloats("palette.png"), (Floats{0.2F, 0.4F, 0.0F}));
 }
 
+TEST_F(ImageIO, PngFilesHoldEveryPixelAndStaySmall)
+{
+    // Flat, sloping, vertical stripes, horizontal stripes and noise, so that every filter has its rows; the
+    // last one needs several chunks.
+    std::minstd_rand random;
+    const auto byte = [&](int kind, int x, int y, int c) {
+        const std::array values{40, (x * x + 3 * x * y + y * y) / 64 + 9 * c, x * x * (7 + c),
+                                y * y * (5 + c), static_cast<int>(random())};
+        return static_cast<float>(values[static_cast<size_t>(kind)] & 255) / 255.0F;
+    };
+    for (const auto& [width, height] : {std::pair(1, 1), {1, 40}, {3, 5}, {201, 40}, {997, 500}}) {
+        for (const int numChannels : {1, 3, 4}) {
+            Image image{width, height, rgba.first(numChannels), Floats()};
+            for (int y = 0; y < height; ++y) {
+                for (int x = 0; x < width * numChannels; ++x) {
+                    std::get<Floats>(image.samples)
+                        .push_back(byte(height > 100 ? 4 : y / 8, x / numChannels, y, x % numChannels));
+                }
+            }
+            QString error;
+            ASSERT_TRUE(writeImage(image, path("p.png"), &error, {.pngAlpha = PngAlpha::Keep}));
+            EXPECT_EQ(readFloats("p.png"), std::get<Floats>(image.samples)) << image.summary().toStdString();
+            ASSERT_TRUE(QImage(path("p.png")).save(path("qt.png")));
+            EXPECT_LE(contents("p.png").size(), contents("qt.png").size() * 23 / 20 + 32);
+        }
+    }
+}
+
 TEST_F(ImageIO, AlphaIsLeftOutKeptOrDividedOut)
 {
     // Half covered; over 1 when divided; not covered at all.

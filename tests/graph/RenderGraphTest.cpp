@@ -12,6 +12,7 @@
 #include <Qel/core/RenderPassHelper.h>
 #include <Qel/gl/FramebufferObject.h>
 #include <Qel/gl/Guards.h>
+#include <Qel/gl/MemoryAccount.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
 #include <Qel/graph/GraphFile.h>
@@ -630,6 +631,44 @@ TEST_F(RenderGraphTest, DestroyingAGraphDeletesAllItsObjects)
         }
         after = liveObjects();
     }
+}
+
+TEST_F(RenderGraphTest, PassesTakeThePooledTexturesThatEarlierOnesReleased)
+{
+    write("cube.obj", cubeObj);
+    make(R"({"viewport": [1920, 1080], "models": {"scene": "cube.obj"}, "passes": [
+        {"name": "sky", "type": "GradientRenderPass"},
+        {"name": "a", "type": "BlurAndCombineRenderPass",
+         "inputs": {"NormalFrame": "@sky.Frame", "BlurFrame": "@sky.Frame", "BlurRadius": 1, "GlowAmount": 1}},
+        {"name": "b", "type": "BlurAndCombineRenderPass",
+         "inputs": {"NormalFrame": "@a.Output", "BlurFrame": "@a.Output", "BlurRadius": 1, "GlowAmount": 1}},
+        {"name": "c", "type": "BlurAndCombineRenderPass",
+         "inputs": {"NormalFrame": "@b.Output", "BlurFrame": "@b.Output", "BlurRadius": 1, "GlowAmount": 1}}],
+        "output": "@c.Output"})",
+         {.profile = true});
+    render();
+    const Profiler::Report report = graph->profile();
+    constexpr qint64 numPixels = qint64{1920} * 1080;
+    // The gradient keeps four floats per pixel, and small buffers.
+    EXPECT_GE(report.sections[0].memory.kept, 16 * numPixels);
+    EXPECT_LT(report.sections[0].memory.kept, 16 * numPixels + 1000);
+    EXPECT_EQ(report.sections[0].memory.numPooled, 0);
+    // A glow has an output and one texture between its two directions, of four half floats.
+    for (size_t i = 1; i < 4; ++i) {
+        EXPECT_EQ(report.sections[i].memory.numPooled, 2);
+        EXPECT_EQ(report.sections[i].memory.pooled, 2 * 8 * numPixels);
+    }
+    EXPECT_EQ(report.frame.memory.numPooled, 6);
+    // Its own two and its input.
+    EXPECT_EQ(report.numPoolTextures, 3);
+    EXPECT_EQ(report.poolBytes, 3 * 8 * numPixels);
+    // Eight corners with position, normal and texture coordinate, and twelve triangles.
+    EXPECT_GE(report.modelBytes, 8 * 32 + 36);
+    EXPECT_LT(report.modelBytes, 1000);
+
+    graph.reset();
+    TextureManager::Instance()->releaseFreeTextures();
+    EXPECT_EQ(MemoryAccount::ofPool().numBytes(), 0);
 }
 
 TEST_F(RenderGraphTest, IsDestroyedAfterItsContextOrBesideIt)

@@ -255,6 +255,12 @@ TEST_F(ScalableAmbientObscuranceTest, TapsReadTheMipLevelsThatTheTexturesHave)
     positions->setFilter(GL_LINEAR, GL_LINEAR);
     EXPECT_TRUE(equal(plane.render(inputs(view, settings, depth, positions, normals)),
                       Pixels::filled(width, height, {0, 0, 0, 1})));
+    // The offset asks for level 0 up to taps twice as far away as the frame is wide; these are further.
+    settings.logMaxOffset = 0.0F;
+    EXPECT_TRUE(equal(plane.render(inputs(view, settings, depth, positions, normals)), white));
+    settings.radius = 1000.0F;
+    EXPECT_TRUE(equal(plane.render(inputs(view, settings, depth, positions, normals)),
+                      Pixels::filled(width, height, {0, 0, 0, 1})));
 }
 
 TEST_F(ScalableAmbientObscuranceTest, TakesNormalsOfTheWorldAndOfTheCamera)

@@ -285,6 +285,16 @@ TEST_F(ModelImport, RepairsMeshes)
         EXPECT_LT((octahedron.normals[i] - octahedron.positions[i]).length(), 1.0e-6F);
     }
 
+    // The two sides of a thin plate keep their own normals; 0 and -0 are the same place.
+    const ModelData plate =
+        import(write(u"plate.obj"_s, "v 0 0 0\nv 9 0 0\nv 0 9 0\nv 0 -0 1e-5\nv 9 0 1e-5\nv 0 9 1e-5\n"
+                                     "v 0 0 1e-5\nv -9 0 1e-5\nf 1 3 2\nf 4 5 6\nf 7 6 8\n"));
+    const MeshData& sides = plate.meshes.at(0);
+    EXPECT_EQ(sides.positions.size(), 7U);
+    for (size_t i = 0; i < sides.positions.size(); ++i) {
+        EXPECT_EQ(sides.normals[i], QVector3D(0, 0, sides.positions[i].z() > 0.0F ? 1 : -1));
+    }
+
     // A quad with a zero normal, a triangle without area, a point and a line.
     const ModelData repaired =
         import(write(u"repaired.obj"_s, "v 0 0 0\nv 2 0 0\nv 2 2 0\nv 0 2 0\nv 0 0 0\nvn 0 0 0\nvn 0 0 5\n"

@@ -183,5 +183,31 @@ TEST_F(FastApproximateAntiAliasingRenderPassTest, FindsNoEdgesWithoutGreen)
     EXPECT_FALSE(pass->output(Pass::AntiAliasedFrame).isValid());
 }
 
+// A frame of another size than the viewport is filtered, not read at its texels.
+TEST_F(FastApproximateAntiAliasingRenderPassTest, ScalesTheFrame)
+{
+    const auto level = [](double x, double y) {
+        return static_cast<float>((100.0 + 4.0 * x + 8.0 * y) / 255.0);
+    };
+    const auto ramp = [&](int width, int height, double scale) {
+        return Pixels::generate(width, height, [&](int x, int y) {
+            const float value = level(scale * (x + 0.5), scale * (y + 0.5));
+            return QVector4D(value, value, value, 1.0F);
+        });
+    };
+    Runner<Pass> pass;
+    const auto render = [&](int extent) {
+        return pass.render({QRect(0, 0, extent, extent), makeTexture(ramp(8, 8, 1.0), GL_RGBA8)})
+            .roundedToBytes();
+    };
+    // Away from the border, where the edge texels are repeated.
+    const Pixels doubled = render(16);
+    const Pixels expected = Pixels::generate(16, 16, [&](int x, int y) {
+        return std::min(x, y) > 0 && std::max(x, y) < 15 ? ramp(16, 16, 0.5).at(x, y) : doubled.at(x, y);
+    });
+    EXPECT_TRUE(equal(doubled, expected));
+    EXPECT_TRUE(equal(render(8), ramp(8, 8, 1.0).roundedToBytes()));
+}
+
 } // namespace
 } // namespace Morvane::Qel::Test

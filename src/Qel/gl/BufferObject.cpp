@@ -2,6 +2,8 @@
 
 #include <epoxy/gl.h>
 
+#include <Qel/gl/MemoryAccount.h>
+
 namespace Morvane::Qel {
 
 BufferObject::BufferObject()
@@ -14,7 +16,10 @@ BufferObject::BufferObject(unsigned int target)
 {
 }
 
-BufferObject::~BufferObject() = default;
+BufferObject::~BufferObject()
+{
+    MemoryAccount::freed(this);
+}
 
 void BufferObject::setTarget(unsigned int target)
 {
@@ -65,7 +70,10 @@ void BufferObject::uploadBytes(const void* data, qsizetype size, unsigned int us
     glBindBuffer(GL_COPY_WRITE_BUFFER, getBO());
     glBufferData(GL_COPY_WRITE_BUFFER, size, data, usage);
     glBindBuffer(GL_COPY_WRITE_BUFFER, 0);
-    m_size = size;
+    if (m_size != size) {
+        m_size = size;
+        MemoryAccount::allocated(this, size);
+    }
 }
 
 void BufferObject::updateBytes(const void* data, qsizetype size)

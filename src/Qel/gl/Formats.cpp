@@ -90,6 +90,43 @@ unsigned int typeFromInternalFormat(unsigned int internalFormat)
     return entry ? entry->type : 0;
 }
 
+int bytesPerTexel(unsigned int internalFormat)
+{
+    const FormatEntry* entry = find(internalFormat);
+    if (!entry) {
+        return 0;
+    }
+    const auto numChannels = [&] {
+        switch (entry->format) {
+        case GL_RG:
+        case GL_RG_INTEGER:
+            return 2;
+        case GL_RGB:
+        case GL_RGB_INTEGER:
+            return 3;
+        case GL_RGBA:
+        case GL_RGBA_INTEGER:
+            return 4;
+        default:
+            return 1;
+        }
+    };
+    switch (entry->type) {
+    case GL_UNSIGNED_BYTE:
+        return numChannels();
+    case GL_UNSIGNED_SHORT:
+    case GL_HALF_FLOAT:
+        return 2 * numChannels();
+    case GL_UNSIGNED_INT_24_8:
+    case GL_UNSIGNED_INT_10F_11F_11F_REV:
+        return 4;
+    case GL_FLOAT_32_UNSIGNED_INT_24_8_REV:
+        return 8;
+    default:
+        return 4 * numChannels();
+    }
+}
+
 bool isIntegerFormat(unsigned int internalFormat)
 {
     const unsigned int format = formatFromInternalFormat(internalFormat);

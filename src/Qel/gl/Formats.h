@@ -14,6 +14,9 @@ QEL_GL_EXPORT unsigned int formatFromInternalFormat(unsigned int internalFormat)
 /// an unknown format.
 QEL_GL_EXPORT unsigned int typeFromInternalFormat(unsigned int internalFormat);
 
+/// Returns the bytes of a texel of an internal format; 0 for an unknown format.
+QEL_GL_EXPORT int bytesPerTexel(unsigned int internalFormat);
+
 /// Whether the texels of an internal format are integers; false for an unknown format.
 QEL_GL_EXPORT bool isIntegerFormat(unsigned int internalFormat);
 

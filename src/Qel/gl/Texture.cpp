@@ -10,7 +10,9 @@
 #include <Qel/core/Diagnostics.h>
 #include <Qel/gl/BindingRecord.h>
 #include <Qel/gl/BufferObject.h>
+#include <Qel/gl/Formats.h>
 #include <Qel/gl/FramebufferObject.h>
+#include <Qel/gl/MemoryAccount.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 
 using namespace Qt::StringLiterals;
@@ -80,6 +82,18 @@ int numMipLevels(const QSize& size)
     return std::bit_width(static_cast<unsigned int>(std::max(size.width(), size.height())));
 }
 
+/// Accounts for the texels of a texture.
+void account(const Texture& texture)
+{
+    qint64 numTexels = 0;
+    for (int level = 0; level < texture.levels(); ++level) {
+        numTexels += qint64{std::max(texture.size().width() >> level, 1)} *
+                     std::max(texture.size().height() >> level, 1);
+    }
+    const int numLayers = texture.target() == GL_TEXTURE_CUBE_MAP ? 6 : texture.layers();
+    MemoryAccount::allocated(&texture, numTexels * numLayers * bytesPerTexel(texture.internalFormat()));
+}
+
 /// Which of the recorded parameters a context has.
 struct SupportedParameters : ContextData
 {
@@ -132,6 +146,7 @@ Texture::Texture(QObject* parent)
 Texture::~Texture()
 {
     m_shared->isDestroyed = true;
+    MemoryAccount::freed(this);
     // GL keeps the storage of a deleted texture as long as a framebuffer holds it.
     m_name.whenCurrent([serial = serial()] { FramebufferObject::forgetTexture(serial); });
     if (m_name.isCurrent()) {
@@ -257,6 +272,7 @@ void Texture::setFaceImage(unsigned int face, int level, unsigned int internalFo
         m_image = {1, 0, internalFormat};
     }
     m_image.levels = std::max(m_image.levels, level + 1);
+    account(*this);
 }
 
 void Texture::setImage3D(unsigned int internalFormat, int width, int height, int layers, unsigned int format,
@@ -268,6 +284,7 @@ void Texture::setImage3D(unsigned int internalFormat, int width, int height, int
     m_shared->hasOwnImage = true;
     m_shared->size = QSize(width, height);
     m_image = {layers, 1, internalFormat};
+    account(*this);
 }
 
 void Texture::setBuffer(unsigned int internalFormat, BufferObject* buffer)
@@ -282,7 +299,11 @@ void Texture::generateMipmap()
 {
     const Change change(this);
     glGenerateMipmap(m_target);
-    m_image.levels = numMipLevels(m_shared->size);
+    // Passes do this in every frame.
+    if (const int numLevels = numMipLevels(m_shared->size); m_image.levels != numLevels) {
+        m_image.levels = numLevels;
+        account(*this);
+    }
 }
 
 int* Texture::parameterSlot(unsigned int name) const

@@ -11,6 +11,7 @@
 #include <Qel/core/Diagnostics.h>
 #include <Qel/gl/BindingRecord.h>
 #include <Qel/gl/Formats.h>
+#include <Qel/gl/MemoryAccount.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/Texture.h>
 
@@ -86,6 +87,7 @@ void allocate(Texture& texture, TextureFormat format, int width, int height)
 struct Pool : ContextData
 {
     std::vector<Entry> entries;
+    MemoryAccount memory;
     /// The stand-in for missing maps is `chosen`, or `white` if that is null.
     std::unique_ptr<Texture> white;
     QPointer<Texture> chosen;
@@ -133,6 +135,11 @@ Entry* findEntry(const Texture* texture)
 
 } // namespace
 
+MemoryAccount MemoryAccount::ofPool()
+{
+    return pool().memory;
+}
+
 TextureManager* TextureManager::Instance()
 {
     static TextureManager instance;
@@ -158,6 +165,7 @@ Texture* TextureManager::tempTexture(TextureFormat format, int width, int height
                candidate.height == height;
     });
     if (entry == entries.end()) {
+        const MemoryAccount::Activation accounting(&pool().memory);
         auto texture = std::make_unique<Texture>();
         allocate(*texture, format, width, height);
         entries.push_back({std::move(texture), format, width, height, 0, 0});
@@ -165,10 +173,12 @@ Texture* TextureManager::tempTexture(TextureFormat format, int width, int height
     } else if (entry->texture->internalFormat() != internalFormatOf(format) ||
                entry->texture->size() != QSize(width, height)) {
         // Its last user gave it an image of another size or format.
+        const MemoryAccount::Activation accounting(&pool().memory);
         allocate(*entry->texture, format, width, height);
     }
     entry->references = count < 0 ? 1 : count;
     entry->age = 0;
+    MemoryAccount::lent(entry->texture.get());
     entry->texture->setFilter(GL_LINEAR, GL_LINEAR);
     entry->texture->setWrap(GL_CLAMP_TO_EDGE);
     return entry->texture.get();

@@ -128,7 +128,9 @@ Profiler::Report Profiler::report()
     for (size_t i = 0; i < m_frames.size(); ++i) {
         read(m_frames[(m_slot + i) % m_frames.size()]);
     }
-    Report report{m_sum.cpu.count(), {}, {u"frame"_s, m_sum.gpu.times(), m_sum.cpu.times()}};
+    Report report{.numFrames = m_sum.cpu.count(),
+                  .sections = {},
+                  .frame = {u"frame"_s, m_sum.gpu.times(), m_sum.cpu.times()}};
     double gpuMedians = 0.0;
     double cpuMedians = 0.0;
     for (size_t i = 0; i < m_sections.size(); ++i) {
@@ -146,7 +148,8 @@ Profiler::Report Profiler::report()
 
 QString Profiler::Report::table() const
 {
-    qsizetype width = frame.section.size();
+    const QString models = u"models"_s;
+    qsizetype width = models.size();
     for (const Row& row : sections) {
         width = std::max(width, row.section.size());
     }
@@ -157,7 +160,7 @@ QString Profiler::Report::table() const
         }
         return text + u'\n';
     };
-    const auto rowLine = [&](const Row& row) {
+    const auto timesLine = [&](const Row& row) {
         QStringList cells;
         for (const Times& times : {row.gpu, row.cpu}) {
             for (const double milliseconds : {times.minimum, times.median, times.percentile95}) {
@@ -168,15 +171,30 @@ QString Profiler::Report::table() const
         }
         return line(row.section, cells);
     };
+    const auto megabytes = [](qint64 bytes) {
+        return QString::number(static_cast<double>(bytes) / 1048576.0, 'f', 2);
+    };
+    const auto memoryLine = [&](const Row& row) {
+        const Memory& memory = row.memory;
+        return line(row.section,
+                    {megabytes(memory.kept), megabytes(memory.pooled), QString::number(memory.numPooled)});
+    };
     QString text =
         u"milliseconds in %1 frames, after %2 warm-up frames; shares are of the medians\n"_s.arg(numFrames)
             .arg(numWarmUpFrames);
     text += line(u"pass"_s, {u"GPU minimum"_s, u"median"_s, u"95 %"_s, u"share"_s, u"CPU minimum"_s,
                              u"median"_s, u"95 %"_s, u"share"_s});
     for (const Row& row : sections) {
-        text += rowLine(row);
+        text += timesLine(row);
     }
-    return text + rowLine(frame);
+    text += timesLine(frame) + u"\nMiB kept between frames, and taken from the pool in a frame\n"_s;
+    text += line(u"pass"_s, {u"kept"_s, u"pooled"_s, u"textures"_s});
+    for (const Row& row : sections) {
+        text += memoryLine(row);
+    }
+    return text + memoryLine(frame) +
+           line(u"pool"_s, {megabytes(poolBytes), QString(), QString::number(numPoolTextures)}) +
+           line(models, {megabytes(modelBytes)});
 }
 
 QJsonObject Profiler::Report::json() const
@@ -187,16 +205,25 @@ QJsonObject Profiler::Report::json() const
                            {u"percentile95"_s, times.percentile95},
                            {u"share"_s, times.share}};
     };
+    const auto rowObject = [&](const Row& row) {
+        return QJsonObject{{u"gpu"_s, timesObject(row.gpu)},
+                           {u"cpu"_s, timesObject(row.cpu)},
+                           {u"memory"_s, QJsonObject{{u"keptBytes"_s, row.memory.kept},
+                                                     {u"pooledBytes"_s, row.memory.pooled},
+                                                     {u"pooledTextures"_s, row.memory.numPooled}}}};
+    };
     QJsonArray passes;
     for (const Row& row : sections) {
-        passes.append(QJsonObject{
-            {u"name"_s, row.section}, {u"gpu"_s, timesObject(row.gpu)}, {u"cpu"_s, timesObject(row.cpu)}});
+        QJsonObject object = rowObject(row);
+        object[u"name"_s] = row.section;
+        passes.append(object);
     }
-    return {
-        {u"frames"_s, numFrames},
-        {u"warmUpFrames"_s, numWarmUpFrames},
-        {u"passes"_s, passes},
-        {u"frame"_s, QJsonObject{{u"gpu"_s, timesObject(frame.gpu)}, {u"cpu"_s, timesObject(frame.cpu)}}}};
+    return {{u"frames"_s, numFrames},
+            {u"warmUpFrames"_s, numWarmUpFrames},
+            {u"passes"_s, passes},
+            {u"frame"_s, rowObject(frame)},
+            {u"pool"_s, QJsonObject{{u"bytes"_s, poolBytes}, {u"textures"_s, numPoolTextures}}},
+            {u"modelBytes"_s, modelBytes}};
 }
 
 } // namespace Morvane::Qel

@@ -47,12 +47,22 @@ public:
         /// Of the most recent frame; not in the table or the JSON.
         double latest = std::numeric_limits<double>::quiet_NaN();
     };
+    /// What a section holds in textures and buffers, filled in by RenderGraph.
+    struct Memory
+    {
+        /// Bytes that it keeps between frames.
+        qint64 kept = 0;
+        /// Bytes of the textures that it takes from the pool in a frame.
+        qint64 pooled = 0;
+        int numPooled = 0;
+    };
     struct Row
     {
         QString section;
         /// NaN if the context has no timer queries.
         Times gpu;
         Times cpu;
+        Memory memory = {};
     };
     struct Report
     {
@@ -60,11 +70,18 @@ public:
         std::vector<Row> sections;
         /// The sum of all sections, frame by frame.
         Row frame;
+        /// The textures in the pool, of which several passes may take the same one after the other.
+        int numPoolTextures = 0;
+        qint64 poolBytes = 0;
+        /// The buffers and textures of the models.
+        qint64 modelBytes = 0;
 
-        /// Formats the times as a table with a heading.
+        /// Formats the times as a table with a heading, and the memory as another.
         QString table() const;
-        /// The keys are "frames", "warmUpFrames", "passes" with a "name" each, and "frame". Times are in
-        /// "gpu" and "cpu" as "minimum", "median", "percentile95" and "share"; null stands for NaN.
+        /// The keys are "frames", "warmUpFrames", "passes" with a "name" each, "frame", "pool" and
+        /// "modelBytes". Times are in "gpu" and "cpu" as "minimum", "median", "percentile95" and "share";
+        /// null stands for NaN. "memory" holds "keptBytes", "pooledBytes" and "pooledTextures", "pool" holds
+        /// "bytes" and "textures".
         QJsonObject json() const;
     };
     /// Reports on the last 1000 frames. Waits for pending queries.

@@ -450,7 +450,9 @@ GPUModel* RenderGraph::model(const QString& name) const
 
 Profiler::Report RenderGraph::profile()
 {
-    return d->runner->profile();
+    Profiler::Report report = d->runner->profile();
+    report.modelBytes = d->scene->modelBytes();
+    return report;
 }
 
 } // namespace Morvane::Qel

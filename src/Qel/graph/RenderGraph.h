@@ -168,8 +168,8 @@ public:
     const GraphPlan& plan() const;
     /// The model with this name; null if there is none, or if it is merged into another and no pass takes it.
     GPUModel* model(const QString& name) const;
-    /// Times measured so far, a section per pass in execution order; empty without Options::profile. Waits
-    /// for the GPU.
+    /// Times measured so far, and memory held; a section per pass in execution order, none without
+    /// Options::profile. Waits for the GPU.
     Profiler::Report profile();
 
 private:

@@ -111,7 +111,10 @@ ImportedScene readSceneIsolated(const QString& path, std::chrono::milliseconds d
         return failure(u"not read within %1 s; the file may be damaged"_s.arg(
             static_cast<double>(limit.count()) / 1000.0));
     }
-    return pipe.isComplete() ? scene : failure(u"the file is damaged and crashes its reader"_s);
+    if (!pipe.isComplete()) {
+        return failure(u"the file is damaged and crashes its reader"_s);
+    }
+    return scene;
 }
 
 } // namespace Morvane::Qel

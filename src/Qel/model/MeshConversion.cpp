@@ -1,17 +1,16 @@
 #include <Qel/model/MeshConversion.h>
 
-#include <QHashFunctions>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <unordered_map>
 #include <utility>
 
 #include <assimp/mesh.h>
 
 #include <Qel/model/AssimpTypes.h>
+#include <Qel/model/DistinctVectors.h>
 #include <Qel/model/ShapeTransform.h>
+#include <Qel/model/SmoothNormals.h>
 
 namespace Morvane::Qel {
 
@@ -45,27 +44,19 @@ public:
     /// Returns the index of the vertex in the mesh.
     unsigned int index(const QVector3D& position, const QVector3D& normal, const QVector2D& texCoord)
     {
-        const Vertex vertex{position.x(), position.y(), position.z(), normal.x(),
-                            normal.y(),   normal.z(),   texCoord.x(), texCoord.y()};
-        const auto [entry, isNew] =
-            m_indices.try_emplace(vertex, static_cast<unsigned int>(m_mesh.positions.size()));
-        if (isNew) {
+        const unsigned int index = m_vertices.add({position.x(), position.y(), position.z(), normal.x(),
+                                                   normal.y(), normal.z(), texCoord.x(), texCoord.y()});
+        if (index == m_mesh.positions.size()) {
             m_mesh.positions.push_back(position);
             m_mesh.normals.push_back(normal);
             m_mesh.texCoords.push_back(texCoord);
         }
-        return entry->second;
+        return index;
     }
 
 private:
-    using Vertex = std::array<float, 8>;
-    struct Hash
-    {
-        size_t operator()(const Vertex& vertex) const { return qHashRange(vertex.begin(), vertex.end()); }
-    };
-
     MeshData& m_mesh;
-    std::unordered_map<Vertex, unsigned int, Hash> m_indices;
+    DistinctVectors<8> m_vertices;
 };
 
 /// Replaces zero normals by the area-weighted mean of the adjacent triangles' normals.
@@ -111,6 +102,9 @@ MeshData convertMesh(const aiMesh& source, const ShapeTransform& shape, int texC
     }
     const bool hasSet = texCoordSet >= 0 && source.HasTextureCoords(static_cast<unsigned int>(texCoordSet));
     const aiVector3D* texCoords = source.mTextureCoords[hasSet ? texCoordSet : 0];
+    const std::vector<aiVector3D> smooth =
+        source.HasNormals() ? std::vector<aiVector3D>() : smoothNormals(source);
+    const aiVector3D* normals = source.HasNormals() ? source.mNormals : smooth.data();
     VertexJoiner vertices(mesh);
     for (unsigned int f = 0; f < source.mNumFaces; ++f) {
         const aiFace& face = source.mFaces[f];
@@ -138,11 +132,10 @@ MeshData convertMesh(const aiMesh& source, const ShapeTransform& shape, int texC
         }
         for (size_t i = 0; i < 3; ++i) {
             const unsigned int corner = corners[i];
-            const bool hasNormal = source.HasNormals() && isFinite(source.mNormals[corner]);
+            const bool hasNormal = isFinite(normals[corner]);
             const bool hasTexCoord = texCoords != nullptr && isFinite(texCoords[corner]);
             mesh.indices.push_back(vertices.index(
-                toQt(positions[i]),
-                hasNormal ? direction(shape.normal(source.mNormals[corner])) : QVector3D(),
+                toQt(positions[i]), hasNormal ? direction(shape.normal(normals[corner])) : QVector3D(),
                 hasTexCoord ? QVector2D(texCoords[corner].x, texCoords[corner].y) : QVector2D()));
         }
     }

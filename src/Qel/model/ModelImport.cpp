@@ -8,6 +8,9 @@
 #include <QHash>
 #include <QImageReader>
 
+#include <algorithm>
+#include <atomic>
+#include <thread>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -16,7 +19,7 @@ namespace Morvane::Qel {
 
 namespace {
 
-/// Decodes the images of a model's materials, each file once.
+/// Finds the images of a model's materials and decodes each file once.
 class Images
 {
 public:
@@ -45,32 +48,80 @@ public:
             return *known;
         }
 
-        QString reason;
-        QImage image;
-        if (reference.embedded >= 0) {
-            image = decode(m_embedded[static_cast<size_t>(reference.embedded)], &reason);
-        } else if (!file.isEmpty()) {
-            image = decode(file, &reason);
-        } else {
-            reason = u"not found"_s;
-        }
-        if (image.isNull()) {
-            m_model.warnings << u"%1: texture %2 of material \"%3\" %4; white is used"_s.arg(
-                m_path, reference.text, material, reason);
-            image = QImage(1, 1, QImage::Format_RGBA8888);
-            image.fill(Qt::white);
-        }
-        if (isOpaque) {
-            image.convertTo(QImage::Format_RGBX8888);
-        }
-        m_model.images.push_back(image.convertToFormat(QImage::Format_RGBA8888).mirrored(false, true));
-        m_model.imageSources.push_back({reference.text, file, reference.embedded >= 0, reason});
-        const int index = static_cast<int>(m_model.images.size()) - 1;
+        const auto index = static_cast<int>(m_images.size());
+        m_images.push_back({reference, file, isOpaque, material});
         m_indices.insert(key, index);
         return index;
     }
 
+    /// Adds the images to the model, decoded on all cores.
+    void decode()
+    {
+        std::atomic<size_t> next = 0;
+        const auto work = [&] {
+            for (size_t i = next++; i < m_images.size(); i = next++) {
+                decode(m_images[i]);
+            }
+        };
+        std::vector<std::thread> threads;
+        for (size_t i = 1; i < std::min<size_t>(std::thread::hardware_concurrency(), m_images.size()); ++i) {
+            threads.emplace_back(work);
+        }
+        work();
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        for (Image& image : m_images) {
+            const ImageReference& reference = image.reference;
+            if (!image.problem.isEmpty()) {
+                m_model.warnings << u"%1: texture %2 of material \"%3\" %4; white is used"_s.arg(
+                    m_path, reference.text, image.material, image.problem);
+            }
+            m_model.images.push_back(std::move(image.pixels));
+            m_model.imageSources.push_back(
+                {reference.text, image.file, reference.embedded >= 0, image.problem});
+        }
+    }
+
 private:
+    struct Image
+    {
+        ImageReference reference;
+        /// Empty if there is none.
+        QString file;
+        bool isOpaque;
+        /// The first material that uses it.
+        QString material;
+        /// As in ModelData::images.
+        QImage pixels = {};
+        /// Why white replaces it; empty if it was read.
+        QString problem = {};
+    };
+
+    /// Called on several threads at once, for different images.
+    void decode(Image& image) const
+    {
+        QImage pixels;
+        image.problem = u"cannot be read"_s;
+        if (image.reference.embedded >= 0) {
+            pixels = decode(m_embedded[static_cast<size_t>(image.reference.embedded)], &image.problem);
+        } else if (!image.file.isEmpty()) {
+            pixels = decode(image.file, &image.problem);
+        } else {
+            image.problem = u"not found"_s;
+        }
+        if (pixels.isNull()) {
+            pixels = QImage(1, 1, QImage::Format_RGBA8888);
+            pixels.fill(Qt::white);
+        } else {
+            image.problem.clear();
+        }
+        if (image.isOpaque) {
+            pixels.convertTo(QImage::Format_RGBX8888);
+        }
+        image.pixels = pixels.convertToFormat(QImage::Format_RGBA8888).mirrored(false, true);
+    }
+
     static QImage read(QImageReader& reader, QString* reason)
     {
         QImage image = reader.read();
@@ -110,6 +161,7 @@ private:
     QString m_folder;
     const std::vector<EmbeddedImage>& m_embedded;
     ModelData& m_model;
+    std::vector<Image> m_images;
     QHash<std::pair<QString, bool>, int> m_indices;
 };
 
@@ -160,6 +212,7 @@ std::optional<ModelData> importModel(const QString& path, QString* error, const 
         data.mapKs = images.index(material.mapKs, false, data.name);
         model.materials.push_back(std::move(data));
     }
+    images.decode();
     return model;
 }
 

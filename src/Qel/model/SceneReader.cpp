@@ -129,9 +129,9 @@ ImportedScene readScene(const QString& path)
     importer.SetIOHandler(files);
     // Assimp would otherwise invent meshes around the bones of motion-capture files.
     importer.SetPropertyBool(AI_CONFIG_IMPORT_NO_SKELETON_MESHES, true);
-    constexpr unsigned int steps = aiProcess_Triangulate | aiProcess_SortByPType |
-                                   aiProcess_GenSmoothNormals | aiProcess_GenUVCoords |
-                                   aiProcess_TransformUVCoords;
+    // Not Assimp's step for smooth normals, which joins vertices that are only close to each other.
+    constexpr unsigned int steps =
+        aiProcess_Triangulate | aiProcess_SortByPType | aiProcess_GenUVCoords | aiProcess_TransformUVCoords;
     ImportedScene result;
     try {
         const aiScene* scene = importer.ReadFile(QFile::encodeName(path).constData(), steps);

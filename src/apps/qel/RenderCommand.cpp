@@ -138,10 +138,10 @@ void declareRender(Arguments& options)
                       ValueKind::Folder);
     options.addOption(
         u"profile"_s, {},
-        u"prints the GPU and CPU time of each pass in the frames of --frames (default %1), after %2 more "
-        "to warm up; the images stay the same"_s.arg(numProfiledFrames)
+        u"prints the GPU and CPU time and the memory of each pass in the frames of --frames (default %1), "
+        "after %2 more to warm up; the images stay the same"_s.arg(numProfiledFrames)
             .arg(Profiler::numWarmUpFrames));
-    options.addOption(u"json"_s, {}, u"prints the times of --profile as JSON"_s);
+    options.addOption(u"json"_s, {}, u"prints what --profile measures as JSON"_s);
     options.addOption(u"keep-going"_s, {},
                       u"renders on without image files that cannot be read: a texel of one colour replaces "
                       "each"_s);

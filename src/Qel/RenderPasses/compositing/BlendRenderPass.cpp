@@ -1,5 +1,7 @@
 #include <Qel/RenderPasses/compositing/BlendRenderPass.h>
 
+#include <algorithm>
+
 #include <epoxy/gl.h>
 
 #include <Qel/RenderPasses/framework/CommonPorts.h>
@@ -12,6 +14,9 @@ namespace Morvane::Qel {
 namespace {
 
 // s is the texel of A, d the texel of B. The functions ending in 1 compute one channel.
+//
+// %1 is the operator of the program. A program that chose by u_BlendMode, which is only declared, would cost
+// software rasterisers all 26 operators for each pixel.
 const QString fragmentSource = uR"(#version 150
 uniform sampler2D u_SamplerA;
 uniform sampler2D u_SamplerB;
@@ -198,7 +203,7 @@ vec4 blendMultiplyKeepAlpha(vec4 s, vec4 d)
 
 vec4 blend(vec4 s, vec4 d)
 {
-    switch (u_BlendMode) {
+    switch (%1) {
     case 0: return blendClear(s, d);
     case 1: return blendSrc(s, d);
     case 2: return blendDst(s, d);
@@ -284,6 +289,18 @@ BlendRenderPass::BlendRenderPass(BlendMode mode)
 
 BlendRenderPass::~BlendRenderPass() = default;
 
+/// Returns the program of the current operator. Values that are no operator share the one after the last.
+ShaderProgram& BlendRenderPass::provideProgram()
+{
+    const auto mode = static_cast<size_t>(m_mode);
+    const size_t index = std::min(mode, m_programs.size() - 1);
+    std::unique_ptr<ShaderProgram>& program = m_programs.at(index);
+    if (!program) {
+        provideScreenProgram(program, m_fullScreenBatch, {fragmentSource.arg(index)});
+    }
+    return *program;
+}
+
 void BlendRenderPass::start(RenderCallbacks* /*callbacks*/)
 {
     const QRect viewport = m_inputs[Viewport].value.toRect();
@@ -296,21 +313,20 @@ void BlendRenderPass::start(RenderCallbacks* /*callbacks*/)
     const InputReferences inputs(frameA, frameB);
 
     const PooledTarget target(provide(m_framebuffer), TextureFormat::RGBA16F, viewport.size());
-    provideScreenProgram(m_program, m_fullScreenBatch, {fragmentSource});
+    ShaderProgram& program = provideProgram();
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
     context->disable(GL_DEPTH_TEST);
     context->disable(GL_BLEND);
     context->setViewport(viewport.x(), viewport.y(), viewport.width(), viewport.height());
     glClear(GL_COLOR_BUFFER_BIT);
 
-    const AutoBinder programBinder(m_program.get());
+    const AutoBinder programBinder(&program);
     frameA = orTransparent(frameA, m_transparentTexture);
     frameB = orTransparent(frameB, m_transparentTexture);
-    const BoundSampler source(*m_program, m_samplerA, frameA,
+    const BoundSampler source(program, m_samplerA, frameA,
                               texelSampling(*frameA, viewport.size(), Sampling::Own));
-    const BoundSampler destination(*m_program, m_samplerB, frameB,
+    const BoundSampler destination(program, m_samplerB, frameB,
                                    texelSampling(*frameB, viewport.size(), Sampling::Own));
-    m_program->setUniform(m_blendMode, static_cast<int>(m_mode));
     drawBatch(m_fullScreenBatch);
     m_outputs[Frame].value = target.publish(m_outputs[Frame].users);
 }

@@ -2,6 +2,7 @@
 
 #include <QSharedPointer>
 
+#include <array>
 #include <memory>
 
 #include <Qel/RenderPasses/Export.h>
@@ -91,15 +92,17 @@ public:
     void start(RenderCallbacks* callbacks) override;
 
 private:
+    ShaderProgram& provideProgram();
+
     std::unique_ptr<FramebufferObject> m_framebuffer;
-    std::unique_ptr<ShaderProgram> m_program;
+    /// The programs of the operators used so far, by mode; the last is of all values that are no operator.
+    std::array<std::unique_ptr<ShaderProgram>, 27> m_programs;
     QSharedPointer<DrawBuffers> m_fullScreenBatch;
     std::unique_ptr<Texture> m_transparentTexture;
     /// The constructor's mode until the input is set, then the input's last value.
     BlendMode m_mode;
     Uniform m_samplerA{"u_SamplerA"};
     Uniform m_samplerB{"u_SamplerB"};
-    Uniform m_blendMode{"u_BlendMode"};
 };
 
 } // namespace Morvane::Qel

@@ -37,6 +37,10 @@ vec3 positionFromDepth(vec2 uv, float depth)
 // are normalised in both modes.
 //
 // max(0.0, x) returns 0 if x is NaN, as with a radius of 0; max(x, 0.0) does not.
+//
+// Software rasterisers pay for both sides of a branch, for at least one iteration of a loop and, for every
+// pixel, for each uniform that is read. Therefore depth and positions share their fetches and one loop, and
+// what the loop needs is computed ahead of it.
 const QString fragmentSource = uR"(#version 400
 #ifdef GL_ARB_gpu_shader5
 #extension GL_ARB_gpu_shader5 : enable
@@ -62,7 +66,7 @@ uniform bool u_CalculateCSPosition;
 uniform float u_NumSamples = float(NUM_SAMPLES);
 uniform int u_LogMaxOffset = LOG_MAX_OFFSET;
 uniform float u_NumSpiralTurns = float(NUM_SPIRAL_TURNS);
-uniform int u_CoarsestLevel;           // coarsest mip level of the depth texture
+uniform float u_TapTangent;            // of half the angle between two taps
 in vec2 vo_TexCoord;
 out vec4 out_FragColor;
 
@@ -88,105 +92,147 @@ vec3 normalAt(vec3 position)
 #error Not know Normal processing
 #endif
 
-vec3 positionOf(ivec2 pixel, float depth)
+// Reconstructs positions from depths, as rays * distance.
+struct Unprojection
 {
-    float z = u_ClipInfo.x / (u_ClipInfo.y * depth + u_ClipInfo.z);
-    return -vec3(((vec2(pixel) + 0.5) * u_ProjInfo.xy + u_ProjInfo.zw) * z, z);
+    vec4 ray;                              // x and y of the ray are uv * ray.xy + ray.zw
+    vec3 depth;                            // the distance is depth.x / (depth.y * d + depth.z)
+};
+
+Unprojection unprojection(ivec2 size)
+{
+    return Unprojection(-u_ProjInfo * vec4(size, 1.0, 1.0), -u_ClipInfo);
 }
 
-int mipLevel(float tapFraction)
+vec3 positionOf(vec2 uv, float depth, Unprojection u)
+{
+    float z = u.depth.x / (u.depth.y * depth + u.depth.z);
+    return vec3((uv * u.ray.xy + u.ray.zw) * z, -z);
+}
+
+// The mip level of a tap whose radius is this fraction of the frame.
+float mipLevel(float tapFraction)
 {
 #ifdef GL_ARB_gpu_shader5
-    int magnitude = findMSB(int(tapFraction));
+    float magnitude = float(findMSB(int(tapFraction)));
 #else
     float magnitude = floor(log2(tapFraction));
 #endif
-    return int(clamp(magnitude - u_LogMaxOffset, 0, MAX_MIP_LEVEL));
+    return clamp(magnitude - float(u_LogMaxOffset), 0.0, float(MAX_MIP_LEVEL));
+}
+
+// The distance between floats of the size of x.
+float resolution(float x)
+{
+#ifdef GL_ARB_gpu_shader5
+    return intBitsToFloat(floatBitsToInt(x) & 0x7f800000) / 8388608.0;
+#else
+    return exp2(floor(log2(x)) - 23.0);
+#endif
+}
+
+// Rotates v by the angle with this cosine and sine.
+vec2 rotated(vec2 v, vec2 angle)
+{
+    return vec2(angle.x * v.x - angle.y * v.y, angle.y * v.x + angle.x * v.y);
+}
+
+// The taps of a pixel, from the centre outwards.
+struct Spiral
+{
+    vec2 direction;                        // of the next tap
+    vec2 tapRotation;                      // cosine and sine of the angle between two taps
+    float angle;                           // by which the spiral turns, in radians
+    float angleStep;                       // to multiples of which angles are rounded
+    float diskRadius;                      // in pixels
+};
+
+// A spiral that starts at (3 (x ^ y) + x y) 10 radians. Deliberate: hardly random, as published.
+Spiral spiralAt(ivec2 pixel, float diskRadius)
+{
+    int tenth = 3 * (pixel.x ^ pixel.y) + pixel.x * pixel.y;
+    // Only the fraction of a turn counts, in units of 1 / 2^32 turn. The fraction of 10 / (2 pi) is
+    // 0x976fc893 of these units and 0.76431590 of another.
+    int turn = int(0x976fc893u * uint(tenth)) + int(0.76431590 * float(tenth));
+    float start = float(turn) * (6.28318531 / 4294967296.0);
+    // The published method adds the start to the angles of the taps. That rounds them to the resolution of
+    // the start, which decides where the taps fall. Where floats do not resolve a quarter of a radian, as in
+    // the far corners of large frames, all spirals would lie in the same few directions: there, nothing is
+    // rounded.
+    float angleStep = resolution(tenth < (1 << 21) / 10 ? max(10.0 * float(tenth), 1.0) : 1.0);
+    float angle = u_NumSpiralTurns * 6.28; // deliberate: not 2 pi
+    float firstTap = start + 0.5 * angle / u_NumSamples;
+    float t = u_TapTangent;
+    vec2 tapRotation = vec2(1.0 - t * t, 2.0 * t) / (1.0 + t * t);
+    return Spiral(vec2(cos(firstTap), sin(firstTap)), tapRotation, angle, angleStep, diskRadius);
 }
 
 // A tap: its offset from the centre in pixels and the mip level to read.
 struct Tap
 {
     vec2 offset;
-    int level;
+    float level;
 };
 
-// The angle of the spiral at a pixel, (3 (x ^ y) + x y) 10 radians. Deliberate: hardly random, as published.
-float spiralRotation(ivec2 pixel)
+// The tap at alpha, from 0 in the centre to 1 at the rim. The spiral is turned to the next one.
+Tap nextTap(inout Spiral spiral, float alpha, float pixelWidth)
 {
-    uint tenth = uint(3 * (pixel.x ^ pixel.y) + pixel.x * pixel.y);
-    // Angles for which floats resolve a quarter of a radian are kept as published: their rounding decides
-    // where the taps fall.
-    if (tenth < (1u << 21) / 10u) {
-        return float(10u * tenth);
-    }
-    // Larger ones, as in the far corners of large frames, would be rounded until all spirals lie in the same
-    // few directions. Of these, only the fraction of a turn is kept, in units of 1 / 2^32 turn. The fraction of
-    // 10 / (2 pi) is 0x976fc893 of these units and 0.76431590 of another.
-    uint turn = 0x976fc893u * tenth + uint(0.76431590 * float(tenth));
-    return float(turn) * (6.28318531 / 4294967296.0);
-}
-
-Tap spiralTap(int i, float diskRadius, float rotation, float pixelWidth)
-{
-    float alpha = (float(i) + 0.5) / u_NumSamples;
-    float angle = alpha * u_NumSpiralTurns * 6.28 + rotation; // deliberate: not 2 pi
-    float tapRadius = alpha * diskRadius;
-    return Tap(tapRadius * vec2(cos(angle), sin(angle)), mipLevel(tapRadius * pixelWidth));
-}
-
-vec3 positionFromDepthAt(ivec2 pixel, Tap tap, ivec2 size)
-{
-    ivec2 tapPixel = clamp(pixel + ivec2(tap.offset), ivec2(0), size - 1);
-    int level = min(tap.level, u_CoarsestLevel);
-    ivec2 texel = min(tapPixel >> level, max(size >> level, 1) - 1);
-    return positionOf(tapPixel, texelFetch(CS_Z_buffer, texel, level).r);
+    float angle = alpha * spiral.angle;
+    float rounding = roundEven(angle / spiral.angleStep) * spiral.angleStep - angle;
+    // Two terms of the series of cosine and sine suffice, because the rounding is at most 1 / 16.
+    vec2 correction = vec2(1.0 - 0.5 * rounding * rounding,
+                           rounding - rounding * rounding * rounding / 6.0);
+    vec2 direction = rotated(spiral.direction, correction);
+    spiral.direction = rotated(spiral.direction, spiral.tapRotation);
+    float tapRadius = alpha * spiral.diskRadius;
+    return Tap(tapRadius * direction, mipLevel(tapRadius * pixelWidth));
 }
 
 // A quarter of a tap's contribution; the factor 4 is applied to the sum.
-float contribution(vec3 v, vec3 n)
+float contribution(vec3 v, vec3 n, float negativeInvRadius2, float negativeBias)
 {
-    return max(0.0, 1.0 - dot(v, v) * invRadius2) * max(0.0, dot(v, n) - bias);
+    return max(0.0, 1.0 + dot(v, v) * negativeInvRadius2) * max(0.0, dot(v, n) + negativeBias);
 }
 
 void main()
 {
-    // All derivatives are taken before the discard, after which they would be undefined.
-    vec2 pixelSize = fwidth(vo_TexCoord);
     ivec2 pixel = ivec2(gl_FragCoord.xy);
     ivec2 size = textureSize(CS_Z_buffer, 0);
-    bool isBackground = false;
-    vec3 P;
-    if (u_CalculateCSPosition) {
-        // Helper invocations beyond the border contribute to derivatives.
-        float depth = texelFetch(CS_Z_buffer, min(pixel, size - 1), 0).r;
-        isBackground = depth == 1.0;
-        P = positionOf(pixel, depth);
-    } else {
-        P = textureLod(CS_Z_buffer, vo_TexCoord, 0.0).xyz;
-    }
-    vec3 n = normalAt(P);
-    if (isBackground || P.z < FAR_PLANE_Z) {
-        discard;
-    }
+    vec2 texelSize = 1.0 / vec2(size);
+    Unprojection u = unprojection(size);
+    // The texels of a depth texture belong to the pixels; positions may have any size.
+    bool isDepth = u_CalculateCSPosition;
+    vec2 pixelSize = fwidth(vo_TexCoord);
+    vec2 uvStep = isDepth ? texelSize : pixelSize;
+    vec2 uv = isDepth ? (vec2(pixel) + 0.5) * texelSize : vo_TexCoord;
 
-    float rotation = spiralRotation(pixel);
-    float diskRadius = -projScale * radius / P.z;
-    float sum = 0.0;
-    // The branch is outside the loops because software rasterisers pay for both sides of a branch.
-    if (u_CalculateCSPosition) {
-        for (int i = 0; float(i) < u_NumSamples; ++i) {
-            Tap tap = spiralTap(i, diskRadius, rotation, pixelSize.x);
-            sum += contribution(positionFromDepthAt(pixel, tap, size) - P, n);
-        }
-    } else {
-        for (int i = 0; float(i) < u_NumSamples; ++i) {
-            Tap tap = spiralTap(i, diskRadius, rotation, pixelSize.x);
-            vec2 uv = vo_TexCoord + tap.offset * pixelSize;
-            sum += contribution(textureLod(CS_Z_buffer, uv, float(tap.level)).xyz - P, n);
-        }
+    vec3 texel = textureLod(CS_Z_buffer, uv, 0.0).xyz;
+    vec3 P = isDepth ? positionOf(uv, texel.x, u) : texel;
+    vec3 n = normalAt(P);
+    bool isBackground = P.z < FAR_PLANE_Z || (isDepth && texel.x == 1.0);
+    // Without a normal, no tap counts.
+    float numSamples = isBackground || isnan(n.x) ? 0.0 : u_NumSamples;
+
+    float A = 1.0;
+    if (numSamples > 0.0) {
+        Spiral spiral = spiralAt(pixel, -projScale * radius / P.z);
+        float alphaStep = 1.0 / u_NumSamples;
+        // Negated here, because the compiler would move a mere copy of a uniform into the loop.
+        float negativeInvRadius2 = -invRadius2;
+        float negativeBias = -bias;
+        float sum = 0.0;
+        float i = 0.5;
+        do {
+            Tap tap = nextTap(spiral, i * alphaStep, pixelSize.x);
+            vec2 offset = isDepth ? trunc(tap.offset) : tap.offset;
+            vec2 tapUV = clamp(uv + offset * uvStep, 0.5 * texelSize, 1.0 - 0.5 * texelSize);
+            vec3 tapTexel = textureLod(CS_Z_buffer, tapUV, tap.level).xyz;
+            vec3 Q = isDepth ? positionOf(tapUV, tapTexel.x, u) : tapTexel;
+            sum += contribution(Q - P, n, negativeInvRadius2, negativeBias);
+            i += 1.0;
+        } while (i < numSamples);
+        A = max(0.0, 1.0 - 4.0 * sum * intensity * 5.0 / u_NumSamples);
     }
-    float A = max(0.0, 1.0 - 4.0 * sum * intensity * 5.0 / max(1.0, u_NumSamples));
     gl_FragColor = vec4(A, A, A, 1.0);
 }
 )"_s;
@@ -391,9 +437,9 @@ void ScalableAmbientObscuranceRenderPass::draw(Texture* depth, Texture* position
     const AutoDisabler depthTestDisabler(GL_DEPTH_TEST);
     const AutoBinder programBinder(m_shaderProgram.get());
     const BoundSampler positionSampler(*m_shaderProgram, m_positionSampler, positions ? positions : depth,
-                                       Sampling::NearestMipmap);
+                                       readsCoarseLevels() ? Sampling::NearestMipmap : Sampling::Nearest);
     const BoundSampler normalSampler(*m_shaderProgram, m_normalSampler, normals, Sampling::Nearest);
-    setUniforms(*depth, positions != nullptr);
+    setUniforms(positions != nullptr);
 
     // Deliberate: the stencil is configured, but the test stays off, so it has no effect.
     glDepthMask(GL_FALSE);
@@ -406,7 +452,22 @@ void ScalableAmbientObscuranceRenderPass::draw(Texture* depth, Texture* position
     m_framebuffer->detach(GL_DEPTH_STENCIL_ATTACHMENT);
 }
 
-void ScalableAmbientObscuranceRenderPass::setUniforms(const Texture& depth, bool hasPositions)
+/// Whether a tap may read a level above 0, because the offset is negative or a surface close to the camera
+/// has a disk wider than the frame. Surfaces are assumed to lie beyond half the distance of the near plane.
+/// Without levels, software rasterisers are faster, because not every pixel chooses one.
+bool ScalableAmbientObscuranceRenderPass::readsCoarseLevels() const
+{
+    const auto number = [this](InputPort port) { return m_inputs[port].value.toFloat(); };
+    const float pixelsAtUnit =
+        0.5F * m_inputs[ProjectionMatrix].value.value<QMatrix4x4>()(1, 1) * static_cast<float>(m_height);
+    const float widest =
+        pixelsAtUnit * number(SAORadius) / (0.5F * number(NearPlane)) / static_cast<float>(m_width);
+    const int offset = truncated(number(SaoNumLogMaxOffset));
+    // Not >=, because without a near plane the width may be NaN.
+    return offset < -1 || !(std::abs(widest) < std::exp2(static_cast<float>(offset + 1)));
+}
+
+void ScalableAmbientObscuranceRenderPass::setUniforms(bool hasPositions)
 {
     const auto projection = m_inputs[ProjectionMatrix].value.value<QMatrix4x4>();
     const auto number = [this](InputPort port) { return m_inputs[port].value.toFloat(); };
@@ -432,10 +493,12 @@ void ScalableAmbientObscuranceRenderPass::setUniforms(const Texture& depth, bool
                                              static_cast<float>((1.0 - p(0, 2)) / p(0, 0)),
                                              static_cast<float>((1.0 + p(1, 2)) / p(1, 1))));
     program.setUniform(m_calculatePosition, !hasPositions);
-    program.setUniform(m_numSamples, static_cast<float>(std::min(whole(SaoNumSamples), maxSamples)));
+    const int numSamples = std::min(whole(SaoNumSamples), maxSamples);
+    const int numTurns = whole(SaoNumSpiralTurns);
+    program.setUniform(m_numSamples, static_cast<float>(numSamples));
     program.setUniform(m_logMaxOffset, whole(SaoNumLogMaxOffset));
-    program.setUniform(m_numSpiralTurns, static_cast<float>(whole(SaoNumSpiralTurns)));
-    program.setUniform(m_coarsestLevel, std::max(depth.levels() - 1, 0));
+    program.setUniform(m_numSpiralTurns, static_cast<float>(numTurns));
+    program.setUniform(m_tapTangent, static_cast<float>(std::tan(3.14 * numTurns / std::max(numSamples, 1))));
 }
 
 } // namespace Morvane::Qel

@@ -110,7 +110,8 @@ private:
     void provideProgram(bool hasNormals);
     void clearTarget();
     void draw(Texture* depth, Texture* positions, Texture* normals);
-    void setUniforms(const Texture& depth, bool hasPositions);
+    bool readsCoarseLevels() const;
+    void setUniforms(bool hasPositions);
 
     std::unique_ptr<FramebufferObject> m_framebuffer;
     std::unique_ptr<ShaderProgram> m_shaderProgram;
@@ -134,7 +135,7 @@ private:
     Uniform m_numSamples{"u_NumSamples"};
     Uniform m_logMaxOffset{"u_LogMaxOffset"};
     Uniform m_numSpiralTurns{"u_NumSpiralTurns"};
-    Uniform m_coarsestLevel{"u_CoarsestLevel"};
+    Uniform m_tapTangent{"u_TapTangent"};
 };
 
 } // namespace Morvane::Qel

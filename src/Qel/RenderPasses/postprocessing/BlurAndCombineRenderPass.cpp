@@ -120,8 +120,11 @@ void BlurAndCombineRenderPass::start(RenderCallbacks* callbacks)
 
     const QSize size = m_inputs[Viewport].value.toRect().size();
     const bool selectsBright = m_glowThreshold > 0.0F;
-    const bool kernelChanged =
-        providePrograms(radius, !selectsBright && blurFrame && blurFrame->size() != size);
+    // Usually little of a frame is bright.
+    const BlurredInput input = selectsBright                            ? BlurredInput::Sparse
+                               : blurFrame && blurFrame->size() != size ? BlurredInput::Resized
+                                                                        : BlurredInput::SameSize;
+    const bool kernelChanged = providePrograms(radius, input);
     m_viewportWidth = static_cast<float>(size.width());
     m_viewportHeight = static_cast<float>(size.height());
     const PooledTexture fallback = normalFrame && blurFrame ? PooledTexture() : PooledTexture::transparent();
@@ -142,9 +145,9 @@ void BlurAndCombineRenderPass::start(RenderCallbacks* callbacks)
     m_outputs[Output].value = result.publish(m_outputs[Output].users);
 }
 
-bool BlurAndCombineRenderPass::providePrograms(float radius, bool isResized)
+bool BlurAndCombineRenderPass::providePrograms(float radius, BlurredInput input)
 {
-    const bool kernelChanged = provideKernel(radius, isResized);
+    const bool kernelChanged = provideKernel(radius, input);
     if (kernelChanged) {
         m_blurAndAddProgram.reset(makeShaderProgram(blurAndAddSource));
     }

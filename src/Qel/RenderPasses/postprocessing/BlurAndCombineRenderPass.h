@@ -54,7 +54,7 @@ public:
 
 private:
     /// Rebuilds the programs as provideKernel does. Returns whether the radius has changed.
-    bool providePrograms(float radius, bool isResized);
+    bool providePrograms(float radius, BlurredInput input);
     void drawWithThresholdShader(const bool& kernelChanged, Texture* source, Texture* target);
     void drawWithBlurOnlyShader(const bool& kernelChanged, Texture* source, Texture* target);
     void drawWithBlurAndAddShader(const bool& kernelChanged, Texture* base, Texture* blurred,

@@ -46,19 +46,8 @@ vec4 centreTexel()
 }
 )"_s;
 
-// %1 is centreSource or resizedCentreSource.
-// Deliberate: u_ResolutionDivider is not used, and the output's name is not the one bound to draw buffer 0.
-// As the only output it goes there anyway.
-const QString fragmentTemplate = uR"(#version 150
-uniform sampler2D u_Input;
-uniform vec2 stepVec;
-uniform float u_ResolutionDivider;
-uniform float weight[SAMPLES_COUNT];
-uniform float offset[SAMPLES_COUNT];
-in vec2 vo_TexCoord;
-out vec4 o_Output;
-
-%1
+/// Blurs the pixels that are not transparent.
+const QString mainSource = uR"(
 vec4 fast_gaussian_blur(sampler2D s, vec4 centre, vec2 tc, vec2 step)
 {
     vec4 sum = centre * weight[0];
@@ -79,11 +68,44 @@ void main()
     }
 }
 )"_s;
+/// The same for images that are mostly transparent. Software rasterisers execute both sides of a branch but
+/// leave a loop when none of its pixels needs more, if Mesa does not unroll it, which it does when an array's
+/// index is the counter itself.
+const QString sparseMainSource = uR"(
+void main()
+{
+    vec4 c = centreTexel();
+    bool isBlurred = c.a > 0.0;
+    vec2 step = isBlurred ? stepVec : vec2(0.0);
+    int numPairs = isBlurred ? SAMPLES_COUNT - 1 : 0;
+    vec4 sum = isBlurred ? c * weight[0] : c;
+    for (int i = 0; i < numPairs; ++i) {
+        vec2 shift = offset[i + 1] * step;
+        sum += (texture(u_Input, vo_TexCoord + shift) + texture(u_Input, vo_TexCoord - shift)) * weight[i + 1];
+    }
+    o_Output = sum;
+}
+)"_s;
 
-const QString baseFragmentSource = fragmentTemplate.arg(centreSource);
+// %1 reads the centre, %2 is the main function.
+// Deliberate: u_ResolutionDivider is not used, and the output's name is not the one bound to draw buffer 0.
+// As the only output it goes there anyway.
+const QString fragmentTemplate = uR"(#version 150
+uniform sampler2D u_Input;
+uniform vec2 stepVec;
+uniform float u_ResolutionDivider;
+uniform float weight[SAMPLES_COUNT];
+uniform float offset[SAMPLES_COUNT];
+in vec2 vo_TexCoord;
+out vec4 o_Output;
+
+%1%2)"_s;
+
+const QString baseFragmentSource = fragmentTemplate.arg(centreSource, mainSource);
 /// For inputs of another size than the target. A separate program, because software rasterisers pay for both
 /// sides of a branch.
-const QString resizingFragmentSource = fragmentTemplate.arg(resizedCentreSource);
+const QString resizingFragmentSource = fragmentTemplate.arg(resizedCentreSource, mainSource);
+const QString sparseFragmentSource = fragmentTemplate.arg(centreSource, sparseMainSource);
 
 /// Limits the kernel, so that its construction ends for an infinite radius. No driver accepts uniform arrays
 /// of this size anyway.
@@ -194,7 +216,7 @@ QString BlurBaseRenderPass::getBaseFragmentShaderSource()
     return baseFragmentSource;
 }
 
-bool BlurBaseRenderPass::provideKernel(float radius, bool isResized)
+bool BlurBaseRenderPass::provideKernel(float radius, BlurredInput input)
 {
     const bool kernelChanged = !m_shaderProgram || radius != m_requestedRadius;
     if (kernelChanged) {
@@ -210,10 +232,12 @@ bool BlurBaseRenderPass::provideKernel(float radius, bool isResized)
         }
         calculateBlurWeights();
     }
-    if (kernelChanged || isResized != m_isResized) {
-        m_isResized = isResized;
-        m_shaderProgram.reset(
-            makeShaderProgram(isResized ? resizingFragmentSource : getBaseFragmentShaderSource()));
+    if (kernelChanged || input != m_blurredInput) {
+        m_blurredInput = input;
+        m_shaderProgram.reset(makeShaderProgram(input == BlurredInput::Resized ? resizingFragmentSource
+                                                : input == BlurredInput::Sparse
+                                                    ? sparseFragmentSource
+                                                    : getBaseFragmentShaderSource()));
         provideScreenBatch(m_screenQuad, *m_shaderProgram, Screen::Triangle);
     }
     return kernelChanged;

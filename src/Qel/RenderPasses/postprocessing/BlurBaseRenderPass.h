@@ -44,11 +44,21 @@ public:
     static QString getBaseFragmentShaderSource();
 
 protected:
+    /// What the program of the base fragment stage blurs.
+    enum class BlurredInput
+    {
+        /// An image of the target's size.
+        SameSize,
+        /// An image of the target's size that is mostly transparent.
+        Sparse,
+        /// An image of another size than the target.
+        Resized
+    };
+
     /// Rebuilds the kernel and the program of the base fragment stage if the radius has changed, and the
-    /// program alone if only isResized has: whether the source differs in size from the target. Returns
-    /// whether the radius has changed. A radius whose kernel exceeds the driver's uniforms is reported, and
-    /// the largest possible one is used.
-    bool provideKernel(float radius, bool isResized);
+    /// program alone if only `input` has. Returns whether the radius has changed. A radius whose kernel
+    /// exceeds the driver's uniforms is reported, and the largest possible one is used.
+    bool provideKernel(float radius, BlurredInput input);
     /// Clears the bound target with the current clear colour. Leaves depth test and depth writes disabled.
     static void clearTarget();
     /// Blurs a texture into a target in one direction; `step` is one texel, in texture coordinates. Leaves
@@ -69,7 +79,7 @@ protected:
 private:
     /// The radius that was asked for last; m_blurRadius is smaller if the driver's uniforms cannot hold it.
     float m_requestedRadius = 0.0F;
-    bool m_isResized = false;
+    BlurredInput m_blurredInput = BlurredInput::SameSize;
     Uniform m_input{"u_Input"};
     Uniform m_targetSize{"u_TargetSize"};
     Uniform m_stepVec{"stepVec"};

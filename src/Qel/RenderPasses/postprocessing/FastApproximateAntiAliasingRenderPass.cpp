@@ -5,6 +5,7 @@
 #include <Qel/RenderPasses/framework/CommonPorts.h>
 #include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/gl/GLErrors.h>
+#include <Qel/gl/GLSLMacroProcessor.h>
 
 using namespace Qt::StringLiterals;
 
@@ -111,8 +112,7 @@ void FastApproximateAntiAliasingRenderPass::start(RenderCallbacks* /*callbacks*/
     context->setViewport(0, 0, size.width(), size.height());
     const PooledTarget target(provide(m_framebuffer), TextureFormat::RGBA8, size);
     context->setViewport(0, 0, size.width(), size.height());
-    provideScreenProgram(m_program, m_fullScreenBatch,
-                         {.fragment = fragmentSource, .fragmentFile = u"FXAA.glslc"_s});
+    provideProgram(frame->size() != size);
     context->disable(GL_DEPTH_TEST);
     glClear(GL_COLOR_BUFFER_BIT);
 
@@ -127,6 +127,22 @@ void FastApproximateAntiAliasingRenderPass::start(RenderCallbacks* /*callbacks*/
     m_program->setUniform(m_edgeThresholdMinQuality, quality(EdgeThresholdMinQuality, 0.0F));
     drawBatch(m_fullScreenBatch);
     m_outputs[AntiAliasedFrame].value = target.publish(m_outputs[AntiAliasedFrame].users);
+}
+
+void FastApproximateAntiAliasingRenderPass::provideProgram(bool isScaled)
+{
+    if (m_program && isScaled == m_isScaled) {
+        return;
+    }
+    m_isScaled = isScaled;
+    m_program.reset();
+    GLSLMacroProcessor processor;
+    if (isScaled) {
+        processor.addDefine(u"FXAA_FRAME_IS_SCALED"_s, u"1"_s);
+    }
+    provideScreenProgram(
+        m_program, m_fullScreenBatch,
+        {.fragment = fragmentSource, .fragmentFile = u"FXAA.glslc"_s, .macroProcessor = &processor});
 }
 
 float FastApproximateAntiAliasingRenderPass::quality(InputPort port, float whenUnset) const

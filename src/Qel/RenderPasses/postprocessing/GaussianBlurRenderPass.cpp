@@ -60,7 +60,8 @@ void GaussianBlurRenderPass::start(RenderCallbacks* /*callbacks*/)
     const QRect viewport = m_inputs[Viewport].value.toRect();
     const QSize size(truncated(static_cast<float>(viewport.width()) / divider),
                      truncated(static_cast<float>(viewport.height()) / divider));
-    provideKernel(m_inputs[BlurRadius].value.toFloat(), input && input->size() != size);
+    provideKernel(m_inputs[BlurRadius].value.toFloat(),
+                  input && input->size() != size ? BlurredInput::Resized : BlurredInput::SameSize);
     if (m_blurRadius <= 1.0F) {
         m_outputs[Output].value = publishTexture(input, m_outputs[Output].users);
         return;

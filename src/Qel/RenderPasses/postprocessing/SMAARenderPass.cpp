@@ -147,6 +147,33 @@ std::unique_ptr<ShaderProgram> makeProgram(GLSLMacroProcessor* processor, const 
     return program;
 }
 
+/// Clears with the current clear colour, and marks the texels that are drawn in the stencil.
+void markDrawnTexels()
+{
+    glClear(GL_COLOR_BUFFER_BIT);
+    OpenGLDeviceContext::current()->enable(GL_STENCIL_TEST);
+    glStencilMask(~0U);
+    glClearBufferfi(GL_DEPTH_STENCIL, 0, 1.0F, 0);
+    glStencilFunc(GL_ALWAYS, 1, ~0U);
+    glStencilOp(GL_KEEP, GL_KEEP, GL_REPLACE);
+}
+
+/// Clears to 0, and keeps all but the marked texels from being drawn.
+void keepToMarkedTexels()
+{
+    constexpr std::array<float, 4> zero{};
+    glClearBufferfv(GL_COLOR, 0, zero.data());
+    glStencilFunc(GL_EQUAL, 1, ~0U);
+    glStencilOp(GL_KEEP, GL_KEEP, GL_KEEP);
+}
+
+/// Clears with the current clear colour, and lets all texels be drawn.
+void drawAllTexels()
+{
+    glClear(GL_COLOR_BUFFER_BIT);
+    OpenGLDeviceContext::current()->disable(GL_STENCIL_TEST);
+}
+
 } // namespace
 
 const PassDescription& SMAARenderPass::description()
@@ -194,6 +221,11 @@ void SMAARenderPass::setup(RenderCallbacks* /*callbacks*/)
     m_edgeFramebuffer = std::make_unique<FramebufferObject>(nullptr);
     m_weightFramebuffer = std::make_unique<FramebufferObject>(nullptr);
     m_outputFramebuffers.push_back(std::make_unique<FramebufferObject>(nullptr));
+    m_marks.reset(
+        makeTarget(QSize(m_width, m_height), GL_DEPTH24_STENCIL8, GL_DEPTH_STENCIL, GL_UNSIGNED_INT_24_8));
+    for (FramebufferObject* framebuffer : {m_edgeFramebuffer.get(), m_weightFramebuffer.get()}) {
+        framebuffer->attach(m_marks.get(), GL_DEPTH_STENCIL_ATTACHMENT, 0);
+    }
 
     m_areaTexture = makeTable(2, GL_RG8, 160, 560, GL_RG, smaaAreaTable.data());
     m_searchTexture = makeTable(1, GL_R8, 64, 16, GL_RED, smaaSearchTable.data());
@@ -216,6 +248,7 @@ void SMAARenderPass::teardown(RenderCallbacks* /*callbacks*/)
 {
     m_edgeFramebuffer.reset();
     m_weightFramebuffer.reset();
+    m_marks.reset();
     m_areaTexture.reset();
     m_searchTexture.reset();
     m_edgeProgram.reset();
@@ -246,14 +279,16 @@ void SMAARenderPass::start(RenderCallbacks* callbacks)
     context->disable(GL_STENCIL_TEST);
     context->setViewport(0, 0, m_width, m_height);
     checkGLError(sourceFile, __LINE__);
-    const PooledTexture edges =
-        draw(*m_edgeFramebuffer, *m_edgeProgram, m_edgeMetrics, {{m_edgeFrame, frame}});
-    const PooledTexture weights = draw(*m_weightFramebuffer, *m_weightProgram, m_weightMetrics,
-                                       {{m_weightEdges, edges.get()},
-                                        {m_weightAreas, m_areaTexture.get()},
-                                        {m_weightSearches, m_searchTexture.get()}});
-    const PooledTexture result = draw(*m_outputFramebuffers.back(), *m_blendProgram, m_blendMetrics,
-                                      {{m_blendFrame, frame}, {m_blendWeights, weights.get()}});
+    const PooledTexture edges = draw(*m_edgeFramebuffer, *m_edgeProgram, m_edgeMetrics, markDrawnTexels,
+                                     {{m_edgeFrame, frame, texelSampling(*frame, size, Sampling::Linear)}});
+    const PooledTexture weights =
+        draw(*m_weightFramebuffer, *m_weightProgram, m_weightMetrics, keepToMarkedTexels,
+             {{m_weightEdges, edges.get()},
+              {m_weightAreas, m_areaTexture.get()},
+              {m_weightSearches, m_searchTexture.get()}});
+    const PooledTexture result =
+        draw(*m_outputFramebuffers.back(), *m_blendProgram, m_blendMetrics, drawAllTexels,
+             {{m_blendFrame, frame}, {m_blendWeights, weights.get(), Sampling::Nearest}});
     context->enable(GL_DEPTH_TEST);
     checkGLError(sourceFile, __LINE__);
     publish(AntiAliasedFrame, result);
@@ -262,7 +297,7 @@ void SMAARenderPass::start(RenderCallbacks* callbacks)
 }
 
 PooledTexture SMAARenderPass::draw(FramebufferObject& framebuffer, ShaderProgram& program, Uniform& metrics,
-                                   std::initializer_list<SamplerInput> inputs)
+                                   void (*prepare)(), std::initializer_list<SamplerInput> inputs)
 {
     PooledTexture result(TextureFormat::RGBA8, QSize(m_width, m_height));
     const BoundTarget target(framebuffer, result.get());
@@ -271,14 +306,14 @@ PooledTexture SMAARenderPass::draw(FramebufferObject& framebuffer, ShaderProgram
     std::array<std::optional<BoundSampler>, 3> samplers;
     size_t i = 0;
     for (const SamplerInput& input : inputs) {
-        samplers[i++].emplace(program, input.sampler, input.texture, Sampling::Linear);
+        samplers[i++].emplace(program, input.sampler, input.texture, input.sampling);
     }
     const auto width = static_cast<float>(m_width);
     const auto height = static_cast<float>(m_height);
     // Deliberate: a size of 0 is not guarded and gives infinite metrics.
     program.setUniform(metrics, QVector4D(1.0F / width, 1.0F / height, width, height));
     checkGLError(sourceFile, __LINE__);
-    glClear(GL_COLOR_BUFFER_BIT);
+    prepare();
     drawBatch(m_fullScreenBatch);
     checkGLError(sourceFile, __LINE__);
     return result;

@@ -27,8 +27,11 @@ namespace Morvane::Qel {
 /// them to others meanwhile, so their contents are undefined. An output whose texture the pool has deleted
 /// becomes empty.
 ///
-/// GL state: all three draws clear with the current clear colour; the edges are right only if it is 0. Leaves
-/// the stencil test disabled, the depth test enabled and the viewport at the frame's size.
+/// A stencil keeps the second draw, which is the most expensive, to the texels with an edge.
+///
+/// GL state: the first and the third draw clear with the current clear colour; the edges are right only if
+/// its red and green are 0. Leaves the stencil test disabled, its function at GL_EQUAL with reference 1 and
+/// its mask full, the depth test enabled and the viewport at the frame's size.
 ///
 /// The GL objects exist from setup to teardown and are all rebuilt when the size changes. Deliberate: the
 /// output framebuffers, including those replaced on a change of size, live until the pass is destroyed.
@@ -68,10 +71,12 @@ private:
     {
         Uniform& sampler;
         Texture* texture;
+        Sampling sampling = Sampling::Linear;
     };
-    /// Draws one stage full-screen into a pooled texture. Takes at most three inputs.
+    /// Draws one stage full-screen into a pooled texture. Takes at most three inputs. `prepare` clears the
+    /// targets and sets the stencil test.
     PooledTexture draw(FramebufferObject& framebuffer, ShaderProgram& program, Uniform& metrics,
-                       std::initializer_list<SamplerInput> inputs);
+                       void (*prepare)(), std::initializer_list<SamplerInput> inputs);
     void publish(OutputPort port, const PooledTexture& texture);
     void keepOutputs();
 
@@ -81,6 +86,9 @@ private:
     std::unique_ptr<FramebufferObject> m_weightFramebuffer;
     /// Only the last one is in use.
     std::vector<std::unique_ptr<FramebufferObject>> m_outputFramebuffers;
+    /// The stencil of the first two stages: 1 where there is an edge. It is not pooled, because the pass
+    /// takes just its outputs from the pool.
+    std::unique_ptr<Texture> m_marks;
     std::unique_ptr<Texture> m_areaTexture;
     std::unique_ptr<Texture> m_searchTexture;
     std::unique_ptr<ShaderProgram> m_edgeProgram;

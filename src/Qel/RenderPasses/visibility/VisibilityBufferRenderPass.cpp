@@ -55,6 +55,7 @@ const QString fragmentSource = uR"(#version 150
 #extension GL_ARB_shading_language_420pack : enable
 #endif
 #include "ShaderBitEncoding.glslh"
+#include "FragmentList.glslh"
 uniform int u_NodeBufferImageWidth;
 
 #if QEL_GL_3_2 == 0 && defined(GL_ARB_shader_atomic_counters) && defined(GL_ARB_shader_image_load_store) && defined(GL_ARB_shading_language_420pack)
@@ -68,8 +69,7 @@ void main()
 {
     uint node = atomicCounterIncrement(u_HeadCounter);
     uint next = imageAtomicExchange(u_HeadPointerImage, ivec2(gl_FragCoord.xy), node + 1u);
-    uint width = uint(u_NodeBufferImageWidth);
-    imageStore(u_NodeBufferImage, ivec2(node % width, node / width),
+    imageStore(u_NodeBufferImage, texelOfNode(node + 1u, u_NodeBufferImageWidth),
                uvec4(next, uint(gl_PrimitiveID) + 1u, floatBitsToUint(gl_FragCoord.z), uint(u_DrawID)));
 }
 

@@ -43,9 +43,10 @@ void main()
     if (!doesVisibilityBufferHaveFragment(pointer)) {
         discard;
     }
-    mat4 normalMatrix = transpose(inverse(u_CameraMatrix * getModelMatrix()));
     vec3 L = normalize(vec3(100.0, 100.0, 100.0));
-    while (doesVisibilityBufferHaveFragment(pointer)) {
+    float alpha;
+    // Software rasterisers run a loop that tests first once more than it has iterations.
+    do {
         vec3 position;
         vec3 normal;
         vec2 texCoord;
@@ -57,18 +58,15 @@ void main()
 
         vec3 Kd = getKd() * managedTexture(getMap_Kd(), texCoord, dx, dy).rgb;
         vec3 Ks = getKs() * managedTexture(getMap_Ks(), texCoord, dx, dy).rgb;
-        vec3 N = (normalMatrix * vec4(normal, 1.0)).rgb;
+        vec3 N = (u_NormalMatrix * (getModelNormalMatrix() * vec4(normal, 1.0))).rgb;
         vec3 colour = directionalLight(Kd, Ks, getNs(), N, L);
-        float alpha = getD();
+        alpha = getD();
 
         result.rgb = mix(result.rgb, colour, alpha);
         result.a = clamp(alpha + (1.0 - alpha) * result.a, 0.0, 1.0);
         result.rgb = result.a * alpha * colour + result.rgb;
         result.a = (1.0 - alpha) * result.a;
-        if (alpha >= 1.0) {
-            break;
-        }
-    }
+    } while (alpha < 1.0 && doesVisibilityBufferHaveFragment(pointer));
     out_FragColor = result;
 }
 )"_s;
@@ -245,6 +243,7 @@ void VisibilityDeferredRenderPass::setMatrices()
     const QMatrix4x4 inverseCamera = camera.inverted();
     m_program->setUniform(m_cameraMatrix, camera);
     m_program->setUniform(m_projectionMatrix, projection);
+    m_program->setUniform(m_viewProjection, projection * camera);
     m_program->setUniform(m_normalMatrix, inverseCamera.transposed());
     m_program->setUniform(m_inverseProjection, projection.inverted());
     m_program->setUniform(m_inverseCamera, inverseCamera);

@@ -106,6 +106,7 @@ private:
     Uniform m_isIndexed{"u_indexedDraw"};
     Uniform m_cameraMatrix{"u_CameraMatrix"};
     Uniform m_projectionMatrix{"u_ProjectionMatrix"};
+    Uniform m_viewProjection{"u_ViewProjectionMatrix"};
     Uniform m_normalMatrix{"u_NormalMatrix"};
     Uniform m_inverseProjection{"u_InvProjMatrix"};
     Uniform m_inverseCamera{"u_InvCameraMatrix"};

@@ -15,14 +15,20 @@ namespace {
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/VisibilitySortRenderPass";
 
-// Payloads move between records; each record keeps the next pointer of the node at its place. The smaller of
-// two ranges is sorted first, which bounds the stack by the number of times that 50 can be halved. Both walks
-// take at most MAX_DEPTH steps, whatever the pointers are.
+// Payloads move between the nodes, whose next pointers stay. The smaller of two ranges is sorted first, which
+// bounds the stack by the number of times that 50 can be halved. Both walks take at most MAX_DEPTH steps,
+// whatever the pointers are.
+//
+// Most pixels have no list or a short one. Software rasterisers execute both sides of every branch and every
+// loop at least once, or twice if its condition comes first, so all loops test their condition last, and the
+// sort is a single loop of small steps. They also clear local arrays, so the records hold no more than
+// needed.
 const QString fragmentSource = uR"(#version 150
 #extension GL_ARB_shader_atomic_counters : enable
 #extension GL_ARB_shader_image_load_store : enable
 #extension GL_ARB_shading_language_420pack : enable
 #include "ShaderBitEncoding.glslh"
+#include "FragmentList.glslh"
 #define MAX_DEPTH 50
 #define MAX_LEVELS 16
 
@@ -35,20 +41,12 @@ struct Record
     uint primitive;
     uint draw;
     float depth;
-    uint pointer;
 };
 Record records[MAX_DEPTH];
 
 bool isGreater(Record a, Record b)
 {
     return a.depth > b.depth;
-}
-
-void copyPayload(inout Record target, Record source)
-{
-    target.primitive = source.primitive;
-    target.draw = source.draw;
-    target.depth = source.depth;
 }
 
 // Deliberate: an alternative to quickSort that is never called.
@@ -58,93 +56,103 @@ void insertionSort(int count)
         Record moved = records[i];
         int place = i;
         for (; place > 0 && isGreater(records[place - 1], moved); --place) {
-            copyPayload(records[place], records[place - 1]);
+            records[place] = records[place - 1];
         }
-        copyPayload(records[place], moved);
+        records[place] = moved;
     }
 }
 
-// Partitions the records from low to high around the first one and returns the place where that one ends up.
-int divide(int low, int high)
+bool hasTwo(ivec2 range)
 {
-    Record pivot = records[low];
-    while (low < high) {
-        while (low < high && !isGreater(pivot, records[high])) {
-            --high;
-        }
-        copyPayload(records[low], records[high]);
-        while (low < high && !isGreater(records[low], pivot)) {
-            ++low;
-        }
-        copyPayload(records[high], records[low]);
-    }
-    copyPayload(records[low], pivot);
-    return low;
+    return range.x < range.y;
 }
 
-int sizeOf(ivec2 range)
-{
-    return range.y - range.x;
-}
-
+// Each step compares a record with the pivot, or ends the partition of a range. The pivot's place is a hole at
+// the lower or the upper end of the records that are still to be compared; one that lies on the wrong side
+// fills it and leaves the hole at the other end.
 void quickSort(int count)
 {
-    // Begin and end of each range that remains to be sorted.
+    // First and last record of each range that remains to be sorted.
     ivec2 ranges[MAX_LEVELS];
-    int top = 0;
-    ranges[0] = ivec2(0, count);
-    while (top >= 0) {
-        ivec2 range = ranges[top];
-        if (sizeOf(range) < 2) {
-            --top;
-            continue;
+    int numRanges = 0;
+    ranges[0] = ivec2(0);
+    ivec2 range = ivec2(0, max(count - 1, 0));
+    int low = range.x;
+    int high = range.y;
+    bool isHoleLow = true;
+    Record pivot = records[0];
+    bool isSorted = count < 2;
+    do {
+        Record compared = records[isHoleLow ? high : low];
+        bool isWrongSide = isHoleLow ? isGreater(pivot, compared) : isGreater(compared, pivot);
+        bool isPartitioned = low == high;
+        if (isPartitioned || isWrongSide) {
+            Record filling = compared;
+            if (isPartitioned) {
+                filling = pivot;
+            }
+            records[isHoleLow ? low : high] = filling;
         }
-        int middle = divide(range.x, range.y - 1);
-        ivec2 later = ivec2(range.x, middle);
-        ivec2 next = ivec2(middle + 1, range.y);
-        if (sizeOf(next) > sizeOf(later)) {
-            ivec2 swapped = later;
-            later = next;
-            next = swapped;
+        if (isPartitioned) {
+            ivec2 left = ivec2(range.x, low - 1);
+            ivec2 right = ivec2(low + 1, range.y);
+            bool isRightFirst = right.y - right.x <= left.y - left.x;
+            ivec2 later = isRightFirst ? left : right;
+            range = isRightFirst ? right : left;
+            if (hasTwo(later)) {
+                ranges[numRanges] = later;
+                ++numRanges;
+            }
+            if (!hasTwo(range)) {
+                isSorted = numRanges == 0;
+                numRanges = max(numRanges - 1, 0);
+                range = ranges[numRanges];
+            }
+            low = range.x;
+            high = range.y;
+            isHoleLow = true;
+            pivot = records[low];
+        } else {
+            isHoleLow = isHoleLow != isWrongSide;
+            if (isHoleLow) {
+                --high;
+            } else {
+                ++low;
+            }
         }
-        ranges[top] = later;
-        ++top;
-        ranges[top] = next;
-    }
-}
-
-ivec2 texelOfNode(uint pointer)
-{
-    uint width = uint(u_NodeBufferImageWidth);
-    return ivec2((pointer - 1u) % width, (pointer - 1u) / width);
+    } while (!isSorted);
 }
 
 // Fills the records from the list and returns their count.
 int gather(uint pointer)
 {
     int count = 0;
-    while (pointer != 0u && count < MAX_DEPTH) {
-        uvec4 node = imageLoad(u_NodeBufferImage, texelOfNode(pointer));
+    do {
+        uvec4 node = imageLoad(u_NodeBufferImage, texelOfNode(pointer, u_NodeBufferImageWidth));
         if (node.g == 0u) {
             // Reads outside the image return 0, which is no node's primitive. This ends a list at a node that
             // did not fit into the buffer.
             break;
         }
-        records[count] = Record(node.g, node.a, uintBitsToFloat(node.b), node.r);
+        records[count] = Record(node.g, node.a, uintBitsToFloat(node.b));
         pointer = node.r;
         ++count;
-    }
+    } while (pointer != 0u && count < MAX_DEPTH);
     return count;
 }
 
 void writeBack(uint pointer, int count)
 {
-    for (int i = 0; i < count; ++i) {
-        imageStore(u_NodeBufferImage, texelOfNode(pointer),
-                   uvec4(records[i].pointer, records[i].primitive, floatBitsToUint(records[i].depth),
-                         records[i].draw));
-        pointer = records[i].pointer;
-    }
+    int i = 0;
+    do {
+        ivec2 texel = texelOfNode(pointer, u_NodeBufferImageWidth);
+        pointer = imageLoad(u_NodeBufferImage, texel).r;
+        if (i < count) {
+            imageStore(u_NodeBufferImage, texel,
+                       uvec4(pointer, records[i].primitive, floatBitsToUint(records[i].depth), records[i].draw));
+        }
+        ++i;
+    } while (i < count);
 }
 
 void main()
@@ -251,6 +259,8 @@ void VisibilitySortRenderPass::sort(Texture* headPointers, Texture* nodes, int n
     // A target to rasterise onto; nothing is written to it.
     const PooledTarget scratch(provide(m_framebuffer), TextureFormat::RGBA16F,
                                m_inputs[Viewport].value.toRect().size());
+    // Software rasterisers would otherwise read and write its texels.
+    glDrawBuffer(GL_NONE);
     // Deliberate: has no effect without a depth attachment, except that the test stays enabled.
     OpenGLDeviceContext::current()->enable(GL_DEPTH_TEST);
     {

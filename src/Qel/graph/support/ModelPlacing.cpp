@@ -36,7 +36,7 @@ QMatrix4x4 fitted(const QPair<QVector3D, QVector3D>& bounds, float length)
 
 } // namespace
 
-ModelData placed(const ModelData& model, const ModelPlacement& placement)
+ModelData placed(ModelData model, const ModelPlacement& placement)
 {
     QMatrix4x4 shape;
     shape.scale(placement.scale);
@@ -49,7 +49,11 @@ ModelData placed(const ModelData& model, const ModelPlacement& placement)
     motion.rotate(placement.rotate.z(), 0.0F, 0.0F, 1.0F);
     motion.rotate(placement.rotate.y(), 0.0F, 1.0F, 0.0F);
     motion.rotate(placement.rotate.x(), 1.0F, 0.0F, 0.0F);
-    return transformed(model, motion * shape);
+    const QMatrix4x4 transform = motion * shape;
+    if (transform.isIdentity()) {
+        return model;
+    }
+    return transformed(model, transform);
 }
 
 } // namespace Morvane::Qel

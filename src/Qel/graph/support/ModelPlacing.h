@@ -6,6 +6,6 @@
 namespace Morvane::Qel {
 
 /// Returns the model where a placement puts it.
-ModelData placed(const ModelData& model, const ModelPlacement& placement);
+ModelData placed(ModelData model, const ModelPlacement& placement);
 
 } // namespace Morvane::Qel

@@ -241,6 +241,7 @@ void PassRunner::prepareFrame(Scene& scene)
         if (!m_isSetUp) {
             OpenGLDeviceContext::current()->setLabelPrefix(node.name);
             const MessagePlace place(&node.place);
+            const MemoryAccount::Activation accounting(m_profiler ? &node.memory : nullptr);
             node.pass->setup(m_options.callbacks);
         }
         for (const FrameValueInput& input : node.frameValues) {
@@ -304,9 +305,13 @@ bool PassRunner::startPass(int index, QString* error)
     }
     // Passes do not reset their error code, so the error of an earlier frame would fail this one.
     current.pass->setErrorCode(0);
-    current.pass->start(m_options.callbacks);
+    {
+        const MemoryAccount::Activation accounting(m_profiler ? &current.memory : nullptr);
+        current.pass->start(m_options.callbacks);
+    }
     if (m_profiler) {
         m_profiler->end(index);
+        current.loans = current.memory.takeLoans();
     }
     context.popDebugGroup();
     checkGLError("PassRunner", __LINE__);
@@ -457,7 +462,20 @@ void PassRunner::releaseOutputs()
 
 Profiler::Report PassRunner::profile()
 {
-    return m_profiler ? m_profiler->report() : Profiler::Report();
+    if (!m_profiler) {
+        return {};
+    }
+    Profiler::Report report = m_profiler->report();
+    Profiler::Memory& sum = report.frame.memory;
+    for (size_t i = 0; i < m_nodes.size(); ++i) {
+        const Node& node = m_nodes[i];
+        const Profiler::Memory memory{node.memory.numBytes(), node.loans.numBytes, node.loans.numTextures};
+        report.sections[i].memory = memory;
+        sum = {sum.kept + memory.kept, sum.pooled + memory.pooled, sum.numPooled + memory.numPooled};
+    }
+    report.numPoolTextures = TextureManager::Instance()->numTextures();
+    report.poolBytes = MemoryAccount::ofPool().numBytes();
+    return report;
 }
 
 } // namespace Morvane::Qel

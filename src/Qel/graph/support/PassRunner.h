@@ -9,6 +9,7 @@
 
 #include <Qel/core/RenderPass.h>
 #include <Qel/gl/ContextReference.h>
+#include <Qel/gl/MemoryAccount.h>
 #include <Qel/graph/GraphPlan.h>
 #include <Qel/graph/RenderGraph.h>
 #include <Qel/graph/support/TextureCopy.h>
@@ -81,6 +82,9 @@ private:
         const ImageLoader* loader = nullptr;
         /// The last problem with an image file that was logged.
         QString shownProblem;
+        /// What the pass allocates and, in the last frame, took from the pool; only with a profiler.
+        MemoryAccount memory;
+        MemoryAccount::Loans loans;
     };
     /// An output that stays readable after the frame. Holds one reference of its texture, or a copy of it if
     /// a later pass modifies it in place.

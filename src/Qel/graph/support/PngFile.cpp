@@ -1,15 +1,16 @@
 #include <Qel/graph/support/PngFile.h>
 
-#include <QBuffer>
 #include <QImage>
 #include <QImageReader>
 
 #include <algorithm>
 #include <array>
+#include <new>
 
 #include <Qel/core/Memory.h>
 #include <Qel/graph/support/ImageErrors.h>
 #include <Qel/graph/support/PixelLayout.h>
+#include <Qel/graph/support/PngEncoder.h>
 
 using namespace Qt::StringLiterals;
 
@@ -24,38 +25,29 @@ bool isToBeDivided(const ImageFileOptions& options)
            (options.alpha == AlphaMeaning::Premultiplied || options.alpha == AlphaMeaning::Unspecified);
 }
 
-QImage toQImage(const Image& image, const ImageFileOptions& options)
+QByteArray toPng(const Image& image, const ImageFileOptions& options)
 {
     const int numChannels = image.numChannels();
-    const bool grey = numChannels == 1;
     const bool alpha =
         options.pngAlpha != PngAlpha::Opaque && image.channels.contains(QLatin1StringView("A"));
     const bool isDivided = alpha && numChannels == 4 && isToBeDivided(options);
-    QImage result(image.width, image.height,
-                  grey    ? QImage::Format_Grayscale8
-                  : alpha ? QImage::Format_RGBA8888
-                          : QImage::Format_RGB888);
-    if (result.isNull()) {
-        return result;
-    }
-    const int bytesPerPixel = grey ? 1 : alpha ? 4 : 3;
+    const int bytesPerPixel = numChannels == 1 ? 1 : alpha ? 4 : 3;
+    const int numCopied = std::min(numChannels, bytesPerPixel);
     const float* sample = std::get<std::vector<float>>(image.samples).data();
-    for (int y = 0; y < image.height; ++y) {
-        uchar* line = result.scanLine(y);
-        std::fill_n(line, image.width * bytesPerPixel, uchar{0});
-        for (int x = 0; x < image.width; ++x, line += bytesPerPixel, sample += numChannels) {
+    return encodePng({image.width, image.height}, bytesPerPixel, [&](int, quint8* byte) {
+        for (int x = 0; x < image.width; ++x, byte += bytesPerPixel, sample += numChannels) {
             if (isDivided) {
                 const float coverage = sample[3];
-                std::transform(sample, sample + 3, line, [=](float value) {
+                std::transform(sample, sample + 3, byte, [=](float value) {
                     return coverage == 0.0F ? quint8{0} : byteFromSample(value / coverage);
                 });
-                line[3] = byteFromSample(coverage);
+                byte[3] = byteFromSample(coverage);
             } else {
-                std::transform(sample, sample + std::min(numChannels, bytesPerPixel), line, byteFromSample);
+                // Channels that the image does not have stay 0.
+                std::transform(sample, sample + numCopied, byte, byteFromSample);
             }
         }
-    }
-    return result;
+    });
 }
 
 } // namespace
@@ -66,19 +58,15 @@ bool writePng(const Image& image, OutputFile& file, const ImageFileOptions& opti
         return imageError(error, file.fileName(), u"PNG cannot store integer images"_s,
                           u"write an .exr file"_s);
     }
-    const QImage qimage = toQImage(image, options);
-    if (qimage.isNull()) {
+    if (image.numSamples() == 0) {
+        return imageError(error, file.fileName(), u"the image is empty"_s, u"write one with pixels"_s);
+    }
+    try {
+        return file.writeAll(toPng(image, options)) || writeError(error, file.fileName(), file.errorString());
+    } catch (const std::bad_alloc&) {
         return imageError(error, file.fileName(), u"out of memory for an image of %1"_s.arg(image.summary()),
                           u"write an .exr file or a smaller image"_s);
     }
-    // Encoded in memory first, because the PNG library leaks and prints if its device fails.
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    if (!qimage.save(&buffer, "png")) {
-        return imageError(error, file.fileName(), u"cannot be encoded as a PNG of %1"_s.arg(image.summary()),
-                          u"write an .exr file or a smaller image"_s);
-    }
-    return file.writeAll(bytes) || writeError(error, file.fileName(), file.errorString());
 }
 
 std::optional<Image> readQImage(const QString& path, QString* error)

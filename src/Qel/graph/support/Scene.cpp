@@ -113,7 +113,7 @@ std::optional<std::vector<ModelData>> importModels(const GraphDescription& graph
         } else {
             models[index] = mergedFrom(models, merges.parts[index]);
         }
-        models[index] = placed(models[index], model.placement);
+        models[index] = placed(std::move(models[index]), model.placement);
         const QPair<QVector3D, QVector3D> bounds = boundsOf(models[index]);
         if (!isFinite(bounds.first) || !isFinite(bounds.second)) {
             errors.addLine(graph.placeOf(model) + u": its scale makes it too large"_s);
@@ -142,6 +142,7 @@ Scene::Scene(const GraphPlan& plan, const Scene& other)
     , m_merges(m_descriptions)
     , m_isShown(other.m_isShown)
     , m_models(other.m_models)
+    , m_memory(other.m_memory)
     , m_outlines(other.m_outlines)
     , m_parts(other.m_parts)
 {
@@ -159,6 +160,7 @@ std::shared_ptr<GPUModel> Scene::show(size_t index, ModelData data)
 {
     std::shared_ptr<GPUModel> old;
     if (m_isShown[index]) {
+        const MemoryAccount::Activation accounting(&m_memory);
         old = std::exchange(m_models[index], std::make_shared<GPUModel>(data));
         m_outlines[index] = outlineOf(data);
     }

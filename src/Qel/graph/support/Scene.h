@@ -11,6 +11,7 @@
 #include <optional>
 #include <vector>
 
+#include <Qel/gl/MemoryAccount.h>
 #include <Qel/graph/GraphDescription.h>
 #include <Qel/graph/GraphPlan.h>
 #include <Qel/graph/support/FrameValues.h>
@@ -43,6 +44,8 @@ public:
     bool hasModelsOf(const GraphPlan& plan) const;
     /// Null for a model that is not shown.
     GPUModel* model(size_t index) const { return m_models[index].get(); }
+    /// The bytes of the models on the GPU, also of those that are shared with other scenes.
+    qint64 modelBytes() const { return m_memory.numBytes(); }
     /// Corners of the box around all models; both zero without geometry.
     const QPair<QVector3D, QVector3D>& bounds() const { return m_bounds; }
 
@@ -75,6 +78,7 @@ private:
     ModelMerges m_merges;
     std::vector<bool> m_isShown;
     std::vector<std::shared_ptr<GPUModel>> m_models;
+    MemoryAccount m_memory;
     std::vector<std::vector<QVector3D>> m_outlines;
     /// The models that are parts of others; empty for others.
     std::vector<ModelData> m_parts;
