@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <functional>
 
 #include <gtest/gtest.h>
 
@@ -396,6 +397,97 @@ TEST_F(GraphFilesCpuTest, CostGrowsInProportionToTheFiles)
     EXPECT_TRUE(errors().contains("is nested too deep; at most 32 files may include one another"))
         << qPrintable(errors());
     EXPECT_TRUE(plan("g20.json")) << qPrintable(errors());
+}
+
+TEST_F(GraphFilesCpuTest, ChangedValuesAreWrittenInTheirPlace)
+{
+    const QString before = QString::fromUtf8(R"({
+  // Shared with the other graphs.
+  "include": ["parts/scene.json"],
+  "parameters": {
+    "fov": 30, // degrees
+    "wide": 2.50 // a comment
+  },
+  "viewport": [ 640,360 ],
+  "passes": [
+    {"name": "glow", "type": "graph", "file": "parts/glow.json", "inputs": { "Frame": "@sky.Frame" }},
+    {"name": "a", "type": "GaussianBlurRenderPass",
+      "inputs": {
+        "Input": "@glow.Frame",
+        "BlurRadius": 3, // texels
+        "Sigma": 1e0
+      }}
+  ],
+  "output": "@a.Output"
+}
+)");
+    // What the user does, and what it does to the text.
+    const auto expectUpdate = [&](const std::function<void(GraphDescription&)>& change,
+                                  const QString& expected) {
+        write("own.json", before.toUtf8());
+        QStringList errors;
+        std::optional<GraphDescription> graph = loadGraph(path("own.json"), &errors);
+        ASSERT_TRUE(graph) << qPrintable(errors.join('\n'));
+        change(*graph);
+        QString error;
+        EXPECT_EQ(updateGraph(*graph, path("own.json"), &error),
+                  expected.isNull() ? GraphUpdate::NeedsRewrite : GraphUpdate::Written);
+        EXPECT_EQ(contents("own.json"), (expected.isNull() ? before : expected).toUtf8());
+    };
+    const auto with = [&](const char* from, const char* to) {
+        EXPECT_TRUE(before.contains(from)) << from;
+        return QString(before).replace(from, to);
+    };
+    const auto setParameter = [](const char* name, const QJsonValue& value) {
+        return [=](GraphDescription& graph) {
+            QString error;
+            EXPECT_TRUE(graph.setParameter(name, value, &error)) << qPrintable(error);
+        };
+    };
+    const auto blur = [](GraphDescription& graph) -> std::vector<InputSetting>& {
+        return graph.passes.back().inputs;
+    };
+    expectUpdate([](GraphDescription&) {}, before);
+    expectUpdate([&](GraphDescription& graph) { blur(graph)[1].value = 4.5; },
+                 with("\"BlurRadius\": 3,", "\"BlurRadius\": 4.5,"));
+    expectUpdate([&](GraphDescription& graph) { blur(graph).erase(blur(graph).begin() + 1); },
+                 with("        \"BlurRadius\": 3, // texels\n", ""));
+    expectUpdate([&](GraphDescription& graph) { blur(graph).pop_back(); },
+                 with("3, // texels\n        \"Sigma\": 1e0\n", "3 // texels\n"));
+    expectUpdate(
+        [&](GraphDescription& graph) {
+            blur(graph).push_back({"X\"", "a"});
+        },
+        with("1e0\n", "1e0,\n        \"X\\\"\": \"a\"\n"));
+    expectUpdate([](GraphDescription& graph) { graph.passes.back().options["format"] = "RGBA8"; },
+                 with("      }}", "      },\n      \"options\": {\"format\":\"RGBA8\"}}"));
+    // A comment stays behind its value.
+    expectUpdate(setParameter("wide", 3), with("2.50", "3"));
+    expectUpdate(setParameter("top", "#405060"),
+                 with("2.50 // a comment", "2.50, // a comment\n    \"top\": \"#405060\""));
+    expectUpdate(setParameter("glow-radius", 9),
+                 with("{ \"Frame\": \"@sky.Frame\" }", "{ \"Frame\": \"@sky.Frame\", \"radius\": 9 }"));
+    expectUpdate(
+        [](GraphDescription& graph) {
+            graph.viewport = {800, 600};
+            graph.output = "@sky.Frame";
+        },
+        with("[ 640,360 ]", "[800,600]").replace("@a.Output\"", "@sky.Frame\""));
+    expectUpdate(
+        [](GraphDescription& graph) {
+            graph.animation = AnimationDescription{12, 24.0F};
+        },
+        with("\"@a.Output\"", "\"@a.Output\",\n  \"animation\": {\"fps\":24,\"frames\":12}"));
+    // What the file alone cannot hold: passes and lights of the included file, other passes.
+    expectUpdate([](GraphDescription& graph) { graph.passes.front().inputs.back().value = "#000000"; }, {});
+    expectUpdate([](GraphDescription& graph) { graph.lights.front().range = 4.0F; }, {});
+    expectUpdate([](GraphDescription& graph) { graph.passes.pop_back(); }, {});
+    expectUpdate(setParameter("picture", "other.png"), {});
+
+    const GraphFileExtras extras = graphFileExtras(path("own.json"));
+    EXPECT_EQ(extras.includes, QStringList({path("parts/scene.json"), path("parts/glow.json")}));
+    EXPECT_TRUE(extras.hasComments);
+    EXPECT_FALSE(graphFileExtras(path("parts/glow.json")).hasComments);
 }
 
 } // namespace Morvane::Qel::Test

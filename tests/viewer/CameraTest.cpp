@@ -36,11 +36,11 @@ TEST_F(Camera, MotionsKeepWhatTheyShould)
     EXPECT_EQ(turned.target, camera.target);
     EXPECT_NEAR((turned.eye - turned.target).length(), arm.length(), 1e-4F);
     EXPECT_NEAR(turned.eye.y(), camera.eye.y(), 1e-4F);
-    QVector3D flat = arm;
-    QVector3D flatTurned = turned.eye - turned.target;
-    flat.setY(0.0F);
-    flatTurned.setY(0.0F);
-    EXPECT_NEAR(angleBetween(flat, flatTurned), 45.0F, 1e-2F);
+    QVector3D level = arm;
+    QVector3D levelTurned = turned.eye - turned.target;
+    level.setY(0.0F);
+    levelTurned.setY(0.0F);
+    EXPECT_NEAR(angleBetween(level, levelTurned), 45.0F, 1e-2F);
     // A drag to the right moves the scene to the right, so the eye goes left.
     EXPECT_LT(QVector3D::dotProduct(turned.eye - camera.eye, QVector3D::crossProduct(-arm, camera.up)), 0.0F);
     // Dragging over the pole stops before it.
@@ -53,6 +53,14 @@ TEST_F(Camera, MotionsKeepWhatTheyShould)
     EXPECT_NEAR((moved.target - camera.target).length(),
                 2.0F * arm.length() * std::tan(qDegreesToRadians(22.5F)), 1e-4F);
     EXPECT_NEAR((dolly(camera, 0.5F).eye - camera.target).length(), arm.length() / 2.0F, 1e-4F);
+    // An orthographic camera shows less, and its picture is as high as it says.
+    CameraDescription flat = camera;
+    flat.height = 4.0F;
+    EXPECT_EQ(dolly(flat, 0.5F).height, 2.0F);
+    EXPECT_EQ(dolly(flat, 0.5F).eye, flat.eye);
+    EXPECT_NEAR((pan(flat, {0.0, 1.0}).target - flat.target).length(), 4.0F, 1e-4F);
+    QString error;
+    EXPECT_EQ(cameraFromJson(cameraToJson(flat), &error), flat) << qPrintable(error);
     EXPECT_NEAR(angleBetween(fly(camera, {0.0F, 0.0F, 0.5F}).eye - camera.eye, -arm), 0.0F, 1e-1F);
     EXPECT_NEAR(angleBetween(alongAxis(camera, {0.0F, -1.0F, 0.0F}).eye - camera.target, {0, 1, 0}), 0.0F,
                 1e-2F);
@@ -65,6 +73,16 @@ TEST_F(Camera, MouseAndClipboard)
     open(graph);
     TextureView& view = window().view();
     const CameraDescription before = window().session().camera();
+    // By keys, and back.
+    QTest::keyClick(&view, Qt::Key_Left, Qt::ShiftModifier);
+    EXPECT_NE(window().session().camera().target, before.target);
+    QTest::keyClick(&view, Qt::Key_Right, Qt::ShiftModifier);
+    EXPECT_LT((window().session().camera().target - before.target).length(), 1e-4F);
+    QTest::keyClick(&view, Qt::Key_PageUp);
+    EXPECT_LT((window().session().camera().eye - before.eye).length(), (before.target - before.eye).length());
+    EXPECT_NE(window().session().camera().eye, before.eye);
+    window().session().setCamera(before);
+
     QTest::mousePress(&view, Qt::LeftButton, {}, {100, 90});
     QTest::mouseMove(&view, {160, 100});
     QTest::mouseRelease(&view, Qt::LeftButton, {}, {160, 100});

@@ -6,6 +6,7 @@
 #include <QTreeWidget>
 #include <QWheelEvent>
 
+#include <array>
 #include <cmath>
 
 #include <GraphEdits.h>
@@ -90,6 +91,26 @@ TEST_F(Display, ShowsEveryOutputInItsRange)
     EXPECT_EQ(shown(), rendered(graph));
     view.show(OutputName{u"gbuffer"_s, u"Qel_QelTexture*_Normal"_s});
     EXPECT_EQ(view.display(), display);
+}
+
+TEST_F(Display, PaintsArraysOfEveryKind)
+{
+    open(sourcePath(u"examples/graphs/fxaa.json"_s), {64, 36});
+    window().view().withContext([&] {
+        const std::array<qint32, 2> integers{-5, 1000};
+        const std::array<float, 2> floats{-5.0F, 1000.0F};
+        for (const bool isInteger : {true, false}) {
+            Texture texture;
+            texture.setTarget(GL_TEXTURE_2D_ARRAY);
+            texture.setImage3D(isInteger ? GL_R32I : GL_R32F, 2, 1, 1, isInteger ? GL_RED_INTEGER : GL_RED,
+                               isInteger ? GL_INT : GL_FLOAT,
+                               isInteger ? static_cast<const void*>(integers.data()) : floats.data());
+            const Image image = window().view().painter().thumbnail(texture, {2, 1});
+            ASSERT_EQ(image.width, 2) << isInteger;
+            EXPECT_EQ(image.sample(0, 0, 0), -5.0);
+            EXPECT_EQ(image.sample(1, 0, 0), 1000.0);
+        }
+    });
 }
 
 TEST_F(Display, ZoomsToTexelsWithTheirValues)

@@ -2,6 +2,8 @@
 
 #include <QFile>
 #include <QListWidget>
+#include <QMessageBox>
+#include <QPushButton>
 #include <QScrollBar>
 
 #include <GraphEdits.h>
@@ -120,10 +122,56 @@ TEST_F(Editing, BoxesAndWires)
     // Without the glow the picture is the composite-over's, and undo brings everything back.
     ASSERT_TRUE(boxes.removePass(u"glow"_s));
     EXPECT_EQ(window().document().graph().output, u"@composite-over.Frame"_s);
-    ASSERT_TRUE(window().save(folder().path(u"graphs/less.json"_s)));
+    QString error;
+    ASSERT_EQ(window().document().save(folder().path(u"graphs/less.json"_s), true, &error),
+              GraphUpdate::Written);
     EXPECT_EQ(shown(), rendered(folder().path(u"graphs/less.json"_s)));
     window().document().undoStack().setIndex(0);
     EXPECT_EQ(shown(), before);
+}
+
+TEST_F(Editing, SavesOnlyWhatChanged)
+{
+    const QString graph = copyExamples(u"rack-focus.json"_s);
+    const QString text = QString::fromUtf8(folder().contents(u"graphs/rack-focus.json"_s));
+    open(graph, {64, 36});
+    window().document().edit(u"stop"_s, [](GraphDescription& description) {
+        setInput(*findPass(description, u"lens"_s), u"FStop"_s, 5.6);
+    });
+    ASSERT_TRUE(window().save(graph));
+    const QString changed = QString(text).replace(u"\"FStop\": 4,"_s, u"\"FStop\": 5.6,"_s);
+    EXPECT_NE(changed, text);
+    EXPECT_EQ(QString::fromUtf8(folder().contents(u"graphs/rack-focus.json"_s)), changed);
+    EXPECT_FALSE(window().document().isModified());
+
+    // Includes and comments are lost only after a question.
+    ASSERT_TRUE(window().graphView().addPass(u"GaussianBlurRenderPass"_s));
+    EXPECT_FALSE(window().save(graph));
+    auto* question = find<QMessageBox>(u"rewrite"_s);
+    ASSERT_TRUE(question);
+    EXPECT_TRUE(question->informativeText().contains(u"arcade.json"_s));
+    EXPECT_EQ(QString::fromUtf8(folder().contents(u"graphs/rack-focus.json"_s)), changed);
+    question->reject();
+    EXPECT_TRUE(window().document().isModified());
+    EXPECT_FALSE(window().save(graph));
+    ASSERT_TRUE(waitFor([&] { return window().findChildren<QMessageBox*>(u"rewrite"_s).size() == 1; }));
+    question = find<QMessageBox>(u"rewrite"_s);
+    for (QAbstractButton* button : question->buttons()) {
+        if (question->buttonRole(button) == QMessageBox::AcceptRole) {
+            button->click();
+        }
+    }
+    ASSERT_TRUE(waitFor([&] { return !window().document().isModified(); }));
+    EXPECT_FALSE(folder().contents(u"graphs/rack-focus.json"_s).contains("include"));
+
+    // A file that only lends its camera is watched, too.
+    folder().write(u"graphs/view.json"_s, uR"({"camera": {"eye": [0, 1, 6], "target": [0, 1, 0]}})"_s);
+    folder().write(u"graphs/seen.json"_s, uR"({
+  "include": ["view.json"],
+  "passes": [{"name": "sky", "type": "GradientRenderPass"}], "output": "@sky.Frame"})"_s);
+    open(folder().path(u"graphs/seen.json"_s), {64, 36});
+    folder().write(u"graphs/view.json"_s, uR"({"camera": {"eye": [0, 2, 6], "target": [0, 1, 0]}})"_s);
+    ASSERT_TRUE(waitFor([&] { return window().session().camera().eye.y() == 2.0F; }));
 }
 
 TEST_F(Editing, PassesCanBeLeftOut)

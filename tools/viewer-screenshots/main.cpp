@@ -1,20 +1,25 @@
 // Drives the viewer and writes pictures of its window for docs/viewer.md:
-//   qel-viewer-screenshots FOLDER
+//   qel-viewer-screenshots FOLDER [dark]
 
 #include <QApplication>
+#include <QComboBox>
 #include <QDir>
 #include <QDockWidget>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QHash>
+#include <QPalette>
 #include <QPushButton>
 #include <QStandardPaths>
 #include <QThread>
 
+#include <algorithm>
 #include <cstdio>
 
 #include <MainWindow.h>
 #include <StartPage.h>
 #include <TextureView.h>
+#include <TimeLine.h>
 
 using namespace Qt::StringLiterals;
 using namespace Morvane::Qel::Viewer;
@@ -55,10 +60,27 @@ public:
     {
         settle(m_window);
         constexpr int width = 1000;
-        // A palette keeps the files small.
-        const QImage image = m_window.grab().toImage().scaledToWidth(width, Qt::SmoothTransformation);
-        good =
-            image.convertToFormat(QImage::Format_Indexed8).save(m_folder.filePath(name + u".png"_s)) && good;
+        // The most frequent colours as a palette keep the files small, and the panels exact.
+        const QImage image = m_window.grab()
+                                 .toImage()
+                                 .scaledToWidth(width, Qt::SmoothTransformation)
+                                 .convertToFormat(QImage::Format_RGB32);
+        QHash<QRgb, int> counts;
+        for (int y = 0; y < image.height(); ++y) {
+            for (int x = 0; x < image.width(); ++x) {
+                // Of similar colours one is enough, except for greys.
+                const QRgb color = image.pixel(x, y);
+                const bool isGrey = qRed(color) == qGreen(color) && qGreen(color) == qBlue(color);
+                ++counts[isGrey ? color : (color & 0xfff0f0f0U) | 0x00080808U];
+            }
+        }
+        QList<QRgb> colors = counts.keys();
+        std::sort(colors.begin(), colors.end(), [&](QRgb a, QRgb b) { return counts[a] > counts[b]; });
+        constexpr qsizetype numColors = 256;
+        colors = colors.first(std::min(colors.size(), numColors));
+        good = image.convertToFormat(QImage::Format_Indexed8, colors)
+                   .save(m_folder.filePath(name + u".png"_s)) &&
+               good;
     }
     bool good = true;
 
@@ -74,9 +96,17 @@ int main(int argc, char** argv)
     TextureView::setDefaultFormat();
     QStandardPaths::setTestModeEnabled(true);
     const QApplication application(argc, argv);
-    if (QCoreApplication::arguments().size() != 2 || StartPage::examplesFolder().isEmpty()) {
-        std::fputs("usage: qel-viewer-screenshots FOLDER, in the build tree\n", stderr);
+    const qsizetype numArguments = QCoreApplication::arguments().size();
+    if (numArguments < 2 || numArguments > 3 || StartPage::examplesFolder().isEmpty()) {
+        std::fputs("usage: qel-viewer-screenshots FOLDER [dark], in the build tree\n", stderr);
         return 2;
+    }
+    if (numArguments == 3) {
+        QPalette dark(QColor(53, 53, 53));
+        dark.setColor(QPalette::Base, QColor(35, 35, 35));
+        dark.setColor(QPalette::Highlight, QColor(42, 130, 218));
+        QApplication::setStyle(u"fusion"_s);
+        QApplication::setPalette(dark);
     }
     const QDir examples(StartPage::examplesFolder());
     MainWindow window;
@@ -98,5 +128,15 @@ int main(int argc, char** argv)
         graph.passes.back().inputs.back().value = 2.5;
     });
     camera.take(u"wipe"_s);
+
+    window.document().undoStack().setClean();
+    auto* comparison = window.findChild<QDockWidget*>(u"comparePanel"_s)->findChild<QComboBox*>();
+    comparison->setCurrentIndex(0);
+    Q_EMIT comparison->activated(0);
+    window.open(examples.filePath(u"rack-focus.json"_s));
+    window.findChild<QDockWidget*>(u"controlPanel"_s)->raise();
+    window.timeLine().goTo(48);
+    window.session().requestFrames(12);
+    camera.take(u"animation"_s);
     return camera.good ? 0 : 1;
 }

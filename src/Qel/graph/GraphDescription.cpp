@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include <Qel/graph/support/BoundValues.h>
 #include <Qel/graph/support/Parameters.h>
 
 using namespace Qt::StringLiterals;
@@ -31,10 +32,30 @@ QString GraphDescription::placeOf(const ModelDescription& model) const
     return model.origin.isEmpty() ? u"%1: models.%2"_s.arg(displayName(), model.name) : model.origin;
 }
 
-QJsonValue GraphDescription::resolved(const QJsonValue& value) const
+QJsonValue GraphDescription::resolved(const QJsonValue& value, double frame) const
 {
-    const ResolvedValue found = Parameters(*this).resolve(value, 0.0);
+    const ResolvedValue found = Parameters(*this).resolve(value, frame);
     return found.error.isEmpty() ? found.value : QJsonValue();
+}
+
+bool GraphDescription::setParameter(const QString& name, const QJsonValue& value, QString* error)
+{
+    const Parameters known(*this);
+    const int index = known.find(name);
+    if (index < 0) {
+        *error = known.unknownError(name);
+        return false;
+    }
+    ParameterDescription& parameter = parameters[static_cast<size_t>(index)];
+    const ParameterDescription before = parameter;
+    parameter.value = value;
+    parameter.source = {};
+    const auto follows = [&](const BoundValue& bound) { return known.leadsTo(bound.value, name); };
+    if (!updateBoundValues(this, follows, 0.0, error)) {
+        parameter = before;
+        return false;
+    }
+    return true;
 }
 
 void GraphDescription::replaceModel(const QString& modelFile, const QString& origin)

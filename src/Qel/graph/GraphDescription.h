@@ -222,9 +222,9 @@ struct QEL_GRAPH_EXPORT GraphDescription
     /// stays empty.
     QString resolvePath(const QString& path, const QString& writtenIn = {}) const;
 
-    /// The value in frame 0 that "$name" or keyed values stand for; other values stay. A name that no
+    /// The value in a frame that "$name" or keyed values stand for; other values stay. A name that no
     /// parameter has gives null.
-    QJsonValue resolved(const QJsonValue& value) const;
+    QJsonValue resolved(const QJsonValue& value, double frame = 0.0) const;
 
     /// Replaces the file of the first model that has one and keeps its placement, or adds a model named
     /// "model" if there is none. `modelFile` is relative to the current folder, `origin` see
@@ -233,6 +233,10 @@ struct QEL_GRAPH_EXPORT GraphDescription
     /// Removes the camera, so that the view is fitted to the models.
     void removeCamera();
 
+    /// Sets the value of a parameter, and with it the members in `boundValues` that follow it. Returns false
+    /// with what is wrong in `error`, and changes nothing, if the graph has no such parameter or the value
+    /// does not fit such a member; planGraph checks the rest.
+    bool setParameter(const QString& name, const QJsonValue& value, QString* error);
     /// Sets a value from "WHAT=VALUE", replacing the one in the graph. WHAT is the name of a parameter,
     /// "PASS.PORT", "PASS.OPTION", "viewport", a member of the camera such as "camera.eye", or of a light,
     /// such as "lights.0.intensity". VALUE is JSON, or else a string: 0.5, true, #ff8000, [1,2,3],

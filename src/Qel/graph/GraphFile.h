@@ -28,4 +28,31 @@ QEL_GRAPH_EXPORT std::optional<GraphDescription> loadGraph(QIODevice& device, co
 QEL_GRAPH_EXPORT bool saveGraph(const GraphDescription& graph, const QString& file,
                                 const PassRegistry& registry, QString* error);
 
+/// What updateGraph has done.
+enum class GraphUpdate
+{
+    Written,
+    /// Nothing, because the graph differs in more than values, or because the file's text is not at hand;
+    /// saveGraph can write it.
+    NeedsRewrite,
+    /// Nothing, because of the error.
+    Failed
+};
+
+/// Writes a graph as the text of the file that it was read from (GraphDescription::file), in which only the
+/// values are replaced that differ: inputs, options, parameters, the camera, lights, models and other
+/// sections. Layout, comments and includes stay. `file` is that file or another one in its folder. On
+/// failure, an existing file stays as it was, and `error` has one line.
+QEL_GRAPH_EXPORT GraphUpdate updateGraph(const GraphDescription& graph, const QString& file, QString* error);
+
+/// What saveGraph does not keep of a graph file.
+struct GraphFileExtras
+{
+    /// The graph files that it includes or runs as a pass, as absolute paths, by way of others too.
+    QStringList includes;
+    bool hasComments = false;
+};
+/// Of a file that cannot be read, or is malformed, as far as it can be told.
+QEL_GRAPH_EXPORT GraphFileExtras graphFileExtras(const QString& file);
+
 } // namespace Morvane::Qel

@@ -26,10 +26,15 @@ int runUpStart(const GraphPlan& plan, int frame)
     return plan.runUpFrames == PassDescription::unlimitedHistory ? 0 : std::max(frame - plan.runUpFrames, 0);
 }
 
-bool renderSequenceFrame(RenderGraph& graph, int frame, QString* error)
+void beginSequenceFrame(RenderGraph& graph, int frame)
 {
     srand48(seedOf(frame));
     graph.setFrameNumber(frame);
+}
+
+bool renderSequenceFrame(RenderGraph& graph, int frame, QString* error)
+{
+    beginSequenceFrame(graph, frame);
     bool good = true;
     for (int i = 0; good && i < graph.plan().graph.settle; ++i) {
         good = graph.renderFrame(error);

@@ -13,10 +13,14 @@ struct GraphPlan;
 /// if passes remember earlier frames (GraphPlan::runUpFrames).
 QEL_GRAPH_EXPORT int runUpStart(const GraphPlan& plan, int frame);
 
-/// Renders a frame of a graph's animation: sets the clock and renders until the image has settled
+/// Begins a frame of a graph's animation: sets the clock, and seeds drand48, from which TemporalAAJitterPass
+/// takes its offsets, with the frame number. An application that shows a frame while it settles calls
+/// this, and then RenderGraph::renderFrame as often as GraphDescription::settle says.
+QEL_GRAPH_EXPORT void beginSequenceFrame(RenderGraph& graph, int frame);
+
+/// Renders a frame of a graph's animation: begins it and renders until the image has settled
 /// (GraphDescription::settle). The image does not depend on the process or machine that renders it, if the
-/// frames from runUpStart on were rendered before it. For this it seeds drand48, from which
-/// TemporalAAJitterPass takes its offsets, with the frame number. Returns false with one line in `error` as
+/// frames from runUpStart on were rendered before it. Returns false with one line in `error` as
 /// RenderGraph::renderFrame does.
 QEL_GRAPH_EXPORT bool renderSequenceFrame(RenderGraph& graph, int frame, QString* error);
 

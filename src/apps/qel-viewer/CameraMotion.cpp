@@ -62,7 +62,8 @@ CameraDescription orbit(const CameraDescription& camera, const QPointF& drag)
 CameraDescription pan(const CameraDescription& camera, const QPointF& drag)
 {
     const Axes axes(camera);
-    const float height = 2.0F * axes.distance * std::tan(qDegreesToRadians(camera.fovY) / 2.0F);
+    const float height =
+        camera.height.value_or(2.0F * axes.distance * std::tan(qDegreesToRadians(camera.fovY) / 2.0F));
     const QVector3D step =
         height * (static_cast<float>(-drag.x()) * axes.right + static_cast<float>(drag.y()) * axes.up);
     CameraDescription moved = camera;
@@ -74,6 +75,11 @@ CameraDescription pan(const CameraDescription& camera, const QPointF& drag)
 CameraDescription dolly(const CameraDescription& camera, float factor)
 {
     CameraDescription moved = camera;
+    if (camera.height) {
+        // The distance does not change the size of what an orthographic camera sees.
+        moved.height = std::clamp(*camera.height * factor, 1e-6F, 1e6F);
+        return moved;
+    }
     moved.eye = camera.target + factor * (camera.eye - camera.target);
     // No nearer than floats can tell the eye from the target.
     const float nearest = 1e-5F * std::max(camera.target.length(), 1e-3F);
@@ -123,13 +129,13 @@ CameraDescription withPlanesFor(const CameraDescription& camera, const CameraDes
 
 QByteArray cameraToJson(const CameraDescription& camera)
 {
-    return QJsonDocument(QJsonObject{{u"eye"_s, jsonFromValue(camera.eye)},
-                                     {u"target"_s, jsonFromValue(camera.target)},
-                                     {u"up"_s, jsonFromValue(camera.up)},
-                                     {u"fovY"_s, jsonFromValue(camera.fovY)},
-                                     {u"near"_s, jsonFromValue(camera.nearPlane)},
-                                     {u"far"_s, jsonFromValue(camera.farPlane)}})
-        .toJson(QJsonDocument::Compact);
+    QJsonObject object{{u"eye"_s, jsonFromValue(camera.eye)},
+                       {u"target"_s, jsonFromValue(camera.target)},
+                       {u"up"_s, jsonFromValue(camera.up)},
+                       {u"near"_s, jsonFromValue(camera.nearPlane)},
+                       {u"far"_s, jsonFromValue(camera.farPlane)}};
+    object[camera.height ? u"height"_s : u"fovY"_s] = jsonFromValue(camera.height.value_or(camera.fovY));
+    return QJsonDocument(object).toJson(QJsonDocument::Compact);
 }
 
 std::optional<CameraDescription> cameraFromJson(const QByteArray& text, QString* error)
@@ -174,6 +180,9 @@ std::optional<CameraDescription> cameraFromJson(const QByteArray& text, QString*
     readNumber(u"fovY"_s, &camera.fovY);
     readNumber(u"near"_s, &camera.nearPlane);
     readNumber(u"far"_s, &camera.farPlane);
+    if (object.contains(u"height"_s)) {
+        camera.height = static_cast<float>(object[u"height"_s].toDouble());
+    }
     if (!object.contains(u"eye"_s)) {
         return fail(QCoreApplication::translate("Camera", "there is no \"eye\""));
     }
@@ -198,6 +207,9 @@ QString cameraError(const CameraDescription& camera)
     }
     if (!(camera.fovY > 0.0F && camera.fovY < 180.0F)) {
         return text("the field of view must be above 0 and below 180 degrees");
+    }
+    if (camera.height && !(*camera.height > 0.0F)) {
+        return text("the height of an orthographic view must be above 0");
     }
     return camera.nearPlane > 0.0F && camera.nearPlane < camera.farPlane
                ? QString()

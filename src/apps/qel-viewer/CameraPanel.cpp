@@ -20,11 +20,21 @@ namespace Morvane::Qel::Viewer {
 
 namespace {
 
-std::array<float, 12> numbersOf(const CameraDescription& camera)
+std::array<float, 13> numbersOf(const CameraDescription& camera)
 {
-    return {camera.eye.x(),    camera.eye.y(),    camera.eye.z(),   camera.target.x(),
-            camera.target.y(), camera.target.z(), camera.up.x(),    camera.up.y(),
-            camera.up.z(),     camera.fovY,       camera.nearPlane, camera.farPlane};
+    return {camera.eye.x(),
+            camera.eye.y(),
+            camera.eye.z(),
+            camera.target.x(),
+            camera.target.y(),
+            camera.target.z(),
+            camera.up.x(),
+            camera.up.y(),
+            camera.up.z(),
+            camera.fovY,
+            camera.nearPlane,
+            camera.farPlane,
+            camera.height.value_or(0.0F)};
 }
 
 } // namespace
@@ -65,6 +75,10 @@ CameraPanel::CameraPanel(GraphSession& session, QWidget* parent)
     grid->addWidget(new QLabel(tr("Near, far")), 4, 0);
     addBox(4, 0, u"near"_s, 1e-4, far);
     addBox(4, 1, u"far"_s, 1e-3, far);
+    grid->addWidget(new QLabel(tr("Height")), 5, 0);
+    addBox(5, 0, u"height"_s, 0.0, far);
+    m_boxes.last()->setSpecialValueText(tr("none"));
+    m_boxes.last()->setToolTip(tr("The height of an orthographic view; 0 for perspective"));
 
     auto* views = new QGridLayout;
     column->addLayout(views);
@@ -128,7 +142,7 @@ void CameraPanel::paste()
 
 void CameraPanel::update()
 {
-    const std::array<float, 12> numbers = numbersOf(m_session.camera());
+    const std::array<float, 13> numbers = numbersOf(m_session.camera());
     for (qsizetype i = 0; i < m_boxes.size(); ++i) {
         if (!m_boxes[i]->hasFocus()) {
             const QSignalBlocker blocker(m_boxes[i]);
@@ -147,6 +161,7 @@ void CameraPanel::apply()
     camera.fovY = number(9);
     camera.nearPlane = number(10);
     camera.farPlane = number(11);
+    camera.height = number(12) > 0.0F ? std::optional(number(12)) : std::nullopt;
     if (const QString error = cameraError(camera); !error.isEmpty()) {
         Q_EMIT failed(error);
         return;

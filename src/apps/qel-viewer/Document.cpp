@@ -6,8 +6,9 @@
 #include <algorithm>
 #include <utility>
 
-#include <Qel/graph/GraphFile.h>
 #include <Qel/graph/PassRegistry.h>
+
+#include "GraphEdits.h"
 
 using namespace Qt::StringLiterals;
 
@@ -15,9 +16,16 @@ namespace Morvane::Qel::Viewer {
 
 namespace {
 
-/// Carries the inputs that differ between `base` and `mine` over to `graph`.
-void applyChangedInputs(const GraphDescription& base, const GraphDescription& mine, GraphDescription& graph)
+/// Carries the inputs and parameters that differ between `base` and `mine` over to `graph`.
+void applyChangedValues(const GraphDescription& base, const GraphDescription& mine, GraphDescription& graph)
 {
+    for (const ParameterDescription& parameter : mine.parameters) {
+        const ParameterDescription* before = findParameter(base, parameter.name);
+        QString error;
+        if (before && before->value != parameter.value && findParameter(graph, parameter.name)) {
+            graph.setParameter(parameter.name, parameter.value, &error);
+        }
+    }
     const auto passOf = [](const GraphDescription& owner, const QString& name) {
         return std::find_if(owner.passes.begin(), owner.passes.end(),
                             [&](const PassSetting& pass) { return pass.name == name; });
@@ -96,6 +104,12 @@ void Document::setGraph(const GraphDescription& graph)
     Q_EMIT changed();
 }
 
+void Document::setSaved(const GraphDescription& graph)
+{
+    m_saved = graph;
+    m_includes = graphFileExtras(graph.file).includes;
+}
+
 bool Document::open(const QString& file, const QString& model, QStringList* errors)
 {
     // An absolute path stays right when the current folder changes.
@@ -108,7 +122,7 @@ bool Document::open(const QString& file, const QString& model, QStringList* erro
     }
     m_model = model.isEmpty() ? QString() : QFileInfo(model).absoluteFilePath();
     m_undoStack.clear();
-    m_saved = *graph;
+    setSaved(*graph);
     m_graph = std::move(*graph);
     Q_EMIT opened();
     Q_EMIT changed();
@@ -124,11 +138,12 @@ bool Document::reload(QStringList* errors)
     if (!m_model.isEmpty()) {
         graph->replaceModel(m_model);
     }
-    if (*graph == m_saved) {
+    const GraphDescription base = m_saved;
+    setSaved(*graph);
+    if (*graph == base) {
         return true;
     }
-    const GraphDescription base = std::exchange(m_saved, *graph);
-    applyChangedInputs(base, m_graph, *graph);
+    applyChangedValues(base, m_graph, *graph);
     edit(tr("Reload of the file"), [&](GraphDescription& current) { current = *graph; });
     if (m_graph == m_saved) {
         m_undoStack.setClean();
@@ -136,26 +151,35 @@ bool Document::reload(QStringList* errors)
     return true;
 }
 
-bool Document::save(const QString& file, QString* error)
+GraphUpdate Document::save(const QString& file, bool mayRewrite, QString* error)
 {
     const QString path = QFileInfo(file).absoluteFilePath();
-    if (!saveGraph(m_graph, path, PassRegistry::builtin(), error)) {
-        return false;
+    GraphUpdate update = updateGraph(m_graph, path, error);
+    if (update == GraphUpdate::NeedsRewrite) {
+        const GraphFileExtras extras = graphFileExtras(m_graph.file);
+        if (!mayRewrite && (extras.hasComments || !extras.includes.isEmpty())) {
+            return update;
+        }
+        update = saveGraph(m_graph, path, PassRegistry::builtin(), error) ? GraphUpdate::Written
+                                                                          : GraphUpdate::Failed;
+    }
+    if (update == GraphUpdate::Failed) {
+        return update;
     }
     QStringList errors;
     const std::optional<GraphDescription> saved = loadGraph(path, &errors);
     if (!saved) {
         *error = errors.join(u'\n');
-        return false;
+        return GraphUpdate::Failed;
     }
     // The paths in the graph now start from the new folder.
-    m_saved = *saved;
+    setSaved(*saved);
     m_model.clear();
     if (m_graph != m_saved) {
         edit(tr("Save under another name"), [&](GraphDescription& current) { current = *saved; });
     }
     m_undoStack.setClean();
-    return true;
+    return GraphUpdate::Written;
 }
 
 void Document::edit(const QString& text, const Change& change, const QString& mergeKey)

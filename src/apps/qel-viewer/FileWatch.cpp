@@ -86,21 +86,18 @@ FileWatch::State FileWatch::stateOf(const QString& file)
     return info.isFile() ? State{info.lastModified().toMSecsSinceEpoch(), info.size()} : State{};
 }
 
-void FileWatch::watch(const GraphDescription& graph)
+void FileWatch::watch(const GraphDescription& graph, const QStringList& includes)
 {
     m_graph = graph;
+    m_includes = includes;
     m_models.clear();
     for (const ModelDescription& model : graph.models) {
         if (!model.file.isEmpty()) {
             m_models.insert(graph.resolvePath(model.file));
         }
     }
-    m_graphFiles = {graph.file};
-    for (const PassSetting& pass : graph.passes) {
-        if (!pass.source.file.isEmpty()) {
-            m_graphFiles.insert(pass.source.file);
-        }
-    }
+    m_graphFiles = QSet<QString>(includes.begin(), includes.end());
+    m_graphFiles.insert(graph.file);
     QHash<QString, State> files;
     const QStringList all = filesOf(graph) + m_models.values() + m_graphFiles.values();
     for (const QString& file : all) {
@@ -161,7 +158,7 @@ void FileWatch::check()
     }
     if (haveFilesChanged) {
         // Includes may have come or gone.
-        watch(GraphDescription(m_graph));
+        watch(GraphDescription(m_graph), QStringList(m_includes));
         Q_EMIT filesChanged(haveModelsChanged);
     }
 }

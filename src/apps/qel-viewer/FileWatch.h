@@ -17,8 +17,9 @@ class FileWatch : public QObject
 public:
     explicit FileWatch(QObject* parent = nullptr);
 
-    /// Watches the graph file, its models, images and shaders, and the files that these include.
-    void watch(const GraphDescription& graph);
+    /// Watches the graph file, the graphs that it includes, its models, images and shaders, and the files
+    /// that these include.
+    void watch(const GraphDescription& graph, const QStringList& includes);
     /// Takes a file as it is now, after this program has written it.
     void accept(const QString& file);
 
@@ -41,6 +42,7 @@ private:
     QFileSystemWatcher m_watcher;
     QTimer m_timer;
     GraphDescription m_graph;
+    QStringList m_includes;
     QHash<QString, State> m_files;
     QSet<QString> m_models;
     /// The graph file and those that it includes.

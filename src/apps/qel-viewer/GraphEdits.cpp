@@ -59,6 +59,54 @@ bool isReference(const QJsonValue& value)
     return value.isObject() || value.toString().startsWith(u'@') || value.toString().startsWith(u'$');
 }
 
+bool isParameterUse(const QJsonValue& value)
+{
+    return value.toString().startsWith(u'$');
+}
+
+bool isKeyed(const QJsonValue& value)
+{
+    return value.isObject() && !value[u"keys"].isUndefined();
+}
+
+const ParameterDescription* findParameter(const GraphDescription& graph, const QString& name)
+{
+    const auto found = std::find_if(graph.parameters.begin(), graph.parameters.end(),
+                                    [&](const ParameterDescription& each) { return each.name == name; });
+    return found == graph.parameters.end() ? nullptr : &*found;
+}
+
+std::vector<ParameterUse> usesOf(const GraphDescription& graph, const QString& parameter)
+{
+    // The names that lead to the parameter; a chain is no longer than there are parameters.
+    QSet<QString> names{u'$' + parameter};
+    for (qsizetype before = 0; before != names.size();) {
+        before = names.size();
+        for (const ParameterDescription& other : graph.parameters) {
+            if (names.contains(other.value.toString())) {
+                names.insert(u'$' + other.name);
+            }
+        }
+    }
+    std::vector<ParameterUse> uses;
+    for (const PassSetting& pass : graph.passes) {
+        for (const InputDescription& input : portsOf(pass).inputs) {
+            const InputSetting* setting = findInput(pass, input.name);
+            if (setting && names.contains(setting->value.toString())) {
+                uses.push_back({pass.name + u'.' + PortName::parse(input.name).name, input, {}});
+            }
+        }
+        const PassDescription* description = PassRegistry::builtin().description(pass.type);
+        for (const OptionDescription& option :
+             description ? description->options : std::vector<OptionDescription>()) {
+            if (names.contains(pass.options[option.name].toString())) {
+                uses.push_back({pass.name + u'.' + option.name, {}, option});
+            }
+        }
+    }
+    return uses;
+}
+
 const PassSetting* findPass(const GraphDescription& graph, const QString& name)
 {
     const auto found = std::find_if(graph.passes.begin(), graph.passes.end(),

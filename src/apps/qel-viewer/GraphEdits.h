@@ -5,6 +5,9 @@
 #include <QString>
 #include <QStringList>
 
+#include <optional>
+#include <vector>
+
 #include <Qel/core/PassDescription.h>
 #include <Qel/graph/GraphDescription.h>
 
@@ -13,6 +16,26 @@ namespace Morvane::Qel::Viewer {
 /// Whether an input's value is a connection, a model, a frame value, a parameter or keyed rather than a
 /// constant.
 bool isReference(const QJsonValue& value);
+
+/// Whether a value is "$name", and whether it is keyed.
+bool isParameterUse(const QJsonValue& value);
+bool isKeyed(const QJsonValue& value);
+
+/// The parameter of this name; null if there is none.
+const ParameterDescription* findParameter(const GraphDescription& graph, const QString& name);
+
+/// A value that follows a parameter: an input or an option of a pass.
+struct ParameterUse
+{
+    /// "pass.Port".
+    QString place;
+    /// Of an input; the type of the port is in its name.
+    std::optional<InputDescription> input;
+    /// Of an option.
+    std::optional<OptionDescription> option;
+};
+/// The inputs and options that follow a parameter, directly or through other parameters.
+std::vector<ParameterUse> usesOf(const GraphDescription& graph, const QString& parameter);
 
 /// The pass of this name; null if there is none.
 const PassSetting* findPass(const GraphDescription& graph, const QString& name);

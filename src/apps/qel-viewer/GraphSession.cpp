@@ -5,7 +5,7 @@
 
 #include <Qel/core/MetaTypes.h>
 #include <Qel/gl/Texture.h>
-#include <Qel/gl/TextureManager.h>
+#include <Qel/graph/Sequence.h>
 
 #include "GraphEdits.h"
 #include "MessageLog.h"
@@ -27,10 +27,27 @@ QStringList takeLines()
     return lines;
 }
 
+/// The graph with constant parameters as in another one, if it has the same.
+GraphDescription withParametersOf(const GraphDescription& graph, const GraphDescription& other)
+{
+    GraphDescription moved = graph;
+    QString error;
+    if (graph.parameters != other.parameters && graph.parameters.size() == other.parameters.size()) {
+        for (size_t i = 0; i < other.parameters.size(); ++i) {
+            const QJsonValue& value = other.parameters[i].value;
+            if (!isReference(value) && !isReference(graph.parameters[i].value)) {
+                moved.setParameter(other.parameters[i].name, value, &error);
+            }
+        }
+    }
+    return moved;
+}
+
 bool hasSameStructure(const GraphDescription& a, const GraphDescription& b)
 {
     return a.file == b.file && a.output == b.output && a.models == b.models && a.camera == b.camera &&
            a.parameters == b.parameters && a.boundValues == b.boundValues && a.animation == b.animation &&
+           a.settle == b.settle &&
            std::equal(a.passes.begin(), a.passes.end(), b.passes.begin(), b.passes.end(),
                       [](const PassSetting& x, const PassSetting& y) {
                           return x.name == y.name && x.type == y.type && x.options == y.options &&
@@ -58,6 +75,7 @@ void GraphSession::setGraph(const GraphDescription& graph)
 {
     m_wanted = graph;
     m_isChanged = true;
+    m_mustBegin = true;
     requestFrame();
 }
 
@@ -68,6 +86,9 @@ void GraphSession::clear()
     m_bypassed.clear();
     m_camera.reset();
     m_viewport = {};
+    m_isPlaying = false;
+    m_frameNumber = 0;
+    Q_EMIT frameNumberChanged();
 }
 
 void GraphSession::setBypassed(const QSet<QString>& passes)
@@ -92,6 +113,7 @@ void GraphSession::setViewport(const QSize& size)
 {
     if (size != m_viewport) {
         m_viewport = size;
+        m_mustBegin = true;
         requestFrame();
     }
 }
@@ -100,6 +122,26 @@ void GraphSession::setCamera(const std::optional<CameraDescription>& camera)
 {
     if (camera != m_camera) {
         m_camera = camera;
+        m_mustBegin = true;
+        requestFrame();
+    }
+}
+
+void GraphSession::setFrameNumber(int number)
+{
+    if (number != m_frameNumber) {
+        m_frameNumber = number;
+        m_mustBegin = true;
+        requestFrame();
+        Q_EMIT frameNumberChanged();
+    }
+}
+
+void GraphSession::setPlaying(bool isPlaying)
+{
+    const bool wasPlaying = std::exchange(m_isPlaying, isPlaying);
+    if (wasPlaying && !isPlaying && m_wanted.settle > 1) {
+        m_mustBegin = true;
         requestFrame();
     }
 }
@@ -112,7 +154,7 @@ void GraphSession::requestFrame()
 
 void GraphSession::requestFrames(int number)
 {
-    m_numFurtherFrames = number - 1;
+    m_numFurtherFrames = std::max(m_numFurtherFrames, number - 1);
     requestFrame();
 }
 
@@ -152,7 +194,8 @@ bool GraphSession::render()
     if (good) {
         Q_EMIT frameRendered();
     }
-    if (good && m_numFurtherFrames > 0) {
+    m_numFurtherFrames = good ? m_numFurtherFrames : 0;
+    if (m_numFurtherFrames > 0) {
         --m_numFurtherFrames;
         m_isFrameNeeded = true;
         QMetaObject::invokeMethod(this, &GraphSession::frameNeeded, Qt::QueuedConnection);
@@ -162,8 +205,9 @@ bool GraphSession::render()
 
 void GraphSession::update(QStringList* errors)
 {
-    if (m_graph && !m_mustReplace && hasSameStructure(m_running, m_wanted) &&
-        hasSameStructure(m_wanted, m_running) && updateInPlace(m_wanted, errors)) {
+    const GraphDescription moved = withParametersOf(m_running, m_wanted);
+    if (m_graph && !m_mustReplace && hasSameStructure(moved, m_wanted) && hasSameStructure(m_wanted, moved) &&
+        updateInPlace(m_wanted, errors)) {
         m_running = m_wanted;
         return;
     }
@@ -180,6 +224,19 @@ void GraphSession::update(QStringList* errors)
 bool GraphSession::updateInPlace(const GraphDescription& graph, QStringList* errors)
 {
     QString error;
+    for (size_t i = 0; i < graph.parameters.size(); ++i) {
+        const ParameterDescription& parameter = graph.parameters[i];
+        if (parameter == m_running.parameters[i]) {
+            continue;
+        }
+        const std::vector<ValueUse> uses = m_graph->plan().usesOf(parameter.name);
+        if (std::any_of(uses.begin(), uses.end(), [](const ValueUse& use) { return use.isFixed; })) {
+            return false;
+        }
+        if (!m_graph->setParameter(parameter.name, parameter.value, &error)) {
+            errors->append(error);
+        }
+    }
     for (size_t i = 0; i < graph.passes.size(); ++i) {
         if (m_bypassed.contains(graph.passes[i].name)) {
             continue;
@@ -203,28 +260,68 @@ bool GraphSession::updateInPlace(const GraphDescription& graph, QStringList* err
     return true;
 }
 
-bool GraphSession::replaceGraph(QStringList* errors)
+std::unique_ptr<RenderGraph> GraphSession::makeGraph(const GraphDescription& description,
+                                                     const RenderGraph::Options& options, QStringList* errors)
 {
     std::optional<GraphPlan> plan =
-        planGraph(withoutPasses(m_wanted, m_bypassed), PassRegistry::builtin(), errors);
+        planGraph(withoutPasses(description, m_bypassed), PassRegistry::builtin(), errors);
     if (!plan) {
-        return false;
+        return nullptr;
     }
+    std::unique_ptr<RenderGraph> graph = RenderGraph::create(std::move(*plan), options, errors);
+    if (!graph) {
+        *errors += takeLines();
+    }
+    return graph;
+}
+
+bool GraphSession::replaceGraph(QStringList* errors)
+{
     RenderGraph::Options options;
     options.profile = true;
     options.keepOutputs = true;
     options.modelImport.isolated = true;
     options.modelSource = m_mustReadModels ? nullptr : m_graph.get();
-    std::unique_ptr<RenderGraph> graph = RenderGraph::create(std::move(*plan), options, errors);
-    if (!graph) {
-        *errors += takeLines();
-        return false;
-    }
-    if (!renderFrame(*graph, errors)) {
+    std::unique_ptr<RenderGraph> graph = makeGraph(m_wanted, options, errors);
+    m_mustBegin = true;
+    if (!graph || !renderFrame(*graph, errors)) {
+        m_mustBegin = true;
         return false;
     }
     m_graph = std::move(graph);
+    m_hasOtherCamera = m_camera.has_value();
     return true;
+}
+
+std::unique_ptr<RenderGraph> GraphSession::makeCopy(QStringList* errors)
+{
+    GraphDescription description = m_wanted;
+    description.viewport = m_viewport.isEmpty() ? m_wanted.viewport : m_viewport;
+    if (m_camera) {
+        description.removeCamera();
+        description.camera = m_camera;
+    }
+    RenderGraph::Options options;
+    options.modelImport.isolated = true;
+    options.modelSource = m_graph.get();
+    return makeGraph(description, options, errors);
+}
+
+/// Sets the clock, and the camera, which the clock may move.
+void GraphSession::beginFrame(RenderGraph& graph)
+{
+    const bool isRunning = &graph == m_graph.get();
+    if (isRunning && !m_camera && std::exchange(m_hasOtherCamera, false)) {
+        graph.setCamera(m_wanted.camera ? *m_wanted.camera : graph.fittedCamera());
+    }
+    beginSequenceFrame(graph, m_frameNumber);
+    if (m_camera) {
+        graph.setCamera(*m_camera);
+        m_hasOtherCamera = m_hasOtherCamera || isRunning;
+    }
+    if (!m_isPlaying) {
+        m_numFurtherFrames = std::max(m_numFurtherFrames, m_wanted.settle - 1);
+    }
 }
 
 bool GraphSession::renderFrame(RenderGraph& graph, QStringList* errors)
@@ -235,11 +332,9 @@ bool GraphSession::renderFrame(RenderGraph& graph, QStringList* errors)
         errors->append(error);
         return false;
     }
-    const std::optional<CameraDescription> applied = &graph == m_graph.get() ? m_appliedCamera : std::nullopt;
-    if (m_camera != applied) {
-        graph.setCamera(m_camera ? *m_camera : m_wanted.camera ? *m_wanted.camera : graph.fittedCamera());
+    if (std::exchange(m_mustBegin, false)) {
+        beginFrame(graph);
     }
-    m_appliedCamera = m_camera;
     const bool good = graph.renderFrame(&error);
     const QStringList lines = takeLines();
     if (!good && std::none_of(lines.begin(), lines.end(),

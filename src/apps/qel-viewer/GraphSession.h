@@ -53,6 +53,12 @@ public:
     void setViewport(const QSize& size);
     /// The camera instead of that of the graph; nothing for that of the graph.
     void setCamera(const std::optional<CameraDescription>& camera);
+    /// The frame of the animation. It begins anew, and settles if the graph has it so, whenever something
+    /// changes.
+    void setFrameNumber(int number);
+    int frameNumber() const { return m_frameNumber; }
+    /// Whether frames follow one another so quickly that they need not settle.
+    void setPlaying(bool isPlaying);
     void requestFrame();
     /// Renders a number of frames one after the other, to measure them.
     void requestFrames(int number);
@@ -66,6 +72,9 @@ public:
     void makeCurrent();
     /// Renders a frame if something has changed since the last one. Returns whether it did.
     bool render();
+    /// A graph of its own with what is rendered now: the wanted changes, the size and the camera. Null, with
+    /// a line in `errors` for each mistake, if it cannot be made.
+    std::unique_ptr<RenderGraph> makeCopy(QStringList* errors);
     /// The texture of an output in the last frame; null if there is none.
     Texture* texture(const OutputName& name) const;
     std::vector<RenderGraph::Output> outputs() const;
@@ -86,6 +95,7 @@ public:
 Q_SIGNALS:
     void frameNeeded();
     void frameRendered();
+    void frameNumberChanged();
     /// Another graph runs, whose passes and ports may differ.
     void graphReplaced();
     void errorsChanged();
@@ -95,6 +105,9 @@ private:
     bool updateInPlace(const GraphDescription& graph, QStringList* errors);
     bool replaceGraph(QStringList* errors);
     bool renderFrame(RenderGraph& graph, QStringList* errors);
+    void beginFrame(RenderGraph& graph);
+    std::unique_ptr<RenderGraph> makeGraph(const GraphDescription& description,
+                                           const RenderGraph::Options& options, QStringList* errors);
     void setErrors(const QStringList& errors);
 
     std::optional<OpenGLDeviceContext> m_context;
@@ -109,8 +122,12 @@ private:
     QSet<QString> m_bypassed;
     QSize m_viewport;
     std::optional<CameraDescription> m_camera;
-    /// The value of m_camera that m_graph has.
-    std::optional<CameraDescription> m_appliedCamera;
+    /// Whether the camera of m_graph is no longer its own.
+    bool m_hasOtherCamera = false;
+    int m_frameNumber = 0;
+    bool m_isPlaying = false;
+    /// Whether the next frame is the first one since a change.
+    bool m_mustBegin = true;
     bool m_isFrameNeeded = false;
     int m_numFurtherFrames = 0;
     quint64 m_numFrames = 0;

@@ -5,15 +5,19 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QLabel>
+#include <QMessageBox>
 #include <QMimeData>
+#include <QProgressDialog>
 #include <QSettings>
 #include <QStackedWidget>
 #include <QStatusBar>
+#include <QVBoxLayout>
 
 #include <utility>
 
 #include <Qel/graph/ImageIO.h>
 
+#include "AnimationExport.h"
 #include "CameraPanel.h"
 #include "ComparePanel.h"
 #include "ControlPanel.h"
@@ -24,6 +28,7 @@
 #include "OutputStore.h"
 #include "OutputTree.h"
 #include "StartPage.h"
+#include "TimeLine.h"
 #include "TimePanel.h"
 
 using namespace Qt::StringLiterals;
@@ -32,13 +37,20 @@ namespace Morvane::Qel::Viewer {
 
 MainWindow::MainWindow()
     : m_pages(new QStackedWidget)
+    , m_viewPage(new QWidget)
     , m_view(new TextureView(m_session))
+    , m_timeLine(new TimeLine(m_session, m_document))
     , m_store(new OutputStore(m_session, *m_view, this))
     , m_startPage(new StartPage)
 {
     setCentralWidget(m_pages);
     m_pages->addWidget(m_startPage);
-    m_pages->addWidget(m_view);
+    auto* column = new QVBoxLayout(m_viewPage);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(0);
+    column->addWidget(m_view, 1);
+    column->addWidget(m_timeLine);
+    m_pages->addWidget(m_viewPage);
     setAcceptDrops(true);
     setDockNestingEnabled(true);
     makePanels();
@@ -50,6 +62,7 @@ MainWindow::MainWindow()
 
 MainWindow::~MainWindow()
 {
+    m_export.reset();
     // The view releases the session's GL objects.
     delete m_view;
 }
@@ -62,7 +75,7 @@ void MainWindow::makePanels()
     addPanel(m_outputs, u"outputPanel"_s, tr("Outputs"), Qt::LeftDockWidgetArea);
     m_times = new TimePanel(m_session, m_document, *m_store, *m_view);
     addPanel(m_times, u"timePanel"_s, tr("Times"), Qt::LeftDockWidgetArea);
-    m_controls = new ControlPanel(m_document);
+    m_controls = new ControlPanel(m_document, m_session);
     QDockWidget* controls = addPanel(m_controls, u"controlPanel"_s, tr("Controls"), Qt::RightDockWidgetArea);
     m_camera = new CameraPanel(m_session);
     QDockWidget* camera = addPanel(m_camera, u"cameraPanel"_s, tr("Camera"), Qt::RightDockWidgetArea);
@@ -103,9 +116,13 @@ void MainWindow::connectPanels()
     });
     connect(&m_document, &Document::changed, this, [this] {
         m_session.setGraph(m_document.graph());
-        m_watch.watch(m_document.graph());
+        m_watch.watch(m_document.graph(), m_document.includes());
         setFileErrors({});
         updateTitle();
+        const bool hasTime = lastFrame(m_document.graph()) > 0;
+        for (QAction* action : std::as_const(m_timeActions)) {
+            action->setEnabled(hasTime);
+        }
     });
     connect(&m_document.undoStack(), &QUndoStack::cleanChanged, this, &MainWindow::updateTitle);
     connect(&m_watch, &FileWatch::graphChanged, this, [this] {
@@ -134,10 +151,14 @@ void MainWindow::connectPanels()
         m_outputs->setValues({});
         m_status->clear();
     });
+    connect(m_controls, &ControlPanel::failed, this, &MainWindow::showMessage);
     connect(m_camera, &CameraPanel::failed, this, &MainWindow::showMessage);
     connect(m_camera, &CameraPanel::storeRequested, this, [this] {
         const CameraDescription camera = m_session.camera();
-        m_document.edit(tr("Camera of the graph"), [&](GraphDescription& graph) { graph.camera = camera; });
+        m_document.edit(tr("Camera of the graph"), [&](GraphDescription& graph) {
+            graph.removeCamera();
+            graph.camera = camera;
+        });
     });
     connect(m_outputs, &OutputTree::chosen, m_view, qOverload<const OutputName&>(&TextureView::show));
     connect(m_times, &TimePanel::updated, this,
@@ -192,10 +213,45 @@ void MainWindow::drop(const QString& file)
     }
 }
 
-bool MainWindow::save(const QString& file)
+bool MainWindow::save(const QString& file, const std::function<void()>& then)
 {
     QString error;
-    const bool good = m_document.save(file, &error);
+    const GraphUpdate update = m_document.save(file, false, &error);
+    if (update != GraphUpdate::NeedsRewrite) {
+        return finishSaving(update, error);
+    }
+    const GraphFileExtras extras = graphFileExtras(m_document.graph().file);
+    QStringList losses;
+    for (const QString& include : extras.includes) {
+        losses.append(
+            tr("%1 becomes part of it and is no longer included.").arg(QFileInfo(include).fileName()));
+    }
+    if (extras.hasComments) {
+        losses.append(tr("Its comments are lost."));
+    }
+    auto* question =
+        new QMessageBox(QMessageBox::Warning, u"qel-viewer"_s,
+                        tr("This change cannot be made in the text of %1: the whole file is written anew.")
+                            .arg(QFileInfo(m_document.graph().file).fileName()),
+                        QMessageBox::Cancel, this);
+    question->setObjectName(u"rewrite"_s);
+    question->setInformativeText(losses.join(u'\n'));
+    question->addButton(tr("&Write anew"), QMessageBox::AcceptRole);
+    question->setAttribute(Qt::WA_DeleteOnClose);
+    connect(question, &QMessageBox::accepted, this, [this, file, then] {
+        QString what;
+        const GraphUpdate rewritten = m_document.save(file, true, &what);
+        if (finishSaving(rewritten, what) && then) {
+            then();
+        }
+    });
+    question->open();
+    return false;
+}
+
+bool MainWindow::finishSaving(GraphUpdate update, const QString& error)
+{
+    const bool good = update == GraphUpdate::Written;
     if (good) {
         m_watch.accept(m_document.graph().file);
         updateRecentFiles(m_document.graph().file);
@@ -218,6 +274,48 @@ bool MainWindow::savePicture(const QString& file)
         setFileErrors({image.width > 0 ? error : tr("There is no picture to save.")});
     }
     return good;
+}
+
+bool MainWindow::saveAnimation(const QString& file)
+{
+    m_timeLine->setPlaying(false);
+    const int last = lastFrame(m_document.graph());
+    QStringList errors;
+    QString error;
+    std::unique_ptr<RenderGraph> graph;
+    if (last < 0 || m_export) {
+        error = tr("The graph has no animation to save.");
+    } else if (AnimationExport::check(file, &error)) {
+        m_view->withContext([&] { graph = m_session.makeCopy(&errors); });
+    }
+    if (!graph) {
+        setFileErrors(error.isEmpty() ? errors : QStringList{error});
+        return false;
+    }
+    m_export = std::make_unique<AnimationExport>(std::move(graph), last, file, *m_view);
+    auto* dialog =
+        new QProgressDialog(tr("Saving %1").arg(QFileInfo(file).fileName()), tr("Cancel"), 0, last + 1, this);
+    dialog->setObjectName(u"export"_s);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setWindowModality(Qt::WindowModal);
+    dialog->setMinimumDuration(0);
+    dialog->setAutoReset(false);
+    dialog->setAutoClose(false);
+    dialog->setValue(0);
+    connect(m_export.get(), &AnimationExport::progressed, dialog, &QProgressDialog::setValue);
+    connect(dialog, &QProgressDialog::canceled, m_export.get(), &AnimationExport::cancel);
+    connect(m_export.get(), &AnimationExport::finished, this, [this, dialog, file](const QString& what) {
+        // The export is in a function of its own.
+        m_export.release()->deleteLater();
+        dialog->disconnect();
+        dialog->close();
+        if (what.isEmpty()) {
+            showMessage(tr("Saved %1").arg(file));
+        } else {
+            setFileErrors({what});
+        }
+    });
+    return true;
 }
 
 void MainWindow::inspect()
@@ -317,7 +415,7 @@ void MainWindow::showStartPage(bool isShown)
         restoreState(std::exchange(m_layout, {}));
         updateErrors();
     }
-    m_pages->setCurrentWidget(isShown ? static_cast<QWidget*>(m_startPage) : m_view);
+    m_pages->setCurrentWidget(isShown ? m_startPage : m_viewPage);
 }
 
 void MainWindow::closeEvent(QCloseEvent* event)

@@ -17,6 +17,7 @@ class QToolBar;
 
 namespace Morvane::Qel::Viewer {
 
+class AnimationExport;
 class CameraPanel;
 class ComparePanel;
 class ControlPanel;
@@ -25,6 +26,7 @@ class GraphView;
 class OutputStore;
 class OutputTree;
 class StartPage;
+class TimeLine;
 class TimePanel;
 
 /// The window of the viewer: a picture, and panels around it that read and change the document.
@@ -40,13 +42,19 @@ public:
     /// Opens a graph, replaces the model by one, or sets an image as the input of the first pass that reads
     /// one, depending on the file.
     void drop(const QString& file);
-    bool save(const QString& file);
+    /// Saves the graph, and asks before comments, layout or includes of its file are lost. Returns whether it
+    /// is saved; otherwise `then` follows if the user agrees.
+    bool save(const QString& file, const std::function<void()>& then = {});
     /// Writes the shown texture as PNG or EXR, with its values and not as they are displayed.
     bool savePicture(const QString& file);
+    /// Begins to write the animation as a video or as numbered images, with a dialog that shows how far it
+    /// is. Returns false if it cannot begin.
+    bool saveAnimation(const QString& file);
 
     Document& document() { return m_document; }
     GraphSession& session() { return m_session; }
     TextureView& view() { return *m_view; }
+    TimeLine& timeLine() { return *m_timeLine; }
     GraphView& graphView() { return *m_graphView; }
     /// What the error panel lists.
     QStringList errors() const { return m_fileErrors + m_session.errors(); }
@@ -61,6 +69,7 @@ private:
     void connectPanels();
     void makeActions();
     void makeFileMenu();
+    bool finishSaving(GraphUpdate update, const QString& error);
     void updateTitle();
     void updateErrors();
     void updateRecentFiles(const QString& newest);
@@ -84,7 +93,10 @@ private:
     GraphSession m_session;
     FileWatch m_watch;
     QStackedWidget* m_pages;
+    /// The picture and, below it, the time line.
+    QWidget* m_viewPage;
     TextureView* m_view;
+    TimeLine* m_timeLine;
     OutputStore* m_store;
     StartPage* m_startPage = nullptr;
     OutputTree* m_outputs = nullptr;
@@ -98,6 +110,9 @@ private:
     QList<QDockWidget*> m_docks;
     QToolBar* m_displayBar = nullptr;
     QMenu* m_recent = nullptr;
+    /// What needs an animation.
+    QList<QAction*> m_timeActions;
+    std::unique_ptr<AnimationExport> m_export;
     QLabel* m_status = nullptr;
     /// What is wrong with files that could not be read and changes that were not made.
     QStringList m_fileErrors;

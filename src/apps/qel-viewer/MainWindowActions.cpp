@@ -18,6 +18,7 @@
 #include "GraphView.h"
 #include "MainWindow.h"
 #include "StartPage.h"
+#include "TimeLine.h"
 
 using namespace Qt::StringLiterals;
 
@@ -49,6 +50,16 @@ void MainWindow::makeActions()
                                       [this](bool isOn) { m_view->setContinuous(isOn); });
     run->setCheckable(true);
     run->setObjectName(u"continuous"_s);
+
+    QMenu* time = menuBar()->addMenu(tr("&Animation"));
+    const auto addTime = [&](const QString& text, Qt::Key key, const std::function<void()>& call) {
+        m_timeActions.append(time->addAction(text, QKeySequence(key), this, call));
+        m_timeActions.last()->setEnabled(false);
+    };
+    addTime(tr("&Play or pause"), Qt::Key_P, [this] { m_timeLine->setPlaying(!m_timeLine->isPlaying()); });
+    addTime(tr("One frame &forward"), Qt::Key_Period, [this] { m_timeLine->step(1); });
+    addTime(tr("One frame &back"), Qt::Key_Comma, [this] { m_timeLine->step(-1); });
+    addTime(tr("F&irst frame"), Qt::Key_Home, [this] { m_timeLine->goTo(0); });
 
     QMenu* camera = menuBar()->addMenu(tr("&Camera"));
     camera->addAction(tr("&Fit the models"), QKeySequence(Qt::Key_F), this, [this] { m_camera->fit(); });
@@ -94,6 +105,12 @@ void MainWindow::makeFileMenu()
         showSaveDialog(tr("Save the picture"), tr("Images (*.png *.exr)"), base + u".png"_s,
                        [this](const QString& name) { savePicture(name); });
     });
+    m_timeActions.append(file->addAction(tr("Save the &animation..."), this, [this] {
+        const QString base = QFileInfo(m_document.graph().file).completeBaseName();
+        showSaveDialog(tr("Save the animation"), tr("Videos (*.mp4 *.webm *.gif);;Images (*.png *.exr)"),
+                       base + u".mp4"_s, [this](const QString& name) { saveAnimation(name); });
+    }));
+    m_timeActions.last()->setEnabled(false);
     file->addSeparator();
     file->addAction(tr("&Quit"), QKeySequence::Quit, this, &QWidget::close);
 }
@@ -153,7 +170,7 @@ void MainWindow::afterAsking(const std::function<void()>& call)
     question->setAttribute(Qt::WA_DeleteOnClose);
     connect(question, &QMessageBox::finished, this, [this, call](int answer) {
         if (answer == QMessageBox::Discard ||
-            (answer == QMessageBox::Save && save(m_document.graph().file))) {
+            (answer == QMessageBox::Save && save(m_document.graph().file, call))) {
             call();
         }
     });
@@ -170,12 +187,12 @@ void MainWindow::showShortcuts()
     const auto add = [&](const QString& keys, const QString& meaning) {
         form->addRow(u"<b>%1</b>"_s.arg(keys.toHtmlEscaped()), new QLabel(meaning));
     };
-    add(tr("Drag"), tr("turns the camera around its target"));
-    add(tr("Shift + drag"), tr("moves the camera sideways"));
-    add(tr("Alt + drag"), tr("turns the view direction"));
-    add(tr("Right drag, Ctrl + wheel"), tr("moves the camera to its target or away"));
+    add(tr("Drag, arrow keys"), tr("turns the camera around its target"));
+    add(tr("Shift + drag, Shift + arrow keys"), tr("moves the camera sideways"));
+    add(tr("Alt + drag, Alt + arrow keys"), tr("turns the view direction"));
+    add(tr("Right drag, Ctrl + wheel, Page Up, Page Down"), tr("moves the camera to its target or away"));
     add(u"W A S D Q E"_s, tr("flies forward, left, back, right, down, up"));
-    add(tr("Wheel"), tr("zooms the picture, down to single texels"));
+    add(tr("Wheel, + and -"), tr("zooms the picture, down to single texels"));
     add(tr("Middle drag"), tr("moves the zoomed picture"));
     add(tr("Ctrl + click"), tr("focuses passes with depth of field there"));
     const QList<QAction*> menus = menuBar()->actions();

@@ -103,7 +103,7 @@ void PassItem::paint(QPainter* painter, const QStyleOptionGraphicsItem* option, 
     const QRectF box = boundingRect().adjusted(portRadius, 1.0, -portRadius, -1.0);
     painter->setRenderHint(QPainter::Antialiasing);
     painter->setOpacity(runs ? 1.0 : 0.55);
-    QPen frame(isSelected ? palette.color(QPalette::Highlight) : palette.color(QPalette::Mid),
+    QPen frame(isSelected ? palette.color(QPalette::Highlight) : palette.color(QPalette::PlaceholderText),
                isSelected ? 2.0 : 1.0);
     frame.setStyle(runs ? Qt::SolidLine : Qt::DashLine);
     painter->setPen(frame);
@@ -172,8 +172,8 @@ void WireItem::paint(QPainter* painter, const QStyleOptionGraphicsItem* option, 
     const QPalette palette = QApplication::palette();
     const bool isSelected = option->state.testFlag(QStyle::State_Selected);
     painter->setRenderHint(QPainter::Antialiasing);
-    painter->setPen(
-        QPen(palette.color(isSelected ? QPalette::Highlight : QPalette::Dark), isSelected ? 3.0 : 1.5));
+    painter->setPen(QPen(palette.color(isSelected ? QPalette::Highlight : QPalette::PlaceholderText),
+                         isSelected ? 3.0 : 1.5));
     painter->drawPath(path());
 }
 

@@ -41,6 +41,8 @@ const std::array samplerKinds{
                 "textureSize(u_N, u_LevelN).xy", "integer(texelFetch(u_N, ivec3(p, u_LayerN), u_LevelN))"},
     SamplerKind{GL_TEXTURE_2D, TextureKind::Signed, "isampler2D", "textureSize(u_N, u_LevelN)",
                 "integer(texelFetch(u_N, p, u_LevelN))"},
+    SamplerKind{GL_TEXTURE_2D_ARRAY, TextureKind::Signed, "isampler2DArray", "textureSize(u_N, u_LevelN).xy",
+                "integer(texelFetch(u_N, ivec3(p, u_LayerN), u_LevelN))"},
 };
 
 /// Index into samplerKinds; -1 for a texture that cannot be shown.

@@ -113,6 +113,7 @@ private:
     void zoomAround(const QPointF& position, double factor);
     void updateRange(Texture& texture);
     void readTexelValues(Texture& texture);
+    bool moveByKey(const QKeyEvent& event);
     void moveCamera(const CameraDescription& camera);
     bool isOnWipe(const QPointF& position) const;
     QPointF toFramebuffer(const QPointF& position) const;

@@ -148,8 +148,53 @@ void TextureView::zoomAround(const QPointF& position, double factor)
     update();
 }
 
+/// What the mouse does, by the keyboard. Returns whether the key is one of these.
+bool TextureView::moveByKey(const QKeyEvent& event)
+{
+    constexpr double step = 1.0 / 32.0;
+    const auto drag = [&](double x, double y) {
+        const CameraDescription camera = m_session.camera();
+        moveCamera(event.modifiers().testFlag(Qt::ShiftModifier) ? pan(camera, {x, y})
+                   : event.modifiers().testFlag(Qt::AltModifier) ? look(camera, {x, y})
+                                                                 : orbit(camera, {x, y}));
+    };
+    const QPointF middle(width() / 2.0, height() / 2.0);
+    switch (event.key()) {
+    case Qt::Key_Left:
+        drag(-step, 0.0);
+        break;
+    case Qt::Key_Right:
+        drag(step, 0.0);
+        break;
+    case Qt::Key_Up:
+        drag(0.0, -step);
+        break;
+    case Qt::Key_Down:
+        drag(0.0, step);
+        break;
+    case Qt::Key_PageUp:
+        moveCamera(dolly(m_session.camera(), static_cast<float>(std::exp2(-0.25))));
+        break;
+    case Qt::Key_PageDown:
+        moveCamera(dolly(m_session.camera(), static_cast<float>(std::exp2(0.25))));
+        break;
+    case Qt::Key_Plus:
+        zoomAround(middle, std::exp2(0.5));
+        break;
+    case Qt::Key_Minus:
+        zoomAround(middle, std::exp2(-0.5));
+        break;
+    default:
+        return false;
+    }
+    return true;
+}
+
 void TextureView::keyPressEvent(QKeyEvent* event)
 {
+    if (moveByKey(*event)) {
+        return;
+    }
     static const QSet<int> flightKeys{Qt::Key_W, Qt::Key_A, Qt::Key_S, Qt::Key_D, Qt::Key_Q, Qt::Key_E};
     if (!flightKeys.contains(event->key()) || event->modifiers().testFlag(Qt::ControlModifier)) {
         QOpenGLWidget::keyPressEvent(event);

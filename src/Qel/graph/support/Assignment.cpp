@@ -133,16 +133,11 @@ bool GraphDescription::set(const QString& assignment, const PassRegistry& regist
         }
         return fail(unknownName(u"pass"_s, name, names));
     }
-    ParameterDescription& set = parameters[static_cast<size_t>(parameter)];
-    const ParameterDescription before = set;
-    set.value = value;
-    set.source = {};
-    const auto follows = [&](const BoundValue& bound) { return known.leadsTo(bound.value, set.name); };
-    if (!updateBoundValues(this, follows, 0.0, &what)) {
-        set = before;
+    const QString full = parameters[static_cast<size_t>(parameter)].name;
+    if (!setParameter(full, value, &what)) {
         return fail(what);
     }
-    assignments.insert(u"parameters."_s + set.name, source);
+    assignments.insert(u"parameters."_s + full, source);
     return true;
 }
 

@@ -15,29 +15,6 @@ namespace Morvane::Qel {
 
 namespace {
 
-/// Offset behind the string that begins at an offset.
-qsizetype endOfString(const QByteArray& text, qsizetype begin)
-{
-    qsizetype at = begin + 1;
-    while (at < text.size() && text[at] != '"') {
-        at += text[at] == '\\' ? 2 : 1;
-    }
-    return at + 1;
-}
-
-void blankComments(QByteArray* text)
-{
-    for (qsizetype at = 0; at < text->size(); ++at) {
-        if ((*text)[at] == '"') {
-            at = endOfString(*text, at) - 1;
-        } else if ((*text)[at] == '/' && at + 1 < text->size() && (*text)[at + 1] == '/') {
-            for (; at < text->size() && (*text)[at] != '\n'; ++at) {
-                (*text)[at] = ' ';
-            }
-        }
-    }
-}
-
 struct Mistake
 {
     qsizetype offset;
@@ -73,11 +50,33 @@ std::optional<Mistake> firstHabit(const QByteArray& text)
 
 } // namespace
 
+qsizetype endOfString(const QByteArray& text, qsizetype begin)
+{
+    qsizetype at = begin + 1;
+    while (at < text.size() && text[at] != '"') {
+        at += text[at] == '\\' ? 2 : 1;
+    }
+    return at + 1;
+}
+
+QByteArray withoutComments(QByteArray text)
+{
+    for (qsizetype at = 0; at < text.size(); ++at) {
+        if (text[at] == '"') {
+            at = endOfString(text, at) - 1;
+        } else if (text[at] == '/' && at + 1 < text.size() && text[at + 1] == '/') {
+            for (; at < text.size() && text[at] != '\n'; ++at) {
+                text[at] = ' ';
+            }
+        }
+    }
+    return text;
+}
+
 std::optional<GraphDocument> GraphDocument::parse(const QByteArray& text, const QString& file,
                                                   QStringList* errors)
 {
-    GraphDocument document{file, text, {}};
-    blankComments(&document.text);
+    GraphDocument document{file, withoutComments(text), {}};
     QJsonParseError error;
     const QJsonDocument json = QJsonDocument::fromJson(document.text, &error);
     if (error.error != QJsonParseError::NoError) {

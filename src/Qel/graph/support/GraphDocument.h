@@ -25,6 +25,11 @@ struct GraphDocument
                                               QStringList* errors);
 };
 
+/// A text with its comments blanked.
+QByteArray withoutComments(QByteArray text);
+/// Offset behind the string that begins at an offset of a JSON text.
+qsizetype endOfString(const QByteArray& text, qsizetype begin);
+
 /// Reads a file of at most `limit` bytes. Returns nothing if that fails, with its cause in `what`.
 std::optional<QByteArray> readGraphText(const QString& file, qint64 limit, QString* what);
 
