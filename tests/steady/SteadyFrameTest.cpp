@@ -89,7 +89,8 @@ void startCounting()
 
 } // namespace
 
-// The program's own take precedence over the C library's in every library.
+// The program's own take precedence over the C library's in every library that sees them.
+#pragma GCC visibility push(default)
 extern "C" {
 
 void* malloc(size_t size)
@@ -110,6 +111,7 @@ void* realloc(void* block, size_t size)
     return __libc_realloc(block, size);
 }
 }
+#pragma GCC visibility pop
 
 namespace Morvane::Qel::Test {
 namespace {

@@ -195,8 +195,9 @@ void OpenGLDeviceContext::makeCurrent()
     for (size_t i = 0; i < recordedCapabilities.size(); ++i) {
         d->capabilities[i] = glIsEnabled(recordedCapabilities[i]) == GL_TRUE;
     }
-    for (const Private::Data& data : d->data) {
-        data.object->restoreBindings();
+    // By index, because an object may add others.
+    for (size_t i = 0; i < d->data.size(); ++i) {
+        d->data[i].object->restoreBindings();
     }
 }
 

@@ -146,7 +146,7 @@ private:
             const QJsonValue value = parameter.value();
             const QStringList place = placeOfParameter(parameter.key());
             const bool isChanged = before[parameter.key()] != value;
-            // A path means another file in another folder.
+            // In the file that sets a parameter, a path is relative to that file's folder.
             if (isChanged && valueAt(place).isUndefined() && value.isString() &&
                 !value.toString().startsWith(u'#')) {
                 return false;

@@ -242,7 +242,7 @@ void TimePanel::update()
         m_plot->add(m_frameTime);
     }
     QString text =
-        tr("%1 frames per second; GPU %2, CPU %3 in the passes; %4 MiB in outputs, %5 textures in the pool")
+        tr("%1 frames per second; GPU %2, CPU %3 in the passes; %4 MiB in outputs; textures in the pool: %5")
             .arg(m_frameTimes.size())
             .arg(timeText(isMeasured ? sumGpu : unknown), timeText(isMeasured ? sumCpu : unknown))
             .arg(m_store.numBytes() / (1024.0 * 1024.0), 0, 'f', 1)
