@@ -25,6 +25,7 @@ using namespace Qt::StringLiterals;
 using namespace Morvane::Qel::Viewer;
 
 // Of the address sanitizer, whose allocator glibc does not know.
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
 extern "C" size_t __sanitizer_get_current_allocated_bytes() __attribute__((weak));
 
 namespace Morvane::Qel::Test {
