@@ -27,7 +27,7 @@ protected:
     /// A small graph with a keyed colour, a keyed parameter, a camera in orbit and an image that settles.
     QString writeGraph()
     {
-        const QString graph = copyExamples(u"turning.json"_s);
+        QString graph = copyExamples(u"turning.json"_s);
         folder().write(u"graphs/turning.json"_s, uR"({
   "parameters": {"wide": {"keys": [[0, 2], [10, 7]]}, "radius": 3},
   "animation": {"frames": 6, "fps": 50},
