@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """Measures the passes for their pages: measure.py QEL [PASS]... writes tools/site/costs.json, anew
-or for some passes.
+or for some passes. qel-benchmarks lies beside QEL. Nothing else may run on the machine.
 
-Each pass is measured in the graph of its page's first picture, at three sizes, as a multiple of the GPU time of a copy of
-the whole image in the same frames. A ratio of two times of one run holds where the times themselves do not."""
+Each pass is measured in the graph of its page's first picture, at two sizes: the memory that it holds, its GPU time, and
+that as a multiple of the time of a copy of the whole image in the same frames, which also holds on other machines."""
 
 import json
 import os
@@ -15,10 +15,28 @@ import tempfile
 
 from pictures import ROOT, load_graph
 
-# Draws of larger images are interrupted by other programs, which the smallest of several times does not undo.
-SIZES = [[160, 90], [320, 180], [640, 360]]
-RUNS = 3
-FRAMES = 8
+SIZES = [[640, 360], [1280, 720]]
+RUNS = 2
+FRAMES = 4
+# The benchmarks that compare a pass to hand-written GL.
+BENCHMARKS = {
+    "BlendRenderPass": "Blend/3",
+    "CameraSpaceZBufferRenderPass": "Positions/1280x720",
+    "DeferredRenderPass": "Deferred/1280x720",
+    "FastApproximateAntiAliasingRenderPass": "FXAA/1920x1080",
+    "ForwardRenderPass": "SubmitModel/100",
+    "GaussianBlurRenderPass": "GaussianBlur/1920x1080/radius5",
+    "GBufferRenderPass": "GBuffer/1280x720/100000",
+    "ModelDeferredPass": "ModelDeferred/1280x720",
+    "ModelRenderPass": "ModelGBuffer/1280x720/100000",
+    "ScalableAmbientObscuranceRenderPass": "AmbientObscurance/1280x720/samples:11",
+    "ShadowMapRenderPass": "ShadowMaps",
+    "SkyboxRenderPass": "Skybox",
+    "SMAARenderPass": "SMAA/1920x1080",
+    "TextureToScreenRenderPass": "SubmitFullScreenPass",
+    "TransparencyRenderPass": "Transparency",
+    "VisibilityBufferRenderPass": "BuildFragmentLists",
+}
 
 
 def prepared(graph):
@@ -33,15 +51,40 @@ def prepared(graph):
     return graph
 
 
-def times(qel, graph, size):
-    """The smallest GPU time of each pass in a run, by name, in milliseconds."""
+def profile(qel, graph, size):
+    """The smallest GPU time of each pass in a run, by name, in milliseconds, and its memory, kept and pooled, in bytes."""
     graph = {**graph, "viewport": size}
     with tempfile.NamedTemporaryFile("w", suffix=".json") as file:
         json.dump(graph, file)
         file.flush()
         run = subprocess.run([qel, "render", file.name, "--profile", "--json", "--frames", str(FRAMES)], check=True,
                              capture_output=True, text=True, env={**os.environ, "QT_QPA_PLATFORM": "offscreen"})
-    return {entry["name"]: entry["gpu"]["minimum"] for entry in json.loads(run.stdout)["passes"]}
+    passes = json.loads(run.stdout)["passes"]
+    return ({entry["name"]: entry["gpu"]["minimum"] for entry in passes},
+            {entry["name"]: [entry["memory"]["keptBytes"], entry["memory"]["pooledBytes"]] for entry in passes})
+
+
+def rows(qel, graph):
+    """For each size, the time, its multiple of a copy, and the memory of each pass by name."""
+    table = []
+    for size in SIZES:
+        runs = [profile(qel, graph, size) for _ in range(RUNS)]
+        times = {name: min(run[0][name] for run in runs) for name in runs[0][0]}
+        table.append({name: {"ms": round(time, 2), "copies": round(time / times["copied"], 3),
+                             "kept": runs[0][1][name][0], "pooled": runs[0][1][name][1]}
+                      for name, time in times.items()})
+    return table
+
+
+def by_hand(qel, names):
+    """The ratio of each benchmark, the library to hand-written GL, by name."""
+    pattern = "|".join(f"^{re.escape(name)}$" for name in names)
+    with tempfile.NamedTemporaryFile(suffix=".json") as report:
+        subprocess.run([qel.parent / "qel-benchmarks", f"--benchmark_filter={pattern}",
+                        "--benchmark_min_time=0.05", "--benchmark_out_format=json",
+                        f"--benchmark_out={report.name}"], check=True, capture_output=True)
+        benchmarks = json.loads(pathlib.Path(report.name).read_text())["benchmarks"]
+    return {entry["name"]: round(entry["ratio"], 2) for entry in benchmarks}
 
 
 def measure(qel, chosen):
@@ -61,13 +104,13 @@ def measure(qel, chosen):
             # A graph with viewports of its own does not change with the size of the image.
             if any("Viewport" in entry.get("inputs", {}) for entry in graph["passes"]):
                 continue
-            graph = prepared(graph)
-            runs = [[times(qel, graph, size) for _ in range(RUNS)] for size in SIZES]
-            rows = [{name: min(run[name] for run in several) for name in several[0]} for several in runs]
-            measured[source] = names, rows
-        names, rows = measured[source]
-        ratios = [round(row[names[page.stem]] / row["copied"], 3) for row in rows]
-        results[page.stem] = {"graph": source, "ratios": ratios}
+            measured[source] = names, rows(qel, prepared(graph))
+        names, table = measured[source]
+        results[page.stem] = {"graph": source, "rows": [row[names[page.stem]] for row in table]}
+    ratios = by_hand(qel, [BENCHMARKS[name] for name in results if name in BENCHMARKS])
+    for name, benchmark in BENCHMARKS.items():
+        if name in results:
+            results[name]["byHand"] = {"benchmark": benchmark, "ratio": ratios[benchmark]}
     costs = {"device": device, "sizes": SIZES, "passes": results}
     file.write_text(json.dumps(costs, indent=1) + "\n")
 

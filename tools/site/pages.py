@@ -139,14 +139,21 @@ def sections(reference):
 
 
 def cost_table(costs, name):
-    rows = costs["passes"].get(name)
-    if not rows:
+    measured = costs["passes"].get(name)
+    if not measured:
         return ""
-    cells = " | ".join(f"{float(f'{value:.2g}'):g}" for value in rows["ratios"])
-    sizes = " | ".join(f"{width} x {height}" for width, height in costs["sizes"])
-    return (f"\nTime in `{rows['graph']}`, as a multiple of the time that a copy of the whole image takes at the same size "
-            f"({costs['device']}; two digits, to be read as orders of magnitude). A row that stays level grows like the number of pixels; one that falls has a part "
-            f"that does not depend on it.\n\n| {sizes} |\n|{'---|' * len(costs['sizes'])}\n| {cells} |\n")
+    lines = []
+    for (width, height), row in zip(costs["sizes"], measured["rows"]):
+        kept, pooled = (f"{row[key] / 2**20:.3g} MiB" for key in ("kept", "pooled"))
+        lines.append(f"| {width} x {height} | {row['ms']:.3g} ms | {row['copies']:.2g} | {kept} | {pooled} |")
+    by_hand = measured.get("byHand")
+    text = (f"\nIn `{measured['graph']}` on two cores, without a GPU ({costs['device']}):\n\n"
+            "| size | time | in copies of the image | kept between frames | from the pool |\n|---|---|---|---|---|\n"
+            + "\n".join(lines) + "\n")
+    if by_hand:
+        text += (f"\nThe time of the library is {by_hand['ratio']} times that of hand-written GL for the same work "
+                 f"(`qel-benchmarks --benchmark_filter={by_hand['benchmark']}`).\n")
+    return text
 
 
 def pass_page(site, name, file, reference, costs):
