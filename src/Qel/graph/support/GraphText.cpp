@@ -90,40 +90,41 @@ std::vector<GraphText::Member> GraphText::membersOf(const Span& span) const
     return members;
 }
 
+GraphText::Place GraphText::follow(const QStringList& path) const
+{
+    Place place{{}, 0, root(), 0};
+    for (const QString& key : path) {
+        const std::vector<Member> members = membersOf(place.value);
+        const auto found = std::find_if(members.begin(), members.end(),
+                                        [&](const Member& member) { return member.name == key; });
+        if (found == members.end()) {
+            break;
+        }
+        const auto index = static_cast<size_t>(found - members.begin());
+        place = {place.value, index, found->value, place.depth + 1};
+    }
+    return place;
+}
+
 bool GraphText::set(const QStringList& path, const QJsonValue& value)
 {
-    Span span = root();
-    for (qsizetype i = 0; i < path.size(); ++i) {
-        const std::vector<Member> members = membersOf(span);
-        const auto found = std::find_if(members.begin(), members.end(),
-                                        [&](const Member& member) { return member.name == path[i]; });
-        if (found == members.end()) {
-            if (m_json[span.begin] != '{') {
-                return false;
-            }
-            add(span, path[i], withMember(QJsonObject(), path.sliced(i + 1), value));
-            return true;
-        }
-        span = found->value;
+    const Place place = follow(path);
+    if (place.depth == path.size()) {
+        replace(place.value, jsonText(value).toUtf8());
+        return true;
     }
-    replace(span, jsonText(value).toUtf8());
+    if (m_json[place.value.begin] != '{') {
+        return false;
+    }
+    add(place.value, path[place.depth], withMember(QJsonObject(), path.sliced(place.depth + 1), value));
     return true;
 }
 
 void GraphText::remove(const QStringList& path)
 {
-    Span span = root();
-    for (qsizetype i = 0; i < path.size(); ++i) {
-        const std::vector<Member> members = membersOf(span);
-        const auto found = std::find_if(members.begin(), members.end(),
-                                        [&](const Member& member) { return member.name == path[i]; });
-        if (found == members.end()) {
-            return;
-        }
-        if (i == path.size() - 1) {
-            removeMember(span, static_cast<size_t>(found - members.begin()));
-        }
-        span = found->value;
+    const Place place = follow(path);
+    if (place.depth == path.size()) {
+        removeMember(place.parent, place.index);
     }
 }
 

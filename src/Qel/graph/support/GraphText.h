@@ -37,6 +37,16 @@ private:
         Span value;
     };
 
+    /// The last value on a path that exists: member number `index` of `parent`, after `depth` keys.
+    struct Place
+    {
+        Span parent;
+        size_t index;
+        Span value;
+        qsizetype depth;
+    };
+
+    Place follow(const QStringList& path) const;
     std::vector<Member> membersOf(const Span& span) const;
     Span root() const;
     qsizetype skipSpace(qsizetype at) const;
