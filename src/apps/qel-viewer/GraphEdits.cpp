@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include <Qel/graph/GraphPlan.h>
 #include <Qel/graph/PassRegistry.h>
 
 using namespace Qt::StringLiterals;
@@ -227,6 +228,26 @@ void connectPorts(GraphDescription& graph, const QString& fromPass, const QStrin
         }
         setInput(*to, input, u"@%1.%2"_s.arg(fromPass, shortestName(output, outputs)));
     }
+}
+
+std::vector<OutputPort> sourcesFor(const GraphDescription& graph, const QString& pass, const QString& input)
+{
+    std::vector<OutputPort> sources;
+    const QString type = typeOf(input);
+    for (const PassSetting& from : graph.passes) {
+        for (const OutputDescription& output : portsOf(from).outputs) {
+            if (type != typeOf(output.name) && type != QLatin1StringView("QVariant")) {
+                continue;
+            }
+            GraphDescription connected = graph;
+            connectPorts(connected, from.name, output.name, pass, input);
+            QStringList errors;
+            if (planGraph(connected, PassRegistry::builtin(), &errors)) {
+                sources.push_back({from.name, output.name});
+            }
+        }
+    }
+    return sources;
 }
 
 QString throughReference(const GraphDescription& graph, const PassSetting& pass, const QString& outputPort)

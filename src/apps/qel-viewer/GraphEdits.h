@@ -71,6 +71,16 @@ void connectPorts(GraphDescription& graph, const QString& fromPass, const QStrin
                   const QString& toPass, const QString& input);
 /// @}
 
+/// An output of a pass, with the full name of its port.
+struct OutputPort
+{
+    QString pass;
+    QString port;
+};
+/// The outputs that an input can be connected with, without a mistake such as a cycle, in the order of the
+/// file.
+std::vector<OutputPort> sourcesFor(const GraphDescription& graph, const QString& pass, const QString& input);
+
 /// Where the texture of an output comes from if its pass is left out: the connection of the first input with
 /// the type of the output, such as "@blur.Frame"; empty if there is none.
 QString throughReference(const GraphDescription& graph, const PassSetting& pass, const QString& outputPort);

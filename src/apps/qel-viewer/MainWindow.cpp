@@ -84,7 +84,7 @@ void MainWindow::makePanels()
     tabifyDockWidget(controls, camera);
     tabifyDockWidget(camera, compare);
     controls->raise();
-    m_graphView = new GraphView(m_document, *m_store);
+    m_graphView = new GraphView(m_document, m_session, *m_store);
     addPanel(m_graphView, u"graphPanel"_s, tr("Graph"), Qt::BottomDockWidgetArea);
     m_errors = new ErrorPanel;
     m_errorDock = addPanel(m_errors, u"errorPanel"_s, tr("Errors"), Qt::BottomDockWidgetArea);
@@ -164,6 +164,12 @@ void MainWindow::connectPanels()
     connect(m_times, &TimePanel::updated, this,
             [this] { m_graphView->setTimes([this](const QString& pass) { return m_times->timeOf(pass); }); });
     connect(m_graphView, &GraphView::rejected, this, &MainWindow::setFileErrors);
+    connect(m_graphView, &GraphView::switched, this, [this](const QString& pass) {
+        if (!m_times->toggle(pass)) {
+            showMessage(
+                tr("%1 cannot be left out: no input of it fits its outputs, or it is culled.").arg(pass));
+        }
+    });
     connect(m_graphView, &GraphView::passChosen, m_controls, &ControlPanel::reveal);
     connect(m_graphView, &GraphView::outputChosen, this, [this](const OutputName& output) {
         m_view->show(output);

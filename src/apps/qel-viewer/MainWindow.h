@@ -80,6 +80,7 @@ private:
     void showSaveDialog(const QString& title, const QString& filter, const QString& name,
                         const std::function<void(const QString&)>& save);
     void showShortcuts();
+    void focusNextPanel();
     void showMessage(const QString& text);
     /// Calls a function at once, or after the user has agreed to lose unsaved changes.
     void afterAsking(const std::function<void()>& call);

@@ -76,6 +76,9 @@ void MainWindow::makeActions()
         toggle->setShortcut(QKeySequence(Qt::CTRL | static_cast<Qt::Key>(Qt::Key_1 + i)));
         panels->addAction(toggle);
     }
+    panels->addSeparator();
+    panels->addAction(tr("Go to the &next panel"), QKeySequence(Qt::Key_F6), this,
+                      &MainWindow::focusNextPanel);
 
     QMenu* help = menuBar()->addMenu(tr("&Help"));
     help->addAction(tr("&Shortcuts"), QKeySequence(Qt::Key_Question), this, &MainWindow::showShortcuts);
@@ -177,6 +180,25 @@ void MainWindow::afterAsking(const std::function<void()>& call)
     question->open();
 }
 
+/// Moves the keyboard focus from the picture to the panels in turn, and back to the picture.
+void MainWindow::focusNextPanel()
+{
+    const auto holds = [this](const QDockWidget* dock) { return dock->isAncestorOf(focusWidget()); };
+    const auto current = std::find_if(m_docks.begin(), m_docks.end(), holds);
+    const auto next = std::find_if(current == m_docks.end() ? m_docks.begin() : current + 1, m_docks.end(),
+                                   [](const QDockWidget* dock) { return dock->isVisible(); });
+    if (next == m_docks.end()) {
+        m_view->setFocus(Qt::TabFocusReason);
+        return;
+    }
+    (*next)->raise();
+    QWidget* panel = (*next)->widget();
+    if (panel->focusPolicy() == Qt::NoFocus) {
+        panel = panel->nextInFocusChain();
+    }
+    panel->setFocus(Qt::TabFocusReason);
+}
+
 void MainWindow::showShortcuts()
 {
     auto* dialog = new QDialog(this);
@@ -195,6 +217,13 @@ void MainWindow::showShortcuts()
     add(tr("Wheel, + and -"), tr("zooms the picture, down to single texels"));
     add(tr("Middle drag"), tr("moves the zoomed picture"));
     add(tr("Ctrl + click"), tr("focuses passes with depth of field there"));
+    add(tr("Graph: arrow keys"), tr("select the next pass, along the wires to the left and right"));
+    add(tr("Graph: Enter"), tr("connects or disconnects the inputs of the selected pass"));
+    add(tr("Graph: Insert, Delete"), tr("adds a pass, removes the selected one"));
+    add(tr("Graph: Space"), tr("switches the selected pass off or on"));
+    add(tr("Graph: Alt + arrow keys"), tr("moves the selected pass earlier or later in the file"));
+    add(tr("Graph: Menu, Shift + F10"), tr("shows all that can be done with the selected pass"));
+    add(tr("Graph: + and -"), tr("enlarges and reduces the boxes"));
     const QList<QAction*> menus = menuBar()->actions();
     for (const QAction* menu : menus) {
         const QList<QAction*> actions = menu->menu()->actions();
