@@ -262,6 +262,53 @@ TEST_F(Editing, SavesOnlyWhatChanged)
     ASSERT_TRUE(waitFor([&] { return window().session().camera().eye.y() == 2.0F; }));
 }
 
+TEST_F(Editing, UnsavedChangesSurviveTheProgram)
+{
+    const QString graph = copyExamples(u"glow.json"_s);
+    open(graph);
+    const QImage before = shown();
+    window().document().edit(u"radius"_s, [](GraphDescription& description) {
+        setInput(*findPass(description, u"glow"_s), u"BlurRadius"_s, 9.0);
+    });
+    window().document().edit(u"amount"_s, [](GraphDescription& description) {
+        setInput(*findPass(description, u"glow"_s), u"GlowAmount"_s, 3.0);
+    });
+    // On the disk before the frame that may never end.
+    const QString file = u"graphs/.glow.json.unsaved"_s;
+    ASSERT_TRUE(window().session().isFrameNeeded());
+    const QByteArray kept = folder().contents(file);
+    EXPECT_TRUE(kept.contains("\"GlowAmount\": 3"));
+    const QImage changed = shown();
+    EXPECT_NE(changed, before);
+    window().document().undoStack().setIndex(0);
+    EXPECT_FALSE(QFile::exists(folder().path(file))) << "there is nothing to save";
+
+    const auto answer = [&](const QString& text) {
+        folder().write(file, QString::fromUtf8(kept));
+        EXPECT_FALSE(window().open(graph));
+        for (QAbstractButton* button : find<QMessageBox>(u"recovery"_s)->buttons()) {
+            if (button->text() == text) {
+                button->click();
+            }
+        }
+        EXPECT_TRUE(waitFor([&] { return !find<QMessageBox>(u"recovery"_s); }));
+    };
+    answer(u"Restore with &shaders off"_s);
+    EXPECT_EQ(window().session().bypassed(), (QSet<QString>{u"highlights"_s, u"composite-over"_s}));
+    EXPECT_NE(shown(), changed);
+    window().session().setBypassed({});
+    EXPECT_EQ(shown(), changed);
+    EXPECT_TRUE(window().document().isModified());
+    window().document().undoStack().undo();
+    EXPECT_EQ(shown(), before);
+    answer(u"&Restore"_s);
+    EXPECT_EQ(shown(), changed);
+    window().document().undoStack().undo();
+    answer(u"&Discard"_s);
+    EXPECT_EQ(shown(), before);
+    EXPECT_FALSE(QFile::exists(folder().path(file)));
+}
+
 TEST_F(Editing, PassesCanBeLeftOut)
 {
     const QString graph = copyExamples(u"glow.json"_s);

@@ -287,6 +287,18 @@ bool canLeaveOut(const GraphDescription& graph, const QString& name)
            });
 }
 
+QSet<QString> shaderPasses(const GraphDescription& graph)
+{
+    QSet<QString> passes;
+    for (const PassSetting& pass : graph.passes) {
+        if (pass.type == QLatin1StringView("ShaderRenderPass") &&
+            canLeaveOut(withoutPasses(graph, passes), pass.name)) {
+            passes.insert(pass.name);
+        }
+    }
+    return passes;
+}
+
 GraphDescription withoutPasses(const GraphDescription& graph, const QSet<QString>& passes)
 {
     GraphDescription rest = graph;

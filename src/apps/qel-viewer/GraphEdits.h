@@ -88,6 +88,9 @@ QString throughReference(const GraphDescription& graph, const PassSetting& pass,
 /// Whether every output of a pass that something reads can come from one of its inputs.
 bool canLeaveOut(const GraphDescription& graph, const QString& name);
 
+/// The passes that run shaders of the user and can all be left out together.
+QSet<QString> shaderPasses(const GraphDescription& graph);
+
 /// The graph with some passes left out, whose inputs go through.
 GraphDescription withoutPasses(const GraphDescription& graph, const QSet<QString>& passes);
 

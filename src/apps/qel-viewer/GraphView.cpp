@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <map>
 #include <utility>
 
@@ -24,7 +25,8 @@ namespace {
 constexpr double columnWidth = 290.0;
 constexpr double gap = 26.0;
 
-/// Passes in running order, the culled ones last, with their columns: a pass stands right of its sources.
+/// Passes in running order, the culled ones last, with their columns: a pass stands left of the first that
+/// reads it.
 struct Layout
 {
     std::vector<int> order;
@@ -49,6 +51,20 @@ Layout layoutOf(const GraphPlan& plan)
             }
         }
         layout.columns[static_cast<size_t>(index)] = column;
+    }
+    // As far right as its readers allow, so that few wires run behind other passes.
+    std::vector<int> nearest(plan.passes.size(), std::numeric_limits<int>::max());
+    for (auto index = layout.order.rbegin(); index != layout.order.rend(); ++index) {
+        const auto i = static_cast<size_t>(*index);
+        if (nearest[i] != std::numeric_limits<int>::max()) {
+            layout.columns[i] = nearest[i] - 1;
+        }
+        for (const PlannedInput& input : plan.passes[i].inputs) {
+            if (input.source == InputSource::Connection) {
+                int& column = nearest[static_cast<size_t>(input.pass)];
+                column = std::min(column, layout.columns[i]);
+            }
+        }
     }
     return layout;
 }

@@ -63,6 +63,7 @@ MainWindow::MainWindow()
 MainWindow::~MainWindow()
 {
     m_export.reset();
+    m_recovery.discard();
     // The view releases the session's GL objects.
     delete m_view;
 }
@@ -107,6 +108,7 @@ QDockWidget* MainWindow::addPanel(QWidget* panel, const QString& name, const QSt
 void MainWindow::connectPanels()
 {
     connect(&m_document, &Document::opened, this, [this] {
+        m_recovery.discard();
         m_session.clear();
         m_view->setFollowsWindow(m_view->followsWindow());
         m_view->show(OutputName());
@@ -125,6 +127,10 @@ void MainWindow::connectPanels()
         }
     });
     connect(&m_document.undoStack(), &QUndoStack::cleanChanged, this, &MainWindow::updateTitle);
+    // Before the frame with the change is rendered.
+    const auto keep = [this] { m_recovery.update(m_document); };
+    connect(&m_document.undoStack(), &QUndoStack::indexChanged, this, keep);
+    connect(&m_document.undoStack(), &QUndoStack::cleanChanged, this, keep);
     connect(&m_watch, &FileWatch::graphChanged, this, [this] {
         QStringList errors;
         m_document.reload(&errors);
@@ -179,6 +185,15 @@ void MainWindow::connectPanels()
 }
 
 bool MainWindow::open(const QString& file, const QString& model)
+{
+    if (m_recovery.isOffered(file)) {
+        askForRecovery(file, model);
+        return false;
+    }
+    return openNow(file, model);
+}
+
+bool MainWindow::openNow(const QString& file, const QString& model)
 {
     QStringList errors;
     const bool good = m_document.open(file, model, &errors);
