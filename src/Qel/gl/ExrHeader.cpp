@@ -27,8 +27,8 @@ QString partProblem(exr_const_context_t context, int part, qint64 fileSize, int 
 {
     exr_attr_box2i_t window{};
     exr_get_data_window(context, part, &window);
-    const QString cause = sizeProblem(qint64{window.max.x} - window.min.x + 1,
-                                      qint64{window.max.y} - window.min.y + 1, 1, maxSide);
+    QString cause = sizeProblem(qint64{window.max.x} - window.min.x + 1,
+                                qint64{window.max.y} - window.min.y + 1, 1, maxSide);
     if (!cause.isEmpty()) {
         return cause;
     }
