@@ -49,8 +49,8 @@ protected:
     {
         /// An image of the target's size.
         SameSize,
-        /// An image of the target's size that is mostly transparent.
-        Sparse,
+        /// Treated like SameSize.
+        Sparse [[deprecated("use SameSize")]],
         /// An image of another size than the target.
         Resized
     };
