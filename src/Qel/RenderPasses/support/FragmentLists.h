@@ -1,10 +1,18 @@
 #pragma once
 
+#include <QSharedPointer>
+#include <QSize>
 #include <QStringList>
 
+#include <memory>
+
+#include <Qel/gl/FramebufferObject.h>
+#include <Qel/gl/ShaderProgram.h>
 #include <Qel/gl/Texture.h>
 
 namespace Morvane::Qel {
+
+class DrawBuffers;
 
 /// Returns the names of the GL extensions that building and sorting fragment lists require.
 const QStringList& fragmentListExtensions();
@@ -31,5 +39,31 @@ private:
     unsigned int m_access;
     unsigned int m_format;
 };
+
+/// A framebuffer that can keep draws to the pixels that have a list. Software rasterisers execute a whole
+/// stage for the others too, unless the stencil test removes them first, which needs a stage without discard.
+class ListFramebuffer : public FramebufferObject
+{
+public:
+    using FramebufferObject::FramebufferObject;
+
+    /// Lets only pixels with a list pass until the stencil test is disabled, by marking them in the attached
+    /// stencil. Head pointer (x, y) is that of pixel (x, y) in a frame of `size` pixels, which may have more;
+    /// a pixel whose head pointer names no node has no list. Call it while the framebuffer is bound. Leaves
+    /// the depth test disabled and the stencil mask full.
+    void keepToLists(Texture* headPointers, Texture* nodes, int nodeBufferWidth, const QSize& size);
+
+private:
+    std::unique_ptr<ShaderProgram> m_program;
+    QSharedPointer<DrawBuffers> m_fullScreenBatch;
+    Uniform m_headPointers{"u_SamplerHeadPointer"};
+    Uniform m_nodes{"u_SamplerNodeBuffer"};
+    Uniform m_nodeBufferWidth{"u_SamplerNodeBufferWidth"};
+    Uniform m_size{"u_Size"};
+};
+
+/// Returns the framebuffer that a member owns, creating it if the member is null. The member holds no other
+/// kind.
+ListFramebuffer& provideListFramebuffer(std::unique_ptr<FramebufferObject>& member);
 
 } // namespace Morvane::Qel

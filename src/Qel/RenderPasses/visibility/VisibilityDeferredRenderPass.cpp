@@ -40,9 +40,6 @@ void main()
     vec4 result = vec4(0.0, 0.0, 0.0, 1.0);
     uint pointer;
     initializeVisibilityBufferQuery(vo_TexCoord, pointer);
-    if (!doesVisibilityBufferHaveFragment(pointer)) {
-        discard;
-    }
     vec3 L = normalize(vec3(100.0, 100.0, 100.0));
     float alpha;
     // Software rasterisers run a loop that tests first once more than it has iterations.
@@ -132,6 +129,7 @@ void VisibilityDeferredRenderPass::start(RenderCallbacks* /*callbacks*/)
         return;
     }
 
+    provideListFramebuffer(m_framebuffer);
     provideTargets(m_framebuffer, m_width, m_height, viewport,
                    {{GL_COLOR_ATTACHMENT0, GL_RGBA, GL_BGRA, GL_FLOAT}});
     provideProgram();
@@ -211,6 +209,12 @@ void VisibilityDeferredRenderPass::shade(Texture* headPointers, Texture* nodes, 
     updateBufferTextures(batch);
 
     const AutoDisabler depthTest(GL_DEPTH_TEST);
+    const AutoEnabler stencilTest(GL_STENCIL_TEST);
+    const PooledTexture marks(TextureFormat::Depth24Stencil8, m_inputs[Viewport].value.toRect().size());
+    ListFramebuffer& framebuffer = provideListFramebuffer(m_framebuffer);
+    const AttachedDepth attached(framebuffer, marks.get());
+    framebuffer.keepToLists(headPointers, nodes, m_inputs[NodeBufferWidth].value.toInt(),
+                            headPointers->size());
     const AutoBinder programBinder(m_program.get());
     const BoundSampler headPointerSampler(*m_program, m_headPointerSampler, headPointers, Sampling::Nearest);
     const BoundSampler nodeSampler(*m_program, m_nodeSampler, nodes, Sampling::Nearest);

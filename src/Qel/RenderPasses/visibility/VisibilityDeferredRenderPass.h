@@ -35,7 +35,8 @@ class VertexArrayObject;
 ///
 /// The output is owned by the pass and replaced when the size changes. GL state: uses the clear colour in
 /// force; expects blending, face culling and scissor test disabled and a full colour mask; restores the depth
-/// test.
+/// test and the stencil test. Where it shades, leaves the stencil function at GL_EQUAL, reference 1, and a
+/// full stencil mask.
 class QEL_RENDERPASSES_EXPORT VisibilityDeferredRenderPass : public RenderPassHelper
 {
 public:
