@@ -92,6 +92,7 @@ TEST_F(CameraSpaceZBufferRenderPassTest, EveryLevelHoldsOneOfTheFourTexelsBelow)
             finer = readTexture(pass.texture(), ++level);
             EXPECT_TRUE(equal(finer, expected)) << "level " << level;
         }
+        EXPECT_EQ(pass.texture()->parameter(GL_TEXTURE_BASE_LEVEL), 0);
         EXPECT_EQ(pass.texture()->parameter(GL_TEXTURE_MAX_LEVEL), 1000)
             << "the next borrower gets all levels";
         EXPECT_EQ(pass.texture()->parameter(GL_TEXTURE_MIN_FILTER), GL_NEAREST_MIPMAP_NEAREST);

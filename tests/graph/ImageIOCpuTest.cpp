@@ -285,6 +285,26 @@ TEST_F(ImageIO, DamagedFilesAreRejectedWithOneLine)
     QString error;
     EXPECT_FALSE(readImage(huge.fileName(), &error));
     EXPECT_TRUE(error.contains("200000x200000 pixels, needs more memory")) << qPrintable(error);
+    // The headers of EXR files whose numbers the library would allocate memory by.
+    const ImageFileOptions options{.encoding = Encoding::Linear};
+    ASSERT_TRUE(writeImage({1, 1, {"Z"}, Floats{0.5F}}, path("whole.exr"), &error, options));
+    QFile whole(path("whole.exr"));
+    ASSERT_TRUE(whole.open(QIODevice::ReadOnly));
+    const QByteArray bytes = whole.readAll();
+    const auto expectProblem = [&](const char* attribute, qsizetype offset, const char* message) {
+        QByteArray changed = bytes;
+        // Little-endian 0x40000000 after the names of the attribute and its type.
+        const qsizetype names = changed.indexOf(attribute);
+        const qsizetype value = changed.indexOf('\0', changed.indexOf('\0', names) + 1) + 1;
+        changed.replace(value + offset, 4, QByteArray("\0\0\0\x40", 4));
+        QFile file(path("changed.exr"));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(changed) == bytes.size());
+        file.close();
+        EXPECT_FALSE(readImage(file.fileName(), &error));
+        EXPECT_TRUE(error.contains(message)) << qPrintable(error);
+    };
+    expectProblem("qelEncoding", 0, "qelEncoding");
+    expectProblem("dataWindow", 12, "Invalid data window (0, 0 - 1073741824, 0)");
     EXPECT_FALSE(isReadable("missing.exr"));
     EXPECT_FALSE(isReadable({}));
 }

@@ -10,6 +10,7 @@
 #include <OpenEXR/ImfInputFile.h>
 
 #include <Qel/gl/ExrFrameBuffer.h>
+#include <Qel/gl/ExrHeader.h>
 #include <Qel/gl/HdrReader.h>
 #include <Qel/gl/ImageSize.h>
 
@@ -53,6 +54,9 @@ std::optional<Image> decodeExr(const QString& path, int maxSide, QString* proble
         *problem = cause;
         return std::nullopt;
     };
+    if (const QString cause = exrHeaderProblem(path, maxSide); !cause.isEmpty()) {
+        return fail(cause);
+    }
     Imf::InputFile file(QFile::encodeName(path).constData());
     const Imf::ChannelList& list = file.header().channels();
     bool integer = true;

@@ -21,15 +21,32 @@ constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/CameraSpaceZBuffer
 /// The initial value of GL_TEXTURE_MAX_LEVEL.
 constexpr int allLevels = 1000;
 
+// The matrix is passed on in a flat output, because software rasterisers pay for every uniform that a pixel
+// reads.
+const QString vertexSource = uR"(#version 150
+in vec3 va_Vertex;
+in vec2 va_TexCoord;
+uniform mat4 u_InvProjMatrix;
+noperspective out vec2 vo_TexCoord;
+flat out mat4 vo_InvProjMatrix;
+
+void main()
+{
+    gl_Position = vec4(va_Vertex, 1.0);
+    vo_TexCoord = va_TexCoord;
+    vo_InvProjMatrix = u_InvProjMatrix;
+}
+)"_s;
+
 const QString fragmentSource = uR"(#version 150
 uniform sampler2D u_SamplerDepth;
-uniform mat4 u_InvProjMatrix;
-in vec2 vo_TexCoord;
+noperspective in vec2 vo_TexCoord;
+flat in mat4 vo_InvProjMatrix;
 out vec4 out_FragColor;
 
 vec3 positionFromDepth(vec2 uv, float d)
 {
-    vec4 p = u_InvProjMatrix * vec4(uv * 2.0 - 1.0, 2.0 * d - 1.0, 1.0);
+    vec4 p = vo_InvProjMatrix * vec4(uv * 2.0 - 1.0, 2.0 * d - 1.0, 1.0);
     return p.xyz / p.w;
 }
 
@@ -40,17 +57,29 @@ void main()
 }
 )"_s;
 
+const QString levelVertexSource = uR"(#version 150
+in vec3 va_Vertex;
+uniform vec2 u_TexelSize;              // of the next finer level, as a fraction of it
+flat out vec2 vo_TexelSize;
+
+void main()
+{
+    gl_Position = vec4(va_Vertex, 1.0);
+    vo_TexelSize = u_TexelSize;
+}
+)"_s;
+
 const QString levelFragmentSource = uR"(#version 150
-uniform sampler2D u_Positions;
-uniform int u_FinerLevel;
+uniform sampler2D u_Positions;         // has only the next finer level
+flat in vec2 vo_TexelSize;
 out vec4 out_FragColor;
 
 void main()
 {
     ivec2 texel = ivec2(gl_FragCoord.xy);
     ivec2 chosen = texel * 2 + ivec2((texel.y & 1) ^ 1, (texel.x & 1) ^ 1);
-    ivec2 last = textureSize(u_Positions, u_FinerLevel) - 1;
-    out_FragColor = texelFetch(u_Positions, min(chosen, last), u_FinerLevel);
+    // Not texelFetch, which costs software rasterisers more, and which would not be clamped to the edge.
+    out_FragColor = texture(u_Positions, (vec2(chosen) + 0.5) * vo_TexelSize);
 }
 )"_s;
 
@@ -121,9 +150,12 @@ void CameraSpaceZBufferRenderPass::start(RenderCallbacks* /*callbacks*/)
 void CameraSpaceZBufferRenderPass::buildPrograms()
 {
     GLSLMacroProcessor macroProcessor;
-    buildScreenProgram(provide(m_program), {.fragment = fragmentSource, .macroProcessor = &macroProcessor});
+    buildScreenProgram(
+        provide(m_program),
+        {.fragment = fragmentSource, .vertex = vertexSource, .macroProcessor = &macroProcessor});
     checkGLError(sourceFile, 116);
-    buildScreenProgram(provide(m_levelProgram), {.fragment = levelFragmentSource});
+    buildScreenProgram(provide(m_levelProgram),
+                       {.fragment = levelFragmentSource, .vertex = levelVertexSource});
     provideScreenBatch(m_fullScreenBatch, *m_program, Screen::Triangle);
     checkGLError(sourceFile, 117);
 }
@@ -150,17 +182,22 @@ void CameraSpaceZBufferRenderPass::fillLevels(Texture& positions)
     positions.setFilter(GL_NEAREST_MIPMAP_NEAREST, GL_NEAREST);
     const AutoBinder framebufferBinder(&provide(m_levelFramebuffer));
     const AutoBinder programBinder(m_levelProgram.get());
-    const BoundSampler finerLevels(*m_levelProgram, m_positions, &positions, Sampling::NearestMipmap);
+    const BoundSampler finerLevels(*m_levelProgram, m_positions, &positions, Sampling::Nearest);
     const AutoBinder batchBinder(m_fullScreenBatch.data());
+    QSize size = positions.size();
     for (int level = 1; level < positions.levels(); ++level) {
         // A level must not be sampled while it is drawn into.
+        positions.setParameter(GL_TEXTURE_BASE_LEVEL, level - 1);
         positions.setParameter(GL_TEXTURE_MAX_LEVEL, level - 1);
         m_levelFramebuffer->attach(&positions, GL_COLOR_ATTACHMENT0, level);
         m_levelFramebuffer->setDrawBuffers();
-        m_levelProgram->setUniform(m_finerLevel, level - 1);
+        m_levelProgram->setUniform(m_texelSize, QVector2D(1.0F / static_cast<float>(size.width()),
+                                                          1.0F / static_cast<float>(size.height())));
         m_fullScreenBatch->draw();
+        size = QSize(size.width() / 2, size.height() / 2).expandedTo(QSize(1, 1));
     }
     m_levelFramebuffer->detach(GL_COLOR_ATTACHMENT0);
+    positions.setParameter(GL_TEXTURE_BASE_LEVEL, 0);
     positions.setParameter(GL_TEXTURE_MAX_LEVEL, allLevels);
 }
 

@@ -71,7 +71,7 @@ private:
     Uniform m_samplerDepth{"u_SamplerDepth"};
     Uniform m_invProjMatrix{"u_InvProjMatrix"};
     Uniform m_positions{"u_Positions"};
-    Uniform m_finerLevel{"u_FinerLevel"};
+    Uniform m_texelSize{"u_TexelSize"};
 };
 
 } // namespace Morvane::Qel

@@ -31,28 +31,18 @@ vec3 positionFromDepth(vec2 uv, float depth)
 }
 )"_s;
 
-// The mip level of a tap is computed from its radius as a fraction of the frame, not in pixels as published.
-// Deliberate: the level is therefore always 0 unless the offset is negative. Deliberate too: radius2, which
-// nothing reads, and the compiled-in defaults, which the uniforms always override. Normals from the texture
-// are normalised in both modes.
+// What is the same for all pixels is computed here and passed on in flat outputs, because software
+// rasterisers pay for every uniform that a pixel reads.
 //
-// max(0.0, x) returns 0 if x is NaN, as with a radius of 0; max(x, 0.0) does not.
-//
-// Software rasterisers pay for both sides of a branch, for at least one iteration of a loop and, for every
-// pixel, for each uniform that is read. Therefore depth and positions share their fetches and one loop, and
-// what the loop needs is computed ahead of it.
-const QString fragmentSource = uR"(#version 400
-#ifdef GL_ARB_gpu_shader5
-#extension GL_ARB_gpu_shader5 : enable
-#endif
-#define gl_FragColor out_FragColor
+// Deliberate: radius2 and u_CalculateCSPosition, which nothing reads, and the compiled-in defaults, which the
+// uniforms always override.
+const QString vertexSource = uR"(#version 150
 #define NUM_SAMPLES 7
 #define LOG_MAX_OFFSET 3
 #define NUM_SPIRAL_TURNS 3
-#define MAX_MIP_LEVEL 5
-#define FAR_PLANE_Z -1e6
 
-uniform sampler2D CS_Z_buffer;         // depth or eye-space positions
+in vec3 va_Vertex;
+in vec2 va_TexCoord;
 uniform mat4 u_Camera;
 uniform float projScale;               // size in pixels of one scene unit at distance 1
 uniform float radius;
@@ -67,14 +57,70 @@ uniform float u_NumSamples = float(NUM_SAMPLES);
 uniform int u_LogMaxOffset = LOG_MAX_OFFSET;
 uniform float u_NumSpiralTurns = float(NUM_SPIRAL_TURNS);
 uniform float u_TapTangent;            // of half the angle between two taps
-in vec2 vo_TexCoord;
+uniform vec2 u_DepthSize;              // in pixels
+noperspective out vec2 vo_TexCoord;
+flat out mat3 vo_NormalMatrix;         // from world space to eye space
+flat out vec2 vo_Samples;              // their number and one divided by it
+flat out vec4 vo_Spiral;               // angle by which it turns, of the first tap; cosine, sine between taps
+flat out vec2 vo_Disk;                 // radius in pixels times z; offset of mip levels
+flat out vec3 vo_Occlusion;            // -1 / radius^2, -bias, intensity
+flat out vec4 vo_DepthSize;            // in pixels, and one divided by it
+flat out vec4 vo_Ray;                  // x and y of the ray through a pixel are pixel * xy + zw
+flat out vec3 vo_Distance;             // of a depth: x / (y * depth + z)
+
+void main()
+{
+    gl_Position = vec4(va_Vertex, 1.0);
+    vo_TexCoord = va_TexCoord;
+    vo_NormalMatrix = transpose(inverse(mat3(u_Camera)));
+    vo_Samples = vec2(u_NumSamples, 1.0 / u_NumSamples);
+    float angle = u_NumSpiralTurns * 6.28; // deliberate: not 2 pi
+    float t = u_TapTangent;
+    vo_Spiral = vec4(angle, 0.5 * angle / u_NumSamples, vec2(1.0 - t * t, 2.0 * t) / (1.0 + t * t));
+    vo_Disk = vec2(-projScale * radius, float(u_LogMaxOffset));
+    vo_Occlusion = vec3(-invRadius2, -bias, intensity);
+    vo_DepthSize = vec4(u_DepthSize, 1.0 / u_DepthSize);
+    vo_Ray = -u_ProjInfo;
+    vo_Distance = -u_ClipInfo;
+}
+)"_s;
+
+// %1 is whether CS_Z_buffer holds depths instead of eye-space positions, %2 whether taps read its coarser mip
+// levels. A program that chose by uniforms would cost software rasterisers both sides of each choice.
+//
+// The mip level of a tap is computed from its radius as a fraction of the frame, not in pixels as published.
+// Deliberate: the level is therefore always 0 unless the offset is negative. Normals from the texture are
+// normalised in both modes.
+//
+// max(0.0, x) returns 0 if x is NaN, as with a radius of 0; max(x, 0.0) does not.
+const QString fragmentSource = uR"(#version 400
+#ifdef GL_ARB_gpu_shader5
+#extension GL_ARB_gpu_shader5 : enable
+#endif
+#define gl_FragColor out_FragColor
+#define MAX_MIP_LEVEL 5
+#define FAR_PLANE_Z -1e6
+
+const bool isDepth = %1;
+const bool readsCoarseLevels = %2;
+
+uniform sampler2D CS_Z_buffer;         // depth or eye-space positions
+noperspective in vec2 vo_TexCoord;
+flat in mat3 vo_NormalMatrix;
+flat in vec2 vo_Samples;
+flat in vec4 vo_Spiral;
+flat in vec2 vo_Disk;
+flat in vec3 vo_Occlusion;
+flat in vec4 vo_DepthSize;
+flat in vec4 vo_Ray;
+flat in vec3 vo_Distance;
 out vec4 out_FragColor;
 
 #if defined(NORMAL_TRANSPOSE_INVERT)
 uniform sampler2D u_Normals;
 vec3 normalAt(vec3 position)
 {
-    return normalize(transpose(inverse(mat3(u_Camera))) * texture(u_Normals, vo_TexCoord).xyz);
+    return normalize(vo_NormalMatrix * texture(u_Normals, vo_TexCoord).xyz);
 }
 #elif defined(NORMAL_SCREENSPACE)
 uniform sampler2D u_Normals;
@@ -92,22 +138,19 @@ vec3 normalAt(vec3 position)
 #error Not know Normal processing
 #endif
 
-// Reconstructs positions from depths, as rays * distance.
-struct Unprojection
+float depthAt(vec2 place, float level)
 {
-    vec4 ray;                              // x and y of the ray are uv * ray.xy + ray.zw
-    vec3 depth;                            // the distance is depth.x / (depth.y * d + depth.z)
-};
-
-Unprojection unprojection(ivec2 size)
-{
-    return Unprojection(-u_ProjInfo * vec4(size, 1.0, 1.0), -u_ClipInfo);
+    return textureLod(CS_Z_buffer, place * vo_DepthSize.zw, level).x;
 }
 
-vec3 positionOf(vec2 uv, float depth, Unprojection u)
+// The eye-space position at a place, see main.
+vec3 positionAt(vec2 place, float level)
 {
-    float z = u.depth.x / (u.depth.y * depth + u.depth.z);
-    return vec3((uv * u.ray.xy + u.ray.zw) * z, -z);
+    if (!isDepth) {
+        return textureLod(CS_Z_buffer, place, level).xyz;
+    }
+    float z = vo_Distance.x / (vo_Distance.y * depthAt(place, level) + vo_Distance.z);
+    return vec3((place * vo_Ray.xy + vo_Ray.zw) * z, -z);
 }
 
 // The mip level of a tap whose radius is this fraction of the frame.
@@ -118,14 +161,14 @@ float mipLevel(float tapFraction)
 #else
     float magnitude = floor(log2(tapFraction));
 #endif
-    return clamp(magnitude - float(u_LogMaxOffset), 0.0, float(MAX_MIP_LEVEL));
+    return clamp(magnitude - vo_Disk.y, 0.0, float(MAX_MIP_LEVEL));
 }
 
 // The distance between floats of the size of x.
 float resolution(float x)
 {
 #ifdef GL_ARB_gpu_shader5
-    return intBitsToFloat(floatBitsToInt(x) & 0x7f800000) / 8388608.0;
+    return intBitsToFloat(floatBitsToInt(x) & 0x7f800000) * (1.0 / 8388608.0);
 #else
     return exp2(floor(log2(x)) - 23.0);
 #endif
@@ -141,9 +184,8 @@ vec2 rotated(vec2 v, vec2 angle)
 struct Spiral
 {
     vec2 direction;                        // of the next tap
-    vec2 tapRotation;                      // cosine and sine of the angle between two taps
-    float angle;                           // by which the spiral turns, in radians
-    float angleStep;                       // to multiples of which angles are rounded
+    float angleStep;                       // to multiples of which angles are rounded, in radians
+    float stepsPerRadian;
     float diskRadius;                      // in pixels
 };
 
@@ -160,11 +202,8 @@ Spiral spiralAt(ivec2 pixel, float diskRadius)
     // the far corners of large frames, all spirals would lie in the same few directions: there, nothing is
     // rounded.
     float angleStep = resolution(tenth < (1 << 21) / 10 ? max(10.0 * float(tenth), 1.0) : 1.0);
-    float angle = u_NumSpiralTurns * 6.28; // deliberate: not 2 pi
-    float firstTap = start + 0.5 * angle / u_NumSamples;
-    float t = u_TapTangent;
-    vec2 tapRotation = vec2(1.0 - t * t, 2.0 * t) / (1.0 + t * t);
-    return Spiral(vec2(cos(firstTap), sin(firstTap)), tapRotation, angle, angleStep, diskRadius);
+    float firstTap = start + vo_Spiral.y;
+    return Spiral(vec2(cos(firstTap), sin(firstTap)), angleStep, 1.0 / angleStep, diskRadius);
 }
 
 // A tap: its offset from the centre in pixels and the mip level to read.
@@ -177,61 +216,48 @@ struct Tap
 // The tap at alpha, from 0 in the centre to 1 at the rim. The spiral is turned to the next one.
 Tap nextTap(inout Spiral spiral, float alpha, float pixelWidth)
 {
-    float angle = alpha * spiral.angle;
-    float rounding = roundEven(angle / spiral.angleStep) * spiral.angleStep - angle;
+    float angle = alpha * vo_Spiral.x;
+    float rounding = roundEven(angle * spiral.stepsPerRadian) * spiral.angleStep - angle;
     // Two terms of the series of cosine and sine suffice, because the rounding is at most 1 / 16.
     vec2 correction = vec2(1.0 - 0.5 * rounding * rounding,
-                           rounding - rounding * rounding * rounding / 6.0);
+                           rounding - rounding * rounding * rounding * (1.0 / 6.0));
     vec2 direction = rotated(spiral.direction, correction);
-    spiral.direction = rotated(spiral.direction, spiral.tapRotation);
+    spiral.direction = rotated(spiral.direction, vo_Spiral.zw);
     float tapRadius = alpha * spiral.diskRadius;
-    return Tap(tapRadius * direction, mipLevel(tapRadius * pixelWidth));
+    return Tap(tapRadius * direction, readsCoarseLevels ? mipLevel(tapRadius * pixelWidth) : 0.0);
 }
 
 // A quarter of a tap's contribution; the factor 4 is applied to the sum.
-float contribution(vec3 v, vec3 n, float negativeInvRadius2, float negativeBias)
+float contribution(vec3 v, vec3 n)
 {
-    return max(0.0, 1.0 + dot(v, v) * negativeInvRadius2) * max(0.0, dot(v, n) + negativeBias);
+    return max(0.0, 1.0 + dot(v, v) * vo_Occlusion.x) * max(0.0, dot(v, n) + vo_Occlusion.y);
 }
 
 void main()
 {
-    ivec2 pixel = ivec2(gl_FragCoord.xy);
-    ivec2 size = textureSize(CS_Z_buffer, 0);
-    vec2 texelSize = 1.0 / vec2(size);
-    Unprojection u = unprojection(size);
-    // The texels of a depth texture belong to the pixels; positions may have any size.
-    bool isDepth = u_CalculateCSPosition;
     vec2 pixelSize = fwidth(vo_TexCoord);
-    vec2 uvStep = isDepth ? texelSize : pixelSize;
-    vec2 uv = isDepth ? (vec2(pixel) + 0.5) * texelSize : vo_TexCoord;
-
-    vec3 texel = textureLod(CS_Z_buffer, uv, 0.0).xyz;
-    vec3 P = isDepth ? positionOf(uv, texel.x, u) : texel;
+    // Places in a depth texture are pixels, those in positions, which may have any size, fractions.
+    vec2 place = isDepth ? gl_FragCoord.xy : vo_TexCoord;
+    vec3 P = positionAt(place, 0.0);
     vec3 n = normalAt(P);
-    bool isBackground = P.z < FAR_PLANE_Z || (isDepth && texel.x == 1.0);
+    bool isBackground = P.z < FAR_PLANE_Z || (isDepth && depthAt(place, 0.0) == 1.0);
     // Without a normal, no tap counts.
-    float numSamples = isBackground || isnan(n.x) ? 0.0 : u_NumSamples;
+    float numSamples = isBackground || isnan(n.x) ? 0.0 : vo_Samples.x;
 
     float A = 1.0;
     if (numSamples > 0.0) {
-        Spiral spiral = spiralAt(pixel, -projScale * radius / P.z);
-        float alphaStep = 1.0 / u_NumSamples;
-        // Negated here, because the compiler would move a mere copy of a uniform into the loop.
-        float negativeInvRadius2 = -invRadius2;
-        float negativeBias = -bias;
+        Spiral spiral = spiralAt(ivec2(gl_FragCoord.xy), vo_Disk.x / P.z);
         float sum = 0.0;
         float i = 0.5;
         do {
-            Tap tap = nextTap(spiral, i * alphaStep, pixelSize.x);
-            vec2 offset = isDepth ? trunc(tap.offset) : tap.offset;
-            vec2 tapUV = clamp(uv + offset * uvStep, 0.5 * texelSize, 1.0 - 0.5 * texelSize);
-            vec3 tapTexel = textureLod(CS_Z_buffer, tapUV, tap.level).xyz;
-            vec3 Q = isDepth ? positionOf(tapUV, tapTexel.x, u) : tapTexel;
-            sum += contribution(Q - P, n, negativeInvRadius2, negativeBias);
+            Tap tap = nextTap(spiral, i * vo_Samples.y, pixelSize.x);
+            vec2 tapPlace = isDepth ? clamp(place + trunc(tap.offset), vec2(0.5), vo_DepthSize.xy - 0.5)
+                                    : place + tap.offset * pixelSize;
+            vec3 Q = positionAt(tapPlace, tap.level);
+            sum += contribution(Q - P, n);
             i += 1.0;
         } while (i < numSamples);
-        A = max(0.0, 1.0 - 4.0 * sum * intensity * 5.0 / u_NumSamples);
+        A = max(0.0, 1.0 - 4.0 * sum * vo_Occlusion.z * 5.0 / vo_Samples.x);
     }
     gl_FragColor = vec4(A, A, A, 1.0);
 }
@@ -357,7 +383,7 @@ ScalableAmbientObscuranceRenderPass::~ScalableAmbientObscuranceRenderPass() = de
 
 void ScalableAmbientObscuranceRenderPass::setNormalProcessing(NormalProcessing processing)
 {
-    if (m_shaderProgram) {
+    if (m_isNormalProcessingFixed) {
         logFailedCheck(sourceFile, __LINE__, "NULL == m_shaderProgram",
                        u"Do not set the normal processing once a shader has been created."_s);
     }
@@ -374,10 +400,12 @@ void ScalableAmbientObscuranceRenderPass::start(RenderCallbacks* /*callbacks*/)
 
     updateSize();
     const PooledTarget target(provide(m_framebuffer), TextureFormat::RGBA16F, {m_width, m_height});
-    provideProgram(normals != nullptr);
+    fixNormalProcessing(normals != nullptr);
+    const bool readsLevels = readsCoarseLevels();
+    ShaderProgram& program = provideProgram(!positions, readsLevels);
     clearTarget();
     if (depth) {
-        draw(depth, positions, normals);
+        draw(program, depth, positions, normals, readsLevels);
     }
     m_outputs[Frame].value = target.publish(m_outputs[Frame].users);
 }
@@ -391,11 +419,13 @@ void ScalableAmbientObscuranceRenderPass::updateSize()
     m_height = truncated(static_cast<float>(viewport.height()) / divider);
 }
 
-void ScalableAmbientObscuranceRenderPass::provideProgram(bool hasNormals)
+/// Decides on the first frame where normals come from, for all programs.
+void ScalableAmbientObscuranceRenderPass::fixNormalProcessing(bool hasNormals)
 {
-    if (m_shaderProgram) {
+    if (m_isNormalProcessingFixed) {
         return;
     }
+    m_isNormalProcessingFixed = true;
     const QString enabled = u"1"_s;
     if (!hasNormals) {
         m_macroProcessor.addDefine(u"NORMAL_CALCULATE"_s, enabled);
@@ -404,19 +434,31 @@ void ScalableAmbientObscuranceRenderPass::provideProgram(bool hasNormals)
     } else if (m_normalProcessing == NORMAL_SCREENSPACE) {
         m_macroProcessor.addDefine(u"NORMAL_SCREENSPACE"_s, enabled);
     }
-    QString source = fragmentSource;
+}
+
+/// Returns the program for an input and for whether taps may read its coarser mip levels.
+ShaderProgram& ScalableAmbientObscuranceRenderPass::provideProgram(bool isDepth, bool readsLevels)
+{
+    const size_t index = (isDepth ? 1U : 0U) + (readsLevels ? 2U : 0U);
+    std::unique_ptr<ShaderProgram>& member = m_programs.at(index);
+    if (member) {
+        return *member;
+    }
+    const auto literal = [](bool value) { return value ? u"true"_s : u"false"_s; };
+    QString source = fragmentSource.arg(literal(isDepth), literal(readsLevels));
     if (OpenGLDeviceContext::current()->version() < 40) {
         // Only the code guarded by the extension needs more than version 150.
         source.replace(u"#version 400"_s, u"#version 150"_s);
     }
-    ShaderProgram& program = provide(m_shaderProgram);
+    ShaderProgram& program = provide(member);
     program.setMacroProcessor(&m_macroProcessor);
     program.setFragDataLocations({u"out_FragColor"_s});
-    program.addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
+    program.addShader(GL_VERTEX_SHADER, vertexSource, {});
     program.addShader(GL_FRAGMENT_SHADER, positionSource, {});
     program.addShader(GL_FRAGMENT_SHADER, source, {});
     buildProgram(program);
     provideScreenBatch(m_fullScreenQuad, program, Screen::Quad);
+    return program;
 }
 
 /// Clears the target to unoccluded. Needed in every case: without a usable depth texture nothing is drawn
@@ -428,18 +470,19 @@ void ScalableAmbientObscuranceRenderPass::clearTarget()
     glClearColor(0.0F, 0.0F, 0.0F, 0.0F);
 }
 
-void ScalableAmbientObscuranceRenderPass::draw(Texture* depth, Texture* positions, Texture* normals)
+void ScalableAmbientObscuranceRenderPass::draw(ShaderProgram& program, Texture* depth, Texture* positions,
+                                               Texture* normals, bool readsLevels)
 {
     m_framebuffer->attach(depth, depthAttachment(*depth), 0);
     m_framebuffer->setDrawBuffers();
     // Not the size of the target: that is 1 x 1 for an empty viewport, for which nothing is drawn.
     OpenGLDeviceContext::current()->setViewport(0, 0, m_width, m_height);
     const AutoDisabler depthTestDisabler(GL_DEPTH_TEST);
-    const AutoBinder programBinder(m_shaderProgram.get());
-    const BoundSampler positionSampler(*m_shaderProgram, m_positionSampler, positions ? positions : depth,
-                                       readsCoarseLevels() ? Sampling::NearestMipmap : Sampling::Nearest);
-    const BoundSampler normalSampler(*m_shaderProgram, m_normalSampler, normals, Sampling::Nearest);
-    setUniforms(positions != nullptr);
+    const AutoBinder programBinder(&program);
+    const BoundSampler positionSampler(program, m_positionSampler, positions ? positions : depth,
+                                       readsLevels ? Sampling::NearestMipmap : Sampling::Nearest);
+    const BoundSampler normalSampler(program, m_normalSampler, normals, Sampling::Nearest);
+    setUniforms(program, depth->size(), positions != nullptr);
 
     // Deliberate: the stencil is configured, but the test stays off, so it has no effect.
     glDepthMask(GL_FALSE);
@@ -467,7 +510,8 @@ bool ScalableAmbientObscuranceRenderPass::readsCoarseLevels() const
     return offset < -1 || !(std::abs(widest) < std::exp2(static_cast<float>(offset + 1)));
 }
 
-void ScalableAmbientObscuranceRenderPass::setUniforms(bool hasPositions)
+void ScalableAmbientObscuranceRenderPass::setUniforms(ShaderProgram& program, const QSize& depthSize,
+                                                      bool hasPositions)
 {
     const auto projection = m_inputs[ProjectionMatrix].value.value<QMatrix4x4>();
     const auto number = [this](InputPort port) { return m_inputs[port].value.toFloat(); };
@@ -476,7 +520,6 @@ void ScalableAmbientObscuranceRenderPass::setUniforms(bool hasPositions)
     const float farPlane = number(FarPlane);
     const float radius = number(SAORadius);
 
-    ShaderProgram& program = *m_shaderProgram;
     program.setUniform(m_camera, m_inputs[CameraMatrix].value.value<QMatrix4x4>());
     program.setUniform(m_projScale, 0.5F * projection(1, 1) * static_cast<float>(m_height));
     program.setUniform(m_radius, radius);
@@ -499,6 +542,8 @@ void ScalableAmbientObscuranceRenderPass::setUniforms(bool hasPositions)
     program.setUniform(m_logMaxOffset, whole(SaoNumLogMaxOffset));
     program.setUniform(m_numSpiralTurns, static_cast<float>(numTurns));
     program.setUniform(m_tapTangent, static_cast<float>(std::tan(3.14 * numTurns / std::max(numSamples, 1))));
+    program.setUniform(m_depthSize, QVector2D(static_cast<float>(depthSize.width()),
+                                              static_cast<float>(depthSize.height())));
 }
 
 } // namespace Morvane::Qel

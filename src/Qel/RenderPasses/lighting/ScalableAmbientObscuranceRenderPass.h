@@ -1,7 +1,9 @@
 #pragma once
 
 #include <QSharedPointer>
+#include <QSize>
 
+#include <array>
 #include <memory>
 
 #include <Qel/RenderPasses/Export.h>
@@ -107,18 +109,20 @@ public:
 
 private:
     void updateSize();
-    void provideProgram(bool hasNormals);
+    void fixNormalProcessing(bool hasNormals);
+    ShaderProgram& provideProgram(bool isDepth, bool readsLevels);
     void clearTarget();
-    void draw(Texture* depth, Texture* positions, Texture* normals);
+    void draw(ShaderProgram& program, Texture* depth, Texture* positions, Texture* normals, bool readsLevels);
     bool readsCoarseLevels() const;
-    void setUniforms(bool hasPositions);
+    void setUniforms(ShaderProgram& program, const QSize& depthSize, bool hasPositions);
 
     std::unique_ptr<FramebufferObject> m_framebuffer;
-    std::unique_ptr<ShaderProgram> m_shaderProgram;
+    std::array<std::unique_ptr<ShaderProgram>, 4> m_programs;
     QSharedPointer<DrawBuffers> m_fullScreenQuad;
     int m_width = 0;
     int m_height = 0;
     NormalProcessing m_normalProcessing = NORMAL_TRANSPOSE_INVERT;
+    bool m_isNormalProcessingFixed = false;
     GLSLMacroProcessor m_macroProcessor;
     Uniform m_positionSampler{"CS_Z_buffer"};
     Uniform m_normalSampler{"u_Normals"};
@@ -136,6 +140,7 @@ private:
     Uniform m_logMaxOffset{"u_LogMaxOffset"};
     Uniform m_numSpiralTurns{"u_NumSpiralTurns"};
     Uniform m_tapTangent{"u_TapTangent"};
+    Uniform m_depthSize{"u_DepthSize"};
 };
 
 } // namespace Morvane::Qel
