@@ -76,11 +76,9 @@ struct GPUModel::Private
         return [=](const Batch& batch) { return batch.opacity == opacity; };
     }
 
-    void draw(ShaderProgram* program, TextureManager* textureManager, unsigned long long value,
-              unsigned long long mask, unsigned int winding);
     template<class IsSelected>
-    void drawIf(const IsSelected& isSelected, ShaderProgram* program, TextureManager* textureManager,
-                unsigned int winding);
+    void draw(ShaderProgram* program, TextureManager* textureManager, const IsSelected& isSelected,
+              unsigned int winding);
 
     std::vector<Batch> batches;
     DrawIdUniforms drawIds;
@@ -149,30 +147,25 @@ void GPUModel::draw(ShaderProgram* program, unsigned long long value, unsigned l
                     WindingType winding)
 {
     OpenGLDeviceContext::current()->setFrontFace(frontFace(winding));
-    d->draw(program, nullptr, value, mask, frontFace(winding));
+    d->draw(program, nullptr, Private::matching(value, mask), frontFace(winding));
 }
 
 void GPUModel::draw(ShaderProgram* program, Opacity opacity, WindingType winding)
 {
     OpenGLDeviceContext::current()->setFrontFace(frontFace(winding));
-    d->drawIf(Private::ofOpacity(opacity), program, nullptr, frontFace(winding));
+    d->draw(program, nullptr, Private::ofOpacity(opacity), frontFace(winding));
 }
 
 void GPUModel::draw(ShaderProgram* program, TextureManager* textureManager, unsigned long long value,
                     unsigned long long mask)
 {
-    d->draw(program, textureManager, value, mask, OpenGLDeviceContext::current()->frontFace());
-}
-
-void GPUModel::Private::draw(ShaderProgram* program, TextureManager* textureManager, unsigned long long value,
-                             unsigned long long mask, unsigned int winding)
-{
-    drawIf(matching(value, mask), program, textureManager, winding);
+    d->draw(program, textureManager, Private::matching(value, mask),
+            OpenGLDeviceContext::current()->frontFace());
 }
 
 template<class IsSelected>
-void GPUModel::Private::drawIf(const IsSelected& isSelected, ShaderProgram* program,
-                               TextureManager* textureManager, unsigned int winding)
+void GPUModel::Private::draw(ShaderProgram* program, TextureManager* textureManager,
+                             const IsSelected& isSelected, unsigned int winding)
 {
     if (program == nullptr || !program->isValid()) {
         return;

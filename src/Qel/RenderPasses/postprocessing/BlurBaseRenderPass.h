@@ -49,8 +49,6 @@ protected:
     {
         /// An image of the target's size.
         SameSize,
-        /// Treated like SameSize.
-        Sparse [[deprecated("use SameSize")]],
         /// An image of another size than the target.
         Resized
     };

@@ -86,8 +86,7 @@ ImageBinder::~ImageBinder()
     glBindImageTexture(m_unit, 0, 0, GL_FALSE, 0, m_access, m_format);
 }
 
-void ListFramebuffer::keepToLists(Texture* headPointers, Texture* nodes, int nodeBufferWidth,
-                                  const QSize& size)
+void ListMask::apply(Texture* headPointers, Texture* nodes, int nodeBufferWidth, const QSize& size)
 {
     provideScreenProgram(m_program, m_fullScreenBatch, {markSource});
     OpenGLDeviceContext* context = OpenGLDeviceContext::current();
@@ -108,14 +107,6 @@ void ListFramebuffer::keepToLists(Texture* headPointers, Texture* nodes, int nod
     }
     glStencilFunc(GL_EQUAL, 1, ~0U);
     glStencilOp(GL_KEEP, GL_KEEP, GL_KEEP);
-}
-
-ListFramebuffer& provideListFramebuffer(std::unique_ptr<FramebufferObject>& member)
-{
-    if (!member) {
-        member = std::make_unique<ListFramebuffer>(nullptr);
-    }
-    return static_cast<ListFramebuffer&>(*member);
 }
 
 } // namespace Morvane::Qel

@@ -4,9 +4,9 @@
 #include <QSize>
 #include <QStringList>
 
+#include <cstddef>
 #include <memory>
 
-#include <Qel/gl/FramebufferObject.h>
 #include <Qel/gl/ShaderProgram.h>
 #include <Qel/gl/Texture.h>
 
@@ -40,18 +40,19 @@ private:
     unsigned int m_format;
 };
 
-/// A framebuffer that can keep draws to the pixels that have a list. Software rasterisers execute a whole
+/// Keeps draws to the pixels that have a list, through the stencil test. Software rasterisers execute a whole
 /// stage for the others too, unless the stencil test removes them first, which needs a stage without discard.
-class ListFramebuffer : public FramebufferObject
+class ListMask
 {
 public:
-    using FramebufferObject::FramebufferObject;
+    /// For provide().
+    explicit ListMask(std::nullptr_t) {}
 
-    /// Lets only pixels with a list pass until the stencil test is disabled, by marking them in the attached
-    /// stencil. Head pointer (x, y) is that of pixel (x, y) in a frame of `size` pixels, which may have more;
-    /// a pixel whose head pointer names no node has no list. Call it while the framebuffer is bound. Leaves
-    /// the depth test disabled and the stencil mask full.
-    void keepToLists(Texture* headPointers, Texture* nodes, int nodeBufferWidth, const QSize& size);
+    /// Marks the pixels with a list in the stencil of the framebuffer that is bound, and lets only those pass
+    /// until the stencil test is disabled. Head pointer (x, y) is that of pixel (x, y) in a frame of `size`
+    /// pixels, which may have more; a pixel whose head pointer names no node has no list. Leaves the depth
+    /// test disabled and the stencil mask full.
+    void apply(Texture* headPointers, Texture* nodes, int nodeBufferWidth, const QSize& size);
 
 private:
     std::unique_ptr<ShaderProgram> m_program;
@@ -61,9 +62,5 @@ private:
     Uniform m_nodeBufferWidth{"u_SamplerNodeBufferWidth"};
     Uniform m_size{"u_Size"};
 };
-
-/// Returns the framebuffer that a member owns, creating it if the member is null. The member holds no other
-/// kind.
-ListFramebuffer& provideListFramebuffer(std::unique_ptr<FramebufferObject>& member);
 
 } // namespace Morvane::Qel

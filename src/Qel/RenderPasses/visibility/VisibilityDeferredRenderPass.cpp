@@ -129,7 +129,6 @@ void VisibilityDeferredRenderPass::start(RenderCallbacks* /*callbacks*/)
         return;
     }
 
-    provideListFramebuffer(m_framebuffer);
     provideTargets(m_framebuffer, m_width, m_height, viewport,
                    {{GL_COLOR_ATTACHMENT0, GL_RGBA, GL_BGRA, GL_FLOAT}});
     provideProgram();
@@ -211,10 +210,9 @@ void VisibilityDeferredRenderPass::shade(Texture* headPointers, Texture* nodes, 
     const AutoDisabler depthTest(GL_DEPTH_TEST);
     const AutoEnabler stencilTest(GL_STENCIL_TEST);
     const PooledTexture marks(TextureFormat::Depth24Stencil8, m_inputs[Viewport].value.toRect().size());
-    ListFramebuffer& framebuffer = provideListFramebuffer(m_framebuffer);
-    const AttachedDepth attached(framebuffer, marks.get());
-    framebuffer.keepToLists(headPointers, nodes, m_inputs[NodeBufferWidth].value.toInt(),
-                            headPointers->size());
+    const AttachedDepth attached(*m_framebuffer, marks.get());
+    provide(m_listMask)
+        .apply(headPointers, nodes, m_inputs[NodeBufferWidth].value.toInt(), headPointers->size());
     const AutoBinder programBinder(m_program.get());
     const BoundSampler headPointerSampler(*m_program, m_headPointerSampler, headPointers, Sampling::Nearest);
     const BoundSampler nodeSampler(*m_program, m_nodeSampler, nodes, Sampling::Nearest);

@@ -15,6 +15,7 @@ namespace Morvane::Qel {
 class DrawBuffers;
 class FramebufferObject;
 class GPUModel;
+class ListMask;
 class Texture;
 class VertexArrayObject;
 
@@ -77,6 +78,7 @@ private:
     void setMatrices();
 
     std::unique_ptr<FramebufferObject> m_framebuffer;
+    std::unique_ptr<ListMask> m_listMask;
     std::unique_ptr<ShaderProgram> m_program;
     QSharedPointer<DrawBuffers> m_fullScreenBatch;
     /// Buffer textures over the model's buffers.

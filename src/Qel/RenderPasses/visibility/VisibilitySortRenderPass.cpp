@@ -273,7 +273,7 @@ void VisibilitySortRenderPass::sort(Texture* headPointers, Texture* nodes, int n
 {
     provideProgram();
     const QSize size = m_inputs[Viewport].value.toRect().size();
-    ListFramebuffer& framebuffer = provideListFramebuffer(m_framebuffer);
+    FramebufferObject& framebuffer = provide(m_framebuffer);
     const bool keepsToLists = m_program == m_builtinProgram.get();
     const PooledTexture marks =
         keepsToLists ? PooledTexture(TextureFormat::Depth24Stencil8, size) : PooledTexture();
@@ -283,7 +283,7 @@ void VisibilitySortRenderPass::sort(Texture* headPointers, Texture* nodes, int n
     // Software rasterisers would otherwise read and write its texels.
     glDrawBuffer(GL_NONE);
     if (keepsToLists) {
-        framebuffer.keepToLists(headPointers, nodes, nodeBufferWidth, size);
+        provide(m_listMask).apply(headPointers, nodes, nodeBufferWidth, size);
     }
     {
         // Shaders stored the nodes, which are now read as an image.

@@ -12,6 +12,7 @@ namespace Morvane::Qel {
 
 class DrawBuffers;
 class FramebufferObject;
+class ListMask;
 class Texture;
 
 /// Sorts each pixel's fragment list by depth, nearest first, in place, for passes that blend layers in order
@@ -68,6 +69,7 @@ private:
     /// Whether the context has the extensions that sorting needs.
     bool m_gl4 = false;
     std::unique_ptr<FramebufferObject> m_framebuffer;
+    std::unique_ptr<ListMask> m_listMask;
     std::unique_ptr<ShaderProgram> m_builtinProgram;
     ShaderProgram* m_program = nullptr;
     bool m_hasReportedLists = false;
