@@ -33,10 +33,9 @@ inline unsigned int textureAt(int unit)
     return stateInGL(GL_TEXTURE_BINDING_2D);
 }
 
-/// Returns all GL objects of the context, as pairs of a kind and a name.
-inline std::set<std::pair<int, unsigned int>> liveObjects()
+/// Returns all GL objects of the context with names up to a number, as pairs of a kind and a name.
+inline std::set<std::pair<int, unsigned int>> liveObjects(unsigned int highestName = 2000)
 {
-    constexpr unsigned int highestName = 2000;
     std::set<std::pair<int, unsigned int>> objects;
     for (unsigned int name = 1; name <= highestName; ++name) {
         const std::array<GLboolean, 7> exists{

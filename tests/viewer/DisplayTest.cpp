@@ -8,10 +8,13 @@
 
 #include <array>
 #include <cmath>
+#include <numeric>
 
 #include <GraphEdits.h>
 #include <OutputTree.h>
+#include <Qel/gl/BufferObject.h>
 #include <Qel/graph/ImageIO.h>
+#include <ShownTextures.h>
 #include <TexelOverlay.h>
 
 #include "support/Paths.h"
@@ -111,6 +114,66 @@ TEST_F(Display, PaintsArraysOfEveryKind)
             EXPECT_EQ(image.sample(1, 0, 0), 1000.0);
         }
     });
+}
+
+TEST_F(Display, ShowsBuffersMapsAndValues)
+{
+    open(sourcePath(u"examples/graphs/fxaa.json"_s), {64, 36});
+    window().view().withContext([&] {
+        ShownTextures textures;
+        // The formats of buffer textures, with rows of 64 texels and a rest.
+        std::vector<qint32> integers(150);
+        std::iota(integers.begin(), integers.end(), -70);
+        const std::vector<float> floats(integers.begin(), integers.end());
+        BufferObject buffer;
+        Texture texels;
+        texels.setTarget(GL_TEXTURE_BUFFER);
+        const auto image = [&](GLenum format, const void* data) {
+            buffer.uploadBytes(data, 600, GL_STATIC_DRAW);
+            texels.setBuffer(format, &buffer);
+            Texture* rows = textures.of(QVariant::fromValue(&texels));
+            return rows ? readTexels(rows, {{0, 0}, rows->size()}) : Image();
+        };
+        const Image single = image(GL_R32I, integers.data());
+        EXPECT_EQ(single.width, 64);
+        EXPECT_EQ(single.height, 3);
+        EXPECT_EQ(single.sample(5, 2, 0), -65.0) << "rows count from below";
+        EXPECT_EQ(single.sample(21, 0, 0), 79.0);
+        EXPECT_EQ(single.sample(22, 0, 0), 0.0) << "after the end";
+        const Image four = image(GL_RGBA32F, floats.data());
+        EXPECT_EQ(four.width, 37);
+        EXPECT_EQ(four.sample(36, 0, 3), -70.0 + 36 * 4 + 3);
+        const Image bits = image(GL_R32UI, integers.data());
+        EXPECT_EQ(bits.sample(0, 2, 0), 4294967296.0 - 70.0);
+    });
+
+    // Every output is a picture or a text, and the text of a matrix has its 16 numbers.
+    auto* overlay = static_cast<TexelOverlay*>(find<QWidget>(u"texels"_s));
+    for (const QString& graph : {u"shadows"_s, u"temporal"_s, u"visibility"_s}) {
+        open(sourcePath(u"examples/graphs/%1.json"_s.arg(graph)), {64, 36});
+        std::vector<RenderGraph::Output> outputs;
+        window().view().withContext([&] { outputs = window().session().outputs(); });
+        for (const RenderGraph::Output& output : outputs) {
+            window().view().show(OutputName{output.pass, output.port});
+            settle();
+            const Image image = window().view().shownImage();
+            EXPECT_NE(image.width > 0, !overlay->text().isEmpty()) << qPrintable(output.port);
+            if (output.port.contains(u"QMatrix4x4"_s)) {
+                EXPECT_EQ(overlay->text().simplified().split(u' ').size(), 1 + 16)
+                    << qPrintable(overlay->text());
+            }
+            if (output.port.contains(u"ShadowMapData"_s)) {
+                // Depth and its square, or "nothing" as a large number.
+                ASSERT_EQ(image.numChannels(), 2);
+                int numDepths = 0;
+                for (int i = 0; i < image.width; ++i) {
+                    const double depth = image.sample(i, image.height / 2, 0);
+                    numDepths += depth > 0.0 && depth <= 1.0 ? 1 : 0;
+                }
+                EXPECT_GT(numDepths, image.width / 8);
+            }
+        }
+    }
 }
 
 TEST_F(Display, ZoomsToTexelsWithTheirValues)

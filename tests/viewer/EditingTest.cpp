@@ -1,7 +1,10 @@
 #include "ViewerTest.h"
 
+#include <QApplication>
+#include <QContextMenuEvent>
 #include <QFile>
 #include <QListWidget>
+#include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QScrollBar>
@@ -130,6 +133,91 @@ TEST_F(Editing, BoxesAndWires)
     EXPECT_EQ(shown(), before);
 }
 
+TEST_F(Editing, BoxesByKeyboard)
+{
+    open(copyExamples(u"glow.json"_s));
+    const QImage before = shown();
+    GraphView& boxes = window().graphView();
+    const auto choose = [](const QStringList& path) {
+        for (const QString& text : path) {
+            auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+            ASSERT_TRUE(menu) << qPrintable(text);
+            const auto active = [&] {
+                return menu->activeAction() ? menu->activeAction()->text() : QString();
+            };
+            for (qsizetype i = 0; i <= menu->actions().size() && active() != text; ++i) {
+                QTest::keyClick(menu, Qt::Key_Down);
+            }
+            ASSERT_EQ(active().toStdString(), text.toStdString());
+            QTest::keyClick(menu, Qt::Key_Return);
+        }
+    };
+    const auto pass = [&](const QString& name) { return findPass(window().document().graph(), name); };
+    // F6 goes through the panels to the boxes.
+    window().activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window()));
+    for (int i = 0; i < 10 && !boxes.hasFocus(); ++i) {
+        QTest::keyClick(window().focusWidget(), Qt::Key_F6);
+    }
+    ASSERT_TRUE(boxes.hasFocus());
+    boxes.select(u"glow"_s);
+    const auto arrow = [&](Qt::Key key) {
+        QTest::keyClick(&boxes, key);
+        return boxes.selectedPass().toStdString();
+    };
+    EXPECT_EQ(arrow(Qt::Key_Left), "highlights") << "along the wires";
+    EXPECT_EQ(arrow(Qt::Key_Left), "composite-over");
+    EXPECT_EQ(arrow(Qt::Key_Left), "forward");
+    EXPECT_EQ(arrow(Qt::Key_Down), "composite-sky") << "within the column";
+    EXPECT_EQ(arrow(Qt::Key_Right), "composite-over");
+    boxes.select(u"glow"_s);
+
+    // Space leaves the pass out and takes it in again.
+    QTest::keyClick(&boxes, Qt::Key_Space);
+    const QImage without = shown();
+    EXPECT_NE(without, before);
+    QTest::keyClick(&boxes, Qt::Key_Space);
+    EXPECT_EQ(shown(), before);
+
+    // A new pass, connected, made the output, and taken out of the way again.
+    QTest::keyClick(&boxes, Qt::Key_Insert);
+    ASSERT_NO_FATAL_FAILURE(choose({u"FastApproximateAntiAliasingRenderPass"_s}));
+    const QString added = boxes.selectedPass();
+    ASSERT_TRUE(pass(added));
+    QTest::keyClick(&boxes, Qt::Key_Return);
+    ASSERT_NO_FATAL_FAILURE(choose({u"Frame"_s, u"composite-over.Frame"_s}));
+    EXPECT_EQ(findInput(*pass(added), u"Frame"_s)->value, QJsonValue(u"@composite-over.Frame"_s));
+    EXPECT_EQ(boxes.selectedPass(), added);
+    QContextMenuEvent menuKey(QContextMenuEvent::Keyboard, {}, {});
+    QCoreApplication::sendEvent(boxes.viewport(), &menuKey);
+    choose({u"Make the &output of the graph"_s, u"Frame"_s});
+    EXPECT_EQ(window().document().graph().output, u'@' + added + u".Frame"_s);
+    EXPECT_NE(shown(), before);
+    QTest::keyClick(&boxes, Qt::Key_Return);
+    choose({u"Frame"_s, u"Not connected"_s});
+    EXPECT_EQ(findInput(*pass(added), u"Frame"_s), nullptr);
+    window().document().undoStack().undo();
+    EXPECT_EQ(boxes.selectedPass(), added) << "the selection survives changes of the graph";
+    QTest::keyClick(&boxes, Qt::Key_Left, Qt::AltModifier);
+    const size_t last = window().document().graph().passes.size() - 1;
+    EXPECT_EQ(window().document().graph().passes[last - 1].name, added);
+    QTest::keyClick(&boxes, Qt::Key_Delete);
+    EXPECT_FALSE(pass(added));
+    EXPECT_EQ(boxes.selectedPass().toStdString(), "composite-over")
+        << "the keyboard goes on from the neighbour";
+    EXPECT_EQ(shown(), without);
+
+    // What would make a cycle is not offered.
+    QTest::keyClick(&boxes, Qt::Key_Return);
+    for (QAction* input : QApplication::activePopupWidget()->actions()) {
+        for (QAction* source : input->menu() ? input->menu()->actions() : QList<QAction*>()) {
+            EXPECT_FALSE(source->text().startsWith(u"composite-over."_s)) << qPrintable(source->text());
+            EXPECT_FALSE(source->text().startsWith(u"glow."_s)) << qPrintable(source->text());
+        }
+    }
+    QTest::keyClick(QApplication::activePopupWidget(), Qt::Key_Escape);
+}
+
 TEST_F(Editing, SavesOnlyWhatChanged)
 {
     const QString graph = copyExamples(u"rack-focus.json"_s);
@@ -172,6 +260,53 @@ TEST_F(Editing, SavesOnlyWhatChanged)
     open(folder().path(u"graphs/seen.json"_s), {64, 36});
     folder().write(u"graphs/view.json"_s, uR"({"camera": {"eye": [0, 2, 6], "target": [0, 1, 0]}})"_s);
     ASSERT_TRUE(waitFor([&] { return window().session().camera().eye.y() == 2.0F; }));
+}
+
+TEST_F(Editing, UnsavedChangesSurviveTheProgram)
+{
+    const QString graph = copyExamples(u"glow.json"_s);
+    open(graph);
+    const QImage before = shown();
+    window().document().edit(u"radius"_s, [](GraphDescription& description) {
+        setInput(*findPass(description, u"glow"_s), u"BlurRadius"_s, 9.0);
+    });
+    window().document().edit(u"amount"_s, [](GraphDescription& description) {
+        setInput(*findPass(description, u"glow"_s), u"GlowAmount"_s, 3.0);
+    });
+    // On the disk before the frame that may never end.
+    const QString file = u"graphs/.glow.json.unsaved"_s;
+    ASSERT_TRUE(window().session().isFrameNeeded());
+    const QByteArray kept = folder().contents(file);
+    EXPECT_TRUE(kept.contains("\"GlowAmount\": 3"));
+    const QImage changed = shown();
+    EXPECT_NE(changed, before);
+    window().document().undoStack().setIndex(0);
+    EXPECT_FALSE(QFile::exists(folder().path(file))) << "there is nothing to save";
+
+    const auto answer = [&](const QString& text) {
+        folder().write(file, QString::fromUtf8(kept));
+        EXPECT_FALSE(window().open(graph));
+        for (QAbstractButton* button : find<QMessageBox>(u"recovery"_s)->buttons()) {
+            if (button->text() == text) {
+                button->click();
+            }
+        }
+        EXPECT_TRUE(waitFor([&] { return !find<QMessageBox>(u"recovery"_s); }));
+    };
+    answer(u"Restore with &shaders off"_s);
+    EXPECT_EQ(window().session().bypassed(), (QSet<QString>{u"highlights"_s, u"composite-over"_s}));
+    EXPECT_NE(shown(), changed);
+    window().session().setBypassed({});
+    EXPECT_EQ(shown(), changed);
+    EXPECT_TRUE(window().document().isModified());
+    window().document().undoStack().undo();
+    EXPECT_EQ(shown(), before);
+    answer(u"&Restore"_s);
+    EXPECT_EQ(shown(), changed);
+    window().document().undoStack().undo();
+    answer(u"&Discard"_s);
+    EXPECT_EQ(shown(), before);
+    EXPECT_FALSE(QFile::exists(folder().path(file)));
 }
 
 TEST_F(Editing, PassesCanBeLeftOut)

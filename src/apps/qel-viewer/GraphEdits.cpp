@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include <Qel/graph/GraphPlan.h>
 #include <Qel/graph/PassRegistry.h>
 
 using namespace Qt::StringLiterals;
@@ -229,6 +230,26 @@ void connectPorts(GraphDescription& graph, const QString& fromPass, const QStrin
     }
 }
 
+std::vector<OutputPort> sourcesFor(const GraphDescription& graph, const QString& pass, const QString& input)
+{
+    std::vector<OutputPort> sources;
+    const QString type = typeOf(input);
+    for (const PassSetting& from : graph.passes) {
+        for (const OutputDescription& output : portsOf(from).outputs) {
+            if (type != typeOf(output.name) && type != QLatin1StringView("QVariant")) {
+                continue;
+            }
+            GraphDescription connected = graph;
+            connectPorts(connected, from.name, output.name, pass, input);
+            QStringList errors;
+            if (planGraph(connected, PassRegistry::builtin(), &errors)) {
+                sources.push_back({from.name, output.name});
+            }
+        }
+    }
+    return sources;
+}
+
 QString throughReference(const GraphDescription& graph, const PassSetting& pass, const QString& outputPort)
 {
     const PassPorts ports = portsOf(pass);
@@ -264,6 +285,18 @@ bool canLeaveOut(const GraphDescription& graph, const QString& name)
                    return isLost(graph.resolved(input.value).toString());
                });
            });
+}
+
+QSet<QString> shaderPasses(const GraphDescription& graph)
+{
+    QSet<QString> passes;
+    for (const PassSetting& pass : graph.passes) {
+        if (pass.type == QLatin1StringView("ShaderRenderPass") &&
+            canLeaveOut(withoutPasses(graph, passes), pass.name)) {
+            passes.insert(pass.name);
+        }
+    }
+    return passes;
 }
 
 GraphDescription withoutPasses(const GraphDescription& graph, const QSet<QString>& passes)

@@ -71,12 +71,25 @@ void connectPorts(GraphDescription& graph, const QString& fromPass, const QStrin
                   const QString& toPass, const QString& input);
 /// @}
 
+/// An output of a pass, with the full name of its port.
+struct OutputPort
+{
+    QString pass;
+    QString port;
+};
+/// The outputs that an input can be connected with, without a mistake such as a cycle, in the order of the
+/// file.
+std::vector<OutputPort> sourcesFor(const GraphDescription& graph, const QString& pass, const QString& input);
+
 /// Where the texture of an output comes from if its pass is left out: the connection of the first input with
 /// the type of the output, such as "@blur.Frame"; empty if there is none.
 QString throughReference(const GraphDescription& graph, const PassSetting& pass, const QString& outputPort);
 
 /// Whether every output of a pass that something reads can come from one of its inputs.
 bool canLeaveOut(const GraphDescription& graph, const QString& name);
+
+/// The passes that run shaders of the user and can all be left out together.
+QSet<QString> shaderPasses(const GraphDescription& graph);
 
 /// The graph with some passes left out, whose inputs go through.
 GraphDescription withoutPasses(const GraphDescription& graph, const QSet<QString>& passes);

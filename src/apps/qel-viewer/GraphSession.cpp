@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include <Qel/core/MetaTypes.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/graph/Sequence.h>
 
@@ -166,6 +165,7 @@ void GraphSession::initialize()
 
 void GraphSession::release()
 {
+    m_shownTextures.release();
     m_graph.reset();
     m_context.reset();
 }
@@ -288,6 +288,7 @@ bool GraphSession::replaceGraph(QStringList* errors)
         m_mustBegin = true;
         return false;
     }
+    m_shownTextures.release();
     m_graph = std::move(graph);
     m_hasOtherCamera = m_camera.has_value();
     return true;
@@ -347,19 +348,36 @@ bool GraphSession::renderFrame(RenderGraph& graph, QStringList* errors)
     return good;
 }
 
-Texture* GraphSession::texture(const OutputName& name) const
+std::optional<RenderGraph::Output> GraphSession::find(const OutputName& name) const
 {
-    if (!m_graph) {
-        return nullptr;
-    }
-    if (name.pass.isEmpty()) {
-        return m_graph->image();
-    }
-    const std::vector<RenderGraph::Output> all = m_graph->outputs();
+    const std::vector<RenderGraph::Output> all = outputs();
     const auto found = std::find_if(all.begin(), all.end(), [&](const RenderGraph::Output& output) {
         return output.pass == name.pass && output.port == name.port;
     });
-    return found == all.end() ? nullptr : pointerFromVariant<Texture>(found->value);
+    return found == all.end() ? std::nullopt : std::optional(*found);
+}
+
+Texture* GraphSession::texture(const OutputName& name)
+{
+    if (m_graph && name.pass.isEmpty()) {
+        return m_shownTextures.of(QVariant::fromValue(m_graph->image()));
+    }
+    const std::optional<RenderGraph::Output> output = find(name);
+    return output ? texture(*output) : nullptr;
+}
+
+QString GraphSession::text(const OutputName& name) const
+{
+    if (name.pass.isEmpty()) {
+        return tr("This graph has no output. Choose the output of a pass.");
+    }
+    const std::optional<RenderGraph::Output> output = find(name);
+    if (!output) {
+        return tr("%1 does not run.").arg(name.pass);
+    }
+    const QString value = output->value.isValid() ? tableFromValue(output->value) : u"null"_s;
+    return value == u"null" ? tr("%1 is not set in this frame.").arg(name.text())
+                            : u"%1\n\n%2"_s.arg(name.text(), value);
 }
 
 std::vector<RenderGraph::Output> GraphSession::outputs() const

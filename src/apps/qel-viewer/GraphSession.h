@@ -12,6 +12,8 @@
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/graph/RenderGraph.h>
 
+#include "ShownTextures.h"
+
 namespace Morvane::Qel::Viewer {
 
 /// An output port of a pass; both empty for the output of the graph.
@@ -75,8 +77,11 @@ public:
     /// A graph of its own with what is rendered now: the wanted changes, the size and the camera. Null, with
     /// a line in `errors` for each mistake, if it cannot be made.
     std::unique_ptr<RenderGraph> makeCopy(QStringList* errors);
-    /// The texture of an output in the last frame; null if there is none.
-    Texture* texture(const OutputName& name) const;
+    /// The texture to show for an output of the last frame, see ShownTextures; null if there is none.
+    Texture* texture(const OutputName& name);
+    Texture* texture(const RenderGraph::Output& output) { return m_shownTextures.of(output.value); }
+    /// The value of an output that has no texture to show, or why it has none, as text.
+    QString text(const OutputName& name) const;
     std::vector<RenderGraph::Output> outputs() const;
     Profiler::Report times();
     /// @}
@@ -109,9 +114,11 @@ private:
     std::unique_ptr<RenderGraph> makeGraph(const GraphDescription& description,
                                            const RenderGraph::Options& options, QStringList* errors);
     void setErrors(const QStringList& errors);
+    std::optional<RenderGraph::Output> find(const OutputName& name) const;
 
     std::optional<OpenGLDeviceContext> m_context;
     std::unique_ptr<RenderGraph> m_graph;
+    ShownTextures m_shownTextures;
     /// The graph that is wanted, and the one that m_graph was made from and brought up to.
     GraphDescription m_wanted;
     GraphDescription m_running;

@@ -1,13 +1,10 @@
 #include "GraphView.h"
 
-#include <QContextMenuEvent>
-#include <QKeyEvent>
-#include <QMenu>
 #include <QMouseEvent>
-#include <QWheelEvent>
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <map>
 #include <utility>
 
@@ -28,7 +25,8 @@ namespace {
 constexpr double columnWidth = 290.0;
 constexpr double gap = 26.0;
 
-/// Passes in running order, the culled ones last, with their columns: a pass stands right of its sources.
+/// Passes in running order, the culled ones last, with their columns: a pass stands left of the first that
+/// reads it.
 struct Layout
 {
     std::vector<int> order;
@@ -54,14 +52,29 @@ Layout layoutOf(const GraphPlan& plan)
         }
         layout.columns[static_cast<size_t>(index)] = column;
     }
+    // As far right as its readers allow, so that few wires run behind other passes.
+    std::vector<int> nearest(plan.passes.size(), std::numeric_limits<int>::max());
+    for (auto index = layout.order.rbegin(); index != layout.order.rend(); ++index) {
+        const auto i = static_cast<size_t>(*index);
+        if (nearest[i] != std::numeric_limits<int>::max()) {
+            layout.columns[i] = nearest[i] - 1;
+        }
+        for (const PlannedInput& input : plan.passes[i].inputs) {
+            if (input.source == InputSource::Connection) {
+                int& column = nearest[static_cast<size_t>(input.pass)];
+                column = std::min(column, layout.columns[i]);
+            }
+        }
+    }
     return layout;
 }
 
 } // namespace
 
-GraphView::GraphView(Document& document, OutputStore& store, QWidget* parent)
+GraphView::GraphView(Document& document, GraphSession& session, OutputStore& store, QWidget* parent)
     : QGraphicsView(parent)
     , m_document(document)
+    , m_session(session)
     , m_store(store)
 {
     setObjectName(u"graph"_s);
@@ -78,6 +91,7 @@ GraphView::GraphView(Document& document, OutputStore& store, QWidget* parent)
         }
     });
     connect(&document, &Document::opened, this, [this] { m_isFitting = true; });
+    connect(&session, &GraphSession::graphReplaced, this, &GraphView::updateSwitches, Qt::QueuedConnection);
     connect(&store, &OutputStore::updated, this, &GraphView::updateThumbnails);
 }
 
@@ -107,6 +121,7 @@ void GraphView::fitScene()
 void GraphView::rebuild()
 {
     m_newWire = nullptr;
+    const QString selected = selectedPass();
     scene()->clear();
     if (!m_document.isOpen()) {
         return;
@@ -135,13 +150,16 @@ void GraphView::rebuild()
         for (const PlannedInput& input : plan->passes[i].inputs) {
             if (input.source == InputSource::Connection) {
                 const auto source = static_cast<size_t>(input.pass);
-                const QPointF from = items[source]->outputPoint(plan->passes[source].outputs[input.output]);
-                scene()->addItem(
-                    new WireItem(from, items[i]->inputPoint(input.port), items[i]->name(), input.port));
+                scene()->addItem(new WireItem(*items[source], plan->passes[source].outputs[input.output],
+                                              *items[i], input.port));
             }
         }
     }
     scene()->setSceneRect(scene()->itemsBoundingRect().adjusted(-200, -200, 200, 200));
+    if (PassItem* item = passItem(selected)) {
+        item->setSelected(true);
+    }
+    updateSwitches();
     updateThumbnails();
     if (std::exchange(m_isFitting, false)) {
         fitScene();
@@ -174,6 +192,22 @@ void GraphView::updateThumbnails()
     viewport()->update();
 }
 
+void GraphView::updateSwitches()
+{
+    for (PassItem* item : passItems()) {
+        item->setOff(m_session.bypassed().contains(item->name()));
+    }
+    viewport()->update();
+}
+
+PassItem* GraphView::passItem(const QString& name) const
+{
+    const std::vector<PassItem*> items = passItems();
+    const auto found =
+        std::find_if(items.begin(), items.end(), [&](const PassItem* item) { return item->name() == name; });
+    return found == items.end() ? nullptr : *found;
+}
+
 void GraphView::setTimes(const std::function<double(const QString&)>& timeOf)
 {
     for (PassItem* item : passItems()) {
@@ -198,8 +232,11 @@ bool GraphView::tryEdit(const QString& text, const std::function<void(GraphDescr
 
 bool GraphView::addPass(const QString& type)
 {
-    return tryEdit(tr("New pass %1").arg(type),
-                   [&](GraphDescription& graph) { Viewer::addPass(graph, type); });
+    QString name;
+    const bool good = tryEdit(tr("New pass %1").arg(type),
+                              [&](GraphDescription& graph) { name = Viewer::addPass(graph, type); });
+    select(name);
+    return good;
 }
 
 bool GraphView::connectPorts(const QString& fromPass, const QString& output, const QString& toPass,
@@ -208,6 +245,12 @@ bool GraphView::connectPorts(const QString& fromPass, const QString& output, con
     return tryEdit(tr("Connection to %1").arg(toPass), [&](GraphDescription& graph) {
         Viewer::connectPorts(graph, fromPass, output, toPass, input);
     });
+}
+
+bool GraphView::disconnectInput(const QString& pass, const QString& input)
+{
+    return tryEdit(tr("Disconnection of %1").arg(pass),
+                   [&](GraphDescription& graph) { resetInput(*findPass(graph, pass), input); });
 }
 
 bool GraphView::removePass(const QString& name)
@@ -241,7 +284,11 @@ bool GraphView::removeSelected()
     if (selected.isEmpty()) {
         return false;
     }
-    return tryEdit(tr("Removal"), [&](GraphDescription& graph) {
+    // The keyboard goes on from where the passes were.
+    const PassItem* left = nearest({-1.0, 0.0});
+    const PassItem* next = left ? left : nearest({1.0, 0.0});
+    const QString nextName = next && !selectedPass().isEmpty() ? next->name() : QString();
+    const bool good = tryEdit(tr("Removal"), [&](GraphDescription& graph) {
         for (QGraphicsItem* item : selected) {
             if (const auto* wire = qgraphicsitem_cast<WireItem*>(item)) {
                 if (PassSetting* pass = findPass(graph, wire->toPass)) {
@@ -252,6 +299,10 @@ bool GraphView::removeSelected()
             }
         }
     });
+    if (good) {
+        select(nextName);
+    }
+    return good;
 }
 
 PassItem* GraphView::passAt(const QPointF& point) const
@@ -316,50 +367,6 @@ void GraphView::mouseReleaseEvent(QMouseEvent* event)
     } else if (pass->name() == m_fromPass && pass->outputAt(point) == m_fromPort) {
         Q_EMIT outputChosen({m_fromPass, m_fromPort});
     }
-}
-
-void GraphView::keyPressEvent(QKeyEvent* event)
-{
-    if (event->key() == Qt::Key_Delete || event->key() == Qt::Key_Backspace) {
-        removeSelected();
-    } else {
-        QGraphicsView::keyPressEvent(event);
-    }
-}
-
-void GraphView::wheelEvent(QWheelEvent* event)
-{
-    const double factor = std::exp2(event->angleDelta().y() / 480.0);
-    if (const double scaled = transform().m11() * factor; scaled > 0.05 && scaled < 4.0) {
-        scale(factor, factor);
-    }
-    event->accept();
-}
-
-void GraphView::contextMenuEvent(QContextMenuEvent* event)
-{
-    const QPointF point = mapToScene(event->pos());
-    auto* menu = new QMenu(this);
-    menu->setAttribute(Qt::WA_DeleteOnClose);
-    if (const PassItem* pass = passAt(point)) {
-        const QString name = pass->name();
-        menu->addAction(tr("Remove %1").arg(name), this, [this, name] { removePass(name); });
-        menu->addAction(tr("Earlier in the file"), this, [this, name] { movePass(name, -1); });
-        menu->addAction(tr("Later in the file"), this, [this, name] { movePass(name, 1); });
-        if (const QString port = pass->outputAt(point); !port.isEmpty()) {
-            menu->addAction(tr("Make this the output of the graph"), this, [this, name, port] {
-                setOutput({name, port});
-            });
-        }
-        menu->addSeparator();
-    }
-    QMenu* types = menu->addMenu(tr("Add a pass"));
-    for (const QString& type : PassRegistry::builtin().types()) {
-        QAction* action = types->addAction(type, this, [this, type] { addPass(type); });
-        action->setToolTip(PassRegistry::builtin().description(type)->summary);
-    }
-    types->setToolTipsVisible(true);
-    menu->popup(event->globalPos());
 }
 
 } // namespace Morvane::Qel::Viewer

@@ -63,6 +63,7 @@ MainWindow::MainWindow()
 MainWindow::~MainWindow()
 {
     m_export.reset();
+    m_recovery.discard();
     // The view releases the session's GL objects.
     delete m_view;
 }
@@ -84,7 +85,7 @@ void MainWindow::makePanels()
     tabifyDockWidget(controls, camera);
     tabifyDockWidget(camera, compare);
     controls->raise();
-    m_graphView = new GraphView(m_document, *m_store);
+    m_graphView = new GraphView(m_document, m_session, *m_store);
     addPanel(m_graphView, u"graphPanel"_s, tr("Graph"), Qt::BottomDockWidgetArea);
     m_errors = new ErrorPanel;
     m_errorDock = addPanel(m_errors, u"errorPanel"_s, tr("Errors"), Qt::BottomDockWidgetArea);
@@ -107,6 +108,7 @@ QDockWidget* MainWindow::addPanel(QWidget* panel, const QString& name, const QSt
 void MainWindow::connectPanels()
 {
     connect(&m_document, &Document::opened, this, [this] {
+        m_recovery.discard();
         m_session.clear();
         m_view->setFollowsWindow(m_view->followsWindow());
         m_view->show(OutputName());
@@ -125,6 +127,10 @@ void MainWindow::connectPanels()
         }
     });
     connect(&m_document.undoStack(), &QUndoStack::cleanChanged, this, &MainWindow::updateTitle);
+    // Before the frame with the change is rendered.
+    const auto keep = [this] { m_recovery.update(m_document); };
+    connect(&m_document.undoStack(), &QUndoStack::indexChanged, this, keep);
+    connect(&m_document.undoStack(), &QUndoStack::cleanChanged, this, keep);
     connect(&m_watch, &FileWatch::graphChanged, this, [this] {
         QStringList errors;
         m_document.reload(&errors);
@@ -164,6 +170,12 @@ void MainWindow::connectPanels()
     connect(m_times, &TimePanel::updated, this,
             [this] { m_graphView->setTimes([this](const QString& pass) { return m_times->timeOf(pass); }); });
     connect(m_graphView, &GraphView::rejected, this, &MainWindow::setFileErrors);
+    connect(m_graphView, &GraphView::switched, this, [this](const QString& pass) {
+        if (!m_times->toggle(pass)) {
+            showMessage(
+                tr("%1 cannot be left out: no input of it fits its outputs, or it is culled.").arg(pass));
+        }
+    });
     connect(m_graphView, &GraphView::passChosen, m_controls, &ControlPanel::reveal);
     connect(m_graphView, &GraphView::outputChosen, this, [this](const OutputName& output) {
         m_view->show(output);
@@ -173,6 +185,15 @@ void MainWindow::connectPanels()
 }
 
 bool MainWindow::open(const QString& file, const QString& model)
+{
+    if (m_recovery.isOffered(file)) {
+        askForRecovery(file, model);
+        return false;
+    }
+    return openNow(file, model);
+}
+
+bool MainWindow::openNow(const QString& file, const QString& model)
 {
     QStringList errors;
     const bool good = m_document.open(file, model, &errors);

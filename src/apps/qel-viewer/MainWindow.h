@@ -7,6 +7,7 @@
 #include "FileWatch.h"
 #include "GraphSession.h"
 #include "MessageLog.h"
+#include "Recovery.h"
 #include "TextureView.h"
 
 class QDockWidget;
@@ -38,6 +39,7 @@ public:
     ~MainWindow() override;
 
     /// Opens a graph file, with another model if one is named, and lists what is wrong with it if it cannot.
+    /// If unsaved changes to it are left from a session that ended, asks first whether to restore them.
     bool open(const QString& file, const QString& model = {});
     /// Opens a graph, replaces the model by one, or sets an image as the input of the first pass that reads
     /// one, depending on the file.
@@ -80,10 +82,14 @@ private:
     void showSaveDialog(const QString& title, const QString& filter, const QString& name,
                         const std::function<void(const QString&)>& save);
     void showShortcuts();
+    void focusNextPanel();
     void showMessage(const QString& text);
     /// Calls a function at once, or after the user has agreed to lose unsaved changes.
     void afterAsking(const std::function<void()>& call);
     void restore();
+    bool openNow(const QString& file, const QString& model);
+    void askForRecovery(const QString& file, const QString& model);
+    void recover();
     /// Shows the examples instead of the picture and its panels, or the other way round.
     void showStartPage(bool isShown);
     QDockWidget* addPanel(QWidget* panel, const QString& name, const QString& title, Qt::DockWidgetArea area);
@@ -92,6 +98,7 @@ private:
     Document m_document;
     GraphSession m_session;
     FileWatch m_watch;
+    Recovery m_recovery;
     QStackedWidget* m_pages;
     /// The picture and, below it, the time line.
     QWidget* m_viewPage;

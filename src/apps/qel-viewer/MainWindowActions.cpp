@@ -1,20 +1,25 @@
 // Menus, shortcuts and dialogs; see MainWindow.h. Dialogs do not block the event loop.
 
+#include <QAbstractButton>
 #include <QAction>
 #include <QApplication>
 #include <QDialog>
 #include <QDockWidget>
+#include <QFile>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QFormLayout>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QPushButton>
 #include <QSettings>
 #include <QStackedWidget>
 
 #include "CameraPanel.h"
 #include "ComparePanel.h"
+#include "GraphEdits.h"
 #include "GraphView.h"
 #include "MainWindow.h"
 #include "StartPage.h"
@@ -76,6 +81,9 @@ void MainWindow::makeActions()
         toggle->setShortcut(QKeySequence(Qt::CTRL | static_cast<Qt::Key>(Qt::Key_1 + i)));
         panels->addAction(toggle);
     }
+    panels->addSeparator();
+    panels->addAction(tr("Go to the &next panel"), QKeySequence(Qt::Key_F6), this,
+                      &MainWindow::focusNextPanel);
 
     QMenu* help = menuBar()->addMenu(tr("&Help"));
     help->addAction(tr("&Shortcuts"), QKeySequence(Qt::Key_Question), this, &MainWindow::showShortcuts);
@@ -177,13 +185,88 @@ void MainWindow::afterAsking(const std::function<void()>& call)
     question->open();
 }
 
+void MainWindow::askForRecovery(const QString& file, const QString& model)
+{
+    auto* question = new QMessageBox(
+        QMessageBox::Question, u"qel-viewer"_s,
+        tr("There are unsaved changes to %1 from a session that has ended.").arg(QFileInfo(file).fileName()),
+        QMessageBox::Cancel, this);
+    question->setInformativeText(
+        tr("If a shader that never ends stopped it, restore them with the passes switched off that run your "
+           "shaders, and mend it."));
+    question->setObjectName(u"recovery"_s);
+    question->setAttribute(Qt::WA_DeleteOnClose);
+    const auto add = [&](const QString& text, QMessageBox::ButtonRole role,
+                         const std::function<void()>& then) {
+        connect(question->addButton(text, role), &QAbstractButton::clicked, this, then);
+    };
+    add(tr("&Restore"), QMessageBox::AcceptRole, [this, file, model] {
+        if (openNow(file, model)) {
+            recover();
+        }
+    });
+    add(tr("Restore with &shaders off"), QMessageBox::YesRole, [this, file, model] {
+        if (openNow(file, model)) {
+            recover();
+            const QSet<QString> passes = shaderPasses(m_document.graph());
+            m_session.setBypassed(passes);
+            showMessage(tr("Switched off, see Times: %1").arg(QStringList(passes.values()).join(u", "_s)));
+        }
+    });
+    add(tr("&Discard"), QMessageBox::DestructiveRole, [this, file, model] {
+        QFile::remove(Recovery::fileFor(file));
+        openNow(file, model);
+    });
+    question->open();
+}
+
+/// Makes the changes that are left from another session those of the graph that is open.
+void MainWindow::recover()
+{
+    const QString file = m_document.graph().file;
+    QStringList errors;
+    std::optional<GraphDescription> kept = loadGraph(Recovery::fileFor(file), &errors);
+    if (!kept) {
+        setFileErrors(errors);
+        return;
+    }
+    kept->file = file;
+    m_document.edit(tr("Changes of the last session"), [&](GraphDescription& graph) { graph = *kept; });
+}
+
+/// Moves the keyboard focus from the picture to the panels in turn, and back to the picture.
+void MainWindow::focusNextPanel()
+{
+    const auto holds = [this](const QDockWidget* dock) { return dock->isAncestorOf(focusWidget()); };
+    const auto current = std::find_if(m_docks.begin(), m_docks.end(), holds);
+    const auto next = std::find_if(current == m_docks.end() ? m_docks.begin() : current + 1, m_docks.end(),
+                                   [](const QDockWidget* dock) { return dock->isVisible(); });
+    if (next == m_docks.end()) {
+        m_view->setFocus(Qt::TabFocusReason);
+        return;
+    }
+    (*next)->raise();
+    QWidget* panel = (*next)->widget();
+    if (panel->focusPolicy() == Qt::NoFocus) {
+        panel = panel->nextInFocusChain();
+    }
+    panel->setFocus(Qt::TabFocusReason);
+}
+
 void MainWindow::showShortcuts()
 {
     auto* dialog = new QDialog(this);
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     dialog->setWindowTitle(tr("Shortcuts"));
-    auto* form = new QFormLayout(dialog);
-    form->setHorizontalSpacing(24);
+    auto* columns = new QHBoxLayout(dialog);
+    columns->setSpacing(40);
+    QFormLayout* form = nullptr;
+    const auto addColumn = [&] {
+        form = new QFormLayout;
+        form->setHorizontalSpacing(24);
+        columns->addLayout(form);
+    };
+    addColumn();
     const auto add = [&](const QString& keys, const QString& meaning) {
         form->addRow(u"<b>%1</b>"_s.arg(keys.toHtmlEscaped()), new QLabel(meaning));
     };
@@ -195,6 +278,14 @@ void MainWindow::showShortcuts()
     add(tr("Wheel, + and -"), tr("zooms the picture, down to single texels"));
     add(tr("Middle drag"), tr("moves the zoomed picture"));
     add(tr("Ctrl + click"), tr("focuses passes with depth of field there"));
+    add(tr("Graph: arrow keys"), tr("select the next pass, along the wires to the left and right"));
+    add(tr("Graph: Enter"), tr("connects or disconnects the inputs of the selected pass"));
+    add(tr("Graph: Insert, Delete"), tr("adds a pass, removes the selected one"));
+    add(tr("Graph: Space"), tr("switches the selected pass off or on"));
+    add(tr("Graph: Alt + arrow keys"), tr("moves the selected pass earlier or later in the file"));
+    add(tr("Graph: Menu, Shift + F10"), tr("shows all that can be done with the selected pass"));
+    add(tr("Graph: + and -"), tr("enlarges and reduces the boxes"));
+    addColumn();
     const QList<QAction*> menus = menuBar()->actions();
     for (const QAction* menu : menus) {
         const QList<QAction*> actions = menu->menu()->actions();

@@ -7,13 +7,11 @@
 #include <limits>
 #include <set>
 
-#include <Qel/core/MetaTypes.h>
 #include <Qel/core/PassDescription.h>
 #include <Qel/gl/Formats.h>
 #include <Qel/gl/Texture.h>
 #include <Qel/gl/TextureManager.h>
 #include <Qel/graph/ImageIO.h>
-#include <Qel/graph/ValueJson.h>
 
 #include "TexelOverlay.h"
 #include "TextureView.h"
@@ -74,7 +72,7 @@ void OutputStore::update()
             OutputInfo info;
             info.name = {output.pass, output.port};
             info.shortName = PortName::parse(output.port).name;
-            if (auto* texture = pointerFromVariant<Texture>(output.value)) {
+            if (Texture* texture = m_session.texture(output)) {
                 const TextureKind kind = kindOf(*texture);
                 info.isTexture = kind != TextureKind::None;
                 info.format = formatOf(*texture);
@@ -86,7 +84,7 @@ void OutputStore::update()
                 info.thumbnail = thumbnailImage(m_view.painter().thumbnail(*texture, thumbnailSize),
                                                 numChannelsOf(*texture), isInteger);
             } else {
-                info.format = textFromValue(output.value).remove(u"Morvane::Qel::"_s).remove(u'"');
+                info.format = tableFromValue(output.value).simplified();
             }
             outputs.push_back(std::move(info));
         }
@@ -107,7 +105,7 @@ QHash<QString, QString> OutputStore::valuesAt(const QPoint& texel)
     }
     m_view.withContext([&] {
         for (const RenderGraph::Output& output : m_session.outputs()) {
-            auto* texture = pointerFromVariant<Texture>(output.value);
+            Texture* texture = m_session.texture(output);
             if (!texture || kindOf(*texture) == TextureKind::None) {
                 continue;
             }

@@ -115,7 +115,6 @@ void OutputTree::updateOutputs()
             (*item)->setText(Format, info->format);
             (*item)->setToolTip(Name, info->format);
             (*item)->setIcon(Name, QPixmap::fromImage(info->thumbnail));
-            (*item)->setDisabled(!info->isTexture);
         }
     }
     viewport()->update();

@@ -99,7 +99,7 @@ void PassItem::paint(QPainter* painter, const QStyleOptionGraphicsItem* option, 
 {
     const QPalette palette = QApplication::palette();
     const bool isSelected = option->state.testFlag(QStyle::State_Selected);
-    const bool runs = m_cullReason.isEmpty();
+    const bool runs = m_cullReason.isEmpty() && !m_isOff;
     const QRectF box = boundingRect().adjusted(portRadius, 1.0, -portRadius, -1.0);
     painter->setRenderHint(QPainter::Antialiasing);
     painter->setOpacity(runs ? 1.0 : 0.55);
@@ -120,7 +120,9 @@ void PassItem::paint(QPainter* painter, const QStyleOptionGraphicsItem* option, 
                       painter->fontMetrics().elidedText(title, Qt::ElideRight, static_cast<int>(width) - 80));
     painter->setFont(plain);
     painter->drawText(QRectF(width - 80.0, 4.0, 72.0, 18.0), Qt::AlignVCenter | Qt::AlignRight,
-                      runs ? m_time : QObject::tr("culled"));
+                      m_isOff ? QObject::tr("off")
+                      : runs  ? m_time
+                              : QObject::tr("culled"));
     QFont small = plain;
     small.setPointSizeF(small.pointSizeF() * 0.82);
     painter->setFont(small);
@@ -149,11 +151,11 @@ void PassItem::paint(QPainter* painter, const QStyleOptionGraphicsItem* option, 
     }
 }
 
-WireItem::WireItem(const QPointF& from, const QPointF& to, const QString& toPassName,
-                   const QString& inputName)
-    : QGraphicsPathItem(curve(from, to))
-    , toPass(toPassName)
-    , input(inputName)
+WireItem::WireItem(const PassItem& from, const QString& output, const PassItem& to, const QString& toInput)
+    : QGraphicsPathItem(curve(from.outputPoint(output), to.inputPoint(toInput)))
+    , fromPass(from.name())
+    , toPass(to.name())
+    , input(toInput)
 {
     setFlags(ItemIsSelectable);
     setZValue(-1.0);

@@ -29,6 +29,8 @@ public:
 
     void setThumbnail(const QImage& thumbnail) { m_thumbnail = thumbnail; }
     void setTime(const QString& time) { m_time = time; }
+    /// Draws the pass as left out of the running graph.
+    void setOff(bool isOff) { m_isOff = isOff; }
 
     int type() const override { return Type; }
     QRectF boundingRect() const override;
@@ -46,9 +48,10 @@ private:
     QStringList m_outputs;
     QImage m_thumbnail;
     QString m_time;
+    bool m_isOff = false;
 };
 
-/// The connection between two ports, which ends at an input.
+/// The connection of an output of one pass with an input of another.
 class WireItem : public QGraphicsPathItem
 {
 public:
@@ -57,8 +60,10 @@ public:
         Type = UserType + 2
     };
 
-    WireItem(const QPointF& from, const QPointF& to, const QString& toPass, const QString& input);
+    /// From the output of a pass to an input, given by its full name.
+    WireItem(const PassItem& from, const QString& output, const PassItem& to, const QString& input);
 
+    QString fromPass;
     QString toPass;
     /// Full name.
     QString input;

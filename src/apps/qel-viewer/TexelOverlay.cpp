@@ -1,5 +1,6 @@
 #include "TexelOverlay.h"
 
+#include <QFontDatabase>
 #include <QPainter>
 
 namespace Morvane::Qel::Viewer {
@@ -19,8 +20,7 @@ void TexelOverlay::setTexels(const Image& texels, const QRectF& area)
     m_texels = texels;
     m_area = area;
     if (!isSame) {
-        setVisible(m_texels.width > 0 || m_wipe >= 0.0);
-        update();
+        updateVisibility();
     }
 }
 
@@ -28,14 +28,32 @@ void TexelOverlay::setWipe(double x)
 {
     if (x != m_wipe) {
         m_wipe = x;
-        setVisible(m_texels.width > 0 || m_wipe >= 0.0);
-        update();
+        updateVisibility();
     }
+}
+
+void TexelOverlay::setText(const QString& text)
+{
+    if (text != m_text) {
+        m_text = text;
+        updateVisibility();
+    }
+}
+
+void TexelOverlay::updateVisibility()
+{
+    setVisible(m_texels.width > 0 || m_wipe >= 0.0 || !m_text.isEmpty());
+    update();
 }
 
 void TexelOverlay::paintEvent(QPaintEvent* /*event*/)
 {
     QPainter painter(this);
+    if (!m_text.isEmpty()) {
+        painter.setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+        painter.setPen(palette().color(QPalette::WindowText));
+        painter.drawText(rect(), Qt::AlignCenter | Qt::TextWordWrap, m_text);
+    }
     if (m_wipe >= 0.0) {
         painter.setPen(QPen(QColor(0, 0, 0, 160), 3.0));
         painter.drawLine(QPointF(m_wipe, 0.0), QPointF(m_wipe, height()));

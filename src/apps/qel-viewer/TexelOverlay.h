@@ -16,14 +16,21 @@ public:
     void setTexels(const Image& texels, const QRectF& area);
     /// The position of the wipe in pixels of the widget; negative for none.
     void setWipe(double x);
+    /// Text instead of a picture; empty for none.
+    void setText(const QString& text);
+
+    const QString& text() const { return m_text; }
 
 protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
+    void updateVisibility();
+
     Image m_texels;
     QRectF m_area;
     double m_wipe = -1.0;
+    QString m_text;
 };
 
 /// A value as the overlay and the inspector write it.

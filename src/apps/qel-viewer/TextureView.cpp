@@ -183,14 +183,12 @@ void TextureView::paintGL()
     m_session.makeCurrent();
     m_session.render();
     Texture* texture = m_session.texture(m_shown);
-    if (!texture && !m_shown.pass.isEmpty() && !m_session.graph()) {
-        texture = m_session.texture({});
-    }
     if (texture && !std::exchange(m_isDisplayChosen, true)) {
         m_display = initialSettings(*texture);
         QMetaObject::invokeMethod(this, &TextureView::displayChanged, Qt::QueuedConnection);
     }
     const QColor background = palette().color(QPalette::Window).darker(130);
+    m_overlay->setText(texture || !m_session.graph() ? QString() : m_session.text(m_shown));
     if (texture) {
         m_display.level = std::clamp(m_display.level, 0, std::max(texture->levels() - 1, 0));
         m_display.layer = std::clamp(m_display.layer, 0, numLayersOf(*texture) - 1);
@@ -214,7 +212,10 @@ void TextureView::paintGL()
                         background);
         readTexelValues(*texture);
         m_hasPainted = true;
-    } else if (!m_hasPainted) {
+    } else if (!m_hasPainted || m_session.graph()) {
+        m_overlay->setTexels({}, {});
+        m_overlay->setWipe(-1.0);
+        m_textureSize = {};
         m_painter.clear(defaultFramebufferObject(), pixels(), background);
     }
     QMetaObject::invokeMethod(this, &TextureView::shownChanged, Qt::QueuedConnection);

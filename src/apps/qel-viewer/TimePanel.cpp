@@ -192,6 +192,17 @@ void TimePanel::rebuild()
     update();
 }
 
+bool TimePanel::toggle(const QString& pass)
+{
+    const QList<QTreeWidgetItem*> found = m_table->findItems(pass, Qt::MatchExactly, Pass);
+    if (found.isEmpty() || !found.first()->flags().testFlag(Qt::ItemIsUserCheckable)) {
+        return false;
+    }
+    found.first()->setCheckState(Pass, found.first()->checkState(Pass) == Qt::Checked ? Qt::Unchecked
+                                                                                      : Qt::Checked);
+    return true;
+}
+
 void TimePanel::switchPass(QTreeWidgetItem* item)
 {
     QSet<QString> passes = m_session.bypassed();

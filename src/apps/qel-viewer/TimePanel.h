@@ -30,6 +30,9 @@ public:
     /// The latest time of a pass in milliseconds, on the GPU if it can be measured; NaN before it is known.
     double timeOf(const QString& pass) const;
 
+    /// Leaves a pass out, or takes it in again. Returns false if it cannot be left out.
+    bool toggle(const QString& pass);
+
 Q_SIGNALS:
     void updated();
 
