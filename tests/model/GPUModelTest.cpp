@@ -166,6 +166,13 @@ TEST_F(GPUModelTest, DrawsEachBatchWithItsData)
     EXPECT_TRUE(equal(drawn(model), expect(0b1111)));
     EXPECT_TRUE(equal(drawn(model, DrawFlag::Transparent, DrawFlag::Transparent), expect(0b0100)));
     EXPECT_TRUE(equal(drawn(model, 0, DrawFlag::Transparent | DrawFlag::CutOut), expect(0b0011)));
+    model.setDrawFlags(2, 0);
+    const auto drawnByOpacity = [&](Opacity opacity) {
+        return image([&] { model.draw(program(), opacity, WindingType::CounterClockwise); });
+    };
+    EXPECT_TRUE(equal(drawnByOpacity(Opacity::Transparent), expect(0b0100)));
+    EXPECT_TRUE(equal(drawnByOpacity(Opacity::Opaque), expect(0b1011)));
+    model.setDrawFlags(2, DrawFlag::Transparent);
     EXPECT_TRUE(equal(
         image([&] { model.draw(program(), TextureManager::Instance(), DrawFlag::CutOut, DrawFlag::CutOut); }),
         expect(0b1000)));

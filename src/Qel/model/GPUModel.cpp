@@ -33,6 +33,7 @@ struct GPUModel::Batch
     InstanceDataCollection* object;
     InstanceDataCollection* material;
     unsigned long long flags;
+    Opacity opacity;
     /// Whether the transform reverses the winding of triangles.
     bool isMirrored;
 };
@@ -66,8 +67,18 @@ struct GPUModel::Private
         size_t m_next = 0;
     };
 
-    void draw(ShaderProgram* program, TextureManager* textureManager, unsigned long long value,
-              unsigned long long mask, unsigned int winding);
+    static auto matching(unsigned long long value, unsigned long long mask)
+    {
+        return [=](const Batch& batch) { return (batch.flags & mask) == value; };
+    }
+    static auto ofOpacity(Opacity opacity)
+    {
+        return [=](const Batch& batch) { return batch.opacity == opacity; };
+    }
+
+    template<class IsSelected>
+    void draw(ShaderProgram* program, TextureManager* textureManager, const IsSelected& isSelected,
+              unsigned int winding);
 
     std::vector<Batch> batches;
     DrawIdUniforms drawIds;
@@ -113,8 +124,8 @@ GPUModel::GPUModel(const ModelData& data, QObject* parent)
         drawBuffers->setVAO(buffers.vertexArray);
         drawBuffers->setPrimitiveType(GL_TRIANGLES);
         drawBuffers->setIndexedDraw(buffers.indices, buffers.numIndices, GL_UNSIGNED_INT);
-        d->batches.push_back(
-            {drawBuffers, objects[i], material.data, material.flags, instance.transform.determinant() < 0.0});
+        d->batches.push_back({drawBuffers, objects[i], material.data, material.flags, material.opacity,
+                              instance.transform.determinant() < 0.0});
         d->numTriangles += buffers.numIndices / 3;
         for (const QVector3D& position : mesh.positions) {
             const QVector3D p = instance.transform.map(position);
@@ -136,17 +147,25 @@ void GPUModel::draw(ShaderProgram* program, unsigned long long value, unsigned l
                     WindingType winding)
 {
     OpenGLDeviceContext::current()->setFrontFace(frontFace(winding));
-    d->draw(program, nullptr, value, mask, frontFace(winding));
+    d->draw(program, nullptr, Private::matching(value, mask), frontFace(winding));
+}
+
+void GPUModel::draw(ShaderProgram* program, Opacity opacity, WindingType winding)
+{
+    OpenGLDeviceContext::current()->setFrontFace(frontFace(winding));
+    d->draw(program, nullptr, Private::ofOpacity(opacity), frontFace(winding));
 }
 
 void GPUModel::draw(ShaderProgram* program, TextureManager* textureManager, unsigned long long value,
                     unsigned long long mask)
 {
-    d->draw(program, textureManager, value, mask, OpenGLDeviceContext::current()->frontFace());
+    d->draw(program, textureManager, Private::matching(value, mask),
+            OpenGLDeviceContext::current()->frontFace());
 }
 
-void GPUModel::Private::draw(ShaderProgram* program, TextureManager* textureManager, unsigned long long value,
-                             unsigned long long mask, unsigned int winding)
+template<class IsSelected>
+void GPUModel::Private::draw(ShaderProgram* program, TextureManager* textureManager,
+                             const IsSelected& isSelected, unsigned int winding)
 {
     if (program == nullptr || !program->isValid()) {
         return;
@@ -158,7 +177,7 @@ void GPUModel::Private::draw(ShaderProgram* program, TextureManager* textureMana
     bool isMirrored = false;
     for (size_t i = 0; i < batches.size(); ++i) {
         const Batch& batch = batches[i];
-        if ((batch.flags & mask) != value) {
+        if (!isSelected(batch)) {
             continue;
         }
         if (batch.isMirrored != isMirrored) {
@@ -193,8 +212,12 @@ void GPUModel::Private::draw(ShaderProgram* program, TextureManager* textureMana
 
 bool GPUModel::isDrawEmpty(unsigned long long value, unsigned long long mask) const
 {
-    return std::none_of(d->batches.begin(), d->batches.end(),
-                        [=](const Batch& batch) { return (batch.flags & mask) == value; });
+    return std::none_of(d->batches.begin(), d->batches.end(), Private::matching(value, mask));
+}
+
+bool GPUModel::isDrawEmpty(Opacity opacity) const
+{
+    return std::none_of(d->batches.begin(), d->batches.end(), Private::ofOpacity(opacity));
 }
 
 int GPUModel::numBatches() const

@@ -23,6 +23,15 @@ enum class WindingType : int
     CounterClockwise = 1,
 };
 
+/// Which batches a draw selects by the dissolve of their material.
+enum class Opacity
+{
+    /// 1 or more.
+    Opaque,
+    /// Below 1.
+    Transparent,
+};
+
 /// A scene model on the GPU. It has one batch per instance of a mesh, with a transform ("InstanceInfo"), a
 /// material ("OBJMaterial") and 64-bit draw flags (DrawFlag).
 ///
@@ -49,6 +58,10 @@ public:
     /// Otherwise as the overload with a winding.
     void draw(ShaderProgram* program, TextureManager* textureManager, unsigned long long value,
               unsigned long long mask);
+    /// Draws every batch of this opacity, whatever its flags. Otherwise as the overload with a winding.
+    void draw(ShaderProgram* program, Opacity opacity, WindingType winding);
+    /// Whether no batch has this opacity.
+    bool isDrawEmpty(Opacity opacity) const;
     /// Whether no batch matches, so that a draw with these values would draw nothing.
     bool isDrawEmpty(unsigned long long value, unsigned long long mask) const;
 

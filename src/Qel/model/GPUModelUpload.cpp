@@ -207,9 +207,10 @@ std::vector<GPUMaterial> uploadMaterials(const ModelData& model, ModelFaults& fa
         if (hasMap(material, material.mapKs)) {
             data->setTexture(1, textures[static_cast<size_t>(material.mapKs)]);
         }
-        flags |= material.d < 1.0F ? DrawFlag::Transparent : 0;
+        const Opacity opacity = material.d < 1.0F ? Opacity::Transparent : Opacity::Opaque;
+        flags |= opacity == Opacity::Transparent ? DrawFlag::Transparent : 0;
         flags |= material.doubleSided ? DrawFlag::DoubleSided : 0;
-        result.push_back({data, flags});
+        result.push_back({data, flags, opacity});
     }
     return result;
 }

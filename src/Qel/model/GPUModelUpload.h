@@ -5,6 +5,7 @@
 
 #include <vector>
 
+#include <Qel/model/GPUModel.h>
 #include <Qel/model/ModelImport.h>
 
 class QObject;
@@ -28,6 +29,7 @@ struct GPUMaterial
 {
     InstanceDataCollection* data = nullptr;
     unsigned long long flags = 0;
+    Opacity opacity = Opacity::Opaque;
 };
 
 /// What is wrong with a model's data, reported in one line at the end.

@@ -102,6 +102,15 @@ void main()
 }
 )"_s;
 
+/// Whether opaque fragments fail the depth test in the accumulation, where each finds its own depth or a
+/// nearer one.
+bool rejectsEqualDepths()
+{
+    int function = 0;
+    glGetIntegerv(GL_DEPTH_FUNC, &function);
+    return function == GL_LESS;
+}
+
 } // namespace
 
 const PassDescription& TransparencyRenderPass::description()
@@ -159,9 +168,13 @@ void TransparencyRenderPass::start(RenderCallbacks* /*callbacks*/)
         TextureManager* textures = TextureManager::Instance();
         Texture* formerStandIn = textures->setManagedTextureStandIn(mapStandIn ? mapStandIn : m_white.get());
         drawOpaque(model);
-        accumulate(model);
+        // Accumulating nothing and resolving that would change no pixel.
+        if (model && !(rejectsEqualDepths() && model->isDrawEmpty(Opacity::Transparent))) {
+            accumulate(model);
+            resolve();
+        }
         textures->setManagedTextureStandIn(formerStandIn);
-        resolve();
+        glBlendFunc(GL_ONE_MINUS_SRC_ALPHA, GL_SRC_ALPHA);
     }
     m_outputs[Frame].value = textureVariant(m_opaqueFramebuffer->attachment(GL_COLOR_ATTACHMENT0));
     m_outputs[Depth].value = textureVariant(m_opaqueFramebuffer->attachment(GL_DEPTH_ATTACHMENT));
@@ -230,7 +243,14 @@ void TransparencyRenderPass::drawModel(GPUModel* model, ModelProgram& modelProgr
     program->setUniform(modelProgram.projectionMatrix, m_inputs[ProjectionMatrix].value.value<QMatrix4x4>());
     program->setUniform(modelProgram.cameraMatrix, m_inputs[CameraMatrix].value.value<QMatrix4x4>());
     checkGLError(sourceFile, __LINE__);
-    model->draw(program, 0, 0, WindingType::CounterClockwise);
+    // The programs would discard the other batches, or the depth test reject all their fragments.
+    if (&modelProgram == &m_opaque) {
+        model->draw(program, Opacity::Opaque, WindingType::CounterClockwise);
+    } else if (rejectsEqualDepths()) {
+        model->draw(program, Opacity::Transparent, WindingType::CounterClockwise);
+    } else {
+        model->draw(program, 0, 0, WindingType::CounterClockwise);
+    }
 }
 
 void TransparencyRenderPass::resolve()

@@ -120,10 +120,8 @@ void BlurAndCombineRenderPass::start(RenderCallbacks* callbacks)
 
     const QSize size = m_inputs[Viewport].value.toRect().size();
     const bool selectsBright = m_glowThreshold > 0.0F;
-    // Usually little of a frame is bright.
-    const BlurredInput input = selectsBright                            ? BlurredInput::Sparse
-                               : blurFrame && blurFrame->size() != size ? BlurredInput::Resized
-                                                                        : BlurredInput::SameSize;
+    const bool isResized = !selectsBright && blurFrame && blurFrame->size() != size;
+    const BlurredInput input = isResized ? BlurredInput::Resized : BlurredInput::SameSize;
     const bool kernelChanged = providePrograms(radius, input);
     m_viewportWidth = static_cast<float>(size.width());
     m_viewportHeight = static_cast<float>(size.height());

@@ -46,14 +46,23 @@ vec4 centreTexel()
 }
 )"_s;
 
-/// Blurs the pixels that are not transparent.
+/// Blurs the pixels that are not transparent. Software rasterisers execute both sides of a branch, but leave
+/// a loop when none of its pixels needs more. The largest number of steps is hidden from the compiler, which
+/// would unroll the loop. Few of the pixels of a typical frame are covered.
 const QString mainSource = uR"(
 vec4 fast_gaussian_blur(sampler2D s, vec4 centre, vec2 tc, vec2 step)
 {
     vec4 sum = centre * weight[0];
-    for (int i = 1; i < SAMPLES_COUNT; ++i) {
-        sum += (texture(s, tc + offset[i] * step) + texture(s, tc - offset[i] * step)) * weight[i];
-    }
+#if SAMPLES_COUNT > 1
+    int last = centre.a > 0.0 ? SAMPLES_COUNT - 1 : 0;
+    int i = 1;
+    // A loop that tests first would run once more.
+    do {
+        vec2 shift = offset[i] * step;
+        sum += (texture(s, tc + shift) + texture(s, tc - shift)) * weight[i];
+        ++i;
+    } while (i <= last);
+#endif
     return sum;
 }
 
@@ -61,33 +70,12 @@ void main()
 {
     vec2 step = stepVec;
     vec4 c = centreTexel();
-    if (c.a > 0.0) {
-        o_Output = fast_gaussian_blur(u_Input, c, vo_TexCoord, step);
-    } else {
-        o_Output = c;
-    }
-}
-)"_s;
-/// The same for images that are mostly transparent. Software rasterisers execute both sides of a branch but
-/// leave a loop when none of its pixels needs more, if Mesa does not unroll it, which it does when an array's
-/// index is the counter itself.
-const QString sparseMainSource = uR"(
-void main()
-{
-    vec4 c = centreTexel();
-    bool isBlurred = c.a > 0.0;
-    vec2 step = isBlurred ? stepVec : vec2(0.0);
-    int numPairs = isBlurred ? SAMPLES_COUNT - 1 : 0;
-    vec4 sum = isBlurred ? c * weight[0] : c;
-    for (int i = 0; i < numPairs; ++i) {
-        vec2 shift = offset[i + 1] * step;
-        sum += (texture(u_Input, vo_TexCoord + shift) + texture(u_Input, vo_TexCoord - shift)) * weight[i + 1];
-    }
-    o_Output = sum;
+    vec4 blurred = fast_gaussian_blur(u_Input, c, vo_TexCoord, step);
+    o_Output = c.a > 0.0 ? blurred : c;
 }
 )"_s;
 
-// %1 reads the centre, %2 is the main function.
+// %1 reads the centre, %2 blurs.
 // Deliberate: u_ResolutionDivider is not used, and the output's name is not the one bound to draw buffer 0.
 // As the only output it goes there anyway.
 const QString fragmentTemplate = uR"(#version 150
@@ -105,7 +93,6 @@ const QString baseFragmentSource = fragmentTemplate.arg(centreSource, mainSource
 /// For inputs of another size than the target. A separate program, because software rasterisers pay for both
 /// sides of a branch.
 const QString resizingFragmentSource = fragmentTemplate.arg(resizedCentreSource, mainSource);
-const QString sparseFragmentSource = fragmentTemplate.arg(centreSource, sparseMainSource);
 
 /// Limits the kernel, so that its construction ends for an infinite radius. No driver accepts uniform arrays
 /// of this size anyway.
@@ -234,10 +221,8 @@ bool BlurBaseRenderPass::provideKernel(float radius, BlurredInput input)
     }
     if (kernelChanged || input != m_blurredInput) {
         m_blurredInput = input;
-        m_shaderProgram.reset(makeShaderProgram(input == BlurredInput::Resized ? resizingFragmentSource
-                                                : input == BlurredInput::Sparse
-                                                    ? sparseFragmentSource
-                                                    : getBaseFragmentShaderSource()));
+        m_shaderProgram.reset(makeShaderProgram(
+            input == BlurredInput::Resized ? resizingFragmentSource : getBaseFragmentShaderSource()));
         provideScreenBatch(m_screenQuad, *m_shaderProgram, Screen::Triangle);
     }
     return kernelChanged;

@@ -49,8 +49,6 @@ protected:
     {
         /// An image of the target's size.
         SameSize,
-        /// An image of the target's size that is mostly transparent.
-        Sparse,
         /// An image of another size than the target.
         Resized
     };

@@ -204,6 +204,8 @@ void VisibilityBufferRenderPass::start(RenderCallbacks* /*callbacks*/)
         if (m_gl4) {
             // A target to rasterise onto; nothing is written to it.
             scratch.emplace(*m_framebuffer, TextureFormat::RGBA16F, viewport.size());
+            // Software rasterisers would otherwise read and write its texels.
+            glDrawBuffer(GL_NONE);
         } else {
             clearTargets();
         }

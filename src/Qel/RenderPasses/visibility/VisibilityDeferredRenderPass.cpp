@@ -40,9 +40,6 @@ void main()
     vec4 result = vec4(0.0, 0.0, 0.0, 1.0);
     uint pointer;
     initializeVisibilityBufferQuery(vo_TexCoord, pointer);
-    if (!doesVisibilityBufferHaveFragment(pointer)) {
-        discard;
-    }
     vec3 L = normalize(vec3(100.0, 100.0, 100.0));
     float alpha;
     // Software rasterisers run a loop that tests first once more than it has iterations.
@@ -211,6 +208,11 @@ void VisibilityDeferredRenderPass::shade(Texture* headPointers, Texture* nodes, 
     updateBufferTextures(batch);
 
     const AutoDisabler depthTest(GL_DEPTH_TEST);
+    const AutoEnabler stencilTest(GL_STENCIL_TEST);
+    const PooledTexture marks(TextureFormat::Depth24Stencil8, m_inputs[Viewport].value.toRect().size());
+    const AttachedDepth attached(*m_framebuffer, marks.get());
+    provide(m_listMask)
+        .apply(headPointers, nodes, m_inputs[NodeBufferWidth].value.toInt(), headPointers->size());
     const AutoBinder programBinder(m_program.get());
     const BoundSampler headPointerSampler(*m_program, m_headPointerSampler, headPointers, Sampling::Nearest);
     const BoundSampler nodeSampler(*m_program, m_nodeSampler, nodes, Sampling::Nearest);

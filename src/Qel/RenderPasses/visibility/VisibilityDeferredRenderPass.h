@@ -15,6 +15,7 @@ namespace Morvane::Qel {
 class DrawBuffers;
 class FramebufferObject;
 class GPUModel;
+class ListMask;
 class Texture;
 class VertexArrayObject;
 
@@ -35,7 +36,8 @@ class VertexArrayObject;
 ///
 /// The output is owned by the pass and replaced when the size changes. GL state: uses the clear colour in
 /// force; expects blending, face culling and scissor test disabled and a full colour mask; restores the depth
-/// test.
+/// test and the stencil test. Where it shades, leaves the stencil function at GL_EQUAL, reference 1, and a
+/// full stencil mask.
 class QEL_RENDERPASSES_EXPORT VisibilityDeferredRenderPass : public RenderPassHelper
 {
 public:
@@ -76,6 +78,7 @@ private:
     void setMatrices();
 
     std::unique_ptr<FramebufferObject> m_framebuffer;
+    std::unique_ptr<ListMask> m_listMask;
     std::unique_ptr<ShaderProgram> m_program;
     QSharedPointer<DrawBuffers> m_fullScreenBatch;
     /// Buffer textures over the model's buffers.

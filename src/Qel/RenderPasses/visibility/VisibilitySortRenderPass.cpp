@@ -22,13 +22,14 @@ constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/VisibilitySortRend
 // Most pixels have no list or a short one. Software rasterisers execute both sides of every branch and every
 // loop at least once, or twice if its condition comes first, so all loops test their condition last, and the
 // sort is a single loop of small steps. They also clear local arrays, so the records hold no more than
-// needed.
+// needed. The stencil keeps pixels without a list away, which needs early tests and a stage without discard.
 const QString fragmentSource = uR"(#version 150
 #extension GL_ARB_shader_atomic_counters : enable
 #extension GL_ARB_shader_image_load_store : enable
 #extension GL_ARB_shading_language_420pack : enable
 #include "ShaderBitEncoding.glslh"
 #include "FragmentList.glslh"
+layout(early_fragment_tests) in;
 #define MAX_DEPTH 50
 #define MAX_LEVELS 16
 
@@ -123,10 +124,20 @@ void quickSort(int count)
     } while (!isSorted);
 }
 
-// Fills the records from the list and returns their count.
-int gather(uint pointer)
+struct List
 {
-    int count = 0;
+    int count;
+    // Whether the records are in order already.
+    bool isSorted;
+    // Whether the list itself is not.
+    bool isChanged;
+};
+
+// Fills the records from the list, the first two in order: most lists hold no more.
+List gather(uint pointer)
+{
+    List list = List(0, true, false);
+    float depth = 0.0;
     do {
         uvec4 node = imageLoad(u_NodeBufferImage, texelOfNode(pointer, u_NodeBufferImageWidth));
         if (node.g == 0u) {
@@ -134,20 +145,32 @@ int gather(uint pointer)
             // did not fit into the buffer.
             break;
         }
-        records[count] = Record(node.g, node.a, uintBitsToFloat(node.b));
+        Record record = Record(node.g, node.a, uintBitsToFloat(node.b));
+        if (list.count == 1 && isGreater(records[0], record)) {
+            Record first = records[0];
+            records[0] = record;
+            record = first;
+            list.isChanged = true;
+        }
+        if (list.count > 0 && depth > record.depth) {
+            list.isSorted = false;
+            list.isChanged = true;
+        }
+        depth = record.depth;
+        records[list.count] = record;
         pointer = node.r;
-        ++count;
-    } while (pointer != 0u && count < MAX_DEPTH);
-    return count;
+        ++list.count;
+    } while (pointer != 0u && list.count < MAX_DEPTH);
+    return list;
 }
 
 void writeBack(uint pointer, int count)
 {
     int i = 0;
     do {
-        ivec2 texel = texelOfNode(pointer, u_NodeBufferImageWidth);
-        pointer = imageLoad(u_NodeBufferImage, texel).r;
         if (i < count) {
+            ivec2 texel = texelOfNode(pointer, u_NodeBufferImageWidth);
+            pointer = imageLoad(u_NodeBufferImage, texel).r;
             imageStore(u_NodeBufferImage, texel,
                        uvec4(pointer, records[i].primitive, floatBitsToUint(records[i].depth), records[i].draw));
         }
@@ -157,17 +180,10 @@ void writeBack(uint pointer, int count)
 
 void main()
 {
-    ivec2 pixel = ivec2(gl_FragCoord.xy);
-    if (any(greaterThanEqual(pixel, textureSize(u_SamplerHeadPointer, 0)))) {
-        discard;
-    }
-    uint head = texelFetch(u_SamplerHeadPointer, pixel, 0).r;
-    if (head == 0u) {
-        discard;
-    }
-    int count = gather(head);
-    quickSort(count);
-    writeBack(head, count);
+    uint head = texelFetch(u_SamplerHeadPointer, ivec2(gl_FragCoord.xy), 0).r;
+    List list = gather(head);
+    quickSort(list.isSorted ? 0 : list.count);
+    writeBack(head, list.isChanged ? list.count : 0);
 }
 )"_s;
 
@@ -256,13 +272,19 @@ void VisibilitySortRenderPass::provideProgram()
 void VisibilitySortRenderPass::sort(Texture* headPointers, Texture* nodes, int nodeBufferWidth)
 {
     provideProgram();
+    const QSize size = m_inputs[Viewport].value.toRect().size();
+    FramebufferObject& framebuffer = provide(m_framebuffer);
+    const bool keepsToLists = m_program == m_builtinProgram.get();
+    const PooledTexture marks =
+        keepsToLists ? PooledTexture(TextureFormat::Depth24Stencil8, size) : PooledTexture();
+    const AttachedDepth attached(framebuffer, marks.get());
     // A target to rasterise onto; nothing is written to it.
-    const PooledTarget scratch(provide(m_framebuffer), TextureFormat::RGBA16F,
-                               m_inputs[Viewport].value.toRect().size());
+    const PooledTarget scratch(framebuffer, TextureFormat::RGBA16F, size);
     // Software rasterisers would otherwise read and write its texels.
     glDrawBuffer(GL_NONE);
-    // Deliberate: has no effect without a depth attachment, except that the test stays enabled.
-    OpenGLDeviceContext::current()->enable(GL_DEPTH_TEST);
+    if (keepsToLists) {
+        provide(m_listMask).apply(headPointers, nodes, nodeBufferWidth, size);
+    }
     {
         // Shaders stored the nodes, which are now read as an image.
         glMemoryBarrier(GL_SHADER_IMAGE_ACCESS_BARRIER_BIT);
@@ -275,6 +297,9 @@ void VisibilitySortRenderPass::sort(Texture* headPointers, Texture* nodes, int n
         checkGLError(sourceFile, __LINE__);
         drawBatch(m_fullScreenBatch);
     }
+    // Deliberate: the depth test stays enabled.
+    OpenGLDeviceContext::current()->disable(GL_STENCIL_TEST);
+    OpenGLDeviceContext::current()->enable(GL_DEPTH_TEST);
     glMemoryBarrier(GL_TEXTURE_FETCH_BARRIER_BIT);
 }
 

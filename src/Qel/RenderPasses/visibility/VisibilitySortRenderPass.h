@@ -12,6 +12,7 @@ namespace Morvane::Qel {
 
 class DrawBuffers;
 class FramebufferObject;
+class ListMask;
 class Texture;
 
 /// Sorts each pixel's fragment list by depth, nearest first, in place, for passes that blend layers in order
@@ -24,7 +25,8 @@ class Texture;
 /// The outputs are the inputs, whether or not they were sorted, and keep their owner. Without the extensions
 /// that `description()` lists, or if an input is missing, nothing is sorted.
 ///
-/// GL state: face culling and scissor test must be off. Leaves the depth test enabled when it sorts.
+/// GL state: face culling and scissor test must be off. When it sorts, leaves the depth test enabled and the
+/// stencil test disabled, with its function at GL_EQUAL, reference 1, and a full mask.
 class QEL_RENDERPASSES_EXPORT VisibilitySortRenderPass : public RenderPassHelper
 {
 public:
@@ -67,6 +69,7 @@ private:
     /// Whether the context has the extensions that sorting needs.
     bool m_gl4 = false;
     std::unique_ptr<FramebufferObject> m_framebuffer;
+    std::unique_ptr<ListMask> m_listMask;
     std::unique_ptr<ShaderProgram> m_builtinProgram;
     ShaderProgram* m_program = nullptr;
     bool m_hasReportedLists = false;
