@@ -216,6 +216,12 @@ TEST_F(Editing, BoxesByKeyboard)
         }
     }
     QTest::keyClick(QApplication::activePopupWidget(), Qt::Key_Escape);
+
+    // Boxes that are hidden while the graph changes do not outlive their passes.
+    boxes.select(u"glow"_s);
+    boxes.hide();
+    window().document().edit(u"Removal"_s, [](GraphDescription& graph) { removePass(graph, u"glow"_s); });
+    EXPECT_EQ(boxes.selectedPass(), QString());
 }
 
 TEST_F(Editing, SavesOnlyWhatChanged)

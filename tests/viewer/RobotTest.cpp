@@ -285,10 +285,11 @@ TEST_F(Robot, SurvivesRandomUse)
     for (const auto& [kind, number] : end.numObjects) {
         EXPECT_LE(number, start.numObjects.at(kind) + (kind == programs ? numKeptPrograms : 0)) << kind;
     }
-    // The software rasteriser's code for a program takes 1.3 MiB.
+    // Caches of the toolkit grow by some MiB, whatever the number of steps. The software rasteriser's code
+    // for a program takes 1.3 MiB.
     const int numNewPrograms = end.numObjects.at(programs) - middle.numObjects.at(programs);
     const size_t numBytes =
-        (size_t{2} << 20) + (size_t{3} << 19) * static_cast<size_t>(std::max(numNewPrograms, 0));
+        (size_t{8} << 20) + (size_t{3} << 19) * static_cast<size_t>(std::max(numNewPrograms, 0));
     EXPECT_LT(end.numBytes, middle.numBytes + numBytes);
     // After all that a good graph is shown as ever.
     EXPECT_EQ(shown(), rendered(sourcePath(u"examples/graphs/fxaa.json"_s)));

@@ -88,6 +88,10 @@ GraphView::GraphView(Document& document, GraphSession& session, OutputStore& sto
         m_isStale = true;
         if (isVisible()) {
             rebuild();
+        } else {
+            // No box may stand for a pass that is gone.
+            m_newWire = nullptr;
+            scene()->clear();
         }
     });
     connect(&document, &Document::opened, this, [this] { m_isFitting = true; });
@@ -249,8 +253,12 @@ bool GraphView::connectPorts(const QString& fromPass, const QString& output, con
 
 bool GraphView::disconnectInput(const QString& pass, const QString& input)
 {
-    return tryEdit(tr("Disconnection of %1").arg(pass),
-                   [&](GraphDescription& graph) { resetInput(*findPass(graph, pass), input); });
+    return tryEdit(tr("Disconnection of %1").arg(pass), [&](GraphDescription& graph) {
+        // A menu may be open while the pass is removed from the file.
+        if (PassSetting* setting = findPass(graph, pass)) {
+            resetInput(*setting, input);
+        }
+    });
 }
 
 bool GraphView::removePass(const QString& name)

@@ -74,7 +74,7 @@ vec4 sampleN(vec2 position)
 {
     ivec2 size = SIZE;
     vec2 texel = position * vec2(size);
-    if (!u_Smooth)
+    if (!isSmooth)
         return fetchN(ivec2(floor(texel)), size);
     vec2 corner = floor(texel - 0.5);
     vec2 f = texel - 0.5 - corner;
@@ -92,11 +92,13 @@ vec4 sampleN(vec2 position)
     return source;
 }
 
+// %1 to %3 are constants, see ProgramKey.
 const QString headSource = uR"(#version 150
+const bool isSmooth = %1;
+const bool isRaw = %2;
+const bool hasGamma = %3;
 uniform vec2 u_Origin;
 uniform vec2 u_Scale;
-uniform bool u_Smooth;
-uniform bool u_Raw;
 uniform int u_Channels;
 uniform int u_NumChannels;
 uniform vec4 u_Range; // minimum, maximum, factor after the range, exponent
@@ -114,7 +116,7 @@ vec3 hue(float h)
 // Neighbouring integers get hues that are far apart, by the golden ratio; 0 is black.
 vec4 integer(uvec4 v)
 {
-    if (!u_FalseColors || u_Raw)
+    if (!u_FalseColors || isRaw)
         return vec4(v);
     uint key = v.x + 7919u * v.y + 104729u * v.z + 1299709u * v.w;
     if (key == 0u)
@@ -122,7 +124,7 @@ vec4 integer(uvec4 v)
     float hash = float((key * 2654435769u) >> 8) / 16777216.0;
     return vec4(mix(vec3(1.0), hue(hash), 0.75) * (0.6 + 0.4 * float((key >> 2) & 1u)), 1.0);
 }
-vec4 integer(ivec4 v) { return u_FalseColors && !u_Raw ? integer(uvec4(v)) : vec4(v); }
+vec4 integer(ivec4 v) { return u_FalseColors && !isRaw ? integer(uvec4(v)) : vec4(v); }
 
 // The direction of a texel of a cube map's face, as OpenGL defines the faces.
 vec3 direction(ivec2 p, ivec2 size, int face)
@@ -141,7 +143,7 @@ const QString mainSource = uR"(
 vec3 scaled(vec3 c)
 {
     c = (c - u_Range.x) / (u_Range.y - u_Range.x) * u_Range.z;
-    return u_Range.w == 1.0 ? c : pow(max(c, 0.0), vec3(u_Range.w));
+    return hasGamma ? pow(max(c, 0.0), vec3(u_Range.w)) : c;
 }
 
 vec3 shown(vec4 v)
@@ -178,7 +180,7 @@ vec3 rounded(vec3 color)
 void main()
 {
     vec2 position = (gl_FragCoord.xy - u_Origin) / u_Scale;
-    if (u_Raw) {
+    if (isRaw) {
         out_FragColor = sampleA(position);
         return;
     }
@@ -206,17 +208,17 @@ struct TexturePainter::Program
     Uniform b{"u_B"};
 };
 
-TexturePainter::Program& TexturePainter::program(const Texture& first, const Texture* second)
+TexturePainter::Program& TexturePainter::program(const ProgramKey& key)
 {
-    const int kindA = samplerKindOf(first);
-    const int kindB = second ? samplerKindOf(*second) : -1;
-    std::shared_ptr<Program>& found = m_programs[{kindA, kindB}];
+    std::shared_ptr<Program>& found = m_programs[key];
     if (!found) {
         found = std::make_shared<Program>();
-        const SamplerKind& kind = samplerKinds[static_cast<size_t>(kindA)];
-        QString source = headSource + samplingSource(kind, u'A');
-        source += second ? samplingSource(samplerKinds[static_cast<size_t>(kindB)], u'B')
-                         : u"vec4 sampleB(vec2 position) { return vec4(0.0); }\n"_s;
+        const SamplerKind& kind = samplerKinds[static_cast<size_t>(key.first)];
+        const auto literal = [](bool value) { return value ? u"true"_s : u"false"_s; };
+        QString source = headSource.arg(literal(key.isSmooth), literal(key.isRaw), literal(key.hasGamma)) +
+                         samplingSource(kind, u'A');
+        source += key.second >= 0 ? samplingSource(samplerKinds[static_cast<size_t>(key.second)], u'B')
+                                  : u"vec4 sampleB(vec2 position) { return vec4(0.0); }\n"_s;
         source += QString(mainSource)
                       .replace(u"INTEGER"_s, kind.kind == TextureKind::Color ? u"false"_s : u"true"_s);
         provideScreenProgram(found->program, found->batch, {source});
@@ -257,7 +259,12 @@ void TexturePainter::draw(Texture& texture, const QPointF& origin, const QPointF
 {
     Texture* second =
         comparison.texture && samplerKindOf(*comparison.texture) >= 0 ? comparison.texture : nullptr;
-    Program& used = program(texture, second);
+    const bool isInteger = kindOf(texture) == TextureKind::Unsigned || kindOf(texture) == TextureKind::Signed;
+    Program& used = program({.first = samplerKindOf(texture),
+                             .second = second ? samplerKindOf(*second) : -1,
+                             .isSmooth = settings.isSmooth && !isInteger,
+                             .isRaw = isRaw,
+                             .hasGamma = settings.gamma != 1.0F});
     ShaderProgram& shader = *used.program;
     const AutoBinder programBinder(&shader);
     const auto sampling = [](int level) { return level > 0 ? Sampling::NearestMipmap : Sampling::Nearest; };
@@ -269,9 +276,6 @@ void TexturePainter::draw(Texture& texture, const QPointF& origin, const QPointF
     shader.setUniform(u"u_LayerB"_s, comparison.layer);
     shader.setUniform(u"u_Origin"_s, QVector2D(origin));
     shader.setUniform(u"u_Scale"_s, QVector2D(scale));
-    shader.setUniform(u"u_Smooth"_s, settings.isSmooth && kindOf(texture) != TextureKind::Unsigned &&
-                                         kindOf(texture) != TextureKind::Signed);
-    shader.setUniform(u"u_Raw"_s, isRaw);
     shader.setUniform(u"u_Channels"_s, static_cast<int>(settings.channels));
     shader.setUniform(u"u_NumChannels"_s, numChannelsOf(texture));
     const float maximum = settings.maximum == settings.minimum ? settings.minimum + 1.0F : settings.maximum;

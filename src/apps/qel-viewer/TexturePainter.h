@@ -5,6 +5,7 @@
 #include <QSharedPointer>
 #include <QSize>
 
+#include <compare>
 #include <map>
 #include <memory>
 
@@ -58,12 +59,22 @@ public:
 
 private:
     struct Program;
-    Program& program(const Texture& first, const Texture* second);
+    /// What a program is made for. A choice by a uniform would cost software rasterisers both sides.
+    struct ProgramKey
+    {
+        /// The kinds of sampler of the first and the second texture; -1 for none.
+        int first;
+        int second;
+        bool isSmooth;
+        bool isRaw;
+        bool hasGamma;
+        auto operator<=>(const ProgramKey&) const = default;
+    };
+    Program& program(const ProgramKey& key);
     void draw(Texture& texture, const QPointF& origin, const QPointF& scale, const DisplaySettings& settings,
               const Comparison& comparison, const QColor& background, bool isRaw);
 
-    /// By the sampler types of the first and the second texture.
-    std::map<std::pair<int, int>, std::shared_ptr<Program>> m_programs;
+    std::map<ProgramKey, std::shared_ptr<Program>> m_programs;
     std::unique_ptr<FramebufferObject> m_framebuffer;
     std::unique_ptr<Texture> m_target;
 };

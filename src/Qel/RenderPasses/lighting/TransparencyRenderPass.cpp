@@ -18,8 +18,8 @@ namespace {
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/TransparencyRenderPass";
 
-// Invariant, so that an opaque fragment has the same depth in both passes and fails the depth test against
-// itself in the accumulation.
+// Invariant, so that an opaque fragment that is drawn in the accumulation too has the same depth as in the
+// opaque pass.
 const QString vertexSource = uR"(#version 150
 #instancedata "InstanceInfo"
 uniform mat4 u_CameraMatrix;
@@ -72,9 +72,8 @@ void main()
 }
 )"_s;
 
-// All deliberate: opaque fragments are not discarded but fail the depth test, unless the depth function
-// passes equal depths (then they set the revealage to 0); at a depth of exactly 0 the weight is infinite; the
-// colour is not multiplied by alpha.
+// All deliberate: opaque fragments are not discarded; they set the revealage to 0 if the depth function
+// passes equal depths. At a depth of exactly 0 the weight is infinite; the colour is not multiplied by alpha.
 const QString accumulationSource = shadingSource + uR"(
 out vec4 out_FragColor[2];
 
@@ -102,13 +101,15 @@ void main()
 }
 )"_s;
 
-/// Whether opaque fragments fail the depth test in the accumulation, where each finds its own depth or a
-/// nearer one.
-bool rejectsEqualDepths()
+/// Whether all opaque fragments would fail the depth test in the accumulation, because each finds its own
+/// depth or a nearer one. Call it before the opaque pass.
+bool rejectsOpaqueFragments()
 {
     int function = 0;
+    GLboolean writesDepth = GL_FALSE;
     glGetIntegerv(GL_DEPTH_FUNC, &function);
-    return function == GL_LESS;
+    glGetBooleanv(GL_DEPTH_WRITEMASK, &writesDepth);
+    return function == GL_LESS && writesDepth == GL_TRUE;
 }
 
 } // namespace
@@ -167,13 +168,16 @@ void TransparencyRenderPass::start(RenderCallbacks* /*callbacks*/)
     if (!viewport.isEmpty()) {
         TextureManager* textures = TextureManager::Instance();
         Texture* formerStandIn = textures->setManagedTextureStandIn(mapStandIn ? mapStandIn : m_white.get());
+        const std::optional<Opacity> accumulated =
+            rejectsOpaqueFragments() ? std::optional(Opacity::Transparent) : std::nullopt;
         drawOpaque(model);
         // Accumulating nothing and resolving that would change no pixel.
-        if (model && !(rejectsEqualDepths() && model->isDrawEmpty(Opacity::Transparent))) {
-            accumulate(model);
+        if (model && !(accumulated && model->isDrawEmpty(*accumulated))) {
+            accumulate(model, accumulated);
             resolve();
         }
         textures->setManagedTextureStandIn(formerStandIn);
+        glDepthMask(GL_TRUE);
         glBlendFunc(GL_ONE_MINUS_SRC_ALPHA, GL_SRC_ALPHA);
     }
     m_outputs[Frame].value = textureVariant(m_opaqueFramebuffer->attachment(GL_COLOR_ATTACHMENT0));
@@ -214,10 +218,11 @@ void TransparencyRenderPass::drawOpaque(GPUModel* model)
     glClearColor(0.0F, 0.0F, 0.0F, 0.0F);
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
     const AutoEnabler depthTest(GL_DEPTH_TEST);
-    drawModel(model, m_opaque);
+    // The program would discard the others.
+    drawModel(model, m_opaque, Opacity::Opaque);
 }
 
-void TransparencyRenderPass::accumulate(GPUModel* model)
+void TransparencyRenderPass::accumulate(GPUModel* model, std::optional<Opacity> batches)
 {
     const AutoBinder framebufferBinder(m_accumulationFramebuffer.get());
     m_accumulationFramebuffer->setDrawBuffers();
@@ -229,11 +234,11 @@ void TransparencyRenderPass::accumulate(GPUModel* model)
     // Colour and coverage are summed; the alpha of target 0 becomes the product of (1 - alpha).
     glBlendFuncSeparate(GL_ONE, GL_ONE, GL_ZERO, GL_ONE_MINUS_SRC_ALPHA);
     glDepthMask(GL_FALSE);
-    drawModel(model, m_accumulation);
-    glDepthMask(GL_TRUE);
+    drawModel(model, m_accumulation, batches);
 }
 
-void TransparencyRenderPass::drawModel(GPUModel* model, ModelProgram& modelProgram)
+void TransparencyRenderPass::drawModel(GPUModel* model, ModelProgram& modelProgram,
+                                       std::optional<Opacity> batches)
 {
     if (!model) {
         return;
@@ -243,11 +248,8 @@ void TransparencyRenderPass::drawModel(GPUModel* model, ModelProgram& modelProgr
     program->setUniform(modelProgram.projectionMatrix, m_inputs[ProjectionMatrix].value.value<QMatrix4x4>());
     program->setUniform(modelProgram.cameraMatrix, m_inputs[CameraMatrix].value.value<QMatrix4x4>());
     checkGLError(sourceFile, __LINE__);
-    // The programs would discard the other batches, or the depth test reject all their fragments.
-    if (&modelProgram == &m_opaque) {
-        model->draw(program, Opacity::Opaque, WindingType::CounterClockwise);
-    } else if (rejectsEqualDepths()) {
-        model->draw(program, Opacity::Transparent, WindingType::CounterClockwise);
+    if (batches) {
+        model->draw(program, *batches, WindingType::CounterClockwise);
     } else {
         model->draw(program, 0, 0, WindingType::CounterClockwise);
     }

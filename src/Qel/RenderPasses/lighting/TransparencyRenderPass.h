@@ -3,6 +3,7 @@
 #include <QSharedPointer>
 
 #include <memory>
+#include <optional>
 
 #include <Qel/RenderPasses/Export.h>
 #include <Qel/core/RenderPassHelper.h>
@@ -14,6 +15,7 @@ class DrawBuffers;
 class FramebufferObject;
 class GPUModel;
 class Texture;
+enum class Opacity;
 
 /// Draws a model with transparent materials without sorting, lit by one directional light that is fixed
 /// relative to the camera: weighted blended order-independent transparency (M. McGuire, L. Bavoil: Weighted
@@ -85,8 +87,9 @@ private:
     void provideAllTargets(const QRect& viewport);
     void providePrograms();
     void drawOpaque(GPUModel* model);
-    void accumulate(GPUModel* model);
-    void drawModel(GPUModel* model, ModelProgram& modelProgram);
+    void accumulate(GPUModel* model, std::optional<Opacity> batches);
+    /// Draws the batches of an opacity, or all.
+    void drawModel(GPUModel* model, ModelProgram& modelProgram, std::optional<Opacity> batches);
     void resolve();
 
     std::unique_ptr<FramebufferObject> m_opaqueFramebuffer;

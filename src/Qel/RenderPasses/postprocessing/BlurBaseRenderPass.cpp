@@ -48,7 +48,7 @@ vec4 centreTexel()
 
 /// Blurs the pixels that are not transparent. Software rasterisers execute both sides of a branch, but leave
 /// a loop when none of its pixels needs more. The largest number of steps is hidden from the compiler, which
-/// would unroll the loop. Few of the pixels of a typical frame are covered.
+/// would unroll the loop. This pays off where much of the image is transparent.
 const QString mainSource = uR"(
 vec4 fast_gaussian_blur(sampler2D s, vec4 centre, vec2 tc, vec2 step)
 {

@@ -96,6 +96,7 @@ void ListMask::apply(Texture* headPointers, Texture* nodes, int nodeBufferWidth,
     glClearBufferfi(GL_DEPTH_STENCIL, 0, 1.0F, 0);
     glStencilFunc(GL_ALWAYS, 1, ~0U);
     glStencilOp(GL_KEEP, GL_KEEP, GL_REPLACE);
+    glColorMask(GL_FALSE, GL_FALSE, GL_FALSE, GL_FALSE);
     {
         const AutoBinder programBinder(m_program.get());
         const BoundSampler sampler(*m_program, m_headPointers, headPointers, Sampling::Nearest);
@@ -105,6 +106,7 @@ void ListMask::apply(Texture* headPointers, Texture* nodes, int nodeBufferWidth,
                               QVector2D(static_cast<float>(size.width()), static_cast<float>(size.height())));
         drawBatch(m_fullScreenBatch);
     }
+    glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
     glStencilFunc(GL_EQUAL, 1, ~0U);
     glStencilOp(GL_KEEP, GL_KEEP, GL_KEEP);
 }

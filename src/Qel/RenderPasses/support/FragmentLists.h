@@ -51,7 +51,7 @@ public:
     /// Marks the pixels with a list in the stencil of the framebuffer that is bound, and lets only those pass
     /// until the stencil test is disabled. Head pointer (x, y) is that of pixel (x, y) in a frame of `size`
     /// pixels, which may have more; a pixel whose head pointer names no node has no list. Leaves the depth
-    /// test disabled and the stencil mask full.
+    /// test disabled and the stencil and colour masks full.
     void apply(Texture* headPointers, Texture* nodes, int nodeBufferWidth, const QSize& size);
 
 private:

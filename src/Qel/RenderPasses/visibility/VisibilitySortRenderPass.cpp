@@ -129,7 +129,7 @@ struct List
     int count;
     // Whether the records are in order already.
     bool isSorted;
-    // Whether the list itself is not.
+    // Whether the nodes are out of order, so that the records must be written back.
     bool isChanged;
 };
 
@@ -297,8 +297,10 @@ void VisibilitySortRenderPass::sort(Texture* headPointers, Texture* nodes, int n
         checkGLError(sourceFile, __LINE__);
         drawBatch(m_fullScreenBatch);
     }
+    if (keepsToLists) {
+        OpenGLDeviceContext::current()->disable(GL_STENCIL_TEST);
+    }
     // Deliberate: the depth test stays enabled.
-    OpenGLDeviceContext::current()->disable(GL_STENCIL_TEST);
     OpenGLDeviceContext::current()->enable(GL_DEPTH_TEST);
     glMemoryBarrier(GL_TEXTURE_FETCH_BARRIER_BIT);
 }

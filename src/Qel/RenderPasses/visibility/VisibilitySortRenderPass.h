@@ -25,8 +25,9 @@ class Texture;
 /// The outputs are the inputs, whether or not they were sorted, and keep their owner. Without the extensions
 /// that `description()` lists, or if an input is missing, nothing is sorted.
 ///
-/// GL state: face culling and scissor test must be off. When it sorts, leaves the depth test enabled and the
-/// stencil test disabled, with its function at GL_EQUAL, reference 1, and a full mask.
+/// GL state: face culling and scissor test must be off, and the colour mask full. When it sorts, leaves the
+/// depth test enabled; with its own program also the stencil test disabled, its function at GL_EQUAL,
+/// reference 1, and its mask full.
 class QEL_RENDERPASSES_EXPORT VisibilitySortRenderPass : public RenderPassHelper
 {
 public:
