@@ -5,9 +5,9 @@
 #include <QSharedPointer>
 #include <QSize>
 
-#include <compare>
 #include <map>
 #include <memory>
+#include <tuple>
 
 #include <Qel/gl/DrawBuffers.h>
 #include <Qel/gl/FramebufferObject.h>
@@ -68,7 +68,11 @@ private:
         bool isSmooth;
         bool isRaw;
         bool hasGamma;
-        auto operator<=>(const ProgramKey&) const = default;
+        bool operator<(const ProgramKey& other) const
+        {
+            return std::tie(first, second, isSmooth, isRaw, hasGamma) <
+                   std::tie(other.first, other.second, other.isSmooth, other.isRaw, other.hasGamma);
+        }
     };
     Program& program(const ProgramKey& key);
     void draw(Texture& texture, const QPointF& origin, const QPointF& scale, const DisplaySettings& settings,
