@@ -22,7 +22,9 @@ namespace Morvane::Qel::Viewer {
 
 namespace {
 
-constexpr int shortestPause = 100;
+// Milliseconds between two updates.
+constexpr qint64 shortestPause = 100;
+constexpr qint64 longestPause = 2000;
 constexpr QSize thumbnailSize(96, 54);
 
 QString formatOf(const Texture& texture)
@@ -92,8 +94,9 @@ void OutputStore::update()
     });
     m_outputs = std::move(outputs);
     Q_EMIT updated();
-    constexpr qint64 share = 20;
-    m_timer.setInterval(static_cast<int>(std::max<qint64>(shortestPause, share * time.elapsed())));
+    // Thumbnails take a fortieth of the time, so that frames are hardly slower for them.
+    constexpr qint64 share = 40;
+    m_timer.setInterval(static_cast<int>(std::clamp(share * time.elapsed(), shortestPause, longestPause)));
 }
 
 QHash<QString, QString> OutputStore::valuesAt(const QPoint& texel)
