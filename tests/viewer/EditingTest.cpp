@@ -268,6 +268,40 @@ TEST_F(Editing, SavesOnlyWhatChanged)
     ASSERT_TRUE(waitFor([&] { return window().session().camera().eye.y() == 2.0F; }));
 }
 
+TEST_F(Editing, LongSessionsKeepLittle)
+{
+    QStringList errors;
+    Document document;
+    ASSERT_TRUE(document.open(sourcePath(u"examples/graphs/fxaa.json"_s), {}, &errors));
+    constexpr int numEdits = 2000;
+    for (int i = 1; i <= numEdits; ++i) {
+        document.edit(u"width"_s, [&](GraphDescription& graph) { graph.viewport.setWidth(i); });
+    }
+    const int numSteps = document.undoStack().count();
+    EXPECT_LT(numSteps, numEdits) << "memory grows with every edit";
+    EXPECT_GE(numSteps, 100);
+    while (document.undoStack().canUndo()) {
+        document.undoStack().undo();
+    }
+    EXPECT_EQ(document.graph().viewport.width(), numEdits - numSteps);
+    EXPECT_TRUE(document.isModified()) << "the file's own graph is out of reach";
+
+    // What is reported in every frame is listed once.
+    open(sourcePath(u"examples/graphs/shader.json"_s), {64, 36});
+    const auto connection = QObject::connect(&window().session(), &GraphSession::frameRendered, &window(),
+                                             [] { qWarning("an odd frame"); });
+    const quint64 number = window().session().numFrames();
+    window().view().setContinuous(true);
+    ASSERT_TRUE(waitFor([&] { return window().session().numFrames() >= number + 10; }));
+    window().view().setContinuous(false);
+    QObject::disconnect(connection);
+    settle();
+    window().session().requestFrame();
+    settle();
+    EXPECT_EQ(window().session().errors(), QStringList{u"an odd frame"_s});
+    open(sourcePath(u"examples/graphs/fxaa.json"_s), {64, 36});
+}
+
 TEST_F(Editing, UnsavedChangesSurviveTheProgram)
 {
     const QString graph = copyExamples(u"glow.json"_s);

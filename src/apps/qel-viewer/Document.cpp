@@ -96,6 +96,9 @@ private:
 Document::Document(QObject* parent)
     : QObject(parent)
 {
+    // A step holds two copies of the graph, some 5 to 20 KiB.
+    constexpr int maxSteps = 500;
+    m_undoStack.setUndoLimit(maxSteps);
 }
 
 void Document::setGraph(const GraphDescription& graph)

@@ -342,8 +342,14 @@ bool GraphSession::renderFrame(RenderGraph& graph, QStringList* errors)
                               [](const QString& line) { return line.contains(u": error: "_s); })) {
         errors->append(error);
     }
-    // What the library reports about a graph belongs to it, whatever frame it came with.
-    m_graphErrors += lines;
+    // What the library reports about a graph belongs to it, whatever frame it came with; what comes with
+    // every frame is listed once.
+    constexpr qsizetype maxErrors = 100;
+    for (const QString& line : lines) {
+        if (m_graphErrors.size() < maxErrors && !m_graphErrors.contains(line)) {
+            m_graphErrors.append(line);
+        }
+    }
     m_numFrames += good ? 1 : 0;
     return good;
 }

@@ -5,6 +5,8 @@
 #include <QOpenGLContext>
 #include <QSurfaceFormat>
 
+#include <malloc.h>
+
 #include "MainWindow.h"
 #include "TextureView.h"
 
@@ -26,6 +28,11 @@ bool hasOpenGL()
 
 int main(int argc, char** argv)
 {
+#ifdef __GLIBC__
+    // By default this limit rises to the size of the largest block that was freed. Images then lie on the
+    // heap, and most of it cannot be given back once they are gone.
+    mallopt(M_MMAP_THRESHOLD, 1 << 20);
+#endif
     Morvane::Qel::Viewer::TextureView::setDefaultFormat();
     const QApplication application(argc, argv);
     QCoreApplication::setApplicationName(u"qel-viewer"_s);
