@@ -131,6 +131,26 @@ TEST_F(Animation, PlaysLoopsAndRests)
     line.setPlaying(true);
     ASSERT_TRUE(waitFor([&] { return !line.isPlaying(); }));
     EXPECT_EQ(window().session().frameNumber(), 5);
+
+    // Each attempt ends at a frame that fails.
+    folder().write(u"scenes/none.png"_s, u"no image"_s);
+    folder().write(u"graphs/gap.json"_s, uR"({
+  "animation": {"frames": 6, "fps": 50},
+  "passes": [
+    {"name": "image", "type": "TextureLoaderRenderPass",
+     "inputs": {"TexturePath": {"keys": [[0, "../scenes/wood.png"], [2, "../scenes/none.png"]], "ease": "step"}}}
+  ],
+  "output": "@image.Texture"
+})"_s);
+    open(folder().path(u"graphs/gap.json"_s), {64, 36});
+    for (int i = 0; i < 2; ++i) {
+        line.setPlaying(true);
+        EXPECT_TRUE(waitFor([&] { return !line.isPlaying(); })) << i;
+        EXPECT_EQ(window().session().frameNumber(), 2);
+        ASSERT_EQ(window().errors().size(), 1);
+        EXPECT_TRUE(window().errors().first().contains(u"none.png"_s))
+            << qPrintable(window().errors().first());
+    }
     open(sourcePath(u"examples/graphs/fxaa.json"_s));
     EXPECT_FALSE(line.isVisible());
 }

@@ -10,7 +10,7 @@
 
 namespace Morvane::Qel::Viewer {
 
-/// The graph that is open, with its file and the history of its changes.
+/// The graph that is open, with its file and the history of its last changes.
 class Document : public QObject
 {
     Q_OBJECT

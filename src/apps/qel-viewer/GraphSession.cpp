@@ -193,6 +193,8 @@ bool GraphSession::render()
     setErrors(m_graphErrors + errors);
     if (good) {
         Q_EMIT frameRendered();
+    } else {
+        Q_EMIT frameFailed();
     }
     m_numFurtherFrames = good ? m_numFurtherFrames : 0;
     if (m_numFurtherFrames > 0) {

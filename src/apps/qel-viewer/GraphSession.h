@@ -100,6 +100,8 @@ public:
 Q_SIGNALS:
     void frameNeeded();
     void frameRendered();
+    /// The wanted frame cannot be rendered, see errors.
+    void frameFailed();
     void frameNumberChanged();
     /// Another graph runs, whose passes and ports may differ.
     void graphReplaced();

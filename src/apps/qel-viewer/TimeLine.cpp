@@ -98,6 +98,8 @@ TimeLine::TimeLine(GraphSession& session, Document& document, QWidget* parent)
     connect(&document, &Document::changed, this, &TimeLine::update);
     connect(&session, &GraphSession::frameNumberChanged, this, &TimeLine::showFrame);
     connect(&session, &GraphSession::frameRendered, this, &TimeLine::scheduleNext, Qt::QueuedConnection);
+    // Also if it fails as at the last attempt, which changes no error.
+    connect(&session, &GraphSession::frameFailed, this, [this] { setPlaying(false); });
     connect(&session, &GraphSession::errorsChanged, this, [this] {
         if (!m_session.errors().isEmpty()) {
             setPlaying(false);
