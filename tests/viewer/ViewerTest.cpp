@@ -4,6 +4,7 @@
 #include <QDir>
 #include <QSettings>
 #include <QStandardPaths>
+#include <QTemporaryDir>
 
 #include <TextureView.h>
 
@@ -86,6 +87,9 @@ int main(int argc, char** argv)
     qputenv("LP_NUM_THREADS", "0");
     Morvane::Qel::Viewer::TextureView::setDefaultFormat();
     QStandardPaths::setTestModeEnabled(true);
+    // Each process has its own recent files and window.
+    const QTemporaryDir settings;
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, settings.path());
     const QApplication application(argc, argv);
     QCoreApplication::setApplicationName(u"qel-viewer-tests"_s);
     QCoreApplication::setOrganizationName(u"qel-viewer-tests"_s);

@@ -29,9 +29,10 @@ bool hasOpenGL()
 int main(int argc, char** argv)
 {
 #ifdef __GLIBC__
-    // By default this limit rises to the size of the largest block that was freed. Images then lie on the
-    // heap, and most of it cannot be given back once they are gone.
-    mallopt(M_MMAP_THRESHOLD, 1 << 20);
+    // By default these limits rise with the largest block that was freed. Images then lie on the heap, and
+    // most of it cannot be given back once they are gone.
+    mallopt(M_MMAP_THRESHOLD, 4 << 20);
+    mallopt(M_TRIM_THRESHOLD, 16 << 20);
 #endif
     Morvane::Qel::Viewer::TextureView::setDefaultFormat();
     const QApplication application(argc, argv);
