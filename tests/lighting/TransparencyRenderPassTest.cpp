@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <random>
 
 #include <epoxy/gl.h>
 
@@ -118,6 +119,41 @@ TEST_F(TransparencyTest, FollowsTheMethod)
     EXPECT_TRUE(equal(renderSheets(data), expectedImage(Scene(data), sheetView), 4e-5F));
 }
 
+TEST_F(TransparencyTest, LosesNoPixelByKeepingToWhatTheModelCovers)
+{
+    ModelData data;
+    MaterialData glass;
+    glass.kd = {0.9F, 0.5F, 0.1F};
+    glass.d = 0.5F;
+    // So far from the origin that vertices are rounded by pixels.
+    QMatrix4x4 farAway;
+    farAway.translate(4e6F, 3e6F, 0.0F);
+    addObject(data, makeSquare(), glass);
+    addObject(data, makeSphere(), glass);
+    addObject(data, makeSphere(), glass, farAway);
+    GPUModel model(data);
+    GPUModel unbounded(data);
+    constexpr float far = 1e30F;
+    unbounded.setBounds({QVector3D(-far, -far, -far), QVector3D(far, far, far)});
+    std::mt19937 engine(1);
+    std::uniform_real_distribution<float> place(-2.5F, 2.5F);
+    const auto point = [&] { return QVector3D(place(engine), place(engine), place(engine)); };
+    Runner<Pass> pass;
+    int numSeen = 0;
+    for (int i = 0; i < 120; ++i) {
+        // In front of, inside and behind the eye, partly or wholly outside the image.
+        const QVector3D origin = i % 2 == 0 ? QVector3D() : farAway.map(QVector3D());
+        const QSize size(40 + i, 30);
+        const View view = (i % 3 == 0 ? View::orthographic(size, 3.0F, 2.0F, 0.1F, 20.0F)
+                                      : View::perspective(size, 60.0F, 0.05F))
+                              .from(origin + point(), origin + point());
+        const Pixels expected = pass.render(view.inputs({&unbounded}));
+        EXPECT_TRUE(equal(pass.render(view.inputs({&model})), expected)) << "view " << i;
+        numSeen += equal(expected, Pixels::filled(size.width(), size.height(), {})) ? 0 : 1;
+    }
+    EXPECT_GT(numSeen, 60);
+}
+
 TEST_F(TransparencyTest, ATextureReplacesMissingMaps)
 {
     ModelData data;
@@ -180,6 +216,7 @@ TEST_F(TransparencyTest, ClearsWithoutAModelAndLeavesTheStateThatItNames)
     // revealage to 0, alpha included.
     EXPECT_EQ(pass.render().at(2, 2).w(), 1.0F);
     glDepthFunc(GL_LEQUAL);
+    context().makeCurrent();
     pass->start(nullptr);
     EXPECT_EQ(pass.pixels().at(2, 2).w(), 0.0F);
 }

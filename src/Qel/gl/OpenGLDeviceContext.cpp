@@ -85,6 +85,7 @@ struct OpenGLDeviceContext::Private
     BindingRecord bindings;
     std::array<bool, recordedCapabilities.size()> capabilities{};
     unsigned int frontFace = GL_CCW;
+    unsigned int depthFunction = GL_LESS;
     /// Without the "GL_" prefix, sorted.
     std::vector<std::string> extensions;
     int version = 0;
@@ -192,6 +193,7 @@ void OpenGLDeviceContext::makeCurrent()
     restoreAssumedState(*this);
     d->bindings.readFromGL();
     d->frontFace = static_cast<unsigned int>(integerOf(GL_FRONT_FACE));
+    d->depthFunction = static_cast<unsigned int>(integerOf(GL_DEPTH_FUNC));
     for (size_t i = 0; i < recordedCapabilities.size(); ++i) {
         d->capabilities[i] = glIsEnabled(recordedCapabilities[i]) == GL_TRUE;
     }
@@ -298,6 +300,17 @@ unsigned int OpenGLDeviceContext::frontFace() const
     return d->frontFace;
 }
 
+void OpenGLDeviceContext::setDepthFunction(unsigned int function)
+{
+    d->depthFunction = function;
+    glDepthFunc(function);
+}
+
+unsigned int OpenGLDeviceContext::depthFunction() const
+{
+    return d->depthFunction;
+}
+
 void OpenGLDeviceContext::bindFramebuffer(unsigned int target, unsigned int name)
 {
     d->bindings.bindFramebufferName(target, name);
@@ -310,7 +323,7 @@ void OpenGLDeviceContext::applyBaseState()
         setInGL(recordedCapabilities[i], d->capabilities[i]);
     }
     glDepthMask(GL_TRUE);
-    glDepthFunc(GL_LESS);
+    setDepthFunction(GL_LESS);
     glDepthRange(0.0, 1.0);
     glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
     glStencilMask(~0U);

@@ -64,8 +64,8 @@ public:
 
     /// Declares the native context current on this thread and brings GL, the record and the library's objects
     /// to agreement, whatever the application did by GL calls:
-    /// - Program, vertex array, framebuffers, viewport, winding and the capabilities that applyBaseState sets
-    ///   are read into the record.
+    /// - Program, vertex array, framebuffers, viewport, winding, depth function and the capabilities that
+    ///   applyBaseState sets are read into the record.
     /// - State that passes assume and do not set gets GL's initial value: all other capabilities, points,
     ///   lines, provoking vertex, clip control, patches, current attributes, the hint for derivatives, pixel
     ///   storage and buffers for pixel transfers, the buffer for query results, clamping of reads. Only the
@@ -114,12 +114,15 @@ public:
     /// GL_CCW, the initial value, or GL_CW.
     void setFrontFace(unsigned int winding);
     unsigned int frontFace() const;
+    /// GL_LESS, the initial value, or another one that glDepthFunc takes.
+    void setDepthFunction(unsigned int function);
+    unsigned int depthFunction() const;
     /// Binds a framebuffer by its GL name, 0 for the default one, to GL_READ_FRAMEBUFFER, GL_DRAW_FRAMEBUFFER
     /// or GL_FRAMEBUFFER, until something else is bound.
     void bindFramebuffer(unsigned int target, unsigned int name);
     /// Sets the state in which a graph starts every pass: depth and colour mask on; tests, blending, culling
-    /// and scissor off; full stencil mask; clear colour 0; clear depth 1; default blend function and
-    /// equation.
+    /// and scissor off; full stencil mask; clear colour 0; clear depth 1; default depth function, blend
+    /// function and blend equation.
     void applyBaseState();
     /// @}
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <limits>
 #include <vector>
 
 #include <epoxy/gl.h>
@@ -13,6 +12,7 @@
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/ShaderProgram.h>
 #include <Qel/model/GPUModelUpload.h>
+#include <Qel/model/WorldBounds.h>
 
 using namespace Qt::StringLiterals;
 
@@ -82,8 +82,9 @@ struct GPUModel::Private
 
     std::vector<Batch> batches;
     DrawIdUniforms drawIds;
-    QVector3D lower;
-    QVector3D upper;
+    QPair<QVector3D, QVector3D> bounds;
+    /// Of the batches of each opacity.
+    std::array<std::vector<QPair<QVector3D, QVector3D>>, 2> partBounds;
     int numTriangles = 0;
 };
 
@@ -95,9 +96,7 @@ GPUModel::GPUModel(const ModelData& data, QObject* parent)
     const std::vector<GPUMaterial> materials = uploadMaterials(data, faults, this);
     const std::vector<GPUMesh> meshes = uploadMeshes(data.meshes, faults);
     const std::vector<InstanceDataCollection*> objects = uploadInstances(data.instances, this);
-    constexpr float infinity = std::numeric_limits<float>::infinity();
-    QVector3D lower(infinity, infinity, infinity);
-    QVector3D upper = -lower;
+    std::array<WorldBounds, 2> bounds;
     for (size_t i = 0; i < data.instances.size(); ++i) {
         const InstanceData& instance = data.instances[i];
         // A negative index becomes a large one.
@@ -127,18 +126,14 @@ GPUModel::GPUModel(const ModelData& data, QObject* parent)
         d->batches.push_back({drawBuffers, objects[i], material.data, material.flags, material.opacity,
                               instance.transform.determinant() < 0.0});
         d->numTriangles += buffers.numIndices / 3;
-        for (const QVector3D& position : mesh.positions) {
-            const QVector3D p = instance.transform.map(position);
-            for (int axis = 0; axis < 3; ++axis) {
-                lower[axis] = std::min(lower[axis], p[axis]);
-                upper[axis] = std::max(upper[axis], p[axis]);
-            }
-        }
+        bounds[static_cast<size_t>(material.opacity)].add(mesh.positions, instance.transform);
     }
-    if (lower.x() <= upper.x()) {
-        d->lower = lower;
-        d->upper = upper;
+    Box all;
+    for (size_t i = 0; i < bounds.size(); ++i) {
+        all.add(bounds[i].box());
+        d->partBounds[i] = bounds[i].parts();
     }
+    d->bounds = all.corners();
 }
 
 GPUModel::~GPUModel() = default;
@@ -259,7 +254,18 @@ bool GPUModel::hasBatch(int batch) const
 
 QPair<QVector3D, QVector3D> GPUModel::bounds() const
 {
-    return {d->lower, d->upper};
+    return d->bounds;
+}
+
+const std::vector<QPair<QVector3D, QVector3D>>& GPUModel::partBounds(Opacity opacity) const
+{
+    return d->partBounds[static_cast<size_t>(opacity)];
+}
+
+void GPUModel::setBounds(const QPair<QVector3D, QVector3D>& box)
+{
+    d->bounds = box;
+    d->partBounds.fill({box});
 }
 
 int GPUModel::numTriangles() const

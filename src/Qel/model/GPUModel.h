@@ -5,6 +5,7 @@
 #include <QVector3D>
 
 #include <memory>
+#include <vector>
 
 #include <Qel/model/Export.h>
 #include <Qel/model/ModelImport.h>
@@ -81,6 +82,13 @@ public:
     /// Returns the lower and upper corner of the axis-aligned box around all batches, in world space; both
     /// zero for an empty model.
     QPair<QVector3D, QVector3D> bounds() const;
+    /// Returns boxes (lower and upper corner) that together hold all vertices of the batches of an opacity,
+    /// in world space, with room for what rounding to single precision moves them in a vertex shader. A large
+    /// model has up to 27, which follow its shape. Passes may limit their work to what these boxes cover.
+    const std::vector<QPair<QVector3D, QVector3D>>& partBounds(Opacity opacity) const;
+    /// Replaces all boxes by one. Call it with a box around all batches in world space before changing the
+    /// positions in vertex buffers, for example to animate them.
+    void setBounds(const QPair<QVector3D, QVector3D>& box);
     int numTriangles() const;
 
 private:

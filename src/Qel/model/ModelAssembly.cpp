@@ -7,6 +7,7 @@
 #include <limits>
 
 #include <Qel/model/AssimpTypes.h>
+#include <Qel/model/Box.h>
 #include <Qel/model/ShapeTransform.h>
 
 namespace Morvane::Qel {
@@ -175,16 +176,9 @@ ModelData merged(const std::vector<const ModelData*>& models)
 
 QPair<QVector3D, QVector3D> boundsOf(const ModelData& model, const QMatrix4x4& transform)
 {
-    constexpr float infinity = std::numeric_limits<float>::infinity();
-    QVector3D lower(infinity, infinity, infinity);
-    QVector3D upper = -lower;
-    forEachVertex(model, transform, [&](const QVector3D& p) {
-        for (int axis = 0; axis < 3; ++axis) {
-            lower[axis] = std::min(lower[axis], p[axis]);
-            upper[axis] = std::max(upper[axis], p[axis]);
-        }
-    });
-    return lower.x() <= upper.x() ? qMakePair(lower, upper) : QPair<QVector3D, QVector3D>();
+    Box box;
+    forEachVertex(model, transform, [&](const QVector3D& p) { box.add(p); });
+    return box.corners();
 }
 
 std::vector<QVector3D> outlineOf(const ModelData& model)

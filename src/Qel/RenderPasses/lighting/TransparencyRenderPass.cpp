@@ -7,6 +7,7 @@
 #include <Qel/RenderPasses/framework/CommonPorts.h>
 #include <Qel/RenderPasses/framework/ModelPrograms.h>
 #include <Qel/RenderPasses/framework/PassFrame.h>
+#include <Qel/RenderPasses/support/ScreenBounds.h>
 #include <Qel/gl/GLErrors.h>
 #include <Qel/model/GPUModel.h>
 
@@ -80,7 +81,8 @@ out vec4 out_FragColor[2];
 void main()
 {
     float alpha = getD();
-    float weight = pow(abs(gl_FragCoord.z), -5.0);
+    float square = gl_FragCoord.z * gl_FragCoord.z;
+    float weight = 1.0 / (square * square * abs(gl_FragCoord.z));
     out_FragColor[0] = vec4(litColour() * weight, alpha);
     out_FragColor[1] = vec4(alpha * weight);
 }
@@ -100,17 +102,6 @@ void main()
     out_FragColor = vec4(colours.rgb / clamp(coverages, 1e-4, 5e4), revealage);
 }
 )"_s;
-
-/// Whether all opaque fragments would fail the depth test in the accumulation, because each finds its own
-/// depth or a nearer one. Call it before the opaque pass.
-bool rejectsOpaqueFragments()
-{
-    int function = 0;
-    GLboolean writesDepth = GL_FALSE;
-    glGetIntegerv(GL_DEPTH_FUNC, &function);
-    glGetBooleanv(GL_DEPTH_WRITEMASK, &writesDepth);
-    return function == GL_LESS && writesDepth == GL_TRUE;
-}
 
 } // namespace
 
@@ -168,13 +159,9 @@ void TransparencyRenderPass::start(RenderCallbacks* /*callbacks*/)
     if (!viewport.isEmpty()) {
         TextureManager* textures = TextureManager::Instance();
         Texture* formerStandIn = textures->setManagedTextureStandIn(mapStandIn ? mapStandIn : m_white.get());
-        const std::optional<Opacity> accumulated =
-            rejectsOpaqueFragments() ? std::optional(Opacity::Transparent) : std::nullopt;
         drawOpaque(model);
-        // Accumulating nothing and resolving that would change no pixel.
-        if (model && !(accumulated && model->isDrawEmpty(*accumulated))) {
-            accumulate(model, accumulated);
-            resolve();
+        if (model) {
+            addTransparent(*model);
         }
         textures->setManagedTextureStandIn(formerStandIn);
         glDepthMask(GL_TRUE);
@@ -220,6 +207,29 @@ void TransparencyRenderPass::drawOpaque(GPUModel* model)
     const AutoEnabler depthTest(GL_DEPTH_TEST);
     // The program would discard the others.
     drawModel(model, m_opaque, Opacity::Opaque);
+}
+
+/// Accumulates and resolves where that can change a pixel.
+void TransparencyRenderPass::addTransparent(GPUModel& model)
+{
+    // With this function all opaque fragments fail the depth test: each finds its own depth or a nearer one.
+    const bool onlyTransparent = OpenGLDeviceContext::current()->depthFunction() == GL_LESS;
+    if (onlyTransparent && model.isDrawEmpty(Opacity::Transparent)) {
+        return;
+    }
+    QRect area({}, m_inputs[Viewport].value.toRect().size());
+    if (onlyTransparent) {
+        area = coveredPixels(model.partBounds(Opacity::Transparent),
+                             m_inputs[ProjectionMatrix].value.value<QMatrix4x4>(),
+                             m_inputs[CameraMatrix].value.value<QMatrix4x4>(), area.size());
+    }
+    if (area.isEmpty()) {
+        return;
+    }
+    const AutoEnabler scissorTest(GL_SCISSOR_TEST);
+    glScissor(area.x(), area.y(), area.width(), area.height());
+    accumulate(&model, onlyTransparent ? std::optional(Opacity::Transparent) : std::nullopt);
+    resolve();
 }
 
 void TransparencyRenderPass::accumulate(GPUModel* model, std::optional<Opacity> batches)

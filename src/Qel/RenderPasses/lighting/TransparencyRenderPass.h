@@ -40,10 +40,11 @@ enum class Opacity;
 /// above 5e4 is clamped, which makes the layers too bright; a single layer reaches that bound at depths below
 /// 0.115. A sum below 1e-4 is raised to it, which makes the layers too dark.
 ///
-/// GL state: expects blending disabled, the depth mask on, a depth function that rejects equal depths, and
-/// face culling as the model needs it. Leaves the front face counter-clockwise, the depth mask on, the clear
-/// colour at 0 and the blend function at (GL_ONE_MINUS_SRC_ALPHA, GL_SRC_ALPHA); restores depth test and
-/// blending.
+/// GL state: expects blending and scissor test disabled, the depth mask on, the depth function GL_LESS, and
+/// face culling as the model needs it. With a depth function that passes equal depths, opaque fragments set
+/// the revealage to 0. Leaves the front face counter-clockwise, the depth mask on, the clear colour at 0, the
+/// blend function at (GL_ONE_MINUS_SRC_ALPHA, GL_SRC_ALPHA) and the scissor box at the pixels that
+/// transparent batches can cover; restores depth test, blending and scissor test.
 class QEL_RENDERPASSES_EXPORT TransparencyRenderPass : public RenderPassHelper
 {
 public:
@@ -87,6 +88,7 @@ private:
     void provideAllTargets(const QRect& viewport);
     void providePrograms();
     void drawOpaque(GPUModel* model);
+    void addTransparent(GPUModel& model);
     void accumulate(GPUModel* model, std::optional<Opacity> batches);
     /// Draws the batches of an opacity, or all.
     void drawModel(GPUModel* model, ModelProgram& modelProgram, std::optional<Opacity> batches);
