@@ -3,6 +3,7 @@
 #include <QRegularExpression>
 
 #include <cstdio>
+#include <mutex>
 #include <utility>
 
 #include <Qel/core/Diagnostics.h>
@@ -13,6 +14,8 @@ namespace Morvane::Qel::Viewer {
 
 namespace {
 
+/// Messages come from all threads.
+std::mutex collectedMutex;
 QStringList collected;
 QtMessageHandler previousHandler = nullptr;
 
@@ -24,6 +27,7 @@ void collect(QtMsgType type, const QMessageLogContext& context, const QString& t
     }
     static const QRegularExpression location(u"^\\[[^\\]\\n]+:\\d+\\] "_s);
     const QString place = messagePlace().isEmpty() ? QString() : messagePlace() + u": "_s;
+    const std::lock_guard lock(collectedMutex);
     collected.append(place + QString(text).remove(location));
 }
 
@@ -44,6 +48,7 @@ MessageLog::~MessageLog()
 
 QStringList MessageLog::take()
 {
+    const std::lock_guard lock(collectedMutex);
     return std::exchange(collected, {});
 }
 

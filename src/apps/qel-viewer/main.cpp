@@ -5,7 +5,9 @@
 #include <QOpenGLContext>
 #include <QSurfaceFormat>
 
+#ifdef __GLIBC__
 #include <malloc.h>
+#endif
 
 #include "MainWindow.h"
 #include "TextureView.h"
