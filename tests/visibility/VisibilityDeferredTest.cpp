@@ -8,11 +8,14 @@
 #include "support/Lists.h"
 #include "support/Scene.h"
 #include "support/ScopedGLTest.h"
+#include "support/ScreenProgram.h"
 #include <Qel/RenderPasses/geometry/ForwardRenderPass.h>
 #include <Qel/RenderPasses/visibility/VisibilityBufferRenderPass.h>
 #include <Qel/RenderPasses/visibility/VisibilityDeferredRenderPass.h>
 #include <Qel/RenderPasses/visibility/VisibilitySortRenderPass.h>
 #include <Qel/gl/BufferObject.h>
+#include <Qel/gl/Guards.h>
+#include <Qel/gl/InstanceData.h>
 #include <Qel/gl/OpenGLDeviceContext.h>
 #include <Qel/gl/VertexArrayObject.h>
 
@@ -226,6 +229,96 @@ TEST_F(VisibilityDeferredTest, SurvivesInvalidLists)
     for (const int x : {0, 1, 2, 3}) {
         EXPECT_EQ(cycles.at(x, 0).x() > 0.0F, x < 3) << x;
     }
+}
+
+TEST_F(VisibilityDeferredTest, ScalesListsOfAnotherSizeToTheFrame)
+{
+    constexpr int numLists = 6;
+    MeshData mesh;
+    addSquare(mesh, 0.0F, {0, 0, 1});
+    QMatrix4x4 rightThird;
+    rightThird.translate(2.0F / 3.0F, 0.0F);
+    rightThird.scale(1.0F / 3.0F, 1.0F, 1.0F);
+    GPUModel model(makeModelData(mesh, makeMaterial(1.0F), rightThird));
+    Runner<VisibilityBufferRenderPass> lists;
+    lists.run(straightView(numLists).inputs({&model}));
+    Runner<Pass> pass;
+    for (const int side : {numLists, 17, 3}) {
+        const Pixels image = pass.render(
+            straightView(side).inputs({lists->output(0), lists->output(1), lists->output(2), &model}));
+        for (int x = 0; x < side; ++x) {
+            const double place = (x + 0.5) / side * numLists;
+            EXPECT_EQ(image.at(x, side / 2).x() > 0.0F, place >= 4.0) << x << " of " << side;
+        }
+    }
+}
+
+TEST_F(VisibilityDeferredTest, ItsShaderFileTraversesListsInOtherPrograms)
+{
+    constexpr int side = 4;
+    MeshData mesh;
+    addSquare(mesh, 0.0F, {0, 0, 1});
+    GPUModel model(makeModelData(mesh, makeMaterial(1.0F)));
+    Lists lists{side, side, std::vector<std::vector<Fragment>>(16)};
+    lists.at(1, 0) = {{1, 0.25F, 0}};
+    lists.at(3, 2) = {{2, 0.5F, 0}, {2, 0.125F, 0}, {1, 0.75F, 0}};
+    const ListTextures textures = makeListTextures(lists);
+    const auto program = makeScreenProgram({uR"(#version 150
+#include "VisibilityBuffer.glslh"
+out vec4 out_FragColor;
+void main()
+{
+    vec2 pixel = gl_FragCoord.xy / 4.0;
+    vec3 position = vec3(0.0);
+    vec3 normal;
+    vec2 texCoord;
+    float depth = 0.0;
+    float count = 0.0;
+    uint pointer;
+    initializeVisibilityBufferQuery(pixel, pointer);
+    for (; doesVisibilityBufferHaveFragment(pointer); ++count) {
+        getFragmentInfo(pixel, pointer, position, depth, normal, texCoord);
+    }
+    out_FragColor = vec4(position.xy, depth, count);
+})"_s});
+    program->addShaderFromFile(GL_FRAGMENT_SHADER, u"VisibilityBuffer.glslc"_s);
+    const InstanceDataPlan* plan = InstanceDataRegistry::Instance()->getPlan(u"InstanceInfo"_s);
+    program->addShader(GL_FRAGMENT_SHADER, plan->glslc(), {});
+    DrawBuffers* batch = model.drawBuffers(0);
+    Texture positions;
+    positions.setTarget(GL_TEXTURE_BUFFER);
+    positions.setBuffer(GL_RGB32F, batch->VAO()->bo(u"va_Vertex"_s).data());
+    Texture indices;
+    indices.setTarget(GL_TEXTURE_BUFFER);
+    indices.setBuffer(GL_R32I, batch->indexBO().data());
+    const auto commands = batch->getDrawElementsIndirectCommandsUniformBufferObject();
+    const AutoBinder commandBinder(commands.data());
+    const AutoBinder programBinder(program.get());
+    std::vector<std::unique_ptr<AutoBinder>> binders;
+    const auto setSampler = [&](const QString& name, Texture& texture) {
+        binders.push_back(std::make_unique<AutoBinder>(&texture));
+        program->setUniform(name, texture.unit());
+    };
+    setSampler(u"u_SamplerHeadPointer"_s, *textures.headPointers);
+    setSampler(u"u_SamplerNodeBuffer"_s, *textures.nodes);
+    setSampler(u"u_VertexBuffer"_s, positions);
+    setSampler(u"u_IndexBuffer"_s, indices);
+    program->setUniform(u"u_SamplerNodeBufferWidth"_s, textures.nodeBufferWidth);
+    program->setUniform(u"u_indexedDraw"_s, true);
+    const View view = straightView(side);
+    program->setUniform(u"u_ViewProjectionMatrix"_s, view.projection * view.camera);
+    model.objectData(0)->bind(nullptr);
+    const Pixels image = drawScreen(*program, side, side);
+    model.objectData(0)->unbind(nullptr);
+    // Where each list ends: on the square at the pixel's centre, in its last fragment.
+    const Pixels expected = Pixels::generate(side, side, [&](int x, int y) {
+        const std::vector<Fragment>& list = lists.at(x, y);
+        return list.empty() ? QVector4D()
+                            : QVector4D((static_cast<float>(x) + 0.5F) / 2.0F - 1.0F,
+                                        (static_cast<float>(y) + 0.5F) / 2.0F - 1.0F, list.back().depth,
+                                        static_cast<float>(list.size()));
+    });
+    EXPECT_TRUE(equal(image, expected, 1e-6F));
 }
 
 TEST_F(VisibilityDeferredTest, LooksPrimitivesUpInTheBuffersAndCommandOfTheCurrentModel)

@@ -138,6 +138,19 @@ TEST_F(VisibilitySortTest, EndsListsThatLeadOutOfTheBufferOrBackIntoThemselves)
     }
 }
 
+TEST_F(VisibilitySortTest, SortsTheListsOfTheViewportsPixels)
+{
+    const Lists unsorted{2, 1, {makeList({0.9F, 0.2F}), makeList({0.8F, 0.1F})}};
+    for (const int width : {1, 3}) {
+        const ListTextures textures = makeListTextures(unsorted);
+        Runner<Pass> pass;
+        pass.run({QRect(0, 0, width, 1), textures.headPointers, textures.nodes, textures.nodeBufferWidth});
+        const Lists lists = read(textures);
+        EXPECT_EQ(lists.at(0, 0)[0].depth, isFullMode() ? 0.2F : 0.9F);
+        EXPECT_EQ(lists.at(1, 0)[0].depth, isFullMode() && width > 1 ? 0.1F : 0.8F);
+    }
+}
+
 TEST_F(VisibilitySortTest, SortsWithTheCallersProgram)
 {
     // Marks the first node of every list.

@@ -85,9 +85,14 @@ void BufferObject::updateBytes(const void* data, qsizetype size)
 
 void BufferObject::copyBytes(BufferObject* source, qsizetype size)
 {
+    copyBytes(source, size, 0);
+}
+
+void BufferObject::copyBytes(BufferObject* source, qsizetype size, qintptr offset)
+{
     glBindBuffer(GL_COPY_READ_BUFFER, source->getBO());
     glBindBuffer(GL_COPY_WRITE_BUFFER, getBO());
-    glCopyBufferSubData(GL_COPY_READ_BUFFER, GL_COPY_WRITE_BUFFER, 0, 0, size);
+    glCopyBufferSubData(GL_COPY_READ_BUFFER, GL_COPY_WRITE_BUFFER, 0, offset, size);
     glBindBuffer(GL_COPY_WRITE_BUFFER, 0);
     glBindBuffer(GL_COPY_READ_BUFFER, 0);
 }

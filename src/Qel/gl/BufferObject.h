@@ -38,6 +38,8 @@ public:
     /// Overwrites the first `size` bytes with those of another buffer, on the GPU. Both must be at least that
     /// large.
     void copyBytes(BufferObject* source, qsizetype size);
+    /// Overwrites `size` bytes from `offset` on with the first of another buffer, on the GPU.
+    void copyBytes(BufferObject* source, qsizetype size, qintptr offset);
     /// Maps the whole buffer; null on failure.
     void* map(unsigned int access);
     void unmap();

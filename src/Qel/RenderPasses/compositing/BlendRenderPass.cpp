@@ -318,7 +318,10 @@ void BlendRenderPass::start(RenderCallbacks* /*callbacks*/)
     context->disable(GL_DEPTH_TEST);
     context->disable(GL_BLEND);
     context->setViewport(viewport.x(), viewport.y(), viewport.width(), viewport.height());
-    glClear(GL_COLOR_BUFFER_BIT);
+    // Otherwise the draw covers the target.
+    if (viewport.isEmpty() || !viewport.topLeft().isNull()) {
+        glClear(GL_COLOR_BUFFER_BIT);
+    }
 
     const AutoBinder programBinder(&program);
     frameA = orTransparent(frameA, m_transparentTexture);

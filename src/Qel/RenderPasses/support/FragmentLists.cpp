@@ -14,27 +14,53 @@ namespace Morvane::Qel {
 
 namespace {
 
-const QString markSource = uR"(#version 150
-#include "FragmentList.glslh"
+// What is the same for all pixels is passed on in flat outputs, because software rasterisers pay for every
+// uniform that a pixel reads.
+const QString markVertexSource = uR"(#version 150
 uniform usampler2D u_SamplerHeadPointer;
 uniform usampler2D u_SamplerNodeBuffer;
 uniform int u_SamplerNodeBufferWidth;
 uniform vec2 u_Size;
-in vec2 vo_TexCoord;
-out vec4 out_FragColor;
+in vec3 va_Vertex;
+in vec2 va_TexCoord;
+noperspective out vec2 vo_Pixel;
+flat out ivec2 vo_NumHeads;
+flat out uint vo_NumNodes;
 
 void main()
 {
-    ivec2 pixel = ivec2(vo_TexCoord * u_Size);
-    bool isInside = all(lessThan(pixel, textureSize(u_SamplerHeadPointer, 0)));
-    uint head = isInside ? texelFetch(u_SamplerHeadPointer, pixel, 0).r : 0u;
-    uvec2 node = uvec2(texelOfNode(head, u_SamplerNodeBufferWidth));
-    if (head == 0u || any(greaterThanEqual(node, uvec2(textureSize(u_SamplerNodeBuffer, 0))))) {
-        discard;
-    }
-    out_FragColor = vec4(0.0);
+    gl_Position = vec4(va_Vertex, 1.0);
+    vo_Pixel = va_TexCoord * u_Size;
+    vo_NumHeads = textureSize(u_SamplerHeadPointer, 0);
+    uint width = uint(u_SamplerNodeBufferWidth);
+    uint height = uint(textureSize(u_SamplerNodeBuffer, 0).y);
+    vo_NumNodes = width > ~0u / height ? ~0u : width * height;
 }
 )"_s;
+
+const QString markFragmentSource = uR"(#version 150
+uniform usampler2D u_SamplerHeadPointer;
+noperspective in vec2 vo_Pixel;
+flat in ivec2 vo_NumHeads;
+flat in uint vo_NumNodes;
+
+void main()
+{
+    ivec2 pixel = ivec2(vo_Pixel);
+    uint head = any(greaterThanEqual(pixel, vo_NumHeads)) ? 0u : texelFetch(u_SamplerHeadPointer, pixel, 0).r;
+    // Without a list, head - 1 is the largest number there is.
+    if (head - 1u >= vo_NumNodes) {
+        discard;
+    }
+}
+)"_s;
+
+/// Returns the marks of head pointers if they are those of the pixels of a frame; null if there are none.
+Texture* marksOf(const Texture* headPointers, const QSize& frame, const QSize& size)
+{
+    const bool areOfPixels = headPointers->size() == frame && frame == size;
+    return areOfPixels ? headPointers->findChild<Texture*>({}, Qt::FindDirectChildrenOnly) : nullptr;
+}
 
 } // namespace
 
@@ -86,29 +112,61 @@ ImageBinder::~ImageBinder()
     glBindImageTexture(m_unit, 0, 0, GL_FALSE, 0, m_access, m_format);
 }
 
-void ListMask::apply(Texture* headPointers, Texture* nodes, int nodeBufferWidth, const QSize& size)
+Texture* makeListMarks(Texture* headPointers)
 {
-    provideScreenProgram(m_program, m_fullScreenBatch, {markSource});
-    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
-    context->disable(GL_DEPTH_TEST);
-    context->enable(GL_STENCIL_TEST);
-    glStencilMask(~0U);
+    Texture* marks =
+        makeTarget(headPointers->size(), GL_DEPTH24_STENCIL8, GL_DEPTH_STENCIL, GL_UNSIGNED_INT_24_8);
+    marks->setParent(headPointers);
+    return marks;
+}
+
+void ListMask::mark(const FragmentLists& lists, const QSize& size)
+{
+    provideScreenProgram(m_program, m_fullScreenBatch,
+                         {.fragment = markFragmentSource, .vertex = markVertexSource});
     glClearBufferfi(GL_DEPTH_STENCIL, 0, 1.0F, 0);
     glStencilFunc(GL_ALWAYS, 1, ~0U);
     glStencilOp(GL_KEEP, GL_KEEP, GL_REPLACE);
     glColorMask(GL_FALSE, GL_FALSE, GL_FALSE, GL_FALSE);
     {
         const AutoBinder programBinder(m_program.get());
-        const BoundSampler sampler(*m_program, m_headPointers, headPointers, Sampling::Nearest);
-        const BoundSampler nodeSampler(*m_program, m_nodes, nodes, Sampling::Nearest);
-        m_program->setUniform(m_nodeBufferWidth, nodeBufferWidth);
+        const BoundSampler sampler(*m_program, m_headPointers, lists.headPointers, Sampling::Nearest);
+        const BoundSampler nodeSampler(*m_program, m_nodes, lists.nodes, Sampling::Nearest);
+        m_program->setUniform(m_nodeBufferWidth, lists.nodeBufferWidth);
         m_program->setUniform(m_size,
                               QVector2D(static_cast<float>(size.width()), static_cast<float>(size.height())));
         drawBatch(m_fullScreenBatch);
     }
     glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
+}
+
+ListDraw::ListDraw(ListMask& mask, FramebufferObject& framebuffer, const FragmentLists& lists,
+                   const QSize& frame, const QSize& size)
+    : ListDraw(mask, framebuffer, lists, frame, size, marksOf(lists.headPointers, frame, size))
+{
+}
+
+ListDraw::ListDraw(ListMask& mask, FramebufferObject& framebuffer, const FragmentLists& lists,
+                   const QSize& frame, const QSize& size, Texture* marks)
+    : m_ownMarks(marks ? PooledTexture() : PooledTexture(TextureFormat::Depth24Stencil8, frame))
+    , m_attachedMarks(framebuffer, marks ? marks : m_ownMarks.get())
+{
+    OpenGLDeviceContext* context = OpenGLDeviceContext::current();
+    context->disable(GL_DEPTH_TEST);
+    context->enable(GL_STENCIL_TEST);
+    if (!marks) {
+        glStencilMask(~0U);
+        mask.mark(lists, size);
+    }
     glStencilFunc(GL_EQUAL, 1, ~0U);
     glStencilOp(GL_KEEP, GL_KEEP, GL_KEEP);
+    // Software rasterisers would otherwise write the stencil back.
+    glStencilMask(0);
+}
+
+ListDraw::~ListDraw()
+{
+    glStencilMask(~0U);
 }
 
 } // namespace Morvane::Qel

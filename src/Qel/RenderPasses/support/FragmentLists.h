@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <memory>
 
+#include <Qel/RenderPasses/framework/PassFrame.h>
 #include <Qel/gl/ShaderProgram.h>
 #include <Qel/gl/Texture.h>
 
@@ -40,27 +41,62 @@ private:
     unsigned int m_format;
 };
 
-/// Keeps draws to the pixels that have a list, through the stencil test. Software rasterisers execute a whole
-/// stage for the others too, unless the stencil test removes them first, which needs a stage without discard.
+/// Makes marks for head pointers: a depth and stencil texture of their size, which they own. The pass that
+/// builds the lists sets its stencil to 1 where a pixel has a list and to 0 elsewhere, so that ListDraw need
+/// not find these pixels.
+Texture* makeListMarks(Texture* headPointers);
+
+/// Fragment lists as VisibilityBufferRenderPass publishes them.
+struct FragmentLists
+{
+    Texture* headPointers;
+    Texture* nodes;
+    int nodeBufferWidth;
+};
+
+/// The program with which ListDraw finds the pixels that have a list, if the head pointers have no marks.
 class ListMask
 {
 public:
     /// For provide().
     explicit ListMask(std::nullptr_t) {}
 
-    /// Marks the pixels with a list in the stencil of the framebuffer that is bound, and lets only those pass
-    /// until the stencil test is disabled. Head pointer (x, y) is that of pixel (x, y) in a frame of `size`
-    /// pixels, which may have more; a pixel whose head pointer names no node has no list. Leaves the depth
-    /// test disabled and the stencil and colour masks full.
-    void apply(Texture* headPointers, Texture* nodes, int nodeBufferWidth, const QSize& size);
-
 private:
+    friend class ListDraw;
+    void mark(const FragmentLists& lists, const QSize& size);
+
     std::unique_ptr<ShaderProgram> m_program;
     QSharedPointer<DrawBuffers> m_fullScreenBatch;
     Uniform m_headPointers{"u_SamplerHeadPointer"};
     Uniform m_nodes{"u_SamplerNodeBuffer"};
     Uniform m_nodeBufferWidth{"u_SamplerNodeBufferWidth"};
     Uniform m_size{"u_Size"};
+};
+
+/// Keeps draws to the pixels that have a list for its lifetime, through the stencil test. Software
+/// rasterisers execute a whole stage for the others too, unless the stencil test removes them first.
+///
+/// A pixel whose head pointer names a node that does not exist may pass too. GL state: disables the depth
+/// test and enables the stencil test. Afterwards both are still so, the stencil function is GL_EQUAL,
+/// reference 1, and the stencil and colour masks are full.
+class ListDraw
+{
+public:
+    /// The framebuffer is bound, of `frame` pixels, and has no depth or stencil attachment. Head pointer (x,
+    /// y) is that of pixel (x, y) if the frame is scaled to `size` pixels, which may be more than there are
+    /// head pointers.
+    ListDraw(ListMask& mask, FramebufferObject& framebuffer, const FragmentLists& lists, const QSize& frame,
+             const QSize& size);
+    ~ListDraw();
+    ListDraw(const ListDraw&) = delete;
+    ListDraw& operator=(const ListDraw&) = delete;
+
+private:
+    ListDraw(ListMask& mask, FramebufferObject& framebuffer, const FragmentLists& lists, const QSize& frame,
+             const QSize& size, Texture* marks);
+
+    PooledTexture m_ownMarks;
+    AttachedDepth m_attachedMarks;
 };
 
 } // namespace Morvane::Qel

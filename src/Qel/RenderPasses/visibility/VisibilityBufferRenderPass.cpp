@@ -37,16 +37,16 @@ uniform mat4 u_CameraMatrix;
 uniform mat4 u_ProjectionMatrix;
 uniform int u_DrawID;
 in vec3 va_Vertex;
+flat out int vo_DrawID;                // software rasterisers pay for every uniform that a pixel reads
 
 void main()
 {
     gl_Position = u_ProjectionMatrix * u_CameraMatrix * getModelMatrix() * vec4(va_Vertex, 1.0);
+    vo_DrawID = u_DrawID;
 }
 )"_s;
 
-// Deliberate: there is no test for a full node buffer; GL drops stores outside the image. A stage that stores
-// runs before the depth test, which therefore removes nothing from the lists. It must not request early
-// fragment tests, because the depth of the full mode is never cleared, which is deliberate too.
+// Deliberate: there is no test for a full node buffer; GL drops stores outside the image.
 const QString fragmentSource = uR"(#version 150
 #define QEL_GL_3_2 %1
 #if QEL_GL_3_2 == 0
@@ -55,12 +55,10 @@ const QString fragmentSource = uR"(#version 150
 #extension GL_ARB_shading_language_420pack : enable
 #endif
 #include "ShaderBitEncoding.glslh"
-#include "FragmentList.glslh"
-uniform int u_NodeBufferImageWidth;
 
 #if QEL_GL_3_2 == 0 && defined(GL_ARB_shader_atomic_counters) && defined(GL_ARB_shader_image_load_store) && defined(GL_ARB_shading_language_420pack)
 
-uniform int u_DrawID;
+flat in int vo_DrawID;
 layout(binding = 0, offset = 0) uniform atomic_uint u_HeadCounter;
 layout(r32ui, binding = 0) uniform uimage2D u_HeadPointerImage;
 layout(rgba32ui, binding = 1) writeonly uniform uimage2D u_NodeBufferImage;
@@ -69,12 +67,13 @@ void main()
 {
     uint node = atomicCounterIncrement(u_HeadCounter);
     uint next = imageAtomicExchange(u_HeadPointerImage, ivec2(gl_FragCoord.xy), node + 1u);
-    imageStore(u_NodeBufferImage, texelOfNode(node + 1u, u_NodeBufferImageWidth),
-               uvec4(next, uint(gl_PrimitiveID) + 1u, floatBitsToUint(gl_FragCoord.z), uint(u_DrawID)));
+    imageStore(u_NodeBufferImage, ivec2(node % %2u, node / %2u),
+               uvec4(next, uint(gl_PrimitiveID) + 1u, floatBitsToUint(gl_FragCoord.z), uint(vo_DrawID)));
 }
 
 #else
 
+uniform int u_NodeBufferImageWidth;
 out uvec4 out_HeadPointer;
 out uvec4 out_NodeBuffer;
 
@@ -88,26 +87,34 @@ void main()
 #endif
 )"_s;
 
-// Covers the rows of the node buffer that hold nodes, starting with the lowest.
+// Covers the rows of the node buffer with the nodes that the previous frame had and this one has not.
 const QString clearVertexSource = uR"(#version 150
-uniform usamplerBuffer u_NumNodes;
+uniform usamplerBuffer u_NumNodes;     // of the previous frame, of this frame
 in vec3 va_Vertex;
+flat out uint vo_NumNodes;
 
 void main()
 {
     const uint side = %1u;
-    uint numNodes = min(texelFetch(u_NumNodes, 0).r, side * side);
-    float numRows = float((numNodes + side - 1u) / side);
-    float y = va_Vertex.y > 0.0 ? 2.0 * numRows / float(side) - 1.0 : -1.0;
+    uint numOldNodes = min(texelFetch(u_NumNodes, 0).r, side * side);
+    vo_NumNodes = min(texelFetch(u_NumNodes, 1).r, side * side);
+    uint firstRow = vo_NumNodes / side;
+    uint endRow = max((numOldNodes + side - 1u) / side, firstRow);
+    float y = 2.0 * float(va_Vertex.y > 0.0 ? endRow : firstRow) / float(side) - 1.0;
     gl_Position = vec4(va_Vertex.x, y, 0.0, 1.0);
 }
 )"_s;
 
 const QString clearFragmentSource = uR"(#version 150
+flat in uint vo_NumNodes;
 out uvec4 out_Node;
 
 void main()
 {
+    uvec2 texel = uvec2(gl_FragCoord.xy);
+    if (texel.x + texel.y * %1u < vo_NumNodes) {
+        discard;
+    }
     out_Node = uvec4(0u);
 }
 )"_s;
@@ -206,12 +213,18 @@ void VisibilityBufferRenderPass::start(RenderCallbacks* /*callbacks*/)
             scratch.emplace(*m_framebuffer, TextureFormat::RGBA16F, viewport.size());
             // Software rasterisers would otherwise read and write its texels.
             glDrawBuffer(GL_NONE);
+            // The marks; the depth is never read.
+            glStencilMask(~0U);
+            glClearBufferfi(GL_DEPTH_STENCIL, 0, 1.0F, 0);
         } else {
             clearTargets();
         }
         if (auto* model = getInputPointer<GPUModel>(Geometry)) {
             draw(model);
         }
+    }
+    if (m_gl4) {
+        clearNodes();
     }
     m_outputs[HeadPointers].value = textureVariant(m_headPointers.get());
     m_outputs[NodeBuffer].value = textureVariant(m_nodes.get());
@@ -222,7 +235,7 @@ void VisibilityBufferRenderPass::buildListProgram()
     ShaderProgram& program = provide(m_program);
     program.setFragDataLocations({m_attachments[0].name, m_attachments[1].name});
     addModelVertexShaders(&program, vertexSource);
-    program.addShader(GL_FRAGMENT_SHADER, fragmentSource.arg(m_gl4 ? 0 : 1), {});
+    program.addShader(GL_FRAGMENT_SHADER, fragmentSource.arg(m_gl4 ? 0 : 1).arg(nodeBufferSide), {});
     buildProgram(program);
 }
 
@@ -242,7 +255,7 @@ void VisibilityBufferRenderPass::makeLists()
     m_counter->setIndexedTarget(GL_ATOMIC_COUNTER_BUFFER, 0, 0, counterSize);
     m_counter->uploadBytes(nullptr, counterSize, GL_DYNAMIC_DRAW);
     m_previousCount = std::make_unique<BufferObject>();
-    m_previousCount->uploadBytes(nullptr, counterSize, GL_DYNAMIC_DRAW);
+    m_previousCount->uploadBytes(nullptr, 2 * counterSize, GL_DYNAMIC_DRAW);
     m_previousCountTexel = std::make_unique<Texture>();
     m_previousCountTexel->setTarget(GL_TEXTURE_BUFFER);
     m_previousCountTexel->setBuffer(GL_R32UI, m_previousCount.get());
@@ -250,7 +263,7 @@ void VisibilityBufferRenderPass::makeLists()
     ShaderProgram& clearProgram = provide(m_clearProgram);
     clearProgram.setFragDataLocations({u"out_Node"_s});
     clearProgram.addShader(GL_VERTEX_SHADER, clearVertexSource.arg(nodeBufferSide), {});
-    clearProgram.addShader(GL_FRAGMENT_SHADER, clearFragmentSource, {});
+    clearProgram.addShader(GL_FRAGMENT_SHADER, clearFragmentSource.arg(nodeBufferSide), {});
     buildProgram(clearProgram);
     provideScreenBatch(m_clearBatch, clearProgram, Screen::Quad);
 }
@@ -260,6 +273,8 @@ void VisibilityBufferRenderPass::resize(const QSize& size)
     m_width = size.width();
     m_height = size.height();
     FramebufferObject& framebuffer = provide(m_framebuffer);
+    // In the full mode the attached marks are deleted with the previous head pointers.
+    framebuffer.detach(GL_DEPTH_STENCIL_ATTACHMENT);
     FramebufferObject& listFramebuffer = m_gl4 ? provide(m_headFramebuffer) : framebuffer;
     {
         const AutoBinder binder(&listFramebuffer);
@@ -271,7 +286,11 @@ void VisibilityBufferRenderPass::resize(const QSize& size)
         }
     }
     const AutoBinder binder(&framebuffer);
-    replace(m_depth, framebuffer, GL_DEPTH_ATTACHMENT, GL_DEPTH_COMPONENT32F, size);
+    if (m_gl4) {
+        framebuffer.attach(makeListMarks(m_headPointers.get()), GL_DEPTH_STENCIL_ATTACHMENT, 0);
+    } else {
+        replace(m_depth, framebuffer, GL_DEPTH_ATTACHMENT, GL_DEPTH_COMPONENT32F, size);
+    }
     checkGLError(sourceFile, __LINE__);
 }
 
@@ -284,7 +303,7 @@ void VisibilityBufferRenderPass::clearTargets()
     glClear(GL_DEPTH_BUFFER_BIT);
 }
 
-/// Clears both images of the full mode to 0 and resets the counter.
+/// Empties the lists of the full mode, but leaves the nodes of the previous frame in place.
 void VisibilityBufferRenderPass::clearLists()
 {
     // The images and the counter were last written by shaders, possibly of other passes.
@@ -296,22 +315,25 @@ void VisibilityBufferRenderPass::clearLists()
         m_headFramebuffer->setDrawBuffers();
         glClearBufferuiv(GL_COLOR, 0, zeroes.data());
     }
-    clearNodes();
+    if (m_nodesAreUndefined) {
+        const AutoBinder binder(m_nodeFramebuffer.get());
+        m_nodeFramebuffer->setDrawBuffers();
+        glClearBufferuiv(GL_COLOR, 0, zeroes.data());
+        m_nodesAreUndefined = false;
+    }
     glMemoryBarrier(GL_SHADER_IMAGE_ACCESS_BARRIER_BIT);
 }
 
-/// Clears the nodes that the previous frame wrote; all others are 0 already. Clearing all 256 MiB every frame
-/// would cost more than drawing.
+/// Clears the nodes that the previous frame wrote and this one did not; all others beyond its own are 0
+/// already. Clearing all 256 MiB every frame would cost more than drawing.
 void VisibilityBufferRenderPass::clearNodes()
 {
+    glMemoryBarrier(GL_FRAMEBUFFER_BARRIER_BIT | GL_BUFFER_UPDATE_BARRIER_BIT);
+    m_previousCount->copyBytes(m_counter.get(), sizeof(unsigned int), sizeof(unsigned int));
     const AutoBinder framebufferBinder(m_nodeFramebuffer.get());
     m_nodeFramebuffer->setDrawBuffers();
-    if (m_nodesAreUndefined) {
-        glClearBufferuiv(GL_COLOR, 0, zeroes.data());
-        m_nodesAreUndefined = false;
-        return;
-    }
     const AutoDisabler culling(GL_CULL_FACE);
+    const AutoDisabler depthTest(GL_DEPTH_TEST);
     const AutoBinder programBinder(m_clearProgram.get());
     const AutoBinder countBinder(m_previousCountTexel.get());
     m_clearProgram->setUniform(m_clearCount, m_previousCountTexel->unit());
@@ -337,7 +359,13 @@ void VisibilityBufferRenderPass::draw(GPUModel* model)
         // what the shader does.
         const ImageBinder headPointers(0, m_headPointers.get(), GL_WRITE_ONLY, GL_R32UI);
         const ImageBinder nodes(1, m_nodes.get(), GL_READ_WRITE, GL_RGBA32UI);
+        // The depth test would remove nothing from the lists, because a stage that stores runs before it.
+        const AutoDisabler depthTest(GL_DEPTH_TEST);
+        const AutoEnabler stencilTest(GL_STENCIL_TEST);
+        glStencilFunc(GL_ALWAYS, 1, ~0U);
+        glStencilOp(GL_KEEP, GL_KEEP, GL_REPLACE);
         model->draw(m_program.get(), m_drawFlags, m_drawMask, WindingType::CounterClockwise);
+        glStencilOp(GL_KEEP, GL_KEEP, GL_KEEP);
     }
     glMemoryBarrier(GL_TEXTURE_FETCH_BARRIER_BIT);
 }

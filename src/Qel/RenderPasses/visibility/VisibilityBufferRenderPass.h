@@ -34,11 +34,15 @@ class Texture;
 /// logs the mode on the debug channel.
 ///
 /// The outputs are owned by the pass; head pointers are replaced when the size changes, and the node buffer
-/// of the full mode never is.
+/// of the full mode never is. In the full mode, the stencil of a texture that belongs to the head pointers
+/// says which pixels have a list, and the passes that sort and shade the lists go by it. A pass may therefore
+/// change lists in place, also empty them, but one that starts a list in an empty pixel must publish head
+/// pointers of its own.
 ///
 /// GL state: expects face culling as the model needs it, a full colour mask, scissor test and blending
 /// disabled, and in the reduced mode a depth function and depth mask for nearest fragments. Leaves the clear
-/// colour at 0 and, if a model was drawn, the front face counter-clockwise and the depth test enabled.
+/// colour at 0 and, if a model was drawn, the front face counter-clockwise, the depth test enabled and, in
+/// the full mode, the stencil function at GL_ALWAYS, reference 1. The full mode leaves the stencil mask full.
 class QEL_RENDERPASSES_EXPORT VisibilityBufferRenderPass : public RenderPassHelper
 {
 public:
@@ -103,7 +107,8 @@ private:
 
     /// Counts the nodes that the current frame requested.
     std::unique_ptr<BufferObject> m_counter;
-    /// The count of the previous frame, read by the vertex stage of the program that clears its nodes.
+    /// The counts of the previous and the current frame, read by the vertex stage that clears the nodes which
+    /// only the previous one had.
     std::unique_ptr<BufferObject> m_previousCount;
     std::unique_ptr<Texture> m_previousCountTexel;
     std::unique_ptr<ShaderProgram> m_clearProgram;

@@ -20,6 +20,33 @@ namespace Morvane::Qel {
 
 namespace {
 
+// What is the same for all pixels is computed here and passed on in flat outputs, because software
+// rasterisers pay for every uniform that a pixel reads.
+const QString vertexSource = uR"(#version 150
+#include "VisibilityBuffer.glslh"
+#instancedata "InstanceInfo"
+#instancedata "OBJMaterial"
+uniform mat4 u_CameraMatrix;
+uniform mat4 u_NormalMatrix;
+in vec3 va_Vertex;
+in vec2 va_TexCoord;
+out vec2 vo_TexCoord;
+flat out VisibilityBufferDraw vo_Draw;
+flat out mat4x3 vo_NormalMatrix;       // from object space to eye space
+flat out vec4 vo_Diffuse;              // and dissolve
+flat out vec4 vo_Specular;             // and exponent
+
+void main()
+{
+    gl_Position = vec4(va_Vertex, 1.0);
+    vo_TexCoord = va_TexCoord;
+    vo_Draw = getVisibilityBufferDraw();
+    vo_NormalMatrix = mat4x3(u_NormalMatrix * getModelNormalMatrix());
+    vo_Diffuse = vec4(getKd(), getD());
+    vo_Specular = vec4(getKs(), getNs());
+}
+)"_s;
+
 // Both deliberate: the normal is extended with w = 1, so the last column of the normal matrix takes part,
 // which is not 0 for a camera matrix that is not affine; and the blending sequence, in which each line reads
 // what the line before it wrote.
@@ -29,9 +56,11 @@ const QString fragmentSource = uR"(#version 150
 #instancedata "InstanceInfo"
 #instancedata "OBJMaterial"
 #include "DirectionalLight.glslh"
-uniform mat4 u_CameraMatrix;
-uniform mat4 u_NormalMatrix;
 in vec2 vo_TexCoord;
+flat in VisibilityBufferDraw vo_Draw;
+flat in mat4x3 vo_NormalMatrix;
+flat in vec4 vo_Diffuse;
+flat in vec4 vo_Specular;
 out vec4 out_FragColor;
 
 void main()
@@ -39,9 +68,13 @@ void main()
     // Alpha starts at 1, as front-to-back compositing needs.
     vec4 result = vec4(0.0, 0.0, 0.0, 1.0);
     uint pointer;
-    initializeVisibilityBufferQuery(vo_TexCoord, pointer);
+    initializeVisibilityBufferQuery(vo_Draw, vo_TexCoord, pointer);
+    if (!doesVisibilityBufferHaveFragment(pointer)) {
+        // The node buffer was full.
+        discard;
+    }
     vec3 L = normalize(vec3(100.0, 100.0, 100.0));
-    float alpha;
+    float alpha = vo_Diffuse.a;
     // Software rasterisers run a loop that tests first once more than it has iterations.
     do {
         vec3 position;
@@ -53,11 +86,10 @@ void main()
         vec2 dy;
         getFragmentTexCoordGradients(dx, dy);
 
-        vec3 Kd = getKd() * managedTexture(getMap_Kd(), texCoord, dx, dy).rgb;
-        vec3 Ks = getKs() * managedTexture(getMap_Ks(), texCoord, dx, dy).rgb;
-        vec3 N = (u_NormalMatrix * (getModelNormalMatrix() * vec4(normal, 1.0))).rgb;
-        vec3 colour = directionalLight(Kd, Ks, getNs(), N, L);
-        alpha = getD();
+        vec3 Kd = vo_Diffuse.rgb * managedTexture(getMap_Kd(), texCoord, dx, dy).rgb;
+        vec3 Ks = vo_Specular.rgb * managedTexture(getMap_Ks(), texCoord, dx, dy).rgb;
+        vec3 N = vo_NormalMatrix * vec4(normal, 1.0);
+        vec3 colour = directionalLight(Kd, Ks, vo_Specular.a, N, L);
 
         result.rgb = mix(result.rgb, colour, alpha);
         result.a = clamp(alpha + (1.0 - alpha) * result.a, 0.0, 1.0);
@@ -159,12 +191,14 @@ void VisibilityDeferredRenderPass::provideProgram()
     ShaderProgram& program = provide(m_program);
     program.setMacroProcessor(&processor);
     program.setFragDataLocations({u"out_FragColor"_s});
-    program.addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
+    program.addShader(GL_VERTEX_SHADER, vertexSource, {});
     program.addShader(GL_FRAGMENT_SHADER, fragmentSource, {});
-    program.addShaderFromFile(GL_FRAGMENT_SHADER, u"VisibilityBuffer.glslc"_s);
     program.addShaderFromFile(GL_FRAGMENT_SHADER, u"TextureManager.glslc"_s);
-    for (const QString& plan : {u"InstanceInfo"_s, u"OBJMaterial"_s}) {
-        program.addShader(GL_FRAGMENT_SHADER, InstanceDataRegistry::Instance()->getPlan(plan)->glslc(), {});
+    for (const unsigned int stage : {GL_VERTEX_SHADER, GL_FRAGMENT_SHADER}) {
+        program.addShaderFromFile(stage, u"VisibilityBuffer.glslc"_s);
+        for (const QString& plan : {u"InstanceInfo"_s, u"OBJMaterial"_s}) {
+            program.addShader(stage, InstanceDataRegistry::Instance()->getPlan(plan)->glslc(), {});
+        }
     }
     buildProgram(program);
     program.setMacroProcessor(nullptr);
@@ -209,10 +243,9 @@ void VisibilityDeferredRenderPass::shade(Texture* headPointers, Texture* nodes, 
 
     const AutoDisabler depthTest(GL_DEPTH_TEST);
     const AutoEnabler stencilTest(GL_STENCIL_TEST);
-    const PooledTexture marks(TextureFormat::Depth24Stencil8, m_inputs[Viewport].value.toRect().size());
-    const AttachedDepth attached(*m_framebuffer, marks.get());
-    provide(m_listMask)
-        .apply(headPointers, nodes, m_inputs[NodeBufferWidth].value.toInt(), headPointers->size());
+    const FragmentLists lists{headPointers, nodes, m_inputs[NodeBufferWidth].value.toInt()};
+    const ListDraw listDraw(provide(m_listMask), *m_framebuffer, lists,
+                            m_inputs[Viewport].value.toRect().size(), headPointers->size());
     const AutoBinder programBinder(m_program.get());
     const BoundSampler headPointerSampler(*m_program, m_headPointerSampler, headPointers, Sampling::Nearest);
     const BoundSampler nodeSampler(*m_program, m_nodeSampler, nodes, Sampling::Nearest);
@@ -220,7 +253,7 @@ void VisibilityDeferredRenderPass::shade(Texture* headPointers, Texture* nodes, 
     const AutoBinder texCoordBinder(m_texCoords.get());
     const AutoBinder normalBinder(m_normals.get());
     const AutoBinder indexBinder(m_indices.get());
-    m_program->setUniform(m_nodeBufferWidth, m_inputs[NodeBufferWidth].value.toInt());
+    m_program->setUniform(m_nodeBufferWidth, lists.nodeBufferWidth);
     m_program->setUniform(m_positionSampler, m_positions->unit());
     m_program->setUniform(m_texCoordSampler, m_texCoords->unit());
     m_program->setUniform(m_normalSampler, m_normals->unit());

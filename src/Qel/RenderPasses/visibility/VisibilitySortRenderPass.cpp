@@ -1,5 +1,7 @@
 #include <Qel/RenderPasses/visibility/VisibilitySortRenderPass.h>
 
+#include <optional>
+
 #include <epoxy/gl.h>
 
 #include <Qel/RenderPasses/framework/CommonPorts.h>
@@ -15,6 +17,20 @@ namespace {
 
 constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/VisibilitySortRenderPass";
 
+// The width is passed on in a flat output, because software rasterisers pay for every uniform that a pixel
+// reads, each time.
+const QString vertexSource = uR"(#version 150
+in vec3 va_Vertex;
+uniform int u_NodeBufferImageWidth;
+flat out int vo_NodeBufferWidth;
+
+void main()
+{
+    gl_Position = vec4(va_Vertex, 1.0);
+    vo_NodeBufferWidth = u_NodeBufferImageWidth;
+}
+)"_s;
+
 // Payloads move between the nodes, whose next pointers stay. The smaller of two ranges is sorted first, which
 // bounds the stack by the number of times that 50 can be halved. Both walks take at most MAX_DEPTH steps,
 // whatever the pointers are.
@@ -22,7 +38,7 @@ constexpr const char* sourceFile = "Core/Qel/src/RenderPasses/VisibilitySortRend
 // Most pixels have no list or a short one. Software rasterisers execute both sides of every branch and every
 // loop at least once, or twice if its condition comes first, so all loops test their condition last, and the
 // sort is a single loop of small steps. They also clear local arrays, so the records hold no more than
-// needed. The stencil keeps pixels without a list away, which needs early tests and a stage without discard.
+// needed. The stencil keeps pixels without a list away, which needs early tests, because the stage stores.
 const QString fragmentSource = uR"(#version 150
 #extension GL_ARB_shader_atomic_counters : enable
 #extension GL_ARB_shader_image_load_store : enable
@@ -35,7 +51,7 @@ layout(early_fragment_tests) in;
 
 uniform usampler2D u_SamplerHeadPointer;
 layout(rgba32ui) uniform uimage2D u_NodeBufferImage;
-uniform int u_NodeBufferImageWidth;
+flat in int vo_NodeBufferWidth;
 
 struct Record
 {
@@ -139,7 +155,7 @@ List gather(uint pointer)
     List list = List(0, true, false);
     float depth = 0.0;
     do {
-        uvec4 node = imageLoad(u_NodeBufferImage, texelOfNode(pointer, u_NodeBufferImageWidth));
+        uvec4 node = imageLoad(u_NodeBufferImage, texelOfNode(pointer, vo_NodeBufferWidth));
         if (node.g == 0u) {
             // Reads outside the image return 0, which is no node's primitive. This ends a list at a node that
             // did not fit into the buffer.
@@ -169,7 +185,7 @@ void writeBack(uint pointer, int count)
     int i = 0;
     do {
         if (i < count) {
-            ivec2 texel = texelOfNode(pointer, u_NodeBufferImageWidth);
+            ivec2 texel = texelOfNode(pointer, vo_NodeBufferWidth);
             pointer = imageLoad(u_NodeBufferImage, texel).r;
             imageStore(u_NodeBufferImage, texel,
                        uvec4(pointer, records[i].primitive, floatBitsToUint(records[i].depth), records[i].draw));
@@ -262,7 +278,7 @@ void VisibilitySortRenderPass::provideProgram()
     if (!m_program) {
         m_builtinProgram = std::make_unique<ShaderProgram>();
         m_program = m_builtinProgram.get();
-        m_program->addShader(GL_VERTEX_SHADER, fullScreenVertexSource, {});
+        m_program->addShader(GL_VERTEX_SHADER, vertexSource, {});
         m_program->addShader(GL_FRAGMENT_SHADER, fragmentSource, {});
         buildProgram(*m_program);
     }
@@ -275,15 +291,14 @@ void VisibilitySortRenderPass::sort(Texture* headPointers, Texture* nodes, int n
     const QSize size = m_inputs[Viewport].value.toRect().size();
     FramebufferObject& framebuffer = provide(m_framebuffer);
     const bool keepsToLists = m_program == m_builtinProgram.get();
-    const PooledTexture marks =
-        keepsToLists ? PooledTexture(TextureFormat::Depth24Stencil8, size) : PooledTexture();
-    const AttachedDepth attached(framebuffer, marks.get());
     // A target to rasterise onto; nothing is written to it.
     const PooledTarget scratch(framebuffer, TextureFormat::RGBA16F, size);
     // Software rasterisers would otherwise read and write its texels.
     glDrawBuffer(GL_NONE);
+    std::optional<ListDraw> listDraw;
     if (keepsToLists) {
-        provide(m_listMask).apply(headPointers, nodes, nodeBufferWidth, size);
+        listDraw.emplace(provide(m_listMask), framebuffer,
+                         FragmentLists{headPointers, nodes, nodeBufferWidth}, size, size);
     }
     {
         // Shaders stored the nodes, which are now read as an image.
