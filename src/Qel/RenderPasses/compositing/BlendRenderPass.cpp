@@ -318,10 +318,7 @@ void BlendRenderPass::start(RenderCallbacks* /*callbacks*/)
     context->disable(GL_DEPTH_TEST);
     context->disable(GL_BLEND);
     context->setViewport(viewport.x(), viewport.y(), viewport.width(), viewport.height());
-    // Otherwise the draw covers the target.
-    if (viewport.isEmpty() || !viewport.topLeft().isNull()) {
-        glClear(GL_COLOR_BUFFER_BIT);
-    }
+    glClear(GL_COLOR_BUFFER_BIT);
 
     const AutoBinder programBinder(&program);
     frameA = orTransparent(frameA, m_transparentTexture);
