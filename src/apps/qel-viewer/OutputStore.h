@@ -26,7 +26,7 @@ struct OutputInfo
     double numBytes = 0.0;
 };
 
-/// Follows the outputs of the frames with small pictures, at a pace that costs a twentieth of the time.
+/// Follows the outputs of the frames with small pictures, at a pace that costs a fortieth of the time.
 class OutputStore : public QObject
 {
     Q_OBJECT
