@@ -128,7 +128,7 @@ GPUModel::GPUModel(const ModelData& data, QObject* parent)
         d->numTriangles += buffers.numIndices / 3;
         bounds[static_cast<size_t>(material.opacity)].add(mesh.positions, instance.transform);
     }
-    Box all;
+    BoundingBox all;
     for (size_t i = 0; i < bounds.size(); ++i) {
         all.add(bounds[i].box());
         d->partBounds[i] = bounds[i].parts();

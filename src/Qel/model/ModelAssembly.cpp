@@ -7,7 +7,7 @@
 #include <limits>
 
 #include <Qel/model/AssimpTypes.h>
-#include <Qel/model/Box.h>
+#include <Qel/model/BoundingBox.h>
 #include <Qel/model/ShapeTransform.h>
 
 namespace Morvane::Qel {
@@ -176,7 +176,7 @@ ModelData merged(const std::vector<const ModelData*>& models)
 
 QPair<QVector3D, QVector3D> boundsOf(const ModelData& model, const QMatrix4x4& transform)
 {
-    Box box;
+    BoundingBox box;
     forEachVertex(model, transform, [&](const QVector3D& p) { box.add(p); });
     return box.corners();
 }

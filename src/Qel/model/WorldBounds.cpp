@@ -25,7 +25,7 @@ QVector3D absolute(const QVector3D& v)
     return {std::abs(v.x()), std::abs(v.y()), std::abs(v.z())};
 }
 
-size_t cellOf(const QVector3D& position, const Box& box)
+size_t cellOf(const QVector3D& position, const BoundingBox& box)
 {
     size_t cell = 0;
     for (int axis = 0; axis < 3; ++axis) {
@@ -52,7 +52,7 @@ std::vector<QPair<QVector3D, QVector3D>> WorldBounds::parts() const
 {
     // A few units in the last place of the largest term of the sums.
     constexpr float precision = 8.0F * std::numeric_limits<float>::epsilon();
-    std::array<Box, gridSize * gridSize * gridSize> cells;
+    std::array<BoundingBox, gridSize * gridSize * gridSize> cells;
     for (const Mesh& mesh : m_meshes) {
         const QMatrix4x4 magnitudes = absolute(mesh.transform);
         for (const QVector3D& position : *mesh.positions) {
@@ -62,7 +62,7 @@ std::vector<QPair<QVector3D, QVector3D>> WorldBounds::parts() const
         }
     }
     std::vector<QPair<QVector3D, QVector3D>> parts;
-    for (const Box& cell : cells) {
+    for (const BoundingBox& cell : cells) {
         if (!cell.isEmpty()) {
             parts.push_back(cell.corners());
         }

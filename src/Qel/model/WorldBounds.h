@@ -6,7 +6,7 @@
 
 #include <vector>
 
-#include <Qel/model/Box.h>
+#include <Qel/model/BoundingBox.h>
 
 namespace Morvane::Qel {
 
@@ -16,7 +16,7 @@ class WorldBounds
 public:
     /// Adds the positions of a mesh, which must outlive this object.
     void add(const std::vector<QVector3D>& positions, const QMatrix4x4& transform);
-    const Box& box() const { return m_box; }
+    const BoundingBox& box() const { return m_box; }
     /// Returns boxes that together hold all positions: those of the occupied cells of a grid over box(), each
     /// no larger than needed. They have room for the rounding errors with which programs transform positions.
     std::vector<QPair<QVector3D, QVector3D>> parts() const;
@@ -28,7 +28,7 @@ private:
         QMatrix4x4 transform;
     };
     std::vector<Mesh> m_meshes;
-    Box m_box;
+    BoundingBox m_box;
 };
 
 } // namespace Morvane::Qel

@@ -9,7 +9,7 @@
 namespace Morvane::Qel {
 
 /// An axis-aligned box around all points that were added to it.
-class Box
+class BoundingBox
 {
 public:
     void add(const QVector3D& lower, const QVector3D& upper)
@@ -20,7 +20,7 @@ public:
         }
     }
     void add(const QVector3D& point) { add(point, point); }
-    void add(const Box& box) { add(box.m_lower, box.m_upper); }
+    void add(const BoundingBox& box) { add(box.m_lower, box.m_upper); }
 
     bool isEmpty() const { return !(m_lower.x() <= m_upper.x()); }
     QVector3D lower() const { return m_lower; }
