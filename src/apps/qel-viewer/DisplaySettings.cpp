@@ -55,6 +55,11 @@ int numLayersOf(const Texture& texture)
     return texture.target() == GL_TEXTURE_CUBE_MAP ? numFaces : texture.layers();
 }
 
+QSize sizeOfLevel(const Texture& texture, int level)
+{
+    return {std::max(texture.size().width() >> level, 1), std::max(texture.size().height() >> level, 1)};
+}
+
 double numBytesOf(const Texture& texture)
 {
     const auto bytesOfType = [](unsigned int type) {
@@ -72,8 +77,8 @@ double numBytesOf(const Texture& texture)
     };
     double texels = 0.0;
     for (int level = 0; level < texture.levels(); ++level) {
-        texels += static_cast<double>(std::max(texture.size().width() >> level, 1)) *
-                  static_cast<double>(std::max(texture.size().height() >> level, 1));
+        const QSizeF size = sizeOfLevel(texture, level);
+        texels += size.width() * size.height();
     }
     return texels * numLayersOf(texture) * numChannelsOf(texture) *
            bytesOfType(typeFromInternalFormat(texture.internalFormat()));

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <optional>
+#include <QSize>
 
 namespace Morvane::Qel {
 class Texture;
@@ -59,6 +59,9 @@ int numChannelsOf(const Texture& texture);
 
 /// Number of layers of an array texture, 6 for a cube map, otherwise 1.
 int numLayersOf(const Texture& texture);
+
+/// The size of a mip level.
+QSize sizeOfLevel(const Texture& texture, int level);
 
 /// Bytes of all mip levels and layers; 0 for a format that is not known.
 double numBytesOf(const Texture& texture);

@@ -72,6 +72,10 @@ vec4 fetchN(ivec2 p, ivec2 size)
 }
 vec4 sampleN(vec2 position)
 {
+    if (isAligned) {
+        ivec2 p = ivec2(gl_FragCoord.xy);
+        return FETCH;
+    }
     ivec2 size = SIZE;
     vec2 texel = position * vec2(size);
     if (!isSmooth)
@@ -92,18 +96,11 @@ vec4 sampleN(vec2 position)
     return source;
 }
 
-// %1 to %3 are constants, see ProgramKey.
-const QString headSource = uR"(#version 150
-const bool isSmooth = %1;
-const bool isRaw = %2;
-const bool hasGamma = %3;
+// The constants before it are those of ProgramKey.
+const QString headSource = uR"(
 uniform vec2 u_Origin;
 uniform vec2 u_Scale;
-uniform int u_Channels;
-uniform int u_NumChannels;
 uniform vec4 u_Range; // minimum, maximum, factor after the range, exponent
-uniform bool u_FalseColors;
-uniform bool u_Difference;
 uniform float u_Wipe;
 uniform vec4 u_Background;
 out vec4 out_FragColor;
@@ -116,7 +113,7 @@ vec3 hue(float h)
 // Neighbouring integers get hues that are far apart, by the golden ratio; 0 is black.
 vec4 integer(uvec4 v)
 {
-    if (!u_FalseColors || isRaw)
+    if (!hasFalseColors || isRaw)
         return vec4(v);
     uint key = v.x + 7919u * v.y + 104729u * v.z + 1299709u * v.w;
     if (key == 0u)
@@ -124,7 +121,7 @@ vec4 integer(uvec4 v)
     float hash = float((key * 2654435769u) >> 8) / 16777216.0;
     return vec4(mix(vec3(1.0), hue(hash), 0.75) * (0.6 + 0.4 * float((key >> 2) & 1u)), 1.0);
 }
-vec4 integer(ivec4 v) { return u_FalseColors && !isRaw ? integer(uvec4(v)) : vec4(v); }
+vec4 integer(ivec4 v) { return hasFalseColors && !isRaw ? integer(uvec4(v)) : vec4(v); }
 
 // The direction of a texel of a cube map's face, as OpenGL defines the faces.
 vec3 direction(ivec2 p, ivec2 size, int face)
@@ -142,22 +139,21 @@ vec3 direction(ivec2 p, ivec2 size, int face)
 const QString mainSource = uR"(
 vec3 scaled(vec3 c)
 {
-    c = (c - u_Range.x) / (u_Range.y - u_Range.x) * u_Range.z;
+    if (hasRange)
+        c = (c - u_Range.x) / (u_Range.y - u_Range.x) * u_Range.z;
     return hasGamma ? pow(max(c, 0.0), vec3(u_Range.w)) : c;
 }
 
 vec3 shown(vec4 v)
 {
-    if (INTEGER && u_FalseColors)
+    if (isInteger && hasFalseColors)
         return v.rgb;
-    if (u_Channels >= 2) {
-        float value = scaled(vec3(v[u_Channels - 2])).x;
-        return u_FalseColors ? hue(0.7 * (1.0 - clamp(value, 0.0, 1.0))) : vec3(value);
+    if (channel >= 0) {
+        float value = scaled(vec3(v[max(channel, 0)])).x;
+        return hasFalseColors ? hue(0.7 * (1.0 - clamp(value, 0.0, 1.0))) : vec3(value);
     }
-    if (u_NumChannels == 1)
-        return u_FalseColors ? hue(0.7 * (1.0 - clamp(scaled(v.rrr).x, 0.0, 1.0))) : scaled(v.rrr);
     vec3 color = scaled(v.rgb);
-    if (u_Channels == 1) {
+    if (isOverCheckerboard) {
         vec2 square = floor(gl_FragCoord.xy / 12.0);
         color = mix(vec3(mod(square.x + square.y, 2.0) < 1.0 ? 0.45 : 0.6), color, clamp(v.a, 0.0, 1.0));
     }
@@ -165,15 +161,13 @@ vec3 shown(vec4 v)
 }
 
 // Rounds to 8 bits as image files are written: exactly, where drivers and single precision are off by one at
-// the limit between two values. The upper 12 bits are multiplied apart from the rest, both without an error.
+// the limit between two values. 255 c is compared as 256 c - c, of which every step is without an error there.
 vec3 rounded(vec3 color)
 {
     color = clamp(color, 0.0, 1.0);
-    vec3 upper = floor(color * 4096.0) / 4096.0;
-    vec3 rest = (color - upper) * 255.0;
     vec3 byte = floor(color * 255.0 + 0.5);
-    vec3 limit = (byte - 0.5) - upper * 255.0;
-    byte += vec3(greaterThanEqual(rest, limit + 1.0)) - vec3(lessThan(rest, limit));
+    vec3 rest = color * 256.0 - byte;
+    byte += vec3(greaterThanEqual(rest - 0.5, color)) - vec3(lessThan(rest + 0.5, color));
     return byte / 255.0;
 }
 
@@ -184,14 +178,15 @@ void main()
         out_FragColor = sampleA(position);
         return;
     }
-    if (any(lessThan(position, vec2(0.0))) || any(greaterThanEqual(position, vec2(1.0)))) {
+    if (!isAligned &&
+        (any(lessThan(position, vec2(0.0))) || any(greaterThanEqual(position, vec2(1.0))))) {
         out_FragColor = u_Background;
         return;
     }
     vec4 value = sampleA(position);
-    if (u_Difference)
+    if (isDifference)
         value = vec4(abs(value.rgb - sampleB(position).rgb), 1.0);
-    else if (gl_FragCoord.x >= u_Wipe)
+    else if (hasSecond && gl_FragCoord.x >= u_Wipe)
         value = sampleB(position);
     vec3 color = shown(value);
     out_FragColor = vec4(rounded(mix(color, vec3(0.0), isnan(color))), 1.0);
@@ -208,20 +203,37 @@ struct TexturePainter::Program
     Uniform b{"u_B"};
 };
 
+QString TexturePainter::sourceFor(const ProgramKey& key)
+{
+    const SamplerKind& kind = samplerKinds[static_cast<size_t>(key.first)];
+    const int channel = static_cast<int>(key.channels) - static_cast<int>(DisplaySettings::Channels::Red);
+    QString source = u"#version 150\n"_s;
+    const auto add = [&](QStringView name, bool value) {
+        source += u"const bool %1 = %2;\n"_s.arg(name, value ? u"true"_s : u"false"_s);
+    };
+    add(u"hasSecond", key.second >= 0);
+    add(u"isInteger", kind.kind != TextureKind::Color);
+    add(u"isOverCheckerboard", key.channels == DisplaySettings::Channels::Rgba);
+    add(u"isAligned", key.isAligned);
+    add(u"isSmooth", key.isSmooth);
+    add(u"isRaw", key.isRaw);
+    add(u"hasRange", key.hasRange);
+    add(u"hasGamma", key.hasGamma);
+    add(u"hasFalseColors", key.hasFalseColors);
+    add(u"isDifference", key.isDifference);
+    source += u"const int channel = %1;\n"_s.arg(channel < 0 && key.isSingleChannel ? 0 : channel);
+    source += headSource + samplingSource(kind, u'A');
+    source += key.second >= 0 ? samplingSource(samplerKinds[static_cast<size_t>(key.second)], u'B')
+                              : u"vec4 sampleB(vec2 position) { return vec4(0.0); }\n"_s;
+    return source + mainSource;
+}
+
 TexturePainter::Program& TexturePainter::program(const ProgramKey& key)
 {
     std::shared_ptr<Program>& found = m_programs[key];
     if (!found) {
         found = std::make_shared<Program>();
-        const SamplerKind& kind = samplerKinds[static_cast<size_t>(key.first)];
-        const auto literal = [](bool value) { return value ? u"true"_s : u"false"_s; };
-        QString source = headSource.arg(literal(key.isSmooth), literal(key.isRaw), literal(key.hasGamma)) +
-                         samplingSource(kind, u'A');
-        source += key.second >= 0 ? samplingSource(samplerKinds[static_cast<size_t>(key.second)], u'B')
-                                  : u"vec4 sampleB(vec2 position) { return vec4(0.0); }\n"_s;
-        source += QString(mainSource)
-                      .replace(u"INTEGER"_s, kind.kind == TextureKind::Color ? u"false"_s : u"true"_s);
-        provideScreenProgram(found->program, found->batch, {source});
+        provideScreenProgram(found->program, found->batch, {sourceFor(key)});
     }
     return *found;
 }
@@ -238,7 +250,7 @@ void TexturePainter::paint(unsigned int framebuffer, const QSize& size, Texture&
     context.applyBaseState();
     context.bindFramebuffer(GL_FRAMEBUFFER, framebuffer);
     context.setViewport(0, 0, size.width(), size.height());
-    draw(texture, placement.origin,
+    draw(texture, size, placement.origin,
          QPointF(texture.size().width(), texture.size().height()) * placement.scale, settings, comparison,
          background, false);
 }
@@ -253,18 +265,28 @@ void TexturePainter::clear(unsigned int framebuffer, const QSize& size, const QC
     glClear(GL_COLOR_BUFFER_BIT);
 }
 
-void TexturePainter::draw(Texture& texture, const QPointF& origin, const QPointF& scale,
+void TexturePainter::draw(Texture& texture, const QSize& size, const QPointF& origin, const QPointF& scale,
                           const DisplaySettings& settings, const Comparison& comparison,
                           const QColor& background, bool isRaw)
 {
     Texture* second =
         comparison.texture && samplerKindOf(*comparison.texture) >= 0 ? comparison.texture : nullptr;
     const bool isInteger = kindOf(texture) == TextureKind::Unsigned || kindOf(texture) == TextureKind::Signed;
+    const bool isAligned = origin.isNull() && scale == QPointF(size.width(), size.height()) &&
+                           sizeOfLevel(texture, settings.level) == size &&
+                           (!second || sizeOfLevel(*second, comparison.level) == size);
+    const bool hasRange = settings.minimum != 0.0F || settings.maximum != 1.0F || settings.exposure != 0.0F;
     Program& used = program({.first = samplerKindOf(texture),
                              .second = second ? samplerKindOf(*second) : -1,
-                             .isSmooth = settings.isSmooth && !isInteger,
+                             .channels = settings.channels,
+                             .isSingleChannel = numChannelsOf(texture) == 1,
+                             .isAligned = isAligned,
+                             .isSmooth = settings.isSmooth && !isInteger && !isAligned,
                              .isRaw = isRaw,
-                             .hasGamma = settings.gamma != 1.0F});
+                             .hasRange = hasRange,
+                             .hasGamma = settings.gamma != 1.0F,
+                             .hasFalseColors = settings.hasFalseColors,
+                             .isDifference = second && comparison.isDifference});
     ShaderProgram& shader = *used.program;
     const AutoBinder programBinder(&shader);
     const auto sampling = [](int level) { return level > 0 ? Sampling::NearestMipmap : Sampling::Nearest; };
@@ -276,14 +298,10 @@ void TexturePainter::draw(Texture& texture, const QPointF& origin, const QPointF
     shader.setUniform(u"u_LayerB"_s, comparison.layer);
     shader.setUniform(u"u_Origin"_s, QVector2D(origin));
     shader.setUniform(u"u_Scale"_s, QVector2D(scale));
-    shader.setUniform(u"u_Channels"_s, static_cast<int>(settings.channels));
-    shader.setUniform(u"u_NumChannels"_s, numChannelsOf(texture));
     const float maximum = settings.maximum == settings.minimum ? settings.minimum + 1.0F : settings.maximum;
     shader.setUniform(u"u_Range"_s, QVector4D(settings.minimum, maximum, std::exp2(settings.exposure),
                                               1.0F / settings.gamma));
-    shader.setUniform(u"u_FalseColors"_s, settings.hasFalseColors);
-    shader.setUniform(u"u_Difference"_s, second && comparison.isDifference);
-    shader.setUniform(u"u_Wipe"_s, second ? comparison.wipe : 1e9F);
+    shader.setUniform(u"u_Wipe"_s, comparison.wipe);
     shader.setUniform(u"u_Background"_s, background);
     drawBatch(used.batch);
 }
@@ -302,7 +320,7 @@ Image TexturePainter::thumbnail(Texture& texture, const QSize& largest)
         const BoundTarget target(provide(m_framebuffer), m_target.get());
         DisplaySettings settings;
         settings.isSmooth = true;
-        draw(texture, {0.0, 0.0}, QPointF(size.width(), size.height()), settings, {}, {}, true);
+        draw(texture, size, {0.0, 0.0}, QPointF(size.width(), size.height()), settings, {}, {}, true);
     }
     return readTexels(m_target.get(), {{0, 0}, size});
 }

@@ -5,9 +5,9 @@
 #include <QSharedPointer>
 #include <QSize>
 
+#include <compare>
 #include <map>
 #include <memory>
-#include <tuple>
 
 #include <Qel/gl/DrawBuffers.h>
 #include <Qel/gl/FramebufferObject.h>
@@ -65,18 +65,23 @@ private:
         /// The kinds of sampler of the first and the second texture; -1 for none.
         int first;
         int second;
+        DisplaySettings::Channels channels;
+        bool isSingleChannel;
+        /// Whether every pixel shows the texel at its own place.
+        bool isAligned;
         bool isSmooth;
         bool isRaw;
+        bool hasRange;
         bool hasGamma;
-        bool operator<(const ProgramKey& other) const
-        {
-            return std::tie(first, second, isSmooth, isRaw, hasGamma) <
-                   std::tie(other.first, other.second, other.isSmooth, other.isRaw, other.hasGamma);
-        }
+        bool hasFalseColors;
+        bool isDifference;
+        auto operator<=>(const ProgramKey&) const = default;
     };
+    static QString sourceFor(const ProgramKey& key);
     Program& program(const ProgramKey& key);
-    void draw(Texture& texture, const QPointF& origin, const QPointF& scale, const DisplaySettings& settings,
-              const Comparison& comparison, const QColor& background, bool isRaw);
+    void draw(Texture& texture, const QSize& size, const QPointF& origin, const QPointF& scale,
+              const DisplaySettings& settings, const Comparison& comparison, const QColor& background,
+              bool isRaw);
 
     std::map<ProgramKey, std::shared_ptr<Program>> m_programs;
     std::unique_ptr<FramebufferObject> m_framebuffer;

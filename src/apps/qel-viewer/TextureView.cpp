@@ -192,8 +192,7 @@ void TextureView::paintGL()
     if (texture) {
         m_display.level = std::clamp(m_display.level, 0, std::max(texture->levels() - 1, 0));
         m_display.layer = std::clamp(m_display.layer, 0, numLayersOf(*texture) - 1);
-        const QSize size(std::max(texture->size().width() >> m_display.level, 1),
-                         std::max(texture->size().height() >> m_display.level, 1));
+        const QSize size = sizeOfLevel(*texture, m_display.level);
         place(size);
         updateRange(*texture);
         Comparison comparison;
