@@ -193,6 +193,25 @@ void main()
 }
 )"_s;
 
+const QString overSource = uR"(#version 150
+uniform sampler2D u_A;
+out vec4 out_FragColor;
+void main()
+{
+    ivec2 p = ivec2(gl_FragCoord.xy);
+    out_FragColor = texelFetch(u_A, ivec2(p.x, textureSize(u_A, 0).y - 1 - p.y), 0);
+}
+)"_s;
+
+/// Binds a framebuffer in a state that is known.
+void begin(unsigned int framebuffer, const QSize& size)
+{
+    OpenGLDeviceContext& context = *OpenGLDeviceContext::current();
+    context.applyBaseState();
+    context.bindFramebuffer(GL_FRAMEBUFFER, framebuffer);
+    context.setViewport(0, 0, size.width(), size.height());
+}
+
 } // namespace
 
 struct TexturePainter::Program
@@ -246,21 +265,30 @@ void TexturePainter::paint(unsigned int framebuffer, const QSize& size, Texture&
         clear(framebuffer, size, background);
         return;
     }
-    OpenGLDeviceContext& context = *OpenGLDeviceContext::current();
-    context.applyBaseState();
-    context.bindFramebuffer(GL_FRAMEBUFFER, framebuffer);
-    context.setViewport(0, 0, size.width(), size.height());
+    begin(framebuffer, size);
     draw(texture, size, placement.origin,
          QPointF(texture.size().width(), texture.size().height()) * placement.scale, settings, comparison,
          background, false);
 }
 
+void TexturePainter::paintOver(unsigned int framebuffer, Texture& texture)
+{
+    if (!m_overProgram) {
+        m_overProgram = std::make_shared<Program>();
+        provideScreenProgram(m_overProgram->program, m_overProgram->batch, {overSource});
+    }
+    begin(framebuffer, texture.size());
+    const AutoEnabler blending(GL_BLEND);
+    glBlendFunc(GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
+    ShaderProgram& shader = *m_overProgram->program;
+    const AutoBinder programBinder(&shader);
+    const BoundSampler sampler(shader, m_overProgram->a, &texture, Sampling::Nearest);
+    drawBatch(m_overProgram->batch);
+}
+
 void TexturePainter::clear(unsigned int framebuffer, const QSize& size, const QColor& background)
 {
-    OpenGLDeviceContext& context = *OpenGLDeviceContext::current();
-    context.applyBaseState();
-    context.bindFramebuffer(GL_FRAMEBUFFER, framebuffer);
-    context.setViewport(0, 0, size.width(), size.height());
+    begin(framebuffer, size);
     glClearColor(background.redF(), background.greenF(), background.blueF(), 1.0F);
     glClear(GL_COLOR_BUFFER_BIT);
 }
@@ -328,6 +356,7 @@ Image TexturePainter::thumbnail(Texture& texture, const QSize& largest)
 void TexturePainter::release()
 {
     m_programs.clear();
+    m_overProgram.reset();
     m_framebuffer.reset();
     m_target.reset();
 }

@@ -49,6 +49,10 @@ public:
     void paint(unsigned int framebuffer, const QSize& size, Texture& texture, const Placement& placement,
                const DisplaySettings& settings, const Comparison& comparison, const QColor& background);
 
+    /// Blends a texture of premultiplied colours over the framebuffer, pixel by pixel. Its first row is the
+    /// upper one.
+    void paintOver(unsigned int framebuffer, Texture& texture);
+
     void clear(unsigned int framebuffer, const QSize& size, const QColor& background);
 
     /// The values of a texture, scaled down to fit a size, as four float channels; integers as floats. An
@@ -84,6 +88,7 @@ private:
               bool isRaw);
 
     std::map<ProgramKey, std::shared_ptr<Program>> m_programs;
+    std::shared_ptr<Program> m_overProgram;
     std::unique_ptr<FramebufferObject> m_framebuffer;
     std::unique_ptr<Texture> m_target;
 };

@@ -1,15 +1,19 @@
 #include "TextureView.h"
 
+#include <QEvent>
 #include <QSurfaceFormat>
+#include <QVBoxLayout>
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <utility>
 
+#include <epoxy/gl.h>
+
 #include <Qel/graph/ImageIO.h>
 
-#include "TexelOverlay.h"
+#include "GLSurface.h"
 
 namespace Morvane::Qel::Viewer {
 
@@ -22,27 +26,33 @@ void TextureView::setDefaultFormat()
 }
 
 TextureView::TextureView(GraphSession& session, QWidget* parent)
-    : QOpenGLWidget(parent)
+    : QWidget(parent)
     , m_session(session)
-    , m_overlay(new TexelOverlay(this))
+    , m_surface(new GLSurface)
 {
-    // What was painted stays when a frame fails.
-    setUpdateBehavior(PartialUpdate);
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    QWidget* container = createWindowContainer(m_surface, this);
+    container->setAttribute(Qt::WA_TransparentForMouseEvents);
+    layout->addWidget(container);
     setMouseTracking(true);
     setFocusPolicy(Qt::StrongFocus);
     setMinimumSize(64, 64);
-    connect(&m_session, &GraphSession::frameNeeded, this, qOverload<>(&QWidget::update));
+    connect(m_surface, &GLSurface::created, &m_session, &GraphSession::initialize);
+    connect(m_surface, &GLSurface::paintNeeded, this, &TextureView::paintPicture);
+    connect(&m_session, &GraphSession::frameNeeded, m_surface, &GLSurface::requestPaint);
 }
 
 TextureView::~TextureView()
 {
     if (m_session.context()) {
-        makeCurrent();
+        m_surface->makeCurrent();
         m_session.makeCurrent();
         m_snapshotTexture.reset();
+        m_overlayTexture.reset();
         m_painter.release();
         m_session.release();
-        doneCurrent();
+        m_surface->doneCurrent();
     }
 }
 
@@ -53,7 +63,7 @@ void TextureView::show(const OutputName& name)
     m_isDisplayChosen = m_displays.contains(name.text()) || name.pass.isEmpty();
     m_display = m_displays.value(name.text());
     m_rangeFrame = 0;
-    update();
+    m_surface->requestPaint();
     Q_EMIT displayChanged();
 }
 
@@ -63,7 +73,7 @@ void TextureView::setDisplay(const DisplaySettings& display)
         m_display = display;
         m_isDisplayChosen = true;
         m_rangeFrame = 0;
-        update();
+        m_surface->requestPaint();
         Q_EMIT displayChanged();
     }
 }
@@ -80,7 +90,7 @@ void TextureView::setZoom(double zoom)
     if (zoom == 0.0) {
         m_center = {0.5, 0.5};
     }
-    update();
+    m_surface->requestPaint();
 }
 
 void TextureView::setContinuous(bool isContinuous)
@@ -94,7 +104,7 @@ void TextureView::setContinuous(bool isContinuous)
 void TextureView::setComparison(const ComparisonChoice& comparison)
 {
     m_comparison = comparison;
-    update();
+    m_surface->requestPaint();
 }
 
 void TextureView::takeSnapshot()
@@ -106,7 +116,7 @@ void TextureView::takeSnapshot()
             m_snapshotTexture = textureOf(m_snapshot);
         }
     });
-    update();
+    m_surface->requestPaint();
 }
 
 Image TextureView::shownImage()
@@ -146,30 +156,25 @@ std::vector<Image> TextureView::comparedImages()
 void TextureView::withContext(const std::function<void()>& call)
 {
     if (m_session.context()) {
-        makeCurrent();
+        m_surface->makeCurrent();
         m_session.makeCurrent();
         call();
-        doneCurrent();
-    }
-}
-
-void TextureView::initializeGL()
-{
-    m_session.initialize();
-}
-
-void TextureView::resizeGL(int /*width*/, int /*height*/)
-{
-    m_hasPainted = false;
-    if (m_followsWindow) {
-        m_session.setViewport(pixels());
+        m_surface->doneCurrent();
     }
 }
 
 void TextureView::resizeEvent(QResizeEvent* event)
 {
-    QOpenGLWidget::resizeEvent(event);
-    m_overlay->setGeometry(rect());
+    QWidget::resizeEvent(event);
+    setFollowsWindow(m_followsWindow);
+}
+
+void TextureView::changeEvent(QEvent* event)
+{
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange || event->type() == QEvent::FontChange) {
+        m_surface->requestPaint();
+    }
 }
 
 QSize TextureView::pixels() const
@@ -178,49 +183,79 @@ QSize TextureView::pixels() const
     return {static_cast<int>(width() * ratio), static_cast<int>(height() * ratio)};
 }
 
-void TextureView::paintGL()
+void TextureView::paintPicture()
 {
     m_session.makeCurrent();
     m_session.render();
     Texture* texture = m_session.texture(m_shown);
-    if (texture && !std::exchange(m_isDisplayChosen, true)) {
-        m_display = initialSettings(*texture);
-        QMetaObject::invokeMethod(this, &TextureView::displayChanged, Qt::QueuedConnection);
-    }
-    const QColor background = palette().color(QPalette::Window).darker(130);
-    m_overlay->setText(texture || !m_session.graph() ? QString() : m_session.text(m_shown));
+    m_overlay.setText(texture || !m_session.graph() ? QString() : m_session.text(m_shown));
     if (texture) {
-        m_display.level = std::clamp(m_display.level, 0, std::max(texture->levels() - 1, 0));
-        m_display.layer = std::clamp(m_display.layer, 0, numLayersOf(*texture) - 1);
-        const QSize size = sizeOfLevel(*texture, m_display.level);
-        place(size);
-        updateRange(*texture);
-        Comparison comparison;
-        comparison.isDifference = m_comparison.isDifference;
-        comparison.wipe = static_cast<float>(m_wipe * pixels().width());
-        if (m_comparison.with == ComparisonChoice::With::Snapshot) {
-            comparison.texture = m_snapshotTexture.get();
-        } else if (m_comparison.with == ComparisonChoice::With::Output) {
-            comparison.texture = m_session.texture(m_comparison.output);
-        }
-        m_overlay->setWipe(comparison.texture && !comparison.isDifference ? m_wipe * width() : -1.0);
-        // The painter's scale is that of level 0.
-        Placement placement = m_placement;
-        placement.scale *= static_cast<double>(size.width()) / texture->size().width();
-        m_painter.paint(defaultFramebufferObject(), pixels(), *texture, placement, m_display, comparison,
-                        background);
-        readTexelValues(*texture);
-        m_hasPainted = true;
-    } else if (!m_hasPainted || m_session.graph()) {
-        m_overlay->setTexels({}, {});
-        m_overlay->setWipe(-1.0);
+        paintTexture(*texture);
+    } else {
+        m_overlay.setTexels({}, {});
+        m_overlay.setWipe(-1.0);
         m_textureSize = {};
-        m_painter.clear(defaultFramebufferObject(), pixels(), background);
+        m_painter.clear(m_surface->defaultFramebufferObject(), pixels(), backgroundColor());
     }
+    paintOverlay();
     QMetaObject::invokeMethod(this, &TextureView::shownChanged, Qt::QueuedConnection);
     if (m_isContinuous && m_session.graph()) {
         QMetaObject::invokeMethod(&m_session, &GraphSession::requestFrame, Qt::QueuedConnection);
     }
+}
+
+void TextureView::paintTexture(Texture& texture)
+{
+    if (!std::exchange(m_isDisplayChosen, true)) {
+        m_display = initialSettings(texture);
+        QMetaObject::invokeMethod(this, &TextureView::displayChanged, Qt::QueuedConnection);
+    }
+    m_display.level = std::clamp(m_display.level, 0, std::max(texture.levels() - 1, 0));
+    m_display.layer = std::clamp(m_display.layer, 0, numLayersOf(texture) - 1);
+    const QSize size = sizeOfLevel(texture, m_display.level);
+    place(size);
+    updateRange(texture);
+    Comparison comparison;
+    comparison.isDifference = m_comparison.isDifference;
+    comparison.wipe = static_cast<float>(m_wipe * pixels().width());
+    if (m_comparison.with == ComparisonChoice::With::Snapshot) {
+        comparison.texture = m_snapshotTexture.get();
+    } else if (m_comparison.with == ComparisonChoice::With::Output) {
+        comparison.texture = m_session.texture(m_comparison.output);
+    }
+    m_overlay.setWipe(comparison.texture && !comparison.isDifference ? m_wipe * width() : -1.0);
+    // The painter's scale is that of level 0.
+    Placement placement = m_placement;
+    placement.scale *= static_cast<double>(size.width()) / texture.size().width();
+    m_painter.paint(m_surface->defaultFramebufferObject(), pixels(), texture, placement, m_display,
+                    comparison, backgroundColor());
+    readTexelValues(texture);
+}
+
+void TextureView::paintOverlay()
+{
+    if (m_overlay.isEmpty()) {
+        return;
+    }
+    const QSize size = pixels();
+    if (m_overlay.isChanged() || !m_overlayTexture || m_overlayTexture->size() != size) {
+        QImage image(size, QImage::Format_RGBA8888_Premultiplied);
+        image.setDevicePixelRatio(devicePixelRatioF());
+        image.fill(Qt::transparent);
+        m_overlay.draw(image, font(), palette());
+        if (!m_overlayTexture) {
+            m_overlayTexture = std::make_unique<Texture>();
+            m_overlayTexture->setFilter(GL_NEAREST, GL_NEAREST);
+        }
+        m_overlayTexture->setImage2D(0, GL_RGBA8, size.width(), size.height(), GL_RGBA, GL_UNSIGNED_BYTE,
+                                     image.constBits());
+    }
+    m_painter.paintOver(m_surface->defaultFramebufferObject(), *m_overlayTexture);
+}
+
+QColor TextureView::backgroundColor() const
+{
+    return palette().color(QPalette::Window).darker(130);
 }
 
 /// Finds where a texture of this size lies. A texture of the widget's size covers it pixel by pixel.
@@ -285,7 +320,7 @@ void TextureView::readTexelValues(Texture& texture)
     constexpr double smallestForText = 44.0;
     const double ratio = devicePixelRatioF();
     if (m_placement.scale / ratio < smallestForText) {
-        m_overlay->setTexels({}, {});
+        m_overlay.setTexels({}, {});
         return;
     }
     const auto texel = [&](double pixel, double origin) {
@@ -298,10 +333,10 @@ void TextureView::readTexelValues(Texture& texture)
     const double side = m_placement.scale / ratio;
     const double top =
         (pixels().height() - m_placement.origin.y()) / ratio - (inside.y() + inside.height()) * side;
-    m_overlay->setTexels(inside.isEmpty() ? Image()
-                                          : readTexels(&texture, inside, m_display.level, m_display.layer),
-                         {m_placement.origin.x() / ratio + inside.x() * side, top, inside.width() * side,
-                          inside.height() * side});
+    m_overlay.setTexels(inside.isEmpty() ? Image()
+                                         : readTexels(&texture, inside, m_display.level, m_display.layer),
+                        {m_placement.origin.x() / ratio + inside.x() * side, top, inside.width() * side,
+                         inside.height() * side});
 }
 
 QPointF TextureView::toFramebuffer(const QPointF& position) const

@@ -1,0 +1,20 @@
+#include "GLSurface.h"
+
+#include <QCoreApplication>
+#include <QEvent>
+
+namespace Morvane::Qel::Viewer {
+
+GLSurface::GLSurface()
+{
+    setFlags(flags() | Qt::WindowTransparentForInput | Qt::WindowDoesNotAcceptFocus);
+}
+
+void GLSurface::requestPaint()
+{
+    update();
+    // The toolkit lets some milliseconds pass before it paints a window. It may do so at once.
+    QCoreApplication::postEvent(this, new QEvent(QEvent::UpdateRequest), Qt::LowEventPriority);
+}
+
+} // namespace Morvane::Qel::Viewer
