@@ -237,6 +237,9 @@ TEST_F(Display, ZoomsToTexelsWithTheirValues)
     }
     EXPECT_EQ(valueOf(u"Frame"_s), expected.join(u"  "_s));
     EXPECT_FALSE(tree->topLevelItem(1)->child(0)->icon(0).isNull()) << "no thumbnail";
+    // What fits into the widget is in its middle, wherever the zoom was.
+    view.setZoom(1.0);
+    EXPECT_EQ(shown(), whole);
 }
 
 TEST_F(Display, ComparesWithASnapshot)

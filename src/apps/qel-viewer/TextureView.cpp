@@ -265,9 +265,12 @@ void TextureView::place(const QSize& texture)
     const double fitting = std::min(area.width() / texture.width(), area.height() / texture.height());
     const double scaleBefore = std::exchange(m_placement.scale, m_zoom > 0.0 ? m_zoom : fitting);
     const QSizeF size = QSizeF(texture) * m_placement.scale;
-    // Whole pixels, so that texels are not cut.
-    m_placement.origin = {std::floor(area.width() / 2.0 - m_center.x() * size.width() + 0.5),
-                          std::floor(area.height() / 2.0 - m_center.y() * size.height() + 0.5)};
+    // In the middle if it fits into the widget; at whole pixels, so that texels are not cut.
+    const auto originOf = [](double space, double length, double center) {
+        return std::floor(space / 2.0 - (length <= space ? 0.5 : center) * length + 0.5);
+    };
+    m_placement.origin = {originOf(area.width(), size.width(), m_center.x()),
+                          originOf(area.height(), size.height(), m_center.y())};
     m_textureSize = texture;
     if (m_placement.scale != scaleBefore) {
         QMetaObject::invokeMethod(this, &TextureView::zoomChanged, Qt::QueuedConnection);
