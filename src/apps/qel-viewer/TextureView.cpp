@@ -179,8 +179,7 @@ void TextureView::changeEvent(QEvent* event)
 
 QSize TextureView::pixels() const
 {
-    const double ratio = devicePixelRatioF();
-    return {static_cast<int>(width() * ratio), static_cast<int>(height() * ratio)};
+    return size() * devicePixelRatioF();
 }
 
 void TextureView::paintPicture()
