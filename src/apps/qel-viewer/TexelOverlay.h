@@ -24,8 +24,9 @@ public:
 
     const QString& text() const { return m_text; }
     bool isEmpty() const { return m_texels.width == 0 && m_wipe < 0.0 && m_text.isEmpty(); }
-    /// Whether it was changed since it was last drawn.
+    /// Whether it must be drawn anew.
     bool isChanged() const { return m_isChanged; }
+    void setChanged() { m_isChanged = true; }
 
     /// Draws it over a transparent image, which is that of the whole widget.
     void draw(QImage& image, const QFont& font, const QPalette& palette);

@@ -249,6 +249,11 @@ QString TexturePainter::sourceFor(const ProgramKey& key)
 
 TexturePainter::Program& TexturePainter::program(const ProgramKey& key)
 {
+    // The context keeps the programs that are deleted, so that they are soon made again.
+    constexpr size_t maxPrograms = 16;
+    if (m_programs.size() == maxPrograms && !m_programs.contains(key)) {
+        m_programs.clear();
+    }
     std::shared_ptr<Program>& found = m_programs[key];
     if (!found) {
         found = std::make_shared<Program>();

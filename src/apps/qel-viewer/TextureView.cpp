@@ -173,6 +173,7 @@ void TextureView::changeEvent(QEvent* event)
 {
     QWidget::changeEvent(event);
     if (event->type() == QEvent::PaletteChange || event->type() == QEvent::FontChange) {
+        m_overlay.setChanged();
         m_surface->requestPaint();
     }
 }
@@ -234,6 +235,7 @@ void TextureView::paintTexture(Texture& texture)
 void TextureView::paintOverlay()
 {
     if (m_overlay.isEmpty()) {
+        m_overlayTexture.reset();
         return;
     }
     const QSize size = pixels();
