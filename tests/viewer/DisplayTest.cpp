@@ -1,6 +1,7 @@
 #include "ViewerTest.h"
 
 #include <QComboBox>
+#include <QCursor>
 #include <QLabel>
 #include <QPushButton>
 #include <QTreeWidget>
@@ -219,8 +220,7 @@ TEST_F(Display, ZoomsToTexelsWithTheirValues)
 
     // The inspector reads the value of every output there.
     auto* tree = find<QTreeWidget>(u"outputs"_s);
-    QTest::mouseMove(&view, position.toPoint() - QPoint(1, 1));
-    QTest::mouseMove(&view, position.toPoint());
+    QCursor::setPos(view.mapToGlobal(position.toPoint()));
     const Image image = dumped(graph, u"forward.Frame"_s);
     const auto valueOf = [&](const QString& name) {
         for (QTreeWidgetItem* item : tree->findItems(name, Qt::MatchExactly | Qt::MatchRecursive)) {
@@ -235,7 +235,14 @@ TEST_F(Display, ZoomsToTexelsWithTheirValues)
     for (int i = 0; i < image.numChannels(); ++i) {
         expected.append(texelText(image, 200, 60, i));
     }
-    EXPECT_EQ(valueOf(u"Frame"_s), expected.join(u"  "_s));
+    const QString valueBefore = expected.join(u"  "_s);
+    EXPECT_EQ(valueOf(u"Frame"_s), valueBefore);
+    // The mouse rests, the frame changes.
+    CameraDescription camera = window().session().camera();
+    camera.eye += QVector3D(0.0F, 1.0F, 0.0F);
+    window().session().setCamera(camera);
+    EXPECT_TRUE(waitFor([&] { return valueOf(u"Frame"_s) != valueBefore; }));
+    window().session().setCamera({});
     EXPECT_FALSE(tree->topLevelItem(1)->child(0)->icon(0).isNull()) << "no thumbnail";
     // What fits into the widget is in its middle, wherever the zoom was.
     view.setZoom(1.0);

@@ -41,6 +41,11 @@ TextureView::TextureView(GraphSession& session, QWidget* parent)
     connect(m_surface, &GLSurface::created, &m_session, &GraphSession::initialize);
     connect(m_surface, &GLSurface::paintNeeded, this, &TextureView::paintPicture);
     connect(&m_session, &GraphSession::frameNeeded, m_surface, &GLSurface::requestPaint);
+    connect(this, &TextureView::shownChanged, this, [this] {
+        if (m_isHovered) {
+            Q_EMIT hovered(texelAt(m_lastPosition));
+        }
+    });
 }
 
 TextureView::~TextureView()

@@ -85,7 +85,7 @@ Q_SIGNALS:
     void cameraMoved(const CameraDescription& camera);
     void displayChanged();
     void zoomChanged();
-    /// The mouse is over a texel, from the lower left.
+    /// The mouse is over a texel, from the lower left. Sent when either moves, and with each frame.
     void hovered(const QPoint& texel);
     void left();
     /// A click that chooses what is in focus, from 0 to 1 with the origin at the lower left.
@@ -158,6 +158,7 @@ private:
     };
     Drag m_drag = Drag::None;
     QPointF m_lastPosition;
+    bool m_isHovered = false;
     QSet<int> m_keys;
     QBasicTimer m_flight;
     bool m_isContinuous = false;

@@ -97,6 +97,7 @@ void TextureView::mouseMoveEvent(QMouseEvent* event)
         setCursor(isOnWipe(position) ? Qt::SplitHCursor : Qt::ArrowCursor);
         break;
     }
+    m_isHovered = true;
     Q_EMIT hovered(texelAt(position));
 }
 
@@ -117,6 +118,7 @@ void TextureView::mouseDoubleClickEvent(QMouseEvent* event)
 void TextureView::leaveEvent(QEvent* event)
 {
     QWidget::leaveEvent(event);
+    m_isHovered = false;
     Q_EMIT left();
 }
 
