@@ -7,7 +7,8 @@ namespace Morvane::Qel::Viewer {
 
 GLSurface::GLSurface()
 {
-    setFlags(flags() | Qt::WindowTransparentForInput | Qt::WindowDoesNotAcceptFocus);
+    setFlag(Qt::WindowTransparentForInput);
+    setFlag(Qt::WindowDoesNotAcceptFocus);
 }
 
 void GLSurface::requestPaint()
