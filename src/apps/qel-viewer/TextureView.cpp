@@ -28,7 +28,7 @@ void TextureView::setDefaultFormat()
 TextureView::TextureView(GraphSession& session, QWidget* parent)
     : QWidget(parent)
     , m_session(session)
-    , m_surface(new GLSurface)
+    , m_surface(new GLSurface(*this))
 {
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -96,6 +96,7 @@ void TextureView::setZoom(double zoom)
         m_center = {0.5, 0.5};
     }
     m_surface->requestPaint();
+    Q_EMIT zoomChanged();
 }
 
 void TextureView::setContinuous(bool isContinuous)

@@ -95,6 +95,7 @@ void TextureView::mouseMoveEvent(QMouseEvent* event)
         break;
     case Drag::None:
         setCursor(isOnWipe(position) ? Qt::SplitHCursor : Qt::ArrowCursor);
+        m_surface->setCursor(cursor());
         break;
     }
     m_isHovered = true;
