@@ -3,6 +3,7 @@
 #include <QVector2D>
 #include <QVector4D>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 
@@ -249,17 +250,19 @@ QString TexturePainter::sourceFor(const ProgramKey& key)
 
 TexturePainter::Program& TexturePainter::program(const ProgramKey& key)
 {
+    const auto found = std::find_if(m_programs.begin(), m_programs.end(),
+                                    [&](const auto& program) { return program.first == key; });
+    if (found != m_programs.end()) {
+        return *found->second;
+    }
     // The context keeps the programs that are deleted, so that they are soon made again.
     constexpr size_t maxPrograms = 16;
-    if (m_programs.size() == maxPrograms && !m_programs.contains(key)) {
+    if (m_programs.size() == maxPrograms) {
         m_programs.clear();
     }
-    std::shared_ptr<Program>& found = m_programs[key];
-    if (!found) {
-        found = std::make_shared<Program>();
-        provideScreenProgram(found->program, found->batch, {sourceFor(key)});
-    }
-    return *found;
+    auto made = std::make_shared<Program>();
+    provideScreenProgram(made->program, made->batch, {sourceFor(key)});
+    return *m_programs.emplace_back(key, std::move(made)).second;
 }
 
 void TexturePainter::paint(unsigned int framebuffer, const QSize& size, Texture& texture,

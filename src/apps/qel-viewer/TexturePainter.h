@@ -5,9 +5,9 @@
 #include <QSharedPointer>
 #include <QSize>
 
-#include <compare>
-#include <map>
 #include <memory>
+#include <utility>
+#include <vector>
 
 #include <Qel/gl/DrawBuffers.h>
 #include <Qel/gl/FramebufferObject.h>
@@ -79,7 +79,7 @@ private:
         bool hasGamma;
         bool hasFalseColors;
         bool isDifference;
-        auto operator<=>(const ProgramKey&) const = default;
+        bool operator==(const ProgramKey&) const = default;
     };
     static QString sourceFor(const ProgramKey& key);
     Program& program(const ProgramKey& key);
@@ -87,7 +87,7 @@ private:
               const DisplaySettings& settings, const Comparison& comparison, const QColor& background,
               bool isRaw);
 
-    std::map<ProgramKey, std::shared_ptr<Program>> m_programs;
+    std::vector<std::pair<ProgramKey, std::shared_ptr<Program>>> m_programs;
     std::shared_ptr<Program> m_overProgram;
     std::unique_ptr<FramebufferObject> m_framebuffer;
     std::unique_ptr<Texture> m_target;
