@@ -14,6 +14,7 @@
 #include "Document.h"
 #include "GraphEdits.h"
 #include "OutputStore.h"
+#include "SteadyLabel.h"
 #include "TextureView.h"
 
 using namespace Qt::StringLiterals;
@@ -110,7 +111,7 @@ TimePanel::TimePanel(GraphSession& session, Document& document, OutputStore& sto
     , m_view(view)
     , m_table(new QTreeWidget)
     , m_plot(new TimePlot)
-    , m_summary(new QLabel)
+    , m_summary(new SteadyLabel)
     , m_timeBefore(unknown)
     , m_frameTime(unknown)
 {
@@ -125,8 +126,9 @@ TimePanel::TimePanel(GraphSession& session, Document& document, OutputStore& sto
     m_table->setToolTip(tr("Untick a pass to leave it out and see what it costs"));
     column->addWidget(m_table, 1);
     column->addWidget(m_plot);
-    m_summary->setWordWrap(true);
-    m_summary->setObjectName(u"summary"_s);
+    m_summary->label().setWordWrap(true);
+    m_summary->label().setAlignment(Qt::AlignTop);
+    m_summary->label().setObjectName(u"summary"_s);
     column->addWidget(m_summary);
     m_clock.start();
     m_timer.setSingleShot(true);

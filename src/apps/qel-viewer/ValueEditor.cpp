@@ -23,6 +23,8 @@
 
 #include <Qel/graph/ValueJson.h>
 
+#include "NumberDisplay.h"
+
 using namespace Qt::StringLiterals;
 
 namespace Morvane::Qel::Viewer {
@@ -119,8 +121,7 @@ public:
 
     void setValue(const QJsonValue& value) override
     {
-        const QSignalBlocker blocker(m_box);
-        m_box->setValue(value.toDouble());
+        showNumber(*m_box, value.toDouble());
         showOnSlider(value.toDouble());
     }
 
@@ -290,8 +291,7 @@ public:
     {
         const QJsonArray values = value.toArray();
         for (qsizetype i = 0; i < m_boxes.size(); ++i) {
-            const QSignalBlocker blocker(m_boxes[i]);
-            m_boxes[i]->setValue(values[i].toDouble());
+            showNumber(*m_boxes[i], values[i].toDouble());
         }
     }
 
