@@ -27,8 +27,8 @@
 #include "GraphView.h"
 #include "OutputStore.h"
 #include "OutputTree.h"
-#include "SteadyLabel.h"
 #include "StartPage.h"
+#include "SteadyLabel.h"
 #include "TimeLine.h"
 #include "TimePanel.h"
 

@@ -6,8 +6,8 @@ class QLabel;
 
 namespace Morvane::Qel::Viewer {
 
-/// A label for text that changes all the time. New text is laid out in the window only if it needs more room than all
-/// texts before it; a QLabel alone would have the whole main window laid out for each.
+/// A label for text that changes all the time. New text is laid out in the window only if it needs more room
+/// than all texts before it; a QLabel alone would have the whole main window laid out for each.
 class SteadyLabel : public QWidget
 {
 public:

@@ -164,6 +164,13 @@ void TimePanel::addFrame()
     }
 }
 
+/// Frames that were rendered out of sight are shown too.
+void TimePanel::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    m_timer.start();
+}
+
 void TimePanel::rebuild()
 {
     const QSignalBlocker blocker(m_table);
@@ -250,7 +257,6 @@ void TimePanel::update()
         show(Gpu, times.gpu, sumGpu);
         show(Cpu, times.cpu, sumCpu);
     }
-    m_table->viewport()->update();
     if (isMeasured) {
         m_plot->add(m_frameTime);
     }

@@ -36,6 +36,9 @@ public:
 Q_SIGNALS:
     void updated();
 
+protected:
+    void showEvent(QShowEvent* event) override;
+
 private:
     struct Times
     {
