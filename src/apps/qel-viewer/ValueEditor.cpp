@@ -20,6 +20,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <optional>
 
 #include <Qel/graph/ValueJson.h>
 
@@ -212,6 +213,10 @@ public:
     }
     void setValue(const QJsonValue& value) override
     {
+        if (m_value == value) {
+            return; // A new icon would have the panel laid out.
+        }
+        m_value = value;
         if (value.isArray()) {
             const QJsonArray parts = value.toArray();
             m_color = QColor(parts[0].toInt(), parts[1].toInt(), parts[2].toInt(), parts[3].toInt(255));
@@ -229,6 +234,7 @@ public:
 
 private:
     QPushButton* m_button;
+    std::optional<QJsonValue> m_value;
     QColor m_color;
 };
 
