@@ -27,23 +27,29 @@ struct SamplerKind
     const char* sampler;
     const char* size;
     const char* fetch;
+    /// The texel at the place of the pixel, where each pixel has one. Rasterisers in software are quicker
+    /// with it than with texelFetch. Null for cube maps.
+    const char* aligned;
 };
 
 const std::array samplerKinds{
     SamplerKind{GL_TEXTURE_2D, TextureKind::Color, "sampler2D", "textureSize(u_N, u_LevelN)",
-                "texelFetch(u_N, p, u_LevelN)"},
+                "texelFetch(u_N, p, u_LevelN)", "texture(u_N, vo_TexCoord)"},
     SamplerKind{GL_TEXTURE_2D_ARRAY, TextureKind::Color, "sampler2DArray", "textureSize(u_N, u_LevelN).xy",
-                "texelFetch(u_N, ivec3(p, u_LayerN), u_LevelN)"},
+                "texelFetch(u_N, ivec3(p, u_LayerN), u_LevelN)", "texture(u_N, vec3(vo_TexCoord, u_LayerN))"},
     SamplerKind{GL_TEXTURE_CUBE_MAP, TextureKind::Color, "samplerCube", "textureSize(u_N, u_LevelN)",
-                "textureLod(u_N, direction(p, textureSize(u_N, u_LevelN), u_LayerN), float(u_LevelN))"},
+                "textureLod(u_N, direction(p, textureSize(u_N, u_LevelN), u_LayerN), float(u_LevelN))",
+                nullptr},
     SamplerKind{GL_TEXTURE_2D, TextureKind::Unsigned, "usampler2D", "textureSize(u_N, u_LevelN)",
-                "integer(texelFetch(u_N, p, u_LevelN))"},
+                "integer(texelFetch(u_N, p, u_LevelN))", "integer(texture(u_N, vo_TexCoord))"},
     SamplerKind{GL_TEXTURE_2D_ARRAY, TextureKind::Unsigned, "usampler2DArray",
-                "textureSize(u_N, u_LevelN).xy", "integer(texelFetch(u_N, ivec3(p, u_LayerN), u_LevelN))"},
+                "textureSize(u_N, u_LevelN).xy", "integer(texelFetch(u_N, ivec3(p, u_LayerN), u_LevelN))",
+                "integer(texture(u_N, vec3(vo_TexCoord, u_LayerN)))"},
     SamplerKind{GL_TEXTURE_2D, TextureKind::Signed, "isampler2D", "textureSize(u_N, u_LevelN)",
-                "integer(texelFetch(u_N, p, u_LevelN))"},
+                "integer(texelFetch(u_N, p, u_LevelN))", "integer(texture(u_N, vo_TexCoord))"},
     SamplerKind{GL_TEXTURE_2D_ARRAY, TextureKind::Signed, "isampler2DArray", "textureSize(u_N, u_LevelN).xy",
-                "integer(texelFetch(u_N, ivec3(p, u_LayerN), u_LevelN))"},
+                "integer(texelFetch(u_N, ivec3(p, u_LayerN), u_LevelN))",
+                "integer(texture(u_N, vec3(vo_TexCoord, u_LayerN)))"},
 };
 
 /// Index into samplerKinds; -1 for a texture that cannot be shown.
@@ -59,13 +65,29 @@ int samplerKindOf(const Texture& texture)
     return -1;
 }
 
+/// Whether a texture has a texel for each pixel of a size.
+bool hasTexelsOf(const QSize& size, const Texture& texture, int level)
+{
+    return level == 0 && texture.size() == size &&
+           samplerKinds[static_cast<size_t>(samplerKindOf(texture))].aligned != nullptr;
+}
+
+/// Whether all values are multiples of 1/255.
+bool isByteFormat(unsigned int internalFormat)
+{
+    return internalFormat == GL_RGBA8 || internalFormat == GL_RGB8 || internalFormat == GL_RG8 ||
+           internalFormat == GL_R8;
+}
+
 /// Declarations and the function `vec4 sampleN(vec2)` for one texture, whose texels are from 0 to 1.
-QString samplingSource(const SamplerKind& kind, QChar letter)
+QString samplingSource(const SamplerKind& kind, QChar letter, bool isAligned)
 {
     QString source = uR"(
 uniform SAMPLER u_N;
 uniform int u_LevelN;
 uniform int u_LayerN;
+)"_s;
+    source += isAligned ? u"vec4 sampleN(vec2 position) { return ALIGNED; }\n"_s : uR"(
 vec4 fetchN(ivec2 p, ivec2 size)
 {
     p = clamp(p, ivec2(0), size - 1);
@@ -73,10 +95,6 @@ vec4 fetchN(ivec2 p, ivec2 size)
 }
 vec4 sampleN(vec2 position)
 {
-    if (isAligned) {
-        ivec2 p = ivec2(gl_FragCoord.xy);
-        return FETCH;
-    }
     ivec2 size = SIZE;
     vec2 texel = position * vec2(size);
     if (!isSmooth)
@@ -89,6 +107,7 @@ vec4 sampleN(vec2 position)
 }
 )"_s;
     source.replace(u"SAMPLER"_s, QLatin1StringView(kind.sampler));
+    source.replace(u"ALIGNED"_s, QLatin1StringView(kind.aligned));
     source.replace(u"FETCH"_s, QLatin1StringView(kind.fetch));
     source.replace(u"SIZE"_s, QLatin1StringView(kind.size));
     for (const QString& name : {u"u_"_s, u"u_Level"_s, u"u_Layer"_s, u"fetch"_s, u"sample"_s}) {
@@ -99,6 +118,7 @@ vec4 sampleN(vec2 position)
 
 // The constants before it are those of ProgramKey.
 const QString headSource = uR"(
+in vec2 vo_TexCoord;
 uniform vec2 u_Origin;
 uniform vec2 u_Scale;
 uniform vec4 u_Range; // minimum, maximum, factor after the range, exponent
@@ -169,7 +189,7 @@ vec3 rounded(vec3 color)
     vec3 byte = floor(color * 255.0 + 0.5);
     vec3 rest = color * 256.0 - byte;
     byte += vec3(greaterThanEqual(rest - 0.5, color)) - vec3(lessThan(rest + 0.5, color));
-    return byte / 255.0;
+    return byte * (1.0 / 255.0);
 }
 
 void main()
@@ -190,7 +210,7 @@ void main()
     else if (hasSecond && gl_FragCoord.x >= u_Wipe)
         value = sampleB(position);
     vec3 color = shown(value);
-    out_FragColor = vec4(rounded(mix(color, vec3(0.0), isnan(color))), 1.0);
+    out_FragColor = vec4(isExact ? color : rounded(mix(color, vec3(0.0), isnan(color))), 1.0);
 }
 )"_s;
 
@@ -235,6 +255,7 @@ QString TexturePainter::sourceFor(const ProgramKey& key)
     add(u"isInteger", kind.kind != TextureKind::Color);
     add(u"isOverCheckerboard", key.channels == DisplaySettings::Channels::Rgba);
     add(u"isAligned", key.isAligned);
+    add(u"isExact", key.isExact);
     add(u"isSmooth", key.isSmooth);
     add(u"isRaw", key.isRaw);
     add(u"hasRange", key.hasRange);
@@ -242,9 +263,10 @@ QString TexturePainter::sourceFor(const ProgramKey& key)
     add(u"hasFalseColors", key.hasFalseColors);
     add(u"isDifference", key.isDifference);
     source += u"const int channel = %1;\n"_s.arg(channel < 0 && key.isSingleChannel ? 0 : channel);
-    source += headSource + samplingSource(kind, u'A');
-    source += key.second >= 0 ? samplingSource(samplerKinds[static_cast<size_t>(key.second)], u'B')
-                              : u"vec4 sampleB(vec2 position) { return vec4(0.0); }\n"_s;
+    source += headSource + samplingSource(kind, u'A', key.isAligned);
+    source += key.second >= 0
+                  ? samplingSource(samplerKinds[static_cast<size_t>(key.second)], u'B', key.isAligned)
+                  : u"vec4 sampleB(vec2 position) { return vec4(0.0); }\n"_s;
     return source + mainSource;
 }
 
@@ -309,14 +331,18 @@ void TexturePainter::draw(Texture& texture, const QSize& size, const QPointF& or
         comparison.texture && samplerKindOf(*comparison.texture) >= 0 ? comparison.texture : nullptr;
     const bool isInteger = kindOf(texture) == TextureKind::Unsigned || kindOf(texture) == TextureKind::Signed;
     const bool isAligned = origin.isNull() && scale == QPointF(size.width(), size.height()) &&
-                           sizeOfLevel(texture, settings.level) == size &&
-                           (!second || sizeOfLevel(*second, comparison.level) == size);
+                           hasTexelsOf(size, texture, settings.level) &&
+                           (!second || hasTexelsOf(size, *second, comparison.level));
     const bool hasRange = settings.minimum != 0.0F || settings.maximum != 1.0F || settings.exposure != 0.0F;
+    const bool isExact = isByteFormat(texture.internalFormat()) && !second && !settings.isSmooth &&
+                         !hasRange && settings.gamma == 1.0F &&
+                         settings.channels != DisplaySettings::Channels::Rgba && !settings.hasFalseColors;
     Program& used = program({.first = samplerKindOf(texture),
                              .second = second ? samplerKindOf(*second) : -1,
                              .channels = settings.channels,
                              .isSingleChannel = numChannelsOf(texture) == 1,
                              .isAligned = isAligned,
+                             .isExact = isExact,
                              .isSmooth = settings.isSmooth && !isInteger && !isAligned,
                              .isRaw = isRaw,
                              .hasRange = hasRange,

@@ -73,6 +73,8 @@ private:
         bool isSingleChannel;
         /// Whether every pixel shows the texel at its own place.
         bool isAligned;
+        /// Whether the values are those of 8 bits without rounding.
+        bool isExact;
         bool isSmooth;
         bool isRaw;
         bool hasRange;
