@@ -286,7 +286,7 @@ TEST_F(Robot, SurvivesRandomUse)
     const Level middle = level();
     use(numSteps / 2);
     const Level end = level();
-    // The context keeps 64 programs for later, and the painter one for each kind of texture.
+    // The context keeps 64 programs for later, and the painter 16.
     constexpr int programs = 2;
     constexpr int numKeptPrograms = 64 + 16;
     for (const auto& [kind, number] : end.numObjects) {

@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QScreen>
 #include <QSettings>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -63,7 +64,12 @@ QString ViewerTest::copyExamples(const QString& graph)
 QImage ViewerTest::shown()
 {
     settle();
-    return m_window->view().grabFramebuffer().convertToFormat(QImage::Format_RGB32);
+    const Viewer::TextureView& view = m_window->view();
+    const QPoint corner = view.mapTo(m_window.get(), QPoint(0, 0));
+    return m_window->screen()
+        ->grabWindow(m_window->winId(), corner.x(), corner.y(), view.width(), view.height())
+        .toImage()
+        .convertToFormat(QImage::Format_RGB32);
 }
 
 QImage ViewerTest::rendered(const QString& graph, const QStringList& arguments)

@@ -178,7 +178,7 @@ int main(int argc, char** argv)
     window.view().setFixedSize(pictureSize);
     window.show();
     bool isShown = false;
-    QObject::connect(&window.view(), &QOpenGLWidget::frameSwapped, &window,
+    QObject::connect(&window.view(), &TextureView::shownChanged, &window,
                      [&] { isShown = isShown || window.session().numFrames() > 0; });
     if (!window.open(arguments[2], arguments.value(3))) {
         std::fprintf(stderr, "%s\n", qPrintable(window.errors().join(u'\n')));

@@ -10,6 +10,7 @@
 #include <QHash>
 #include <QPalette>
 #include <QPushButton>
+#include <QScreen>
 #include <QStandardPaths>
 #include <QThread>
 
@@ -61,7 +62,8 @@ public:
         settle(m_window);
         constexpr int width = 1000;
         // The most frequent colours as a palette keep the files small, and the panels exact.
-        const QImage image = m_window.grab()
+        const QImage image = m_window.screen()
+                                 ->grabWindow(m_window.winId())
                                  .toImage()
                                  .scaledToWidth(width, Qt::SmoothTransformation)
                                  .convertToFormat(QImage::Format_RGB32);

@@ -6,13 +6,13 @@
 #include <QGridLayout>
 #include <QLabel>
 #include <QPushButton>
-#include <QSignalBlocker>
 #include <QVBoxLayout>
 
 #include <array>
 
 #include "CameraMotion.h"
 #include "GraphSession.h"
+#include "NumberDisplay.h"
 
 using namespace Qt::StringLiterals;
 
@@ -145,8 +145,7 @@ void CameraPanel::update()
     const std::array<float, 13> numbers = numbersOf(m_session.camera());
     for (qsizetype i = 0; i < m_boxes.size(); ++i) {
         if (!m_boxes[i]->hasFocus()) {
-            const QSignalBlocker blocker(m_boxes[i]);
-            m_boxes[i]->setValue(static_cast<double>(numbers[static_cast<size_t>(i)]));
+            showNumber(*m_boxes[i], static_cast<double>(numbers[static_cast<size_t>(i)]));
         }
     }
 }

@@ -14,6 +14,7 @@
 #include <Qel/graph/ImageMetrics.h>
 
 #include "OutputStore.h"
+#include "SteadyLabel.h"
 #include "TextureView.h"
 
 using namespace Qt::StringLiterals;
@@ -46,7 +47,7 @@ ComparePanel::ComparePanel(TextureView& view, OutputStore& store, QWidget* paren
     , m_store(store)
     , m_with(new QComboBox)
     , m_difference(new QCheckBox(tr("Show the difference")))
-    , m_result(new QLabel)
+    , m_result(new SteadyLabel)
 {
     auto* form = new QFormLayout(this);
     auto* snapshot = new QPushButton(tr("Take a snapshot"));
@@ -59,9 +60,11 @@ ComparePanel::ComparePanel(TextureView& view, OutputStore& store, QWidget* paren
     m_difference->setObjectName(u"difference"_s);
     m_difference->setToolTip(tr("The absolute difference; otherwise drag the line between the two"));
     form->addRow(m_difference);
-    m_result->setObjectName(u"metrics"_s);
-    m_result->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    m_result->setWordWrap(true);
+    QLabel& result = m_result->label();
+    result.setObjectName(u"metrics"_s);
+    result.setTextInteractionFlags(Qt::TextSelectableByMouse);
+    result.setWordWrap(true);
+    result.setAlignment(Qt::AlignTop);
     form->addRow(m_result);
     m_timer.setSingleShot(true);
     m_timer.setInterval(250);
@@ -127,7 +130,7 @@ void ComparePanel::apply()
 void ComparePanel::measure()
 {
     if (!isVisible() || m_with->currentIndex() <= 0) {
-        m_result->clear();
+        m_result->setText({});
         return;
     }
     std::vector<Image> images = m_view.comparedImages();

@@ -5,11 +5,11 @@
 
 class QCheckBox;
 class QComboBox;
-class QLabel;
 
 namespace Morvane::Qel::Viewer {
 
 class OutputStore;
+class SteadyLabel;
 class TextureView;
 
 /// Compares the shown output with another one or with a snapshot.
@@ -30,7 +30,7 @@ private:
     OutputStore& m_store;
     QComboBox* m_with;
     QCheckBox* m_difference;
-    QLabel* m_result;
+    SteadyLabel* m_result;
     /// Metrics wait until the picture rests.
     QTimer m_timer;
 };

@@ -9,6 +9,7 @@
 
 #include <utility>
 
+#include "NumberDisplay.h"
 #include "TextureView.h"
 
 using namespace Qt::StringLiterals;
@@ -126,13 +127,13 @@ void DisplayBar::apply()
 void DisplayBar::update()
 {
     const DisplaySettings& display = m_view.display();
-    const auto set = [](QDoubleSpinBox* box, float value) {
-        const QSignalBlocker blocker(box);
-        box->setValue(static_cast<double>(value));
-    };
+    // In each frame while the range is automatic.
+    const auto set = [](QDoubleSpinBox* box, float value) { showNumber(*box, static_cast<double>(value)); };
     const auto setIndex = [](QSpinBox* box, int value) {
-        const QSignalBlocker blocker(box);
-        box->setValue(value);
+        if (box->value() != value) {
+            const QSignalBlocker blocker(box);
+            box->setValue(value);
+        }
     };
     m_channels->setCurrentIndex(static_cast<int>(display.channels));
     set(m_exposure, display.exposure);

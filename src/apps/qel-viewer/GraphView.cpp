@@ -107,6 +107,7 @@ void GraphView::showEvent(QShowEvent* event)
     if (m_isStale) {
         rebuild();
     }
+    updateThumbnails();
 }
 
 void GraphView::resizeEvent(QResizeEvent* event)
@@ -195,7 +196,6 @@ void GraphView::updateThumbnails()
                          [&](const auto& info) { return info.name.pass == item->name() && info.isTexture; });
         item->setThumbnail(found == m_store.outputs().end() ? QImage() : found->thumbnail);
     }
-    viewport()->update();
 }
 
 void GraphView::updateSwitches()
@@ -203,7 +203,6 @@ void GraphView::updateSwitches()
     for (PassItem* item : passItems()) {
         item->setOff(m_session.bypassed().contains(item->name()));
     }
-    viewport()->update();
 }
 
 PassItem* GraphView::passItem(const QString& name) const
@@ -220,7 +219,6 @@ void GraphView::setTimes(const std::function<double(const QString&)>& timeOf)
         const double time = timeOf(item->name());
         item->setTime(std::isnan(time) ? QString() : u"%1 ms"_s.arg(time, 0, 'f', 2));
     }
-    viewport()->update();
 }
 
 bool GraphView::tryEdit(const QString& text, const std::function<void(GraphDescription&)>& change)

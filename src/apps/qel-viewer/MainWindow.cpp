@@ -28,6 +28,7 @@
 #include "OutputStore.h"
 #include "OutputTree.h"
 #include "StartPage.h"
+#include "SteadyLabel.h"
 #include "TimeLine.h"
 #include "TimePanel.h"
 
@@ -90,7 +91,8 @@ void MainWindow::makePanels()
     m_errors = new ErrorPanel;
     m_errorDock = addPanel(m_errors, u"errorPanel"_s, tr("Errors"), Qt::BottomDockWidgetArea);
     m_errorDock->hide();
-    m_status = new QLabel;
+    m_status = new SteadyLabel;
+    m_status->label().setAlignment(Qt::AlignRight | Qt::AlignVCenter);
     statusBar()->addPermanentWidget(m_status);
 }
 
@@ -155,7 +157,7 @@ void MainWindow::connectPanels()
     connect(m_view, &TextureView::left, this, [this] {
         m_inspection.stop();
         m_outputs->setValues({});
-        m_status->clear();
+        m_status->setText({});
     });
     connect(m_controls, &ControlPanel::failed, this, &MainWindow::showMessage);
     connect(m_camera, &CameraPanel::failed, this, &MainWindow::showMessage);
@@ -349,7 +351,7 @@ void MainWindow::inspect()
                               .arg(m_view->textureSize().width())
                               .arg(m_view->textureSize().height()));
     } else {
-        m_status->clear();
+        m_status->setText({});
     }
     if (m_outputs->isVisible()) {
         m_outputs->setValues(m_store->valuesAt(m_texel));

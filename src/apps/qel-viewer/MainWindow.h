@@ -11,7 +11,6 @@
 #include "TextureView.h"
 
 class QDockWidget;
-class QLabel;
 class QMenu;
 class QStackedWidget;
 class QToolBar;
@@ -26,6 +25,7 @@ class ErrorPanel;
 class GraphView;
 class OutputStore;
 class OutputTree;
+class SteadyLabel;
 class StartPage;
 class TimeLine;
 class TimePanel;
@@ -120,7 +120,7 @@ private:
     /// What needs an animation.
     QList<QAction*> m_timeActions;
     std::unique_ptr<AnimationExport> m_export;
-    QLabel* m_status = nullptr;
+    SteadyLabel* m_status = nullptr;
     /// What is wrong with files that could not be read and changes that were not made.
     QStringList m_fileErrors;
     /// The panels as they were before the start page took their place.

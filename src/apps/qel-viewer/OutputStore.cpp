@@ -92,8 +92,10 @@ void OutputStore::update()
         }
         m_numPoolTextures = TextureManager::Instance()->numTextures();
     });
-    m_outputs = std::move(outputs);
-    Q_EMIT updated();
+    if (outputs != m_outputs) {
+        m_outputs = std::move(outputs);
+        Q_EMIT updated();
+    }
     // Thumbnails take a fortieth of the time, so that frames are hardly slower for them.
     constexpr qint64 share = 40;
     m_timer.setInterval(static_cast<int>(std::clamp(share * time.elapsed(), shortestPause, longestPause)));

@@ -24,6 +24,8 @@ struct OutputInfo
     QImage thumbnail;
     bool isTexture = false;
     double numBytes = 0.0;
+
+    bool operator==(const OutputInfo& other) const = default;
 };
 
 /// Follows the outputs of the frames with small pictures, at a pace that costs a fortieth of the time.
@@ -44,6 +46,7 @@ public:
     QHash<QString, QString> valuesAt(const QPoint& texel);
 
 Q_SIGNALS:
+    /// Something in `outputs` has changed.
     void updated();
 
 private:

@@ -91,6 +91,7 @@ void OutputTree::rebuild()
     setColumnWidth(Name, nameWidth);
     setColumnWidth(Value, valueWidth);
     select(m_selected);
+    updateOutputs();
 }
 
 void OutputTree::select(const OutputName& name)

@@ -27,10 +27,10 @@ public:
     QString inputAt(const QPointF& point) const;
     QString outputAt(const QPointF& point) const;
 
-    void setThumbnail(const QImage& thumbnail) { m_thumbnail = thumbnail; }
-    void setTime(const QString& time) { m_time = time; }
+    void setThumbnail(const QImage& thumbnail) { set(m_thumbnail, thumbnail); }
+    void setTime(const QString& time) { set(m_time, time); }
     /// Draws the pass as left out of the running graph.
-    void setOff(bool isOff) { m_isOff = isOff; }
+    void setOff(bool isOff) { set(m_isOff, isOff); }
 
     int type() const override { return Type; }
     QRectF boundingRect() const override;
@@ -39,6 +39,15 @@ public:
 private:
     QPointF point(qsizetype row, bool isInput) const;
     QString portAt(const QPointF& point, const QStringList& ports, bool isInput) const;
+    /// Sets what is drawn.
+    template<class Value>
+    void set(Value& member, const Value& value)
+    {
+        if (member != value) {
+            member = value;
+            update();
+        }
+    }
 
     QString m_name;
     QString m_typeName;

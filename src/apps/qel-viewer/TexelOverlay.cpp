@@ -5,66 +5,47 @@
 
 namespace Morvane::Qel::Viewer {
 
-TexelOverlay::TexelOverlay(QWidget* parent)
-    : QWidget(parent)
-{
-    setObjectName(QStringLiteral("texels"));
-    setAttribute(Qt::WA_TransparentForMouseEvents);
-    setAttribute(Qt::WA_NoSystemBackground);
-    hide();
-}
-
 void TexelOverlay::setTexels(const Image& texels, const QRectF& area)
 {
     const bool isSame = texels.width == 0 && m_texels.width == 0;
     m_texels = texels;
     m_area = area;
-    if (!isSame) {
-        updateVisibility();
-    }
+    m_isChanged = m_isChanged || !isSame;
 }
 
 void TexelOverlay::setWipe(double x)
 {
-    if (x != m_wipe) {
-        m_wipe = x;
-        updateVisibility();
-    }
+    m_isChanged = m_isChanged || x != m_wipe;
+    m_wipe = x;
 }
 
 void TexelOverlay::setText(const QString& text)
 {
-    if (text != m_text) {
-        m_text = text;
-        updateVisibility();
-    }
+    m_isChanged = m_isChanged || text != m_text;
+    m_text = text;
 }
 
-void TexelOverlay::updateVisibility()
+void TexelOverlay::draw(QImage& image, const QFont& font, const QPalette& palette)
 {
-    setVisible(m_texels.width > 0 || m_wipe >= 0.0 || !m_text.isEmpty());
-    update();
-}
-
-void TexelOverlay::paintEvent(QPaintEvent* /*event*/)
-{
-    QPainter painter(this);
+    m_isChanged = false;
+    const QRectF all(QPointF(0.0, 0.0), image.deviceIndependentSize());
+    QPainter painter(&image);
     if (!m_text.isEmpty()) {
         painter.setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
-        painter.setPen(palette().color(QPalette::WindowText));
-        painter.drawText(rect(), Qt::AlignCenter | Qt::TextWordWrap, m_text);
+        painter.setPen(palette.color(QPalette::WindowText));
+        painter.drawText(all, Qt::AlignCenter | Qt::TextWordWrap, m_text);
     }
     if (m_wipe >= 0.0) {
         painter.setPen(QPen(QColor(0, 0, 0, 160), 3.0));
-        painter.drawLine(QPointF(m_wipe, 0.0), QPointF(m_wipe, height()));
+        painter.drawLine(QPointF(m_wipe, 0.0), QPointF(m_wipe, all.height()));
         painter.setPen(QPen(Qt::white, 1.0));
-        painter.drawLine(QPointF(m_wipe, 0.0), QPointF(m_wipe, height()));
+        painter.drawLine(QPointF(m_wipe, 0.0), QPointF(m_wipe, all.height()));
     }
     if (m_texels.width == 0) {
         return;
     }
     const double side = m_area.width() / m_texels.width;
-    QFont small = font();
+    QFont small = font;
     small.setPointSizeF(std::min(small.pointSizeF(), side / (m_texels.numChannels() > 3 ? 7.5 : 6.0)));
     painter.setFont(small);
     for (int y = 0; y < m_texels.height; ++y) {

@@ -1,17 +1,20 @@
 #pragma once
 
-#include <QWidget>
+#include <QFont>
+#include <QImage>
+#include <QPalette>
+#include <QRectF>
+#include <QString>
 
 #include <Qel/gl/Image.h>
 
 namespace Morvane::Qel::Viewer {
 
-/// Writes the values of enlarged texels over the picture, and draws the line of a wipe.
-class TexelOverlay : public QWidget
+/// What is written over the picture: the values of enlarged texels, the line of a wipe, or a text instead of
+/// a picture.
+class TexelOverlay
 {
 public:
-    explicit TexelOverlay(QWidget* parent);
-
     /// The values of texels whose rectangle on the widget is `area`; an empty image for none.
     void setTexels(const Image& texels, const QRectF& area);
     /// The position of the wipe in pixels of the widget; negative for none.
@@ -20,13 +23,16 @@ public:
     void setText(const QString& text);
 
     const QString& text() const { return m_text; }
+    bool isEmpty() const { return m_texels.width == 0 && m_wipe < 0.0 && m_text.isEmpty(); }
+    /// Whether it must be drawn anew.
+    bool isChanged() const { return m_isChanged; }
+    void setChanged() { m_isChanged = true; }
 
-protected:
-    void paintEvent(QPaintEvent* event) override;
+    /// Draws it over a transparent image, which is that of the whole widget.
+    void draw(QImage& image, const QFont& font, const QPalette& palette);
 
 private:
-    void updateVisibility();
-
+    bool m_isChanged = true;
     Image m_texels;
     QRectF m_area;
     double m_wipe = -1.0;

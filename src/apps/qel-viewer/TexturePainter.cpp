@@ -3,6 +3,7 @@
 #include <QVector2D>
 #include <QVector4D>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 
@@ -26,23 +27,29 @@ struct SamplerKind
     const char* sampler;
     const char* size;
     const char* fetch;
+    /// The texel at the place of the pixel, where each pixel has one. Rasterisers in software are quicker
+    /// with it than with texelFetch. Null for cube maps.
+    const char* aligned;
 };
 
 const std::array samplerKinds{
     SamplerKind{GL_TEXTURE_2D, TextureKind::Color, "sampler2D", "textureSize(u_N, u_LevelN)",
-                "texelFetch(u_N, p, u_LevelN)"},
+                "texelFetch(u_N, p, u_LevelN)", "texture(u_N, vo_TexCoord)"},
     SamplerKind{GL_TEXTURE_2D_ARRAY, TextureKind::Color, "sampler2DArray", "textureSize(u_N, u_LevelN).xy",
-                "texelFetch(u_N, ivec3(p, u_LayerN), u_LevelN)"},
+                "texelFetch(u_N, ivec3(p, u_LayerN), u_LevelN)", "texture(u_N, vec3(vo_TexCoord, u_LayerN))"},
     SamplerKind{GL_TEXTURE_CUBE_MAP, TextureKind::Color, "samplerCube", "textureSize(u_N, u_LevelN)",
-                "textureLod(u_N, direction(p, textureSize(u_N, u_LevelN), u_LayerN), float(u_LevelN))"},
+                "textureLod(u_N, direction(p, textureSize(u_N, u_LevelN), u_LayerN), float(u_LevelN))",
+                nullptr},
     SamplerKind{GL_TEXTURE_2D, TextureKind::Unsigned, "usampler2D", "textureSize(u_N, u_LevelN)",
-                "integer(texelFetch(u_N, p, u_LevelN))"},
+                "integer(texelFetch(u_N, p, u_LevelN))", "integer(texture(u_N, vo_TexCoord))"},
     SamplerKind{GL_TEXTURE_2D_ARRAY, TextureKind::Unsigned, "usampler2DArray",
-                "textureSize(u_N, u_LevelN).xy", "integer(texelFetch(u_N, ivec3(p, u_LayerN), u_LevelN))"},
+                "textureSize(u_N, u_LevelN).xy", "integer(texelFetch(u_N, ivec3(p, u_LayerN), u_LevelN))",
+                "integer(texture(u_N, vec3(vo_TexCoord, u_LayerN)))"},
     SamplerKind{GL_TEXTURE_2D, TextureKind::Signed, "isampler2D", "textureSize(u_N, u_LevelN)",
-                "integer(texelFetch(u_N, p, u_LevelN))"},
+                "integer(texelFetch(u_N, p, u_LevelN))", "integer(texture(u_N, vo_TexCoord))"},
     SamplerKind{GL_TEXTURE_2D_ARRAY, TextureKind::Signed, "isampler2DArray", "textureSize(u_N, u_LevelN).xy",
-                "integer(texelFetch(u_N, ivec3(p, u_LayerN), u_LevelN))"},
+                "integer(texelFetch(u_N, ivec3(p, u_LayerN), u_LevelN))",
+                "integer(texture(u_N, vec3(vo_TexCoord, u_LayerN)))"},
 };
 
 /// Index into samplerKinds; -1 for a texture that cannot be shown.
@@ -58,13 +65,29 @@ int samplerKindOf(const Texture& texture)
     return -1;
 }
 
+/// Whether a texture has a texel for each pixel of a size.
+bool hasTexelsOf(const QSize& size, const Texture& texture, int level)
+{
+    return level == 0 && texture.size() == size &&
+           samplerKinds[static_cast<size_t>(samplerKindOf(texture))].aligned != nullptr;
+}
+
+/// Whether all values are multiples of 1/255.
+bool isByteFormat(unsigned int internalFormat)
+{
+    return internalFormat == GL_RGBA8 || internalFormat == GL_RGB8 || internalFormat == GL_RG8 ||
+           internalFormat == GL_R8;
+}
+
 /// Declarations and the function `vec4 sampleN(vec2)` for one texture, whose texels are from 0 to 1.
-QString samplingSource(const SamplerKind& kind, QChar letter)
+QString samplingSource(const SamplerKind& kind, QChar letter, bool isAligned)
 {
     QString source = uR"(
 uniform SAMPLER u_N;
 uniform int u_LevelN;
 uniform int u_LayerN;
+)"_s;
+    source += isAligned ? u"vec4 sampleN(vec2 position) { return ALIGNED; }\n"_s : uR"(
 vec4 fetchN(ivec2 p, ivec2 size)
 {
     p = clamp(p, ivec2(0), size - 1);
@@ -72,10 +95,6 @@ vec4 fetchN(ivec2 p, ivec2 size)
 }
 vec4 sampleN(vec2 position)
 {
-    if (isAligned) {
-        ivec2 p = ivec2(gl_FragCoord.xy);
-        return FETCH;
-    }
     ivec2 size = SIZE;
     vec2 texel = position * vec2(size);
     if (!isSmooth)
@@ -88,6 +107,7 @@ vec4 sampleN(vec2 position)
 }
 )"_s;
     source.replace(u"SAMPLER"_s, QLatin1StringView(kind.sampler));
+    source.replace(u"ALIGNED"_s, QLatin1StringView(kind.aligned));
     source.replace(u"FETCH"_s, QLatin1StringView(kind.fetch));
     source.replace(u"SIZE"_s, QLatin1StringView(kind.size));
     for (const QString& name : {u"u_"_s, u"u_Level"_s, u"u_Layer"_s, u"fetch"_s, u"sample"_s}) {
@@ -98,6 +118,7 @@ vec4 sampleN(vec2 position)
 
 // The constants before it are those of ProgramKey.
 const QString headSource = uR"(
+in vec2 vo_TexCoord;
 uniform vec2 u_Origin;
 uniform vec2 u_Scale;
 uniform vec4 u_Range; // minimum, maximum, factor after the range, exponent
@@ -168,7 +189,7 @@ vec3 rounded(vec3 color)
     vec3 byte = floor(color * 255.0 + 0.5);
     vec3 rest = color * 256.0 - byte;
     byte += vec3(greaterThanEqual(rest - 0.5, color)) - vec3(lessThan(rest + 0.5, color));
-    return byte / 255.0;
+    return byte * (1.0 / 255.0);
 }
 
 void main()
@@ -189,9 +210,28 @@ void main()
     else if (hasSecond && gl_FragCoord.x >= u_Wipe)
         value = sampleB(position);
     vec3 color = shown(value);
-    out_FragColor = vec4(rounded(mix(color, vec3(0.0), isnan(color))), 1.0);
+    out_FragColor = vec4(isExact ? color : rounded(mix(color, vec3(0.0), isnan(color))), 1.0);
 }
 )"_s;
+
+const QString overSource = uR"(#version 150
+uniform sampler2D u_A;
+out vec4 out_FragColor;
+void main()
+{
+    ivec2 p = ivec2(gl_FragCoord.xy);
+    out_FragColor = texelFetch(u_A, ivec2(p.x, textureSize(u_A, 0).y - 1 - p.y), 0);
+}
+)"_s;
+
+/// Binds a framebuffer in a state that is known.
+void begin(unsigned int framebuffer, const QSize& size)
+{
+    OpenGLDeviceContext& context = *OpenGLDeviceContext::current();
+    context.applyBaseState();
+    context.bindFramebuffer(GL_FRAMEBUFFER, framebuffer);
+    context.setViewport(0, 0, size.width(), size.height());
+}
 
 } // namespace
 
@@ -215,6 +255,7 @@ QString TexturePainter::sourceFor(const ProgramKey& key)
     add(u"isInteger", kind.kind != TextureKind::Color);
     add(u"isOverCheckerboard", key.channels == DisplaySettings::Channels::Rgba);
     add(u"isAligned", key.isAligned);
+    add(u"isExact", key.isExact);
     add(u"isSmooth", key.isSmooth);
     add(u"isRaw", key.isRaw);
     add(u"hasRange", key.hasRange);
@@ -222,20 +263,28 @@ QString TexturePainter::sourceFor(const ProgramKey& key)
     add(u"hasFalseColors", key.hasFalseColors);
     add(u"isDifference", key.isDifference);
     source += u"const int channel = %1;\n"_s.arg(channel < 0 && key.isSingleChannel ? 0 : channel);
-    source += headSource + samplingSource(kind, u'A');
-    source += key.second >= 0 ? samplingSource(samplerKinds[static_cast<size_t>(key.second)], u'B')
-                              : u"vec4 sampleB(vec2 position) { return vec4(0.0); }\n"_s;
+    source += headSource + samplingSource(kind, u'A', key.isAligned);
+    source += key.second >= 0
+                  ? samplingSource(samplerKinds[static_cast<size_t>(key.second)], u'B', key.isAligned)
+                  : u"vec4 sampleB(vec2 position) { return vec4(0.0); }\n"_s;
     return source + mainSource;
 }
 
 TexturePainter::Program& TexturePainter::program(const ProgramKey& key)
 {
-    std::shared_ptr<Program>& found = m_programs[key];
-    if (!found) {
-        found = std::make_shared<Program>();
-        provideScreenProgram(found->program, found->batch, {sourceFor(key)});
+    const auto found = std::find_if(m_programs.begin(), m_programs.end(),
+                                    [&](const auto& program) { return program.first == key; });
+    if (found != m_programs.end()) {
+        return *found->second;
     }
-    return *found;
+    // The context keeps the programs that are deleted, so that they are soon made again.
+    constexpr size_t maxPrograms = 16;
+    if (m_programs.size() == maxPrograms) {
+        m_programs.clear();
+    }
+    auto made = std::make_shared<Program>();
+    provideScreenProgram(made->program, made->batch, {sourceFor(key)});
+    return *m_programs.emplace_back(key, std::move(made)).second;
 }
 
 void TexturePainter::paint(unsigned int framebuffer, const QSize& size, Texture& texture,
@@ -246,21 +295,30 @@ void TexturePainter::paint(unsigned int framebuffer, const QSize& size, Texture&
         clear(framebuffer, size, background);
         return;
     }
-    OpenGLDeviceContext& context = *OpenGLDeviceContext::current();
-    context.applyBaseState();
-    context.bindFramebuffer(GL_FRAMEBUFFER, framebuffer);
-    context.setViewport(0, 0, size.width(), size.height());
+    begin(framebuffer, size);
     draw(texture, size, placement.origin,
          QPointF(texture.size().width(), texture.size().height()) * placement.scale, settings, comparison,
          background, false);
 }
 
+void TexturePainter::paintOver(unsigned int framebuffer, Texture& texture)
+{
+    if (!m_overProgram) {
+        m_overProgram = std::make_shared<Program>();
+        provideScreenProgram(m_overProgram->program, m_overProgram->batch, {overSource});
+    }
+    begin(framebuffer, texture.size());
+    const AutoEnabler blending(GL_BLEND);
+    glBlendFunc(GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
+    ShaderProgram& shader = *m_overProgram->program;
+    const AutoBinder programBinder(&shader);
+    const BoundSampler sampler(shader, m_overProgram->a, &texture, Sampling::Nearest);
+    drawBatch(m_overProgram->batch);
+}
+
 void TexturePainter::clear(unsigned int framebuffer, const QSize& size, const QColor& background)
 {
-    OpenGLDeviceContext& context = *OpenGLDeviceContext::current();
-    context.applyBaseState();
-    context.bindFramebuffer(GL_FRAMEBUFFER, framebuffer);
-    context.setViewport(0, 0, size.width(), size.height());
+    begin(framebuffer, size);
     glClearColor(background.redF(), background.greenF(), background.blueF(), 1.0F);
     glClear(GL_COLOR_BUFFER_BIT);
 }
@@ -273,14 +331,18 @@ void TexturePainter::draw(Texture& texture, const QSize& size, const QPointF& or
         comparison.texture && samplerKindOf(*comparison.texture) >= 0 ? comparison.texture : nullptr;
     const bool isInteger = kindOf(texture) == TextureKind::Unsigned || kindOf(texture) == TextureKind::Signed;
     const bool isAligned = origin.isNull() && scale == QPointF(size.width(), size.height()) &&
-                           sizeOfLevel(texture, settings.level) == size &&
-                           (!second || sizeOfLevel(*second, comparison.level) == size);
+                           hasTexelsOf(size, texture, settings.level) &&
+                           (!second || hasTexelsOf(size, *second, comparison.level));
     const bool hasRange = settings.minimum != 0.0F || settings.maximum != 1.0F || settings.exposure != 0.0F;
+    const bool isExact = isByteFormat(texture.internalFormat()) && !second && !settings.isSmooth &&
+                         !hasRange && settings.gamma == 1.0F &&
+                         settings.channels != DisplaySettings::Channels::Rgba && !settings.hasFalseColors;
     Program& used = program({.first = samplerKindOf(texture),
                              .second = second ? samplerKindOf(*second) : -1,
                              .channels = settings.channels,
                              .isSingleChannel = numChannelsOf(texture) == 1,
                              .isAligned = isAligned,
+                             .isExact = isExact,
                              .isSmooth = settings.isSmooth && !isInteger && !isAligned,
                              .isRaw = isRaw,
                              .hasRange = hasRange,
@@ -328,6 +390,7 @@ Image TexturePainter::thumbnail(Texture& texture, const QSize& largest)
 void TexturePainter::release()
 {
     m_programs.clear();
+    m_overProgram.reset();
     m_framebuffer.reset();
     m_target.reset();
 }

@@ -5,9 +5,9 @@
 #include <QSharedPointer>
 #include <QSize>
 
-#include <compare>
-#include <map>
 #include <memory>
+#include <utility>
+#include <vector>
 
 #include <Qel/gl/DrawBuffers.h>
 #include <Qel/gl/FramebufferObject.h>
@@ -49,6 +49,10 @@ public:
     void paint(unsigned int framebuffer, const QSize& size, Texture& texture, const Placement& placement,
                const DisplaySettings& settings, const Comparison& comparison, const QColor& background);
 
+    /// Blends a texture of premultiplied colours over the framebuffer, pixel by pixel. Its first row is the
+    /// upper one.
+    void paintOver(unsigned int framebuffer, Texture& texture);
+
     void clear(unsigned int framebuffer, const QSize& size, const QColor& background);
 
     /// The values of a texture, scaled down to fit a size, as four float channels; integers as floats. An
@@ -69,13 +73,15 @@ private:
         bool isSingleChannel;
         /// Whether every pixel shows the texel at its own place.
         bool isAligned;
+        /// Whether the values are those of 8 bits without rounding.
+        bool isExact;
         bool isSmooth;
         bool isRaw;
         bool hasRange;
         bool hasGamma;
         bool hasFalseColors;
         bool isDifference;
-        auto operator<=>(const ProgramKey&) const = default;
+        bool operator==(const ProgramKey&) const = default;
     };
     static QString sourceFor(const ProgramKey& key);
     Program& program(const ProgramKey& key);
@@ -83,7 +89,8 @@ private:
               const DisplaySettings& settings, const Comparison& comparison, const QColor& background,
               bool isRaw);
 
-    std::map<ProgramKey, std::shared_ptr<Program>> m_programs;
+    std::vector<std::pair<ProgramKey, std::shared_ptr<Program>>> m_programs;
+    std::shared_ptr<Program> m_overProgram;
     std::unique_ptr<FramebufferObject> m_framebuffer;
     std::unique_ptr<Texture> m_target;
 };

@@ -1,15 +1,19 @@
 #include "TextureView.h"
 
+#include <QEvent>
 #include <QSurfaceFormat>
+#include <QVBoxLayout>
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <utility>
 
+#include <epoxy/gl.h>
+
 #include <Qel/graph/ImageIO.h>
 
-#include "TexelOverlay.h"
+#include "GLSurface.h"
 
 namespace Morvane::Qel::Viewer {
 
@@ -22,27 +26,38 @@ void TextureView::setDefaultFormat()
 }
 
 TextureView::TextureView(GraphSession& session, QWidget* parent)
-    : QOpenGLWidget(parent)
+    : QWidget(parent)
     , m_session(session)
-    , m_overlay(new TexelOverlay(this))
+    , m_surface(new GLSurface(*this))
 {
-    // What was painted stays when a frame fails.
-    setUpdateBehavior(PartialUpdate);
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    QWidget* container = createWindowContainer(m_surface, this);
+    container->setAttribute(Qt::WA_TransparentForMouseEvents);
+    layout->addWidget(container);
     setMouseTracking(true);
     setFocusPolicy(Qt::StrongFocus);
     setMinimumSize(64, 64);
-    connect(&m_session, &GraphSession::frameNeeded, this, qOverload<>(&QWidget::update));
+    connect(m_surface, &GLSurface::created, &m_session, &GraphSession::initialize);
+    connect(m_surface, &GLSurface::paintNeeded, this, &TextureView::paintPicture);
+    connect(&m_session, &GraphSession::frameNeeded, m_surface, &GLSurface::requestPaint);
+    connect(this, &TextureView::shownChanged, this, [this] {
+        if (m_isHovered) {
+            Q_EMIT hovered(texelAt(m_lastPosition));
+        }
+    });
 }
 
 TextureView::~TextureView()
 {
     if (m_session.context()) {
-        makeCurrent();
+        m_surface->makeCurrent();
         m_session.makeCurrent();
         m_snapshotTexture.reset();
+        m_overlayTexture.reset();
         m_painter.release();
         m_session.release();
-        doneCurrent();
+        m_surface->doneCurrent();
     }
 }
 
@@ -53,7 +68,7 @@ void TextureView::show(const OutputName& name)
     m_isDisplayChosen = m_displays.contains(name.text()) || name.pass.isEmpty();
     m_display = m_displays.value(name.text());
     m_rangeFrame = 0;
-    update();
+    m_surface->requestPaint();
     Q_EMIT displayChanged();
 }
 
@@ -63,7 +78,7 @@ void TextureView::setDisplay(const DisplaySettings& display)
         m_display = display;
         m_isDisplayChosen = true;
         m_rangeFrame = 0;
-        update();
+        m_surface->requestPaint();
         Q_EMIT displayChanged();
     }
 }
@@ -80,7 +95,8 @@ void TextureView::setZoom(double zoom)
     if (zoom == 0.0) {
         m_center = {0.5, 0.5};
     }
-    update();
+    m_surface->requestPaint();
+    Q_EMIT zoomChanged();
 }
 
 void TextureView::setContinuous(bool isContinuous)
@@ -94,7 +110,7 @@ void TextureView::setContinuous(bool isContinuous)
 void TextureView::setComparison(const ComparisonChoice& comparison)
 {
     m_comparison = comparison;
-    update();
+    m_surface->requestPaint();
 }
 
 void TextureView::takeSnapshot()
@@ -106,7 +122,7 @@ void TextureView::takeSnapshot()
             m_snapshotTexture = textureOf(m_snapshot);
         }
     });
-    update();
+    m_surface->requestPaint();
 }
 
 Image TextureView::shownImage()
@@ -146,81 +162,107 @@ std::vector<Image> TextureView::comparedImages()
 void TextureView::withContext(const std::function<void()>& call)
 {
     if (m_session.context()) {
-        makeCurrent();
+        m_surface->makeCurrent();
         m_session.makeCurrent();
         call();
-        doneCurrent();
-    }
-}
-
-void TextureView::initializeGL()
-{
-    m_session.initialize();
-}
-
-void TextureView::resizeGL(int /*width*/, int /*height*/)
-{
-    m_hasPainted = false;
-    if (m_followsWindow) {
-        m_session.setViewport(pixels());
+        m_surface->doneCurrent();
     }
 }
 
 void TextureView::resizeEvent(QResizeEvent* event)
 {
-    QOpenGLWidget::resizeEvent(event);
-    m_overlay->setGeometry(rect());
+    QWidget::resizeEvent(event);
+    setFollowsWindow(m_followsWindow);
+}
+
+void TextureView::changeEvent(QEvent* event)
+{
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange || event->type() == QEvent::FontChange) {
+        m_overlay.setChanged();
+        m_surface->requestPaint();
+    }
 }
 
 QSize TextureView::pixels() const
 {
-    const double ratio = devicePixelRatioF();
-    return {static_cast<int>(width() * ratio), static_cast<int>(height() * ratio)};
+    return size() * devicePixelRatioF();
 }
 
-void TextureView::paintGL()
+void TextureView::paintPicture()
 {
     m_session.makeCurrent();
     m_session.render();
     Texture* texture = m_session.texture(m_shown);
-    if (texture && !std::exchange(m_isDisplayChosen, true)) {
-        m_display = initialSettings(*texture);
-        QMetaObject::invokeMethod(this, &TextureView::displayChanged, Qt::QueuedConnection);
-    }
-    const QColor background = palette().color(QPalette::Window).darker(130);
-    m_overlay->setText(texture || !m_session.graph() ? QString() : m_session.text(m_shown));
+    m_overlay.setText(texture || !m_session.graph() ? QString() : m_session.text(m_shown));
     if (texture) {
-        m_display.level = std::clamp(m_display.level, 0, std::max(texture->levels() - 1, 0));
-        m_display.layer = std::clamp(m_display.layer, 0, numLayersOf(*texture) - 1);
-        const QSize size = sizeOfLevel(*texture, m_display.level);
-        place(size);
-        updateRange(*texture);
-        Comparison comparison;
-        comparison.isDifference = m_comparison.isDifference;
-        comparison.wipe = static_cast<float>(m_wipe * pixels().width());
-        if (m_comparison.with == ComparisonChoice::With::Snapshot) {
-            comparison.texture = m_snapshotTexture.get();
-        } else if (m_comparison.with == ComparisonChoice::With::Output) {
-            comparison.texture = m_session.texture(m_comparison.output);
-        }
-        m_overlay->setWipe(comparison.texture && !comparison.isDifference ? m_wipe * width() : -1.0);
-        // The painter's scale is that of level 0.
-        Placement placement = m_placement;
-        placement.scale *= static_cast<double>(size.width()) / texture->size().width();
-        m_painter.paint(defaultFramebufferObject(), pixels(), *texture, placement, m_display, comparison,
-                        background);
-        readTexelValues(*texture);
-        m_hasPainted = true;
-    } else if (!m_hasPainted || m_session.graph()) {
-        m_overlay->setTexels({}, {});
-        m_overlay->setWipe(-1.0);
+        paintTexture(*texture);
+    } else {
+        m_overlay.setTexels({}, {});
+        m_overlay.setWipe(-1.0);
         m_textureSize = {};
-        m_painter.clear(defaultFramebufferObject(), pixels(), background);
+        m_painter.clear(m_surface->defaultFramebufferObject(), pixels(), backgroundColor());
     }
+    paintOverlay();
     QMetaObject::invokeMethod(this, &TextureView::shownChanged, Qt::QueuedConnection);
     if (m_isContinuous && m_session.graph()) {
         QMetaObject::invokeMethod(&m_session, &GraphSession::requestFrame, Qt::QueuedConnection);
     }
+}
+
+void TextureView::paintTexture(Texture& texture)
+{
+    if (!std::exchange(m_isDisplayChosen, true)) {
+        m_display = initialSettings(texture);
+        QMetaObject::invokeMethod(this, &TextureView::displayChanged, Qt::QueuedConnection);
+    }
+    m_display.level = std::clamp(m_display.level, 0, std::max(texture.levels() - 1, 0));
+    m_display.layer = std::clamp(m_display.layer, 0, numLayersOf(texture) - 1);
+    const QSize size = sizeOfLevel(texture, m_display.level);
+    place(size);
+    updateRange(texture);
+    Comparison comparison;
+    comparison.isDifference = m_comparison.isDifference;
+    comparison.wipe = static_cast<float>(m_wipe * pixels().width());
+    if (m_comparison.with == ComparisonChoice::With::Snapshot) {
+        comparison.texture = m_snapshotTexture.get();
+    } else if (m_comparison.with == ComparisonChoice::With::Output) {
+        comparison.texture = m_session.texture(m_comparison.output);
+    }
+    m_overlay.setWipe(comparison.texture && !comparison.isDifference ? m_wipe * width() : -1.0);
+    // The painter's scale is that of level 0.
+    Placement placement = m_placement;
+    placement.scale *= static_cast<double>(size.width()) / texture.size().width();
+    m_painter.paint(m_surface->defaultFramebufferObject(), pixels(), texture, placement, m_display,
+                    comparison, backgroundColor());
+    readTexelValues(texture);
+}
+
+void TextureView::paintOverlay()
+{
+    if (m_overlay.isEmpty()) {
+        m_overlayTexture.reset();
+        return;
+    }
+    const QSize size = pixels();
+    if (m_overlay.isChanged() || !m_overlayTexture || m_overlayTexture->size() != size) {
+        QImage image(size, QImage::Format_RGBA8888_Premultiplied);
+        image.setDevicePixelRatio(devicePixelRatioF());
+        image.fill(Qt::transparent);
+        m_overlay.draw(image, font(), palette());
+        if (!m_overlayTexture) {
+            m_overlayTexture = std::make_unique<Texture>();
+            m_overlayTexture->setFilter(GL_NEAREST, GL_NEAREST);
+        }
+        m_overlayTexture->setImage2D(0, GL_RGBA8, size.width(), size.height(), GL_RGBA, GL_UNSIGNED_BYTE,
+                                     image.constBits());
+    }
+    m_painter.paintOver(m_surface->defaultFramebufferObject(), *m_overlayTexture);
+}
+
+QColor TextureView::backgroundColor() const
+{
+    return palette().color(QPalette::Window).darker(130);
 }
 
 /// Finds where a texture of this size lies. A texture of the widget's size covers it pixel by pixel.
@@ -230,9 +272,12 @@ void TextureView::place(const QSize& texture)
     const double fitting = std::min(area.width() / texture.width(), area.height() / texture.height());
     const double scaleBefore = std::exchange(m_placement.scale, m_zoom > 0.0 ? m_zoom : fitting);
     const QSizeF size = QSizeF(texture) * m_placement.scale;
-    // Whole pixels, so that texels are not cut.
-    m_placement.origin = {std::floor(area.width() / 2.0 - m_center.x() * size.width() + 0.5),
-                          std::floor(area.height() / 2.0 - m_center.y() * size.height() + 0.5)};
+    // In the middle if it fits into the widget; at whole pixels, so that texels are not cut.
+    const auto originOf = [](double space, double length, double center) {
+        return std::floor(space / 2.0 - (length <= space ? 0.5 : center) * length + 0.5);
+    };
+    m_placement.origin = {originOf(area.width(), size.width(), m_center.x()),
+                          originOf(area.height(), size.height(), m_center.y())};
     m_textureSize = texture;
     if (m_placement.scale != scaleBefore) {
         QMetaObject::invokeMethod(this, &TextureView::zoomChanged, Qt::QueuedConnection);
@@ -285,7 +330,7 @@ void TextureView::readTexelValues(Texture& texture)
     constexpr double smallestForText = 44.0;
     const double ratio = devicePixelRatioF();
     if (m_placement.scale / ratio < smallestForText) {
-        m_overlay->setTexels({}, {});
+        m_overlay.setTexels({}, {});
         return;
     }
     const auto texel = [&](double pixel, double origin) {
@@ -298,10 +343,10 @@ void TextureView::readTexelValues(Texture& texture)
     const double side = m_placement.scale / ratio;
     const double top =
         (pixels().height() - m_placement.origin.y()) / ratio - (inside.y() + inside.height()) * side;
-    m_overlay->setTexels(inside.isEmpty() ? Image()
-                                          : readTexels(&texture, inside, m_display.level, m_display.layer),
-                         {m_placement.origin.x() / ratio + inside.x() * side, top, inside.width() * side,
-                          inside.height() * side});
+    m_overlay.setTexels(inside.isEmpty() ? Image()
+                                         : readTexels(&texture, inside, m_display.level, m_display.layer),
+                        {m_placement.origin.x() / ratio + inside.x() * side, top, inside.width() * side,
+                         inside.height() * side});
 }
 
 QPointF TextureView::toFramebuffer(const QPointF& position) const

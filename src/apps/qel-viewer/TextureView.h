@@ -1,8 +1,8 @@
 #pragma once
 
 #include <QBasicTimer>
-#include <QOpenGLWidget>
 #include <QSet>
+#include <QWidget>
 
 #include <functional>
 
@@ -10,11 +10,12 @@
 
 #include "DisplaySettings.h"
 #include "GraphSession.h"
+#include "TexelOverlay.h"
 #include "TexturePainter.h"
 
 namespace Morvane::Qel::Viewer {
 
-class TexelOverlay;
+class GLSurface;
 
 /// What the shown texture is compared with.
 struct ComparisonChoice
@@ -32,7 +33,7 @@ struct ComparisonChoice
 
 /// Shows an output of the graph that runs, and owns the context in which it runs. Mouse and keys move the
 /// camera and the picture.
-class TextureView : public QOpenGLWidget
+class TextureView : public QWidget
 {
     Q_OBJECT
 public:
@@ -46,7 +47,7 @@ public:
     const OutputName& shown() const { return m_shown; }
     /// Shows another output, with settings that suit it if they were not chosen before.
     void show(const OutputName& name);
-    using QOpenGLWidget::show;
+    using QWidget::show;
     const DisplaySettings& display() const { return m_display; }
     void setDisplay(const DisplaySettings& display);
 
@@ -78,12 +79,13 @@ public:
     /// Calls a function with the context current; does nothing before the widget is shown.
     void withContext(const std::function<void()>& call);
     TexturePainter& painter() { return m_painter; }
+    const TexelOverlay& overlay() const { return m_overlay; }
 
 Q_SIGNALS:
     void cameraMoved(const CameraDescription& camera);
     void displayChanged();
     void zoomChanged();
-    /// The mouse is over a texel, from the lower left.
+    /// The mouse is over a texel, from the lower left. Sent when either moves, and with each frame.
     void hovered(const QPoint& texel);
     void left();
     /// A click that chooses what is in focus, from 0 to 1 with the origin at the lower left.
@@ -92,9 +94,6 @@ Q_SIGNALS:
     void shownChanged();
 
 protected:
-    void initializeGL() override;
-    void resizeGL(int width, int height) override;
-    void paintGL() override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
@@ -106,8 +105,13 @@ protected:
     void focusOutEvent(QFocusEvent* event) override;
     void timerEvent(QTimerEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
+    void changeEvent(QEvent* event) override;
 
 private:
+    void paintPicture();
+    void paintTexture(Texture& texture);
+    void paintOverlay();
+    QColor backgroundColor() const;
     QSize pixels() const;
     void place(const QSize& texture);
     void zoomAround(const QPointF& position, double factor);
@@ -119,13 +123,14 @@ private:
     QPointF toFramebuffer(const QPointF& position) const;
 
     GraphSession& m_session;
+    GLSurface* m_surface;
     TexturePainter m_painter;
-    TexelOverlay* m_overlay;
+    TexelOverlay m_overlay;
+    std::unique_ptr<Texture> m_overlayTexture;
     OutputName m_shown;
     DisplaySettings m_display;
     QHash<QString, DisplaySettings> m_displays;
     bool m_isDisplayChosen = true;
-    bool m_hasPainted = false;
 
     bool m_followsWindow = true;
     double m_zoom = 0.0;
@@ -153,6 +158,7 @@ private:
     };
     Drag m_drag = Drag::None;
     QPointF m_lastPosition;
+    bool m_isHovered = false;
     QSet<int> m_keys;
     QBasicTimer m_flight;
     bool m_isContinuous = false;

@@ -9,6 +9,7 @@
 #include <cmath>
 
 #include "CameraMotion.h"
+#include "GLSurface.h"
 #include "TextureView.h"
 
 namespace Morvane::Qel::Viewer {
@@ -85,17 +86,19 @@ void TextureView::mouseMoveEvent(QMouseEvent* event)
             const QPointF way = moved * devicePixelRatioF() / m_placement.scale;
             m_center += QPointF(-way.x() / m_textureSize.width(), way.y() / m_textureSize.height());
             m_center = {std::clamp(m_center.x(), 0.0, 1.0), std::clamp(m_center.y(), 0.0, 1.0)};
-            update();
+            m_surface->requestPaint();
         }
         break;
     case Drag::Wipe:
         m_wipe = std::clamp(position.x() / std::max(width(), 1), 0.0, 1.0);
-        update();
+        m_surface->requestPaint();
         break;
     case Drag::None:
         setCursor(isOnWipe(position) ? Qt::SplitHCursor : Qt::ArrowCursor);
+        m_surface->setCursor(cursor());
         break;
     }
+    m_isHovered = true;
     Q_EMIT hovered(texelAt(position));
 }
 
@@ -115,7 +118,8 @@ void TextureView::mouseDoubleClickEvent(QMouseEvent* event)
 
 void TextureView::leaveEvent(QEvent* event)
 {
-    QOpenGLWidget::leaveEvent(event);
+    QWidget::leaveEvent(event);
+    m_isHovered = false;
     Q_EMIT left();
 }
 
@@ -145,7 +149,7 @@ void TextureView::zoomAround(const QPointF& position, double factor)
     m_center = {std::clamp(center.x() / m_textureSize.width(), 0.0, 1.0),
                 std::clamp(center.y() / m_textureSize.height(), 0.0, 1.0)};
     m_zoom = zoom;
-    update();
+    m_surface->requestPaint();
 }
 
 /// What the mouse does, by the keyboard. Returns whether the key is one of these.
@@ -197,7 +201,7 @@ void TextureView::keyPressEvent(QKeyEvent* event)
     }
     static const QSet<int> flightKeys{Qt::Key_W, Qt::Key_A, Qt::Key_S, Qt::Key_D, Qt::Key_Q, Qt::Key_E};
     if (!flightKeys.contains(event->key()) || event->modifiers().testFlag(Qt::ControlModifier)) {
-        QOpenGLWidget::keyPressEvent(event);
+        QWidget::keyPressEvent(event);
         return;
     }
     m_keys.insert(event->key());
@@ -215,20 +219,20 @@ void TextureView::keyReleaseEvent(QKeyEvent* event)
     if (m_keys.isEmpty()) {
         m_flight.stop();
     }
-    QOpenGLWidget::keyReleaseEvent(event);
+    QWidget::keyReleaseEvent(event);
 }
 
 void TextureView::focusOutEvent(QFocusEvent* event)
 {
     m_keys.clear();
     m_flight.stop();
-    QOpenGLWidget::focusOutEvent(event);
+    QWidget::focusOutEvent(event);
 }
 
 void TextureView::timerEvent(QTimerEvent* event)
 {
     if (event->timerId() != m_flight.timerId()) {
-        QOpenGLWidget::timerEvent(event);
+        QWidget::timerEvent(event);
         return;
     }
     const auto held = [&](int key) { return m_keys.contains(key) ? 1.0F : 0.0F; };

@@ -14,6 +14,7 @@
 #include "Document.h"
 #include "GraphEdits.h"
 #include "OutputStore.h"
+#include "SteadyLabel.h"
 #include "TextureView.h"
 
 using namespace Qt::StringLiterals;
@@ -110,7 +111,7 @@ TimePanel::TimePanel(GraphSession& session, Document& document, OutputStore& sto
     , m_view(view)
     , m_table(new QTreeWidget)
     , m_plot(new TimePlot)
-    , m_summary(new QLabel)
+    , m_summary(new SteadyLabel)
     , m_timeBefore(unknown)
     , m_frameTime(unknown)
 {
@@ -125,8 +126,9 @@ TimePanel::TimePanel(GraphSession& session, Document& document, OutputStore& sto
     m_table->setToolTip(tr("Untick a pass to leave it out and see what it costs"));
     column->addWidget(m_table, 1);
     column->addWidget(m_plot);
-    m_summary->setWordWrap(true);
-    m_summary->setObjectName(u"summary"_s);
+    m_summary->label().setWordWrap(true);
+    m_summary->label().setAlignment(Qt::AlignTop);
+    m_summary->label().setObjectName(u"summary"_s);
     column->addWidget(m_summary);
     m_clock.start();
     m_timer.setSingleShot(true);
@@ -160,6 +162,13 @@ void TimePanel::addFrame()
     if (!m_timer.isActive()) {
         m_timer.start();
     }
+}
+
+/// Frames that were rendered out of sight are shown too.
+void TimePanel::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    m_timer.start();
 }
 
 void TimePanel::rebuild()
@@ -248,7 +257,6 @@ void TimePanel::update()
         show(Gpu, times.gpu, sumGpu);
         show(Cpu, times.cpu, sumCpu);
     }
-    m_table->viewport()->update();
     if (isMeasured) {
         m_plot->add(m_frameTime);
     }

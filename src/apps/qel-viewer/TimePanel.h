@@ -7,7 +7,6 @@
 
 #include <deque>
 
-class QLabel;
 class QTreeWidget;
 class QTreeWidgetItem;
 
@@ -16,6 +15,7 @@ namespace Morvane::Qel::Viewer {
 class Document;
 class GraphSession;
 class OutputStore;
+class SteadyLabel;
 class TextureView;
 class TimePlot;
 
@@ -36,6 +36,9 @@ public:
 Q_SIGNALS:
     void updated();
 
+protected:
+    void showEvent(QShowEvent* event) override;
+
 private:
     struct Times
     {
@@ -54,7 +57,7 @@ private:
     TextureView& m_view;
     QTreeWidget* m_table;
     TimePlot* m_plot;
-    QLabel* m_summary;
+    SteadyLabel* m_summary;
     QTimer m_timer;
     /// When the frames of the last second were rendered, in milliseconds.
     QElapsedTimer m_clock;

@@ -20,8 +20,11 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <optional>
 
 #include <Qel/graph/ValueJson.h>
+
+#include "NumberDisplay.h"
 
 using namespace Qt::StringLiterals;
 
@@ -119,8 +122,7 @@ public:
 
     void setValue(const QJsonValue& value) override
     {
-        const QSignalBlocker blocker(m_box);
-        m_box->setValue(value.toDouble());
+        showNumber(*m_box, value.toDouble());
         showOnSlider(value.toDouble());
     }
 
@@ -211,6 +213,10 @@ public:
     }
     void setValue(const QJsonValue& value) override
     {
+        if (m_value == value) {
+            return; // A new icon would have the panel laid out.
+        }
+        m_value = value;
         if (value.isArray()) {
             const QJsonArray parts = value.toArray();
             m_color = QColor(parts[0].toInt(), parts[1].toInt(), parts[2].toInt(), parts[3].toInt(255));
@@ -228,6 +234,7 @@ public:
 
 private:
     QPushButton* m_button;
+    std::optional<QJsonValue> m_value;
     QColor m_color;
 };
 
@@ -290,8 +297,7 @@ public:
     {
         const QJsonArray values = value.toArray();
         for (qsizetype i = 0; i < m_boxes.size(); ++i) {
-            const QSignalBlocker blocker(m_boxes[i]);
-            m_boxes[i]->setValue(values[i].toDouble());
+            showNumber(*m_boxes[i], values[i].toDouble());
         }
     }
 
