@@ -12,6 +12,7 @@
 #include <GraphEdits.h>
 #include <GraphView.h>
 #include <PassItem.h>
+#include <StartPage.h>
 
 #include "support/Paths.h"
 
@@ -84,6 +85,7 @@ TEST_F(Editing, BoxesAndWires)
     const QString graph = copyExamples(u"glow.json"_s);
     open(graph);
     GraphView& boxes = window().graphView();
+    EXPECT_FALSE(boxes.viewport()->acceptDrops()) << "files dropped here do not reach the window";
     const auto item = [&](const QString& name) -> PassItem* {
         for (QGraphicsItem* each : boxes.scene()->items()) {
             auto* pass = qgraphicsitem_cast<PassItem*>(each);
@@ -247,6 +249,13 @@ TEST_F(Editing, SavesOnlyWhatChanged)
     EXPECT_EQ(QString::fromUtf8(folder().contents(u"graphs/rack-focus.json"_s)), changed);
     question->reject();
     EXPECT_TRUE(window().document().isModified());
+    // Another example is opened only after a question, too.
+    Q_EMIT find<StartPage>(u"examples"_s)->chosen(sourcePath(u"examples/graphs/fxaa.json"_s));
+    EXPECT_EQ(window().document().graph().file, graph);
+    EXPECT_TRUE(window().document().isModified());
+    for (QMessageBox* box : window().findChildren<QMessageBox*>()) {
+        box->reject();
+    }
     EXPECT_FALSE(window().save(graph));
     ASSERT_TRUE(waitFor([&] { return window().findChildren<QMessageBox*>(u"rewrite"_s).size() == 1; }));
     question = find<QMessageBox>(u"rewrite"_s);

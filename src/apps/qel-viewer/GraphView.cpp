@@ -80,6 +80,8 @@ GraphView::GraphView(Document& document, GraphSession& session, OutputStore& sto
     setObjectName(u"graph"_s);
     setScene(new QGraphicsScene(this));
     setDragMode(ScrollHandDrag);
+    // Files that are dropped here are the window's; the scene would refuse them.
+    setAcceptDrops(false);
     setTransformationAnchor(AnchorUnderMouse);
     setMinimumHeight(120);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);

@@ -183,7 +183,8 @@ void MainWindow::connectPanels()
         m_view->show(output);
         m_outputs->select(output);
     });
-    connect(m_startPage, &StartPage::chosen, this, [this](const QString& graph) { open(graph); });
+    connect(m_startPage, &StartPage::chosen, this,
+            [this](const QString& graph) { afterAsking([this, graph] { open(graph); }); });
 }
 
 bool MainWindow::open(const QString& file, const QString& model)
