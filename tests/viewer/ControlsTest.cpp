@@ -59,6 +59,12 @@ TEST_F(Controls, SlidersMoveLikeSet)
     QStringList errors;
     EXPECT_EQ(*loadGraph(graph, &errors), window().document().graph());
 
+    // A value that the graph does not give is shown as the pass uses it.
+    open(sourcePath(u"examples/graphs/deferred.json"_s));
+    editor = find<ValueEditor>(u"aa.SubPixelQuality"_s);
+    ASSERT_TRUE(editor);
+    EXPECT_EQ(editor->findChild<QDoubleSpinBox*>()->value(), 0.75);
+
     ASSERT_TRUE(window().savePicture(folder().path(u"picture.png"_s)));
     EXPECT_EQ(QImage(folder().path(u"picture.png"_s)).convertToFormat(QImage::Format_RGB32), shown());
 }

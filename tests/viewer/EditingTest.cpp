@@ -64,6 +64,14 @@ TEST_F(Editing, SavedFilesLoadAtOnce)
     ASSERT_TRUE(waitFor([&] { return errors->count() == 0; }));
     EXPECT_EQ(shown(), moved);
 
+    // A lost file is reported, and found again.
+    ASSERT_TRUE(QFile::remove(folder().path(shader)));
+    ASSERT_TRUE(waitFor([&] { return errors->count() > 0; }));
+    EXPECT_TRUE(errors->item(0)->text().contains(u"film.frag"_s)) << qPrintable(errors->item(0)->text());
+    EXPECT_EQ(shown(), moved);
+    folder().write(shader, good);
+    ASSERT_TRUE(waitFor([&] { return errors->count() == 0; }));
+
     // The graph file, broken and then changed; a value that was set here stays.
     const QString text = QString::fromUtf8(folder().contents(u"graphs/shader.json"_s));
     window().document().edit(u"exposure"_s, [](GraphDescription& description) {

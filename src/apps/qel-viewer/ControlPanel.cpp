@@ -83,6 +83,14 @@ QGridLayout* makeGrid()
     return grid;
 }
 
+/// The value that is in use if the graph gives none.
+QJsonValue defaultOf(const InputDescription& input)
+{
+    bool isNumber = false;
+    const double number = input.whenMissing.toDouble(&isNumber);
+    return !input.defaultValue.isValid() && isNumber ? QJsonValue(number) : jsonFromValue(input.defaultValue);
+}
+
 } // namespace
 
 ControlPanel::ControlPanel(Document& document, GraphSession& session, QWidget* parent)
@@ -271,8 +279,7 @@ void ControlPanel::addPass(const PassSetting& pass, QVBoxLayout* column)
             const QString name = PortName::parse(input.name).name;
             const PortRange range = PortRange::of(input);
             addRow(grid,
-                   {pass.name, input.name, false, name, range.unit, toolTipOf(input, name),
-                    jsonFromValue(input.defaultValue)},
+                   {pass.name, input.name, false, name, range.unit, toolTipOf(input, name), defaultOf(input)},
                    ValueEditor::forPort(typeOf(input), range, folder));
         }
     }

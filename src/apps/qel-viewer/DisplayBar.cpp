@@ -72,7 +72,8 @@ QDoubleSpinBox* DisplayBar::addNumber(const QString& name, const QString& title,
     box->setRange(low, high);
     box->setSingleStep(step);
     box->setDecimals(3);
-    box->setMaximumWidth(90);
+    constexpr int numCharacters = 13;
+    box->setMaximumWidth(numCharacters * box->fontMetrics().averageCharWidth());
     box->setKeyboardTracking(false);
     box->setToolTip(toolTip);
     box->setObjectName(name);

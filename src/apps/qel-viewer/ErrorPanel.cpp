@@ -57,18 +57,17 @@ std::pair<QString, int> placeIn(const QString& message)
     return place;
 }
 
-void openEditor(const QString& file, int line)
+bool openEditor(const QString& file, int line)
 {
     QStringList command = QProcess::splitCommand(qEnvironmentVariable("VISUAL"));
     if (command.isEmpty()) {
-        QDesktopServices::openUrl(QUrl::fromLocalFile(file));
-        return;
+        return QDesktopServices::openUrl(QUrl::fromLocalFile(file));
     }
     const QString program = command.takeFirst();
     if (line > 0) {
         command.append(u"+%1"_s.arg(line));
     }
-    QProcess::startDetached(program, command << file);
+    return QProcess::startDetached(program, command << file);
 }
 
 } // namespace Morvane::Qel::Viewer

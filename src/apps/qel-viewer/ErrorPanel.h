@@ -23,6 +23,6 @@ Q_SIGNALS:
 std::pair<QString, int> placeIn(const QString& message);
 
 /// Opens a file in the editor that the environment variable VISUAL names, or else in the one of the desktop.
-void openEditor(const QString& file, int line);
+bool openEditor(const QString& file, int line);
 
 } // namespace Morvane::Qel::Viewer

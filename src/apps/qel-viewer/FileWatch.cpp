@@ -19,6 +19,8 @@ namespace {
 
 /// Editors write a file in several steps; one reload is enough.
 constexpr int settlingTime = 40;
+/// A file that is replaced may be missing for this long.
+constexpr int replacingTime = 500;
 
 /// The files that a shader includes, by way of others too.
 QStringList includesOf(const QString& shader)
@@ -73,8 +75,8 @@ FileWatch::FileWatch(QObject* parent)
     : QObject(parent)
 {
     m_timer.setSingleShot(true);
-    m_timer.setInterval(settlingTime);
-    const auto start = [this] { m_timer.start(); };
+    m_clock.start();
+    const auto start = [this] { m_timer.start(settlingTime); };
     connect(&m_watcher, &QFileSystemWatcher::fileChanged, this, start);
     connect(&m_watcher, &QFileSystemWatcher::directoryChanged, this, start);
     connect(&m_timer, &QTimer::timeout, this, &FileWatch::check);
@@ -141,11 +143,23 @@ void FileWatch::check()
     bool hasGraphChanged = false;
     bool haveFilesChanged = false;
     bool haveModelsChanged = false;
+    bool isSomeMissing = false;
     for (auto file = m_files.begin(); file != m_files.end(); ++file) {
         const State state = stateOf(file.key());
-        if (state == file.value() || state == State()) {
-            continue; // A file that is just being replaced comes back.
+        if (state == file.value()) {
+            continue;
         }
+        if (state == State()) {
+            // A file that is just being replaced comes back; after a while it counts as lost.
+            if (!m_missingSince.contains(file.key())) {
+                m_missingSince.insert(file.key(), m_clock.elapsed());
+            }
+            if (m_clock.elapsed() - m_missingSince[file.key()] < replacingTime) {
+                isSomeMissing = true;
+                continue;
+            }
+        }
+        m_missingSince.remove(file.key());
         file.value() = state;
         const bool isGraph = m_graphFiles.contains(file.key());
         hasGraphChanged = hasGraphChanged || isGraph;
@@ -153,6 +167,9 @@ void FileWatch::check()
         haveFilesChanged = haveFilesChanged || !isGraph;
     }
     addPaths();
+    if (isSomeMissing) {
+        m_timer.start(replacingTime);
+    }
     if (hasGraphChanged) {
         Q_EMIT graphChanged();
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QFileSystemWatcher>
 #include <QHash>
 #include <QObject>
@@ -44,6 +45,9 @@ private:
     GraphDescription m_graph;
     QStringList m_includes;
     QHash<QString, State> m_files;
+    /// When files were found missing, in milliseconds of the clock.
+    QHash<QString, qint64> m_missingSince;
+    QElapsedTimer m_clock;
     QSet<QString> m_models;
     /// The graph file and those that it includes.
     QSet<QString> m_graphFiles;

@@ -140,7 +140,14 @@ void MainWindow::connectPanels()
     });
     connect(&m_watch, &FileWatch::filesChanged, &m_session, &GraphSession::reloadFiles);
     connect(&m_session, &GraphSession::errorsChanged, this, &MainWindow::updateErrors, Qt::QueuedConnection);
-    connect(m_errors, &ErrorPanel::fileChosen, this, &openEditor);
+    connect(m_errors, &ErrorPanel::fileChosen, this, [this](const QString& file, int line) {
+        if (!openEditor(file, line)) {
+            showMessage(
+                tr("No editor opens %1. Set the environment variable VISUAL to the command of one, or "
+                   "choose a program for such files in the desktop.")
+                    .arg(file));
+        }
+    });
 
     connect(m_view, &TextureView::cameraMoved, this,
             [this](const CameraDescription& camera) { m_session.setCamera(camera); });

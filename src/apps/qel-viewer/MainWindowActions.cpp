@@ -14,8 +14,12 @@
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QScreen>
+#include <QScrollArea>
 #include <QSettings>
 #include <QStackedWidget>
+#include <QStyle>
+#include <QVBoxLayout>
 
 #include "CameraPanel.h"
 #include "ComparePanel.h"
@@ -258,7 +262,10 @@ void MainWindow::showShortcuts()
     auto* dialog = new QDialog(this);
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     dialog->setWindowTitle(tr("Shortcuts"));
-    auto* columns = new QHBoxLayout(dialog);
+    auto* area = new QScrollArea;
+    area->setFrameShape(QFrame::NoFrame);
+    auto* content = new QWidget;
+    auto* columns = new QHBoxLayout(content);
     columns->setSpacing(40);
     QFormLayout* form = nullptr;
     const auto addColumn = [&] {
@@ -296,6 +303,12 @@ void MainWindow::showShortcuts()
             }
         }
     }
+    area->setWidget(content);
+    auto* layout = new QVBoxLayout(dialog);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(area);
+    const int bar = area->style()->pixelMetric(QStyle::PM_ScrollBarExtent);
+    dialog->resize((content->sizeHint() + QSize(bar, bar)).boundedTo(screen()->availableSize() * 0.9));
     dialog->open();
 }
 

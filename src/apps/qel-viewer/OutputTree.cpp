@@ -86,10 +86,10 @@ void OutputTree::rebuild()
         }
     }
     expandAll();
-    constexpr int nameWidth = 160;
-    constexpr int valueWidth = 130;
-    setColumnWidth(Name, nameWidth);
-    setColumnWidth(Value, valueWidth);
+    constexpr int numCharactersOfName = 23;
+    constexpr int numCharactersOfValue = 19;
+    setColumnWidth(Name, numCharactersOfName * fontMetrics().averageCharWidth());
+    setColumnWidth(Value, numCharactersOfValue * fontMetrics().averageCharWidth());
     select(m_selected);
     updateOutputs();
 }

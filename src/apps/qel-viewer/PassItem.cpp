@@ -20,6 +20,9 @@ constexpr double headHeight = 40.0;
 constexpr double rowHeight = 18.0;
 constexpr double thumbnailHeight = 58.0;
 constexpr double portRadius = 4.5;
+// In units of the box, which is enlarged as a whole.
+constexpr int textSize = 12;
+constexpr int smallTextSize = 10;
 
 /// Whether an input is shown: one that only a connection sets, or one that is connected.
 bool hasConnector(const PassSetting& pass, const InputDescription& input)
@@ -112,6 +115,7 @@ void PassItem::paint(QPainter* painter, const QStyleOptionGraphicsItem* option, 
 
     painter->setPen(palette.color(QPalette::Text));
     QFont font = painter->font();
+    font.setPixelSize(textSize);
     const QFont plain = font;
     font.setBold(true);
     painter->setFont(font);
@@ -124,7 +128,7 @@ void PassItem::paint(QPainter* painter, const QStyleOptionGraphicsItem* option, 
                       : runs  ? m_time
                               : QObject::tr("culled"));
     QFont small = plain;
-    small.setPointSizeF(small.pointSizeF() * 0.82);
+    small.setPixelSize(smallTextSize);
     painter->setFont(small);
     painter->setPen(palette.color(QPalette::PlaceholderText));
     painter->drawText(QRectF(8.0, 20.0, width - 16.0, 16.0), Qt::AlignVCenter, m_typeName);

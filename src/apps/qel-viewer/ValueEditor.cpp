@@ -55,15 +55,18 @@ public:
         setSingleStep(isInteger ? 1.0 : 0.05);
         setStepType(isInteger ? DefaultStepType : AdaptiveDecimalStepType);
         setKeyboardTracking(false);
-        setMinimumWidth(50);
         setFocusPolicy(Qt::StrongFocus);
     }
     QString textFromValue(double value) const override
     {
         return decimals() == 0 ? QString::number(static_cast<qint64>(value)) : QString::number(value, 'g', 7);
     }
-    QSize sizeHint() const override { return {84, QDoubleSpinBox::sizeHint().height()}; }
-    QSize minimumSizeHint() const override { return {50, QDoubleSpinBox::minimumSizeHint().height()}; }
+    // The range would need more room than the numbers that it mostly shows.
+    QSize sizeHint() const override { return {widthOf(12), QDoubleSpinBox::sizeHint().height()}; }
+    QSize minimumSizeHint() const override
+    {
+        return {widthOf(7), QDoubleSpinBox::minimumSizeHint().height()};
+    }
 
 protected:
     void wheelEvent(QWheelEvent* event) override
@@ -74,6 +77,9 @@ protected:
             event->ignore();
         }
     }
+
+private:
+    int widthOf(int numCharacters) const { return numCharacters * fontMetrics().averageCharWidth(); }
 };
 
 class NumberSlider : public QSlider
