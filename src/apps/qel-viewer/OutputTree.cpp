@@ -86,8 +86,8 @@ void OutputTree::rebuild()
         }
     }
     expandAll();
-    constexpr int numCharactersOfName = 23;
-    constexpr int numCharactersOfValue = 19;
+    constexpr int numCharactersOfName = 27;
+    constexpr int numCharactersOfValue = 22;
     setColumnWidth(Name, numCharactersOfName * fontMetrics().averageCharWidth());
     setColumnWidth(Value, numCharactersOfValue * fontMetrics().averageCharWidth());
     select(m_selected);
