@@ -2,6 +2,7 @@
 
 #include <QDesktopServices>
 #include <QFileInfo>
+#include <QKeyEvent>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QStyle>
@@ -17,14 +18,24 @@ ErrorPanel::ErrorPanel(QWidget* parent)
     setWordWrap(true);
     setAlternatingRowColors(true);
     setObjectName(u"errors"_s);
-    const auto choose = [this](const QListWidgetItem* item) {
-        const auto [file, line] = placeIn(item->text());
-        if (!file.isEmpty()) {
-            Q_EMIT fileChosen(file, line);
-        }
-    };
-    connect(this, &QListWidget::itemClicked, this, choose);
-    connect(this, &QListWidget::itemActivated, this, choose);
+    connect(this, &QListWidget::itemClicked, this, &ErrorPanel::choose);
+}
+
+void ErrorPanel::keyPressEvent(QKeyEvent* event)
+{
+    if (currentItem() && (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter)) {
+        choose(currentItem());
+    } else {
+        QListWidget::keyPressEvent(event);
+    }
+}
+
+void ErrorPanel::choose(const QListWidgetItem* item)
+{
+    const auto [file, line] = placeIn(item->text());
+    if (!file.isEmpty()) {
+        Q_EMIT fileChosen(file, line);
+    }
 }
 
 void ErrorPanel::setErrors(const QStringList& errors)

@@ -111,6 +111,7 @@ void MainWindow::connectPanels()
 {
     connect(&m_document, &Document::opened, this, [this] {
         m_recovery.discard();
+        m_graphFileErrors.clear();
         m_session.clear();
         m_view->setFollowsWindow(m_view->followsWindow());
         m_view->show(OutputName());
@@ -134,9 +135,9 @@ void MainWindow::connectPanels()
     connect(&m_document.undoStack(), &QUndoStack::indexChanged, this, keep);
     connect(&m_document.undoStack(), &QUndoStack::cleanChanged, this, keep);
     connect(&m_watch, &FileWatch::graphChanged, this, [this] {
-        QStringList errors;
-        m_document.reload(&errors);
-        setFileErrors(errors);
+        m_graphFileErrors.clear();
+        m_document.reload(&m_graphFileErrors);
+        updateErrors();
     });
     connect(&m_watch, &FileWatch::filesChanged, &m_session, &GraphSession::reloadFiles);
     connect(&m_session, &GraphSession::errorsChanged, this, &MainWindow::updateErrors, Qt::QueuedConnection);
@@ -285,6 +286,8 @@ bool MainWindow::finishSaving(GraphUpdate update, const QString& error)
     const bool good = update == GraphUpdate::Written;
     if (good) {
         m_watch.accept(m_document.graph().file);
+        m_graphFileErrors.clear();
+        updateErrors();
         updateRecentFiles(m_document.graph().file);
         showMessage(tr("Saved %1").arg(m_document.graph().file));
     } else {

@@ -59,7 +59,7 @@ public:
     TimeLine& timeLine() { return *m_timeLine; }
     GraphView& graphView() { return *m_graphView; }
     /// What the error panel lists.
-    QStringList errors() const { return m_fileErrors + m_session.errors(); }
+    QStringList errors() const { return m_graphFileErrors + m_fileErrors + m_session.errors(); }
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -121,7 +121,9 @@ private:
     QList<QAction*> m_timeActions;
     std::unique_ptr<AnimationExport> m_export;
     SteadyLabel* m_status = nullptr;
-    /// What is wrong with files that could not be read and changes that were not made.
+    /// What is wrong with the graph file since it was changed by another program.
+    QStringList m_graphFileErrors;
+    /// What is wrong with files that could not be read and changes that were not made, until the next change.
     QStringList m_fileErrors;
     /// The panels as they were before the start page took their place.
     QByteArray m_layout;

@@ -10,6 +10,7 @@
 
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include "Document.h"
 #include "GraphEdits.h"
@@ -76,6 +77,11 @@ public:
         }
         QWidget::update();
     }
+    void clear()
+    {
+        m_times.clear();
+        QWidget::update();
+    }
 
 protected:
     void paintEvent(QPaintEvent* /*event*/) override
@@ -136,8 +142,12 @@ TimePanel::TimePanel(GraphSession& session, Document& document, OutputStore& sto
     connect(&m_timer, &QTimer::timeout, this, &TimePanel::update);
     connect(&session, &GraphSession::frameRendered, this, &TimePanel::addFrame, Qt::QueuedConnection);
     connect(&session, &GraphSession::graphReplaced, this, &TimePanel::rebuild, Qt::QueuedConnection);
+    // The memory follows after the frame.
+    connect(&store, &OutputStore::updated, this, &TimePanel::schedule);
     connect(&document, &Document::opened, this, [this] {
         m_times.clear();
+        m_plot->clear();
+        m_frameTimes.clear();
         m_switched.clear();
         m_timeBefore = unknown;
         m_frameTime = unknown;
@@ -159,6 +169,11 @@ void TimePanel::addFrame()
     while (now - m_frameTimes.front() > second) {
         m_frameTimes.pop_front();
     }
+    schedule();
+}
+
+void TimePanel::schedule()
+{
     if (!m_timer.isActive()) {
         m_timer.start();
     }
@@ -257,7 +272,8 @@ void TimePanel::update()
         show(Gpu, times.gpu, sumGpu);
         show(Cpu, times.cpu, sumCpu);
     }
-    if (isMeasured) {
+    const quint64 frame = m_session.numFrames();
+    if (isMeasured && std::exchange(m_plottedFrame, frame) != frame) {
         m_plot->add(m_frameTime);
     }
     QString text =

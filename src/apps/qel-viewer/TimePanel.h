@@ -47,6 +47,7 @@ private:
     };
 
     void addFrame();
+    void schedule();
     void rebuild();
     void update();
     void switchPass(QTreeWidgetItem* item);
@@ -57,6 +58,7 @@ private:
     TextureView& m_view;
     QTreeWidget* m_table;
     TimePlot* m_plot;
+    quint64 m_plottedFrame = 0;
     SteadyLabel* m_summary;
     QTimer m_timer;
     /// When the frames of the last second were rendered, in milliseconds.
