@@ -207,6 +207,7 @@ protected:
         window().document().undoStack().setClean();
         window().view().setFollowsWindow(true);
         window().view().setContinuous(false);
+        find<QComboBox>(u"compareWith"_s)->setCurrentIndex(0);
         window().view().setComparison({});
         window().view().setZoom(0.0);
         // A copy, because the robot finds it among the recent files and may change and save it.
