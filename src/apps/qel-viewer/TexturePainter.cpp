@@ -170,6 +170,7 @@ vec3 shown(vec4 v)
     if (isInteger && hasFalseColors)
         return v.rgb;
     if (channel >= 0) {
+        // A constant index must be valid where it is not used, too.
         float value = scaled(vec3(v[max(channel, 0)])).x;
         return hasFalseColors ? hue(0.7 * (1.0 - clamp(value, 0.0, 1.0))) : vec3(value);
     }
@@ -181,14 +182,13 @@ vec3 shown(vec4 v)
     return color;
 }
 
-// Rounds to 8 bits as image files are written: exactly, where drivers and single precision are off by one at
-// the limit between two values. 255 c is compared as 256 c - c, of which every step is without an error there.
+// Rounds to 8 bits as image files are written. In single precision, 255 c + 0.5 is never too low, but one too
+// high just below the limit between two values. There 255 c is compared as 256 c - c, without an error.
 vec3 rounded(vec3 color)
 {
     color = clamp(color, 0.0, 1.0);
     vec3 byte = floor(color * 255.0 + 0.5);
-    vec3 rest = color * 256.0 - byte;
-    byte += vec3(greaterThanEqual(rest - 0.5, color)) - vec3(lessThan(rest + 0.5, color));
+    byte -= vec3(lessThan(color * 256.0 - byte + 0.5, color));
     return byte * (1.0 / 255.0);
 }
 
