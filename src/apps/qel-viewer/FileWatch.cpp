@@ -146,6 +146,9 @@ void FileWatch::check()
     bool isSomeMissing = false;
     for (auto file = m_files.begin(); file != m_files.end(); ++file) {
         const State state = stateOf(file.key());
+        if (state != State()) {
+            m_missingSince.remove(file.key());
+        }
         if (state == file.value()) {
             continue;
         }
@@ -159,7 +162,6 @@ void FileWatch::check()
                 continue;
             }
         }
-        m_missingSince.remove(file.key());
         file.value() = state;
         const bool isGraph = m_graphFiles.contains(file.key());
         hasGraphChanged = hasGraphChanged || isGraph;
