@@ -1,6 +1,7 @@
 #include "TextureView.h"
 
 #include <QEvent>
+#include <QScreen>
 #include <QSurfaceFormat>
 #include <QVBoxLayout>
 
@@ -40,6 +41,8 @@ TextureView::TextureView(GraphSession& session, QWidget* parent)
     setMinimumSize(64, 64);
     connect(m_surface, &GLSurface::created, &m_session, &GraphSession::initialize);
     connect(m_surface, &GLSurface::paintNeeded, this, &TextureView::paintPicture);
+    // Screens differ in pixels per unit.
+    connect(m_surface, &QWindow::screenChanged, this, [this] { setFollowsWindow(m_followsWindow); });
     connect(&m_session, &GraphSession::frameNeeded, m_surface, &GLSurface::requestPaint);
     connect(this, &TextureView::shownChanged, this, [this] {
         if (m_isHovered) {
