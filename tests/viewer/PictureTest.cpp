@@ -14,32 +14,7 @@ using namespace Morvane::Qel::Viewer;
 
 namespace Morvane::Qel::Test {
 
-namespace {
-
 using Picture = ViewerTest;
-
-/// Counts the events of a type that a widget receives.
-class EventCount : public QObject
-{
-public:
-    EventCount(QWidget* widget, QEvent::Type type)
-        : m_type(type)
-    {
-        widget->installEventFilter(this);
-    }
-    bool eventFilter(QObject* /*object*/, QEvent* event) override
-    {
-        number += event->type() == m_type ? 1 : 0;
-        return false;
-    }
-
-    int number = 0;
-
-private:
-    QEvent::Type m_type;
-};
-
-} // namespace
 
 TEST_F(Picture, IsWhatQelRenders)
 {

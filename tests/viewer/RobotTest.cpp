@@ -1,6 +1,3 @@
-// Before the GL header of the toolkit.
-#include "support/GLState.h"
-
 #include "ViewerTest.h"
 
 #include <QApplication>
@@ -23,6 +20,7 @@
 #include <GraphView.h>
 #include <TimeLine.h>
 
+#include "support/GLState.h"
 #include "support/Paths.h"
 
 using namespace Qt::StringLiterals;

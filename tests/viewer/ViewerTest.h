@@ -1,7 +1,9 @@
 #pragma once
 
+#include <QEvent>
 #include <QImage>
 #include <QTest>
+#include <QWidget>
 
 #include <functional>
 #include <memory>
@@ -13,6 +15,27 @@
 #include "support/Folder.h"
 
 namespace Morvane::Qel::Test {
+
+/// Counts the events of a type that a widget receives.
+class EventCount : public QObject
+{
+public:
+    EventCount(QWidget* widget, QEvent::Type type)
+        : m_type(type)
+    {
+        widget->installEventFilter(this);
+    }
+    bool eventFilter(QObject* /*object*/, QEvent* event) override
+    {
+        number += event->type() == m_type ? 1 : 0;
+        return false;
+    }
+
+    int number = 0;
+
+private:
+    QEvent::Type m_type;
+};
 
 /// A test that drives the window of the viewer.
 class ViewerTest : public testing::Test
